@@ -1,0 +1,37 @@
+// zoriMalloc_{8u,16u,16s,32s,32f,32sc,32fc}_{C1,C2,C3,C4,AC4}, zoriFree: images whose rows all start on 32 bytes.
+//
+// step = width * pixelBytes rounded up to 32; all sizes are formed in 32 bits and wrap.
+#include "layout.h"
+#include "memory.h"
+#include "zori/core.h"
+
+#include <cstdint>
+
+namespace zori {
+
+template <class T, Layout L> static T* imageBlock(int width, int height, int* pStepBytes)
+{
+  if (!pStepBytes) return nullptr;
+  if (width < 1 || height < 1) {
+    *pStepBytes = 0;
+    return nullptr;
+  }
+  constexpr std::uint32_t pixelBytes = sizeof(T) * channels<L>;
+  const std::uint32_t step = (static_cast<std::uint32_t>(width) * pixelBytes + 31u) & ~31u;
+  *pStepBytes = static_cast<int>(step);
+  return reinterpret_cast<T*>(zorsMalloc_8u(static_cast<int>(step * static_cast<std::uint32_t>(height))));
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP(type, layout) \
+  Zor##type* zoriMalloc_##type##_##layout(int width, int height, int* pStepBytes) \
+  { return imageBlock<Zor##type, layout>(width, height, pStepBytes); }
+#define STAMPS(type) STAMP(type, C1) STAMP(type, C2) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f) STAMPS(32sc) STAMPS(32fc)
+#undef STAMPS
+#undef STAMP
+
+void zoriFree(void* pBlock) { zorsFree(pBlock); }

@@ -1,0 +1,98 @@
+// The team of threads: the only file with OpenMP pragmas.
+//
+// A region is entered afresh in each call; nothing survives it and nothing takes a lock. A team of one, a runtime that
+// refuses to fork and the child of a fork all run the body in the calling thread. Results never depend on the team.
+#pragma once
+
+#include "corelib.h"
+#include "memory.h"
+
+#include <atomic>
+#include <climits>
+#include <omp.h>
+
+namespace zori {
+
+// Rows 0 to height - 1, each thread one contiguous range: body(y).
+template <class Body> inline void staticRows(int height, Body body)
+{
+  const int threads = ownGetNumThreads();
+  if (threads == 1 || height == 1) {
+    for (int y = 0; y < height; ++y) body(y);
+    return;
+  }
+#pragma omp parallel for schedule(static) num_threads(threads)
+  for (int y = 0; y < height; ++y) body(y);
+}
+
+// A thread's share of the work: units first .. first + count - 1, and its slice of the team's buffer.
+struct Slab {
+  int first, count;
+  int thread, threads;
+  Zor8u* buffer; // bytesPerThread rounded up to 16 (aligned to 16), null when none was asked for
+};
+
+// The first non-zero status in thread order.
+class TeamStatus {
+public:
+  void report(int thread, ZorStatus status)
+  {
+    if (status == ZorOk) return;
+    // thread order above, status below: the least word wins
+    const std::uint32_t word = static_cast<std::uint32_t>(thread) << 16 | static_cast<std::uint16_t>(status);
+    std::uint32_t seen = first_.load(std::memory_order_relaxed);
+    while (word < seen && !first_.compare_exchange_weak(seen, word, std::memory_order_relaxed)) {}
+  }
+  ZorStatus status() const
+  {
+    const std::uint32_t word = first_.load(std::memory_order_relaxed);
+    return word == none ? ZorOk : static_cast<ZorStatus>(static_cast<std::int16_t>(word & 0xffff));
+  }
+
+private:
+  static constexpr std::uint32_t none = 0xffffffffu;
+  std::atomic<std::uint32_t> first_{none};
+};
+
+// Units 0 to units - 1 (mostly rows) in slabs of units / threads, the last thread taking the whole rest.
+// One buffer serves the team, a slice of bytesPerThread each; ZorErrAlloc when it cannot be had, before any work.
+// The body gets its Slab (of no units too: it may have a share of another kind) and returns a status.
+template <class Body>
+inline ZorStatus masterSlabs(int units, std::size_t bytesPerThread, Body body, int maxThreads = INT_MAX)
+{
+  const std::size_t slice = roundUp(bytesPerThread, 16);
+  const int wanted = ownGetNumThreads() < maxThreads ? ownGetNumThreads() : maxThreads;
+  if (wanted <= 1) {
+    Scratch<Zor8u> buffer(static_cast<long long>(slice));
+    if (slice && !buffer) return ZorErrAlloc;
+    return body(Slab{0, units, 0, 1, buffer.get()});
+  }
+
+  Zor8u* teamBuffer = nullptr;
+  bool failed = false;
+  int threads = 1, slabUnits = 0, slabRest = 0;
+  TeamStatus team;
+#pragma omp parallel num_threads(wanted)
+  {
+#pragma omp master
+    {
+      threads = omp_get_num_threads();
+      slabUnits = units / threads;
+      slabRest = units % threads;
+      if (slice) {
+        teamBuffer = Scratch<Zor8u>(static_cast<long long>(slice) * threads).release();
+        failed = !teamBuffer;
+      }
+    }
+#pragma omp barrier
+    if (!failed) {
+      const int t = omp_get_thread_num();
+      const int count = slabUnits + (t == threads - 1 ? slabRest : 0);
+      team.report(t, body(Slab{t * slabUnits, count, t, threads, slice ? teamBuffer + slice * t : nullptr}));
+    }
+  }
+  zorsFree(teamBuffer);
+  return failed ? ZorErrAlloc : team.status();
+}
+
+} // namespace zori
