@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <climits>
+#include <cstdint>
 #include <omp.h>
 
 namespace zori {
