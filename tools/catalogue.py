@@ -25,7 +25,7 @@ _TYPE = "1u|8u|8s|16uc|16sc|16u|16s|24u|32u|32sc|32s|32fc|32f|64s|64fc|64f"
 _LAYOUT = "AC1|AC4|AP4|A0C4|C[1-4]|P[2-4]"
 _NAME = re.compile(rf"(?:.*?_({_TYPE})({_TYPE})?)?(?:_({_LAYOUT})({_LAYOUT})?(I?M?C?R?)(Sfs)?)?$")
 _IMAGE = re.compile(r"(src\d?|dst|srcDst|mask)(?::(\w+))?(?:\(([^)]*)\))?(?:@(\S+))?$")
-_CTYPE = re.compile(r"(const )?([A-Za-z]\w*(?: int)?)((?: ?\*)*)( const)?((?:\[\w+\])*)$")
+_CTYPE = re.compile(r"(const )?([A-Za-z]\w*(?: int)?)((?: ?\*(?: ?const)?)*)((?:\[\w+\])*)$")
 _VALUE = re.compile(r"-?\d+(\.\d*)?(e-?\d+)?$|nan$|-?inf$|null$|bad$")
 ROLES = "param in out size step buffer record value".split()
 EXEMPTIONS = "alpha threads alignment steps inplace".split()
@@ -178,7 +178,7 @@ class Function:
         match = _CTYPE.match(text)
         if not match:
             raise ValueError(f"{self.name}: type '{text}' of {name} is not understood")
-        const, base, stars, inner, dims = match.groups()
+        const, base, stars, dims = match.groups()
         bracket = text.find("[")
         declaration = f"{text} {name}" if bracket < 0 else f"{text[:bracket]} {name}{text[bracket:]}"
         element, count = C_TYPES.get(base, ("32s" if base.startswith("Zor") else "8u", 1))
@@ -188,21 +188,19 @@ class Function:
             self.parameters.append(Parameter(role, name, declaration, None, optional, None, count))
             return
         opaque = base not in C_TYPES and stars == 1 and not dims
-        role = role or ("record" if opaque else "in" if const else "out")
-        if role == "value":
-            role = "in"
+        item = role if role == "value" else None
+        role = "in" if item else role or ("record" if opaque else "in" if const else "out")
         memory = None
         if role in ("in", "out"):
             total = 1
             for d in dims:
                 total *= d
             planes = total if stars and dims else 0
-            pointer = stars > 1 or (stars and inner and not dims)
-            memory = Memory("pointer" if pointer else element, 1 if pointer else count, 1, planes,
+            memory = Memory("pointer" if stars > 1 else element, 1 if stars > 1 else count, 1, planes,
                             "r" if role == "in" else "rw" if const else "w",
                             extent or f"{1 if planes else total}x1")
             count *= 1 if planes else total
-        self.parameters.append(Parameter(role, name, declaration, memory, optional, None, count))
+        self.parameters.append(Parameter(role, name, declaration, memory, optional, item, count))
 
 
 class Family:
@@ -376,9 +374,13 @@ def read_file(path, statuses):
         line = raw.rstrip()
         if line.startswith("#") or not line:
             continue
+        if line[0] == " " and not in_text:  # continues the line above
+            if family is None:
+                raise fault_at(path, number, "indented line before the first 'family'")
+            at, text = family.lines[key][-1]
+            family.lines[key][-1] = at, f"{text} {line.strip()}"
+            continue
         if line[0] == " ":
-            if not in_text:
-                raise fault_at(path, number, "indented line outside 'text'")
             body = line[4:] if line.startswith("    ") else line.lstrip()
             if "/*" in body or "*/" in body:
                 raise fault_at(path, number, "comment marks cannot stand in a text")

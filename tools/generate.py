@@ -6,7 +6,7 @@
   generate.py table FOLDER [SUBSYSTEM...]   the C++ function table for tests and benchmarks
   generate.py check                    fails when committed headers or the index differ from the catalogue
   generate.py names [--built]          names, one per line
-  generate.py lint FILE                compares all names with a list of names (brace patterns)
+  generate.py lint FILE                compares all names with a list of names (brace patterns), and looks for gaps
 """
 import os
 import pathlib
@@ -178,23 +178,31 @@ class Table:
             else:
                 yield f"{{{at}, {int(side == 'height')}, FaultKind::Size, {{}}}}"
 
-    def function(self, f, built):
+    def partner(self, f, built):
+        """The form that is not in place, when it takes the same other arguments."""
+        other = built.get(f.partner()) if f.in_place and "inplace" not in f.exempt else None
+        plain = [[p.declaration for p in g.parameters if p.role not in ("image", "step")] for g in (f, other) if g]
+        images = [sum(p.role == "image" for p in g.parameters) for g in (f, other) if g]
+        return other.name if other and plain[0] == plain[1] and images[0] + 1 == images[1] else ""
+
+    def function(self, f, built, releases):
         stages = []
         for stage in f.checks:
             faults = self.array("Fault", "faults", list(self.faults(f, stage)))
             stages.append(f"{{{stage.status}, {str(stage.kind == 'value').lower()}, {faults}}}")
         arguments = self.array("Argument", "arguments", [self.argument(f, p) for p in f.parameters])
-        partner = f.partner() if f.in_place and f.partner() in built and "inplace" not in f.exempt else ""
+        partner = self.partner(f, built)
         flags = " | ".join(f"k{name.capitalize()}Exempt" for name in f.exempt) or "0"
         makers = self.array("const char*", "makers", [f'"{m}"' for m in f.makers])
         return (f'  {{"{f.name}", "{f.family.patterns[0]}", bind({f.name}), {arguments}, '
                 f'{self.array("Stage", "stages", stages)}, {makers}, "{f.release or ""}", "{partner}", {flags}, '
-                f'{str(not f.family.sweep).lower()}}},')
+                f'{str(not f.family.sweep and f.name not in releases).lower()}}},')
 
 
 def table(families, folder, wanted):
     """path -> text: a file a subsystem and one that lists them."""
-    built = {f.name for family in families if family.built for f in family.functions}
+    built = {f.name: f for family in families if family.built for f in family.functions}
+    releases = {f.release for f in built.values()}
     subsystems = {}
     for family in families:
         if family.built and (not wanted or family.subsystem in wanted):
@@ -202,7 +210,7 @@ def table(families, folder, wanted):
     files = {}
     for name, members in subsystems.items():
         out = Table()
-        rows = [out.function(f, built) for family in members for f in family.functions]
+        rows = [out.function(f, built, releases) for family in members for f in family.functions]
         files[folder / f"functions_{name}.cpp"] = "\n".join(
             [f"// {MARK}{name}.txt.", '#include "support/function_table.h"', "", f'#include "zori/{name}.h"', "",
              "namespace zoritest {", "namespace {", ""] + out.arrays + ["", "const Function functions[] = {"] + rows
@@ -218,23 +226,27 @@ def table(families, folder, wanted):
     return files
 
 
-def write(files):
+def write(files, folder, pattern):
+    """Writes what changed (the others keep their time: no rebuild); generated files of no more use go."""
     for path, text in files.items():
-        if not path.exists() or path.read_text() != text:  # unchanged files keep their time: no rebuild
+        if not path.exists() or path.read_text() != text:
             path.parent.mkdir(parents=True, exist_ok=True)
             partial = path.with_name(f"{path.name}.{os.getpid()}")
             partial.write_text(text)
             partial.replace(path)
+    for path in stale(files, folder, pattern):
+        path.unlink()
 
 
-def stale(files):
-    """Generated headers of subsystems that have nothing built."""
-    return [p for p in (ROOT / "include/zori").glob("*.h") if p not in files and MARK[:-1] in p.read_text()]
+def stale(files, folder, pattern):
+    """Generated files of subsystems that have nothing built."""
+    return [p for p in folder.glob(pattern) if p not in files and MARK in p.read_text()]
 
 
 def check(families):
     files = headers(families) | index(families)
-    wrong = [p for p, text in files.items() if not p.exists() or p.read_text() != text] + stale(files)
+    wrong = [p for p, text in files.items() if not p.exists() or p.read_text() != text]
+    wrong += stale(files, ROOT / "include/zori", "*.h")
     for path in wrong:
         print(f"{path.relative_to(ROOT)} differs from the catalogue: run tools/generate.py headers index")
     return 1 if wrong else 0
@@ -251,6 +263,11 @@ def lint(families, listed):
         if len(set(wanted)) < len(wanted) else []
     faults += [f"{n} is missing in the catalogue" for n in dict.fromkeys(wanted) if n not in names]
     faults += [f"{n} is in no list of names" for n in sorted(names - set(wanted))]
+    for family in families:
+        for f in family.functions:
+            Table().function(f, {}, set())  # finds what no one could call
+            if not family.sweep and not f.makers and any(p.role == "record" for p in f.parameters):
+                faults.append(f"{f.name} has a record argument, but no 'record' line tells who makes it")
     print("\n".join(faults + [f"{len(names)} names in the catalogue, {len(set(wanted))} in the list"]))
     return 1 if faults else 0
 
@@ -263,14 +280,12 @@ def main(arguments):
     while arguments:
         command = arguments.pop(0)
         if command == "headers":
-            files = headers(families)
-            write(files)
-            for path in stale(files):
-                path.unlink()
+            write(headers(families), ROOT / "include/zori", "*.h")
         elif command == "index":
-            write(index(families))
+            write(index(families), ROOT / "docs", "functions.md")
         elif command == "table":
-            write(table(families, pathlib.Path(arguments[0]), arguments[1:]))
+            folder = pathlib.Path(arguments[0])
+            write(table(families, folder, arguments[1:]), folder, "functions*.cpp")
             return 0
         elif command == "check":
             return check(families)

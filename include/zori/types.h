@@ -156,6 +156,8 @@ typedef struct {
 typedef struct ZorMomentState ZorMomentState;
 typedef struct ZorFftImgRecord ZorFftImgRecord;
 typedef struct ZorFftImgRecord32s ZorFftImgRecord32s;
+typedef struct ZorDftImgRecord ZorDftImgRecord;
+typedef struct ZorDftImgRecord32s ZorDftImgRecord32s;
 typedef struct ZorDctImgRecord ZorDctImgRecord;
 typedef struct ZorWtFwdState ZorWtFwdState;
 typedef struct ZorWtInvState ZorWtInvState;

@@ -99,6 +99,7 @@ using AnyFunction = void (*)();
 struct Callable {
   AnyFunction function;
   Result (*invoke)(AnyFunction, const Value*);
+  bool returnsPointer;
 };
 
 struct Function {
@@ -174,7 +175,8 @@ template <class R, class... A> Callable bind(R (*function)(A...))
 {
   return {reinterpret_cast<AnyFunction>(function), [](AnyFunction any, const Value* values) {
             return detail::invoke(reinterpret_cast<R (*)(A...)>(any), values, std::index_sequence_for<A...>{});
-          }};
+          },
+          std::is_pointer_v<R>};
 }
 
 } // namespace zoritest

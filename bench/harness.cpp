@@ -1,0 +1,391 @@
+// Interleaved measuring, the table, and the program's main.
+//
+// Every case is measured against the others in one loop: the memcpy unit, the memory limit, the call, the naive loop,
+// a peer and the call on all threads take turns in short batches, so that whatever slows the machine for a while slows
+// them alike. Each takes the lower quartile of its batches; only ratios of these are results.
+//
+// Large images come from memory: the calls go round many sets of images, more than a cache holds, and so do the unit
+// and the limit. Beside that, call and limit are measured on one set again and again, as small images always are.
+#include "harness.h"
+
+#include <benchmark/benchmark.h>
+#include <emmintrin.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <vector>
+
+namespace bench {
+namespace {
+
+struct Case {
+  std::string group, name;
+  ZorImgSize size;
+  Make make;
+};
+
+std::vector<Case>& cases()
+{
+  static std::vector<Case> all;
+  return all;
+}
+
+struct Options {
+  double seconds = 1.0; // for a case
+  std::size_t leastBatches = 5;
+  bool threads = false;
+  int processors = 1;
+} options;
+
+double now()
+{
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// ---- What calls are held against ----
+
+// The functions of a contender, called in turn: one a set of images.
+using Ring = std::vector<std::function<void()>>;
+
+// Sets of images that do not fit a cache together.
+std::size_t ringLength(double bytesOfASet) { return static_cast<std::size_t>(std::ceil(64e6 / bytesOfASet)); }
+
+// Source and destination of the unit and the limit, at least this long.
+char* pool(int which, std::size_t bytes)
+{
+  static std::shared_ptr<void> memory[2];
+  static std::size_t sizes[2];
+  if (sizes[which] < bytes) memory[which] = noise(sizes[which] = bytes);
+  return static_cast<char*>(memory[which].get());
+}
+
+Ring memcpyUnit()
+{
+  constexpr std::size_t bytes = 1920 * 1080;
+  Ring ring(ringLength(2 * bytes));
+  char *src = pool(0, bytes * ring.size()), *dst = pool(1, bytes * ring.size());
+  for (auto& copy : ring) {
+    copy = [=] { std::memcpy(dst, src, bytes); };
+    src += bytes, dst += bytes;
+  }
+  return ring;
+}
+
+// Copies by the name of the case, from yardsticks.tsv.
+const std::map<std::string, double>& yardsticks()
+{
+  static const std::map<std::string, double> table = [] {
+    std::map<std::string, double> copies;
+    std::ifstream file(ZORI_YARDSTICKS);
+    for (std::string line; std::getline(file, line);) {
+      std::istringstream fields(line);
+      std::string group, name;
+      double number;
+      if (std::getline(std::getline(fields, group, '\t'), name, '\t') >> number) copies[group + "/" + name] = number;
+    }
+    return copies;
+  }();
+  return table;
+}
+
+// Copies the bytes that both sides have, reads what is left of the source and fills what is left of the destination,
+// with plain 16-byte loads and stores, 64 bytes a pass. The empty statements keep the compiler from making it a memcpy.
+void plainPass(const char* src, std::size_t read, char* dst, std::size_t written)
+{
+  const auto at = [](const char* p) { return reinterpret_cast<const __m128i*>(p); };
+  const auto put = [](char* p, __m128i x) { _mm_store_si128(reinterpret_cast<__m128i*>(p), x); };
+  const std::size_t both = std::min(read, written);
+  std::size_t i = 0;
+  for (; i < both; i += 64) {
+    const __m128i a = _mm_load_si128(at(src + i)), b = _mm_load_si128(at(src + i + 16)),
+                  c = _mm_load_si128(at(src + i + 32)), d = _mm_load_si128(at(src + i + 48));
+    put(dst + i, a), put(dst + i + 16, b), put(dst + i + 32, c), put(dst + i + 48, d);
+    asm volatile("" ::: "memory");
+  }
+  for (std::size_t k = i; k < read; k += 64)
+    for (int j = 0; j < 64; j += 16) asm volatile("" ::"x"(_mm_load_si128(at(src + k + j))));
+  for (std::size_t k = i; k < written; k += 64) {
+    for (int j = 0; j < 64; j += 16) put(dst + k + j, _mm_set1_epi8(1));
+    asm volatile("" ::: "memory");
+  }
+}
+
+// The memory limit of a call that reads and writes these numbers of bytes, both spread evenly over the pass.
+Ring memoryLimit(double bytesRead, double bytesWritten, std::size_t sets)
+{
+  const double larger = std::max(bytesRead, bytesWritten);
+  const int parts = bytesRead == bytesWritten ? 1 : std::max(1, static_cast<int>(larger / 4096));
+  const auto part = [=](double bytes) { return static_cast<std::size_t>(std::lround(bytes / parts / 64)) * 64; };
+  const std::size_t read = part(bytesRead), written = part(bytesWritten);
+  Ring ring(sets);
+  char *src = pool(0, read * parts * sets), *dst = pool(1, written * parts * sets);
+  for (auto& pass : ring) {
+    pass = [=] {
+      for (int i = 0; i < parts; ++i) plainPass(src + i * read, read, dst + i * written, written);
+    };
+    src += read * parts, dst += written * parts;
+  }
+  return ring;
+}
+
+// ---- Taking turns ----
+
+class Contender {
+public:
+  explicit Contender(Ring ring) : ring_(std::move(ring)) {}
+
+  // A call that clears away what others left in the caches, then as many as fill a batch; a long call is a batch.
+  void batch()
+  {
+    constexpr double batchSeconds = 300e-6, longCall = 3e-3;
+    const double begin = now();
+    go();
+    double once = now() - begin;
+    if (once < longCall) {
+      const int calls = std::max(1, static_cast<int>(batchSeconds / (times_.empty() ? once : times_.back())));
+      const double start = now();
+      for (int i = 0; i < calls; ++i) go();
+      once = (now() - start) / calls;
+    }
+    times_.push_back(once);
+    spent_ += now() - begin;
+  }
+
+  double spent() const { return spent_; }
+  std::size_t batches() const { return times_.size(); }
+  double time() const
+  {
+    std::vector<double> sorted = times_;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted[sorted.size() / 4];
+  }
+
+private:
+  void go() { ring_[next_++ % ring_.size()](); }
+
+  Ring ring_;
+  std::size_t next_ = 0;
+  double spent_ = 0;
+  std::vector<double> times_;
+};
+
+// The next batch goes to whoever has spent least, so that slow contenders, too, are spread over the whole time.
+void takeTurns(std::map<std::string, Contender>& contenders)
+{
+  const double end = now() + options.seconds;
+  const auto isDone = [](const auto& c) {
+    return c.second.batches() >= (c.first == "naive" ? 1 : options.leastBatches);
+  };
+  while (now() < end || !std::all_of(contenders.begin(), contenders.end(), isDone))
+    std::min_element(contenders.begin(), contenders.end(), [](const auto& a, const auto& b) {
+      return a.second.spent() < b.second.spent();
+    })->second.batch();
+}
+
+void measure(benchmark::State& state, const Case& c)
+{
+  std::vector<Run> runs{c.make(c.size)};
+  const double read = runs[0].bytesRead, written = runs[0].bytesWritten;
+  const bool isLarge = c.size.width * c.size.height >= 1000000;
+  const std::size_t sets = isLarge ? ringLength(read + written) : 1;
+  while (runs.size() < sets) runs.push_back(c.make(c.size));
+
+  for (auto _ : state) {
+    if (runs[0].call() < 0) return state.SkipWithError("the call fails");
+    std::map<std::string, Contender> contenders;
+    const auto add = [&](const char* name, Ring ring) { contenders.emplace(name, Contender(std::move(ring))); };
+    const auto ringOf = [&](auto go) {
+      Ring ring;
+      for (const Run& run : runs) ring.push_back([&run, go] { go(run); });
+      return ring;
+    };
+    const auto call = [](const Run& run) { run.call(); };
+    add("unit", memcpyUnit());
+    add("call", ringOf(call));
+    add("again", {ringOf(call)[0]});
+    add("limit", memoryLimit(read, written, sets));
+    add("limit again", memoryLimit(read, written, 1));
+    if (runs[0].naive) add("naive", ringOf([](const Run& run) { run.naive(); }));
+    if (runs[0].peer) add("peer", ringOf([](const Run& run) { run.peer(); }));
+    if (options.threads)
+      add("team", ringOf([](const Run& run) {
+            omp_set_num_threads(options.processors);
+            run.call();
+            omp_set_num_threads(1);
+          }));
+    takeTurns(contenders);
+
+    const auto time = [&](const char* name) { return contenders.at(name).time(); };
+    const auto ratio = [&](const char* column, double value) { state.counters[column] = value; };
+    const auto yardstick = yardsticks().find(c.group + "/" + c.name);
+    state.SetIterationTime(time("call"));
+    ratio("Mpixel/s", c.size.width / 1e6 * c.size.height / time("call"));
+    ratio("copies", time("call") / time("unit"));
+    if (yardstick != yardsticks().end()) ratio("vs peer", yardstick->second * time("unit") / time("call"));
+    if (isLarge) ratio("of limit", time("limit") / time("call"));
+    ratio("in cache", time("limit again") / time("again"));
+    if (runs[0].naive) ratio("vs naive", time("naive") / time("call"));
+    if (options.threads) ratio("threads", time("call") / time("team"));
+    if (runs[0].peer) ratio(runs[0].peerName.c_str(), time("peer") / time("call"));
+  }
+  state.SetLabel(runs[0].peerName);
+}
+
+// ---- The table ----
+
+// Columns that have a geometric mean.
+constexpr const char* ratios[] = {"vs peer", "of limit", "in cache", "vs naive", "threads"};
+
+class Table : public benchmark::BenchmarkReporter {
+public:
+  bool ReportContext(const Context& context) override
+  {
+    std::ifstream info("/proc/cpuinfo");
+    std::string line, processor = "an unknown processor";
+    while (std::getline(info, line) && line.rfind("model name", 0) != 0) {}
+    if (info) processor = line.substr(line.find(':') + 2);
+    std::printf("Measured on: %s, %d threads", processor.c_str(), context.cpu_info.num_cpus);
+    for (const auto& cache : context.cpu_info.caches)
+      if (cache.type != "Instruction") std::printf(", L%d %d KB", cache.level, cache.size / 1024);
+    std::printf(".\n\n");
+    head("case", {"Mpixel/s", "copies"});
+    return true;
+  }
+
+  void ReportRuns(const std::vector<Run>& runs) override
+  {
+    for (const Run& run : runs) {
+      const std::string& name = run.run_name.function_name;
+      if (run.error_occurred) {
+        std::printf("| %-*s | %s |\n", nameWidth, name.c_str(), run.error_message.c_str());
+        failed = true;
+        continue;
+      }
+      Means& family = means_[name.substr(0, name.find(' '))];
+      const auto value = [&](const std::string& column) {
+        const auto found = run.counters.find(column);
+        return found == run.counters.end() ? 0.0 : double(found->second);
+      };
+      std::printf("| %-*s | %8.0f | %8.3g |", nameWidth, name.c_str(), value("Mpixel/s"), value("copies"));
+      for (const char* column : ratios) {
+        cell(value(column));
+        family[column].add(value(column));
+      }
+      if (!run.report_label.empty()) std::printf(" %.2f times %s |", value(run.report_label), run.report_label.c_str());
+      std::printf("\n");
+      std::fflush(stdout);
+    }
+  }
+
+  void Finalize() override
+  {
+    std::printf("\nGeometric means:\n\n");
+    head("family", {});
+    for (auto& [name, family] : means_) {
+      std::printf("| %-*s |", nameWidth, name.c_str());
+      for (const char* column : ratios) cell(family[column].get());
+      std::printf("\n");
+    }
+  }
+
+  bool failed = false;
+
+private:
+  class GeometricMean {
+  public:
+    void add(double x)
+    {
+      if (x > 0) sum_ += std::log(x), ++count_;
+    }
+    double get() const { return count_ ? std::exp(sum_ / count_) : 0; }
+
+  private:
+    double sum_ = 0;
+    int count_ = 0;
+  };
+  using Means = std::map<std::string, GeometricMean>;
+
+  static void head(const char* first, std::vector<const char*> columns)
+  {
+    columns.insert(columns.end(), std::begin(ratios), std::end(ratios));
+    std::printf("| %-*s |", nameWidth, first);
+    for (const char* column : columns) std::printf(" %8s |", column);
+    std::printf("\n|:%s|", std::string(nameWidth + 1, '-').c_str());
+    for (std::size_t i = 0; i < columns.size(); ++i) std::printf("---------:|");
+    std::printf("\n");
+  }
+
+  static void cell(double x) // empty where there is no ratio
+  {
+    if (x > 0) std::printf(" %8.*f |", x < 100 ? 2 : 0, x);
+    else std::printf(" %8s |", "");
+  }
+
+  static constexpr int nameWidth = 40;
+  std::map<std::string, Means> means_;
+};
+
+} // namespace
+
+std::shared_ptr<void> noise(std::size_t bytes)
+{
+  static const std::vector<std::uint64_t> block = [] {
+    std::vector<std::uint64_t> words(1 << 17);
+    std::uint64_t x = 0x9e3779b97f4a7c15;
+    for (auto& word : words) word = (x ^= x << 13, x ^= x >> 7, x ^= x << 17);
+    return words;
+  }();
+  static std::size_t start = 0; // so that images differ
+  constexpr std::size_t piece = 1 << 19;
+  const std::size_t size = (bytes + piece) / piece * piece;
+  std::shared_ptr<void> memory(std::aligned_alloc(4096, size), std::free);
+  if (!memory) std::abort();
+  for (std::size_t i = 0; i < size; i += piece, start = (start + 8) % (block.size() / 2))
+    std::memcpy(static_cast<char*>(memory.get()) + i, &block[start], piece);
+  return memory;
+}
+
+Group::Group(const char* name, void (*addCases)(Group&)) : name_(name) { addCases(*this); }
+
+void Group::at(const std::string& name, ZorImgSize size, Make make)
+{
+  cases().push_back({name_, name, size, std::move(make)});
+}
+
+} // namespace bench
+
+// zori_bench [--quick] [--threads] [filter]; the options of Google Benchmark work too.
+int main(int argc, char** argv)
+{
+  using namespace bench;
+  std::vector<std::string> arguments{argv[0]};
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--quick") options.seconds = 0.2, options.leastBatches = 2;
+    else if (argument == "--threads") options.threads = true;
+    else arguments.push_back(argument[0] == '-' ? argument : "--benchmark_filter=" + argument);
+  }
+  options.processors = omp_get_max_threads();
+  omp_set_num_threads(1);
+
+  std::vector<char*> pointers;
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  int count = static_cast<int>(pointers.size());
+  pointers.push_back(nullptr);
+  benchmark::Initialize(&count, pointers.data());
+  if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) return 2;
+  for (const Case& c : cases())
+    benchmark::RegisterBenchmark((c.group + "/" + c.name).c_str(), [&c](benchmark::State& s) { measure(s, c); })
+      ->Iterations(1)
+      ->UseManualTime();
+  Table table;
+  const bool ran = benchmark::RunSpecifiedBenchmarks(&table) > 0;
+  return ran && !table.failed ? 0 : 1;
+}

@@ -1,0 +1,32 @@
+// Arithmetic, pixel by pixel.
+#include "tour/tour.h"
+
+namespace tour {
+
+void arithStages(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  const ZorImgSize size = tour.size();
+  Picture out(size);
+  {
+    Image<Zor32f, 3> wide(size), distance(size);
+    tour.stage("Distance from mid-grey")
+      .time("Scale_8u32f_C3R",
+            [&] { return zoriScale_8u32f_C3R(in.data(), in.step(), wide.data(), wide.step(), size, -1, 1); })
+      .time("Abs_32f_C3R",
+            [&] { return zoriAbs_32f_C3R(wide.data(), wide.step(), distance.data(), distance.step(), size); })
+      .time("Scale_32f8u_C3R",
+            [&] { return zoriScale_32f8u_C3R(distance.data(), distance.step(), out.data(), out.step(), size, 0, 1); })
+      .show(out);
+  }
+  Image<Zor16s, 3> wide(size), folded(size);
+  tour.stage("Folded in 16 bits")
+    .time("Scale_8u16s_C3R",
+          [&] { return zoriScale_8u16s_C3R(in.data(), in.step(), wide.data(), wide.step(), size); })
+    .time("Abs_16s_C3R", [&] { return zoriAbs_16s_C3R(wide.data(), wide.step(), folded.data(), folded.step(), size); })
+    .time("Scale_16s8u_C3R",
+          [&] { return zoriScale_16s8u_C3R(folded.data(), folded.step(), out.data(), out.step(), size, ZorHintFast); })
+    .show(out);
+}
+
+} // namespace tour

@@ -1,0 +1,114 @@
+// Running, timing and showing of stages.
+#include "tour/tour.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+namespace tour {
+
+Picture displayed(const Picture& picture)
+{
+  Picture out(picture.size());
+  ZORI_CHECK(zoriCopy_8u_C3R(picture.data(), picture.step(), out.data(), out.step(), out.size()));
+  return out;
+}
+
+Picture displayed(const Grey& grey)
+{
+  Picture out(grey.size());
+  ZORI_CHECK(zoriDup_8u_C1C3R(grey.data(), grey.step(), out.data(), out.step(), out.size()));
+  return out;
+}
+
+Picture displayed(const Image<Zor8u, 4>& picture)
+{
+  Picture out(picture.size());
+  ZORI_CHECK(zoriCopy_8u_AC4C3R(picture.data(), picture.step(), out.data(), out.step(), out.size()));
+  return out;
+}
+
+namespace {
+
+std::string formatted(const char* format, double value)
+{
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+double megapixelsPerSecond(long long pixels, double ms) { return pixels / 1e3 / std::max(ms, 1e-6); }
+
+} // namespace
+
+Stage& Stage::time(std::string call, const std::function<ZorStatus()>& work)
+{
+  using Clock = std::chrono::steady_clock;
+  using Milliseconds = std::chrono::duration<double, std::milli>;
+  example::check(work(), ("zori" + call).c_str()); // warms caches and pages
+  double least = 1e30, total = 0;
+  for (int run = 0; run < 200 && total < 20; ++run) {
+    const auto start = Clock::now();
+    work();
+    const double ms = Milliseconds(Clock::now() - start).count();
+    least = std::min(least, ms);
+    total += ms;
+  }
+  calls_.push_back({std::move(call), least});
+  return *this;
+}
+
+Stage& Stage::note(std::string text)
+{
+  note_ = std::move(text);
+  return *this;
+}
+
+double Stage::ms() const
+{
+  double sum = 0;
+  for (const Call& call : calls_) sum += call.ms;
+  return sum;
+}
+
+Tour::Tour(Picture picture) : picture_(std::move(picture)), grey_(picture_.size())
+{
+  ZORI_CHECK(zoriCopy_8u_C3C1R(picture_.data() + 1, picture_.step(), grey_.data(), grey_.step(), size()));
+}
+
+Stage& Tour::stage(std::string title)
+{
+  return stages_.emplace_back(std::move(title), static_cast<long long>(size().width) * size().height);
+}
+
+void Tour::printTable() const
+{
+  std::printf("%-28s %-24s %10s %12s\n", "stage", "call", "ms", "Mpixel/s");
+  for (const Stage& stage : stages_) {
+    const char* title = stage.title_.c_str();
+    for (const Stage::Call& call : stage.calls_) {
+      std::printf("%-28s %-24s %10.3f %12.0f\n", title, call.name.c_str(), call.ms,
+                  megapixelsPerSecond(stage.pixels_, call.ms));
+      title = "";
+    }
+  }
+}
+
+Picture Tour::sheet(const std::string& subtitle) const
+{
+  example::ContactSheet sheet("zori", subtitle, size());
+  for (const Stage& stage : stages_) {
+    if (!stage.shown_) continue;
+    std::string calls;
+    for (const Stage::Call& call : stage.calls_) calls += (calls.empty() ? "" : ", ") + call.name;
+    std::string result;
+    if (!stage.calls_.empty())
+      result = formatted("%.3f ms", stage.ms()) +
+               formatted(", %.0f Mpixel/s", megapixelsPerSecond(stage.pixels_, stage.ms()));
+    if (!stage.note_.empty()) result += (result.empty() ? "" : " - ") + stage.note_;
+    sheet.add(stage.shown_, stage.view_, {stage.title_, calls.empty() ? result : calls, calls.empty() ? "" : result});
+  }
+  return sheet.drawn();
+}
+
+} // namespace tour

@@ -1,0 +1,87 @@
+// The tour: stages that each run some calls of the library on the picture, time them, and show what came out.
+//
+//   tour.stage("Channels in reverse")
+//     .time("SwapChannels_8u_C3R", [&] { return zoriSwapChannels_8u_C3R(...); })
+//     .show(result);
+//
+// Each subject has a file of its own with one function, named below and called by examples/tour.cpp.
+#pragma once
+
+#include "support/contact_sheet.h"
+#include "support/image.h"
+
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tour {
+
+using example::Grey;
+using example::Image;
+using example::Picture;
+using example::View;
+
+// Anything as a picture that can be looked at. Floats and wide integers must be brought to 8u first.
+Picture displayed(const Picture& picture);
+Picture displayed(const Grey& grey);
+Picture displayed(const Image<Zor8u, 4>& picture);
+
+class Stage {
+public:
+  Stage(std::string title, long long pixels) : title_(std::move(title)), pixels_(pixels) {}
+
+  // Runs the call some times and keeps the least time. It must give the same result each time.
+  Stage& time(std::string call, const std::function<ZorStatus()>& work);
+  // A remark for the caption.
+  Stage& note(std::string text);
+  // Puts a picture on the contact sheet; a stage without one stands in the table alone.
+  template <class T, int N> Stage& show(const Image<T, N>& picture, View view = View::whole)
+  {
+    shown_ = displayed(picture);
+    view_ = view;
+    return *this;
+  }
+
+private:
+  friend class Tour;
+  struct Call {
+    std::string name;
+    double ms;
+  };
+  double ms() const;
+  std::string title_, note_;
+  long long pixels_;
+  std::vector<Call> calls_;
+  Picture shown_;
+  View view_ = View::whole;
+};
+
+class Tour {
+public:
+  explicit Tour(Picture picture);
+
+  const Picture& picture() const { return picture_; }
+  // Its green channel, the one nearest to brightness.
+  const Grey& grey() const { return grey_; }
+  ZorImgSize size() const { return picture_.size(); }
+
+  Stage& stage(std::string title);
+
+  void printTable() const;
+  Picture sheet(const std::string& subtitle) const;
+
+private:
+  Picture picture_;
+  Grey grey_;
+  std::deque<Stage> stages_;
+};
+
+// The subjects.
+void dataStages(Tour& tour);
+void arithStages(Tour& tour);
+
+// What the tour looks at when it gets no picture.
+Picture drawnScene();
+
+} // namespace tour

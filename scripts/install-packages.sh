@@ -1,0 +1,92 @@
+#!/bin/bash
+# scripts/install-packages.sh [build|test|examples|bench]...
+#
+# Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
+# through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
+# neither network nor privileges are touched.
+#
+#   build     compiler, OpenMP, CMake, Ninja
+#   test      64-bit and 32-bit tests (includes build)
+#   examples  the example programs, which read and write PNG (includes build)
+#   bench     benchmarks (includes build)
+set -euo pipefail
+export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+export LC_ALL=C DEBIAN_FRONTEND=noninteractive
+
+have() { command -v "$1" >/dev/null; }
+
+# compiles FLAGS...: whether a C++ program that needs these flags and headers compiles and links.
+compiles() {
+  local folder status=0
+  have g++ || return 1
+  folder=$(mktemp -d)
+  printf '#include <cstddef>\n#include <cstdio>\nint main() { return 0; }\n' >"$folder/probe.cpp"
+  g++ "$folder/probe.cpp" "$@" -o "$folder/probe" >/dev/null 2>&1 || status=1
+  rm -rf "$folder"
+  return $status
+}
+
+missing=()
+need() { # need PACKAGE PROBE...: the package is wanted when the probe fails
+  local package=$1
+  shift
+  "$@" || missing+=("$package")
+}
+
+need_build() {
+  need cmake have cmake
+  need ninja-build have ninja
+  need g++ compiles -fopenmp
+}
+need_test() {
+  need_build
+  need g++-multilib compiles -m32 -fopenmp
+  need python3 have python3
+  need pkg-config have pkg-config
+  need binutils have readelf
+  need googletest test -e /usr/src/googletest/CMakeLists.txt
+  need_examples
+}
+need_examples() {
+  need_build
+  need libpng-dev compiles -include png.h -lpng
+}
+need_bench() {
+  need_build
+  need python3 have python3
+  need libbenchmark-dev compiles -include benchmark/benchmark.h -lbenchmark -lpthread
+}
+
+for work in "${@:-build}"; do
+  case $work in
+    build | test | examples | bench) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench" >&2; exit 2 ;;
+  esac
+done
+[[ ${#missing[@]} -gt 0 ]] || exit 0
+
+mapfile -t missing < <(printf '%s\n' "${missing[@]}" | sort -u)
+if ! have apt-get; then
+  echo "install-packages.sh: please install what Debian calls ${missing[*]}" >&2
+  exit 1
+fi
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+  if ! have sudo; then
+    echo "install-packages.sh: ${missing[*]} must be installed; run this as root or install sudo" >&2
+    exit 1
+  fi
+  as_root=(sudo env DEBIAN_FRONTEND=noninteractive)
+fi
+
+echo "Installing ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+apt() { "${as_root[@]}" apt-get -qq -o Acquire::Retries=3 -o DPkg::Lock::Timeout=120 "$@" >"$log" 2>&1 </dev/null; }
+install() { apt install -y --no-install-recommends "${missing[@]}"; }
+# package lists may be absent, or older than the archive
+if ! { apt update && install; } && ! install; then
+  cat "$log" >&2
+  echo "install-packages.sh: could not install ${missing[*]}" >&2
+  exit 1
+fi

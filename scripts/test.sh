@@ -1,0 +1,42 @@
+#!/bin/bash
+# scripts/test.sh: installs what is missing, builds and tests the library at both widths.
+#
+# The last line counts the tests of both, `N passed, N failed`; a width that does not build counts as one failure.
+set -uo pipefail
+export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+exec </dev/null
+
+passed=0 failed=0
+finish() {
+  echo "$passed passed, $failed failed"
+  [[ $failed -eq 0 && $passed -gt 0 ]]
+  exit
+}
+
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+
+if ! bash scripts/install-packages.sh test; then
+  failed=1
+  finish
+fi
+for preset in default q7; do
+  echo "== preset $preset: build"
+  if ! { cmake --preset "$preset" -DZORI_BUILD_TESTS=ON && cmake --build --preset "$preset"; }; then
+    echo "== preset $preset does not build"
+    failed=$((failed + 1))
+    continue
+  fi
+  echo "== preset $preset: tests"
+  ctest --test-dir "build/$preset" -j2 --output-on-failure --no-tests=error 2>&1 | tee "$log"
+  result=${PIPESTATUS[0]}
+  # "98% tests passed, 2 tests failed out of 100"
+  read -r bad all < <(sed -nE 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1 \2/p' "$log" | tail -n 1)
+  if [[ -z ${all:-} || ($result -ne 0 && $bad -eq 0) ]]; then
+    bad=$((${bad:-0} + 1)) all=$((${all:-0} + 1))
+  fi
+  failed=$((failed + bad)) passed=$((passed + all - bad))
+  unset bad all
+done
+finish

@@ -1,0 +1,190 @@
+#include "guarded.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <sys/mman.h>
+
+namespace zoritest {
+
+static constexpr std::size_t pageBytes = 4096;
+
+static std::mutex poolMutex;
+static std::multimap<std::size_t, unsigned char*> pool; // free blocks by size, guarded already
+
+Arena::Arena(std::size_t bytes) : size_((bytes + pageBytes - 1) / pageBytes * pageBytes)
+{
+  const std::lock_guard<std::mutex> lock(poolMutex);
+  const auto found = pool.find(size_);
+  if (found != pool.end()) {
+    begin_ = found->second;
+    pool.erase(found);
+    return;
+  }
+  void* map = mmap(nullptr, size_ + 2 * pageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (map == MAP_FAILED || mprotect(static_cast<char*>(map) + pageBytes, size_, PROT_READ | PROT_WRITE) != 0) {
+    std::perror("no memory for a test image");
+    std::abort();
+  }
+  begin_ = static_cast<unsigned char*>(map) + pageBytes;
+}
+
+Arena::~Arena()
+{
+  const std::lock_guard<std::mutex> lock(poolMutex);
+  pool.emplace(size_, begin_);
+}
+
+int elementBytes(Element element)
+{
+  switch (element) {
+  case Element::Pointer: return sizeof(void*);
+  case Element::T16u: case Element::T16s: return 2;
+  case Element::T32u: case Element::T32s: case Element::T32f: return 4;
+  case Element::T64s: case Element::T64f: return 8;
+  default: return 1;
+  }
+}
+
+void putNumber(unsigned char* p, Element element, double number)
+{
+  if (element == Element::T32f) {
+    const float f = static_cast<float>(number);
+    std::memcpy(p, &f, sizeof f);
+  } else if (element == Element::T64f) {
+    std::memcpy(p, &number, sizeof number);
+  } else { // little-endian: the low bytes come first
+    const std::int64_t i = static_cast<std::int64_t>(number);
+    std::memcpy(p, &i, static_cast<std::size_t>(elementBytes(element)));
+  }
+}
+
+static void fillBytes(unsigned char* p, std::size_t n, Random& random)
+{
+  for (std::size_t i = 0; i < n; i += 4) {
+    const std::uint32_t word = random.next();
+    std::memcpy(p + i, &word, std::min<std::size_t>(n - i, 4));
+  }
+}
+
+static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memory, Fill kind, Random& random)
+{
+  const bool floating = memory.element == Element::T32f || memory.element == Element::T64f;
+  if (memory.mask) {
+    for (std::size_t i = 0; i < bytes; ++i) p[i] = random.below(2) ? static_cast<unsigned char>(random.next()) : 0;
+  } else if (memory.element == Element::Pointer) {
+    std::memset(p, 0, bytes);
+  } else if (floating && kind == Fill::Ordinary) {
+    const auto size = static_cast<std::size_t>(elementBytes(memory.element));
+    for (std::size_t i = 0; i + size <= bytes; i += size)
+      putNumber(p + i, memory.element, (random.below(1 << 20) - (1 << 19)) / 1024.0); // -512 .. 512, all exact
+  } else {
+    fillBytes(p, bytes, random);
+  }
+}
+
+GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
+{
+  const Memory& m = memory_;
+  const Extent& e = m.extent;
+  const int width = std::max(shape.width + e.left + e.right, 1);
+  rows_ = std::max(shape.height + e.top + e.bottom, 1);
+  pixelBytes_ = elementBytes(m.element) * m.count * m.channels;
+
+  if (m.element == Element::T1u) {
+    writable_.resize(static_cast<std::size_t>((shape.bitOffset + width + 7) / 8));
+    for (int bit = shape.bitOffset; bit < shape.bitOffset + width; ++bit)
+      writable_[static_cast<std::size_t>(bit / 8)] |= static_cast<unsigned char>(0x80 >> bit % 8);
+  } else {
+    // how many bytes of each pixel may be written; memory ends behind the last of them where only one channel is used
+    const int used = m.kept == Kept::Alpha   ? pixelBytes_ / 4 * 3
+                     : m.kept == Kept::Other ? pixelBytes_ / m.channels
+                                             : pixelBytes_;
+    const int bytes = m.kept == Kept::Other ? (width - 1) * pixelBytes_ + used : width * pixelBytes_;
+    writable_.resize(static_cast<std::size_t>(bytes));
+    for (int i = 0; i < bytes; ++i) writable_[static_cast<std::size_t>(i)] = i % pixelBytes_ < used ? 0xff : 0;
+  }
+
+  const int rowBytes = m.element == Element::T1u ? static_cast<int>(writable_.size()) : width * pixelBytes_;
+  step_ = rowBytes + shape.stepPadding;
+  const std::size_t span = static_cast<std::size_t>(rows_ - 1) * static_cast<std::size_t>(step_) + writable_.size();
+  for (int plane = 0; plane < std::max(m.planes, 1); ++plane) {
+    const std::size_t room = shape.placement == Placement::Middle ? 256 : 0;
+    arenas_.push_back(std::make_unique<Arena>(span + room));
+    Arena& arena = *arenas_.back();
+    unsigned char* first = shape.placement == Placement::End     ? arena.end() - span
+                           : shape.placement == Placement::Begin ? arena.begin()
+                                                                 : arena.begin() + room / 2 + shape.offset;
+    first_.push_back(first);
+    planes_.push_back(first + static_cast<std::ptrdiff_t>(e.top) * step_ + e.left * pixelBytes_);
+  }
+}
+
+void* GuardedImage::pointer() { return memory_.planes ? static_cast<void*>(planes_.data()) : planes_[0]; }
+
+template <class Visit> void GuardedImage::forEachRow(Visit visit) const
+{
+  for (std::size_t plane = 0; plane < first_.size(); ++plane)
+    for (int y = 0; y < rows_; ++y) visit(row(plane, y));
+}
+
+void GuardedImage::fill(std::uint64_t seed, Fill kind)
+{
+  Random around(seed + 99);
+  for (const auto& arena : arenas_) fillBytes(arena->begin(), static_cast<std::size_t>(arena->end() - arena->begin()), around);
+  Random random(seed);
+  forEachRow([&](unsigned char* p) { fillElements(p, writable_.size(), memory_, kind, random); });
+}
+
+void GuardedImage::fill(Span<double> numbers)
+{
+  const auto size = static_cast<std::size_t>(elementBytes(memory_.element));
+  int next = 0;
+  forEachRow([&](unsigned char* p) {
+    for (std::size_t i = 0; i + size <= writable_.size(); i += size)
+      putNumber(p + i, memory_.element, numbers[next++ % numbers.size]);
+  });
+}
+
+std::vector<unsigned char> GuardedImage::pixels() const
+{
+  std::vector<unsigned char> bytes;
+  forEachRow([&](const unsigned char* p) {
+    for (std::size_t i = 0; i < writable_.size(); ++i)
+      if (writable_[i]) bytes.push_back(p[i] & writable_[i]);
+  });
+  return bytes;
+}
+
+GuardedImage::Snapshot GuardedImage::snapshot() const
+{
+  Snapshot all;
+  for (const auto& arena : arenas_) all.emplace_back(arena->begin(), arena->end());
+  return all;
+}
+
+std::string GuardedImage::changes(const Snapshot& before, bool outsideOnly) const
+{
+  for (std::size_t plane = 0; plane < arenas_.size(); ++plane) {
+    const unsigned char* now = arenas_[plane]->begin();
+    const std::size_t size = before[plane].size();
+    if (std::memcmp(now, before[plane].data(), size) == 0) continue;
+    std::vector<unsigned char> allowed(size, 0);
+    for (int y = 0; outsideOnly && y < rows_; ++y)
+      std::copy(writable_.begin(), writable_.end(), allowed.begin() + (row(plane, y) - now));
+    for (std::size_t i = 0; i < size; ++i) {
+      if (((now[i] ^ before[plane][i]) & ~allowed[i]) == 0) continue;
+      const std::ptrdiff_t at = now + i - first_[plane];
+      const std::ptrdiff_t y = at < 0 ? -1 : std::min<std::ptrdiff_t>(at / step_, rows_ - 1);
+      return "byte " + std::to_string(y < 0 ? at : at - y * step_) + " of row " + std::to_string(y < 0 ? 0 : y) +
+             (first_.size() > 1 ? " of plane " + std::to_string(plane) : "") + " (a row has " +
+             std::to_string(writable_.size()) + " bytes) changed from " + std::to_string(before[plane][i]) + " to " +
+             std::to_string(now[i]);
+    }
+  }
+  return "";
+}
+
+} // namespace zoritest

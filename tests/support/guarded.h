@@ -1,0 +1,94 @@
+// Images and arrays in memory that ends, or starts, at a page without access.
+#pragma once
+
+#include "function_table.h"
+
+#include <cstddef>
+#include <memory>
+
+namespace zoritest {
+
+// Whole pages between two pages without access. Blocks are kept for the next user of the same size.
+class Arena {
+public:
+  explicit Arena(std::size_t bytes);
+  ~Arena();
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
+  unsigned char* begin() const { return begin_; }
+  unsigned char* end() const { return begin_ + size_; }
+
+private:
+  unsigned char* begin_;
+  std::size_t size_;
+};
+
+// A fast sequence of numbers that depends on the seed alone.
+class Random {
+public:
+  explicit Random(std::uint64_t seed) : state_((seed + 1) * 0x9E3779B97F4A7C15u) { next(); }
+  std::uint32_t next()
+  {
+    state_ ^= state_ << 13, state_ ^= state_ >> 7, state_ ^= state_ << 17;
+    return static_cast<std::uint32_t>(state_ >> 32);
+  }
+  int below(int n) { return static_cast<int>(next() % static_cast<std::uint32_t>(n)); }
+
+private:
+  std::uint64_t state_;
+};
+
+int elementBytes(Element element);
+
+// Stores a number as an element.
+void putNumber(unsigned char* p, Element element, double number);
+
+// Where the data lies in its pages: up to the last byte, from the first byte on, or with room on both sides.
+enum class Placement { End, Begin, Middle };
+
+// What random elements are drawn from: all values (floating ones finite and of moderate size), or all bit patterns.
+enum class Fill { Ordinary, AnyBits };
+
+class GuardedImage {
+public:
+  struct Shape {
+    Memory memory;
+    int width = 1, height = 1; // in pixels, without the margins
+    int stepPadding = 0;       // bytes behind each row
+    int bitOffset = 0;         // of packed bits
+    Placement placement = Placement::End;
+    int offset = 0; // bytes by which the data is moved off its place in the middle
+  };
+
+  explicit GuardedImage(const Shape& shape);
+
+  void* pointer(); // what the function wants: the first pixel of the region, or the array of planes
+  void** planes() { return planes_.data(); }
+  int step() const { return step_; }
+
+  // Fills every pixel with values that depend on the seed alone, and all bytes around them.
+  void fill(std::uint64_t seed, Fill kind);
+  // Fills the samples with the given numbers in turn.
+  void fill(Span<double> numbers);
+
+  // The bytes of all pixels that a function may write, row by row.
+  std::vector<unsigned char> pixels() const;
+
+  // All bytes; what changed in them since, told in words, or "". Outside: only bytes that no function may write.
+  using Snapshot = std::vector<std::vector<unsigned char>>;
+  Snapshot snapshot() const;
+  std::string changes(const Snapshot& before, bool outsideOnly) const;
+
+private:
+  template <class Visit> void forEachRow(Visit visit) const;
+  unsigned char* row(std::size_t plane, int y) const { return first_[plane] + static_cast<std::ptrdiff_t>(y) * step_; }
+
+  Memory memory_;
+  int rows_, pixelBytes_, step_;
+  std::vector<unsigned char> writable_; // for each byte of a row: the bits that a function may write
+  std::vector<std::unique_ptr<Arena>> arenas_;
+  std::vector<unsigned char*> first_; // of each plane, with the margins
+  std::vector<void*> planes_;         // of each plane, without them
+};
+
+} // namespace zoritest

@@ -1,0 +1,35 @@
+// Every allocation of every function fails once: the status says so, nothing is written, nothing leaks.
+#include "sweep.h"
+
+using namespace zoritest;
+
+// The n-th allocation from now on fails; 0 switches that off. Returns the allocations since the last call.
+extern "C" int zoriTestFailAllocationAt(int n);
+extern "C" int zoriTestLiveBlocks();
+
+ZORI_SWEEP_SUITE(AllocationSweep);
+
+TEST_P(AllocationSweep, FailureIsReportedAndLeavesNoTrace)
+{
+  eachFunction([](const Function& function) -> std::string {
+    Plan plan;
+    plan.region = {67, 21};
+    for (int n = 1; n < 1000; ++n) {
+      Call call(function, plan);
+      const int blocks = zoriTestLiveBlocks();
+      zoriTestFailAllocationAt(n);
+      const Result result = call.run();
+      const bool failed = zoriTestFailAllocationAt(0) >= n;
+      const std::string where = call.describe() + " with allocation " + std::to_string(n) + " failing";
+      if (zoriTestLiveBlocks() != blocks)
+        return where + " leaves " + std::to_string(zoriTestLiveBlocks() - blocks) + " blocks behind";
+      if (!failed) return call.succeeded(result) ? "" : call.describe() + " gives " + std::to_string(result.status);
+      if (call.succeeded(result)) return where + " succeeds";
+      if (function.callable.returnsPointer) continue;
+      if (result.status != ZorErrAlloc && result.status != ZorErrNoMem) return where + " gives " + std::to_string(result.status);
+      const std::string change = call.changesAfterFailure();
+      if (!change.empty()) return where + " wrote: " + change;
+    }
+    return std::string(function.name) + " allocates without end";
+  });
+}
