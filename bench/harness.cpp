@@ -2,7 +2,8 @@
 //
 // Every case is measured against the others in one loop: the memcpy unit, the memory limit, the call, the naive loop,
 // a peer and the call on all threads take turns in short batches, so that whatever slows the machine for a while slows
-// them alike. Each takes the lower quartile of its batches; only ratios of these are results.
+// them alike. The result is the median of the rounds' ratios, in processor time of the thread: what others do to the
+// machine costs rounds, not truth.
 //
 // Large images come from memory: the calls go round many sets of images, more than a cache holds, and so do the unit
 // and the limit. Beside that, call and limit are measured on one set again and again, as small images always are.
@@ -13,13 +14,13 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <time.h>
 #include <vector>
 
 namespace bench {
@@ -39,14 +40,16 @@ std::vector<Case>& cases()
 
 struct Options {
   double seconds = 1.0; // for a case
-  std::size_t leastBatches = 5;
+  std::size_t leastRounds = 5;
   bool threads = false;
   int processors = 1;
 } options;
 
-double now()
+double seconds(clockid_t clock)
 {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  timespec t;
+  clock_gettime(clock, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
 // ---- What calls are held against ----
@@ -57,24 +60,23 @@ using Ring = std::vector<std::function<void()>>;
 // Sets of images that do not fit a cache together.
 std::size_t ringLength(double bytesOfASet) { return static_cast<std::size_t>(std::ceil(64e6 / bytesOfASet)); }
 
-// Source and destination of the unit and the limit, at least this long.
-char* pool(int which, std::size_t bytes)
+// Source and destination of the unit and the limit, at least this long, the same ones for as long as they do.
+std::shared_ptr<char> pool(int which, std::size_t bytes)
 {
-  static std::shared_ptr<void> memory[2];
+  static std::shared_ptr<char> memory[2];
   static std::size_t sizes[2];
-  if (sizes[which] < bytes) memory[which] = noise(sizes[which] = bytes);
-  return static_cast<char*>(memory[which].get());
+  if (sizes[which] < bytes) memory[which] = std::static_pointer_cast<char>(noise(sizes[which] = bytes));
+  return memory[which];
 }
 
 Ring memcpyUnit()
 {
   constexpr std::size_t bytes = 1920 * 1080;
-  Ring ring(ringLength(2 * bytes));
-  char *src = pool(0, bytes * ring.size()), *dst = pool(1, bytes * ring.size());
-  for (auto& copy : ring) {
-    copy = [=] { std::memcpy(dst, src, bytes); };
-    src += bytes, dst += bytes;
-  }
+  Ring ring;
+  const std::size_t sets = ringLength(2 * bytes);
+  const auto src = pool(0, bytes * sets), dst = pool(1, bytes * sets);
+  for (std::size_t i = 0; i < sets; ++i)
+    ring.push_back([=] { std::memcpy(dst.get() + i * bytes, src.get() + i * bytes, bytes); });
   return ring;
 }
 
@@ -121,72 +123,78 @@ void plainPass(const char* src, std::size_t read, char* dst, std::size_t written
 Ring memoryLimit(double bytesRead, double bytesWritten, std::size_t sets)
 {
   const double larger = std::max(bytesRead, bytesWritten);
-  const int parts = bytesRead == bytesWritten ? 1 : std::max(1, static_cast<int>(larger / 4096));
-  const auto part = [=](double bytes) { return static_cast<std::size_t>(std::lround(bytes / parts / 64)) * 64; };
-  const std::size_t read = part(bytesRead), written = part(bytesWritten);
-  Ring ring(sets);
-  char *src = pool(0, read * parts * sets), *dst = pool(1, written * parts * sets);
-  for (auto& pass : ring) {
-    pass = [=] {
-      for (int i = 0; i < parts; ++i) plainPass(src + i * read, read, dst + i * written, written);
-    };
-    src += read * parts, dst += written * parts;
-  }
+  const std::size_t parts = bytesRead == bytesWritten ? 1 : std::max<std::size_t>(1, larger / 4096);
+  const auto share = [=](double bytes) { return static_cast<std::size_t>(std::lround(bytes / parts / 64)) * 64; };
+  const std::size_t read = share(bytesRead), written = share(bytesWritten);
+  const auto src = pool(0, read * parts * sets), dst = pool(1, written * parts * sets);
+  Ring ring;
+  for (std::size_t part = 0; part < sets * parts; part += parts)
+    ring.push_back([=] {
+      for (std::size_t i = part; i < part + parts; ++i)
+        plainPass(src.get() + i * read, read, dst.get() + i * written, written);
+    });
   return ring;
 }
 
 // ---- Taking turns ----
 
+double median(std::vector<double> x)
+{
+  std::nth_element(x.begin(), x.begin() + x.size() / 2, x.end());
+  return x[x.size() / 2];
+}
+
 class Contender {
 public:
-  explicit Contender(Ring ring) : ring_(std::move(ring)) {}
+  // A thread's time of its own does not grow while others have the processor; a team is timed by the clock on the wall.
+  explicit Contender(Ring ring, clockid_t clock = CLOCK_THREAD_CPUTIME_ID) : ring_(std::move(ring)), clock_(clock) {}
 
-  // A call that clears away what others left in the caches, then as many as fill a batch; a long call is a batch.
+  // A call that brings its images, then as many as fill a batch; a long call is a batch.
   void batch()
   {
     constexpr double batchSeconds = 300e-6, longCall = 3e-3;
-    const double begin = now();
-    go();
-    double once = now() - begin;
-    if (once < longCall) {
-      const int calls = std::max(1, static_cast<int>(batchSeconds / (times_.empty() ? once : times_.back())));
-      const double start = now();
-      for (int i = 0; i < calls; ++i) go();
-      once = (now() - start) / calls;
-    }
-    times_.push_back(once);
-    spent_ += now() - begin;
+    const double once = timeOf(1);
+    const int calls = static_cast<int>(batchSeconds / (times_.empty() ? once : times_.back()));
+    times_.push_back(once < longCall ? timeOf(std::max(1, calls)) : once);
   }
 
-  double spent() const { return spent_; }
-  std::size_t batches() const { return times_.size(); }
-  double time() const
+  double time() const { return median(times_); }
+  // How many times as long as the other it takes.
+  double over(const Contender& other) const
   {
-    std::vector<double> sorted = times_;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted[sorted.size() / 4];
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < std::min(times_.size(), other.times_.size()); ++i)
+      ratios.push_back(times_[i] / other.times_[i]);
+    return median(ratios);
   }
 
 private:
-  void go() { ring_[next_++ % ring_.size()](); }
+  double timeOf(int calls)
+  {
+    const double begin = seconds(clock_);
+    for (int i = 0; i < calls; ++i) ring_[next_++ % ring_.size()]();
+    return (seconds(clock_) - begin) / calls;
+  }
 
   Ring ring_;
+  clockid_t clock_;
   std::size_t next_ = 0;
-  double spent_ = 0;
   std::vector<double> times_;
 };
 
-// The next batch goes to whoever has spent least, so that slow contenders, too, are spread over the whole time.
+// Rounds until the time is up. Before each turn a copy clears away what the turn before left in the caches. A naive
+// loop that would take all of the time is out after its first round.
 void takeTurns(std::map<std::string, Contender>& contenders)
 {
-  const double end = now() + options.seconds;
-  const auto isDone = [](const auto& c) {
-    return c.second.batches() >= (c.first == "naive" ? 1 : options.leastBatches);
-  };
-  while (now() < end || !std::all_of(contenders.begin(), contenders.end(), isDone))
-    std::min_element(contenders.begin(), contenders.end(), [](const auto& a, const auto& b) {
-      return a.second.spent() < b.second.spent();
-    })->second.batch();
+  const Ring clear = memcpyUnit();
+  std::size_t turn = 0;
+  const double end = seconds(CLOCK_MONOTONIC) + options.seconds;
+  for (std::size_t round = 0; round < options.leastRounds || seconds(CLOCK_MONOTONIC) < end; ++round)
+    for (auto& [name, contender] : contenders)
+      if (round == 0 || name != "naive" || contender.time() < options.seconds / 10) {
+        clear[turn++ % clear.size()]();
+        contender.batch();
+      }
 }
 
 void measure(benchmark::State& state, const Case& c)
@@ -200,7 +208,7 @@ void measure(benchmark::State& state, const Case& c)
   for (auto _ : state) {
     if (runs[0].call() < 0) return state.SkipWithError("the call fails");
     std::map<std::string, Contender> contenders;
-    const auto add = [&](const char* name, Ring ring) { contenders.emplace(name, Contender(std::move(ring))); };
+    const auto add = [&](const char* name, auto... arguments) { contenders.emplace(name, Contender(arguments...)); };
     const auto ringOf = [&](auto go) {
       Ring ring;
       for (const Run& run : runs) ring.push_back([&run, go] { go(run); });
@@ -209,9 +217,11 @@ void measure(benchmark::State& state, const Case& c)
     const auto call = [](const Run& run) { run.call(); };
     add("unit", memcpyUnit());
     add("call", ringOf(call));
-    add("again", {ringOf(call)[0]});
     add("limit", memoryLimit(read, written, sets));
-    add("limit again", memoryLimit(read, written, 1));
+    if (isLarge) {
+      add("again", Ring{ringOf(call)[0]});
+      add("limit again", memoryLimit(read, written, 1));
+    }
     if (runs[0].naive) add("naive", ringOf([](const Run& run) { run.naive(); }));
     if (runs[0].peer) add("peer", ringOf([](const Run& run) { run.peer(); }));
     if (options.threads)
@@ -219,21 +229,22 @@ void measure(benchmark::State& state, const Case& c)
             omp_set_num_threads(options.processors);
             run.call();
             omp_set_num_threads(1);
-          }));
+          }), CLOCK_MONOTONIC);
     takeTurns(contenders);
 
-    const auto time = [&](const char* name) { return contenders.at(name).time(); };
+    const Contender& ours = contenders.at("call");
     const auto ratio = [&](const char* column, double value) { state.counters[column] = value; };
+    const auto over = [&](const char* name, const Contender& c) { return contenders.at(name).over(c); };
     const auto yardstick = yardsticks().find(c.group + "/" + c.name);
-    state.SetIterationTime(time("call"));
-    ratio("Mpixel/s", c.size.width / 1e6 * c.size.height / time("call"));
-    ratio("copies", time("call") / time("unit"));
-    if (yardstick != yardsticks().end()) ratio("vs peer", yardstick->second * time("unit") / time("call"));
-    if (isLarge) ratio("of limit", time("limit") / time("call"));
-    ratio("in cache", time("limit again") / time("again"));
-    if (runs[0].naive) ratio("vs naive", time("naive") / time("call"));
-    if (options.threads) ratio("threads", time("call") / time("team"));
-    if (runs[0].peer) ratio(runs[0].peerName.c_str(), time("peer") / time("call"));
+    state.SetIterationTime(ours.time());
+    ratio("Mpixel/s", c.size.width / 1e6 * c.size.height / ours.time());
+    ratio("copies", 1 / over("unit", ours));
+    if (yardstick != yardsticks().end()) ratio("vs peer", yardstick->second * over("unit", ours));
+    ratio(isLarge ? "of limit" : "in cache", over("limit", ours));
+    if (isLarge) ratio("in cache", over("limit again", contenders.at("again")));
+    if (runs[0].naive) ratio("vs naive", over("naive", ours));
+    if (options.threads) ratio("threads", 1 / over("team", ours));
+    if (runs[0].peer) ratio(runs[0].peerName.c_str(), over("peer", ours));
   }
   state.SetLabel(runs[0].peerName);
 }
@@ -241,9 +252,9 @@ void measure(benchmark::State& state, const Case& c)
 // ---- The table ----
 
 // Columns that have a geometric mean.
-constexpr const char* ratios[] = {"vs peer", "of limit", "in cache", "vs naive", "threads"};
+const std::vector<const char*> ratios = {"vs peer", "of limit", "in cache", "vs naive", "threads"};
 
-class Table : public benchmark::BenchmarkReporter {
+class Table final : public benchmark::BenchmarkReporter {
 public:
   bool ReportContext(const Context& context) override
   {
@@ -255,7 +266,10 @@ public:
     for (const auto& cache : context.cpu_info.caches)
       if (cache.type != "Instruction") std::printf(", L%d %d KB", cache.level, cache.size / 1024);
     std::printf(".\n\n");
-    head("case", {"Mpixel/s", "copies"});
+    std::vector<const char*> columns{"Mpixel/s", "copies"};
+    columns.insert(columns.end(), ratios.begin(), ratios.end());
+    columns.push_back("beside");
+    head("case", columns);
     return true;
   }
 
@@ -268,18 +282,20 @@ public:
         failed = true;
         continue;
       }
-      Means& family = means_[name.substr(0, name.find(' '))];
+      auto& family = means_[name.substr(0, name.find(' '))];
       const auto value = [&](const std::string& column) {
         const auto found = run.counters.find(column);
         return found == run.counters.end() ? 0.0 : double(found->second);
       };
       std::printf("| %-*s | %8.0f | %8.3g |", nameWidth, name.c_str(), value("Mpixel/s"), value("copies"));
       for (const char* column : ratios) {
-        cell(value(column));
-        family[column].add(value(column));
+        const double x = value(column);
+        cell(x);
+        if (x > 0) family[column].logs += std::log(x), ++family[column].count;
       }
-      if (!run.report_label.empty()) std::printf(" %.2f times %s |", value(run.report_label), run.report_label.c_str());
-      std::printf("\n");
+      const std::string& peer = run.report_label;
+      if (peer.empty()) std::printf(" |\n");
+      else std::printf(" %s %.2f |\n", peer.c_str(), value(peer));
       std::fflush(stdout);
     }
   }
@@ -287,10 +303,13 @@ public:
   void Finalize() override
   {
     std::printf("\nGeometric means:\n\n");
-    head("family", {});
+    head("family", ratios);
     for (auto& [name, family] : means_) {
       std::printf("| %-*s |", nameWidth, name.c_str());
-      for (const char* column : ratios) cell(family[column].get());
+      for (const char* column : ratios) {
+        const Mean& mean = family[column];
+        cell(mean.count ? std::exp(mean.logs / mean.count) : 0);
+      }
       std::printf("\n");
     }
   }
@@ -298,23 +317,13 @@ public:
   bool failed = false;
 
 private:
-  class GeometricMean {
-  public:
-    void add(double x)
-    {
-      if (x > 0) sum_ += std::log(x), ++count_;
-    }
-    double get() const { return count_ ? std::exp(sum_ / count_) : 0; }
-
-  private:
-    double sum_ = 0;
-    int count_ = 0;
+  struct Mean {
+    double logs = 0;
+    int count = 0;
   };
-  using Means = std::map<std::string, GeometricMean>;
 
   static void head(const char* first, std::vector<const char*> columns)
   {
-    columns.insert(columns.end(), std::begin(ratios), std::end(ratios));
     std::printf("| %-*s |", nameWidth, first);
     for (const char* column : columns) std::printf(" %8s |", column);
     std::printf("\n|:%s|", std::string(nameWidth + 1, '-').c_str());
@@ -329,7 +338,7 @@ private:
   }
 
   static constexpr int nameWidth = 40;
-  std::map<std::string, Means> means_;
+  std::map<std::string, std::map<std::string, Mean>> means_; // by family and column
 };
 
 } // namespace
@@ -368,7 +377,7 @@ int main(int argc, char** argv)
   std::vector<std::string> arguments{argv[0]};
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
-    if (argument == "--quick") options.seconds = 0.2, options.leastBatches = 2;
+    if (argument == "--quick") options.seconds = 0.2, options.leastRounds = 3;
     else if (argument == "--threads") options.threads = true;
     else arguments.push_back(argument[0] == '-' ? argument : "--benchmark_filter=" + argument);
   }

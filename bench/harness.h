@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 namespace bench {
 
@@ -30,9 +31,11 @@ template <class T> struct Image {
     : size(s), channels(channelCount), step((s.width * channelCount * static_cast<int>(sizeof(T)) + 31) / 32 * 32),
       memory(noise(static_cast<std::size_t>(step) * s.height)), data(static_cast<T*>(memory.get()))
   {
-    if constexpr (std::is_floating_point_v<T>)
-      for (std::size_t i = 0; i < static_cast<std::size_t>(step) / sizeof(T) * s.height; ++i)
-        data[i] = static_cast<T>(static_cast<unsigned char*>(memory.get())[i * sizeof(T)]) + T(0.375);
+    using Sample = std::conditional_t<std::is_same_v<T, Zor32fc>, Zor32f, T>;
+    char* const p = static_cast<char*>(memory.get());
+    if constexpr (std::is_floating_point_v<Sample>)
+      for (std::size_t i = 0; i < std::size_t(step) * s.height; i += sizeof(Sample))
+        *reinterpret_cast<Sample*>(p + i) = static_cast<unsigned char>(p[i]) + Sample(0.375);
   }
 
   operator T*() const { return data; }
@@ -71,7 +74,7 @@ template <class Op, class D, class... S> void naiveMap(Op op, const Image<D>& ds
 
 class Group {
 public:
-  Group(const char* name, void (*cases)(Group&));
+  Group(const char* name, void (*addCases)(Group&)); // names as the groups of yardsticks.tsv
 
   // One size; both sizes, the small one as "<name> 256".
   void at(const std::string& name, ZorImgSize size, Make make);

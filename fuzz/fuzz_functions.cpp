@@ -41,7 +41,8 @@ static bool tryOne(const Function& function, std::uint64_t seed)
   const std::string change = expected ? call.changesAfterFailure() : call.changesOutside();
   if (statusFits && change.empty()) return true;
   std::printf("%s: status %d, expected %s; %s\n", call.describe().c_str(), result.status,
-              expected ? std::to_string(expected).c_str() : "success", change.empty() ? "memory is right" : change.c_str());
+              expected ? std::to_string(expected).c_str() : "success",
+              change.empty() ? "memory is right" : change.c_str());
   return false;
 }
 

@@ -102,6 +102,14 @@ class Function:
     def parameter(self, name):
         return next((p for p in self.parameters if name in (p.name, p.item)), None)
 
+    def checkable(self):
+        """What the checks of each kind can look at."""
+        regions = [p.name for p in self.parameters if p.role in ("region", "size")]
+        return {"null": [p.name for p in self.parameters
+                         if (p.memory or p.role in ("buffer", "record")) and not p.optional],
+                "size": [f"{r}.{side}" for r in regions for side in ("width", "height")],
+                "step": [p.name for p in self.parameters if p.role == "step"]}
+
     def processed(self):
         layout = self.layouts["D"]
         return 1 if self.one_channel or not layout else LAYOUTS[layout][2]
@@ -149,10 +157,10 @@ class Function:
 
     def _add_image(self, role, name, override, extent):
         side = "S" if role.startswith("src") and role != "srcDst" else "D"
-        token, layout, *options = (override or "").split(",") + [""] * (2 - len((override or "").split(",")))
+        token, layout, *options = f"{override or ''},,".split(",")
         token = self.types.get(token, token) if token else "8u" if role == "mask" else self.types[side]
         layout = layout or ("C1" if role == "mask" else self.layouts[side] or "C1")
-        if token not in ELEMENTS or layout not in LAYOUTS or set(options) - {"nostep", "one"}:
+        if token not in ELEMENTS or layout not in LAYOUTS or set(options) - {"", "nostep", "one"}:
             raise ValueError(f"{self.name}: '{role}' has no known type and layout ({token}, {layout})")
         c_type, element, count = ELEMENTS[token]
         channels, planes, _ = LAYOUTS[layout]
@@ -327,16 +335,11 @@ def parse_checks(function, text, statuses):
     stages, named = [], {"null": set(), "size": set(), "step": set()}
     kinds = {"null": "ZorErrNullPtr", "size": "ZorErrSize", "width": "ZorErrSize", "height": "ZorErrSize",
              "step": "ZorErrStep"}
-    regions = [p.name for p in function.parameters if p.role in ("region", "size")]
-    everything = {
-        "null": [p.name for p in function.parameters
-                 if (p.memory or p.role in ("buffer", "record")) and not p.optional],
-        "size": [f"{r}.{side}" for r in regions for side in ("width", "height")],
-        "step": [p.name for p in function.parameters if p.role == "step"]}
+    everything = function.checkable()
     for word in text.split():
         kind, _, rest = word.partition(":")
         if kind in ("width", "height"):
-            names = [f"{regions[0]}.{kind}"]
+            names = [n for n in everything["size"] if n.endswith("." + kind)][:1]
             named["size"] |= set(names)
             stages.append(Stage(kind, "ZorErrSize", names))
         elif kind in kinds:

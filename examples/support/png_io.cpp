@@ -29,20 +29,14 @@ struct Png : png_image {
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) { throw std::runtime_error(path + ": " + why); }
 
-File open(const std::string& path, const char* mode)
-{
-  File file(std::fopen(path.c_str(), mode));
-  if (!file) fail(path, errno == ENOENT ? "no such file" : std::strerror(errno));
-  return file;
-}
-
 constexpr long long mostPixels = 100'000'000;
 
 } // namespace
 
 Picture readPng(const std::string& path)
 {
-  const File file = open(path, "rb");
+  const File file(std::fopen(path.c_str(), "rb"));
+  if (!file) fail(path, errno == ENOENT ? "no such file" : std::strerror(errno));
   unsigned char head[8];
   const std::size_t got = std::fread(head, 1, sizeof head, file.get());
   if (std::ferror(file.get())) fail(path, std::strerror(errno)); // a folder, for example
@@ -66,7 +60,8 @@ Picture readPng(const std::string& path)
 
 void writePng(const std::string& path, const Picture& picture)
 {
-  File file = open(path, "wb");
+  File file(std::fopen(path.c_str(), "wb"));
+  if (!file) fail(path, std::string("cannot be written: ") + std::strerror(errno));
   Png png;
   png.width = static_cast<png_uint_32>(picture.width());
   png.height = static_cast<png_uint_32>(picture.height());

@@ -144,12 +144,11 @@ void masks(Tour& tour)
   const int bitStep = (in.width() + 7) / 8;
   std::vector<Zor8u> bits(static_cast<std::size_t>(bitStep) * in.height());
   Grey dots(tour.size());
-  tour.stage("One bit a pixel")
+  tour.stage("One bit a pixel (detail)")
     .time("Convert_8u1u_C1R",
           [&] { return zoriConvert_8u1u_C1R(grey.data(), grey.step(), bits.data(), bitStep, 0, tour.size(), 128); })
     .time("Convert_1u8u_C1R",
           [&] { return zoriConvert_1u8u_C1R(bits.data(), bitStep, 0, dots.data(), dots.step(), tour.size()); })
-    .note("detail")
     .show(dots, View::detail);
 
   const Zor8u dark[3] = {28, 32, 84}, light[3] = {255, 214, 150};

@@ -48,6 +48,933 @@ ZorStatus zoriAbs_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 ZorStatus zoriAbs_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
+/*
+ * zoriDiv_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriDiv_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriDiv_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriDiv_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Quotient of two images.
+ *
+ * dst = saturate(round(src2 / src1 * 2^-scaleFactor)): the first image is the denominator. In place, srcDst =
+ * srcDst / src.
+ *
+ * A positive scaleFactor divides further by a power of two, a negative one multiplies, to keep digits of the
+ * fraction. Rounding is to nearest with ties to the even neighbour, whatever the caller's rounding mode.
+ * Quotients of 8u, 16u and 16s are formed in single precision, which is exact enough to round as the true
+ * quotient does except where a large result at a negative scaleFactor lies next to a tie. 32f: plain IEEE
+ * division in the caller's rounding mode. Complex quotients, src2 * conj(src1) / |src1|^2, are formed with
+ * more digits than the result has and rounded once.
+ *
+ * A zero denominator gives the warning ZorWarnDivByZero, with complete output. The result is: in 8u and 16u
+ * the greatest value for a numerator that is not zero, and 0 for 0 / 0; in 16s 32767 for a positive
+ * numerator, -32768 for a negative one, 0 for 0 / 0; in 16sc and 32sc zero in both parts; in 32f an infinity
+ * with the sign of the numerator, whatever the sign of the zero, and NaN for 0 / 0 and for NaN / 0; in 32fc
+ * NaN in both parts.
+ *
+ * At extreme scales the result is known beforehand: below -15 (8u), -30 (16s), -31 (16u) every quotient but 0
+ * saturates with its sign, the denominator counting as positive where it is zero; above 8 (8u), 15 (16s), 16
+ * (16u) every quotient is 0, except over a zero denominator, where the rule above holds. 16sc: below -32 each
+ * part saturates with its sign, above 32 it is 0. The warning is given in these cases too.
+ *
+ * AC4 leaves the fourth channel of the destination as it was and reads that of neither source, so it never
+ * warns of it.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriDiv_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriDivC_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriDivC_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriDivC_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriDivC_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Quotient of an image and a constant.
+ *
+ * dst = saturate(round(src / value * 2^-scaleFactor)). value is one number in C1, an array with one number a
+ * channel in the other layouts (three for C3 and AC4, four for C4).
+ *
+ * A positive scaleFactor divides further by a power of two, a negative one multiplies, to keep digits of the
+ * fraction. Rounding is to nearest with ties to the even neighbour, whatever the caller's rounding mode. 8u,
+ * 16s and the complex types round as zoriDiv does. 16u multiplies by 2^-scaleFactor / value, rounded to
+ * single precision first, so that a tie may round to either side. Below the scale of -15 (8u), -30 (16s), -31
+ * (16u) every quotient but 0 saturates with its sign; above 8 (8u), 15 (16s, 16sc), 16 (16u) every quotient
+ * is 0.
+ *
+ * 32f: src * (1 / value), with the reciprocal rounded to single precision first, which may differ from a true
+ * division in the last place. 32fc: as zoriDiv.
+ *
+ * A constant that is zero in any channel gives ZorErrDivByZero and nothing is written. A complex constant
+ * counts as zero when re * re + im * im is zero, in 32fc as computed in single precision. There is no
+ * warning. AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, region size, steps, value (ZorErrDivByZero).
+ */
+ZorStatus zoriDivC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriDiv_Round_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ *
+ * Quotient of two images with a choice of rounding.
+ *
+ * dst = saturate(round(src2 / src1 * 2^-scaleFactor)): the first image is the denominator. In place, srcDst =
+ * srcDst / src.
+ *
+ * rndMode 0 (ZorRoundTowardZero) cuts the fraction off, 1 (ZorRoundNearestEven) rounds to nearest with ties
+ * to the even neighbour, 2 (ZorRoundNearestAway) rounds ties away from zero: 5 / 2 gives 2, 2, 3. All three
+ * are symmetric about zero. Another value gives ZorErrRoundMode. The quotient is formed in single precision,
+ * as in zoriDiv, which is this function with mode 1.
+ *
+ * A zero denominator gives the warning ZorWarnDivByZero, with complete output: in 8u and 16u the greatest
+ * value for a numerator that is not zero, and 0 for 0 / 0; in 16s 32767 for a positive numerator, -32768 for
+ * a negative one, 0 for 0 / 0. AC4 leaves the fourth channel of the destination as it was and reads that of
+ * neither source.
+ *
+ * Checks: null pointers, region size, steps, rndMode (ZorErrRoundMode).
+ */
+ZorStatus zoriDiv_Round_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+
+/*
+ * zoriSqr_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriSqr_32f_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Square.
+ *
+ * dst = saturate(round(src * src * 2^-scaleFactor)). The square is exact, whatever the scale; rounding is to
+ * nearest with ties to the even neighbour, and the result is brought to the range of the type once, at the
+ * end. 32f: src * src without scale.
+ *
+ * The C1 and C3 forms advance by the step with its low bits cleared to the size of a sample (step & ~1 for
+ * 16u and 16s, step & ~3 for 32f), so that every row starts on a whole sample measured from the first row.
+ * The C4 and AC4 forms advance by the step as it is. AC4 leaves the fourth channel of the destination as it
+ * was.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriSqr_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriSqrt_{8u,16u,16s}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriSqrt_32f_{C1,C3,AC4}{R,IR}
+ * zoriSqrt_32f_C4IR
+ *
+ * Square root.
+ *
+ * dst = saturate(round(sqrt(src) * 2^-scaleFactor)), rounded to nearest with ties to the even neighbour,
+ * exactly at every scale: at scale 1, 9 gives 2, 25 gives 2, 49 gives 4. A negative scaleFactor keeps digits
+ * of the fraction. 32f: the correctly rounded root, without scale.
+ *
+ * A negative sample gives the warning ZorWarnSqrtNegArg with complete output: its root is 0 in 16s and NaN in
+ * 32f. The warning is given at every scale. The fourth channel of an AC4 source is not read and never warns.
+ *
+ * The C1 and C3 forms advance by the step with its low bits cleared to the size of a sample (step & ~1 for
+ * 16u and 16s, step & ~3 for 32f), so that every row starts on a whole sample measured from the first row.
+ * The C4 and AC4 forms advance by the step as it is. AC4 leaves the fourth channel of the destination as it
+ * was.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriSqrt_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriLn_{8u,16u,16s}_{C1,C3}{R,IR}Sfs
+ * zoriLn_32f_{C1,C3}{R,IR}
+ *
+ * Natural logarithm.
+ *
+ * dst = saturate(round(ln(src) * 2^-scaleFactor)). Logarithms of integers round to nearest with ties upward.
+ * A negative scaleFactor keeps digits of the fraction: -4 gives sixteenths. 32f: ln(src) without scale,
+ * within one unit in the last place.
+ *
+ * A zero gives the warning ZorWarnLnZeroArg and the result 0 in 8u and 16u, -32768 in 16s, minus infinity in
+ * 32f (-0.0 counts as zero). A negative sample gives the warning ZorWarnLnNegArg and the result -32768 in
+ * 16s, NaN in 32f. The output is complete, and the warning that is met first, in the order of the rows and
+ * from left to right, is returned.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriLn_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLn_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriExp_{8u,16u,16s}_{C1,C3}{R,IR}Sfs
+ * zoriExp_32f_{C1,C3}{R,IR}
+ *
+ * Exponential.
+ *
+ * dst = saturate(round(e^src * 2^-scaleFactor)). Exponentials of integers round to nearest with ties upward.
+ * A positive scaleFactor makes room for larger exponents: an 8u result saturates from 6 on at scale 0. 32f:
+ * e^src without scale, within one unit in the last place; what exceeds the range is infinite. There is no
+ * warning.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriExp_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriExp_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriExp_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriExp_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriMulScale_{8u,16u}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Product of two images as fractions of full scale.
+ *
+ * dst = src1 * src2 / full, where samples are fractions of full = 255 (8u) or 65535 (16u); in place, srcDst
+ * takes the place of src2 and dst. Computed as (t + (t >> 8) + 1) >> 8 with t = src1 * src2 in 8u, and with
+ * 16 in place of 8 in 16u, so that full times x is x: 255 and 7 give 7, 128 and 128 give 64.
+ *
+ * AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks of *_{C3,C4}*: region size, null pointers, steps.
+ * Checks of the others: null pointers, steps, region size.
+ */
+ZorStatus zoriMulScale_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriMulCScale_{8u,16u}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Product of an image and a constant as fractions of full scale.
+ *
+ * dst = src * value / full, where samples and constant are fractions of full = 255 (8u) or 65535 (16u). value
+ * is one number in C1, an array with one number a channel in the other layouts (three for C3 and AC4, four
+ * for C4). Computed as (t + (t >> 8) + 1) >> 8 with t = src * value in 8u, and with 16 in place of 8 in 16u,
+ * so that a constant of full changes nothing. AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriMulCScale_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriComplement_32s_C1IR
+ *
+ * Two's complement to sign and magnitude.
+ *
+ * Each sample becomes its absolute value with the sign as the top bit: -1 gives the bit pattern 0x80000001,
+ * positive samples and -2147483648 keep theirs.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriDotProdCol_32f_L2
+ *
+ * Weighted sum of rows.
+ *
+ * pDst[j] = sum over i of pWeights[i] * ppSrc[i][j], for j below length and i below count, summed in single
+ * precision in the order of the rows. ppSrc is an array of count pointers to rows of length samples.
+ *
+ * A length or a count below 1 gives ZorErrSize. A null row pointer gives ZorErrNullPtr when it is reached,
+ * with the rows before it already summed in pDst.
+ *
+ * Checks: null pointers, length (ZorErrSize), count (ZorErrSize).
+ */
+ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count, int length);
+
+/*
+ * zoriAnd_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise and of two images.
+ *
+ * dst = src1 & src2; in place, srcDst = src & srcDst. AC4 leaves the fourth channel of the destination as it
+ * was.
+ *
+ * Checks of *_{C3,C4}*: region size, null pointers, steps.
+ * Checks of the others: null pointers, steps, region size.
+ */
+ZorStatus zoriAnd_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriOr_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise or of two images.
+ *
+ * dst = src1 | src2; in place, srcDst = src | srcDst. AC4 leaves the fourth channel of the destination as it
+ * was.
+ *
+ * Checks of *_{C3,C4}*: region size, null pointers, steps.
+ * Checks of the others: null pointers, steps, region size.
+ */
+ZorStatus zoriOr_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriXor_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise exclusive or of two images.
+ *
+ * dst = src1 ^ src2; in place, srcDst = src ^ srcDst. AC4 leaves the fourth channel of the destination as it
+ * was.
+ *
+ * Checks of *_{C3,C4}*: region size, null pointers, steps.
+ * Checks of the others: null pointers, steps, region size.
+ */
+ZorStatus zoriXor_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriAndC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise and of an image and a constant.
+ *
+ * dst = src & value. value is one number in C1, an array with one number a channel in the other layouts
+ * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriAndC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriOrC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise or of an image and a constant.
+ *
+ * dst = src | value. value is one number in C1, an array with one number a channel in the other layouts
+ * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriOrC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriXorC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise exclusive or of an image and a constant.
+ *
+ * dst = src ^ value. value is one number in C1, an array with one number a channel in the other layouts
+ * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriXorC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriNot_8u_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Bitwise complement.
+ *
+ * dst = ~src, that is 255 - src: the negative of the image. AC4 leaves the fourth channel of the destination
+ * as it was.
+ *
+ * Checks of *_AC4*: null pointers, steps, region size.
+ * Checks of the others: region size, null pointers, steps.
+ */
+ZorStatus zoriNot_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriNot_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriLShiftC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Shift to the left by a constant.
+ *
+ * dst = src << value. Bits that leave the sample are lost: 3 shifted by 7 gives 128 in 8u. value is one count
+ * in C1, an array with one count a channel in the other layouts (three for C3 and AC4, four for C4). No count
+ * is rejected: at or above the width of the sample the result is 0. A count of 0 copies. AC4 leaves the
+ * fourth channel of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriLShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriRShiftC_{8u,8s,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Shift to the right by a constant.
+ *
+ * dst = src >> value. Unsigned types shift zeros in; signed types shift the sign in, which rounds toward
+ * minus infinity: -1 stays -1. value is one count in C1, an array with one count a channel in the other
+ * layouts (three for C3 and AC4, four for C4). No count is rejected: at or above the width of the sample
+ * unsigned types give 0, signed types 0 or -1 by the sign. A count of 0 copies. AC4 leaves the fourth channel
+ * of the destination as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ */
+ZorStatus zoriRShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C1R(const Zor8s* pSrc, int srcStep, Zor32u value, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C1IR(Zor32u value, Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C3R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C3IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C4R(const Zor8s* pSrc, int srcStep, const Zor32u value[4], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C4IR(const Zor32u value[4], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_AC4R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_AC4IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor32u value, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C1IR(Zor32u value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C3IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor32u value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C4IR(const Zor32u value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_AC4IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriAlphaComp_{8u,16u}_{AC1,AC4,AP4}R
+ *
+ * Composition of two images by their alpha.
+ *
+ * Composes src1 over, in, out of, atop, xor or plus src2 (the Porter-Duff operators). Samples are fractions
+ * of full = 255 (8u) or 65535 (16u), and M(a, b) is their product as zoriMulScale forms it: (t + (t >> 8) +
+ * 1) >> 8 with t = a * b in 8u, and with 16 in place of 8 in 16u.
+ *
+ * With the colours s1, s2 and the alphas a1, a2 of the two pixels, p1 = M(s1, a1) and p2 = M(s2, a2) for
+ * straight sources (alphaType 0 to 5), p1 = s1 and p2 = s2 for premultiplied ones (6 to 11), the result is:
+ *
+ *   0, 6    Over   p1 + M(full - a1, p2)
+ *   1, 7    In     M(p1, a2)
+ *   2, 8    Out    M(p1, full - a2)
+ *   3, 9    Atop   M(p1, a2) + M(p2, full - a1)
+ *   4, 10   Xor    M(p1, full - a2) + M(p2, full - a1)
+ *   5, 11   Plus   min(full, p1 + p2)
+ *
+ * A sum above full, which premultiplied samples greater than their alpha can give, saturates. Another
+ * alphaType gives ZorErrAlphaType.
+ *
+ * AC4 takes alpha from the fourth channel, AP4 from the fourth plane; both write it too, by the same operator
+ * with every alpha as its own premultiplied value: Over gives a1 + M(full - a1, a2). The result is
+ * premultiplied in all cases. AC1 composes two alpha images alone in that way, straight and premultiplied
+ * selectors alike. Every plane pointer is required.
+ *
+ * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ */
+ZorStatus zoriAlphaComp_8u_AC1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, const Zor8u* const pSrc2[4], int src2Step, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AC1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, const Zor16u* const pSrc2[4], int src2Step, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+
+/*
+ * zoriAlphaCompC_{8u,16u}_{C1,C3,C4,AC4,AP4}R
+ *
+ * Composition of two images by two constant alphas.
+ *
+ * Composes src1 and src2 by the operators of zoriAlphaComp, with alpha1 and alpha2 as the alphas of every
+ * pixel: with alphaType 0 (straight Over) and an alpha2 of full scale a cross-fade, p1 + M(full - alpha1,
+ * p2).
+ *
+ * C1, C3 and C4 compose every channel. AC4 composes three channels and leaves the fourth channel of the
+ * destination as it was; AP4 does the same with planes, all of whose pointers are required. An alphaType
+ * outside 0..11 gives ZorErrAlphaType.
+ *
+ * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ */
+ZorStatus zoriAlphaCompC_8u_C1R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_C3R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_C4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, Zor8u alpha1, const Zor8u* const pSrc2[4], int src2Step, Zor8u alpha2, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C1R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C3R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_AC4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zor16u alpha1, const Zor16u* const pSrc2[4], int src2Step, Zor16u alpha2, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+
+/*
+ * zoriAlphaPremul_{8u,16u}_{AC4,AP4}{R,IR}
+ *
+ * Premultiplication of the colours by alpha.
+ *
+ * Colours become M(c, a), with a the fourth channel (AC4) or the fourth plane (AP4) and M the product of
+ * fractions of full scale as zoriMulScale forms it; alpha itself is copied. Every plane pointer is required.
+ *
+ * Checks: null pointers, region size.
+ */
+ZorStatus zoriAlphaPremul_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_8u_AP4IR(Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriAlphaPremulC_{8u,16u}_{C1,C3,C4,AC4,AP4}{R,IR}
+ *
+ * Premultiplication of the colours by a constant alpha.
+ *
+ * Colours become M(c, alpha), with M the product of fractions of full scale as zoriMulScale forms it. AC4 and
+ * AP4 take three colours and write the constant to the fourth channel or plane of the destination. C1, C3 and
+ * C4 multiply every channel. Every plane pointer is required.
+ *
+ * Checks: null pointers, region size.
+ */
+ZorStatus zoriAlphaPremulC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C1IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C3IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AC4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u alpha, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AP4IR(Zor8u alpha, Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C1IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C3IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AC4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u alpha, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriCompColorKey_{8u,16u,16s}_{C1,C3,C4}R
+ *
+ * Replacement of a key colour by a second image.
+ *
+ * dst = src2 where the pixel of src1 equals colorKey in all its channels, src1 elsewhere. colorKey is one
+ * number in C1, an array with one number a channel in C3 and C4.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriCompColorKey_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u colorKey);
+ZorStatus zoriCompColorKey_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[3]);
+ZorStatus zoriCompColorKey_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4]);
+ZorStatus zoriCompColorKey_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u colorKey);
+ZorStatus zoriCompColorKey_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[3]);
+ZorStatus zoriCompColorKey_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[4]);
+ZorStatus zoriCompColorKey_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s colorKey);
+ZorStatus zoriCompColorKey_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[3]);
+ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[4]);
+
+/*
+ * zoriAlphaCompColorKey_8u_AC4R
+ *
+ * Composition by constant alphas with a key colour.
+ *
+ * Where all four channels of the pixel of src1 equal colorKey, the destination takes the three colours of
+ * src2 unchanged. Every other pixel is composed with alpha1 and alpha2 by the straight operators 0 to 5 of
+ * zoriAlphaComp; another alphaType gives ZorErrAlphaType. The fourth channel of the destination stays as it
+ * was.
+ *
+ * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ */
+ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4], ZorAlphaOp alphaType);
+
 ZORI_END_DECLS
 
 #endif

@@ -14,7 +14,7 @@ ZORI_BEGIN_DECLS
  * Copy of a region.
  *
  * dst = src, bit for bit. AC4 copies three channels: the fourth channel of the destination stays as it was,
- * and that of the source does not reach it. Steps are not tested; a source step of 0 repeats one row.
+ * and that of the source does not reach it. A source step of 0 repeats one row.
  *
  * Runs at the speed of memory. A region whose rows adjoin in both images is copied as one row, and large ones
  * are written past the cache.
@@ -49,7 +49,7 @@ ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  *
  * A pixel of the destination takes the pixel of the source where its mask byte is not zero, and keeps its
  * value where the byte is zero. The mask has one byte a pixel in every layout. AC4 moves three channels of a
- * selected pixel; the fourth channel of the destination stays as it was. Steps are not tested.
+ * selected pixel; the fourth channel of the destination stays as it was.
  *
  * Checks: null pointers, region size.
  */
@@ -81,7 +81,7 @@ ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  *
  * Both pointers address the chosen channel of their first pixel, so source and destination may name different
  * channels: pass pSrc + 2 and pDst + 0 to copy the third channel to the first. The other channels of the
- * destination stay as they were. Steps are not tested.
+ * destination stay as they were.
  *
  * Checks: null pointers, region size.
  */
@@ -103,7 +103,7 @@ ZorStatus zoriCopy_32f_C4CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  *
  * C3C1 and C4C1 take one channel out: pSrc addresses that channel in its first pixel. C1C3 and C1C4 put one
  * channel in: pDst addresses the channel to write, and the other channels of the destination stay as they
- * were. Steps are not tested.
+ * were.
  *
  * Checks: null pointers, region size.
  */
@@ -134,7 +134,7 @@ ZorStatus zoriCopy_32f_C1C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * Copy between three and four channels.
  *
  * C3AC4 writes the first three channels of a four-channel image and leaves its fourth as it was. AC4C3 copies
- * the first three channels of a four-channel image and drops its fourth. Steps are not tested.
+ * the first three channels of a four-channel image and drops its fourth.
  *
  * Checks: null pointers, region size.
  */
@@ -155,8 +155,7 @@ ZorStatus zoriCopy_32f_AC4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * Copy between interleaved channels and planes.
  *
  * C3P3 and C4P4 split an image into planes: channel k goes to plane k. P3C3 and P4C4 merge planes into an
- * image. The planes share one step and one region size, and each plane pointer is required. Steps are not
- * tested.
+ * image. The planes share one step and one region size, and each plane pointer is required.
  *
  * Checks: null pointers, region size.
  */
@@ -188,7 +187,7 @@ ZorStatus zoriCopy_32f_P4C4R(const Zor32f* const pSrc[4], int srcStep, Zor32f* p
  *
  * dst = src. Bit 0 of flags selects how rows are written: set (1), with non-temporal stores that go past the
  * cache, for data that is not read again soon; clear, with ordinary stores. The other bits are not read.
- * Every byte is read and written exactly once, in ascending order. Steps are not tested.
+ * Every byte is read and written exactly once, in ascending order.
  *
  * Checks: null pointers, region size.
  */
@@ -200,8 +199,8 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
  * Fill of a region with a value.
  *
  * Every pixel of the destination takes the value: one number in C1, an array with one number a channel in the
- * other layouts. AC4 takes three numbers and leaves the fourth channel of the destination as it was. The step
- * is not tested. Runs at the speed at which memory is written.
+ * other layouts. AC4 takes three numbers and leaves the fourth channel of the destination as it was. Runs at
+ * the speed at which memory is written.
  *
  * Checks: null pointers, region size.
  */
@@ -233,7 +232,6 @@ ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, Zor
  *
  * Every pixel whose mask byte is not zero takes the value; the others keep theirs. The mask has one byte a
  * pixel in every layout. AC4 takes three numbers and leaves the fourth channel of the destination as it was.
- * Steps are not tested.
  *
  * Checks: null pointers, region size.
  */
@@ -264,7 +262,7 @@ ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, Zo
  * Fill of one channel.
  *
  * Every pixel takes the value in one channel, the one that pDst addresses in the first pixel. The other
- * channels stay as they were. The step is not tested.
+ * channels stay as they were.
  *
  * Checks: null pointers, region size.
  */
@@ -284,7 +282,7 @@ ZorStatus zoriSet_32f_C4CR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize r
  *
  * Grey image to three equal channels.
  *
- * Each source sample is written to all three channels of its destination pixel. Steps are not tested.
+ * Each source sample is written to all three channels of its destination pixel.
  *
  * Checks: null pointers, region size.
  */
@@ -319,7 +317,7 @@ ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  *
  * Destination channel k takes source channel dstOrder[k] where that entry is 0, 1 or 2; an entry of 3 writes
  * value, and an entry above 3 leaves the channel as it was. {2, 1, 0, 3} with a value of 255 makes an opaque
- * BGRA image of an RGB one. A negative entry gives ZorErrChannelOrder. Steps are not tested.
+ * BGRA image of an RGB one. A negative entry gives ZorErrChannelOrder.
  *
  * Checks: null pointers, region size, dstOrder (ZorErrChannelOrder).
  */
@@ -335,7 +333,7 @@ ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Three of four channels in a new order.
  *
  * Destination channel k takes source channel dstOrder[k]. Entries lie in 0..3 and may repeat; another entry
- * gives ZorErrChannelOrder. Steps are not tested.
+ * gives ZorErrChannelOrder.
  *
  * Checks: null pointers, region size, dstOrder (ZorErrChannelOrder).
  */
@@ -488,17 +486,19 @@ ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset,
  * With e1, e2, e3 the errors of the current row, the row above it and the row above that, all zero outside
  * the region, and p the sample at column c:
  *
- * sum = 8 (e2[c] + e1[c-1]) + 4 (e3[c] + e2[c-1] + e2[c+1] + e1[c-2]) + 2 (e3[c-1] + e3[c+1] + e2[c-2] +
- * e2[c+2]) + e3[c-2] + e3[c+2], t = p * 8192 + 23 * sum, e1[c] = t >> 10.
+ *   sum = 8 (e2[c] + e1[c-1]) + 4 (e3[c] + e2[c-1] + e2[c+1] + e1[c-2])
+ *         + 2 (e3[c-1] + e3[c+1] + e2[c-2] + e2[c+2]) + (e3[c-2] + e3[c+2])
+ *   t = 8192 p + 23 sum
+ *   e1[c] = t >> 10, less 2047 where the bit is set
  *
- * The bit is set where t > threshold * 8192, and e1[c] is then lowered by 2047. A black image sets no bit; a
- * constant grey of 128 at a threshold of 128 sets about half of them.
+ * The bit is set where t > 8192 threshold. A black image sets no bit; a constant grey of 128 at a threshold
+ * of 128 sets about half of them.
  *
  * Bits are packed eight to a byte, the first pixel in the most significant bit. dstBitOffset is the distance
  * in bits of a row's first pixel from bit 7 of the byte at pDst; 8 and more start in later bytes. The bits
  * around the region in the first and the last byte of a row keep their values. A negative offset gives
- * ZorErrSize. Steps are not tested. The error rows are allocated in the call; ZorErrAlloc when there is no
- * memory for them, with nothing written.
+ * ZorErrSize. The error rows are allocated in the call; ZorErrAlloc when there is no memory for them, with
+ * nothing written.
  *
  * Checks: null pointers, region size, dstBitOffset (ZorErrSize).
  */
@@ -513,19 +513,23 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  * the darkest of the other, the brightest the brightest. AC4 scales three channels and leaves the fourth
  * channel of the destination as it was.
  *
- * From 8u to a wider integer the byte is repeated: 16u x * 257, 16s x * 257 - 32768, 32s x * 16843009 -
- * 2147483648.
+ * From 8u to a wider integer the byte is repeated:
+ *   16u   257 x
+ *   16s   257 x - 32768
+ *   32s   16843009 x - 2147483648
  *
  * From a wider integer to 8u, hint 2 (ZorHintAccurate) rounds the scaled value to nearest, ties to even, with
- * the factor in single precision: 16u x * (255 / 65535), 16s (x + 32768) * (255 / 65535), 32s (x +
- * 2147483648) * (255 / 4294967295). Any other hint takes a fast integer form, with arithmetic shifts, that
- * differs by at most one: 16u (x - (x >> 8)) >> 8, 16s ((x - (x >> 8)) >> 8) + 128, 32s ((x - (x >> 8)) >>
- * 24) + 128. Both map the ends of the range to the ends.
+ * the factor in single precision; any other hint takes a fast integer form, with arithmetic shifts, that
+ * differs by at most one. Both map the ends of the range to the ends:
+ *         accurate                                  fast
+ *   16u   x * (255 / 65535)                         (x - (x >> 8)) >> 8
+ *   16s   (x + 32768) * (255 / 65535)               ((x - (x >> 8)) >> 8) + 128
+ *   32s   (x + 2147483648) * (255 / 4294967295)     ((x - (x >> 8)) >> 24) + 128
  *
  * 8u32f: dst = src * ((vMax - vMin) / 255) + vMin, in single precision.
  *
- * 32f8u: samples are clamped to [vMin, vMax] (a NaN counts as vMax), then dst is the low byte of src * factor
- * + offset, rounded to nearest, ties to even, with factor = 255 / (vMax - vMin) and offset = -factor * vMin,
+ * 32f8u: samples are clamped to vMin..vMax (a NaN counts as vMax), then dst is the low byte of src * factor +
+ * offset, rounded to nearest, ties to even, with factor = 255 / (vMax - vMin) and offset = -factor * vMin,
  * every step in single precision. The SSE control register is the caller's own after success; after a failed
  * check its rounding field is left at round to nearest.
  *

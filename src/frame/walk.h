@@ -50,6 +50,24 @@ inline void mapRegion(Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const 
   });
 }
 
+// dst = op(src...), element by element between widths: op works on groups. Not in place.
+template <Layout L, class Walk, class Op, class D, class... S>
+inline void mapRegionOfGroups(Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)
+{
+  std::ptrdiff_t length = static_cast<std::ptrdiff_t>(roi.width) * channels<L>;
+  const auto adjoin = [&](int elementBytes, int step) {
+    return isContiguous(static_cast<long long>(length) * elementBytes, roi.height, step);
+  };
+  if (std::is_same_v<Walk, Serial> && adjoin(sizeof(D), dst.step) && (adjoin(sizeof(S), src.step) && ...)) {
+    length *= roi.height;
+    roi.height = 1;
+  }
+  walk(roi.height, [=](int y) {
+    if constexpr (L == AC4) mapGroups(dst[y], length, KeepFourth<Op>{op}, static_cast<const D*>(dst[y]), src[y]...);
+    else mapGroups(dst[y], length, op, src[y]...);
+  });
+}
+
 // dst = op(src..., constant), with a constant for each channel.
 template <Layout L, class Walk, class C, class Op, class D, class... S>
 inline void mapRegionWith(const Pattern<C>& constant, Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)

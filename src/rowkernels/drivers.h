@@ -78,6 +78,10 @@ template <class T> inline void storePart(void* to, Vec<T> x, std::size_t bytes)
 template <class Op, class = void> inline constexpr int periodOf = 1;
 template <class Op> inline constexpr int periodOf<Op, std::void_t<decltype(Op::period)>> = Op::period;
 
+// An operation of many instructions says `static constexpr bool isLong = true`: its loops are not unrolled.
+template <class Op, class = void> inline constexpr bool isLongOp = false;
+template <class Op> inline constexpr bool isLongOp<Op, std::void_t<decltype(Op::isLong)>> = Op::isLong;
+
 template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 {
   const auto address = reinterpret_cast<std::uintptr_t>(p);
@@ -96,7 +100,7 @@ template <class D, class Op, class... S>
   }
   const Vec<D> first = op(load<S>(src)...), last = op(load<S>(src + length - lanes)...);
   std::ptrdiff_t i = periodOf<Op> == 1 ? elementsToAlignment(dst) : 0;
-  for (; i + 4 * lanes <= length; i += 4 * lanes) {
+  for (; !isLongOp<Op> && i + 4 * lanes <= length; i += 4 * lanes) {
     const Vec<D> a = op(load<S>(src + i)...), b = op(load<S>(src + i + lanes)...);
     const Vec<D> c = op(load<S>(src + i + 2 * lanes)...), d = op(load<S>(src + i + 3 * lanes)...);
     store(dst + i, a);
@@ -151,6 +155,77 @@ template <class D, class C, class Op, class... S>
   store(dst + length - lanes, last);
 }
 
+// ---- Groups: 16 elements in as many vectors as they take, so that operands of different widths meet. ----
+
+template <class T> struct Group {
+  static constexpr int size = 16, parts = size / Vec<T>::size;
+  Vec<T> part[parts];
+};
+
+template <class T> inline Group<T> loadGroup(const T* p)
+{
+  Group<T> x;
+  for (int k = 0; k < x.parts; ++k) x.part[k] = load<T>(p + k * Vec<T>::size);
+  return x;
+}
+
+template <class T> inline void storeGroup(T* p, const Group<T>& x)
+{
+  for (int k = 0; k < x.parts; ++k) store(p + k * Vec<T>::size, x.part[k]);
+}
+
+// Long rows are fetched well ahead of their use: the processor alone does not keep up with two streams of different
+// speed. Short ones are not, so that a narrow region does not drag in what lies beside it.
+template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
+{
+  return length * static_cast<std::ptrdiff_t>(sizeof(T)) >= 4096 ? 2048 : 0;
+}
+
+// The lines that two groups take, so many bytes behind p.
+template <class T> inline void fetchGroups(const T* p, std::ptrdiff_t distance)
+{
+  const char* from = reinterpret_cast<const char*>(p) + distance;
+  for (std::size_t line = 0; line < 2 * sizeof(Group<T>); line += 64) prefetch(from + line);
+}
+
+// The first elements of a row in a block of N, the rest zero.
+template <class T, std::ptrdiff_t N> struct PaddedBlock {
+  alignas(16) T values[N];
+  PaddedBlock(const T* from, std::ptrdiff_t length) : values{}
+  {
+    std::memcpy(values, from, static_cast<std::size_t>(length) * sizeof(T));
+  }
+};
+
+// dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
+// is no narrower than the destination.
+template <class D, class Op, class... S>
+[[gnu::noinline]] void mapGroups(D* dst, std::ptrdiff_t length, Op op, const S*... src)
+{
+  constexpr std::ptrdiff_t size = Group<D>::size;
+  if (length < size) {
+    alignas(16) D out[size];
+    storeGroup<D>(out, op(loadGroup<S>(PaddedBlock<S, size>(src, length).values)...));
+    std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(D));
+    return;
+  }
+  const std::ptrdiff_t head = elementsToAlignment(dst);
+  std::ptrdiff_t i = head % periodOf<Op> == 0 ? head : 0;
+  const bool hasHead = i != 0, hasTail = (length - i) % size != 0;
+  Group<D> first, last;
+  if (hasHead) first = op(loadGroup<S>(src)...);
+  if (hasTail) last = op(loadGroup<S>(src + length - size)...);
+  for (; i + 2 * size <= length; i += 2 * size) {
+    fetchGroups(dst + i, fetchDistance<D>(length));
+    (fetchGroups(src + i, fetchDistance<S>(length)), ...);
+    storeGroup<D>(dst + i, op(loadGroup<S>(src + i)...));
+    storeGroup<D>(dst + i + size, op(loadGroup<S>(src + i + size)...));
+  }
+  if (i + size <= length) storeGroup<D>(dst + i, op(loadGroup<S>(src + i)...));
+  if (hasHead) storeGroup<D>(dst, first);
+  if (hasTail) storeGroup<D>(dst + length - size, last);
+}
+
 // ---- AC4: the fourth channel of the destination stays. ----
 
 template <class T> inline Vec<T> colourMask()
@@ -163,27 +238,25 @@ template <class T> inline Vec<T> colourMask()
   }
 }
 
-// Takes the destination as its first source: mapRow(dst, n, KeepFourth<Op>{op}, dst, src...).
+// Takes the destination as its first source: mapRow(dst, n, KeepFourth<Op>{op}, dst, src...), mapGroups likewise.
 template <class Op> struct KeepFourth {
   static constexpr int period = 4;
+  static constexpr bool isLong = isLongOp<Op>;
   Op op;
   template <class D, class... S> Vec<D> operator()(Vec<D> old, S... src) const
   {
     return select(colourMask<D>(), op(src...), old);
   }
+  template <class D, class... S> Group<D> operator()(Group<D> old, S... src) const
+  {
+    Group<D> x = op(src...);
+    for (int k = 0; k < x.parts; ++k) x.part[k] = ((x.part[k] ^ old.part[k]) & colourMask<D>()) ^ old.part[k];
+    return x;
+  }
 };
 template <class Op> KeepFourth(Op) -> KeepFourth<Op>;
 
-// ---- Blocks: elements of different widths, or an operation on several vectors at once. Not in place. ----
-
-// The first elements of a row in a block of N, the rest zero.
-template <class T, std::ptrdiff_t N> struct PaddedBlock {
-  alignas(16) T values[N];
-  PaddedBlock(const T* from, std::ptrdiff_t length) : values{}
-  {
-    std::memcpy(values, from, static_cast<std::size_t>(length) * sizeof(T));
-  }
-};
+// ---- Blocks: an operation on several vectors at once, of widths and shapes of its own. Not in place. ----
 
 // op.block(src..., dst) works on exactly Op::blockLength elements. The last block overlaps the one before it.
 template <class D, class Op, class... S>

@@ -77,6 +77,44 @@ Record::~Record()
   release_->callable.invoke(release_->callable.function, &value);
 }
 
+// ---- Calling ----
+
+static thread_local const Call* current = nullptr;
+
+static void nameFunction()
+{
+  if (!current) return;
+  const std::string text = "while calling " + current->describe() + "\n";
+  if (write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(2);
+}
+
+#ifdef __SANITIZE_ADDRESS__
+static void watch() { __sanitizer_set_death_callback(nameFunction); }
+#else
+static void onPageFault(int number)
+{
+  nameFunction();
+  std::signal(number, SIG_DFL);
+  std::raise(number);
+}
+static void watch()
+{
+  std::signal(SIGSEGV, onPageFault);
+  std::signal(SIGBUS, onPageFault);
+}
+#endif
+
+// A crash inside of a call tells which.
+static Result invoke(const Call& call, const std::vector<Value>& values)
+{
+  static const bool watched = (watch(), true);
+  (void)watched;
+  current = &call;
+  const Result result = call.function().callable.invoke(call.function().callable.function, values.data());
+  current = nullptr;
+  return result;
+}
+
 // ---- Call ----
 
 // Equal operands of a function and of its form in place get equal contents.
@@ -108,8 +146,7 @@ Call::Call(const Function& function, const Plan& plan, void* record)
 
 ZorImgSize Call::sizeOf(const Argument& argument) const
 {
-  if (argument.example.size == 2)
-    return {static_cast<int>(argument.example[0]), static_cast<int>(argument.example[1])};
+  if (argument.example.size == 2) return {static_cast<int>(argument.example[0]), static_cast<int>(argument.example[1])};
   return plan_.region;
 }
 
@@ -130,33 +167,31 @@ static double drawn(const Argument& argument, Random& random)
 void Call::addValue(int index, Random& random)
 {
   const Argument& a = function_.arguments[index];
-  Value& v = values_[static_cast<std::size_t>(index)];
-  if (a.role == Role::Region || a.role == Role::Size) {
-    if (a.count == 2) {
-      const ZorImgSize size = sizeOf(a);
-      v.numbers[0] = size.width, v.numbers[1] = size.height;
-      return;
-    }
+  Value& v = values_[index];
+  if ((a.role == Role::Region || a.role == Role::Size) && a.count == 2) {
+    const ZorImgSize size = sizeOf(a);
+    v.numbers[0] = size.width, v.numbers[1] = size.height;
+    return;
   }
   const bool free = a.low <= a.high || a.role == Role::Scale || a.role == Role::Value;
   for (int i = 0; i < std::min(a.count, 4); ++i)
-    v.numbers[i] = plan_.vary && free          ? drawn(a, random)
-                   : a.example.size             ? a.example[i % a.example.size]
-                   : a.role == Role::Scale      ? 0
-                                                : 1;
+    v.numbers[i] = plan_.vary && free      ? drawn(a, random)
+                   : a.example.size        ? a.example[i % a.example.size]
+                   : a.role == Role::Scale ? 0
+                                           : 1;
 }
 
 void Call::addMemory(int index)
 {
   const Argument& a = function_.arguments[index];
-  Value& v = values_[static_cast<std::size_t>(index)];
+  Value& v = values_[index];
   if (a.role == Role::Record) {
     v.pointer = recordPointer_;
     return;
   }
   if (a.role == Role::Buffer) {
-    buffers_.push_back(std::make_unique<unsigned char[]>(bufferBytes + 64));
-    v.pointer = alignedTo64(buffers_.back().get());
+    buffers_.emplace_back(bufferBytes + 64, static_cast<unsigned char>(0xa5));
+    v.pointer = alignedTo64(buffers_.back().data());
     return;
   }
   if (a.role != Role::Image && a.role != Role::In && a.role != Role::Out) return;
@@ -169,7 +204,7 @@ void Call::addMemory(int index)
   for (const Argument& other : function_.arguments)
     if (other.role == Role::Region) size = sizeOf(other);
   if (e.source >= 0) {
-    const Value& source = values_[static_cast<std::size_t>(e.source)];
+    const Value& source = values_[e.source];
     size = {static_cast<int>(source.numbers[0]), static_cast<int>(source.numbers[1])};
     if (function_.arguments[e.source].count == 1) size.height = 1; // a length
   }
@@ -178,22 +213,21 @@ void Call::addMemory(int index)
   shape.width = size.width, shape.height = size.height;
   if (a.role != Role::Image) shape.width *= shape.height, shape.height = 1;
 
-  const std::string bitOffset = (a.name + 1 + std::string("BitOffset"));
-  for (int i = 0; i < function_.arguments.size; ++i) {
-    std::string name = function_.arguments[i].name;
-    name[0] = static_cast<char>(std::toupper(name[0]));
-    if (name == bitOffset) shape.bitOffset = static_cast<int>(values_[static_cast<std::size_t>(i)].numbers[0]);
-  }
+  if (a.memory.element == Element::T1u) // pSrc has srcBitOffset, pDst dstBitOffset
+    for (int i = 0; i < function_.arguments.size; ++i)
+      if (function_.arguments[i].name + 1 == a.name + 2 + std::string("BitOffset"))
+        shape.bitOffset = static_cast<int>(values_[i].numbers[0]);
 
   shape.placement = plan_.placement;
   if (a.role == Role::Image) {
+    static constexpr int padding[] = {0, 24, 27}; // Tight, Padded, Odd
     shape.offset = plan_.offset;
-    if (a.memory.step >= 0) shape.stepPadding = plan_.steps == Steps::Tight ? 0 : plan_.steps == Steps::Padded ? 24 : 27;
+    if (a.memory.step >= 0) shape.stepPadding = padding[static_cast<int>(plan_.steps)];
   }
   auto image = std::make_unique<GuardedImage>(shape);
   image->fill(operandSeed(function_, a, plan_.seed), plan_.fill);
   if (plan_.vary && a.role == Role::In && (a.low <= a.high || !std::strcmp(a.item, "value"))) {
-    std::vector<double> numbers(static_cast<std::size_t>(a.count));
+    std::vector<double> numbers(a.count);
     Random random(plan_.seed + 77);
     for (double& number : numbers) number = drawn(a, random);
     image->fill(Span<double>{numbers.data(), a.count});
@@ -201,8 +235,8 @@ void Call::addMemory(int index)
     image->fill(a.example);
   }
   v.pointer = image->pointer();
-  if (a.memory.step >= 0) values_[static_cast<std::size_t>(a.memory.step)].numbers[0] = image->step();
-  images_[static_cast<std::size_t>(index)] = std::move(image);
+  if (a.memory.step >= 0) values_[a.memory.step].numbers[0] = image->step();
+  images_[index] = std::move(image);
 }
 
 bool Call::succeeded(const Result& result) const
@@ -212,8 +246,7 @@ bool Call::succeeded(const Result& result) const
 
 Result Call::run(const std::vector<Value>& values)
 {
-  announce(*this);
-  const Result result = function_.callable.invoke(function_.callable.function, values.data());
+  const Result result = invoke(*this, values);
   if (function_.release[0] && result.status >= 0) {
     Value made;
     made.pointer = result.pointer;
@@ -230,8 +263,8 @@ std::vector<unsigned char> Call::output() const
   std::vector<unsigned char> bytes;
   for (int i = 0; i < function_.arguments.size; ++i) {
     const Argument& a = function_.arguments[i];
-    if (!a.memory.written || !images_[static_cast<std::size_t>(i)] || isOutputPointer(a)) continue;
-    const auto own = images_[static_cast<std::size_t>(i)]->pixels();
+    if (!a.memory.written || !images_[i] || isOutputPointer(a)) continue;
+    const auto own = images_[i]->pixels();
     bytes.insert(bytes.end(), own.begin(), own.end());
   }
   return bytes;
@@ -246,7 +279,7 @@ void Call::remember()
 std::string Call::changes(bool failed) const
 {
   for (int i = 0; i < function_.arguments.size; ++i) {
-    const auto at = static_cast<std::size_t>(i);
+    const std::size_t at = i;
     if (!images_[at]) continue;
     const Argument& a = function_.arguments[i];
     const std::string change = images_[at]->changes(snapshots_[at], a.memory.written && !failed);
@@ -276,12 +309,12 @@ bool compatible(const Fault& a, const Fault& b)
 void Spoiled::apply(const Fault& fault, int number)
 {
   const Argument& a = call_.function().arguments[fault.argument];
-  Value& v = values[static_cast<std::size_t>(fault.argument)];
+  Value& v = values[fault.argument];
   const bool null = fault.kind == FaultKind::Null || (fault.values.size == 1 && fault.values[0] == kNull);
   if (null && fault.part >= 0) {
     void** planes = call_.image(fault.argument).planes();
     planes_.emplace_back(planes, planes + a.memory.planes);
-    planes_.back()[static_cast<std::size_t>(fault.part)] = nullptr;
+    planes_.back()[fault.part] = nullptr;
     v.pointer = planes_.back().data();
   } else if (null) {
     v.pointer = nullptr;
@@ -293,12 +326,12 @@ void Spoiled::apply(const Fault& fault, int number)
     blocks_.emplace_back(recordBytes, static_cast<unsigned char>(0x5a));
     v.pointer = blocks_.back().data();
   } else if (a.role == Role::In || a.role == Role::Out) {
-    const auto size = static_cast<std::size_t>(elementBytes(a.memory.element));
-    const auto n = std::max<std::size_t>(static_cast<std::size_t>(std::max(a.count, fault.values.size)), 1);
-    blocks_.emplace_back(n * size);
-    for (std::size_t i = 0; i < n; ++i)
-      putNumber(blocks_.back().data() + i * size, a.memory.element, fault.values[static_cast<int>(i) % fault.values.size]);
+    const int size = elementBytes(a.memory.element), elements = call_.image(fault.argument).rowBytes() / size;
+    blocks_.emplace_back(elements * size);
+    for (int i = 0; i < elements; ++i)
+      putNumber(&blocks_.back()[i * size], a.memory.element, fault.values[i % fault.values.size]);
     v.pointer = blocks_.back().data();
+    if (a.memory.planes) v.pointer = planes_.emplace_back(a.memory.planes, v.pointer).data();
   } else {
     for (int i = 0; i < std::min(a.count, 4); ++i) v.numbers[i] = fault.values[i % fault.values.size];
   }
@@ -313,38 +346,6 @@ std::vector<const Function*> swept(const Subsystem& subsystem)
   for (const Function& function : subsystem.functions)
     if (function.sweep && (!glob || fnmatch(glob, function.name, 0) == 0)) functions.push_back(&function);
   return functions;
-}
-
-static thread_local const Call* current = nullptr;
-
-static void nameFunction()
-{
-  if (!current) return;
-  const std::string text = "while calling " + current->describe() + "\n";
-  if (write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(2);
-}
-
-#ifdef __SANITIZE_ADDRESS__
-static void watch() { __sanitizer_set_death_callback(nameFunction); }
-#else
-static void onPageFault(int number)
-{
-  nameFunction();
-  std::signal(number, SIG_DFL);
-  std::raise(number);
-}
-static void watch()
-{
-  std::signal(SIGSEGV, onPageFault);
-  std::signal(SIGBUS, onPageFault);
-}
-#endif
-
-void announce(const Call& call)
-{
-  static const bool watched = (watch(), true);
-  (void)watched;
-  current = &call;
 }
 
 } // namespace zoritest

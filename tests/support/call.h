@@ -69,7 +69,7 @@ private:
   std::vector<Value> values_;
   std::vector<std::unique_ptr<GuardedImage>> images_; // of pointer arguments, else null
   std::vector<GuardedImage::Snapshot> snapshots_;
-  std::vector<std::unique_ptr<unsigned char[]>> buffers_;
+  std::deque<std::vector<unsigned char>> buffers_;
 };
 
 // Arguments of a call with faults in them.
@@ -93,8 +93,5 @@ bool compatible(const Fault& a, const Fault& b);
 
 // The functions of a subsystem that the sweeps call. ZORI_SWEEP=<glob> in the environment narrows them down.
 std::vector<const Function*> swept(const Subsystem& subsystem);
-
-// A fault of a memory page names the function that is being called.
-void announce(const Call& call);
 
 } // namespace zoritest

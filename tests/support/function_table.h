@@ -173,7 +173,8 @@ Result invoke(R (*function)(A...), const Value* values, std::index_sequence<I...
 // One call path for all functions of a signature.
 template <class R, class... A> Callable bind(R (*function)(A...))
 {
-  return {reinterpret_cast<AnyFunction>(function), [](AnyFunction any, const Value* values) {
+  return {reinterpret_cast<AnyFunction>(function),
+          [](AnyFunction any, const Value* values) {
             return detail::invoke(reinterpret_cast<R (*)(A...)>(any), values, std::index_sequence_for<A...>{});
           },
           std::is_pointer_v<R>};

@@ -40,11 +40,20 @@ Arena::~Arena()
 int elementBytes(Element element)
 {
   switch (element) {
-  case Element::Pointer: return sizeof(void*);
-  case Element::T16u: case Element::T16s: return 2;
-  case Element::T32u: case Element::T32s: case Element::T32f: return 4;
-  case Element::T64s: case Element::T64f: return 8;
-  default: return 1;
+  case Element::Pointer:
+    return sizeof(void*);
+  case Element::T16u:
+  case Element::T16s:
+    return 2;
+  case Element::T32u:
+  case Element::T32s:
+  case Element::T32f:
+    return 4;
+  case Element::T64s:
+  case Element::T64f:
+    return 8;
+  default:
+    return 1;
   }
 }
 
@@ -133,7 +142,8 @@ template <class Visit> void GuardedImage::forEachRow(Visit visit) const
 void GuardedImage::fill(std::uint64_t seed, Fill kind)
 {
   Random around(seed + 99);
-  for (const auto& arena : arenas_) fillBytes(arena->begin(), static_cast<std::size_t>(arena->end() - arena->begin()), around);
+  for (const auto& arena : arenas_)
+    fillBytes(arena->begin(), static_cast<std::size_t>(arena->end() - arena->begin()), around);
   Random random(seed);
   forEachRow([&](unsigned char* p) { fillElements(p, writable_.size(), memory_, kind, random); });
 }

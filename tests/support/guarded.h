@@ -65,6 +65,7 @@ public:
   void* pointer(); // what the function wants: the first pixel of the region, or the array of planes
   void** planes() { return planes_.data(); }
   int step() const { return step_; }
+  int rowBytes() const { return static_cast<int>(writable_.size()); }
 
   // Fills every pixel with values that depend on the seed alone, and all bytes around them.
   void fill(std::uint64_t seed, Fill kind);

@@ -26,7 +26,8 @@ TEST_P(AllocationSweep, FailureIsReportedAndLeavesNoTrace)
       if (!failed) return call.succeeded(result) ? "" : call.describe() + " gives " + std::to_string(result.status);
       if (call.succeeded(result)) return where + " succeeds";
       if (function.callable.returnsPointer) continue;
-      if (result.status != ZorErrAlloc && result.status != ZorErrNoMem) return where + " gives " + std::to_string(result.status);
+      if (result.status != ZorErrAlloc && result.status != ZorErrNoMem)
+        return where + " gives " + std::to_string(result.status);
       const std::string change = call.changesAfterFailure();
       if (!change.empty()) return where + " wrote: " + change;
     }

@@ -32,8 +32,10 @@ std::string words(const Function& function, const Variant& variant)
   std::string text;
   for (const Fault& fault : variant.faults) {
     text += (text.empty() ? "" : " and ") + std::string(function.arguments[fault.argument].name);
-    if (fault.kind == FaultKind::Null) text += fault.part >= 0 ? " plane " + std::to_string(fault.part) + " null" : " null";
-    else if (fault.kind == FaultKind::Size) text += (fault.part ? ".height " : ".width ") + std::to_string(variant.number);
+    if (fault.kind == FaultKind::Null)
+      text += fault.part >= 0 ? " plane " + std::to_string(fault.part) + " null" : " null";
+    else if (fault.kind == FaultKind::Size)
+      text += (fault.part ? ".height " : ".width ") + std::to_string(variant.number);
     else if (fault.kind == FaultKind::Step) text += " " + std::to_string(variant.number);
     else text += " bad";
   }
@@ -115,10 +117,11 @@ TEST_P(ContractSweep, UntestedStepsMayBeZero)
         for (const Fault& fault : stage.faults) tested |= fault.argument == i;
       if (tested) continue;
       Call call(function, Plan{});
-      call.values()[static_cast<std::size_t>(i)].numbers[0] = 0;
+      call.values()[i].numbers[0] = 0;
       const Result result = call.run();
       if (result.status < 0)
-        return std::string(function.name) + " with " + function.arguments[i].name + " 0 gives " + std::to_string(result.status);
+        return std::string(function.name) + " with " + function.arguments[i].name + " 0 gives " +
+               std::to_string(result.status);
       const std::string change = call.changesOutside();
       if (!change.empty()) return std::string(function.name) + " with " + function.arguments[i].name + " 0: " + change;
     }

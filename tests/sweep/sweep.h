@@ -18,10 +18,12 @@ protected:
   }
 };
 
+inline void PrintTo(const Subsystem& subsystem, std::ostream* out) { *out << subsystem.name; }
+
 inline std::string subsystemName(const testing::TestParamInfo<Subsystem>& info) { return info.param.name; }
 
 } // namespace zoritest
 
-#define ZORI_SWEEP_SUITE(suite)          \
-  class suite : public zoritest::Sweep {}; \
+#define ZORI_SWEEP_SUITE(suite)                                                                                        \
+  class suite : public zoritest::Sweep {};                                                                             \
   INSTANTIATE_TEST_SUITE_P(All, suite, testing::ValuesIn(zoritest::subsystems()), zoritest::subsystemName)

@@ -1,0 +1,123 @@
+// zoriSqrt_{8u,16u,16s}_{C1,C3,AC4}{R,IR}Sfs, zoriSqrt_32f_{C1,C3,AC4}{R,IR}, zoriSqrt_32f_C4IR: square root.
+//
+// Integers: sqrt(x) * 2^-scaleFactor to the nearest integer with ties to even, saturated. The quotient is formed in
+// floating point and converted under rounding to nearest, which is exact: ties occur only where the root itself is an
+// integer or half of one; any other quotient y is at least 1 / (8y) away from a tie (4y^2 and the square of an odd number
+// differ by at least 1), which single precision resolves up to 1448 and double precision everywhere.
+//
+// C1 and C3 advance by the step masked to whole samples, C4 and AC4 by the raw step.
+#include "arith/warnings.h"
+#include "frame/checks.h"
+#include "rowkernels/convert.h"
+#include "zori/arith.h"
+
+#include <cmath>
+
+namespace zori {
+
+// Groups of samples that are not negative, times a power of two.
+template <class T> struct RootInSingle {
+  Zor32f factor;
+  Group<T> operator()(const Group<T>& x) const
+  {
+    Group<Zor32f> y = Converted<Zor32f>{}(x);
+    for (int k = 0; k < y.parts; ++k) y.part[k] = sqrt(y.part[k]) * splat(factor);
+    return Rounded<T>{}(y);
+  }
+};
+
+template <class T> struct RootInDouble {
+  Zor64f factor;
+  Group<T> operator()(const Group<T>& x) const
+  {
+    Group<Zor32s> n = Converted<Zor32s>{}(x);
+    const auto root = [&](F64x2 v) { return sqrt(v) * splat(factor); };
+    for (auto& part : n.part) part = toInt(root(toDoubleLow(part)), root(toDoubleHigh(part)));
+    return Converted<T>{}(n);
+  }
+};
+
+// Negative samples count as 0.
+template <class Root> struct RootOfPositive {
+  Root root;
+  Group<Zor16s> operator()(Group<Zor16s> x) const
+  {
+    for (auto& part : x.part) part = max(part, zero<Zor16s>());
+    return root(x);
+  }
+};
+
+struct FloatRoot {
+  Group<Zor32f> operator()(Group<Zor32f> x) const
+  {
+    for (auto& part : x.part) part = sqrt(part);
+    return x;
+  }
+};
+
+template <class T> struct NegativeRoot {
+  ZorStatus operator()(T x) const { return x < 0 ? ZorWarnSqrtNegArg : ZorOk; }
+  Vec<T> operator()(Vec<T> x) const { return greater(zero<T>(), x); }
+};
+
+// Beyond these scales every result is 0, or a bound for whatever is not 0. Up to -2 the greatest quotient is 1024.
+inline constexpr int greatestScale = 16, leastScale = -16, leastScaleInSingle = -2;
+
+template <class T, Layout L> ZorStatus integerRoots(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
+{
+  const RoundingScope scope(roundNearest);
+  const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
+  const Zor32f factor = std::ldexp(1.0f, -scale);
+  const auto map = [&](auto root) {
+    if constexpr (isSigned<T>) {
+      return mapGroupsWarning<L>(roi, dst, src, NegativeRoot<T>{}, RootOfPositive<decltype(root)>{root});
+    } else {
+      mapRegionOfGroups<L>(Serial{}, roi, root, dst, src);
+      return ZorOk;
+    }
+  };
+  if (sizeof(T) == 1 || scale >= leastScaleInSingle) return map(RootInSingle<T>{factor});
+  return map(RootInDouble<T>{factor});
+}
+
+template <class T, Layout L>
+ZorStatus sqrtRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor = 0)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
+  if constexpr (L == C1 || L == C3) {
+    srcStep = maskedStep<T>(srcStep);
+    dstStep = maskedStep<T>(dstStep);
+  }
+  const Rows<T> dst{pDst, dstStep};
+  const Rows<const T> src{pSrc, srcStep};
+  if constexpr (isInt<T>) return integerRoots<T, L>(roiSize, dst, src, scaleFactor);
+  else return mapGroupsWarning<L>(roiSize, dst, src, NegativeRoot<T>{}, FloatRoot{});
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP(type, layout)                                                                                         \
+  ZorStatus zoriSqrt_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,      \
+                                             ZorImgSize roiSize, int scaleFactor)                                   \
+  { return sqrtRegion<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, scaleFactor); }                     \
+  ZorStatus zoriSqrt_##type##_##layout##IRSfs(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,               \
+                                              int scaleFactor)                                                      \
+  { return sqrtRegion<Zor##type, layout>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, scaleFactor); }
+#define STAMP_TYPE(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, AC4)
+STAMP_TYPE(8u) STAMP_TYPE(16u) STAMP_TYPE(16s)
+#undef STAMP_TYPE
+#undef STAMP
+
+#define STAMP_R(layout)                                                                                             \
+  ZorStatus zoriSqrt_32f_##layout##R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,                    \
+                                     ZorImgSize roiSize)                                                            \
+  { return sqrtRegion<Zor32f, layout>(pSrc, srcStep, pDst, dstStep, roiSize); }
+#define STAMP_IR(layout)                                                                                            \
+  ZorStatus zoriSqrt_32f_##layout##IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)                          \
+  { return sqrtRegion<Zor32f, layout>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize); }
+STAMP_R(C1) STAMP_R(C3) STAMP_R(AC4)
+STAMP_IR(C1) STAMP_IR(C3) STAMP_IR(C4) STAMP_IR(AC4)
+#undef STAMP_R
+#undef STAMP_IR

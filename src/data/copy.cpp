@@ -1,0 +1,74 @@
+// zoriCopy_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4,C3AC4,AC4C3}R, zoriCopyManaged_8u_C1R: copies of whole pixels.
+//
+// Between equal layouts a row is bytes. Where the fourth channel stays, blocks of pixels are merged with what the
+// destination holds.
+#include "frame/checks.h"
+#include "frame/walk.h"
+#include "region.h"
+#include "rowkernels/channels.h"
+#include "rowkernels/copy.h"
+#include "zori/data.h"
+
+namespace zori {
+
+struct Unchanged {
+  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
+};
+
+// Equal layouts. Steps are not tested.
+template <class T, Layout L> ZorStatus copyRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  if constexpr (L == AC4) {
+    mapRegion<L>(Serial{}, roiSize, Unchanged{}, Rows{raw(pDst), dstStep}, Rows{raw(pSrc), srcStep});
+  } else {
+    constexpr int pixelBytes = channels<L> * bytesOf<T>;
+    const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, srcStep}, Operand{pixelBytes, dstStep});
+    const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
+    const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
+    const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
+    for (int y = 0; y < rows.height; ++y) ownsCopyRow_8u(src[y], dst[y], bytes, 1LL * bytes * rows.height);
+  }
+  return ZorOk;
+}
+
+// Three channels out of four (AC4C3), or into them beside a fourth that stays (C3AC4).
+template <class T, int SrcChannels, int DstChannels>
+ZorStatus copyColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  const ZorImgSize rows =
+    mergedRows(roiSize, Operand{SrcChannels * bytesOf<T>, srcStep}, Operand{DstChannels * bytesOf<T>, dstStep});
+  const Rows src{raw(pSrc), srcStep};
+  const Rows dst{raw(pDst), dstStep};
+  for (int y = 0; y < rows.height; ++y)
+    if constexpr (DstChannels == 4) copyThreeIntoFour(src[y], dst[y], rows.width);
+    else copyThreeOfFour(src[y], dst[y], rows.width);
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int flags)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  const ZorImgSize rows = mergedRows(roiSize, Operand{1, srcStep}, Operand{1, dstStep});
+  const Rows src{pSrc, srcStep};
+  const Rows dst{pDst, dstStep};
+  for (int y = 0; y < rows.height; ++y) ownsCopy_8u(src[y], dst[y], rows.width, flags & 1);
+  return ZorOk;
+}
+
+#define STAMP(name, type, call)                                                                            \
+  ZorStatus zoriCopy_##type##_##name(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,     \
+                                     ZorImgSize roiSize)                                                   \
+  { return call(pSrc, srcStep, pDst, dstStep, roiSize); }
+#define STAMPS(type)                                                                                       \
+  STAMP(C1R, type, (copyRegion<Zor##type, C1>)) STAMP(C3R, type, (copyRegion<Zor##type, C3>))              \
+  STAMP(C4R, type, (copyRegion<Zor##type, C4>)) STAMP(AC4R, type, (copyRegion<Zor##type, AC4>))            \
+  STAMP(C3AC4R, type, (copyColour<Zor##type, 3, 4>)) STAMP(AC4C3R, type, (copyColour<Zor##type, 4, 3>))
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
+#undef STAMPS
+#undef STAMP

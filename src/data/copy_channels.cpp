@@ -1,0 +1,87 @@
+// zoriCopy_{8u,16u,16s,32s,32f}_{C3P3,C4P4,P3C3,P4C4,C3C1,C4C1,C1C3,C1C4}R, ..._{C3,C4}CR, zoriDup_8u_C1C3R: channels
+// apart and together.
+//
+// In the forms of one channel a pointer addresses that channel, and nothing is written beside it.
+#include "frame/checks.h"
+#include "region.h"
+#include "rowkernels/channels.h"
+#include "zori/data.h"
+
+namespace zori {
+
+template <int N, class R> static Planar<R, N> planesAt(const Planar<R, N>& first, int step, int y)
+{
+  Planar<R, N> row;
+  for (int k = 0; k < N; ++k) row.run[k] = rowAt(first.run[k], step, y);
+  return row;
+}
+
+template <class T, int N>
+ZorStatus splitRegion(const T* pSrc, int srcStep, T* const* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pSrc), nonNullPlanes<N>(pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  using R = Raw<T>;
+  Planar<R, N> dst;
+  for (int k = 0; k < N; ++k) dst.run[k] = raw(pDst[k]);
+  const ZorImgSize rows = mergedRows(roiSize, Operand{N * bytesOf<T>, srcStep}, Operand{bytesOf<T>, dstStep});
+  for (int y = 0; y < rows.height; ++y)
+    moveChannels<true>(Interleaved<const R, N>{raw(rowAt(pSrc, srcStep, y))}, planesAt(dst, dstStep, y), rows.width,
+                       SameChannels{}, zero<R>());
+  return ZorOk;
+}
+
+template <class T, int N>
+ZorStatus mergeRegion(const T* const* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNullPlanes<N>(pSrc), nonNull(pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  using R = Raw<T>;
+  Planar<const R, N> src;
+  for (int k = 0; k < N; ++k) src.run[k] = raw(pSrc[k]);
+  const ZorImgSize rows = mergedRows(roiSize, Operand{bytesOf<T>, srcStep}, Operand{N * bytesOf<T>, dstStep});
+  for (int y = 0; y < rows.height; ++y)
+    moveChannels<true>(planesAt(src, srcStep, y), Interleaved<R, N>{raw(rowAt(pDst, dstStep, y))}, rows.width,
+                       SameChannels{}, zero<R>());
+  return ZorOk;
+}
+
+template <class T, int SrcStride, int DstStride>
+ZorStatus copyChannel(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  for (int y = 0; y < roiSize.height; ++y) {
+    const auto src = raw(rowAt(pSrc, srcStep, y));
+    const auto dst = raw(rowAt(pDst, dstStep, y));
+    if constexpr (DstStride == 1) takeChannel<Raw<T>, SrcStride>(src, dst, roiSize.width);
+    else moveChannel<Raw<T>, SrcStride, DstStride>(src, dst, roiSize.width);
+  }
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize)
+{
+  const Zor8u* const planes[3] = {pSrc, pSrc, pSrc};
+  return mergeRegion<Zor8u, 3>(planes, srcStep, pDst, dstStep, roiSize);
+}
+
+#define STAMP(type, layouts, S, D)                                                                          \
+  ZorStatus zoriCopy_##type##_##layouts##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep, \
+                                           ZorImgSize roiSize)                                              \
+  { return copyChannel<Zor##type, S, D>(pSrc, srcStep, pDst, dstStep, roiSize); }
+#define STAMP_PLANES(type, n)                                                                               \
+  ZorStatus zoriCopy_##type##_C##n##P##n##R(const Zor##type* pSrc, int srcStep, Zor##type* const pDst[n],   \
+                                            int dstStep, ZorImgSize roiSize)                                \
+  { return splitRegion<Zor##type, n>(pSrc, srcStep, pDst, dstStep, roiSize); }                              \
+  ZorStatus zoriCopy_##type##_P##n##C##n##R(const Zor##type* const pSrc[n], int srcStep, Zor##type* pDst,   \
+                                            int dstStep, ZorImgSize roiSize)                                \
+  { return mergeRegion<Zor##type, n>(pSrc, srcStep, pDst, dstStep, roiSize); }
+#define STAMPS(type)                                                                                        \
+  STAMP(type, C3C1, 3, 1) STAMP(type, C4C1, 4, 1) STAMP(type, C1C3, 1, 3) STAMP(type, C1C4, 1, 4)           \
+  STAMP(type, C3C, 3, 3) STAMP(type, C4C, 4, 4) STAMP_PLANES(type, 3) STAMP_PLANES(type, 4)
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
+#undef STAMPS
+#undef STAMP_PLANES
+#undef STAMP

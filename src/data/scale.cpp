@@ -1,0 +1,182 @@
+// zoriScale_<a><b>_{C1,C3,C4,AC4}R: conversion of the element type that maps the whole range of one type, or the range
+// vMin..vMax of 32f, onto the whole range of the other.
+//
+//   8u to 16u, 16s, 32s  the byte repeated, less the offset of a signed type
+//   16u, 16s, 32s to 8u  hint 2: round((x + offset) * (255 / greatest)), to nearest, ties to even, the product in 32f;
+//                        any other: (x - (x >> 8)) shifted down to its top byte, in integers
+//   8u to 32f            x * ((vMax - vMin) / 255) + vMin in 32f
+//   32f to 8u            the low byte of round(clamp(x) * factor + offset), factor = 255 / (vMax - vMin),
+//                        offset = (0 - factor) * vMin in 32f; the clamp takes a NaN to vMax
+#include "frame/checks.h"
+#include "frame/corelib.h"
+#include "frame/walk.h"
+#include "rowkernels/convert.h"
+#include "zori/data.h"
+
+namespace zori {
+
+// ---- Integers ----
+
+template <class D> struct ByteRepeated {
+  Group<D> operator()(const Group<Zor8u>& x) const
+  {
+    const Vec<Zor16u> twice[2] = {as<Zor16u>(interleaveLow(x.part[0], x.part[0])),
+                                  as<Zor16u>(interleaveHigh(x.part[0], x.part[0]))};
+    const Vec<D> offset = isSigned<D> ? topBits<D>() : zero<D>();
+    Group<D> y;
+    for (int k = 0; k < 2; ++k) {
+      if constexpr (sizeof(D) == 2) {
+        y.part[k] = as<D>(twice[k]) ^ offset;
+      } else {
+        y.part[2 * k] = as<D>(interleaveLow(twice[k], twice[k])) ^ offset;
+        y.part[2 * k + 1] = as<D>(interleaveHigh(twice[k], twice[k])) ^ offset;
+      }
+    }
+    return y;
+  }
+};
+
+template <class S> struct TopByteFast {
+  Group<Zor8u> operator()(Group<S> x) const
+  {
+    for (int k = 0; k < x.parts; ++k)
+      x.part[k] = shiftRight<8 * (sizeof(S) - 1)>(x.part[k] - shiftRight<8>(x.part[k]));
+    if constexpr (isSigned<S>) { // -128..127, and 128 added
+      const Group<Zor8s> top = Converted<Zor8s>{}(x);
+      return {{as<Zor8u>(top.part[0]) ^ topBits<Zor8u>()}};
+    } else {
+      return Converted<Zor8u>{}(Converted<Zor16s>{}(x)); // 0..255
+    }
+  }
+};
+
+// Of 16 bits the rounded product is that of x / 257, which is never a tie, so that integers give it. Of 32 bits it is
+// formed in 32f, under round to nearest.
+template <class S> struct TopByteAccurate {
+  Group<Zor8u> operator()(const Group<S>& x) const
+  {
+    if constexpr (sizeof(S) == 2) {
+      const Vec<Zor16u> offset = isSigned<S> ? topBits<Zor16u>() : zero<Zor16u>();
+      Group<Zor16u> y = Converted<Zor16u>{}(x);
+      for (int k = 0; k < y.parts; ++k) y.part[k] = addSat(y.part[k] ^ offset, splat<Zor16u>(128));
+      return TopByteFast<Zor16u>{}(y);
+    } else {
+      constexpr Zor32f factor = static_cast<Zor32f>(255.0 / 4294967295.0);
+      const Group<Zor32f> y = Converted<Zor32f>{}(x);
+      Group<Zor32s> n;
+      for (int k = 0; k < y.parts; ++k) n.part[k] = toInt((y.part[k] + splat(2147483648.0f)) * splat(factor));
+      return Converted<Zor8u>{}(n);
+    }
+  }
+};
+
+template <Layout L, class D>
+ZorStatus scaleUpRegion(const Zor8u* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
+  mapRegionOfGroups<L>(Serial{}, roiSize, ByteRepeated<D>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  return ZorOk;
+}
+
+template <Layout L, class S>
+ZorStatus scaleDownRegion(const S* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
+  const Rows dst{pDst, dstStep};
+  const Rows src{pSrc, srcStep};
+  if (hint == ZorHintAccurate) {
+    const RoundingScope rounding(roundNearest);
+    mapRegionOfGroups<L>(Serial{}, roiSize, TopByteAccurate<S>{}, dst, src);
+  } else {
+    mapRegionOfGroups<L>(Serial{}, roiSize, TopByteFast<S>{}, dst, src);
+  }
+  return ZorOk;
+}
+
+// ---- 32f ----
+
+struct ByteToRange {
+  Zor32f factor, least;
+
+  Group<Zor32f> operator()(const Group<Zor8u>& x) const
+  {
+    Group<Zor32f> y = Converted<Zor32f>{}(x);
+    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] * splat(factor) + splat(least);
+    return y;
+  }
+};
+
+// Rounded by the control register. A result beyond a byte loses its upper bits; it does not saturate.
+struct RangeToByte {
+  Zor32f least, greatest, factor, offset;
+
+  Group<Zor8u> operator()(const Group<Zor32f>& x) const
+  {
+    Group<Zor32s> n;
+    for (int k = 0; k < x.parts; ++k) {
+      const F32x4 clamped = max(min(x.part[k], splat(greatest)), splat(least));
+      n.part[k] = toInt(clamped * splat(factor) + splat(offset)) & splat<Zor32s>(0xff);
+    }
+    return Converted<Zor8u>{}(n);
+  }
+};
+
+static ZorStatus nonEmptyRange(Zor32f vMin, Zor32f vMax) { return require(vMax - vMin > 0, ZorErrScaleRange); }
+
+template <Layout L>
+ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
+                             Zor32f vMax)
+{
+  if (auto s = firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+      s != ZorOk)
+    return s;
+  mapRegionOfGroups<L>(Serial{}, roiSize, ByteToRange{(vMax - vMin) / 255, vMin}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  return ZorOk;
+}
+
+template <Layout L>
+ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
+                               Zor32f vMax)
+{
+  // The contract: the rounding field is set before anything else, and stays as set when a check fails.
+  const unsigned callersWord = zor_set_rc_ssx(roundNearest);
+  const volatile Zor32f least = vMin, greatest = vMax; // so that their arithmetic is done under the new field
+  if (auto s = firstFailure(nonEmptyRange(least, greatest), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+      s != ZorOk)
+    return s;
+  const Zor32f factor = 255 / (greatest - least), offset = (0.0f - factor) * least;
+  mapRegionOfGroups<L>(Serial{}, roiSize, RangeToByte{vMin, vMax, factor, offset}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  if ((callersWord & roundingMask) != roundNearest) zor_set_cw_ssx(callersWord);
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP_EACH(from, to) STAMP(from, to, C1) STAMP(from, to, C3) STAMP(from, to, C4) STAMP(from, to, AC4)
+
+#define STAMP(from, to, layout)                                                                                     \
+  ZorStatus zoriScale_##from##to##_##layout##R(const Zor##from* pSrc, int srcStep, Zor##to* pDst, int dstStep,      \
+                                               ZorImgSize roiSize)                                                  \
+  { return scaleUpRegion<layout>(pSrc, srcStep, pDst, dstStep, roiSize); }
+STAMP_EACH(8u, 16u) STAMP_EACH(8u, 16s) STAMP_EACH(8u, 32s)
+#undef STAMP
+
+#define STAMP(from, to, layout)                                                                                     \
+  ZorStatus zoriScale_##from##to##_##layout##R(const Zor##from* pSrc, int srcStep, Zor##to* pDst, int dstStep,      \
+                                               ZorImgSize roiSize, ZorHint hint)                                    \
+  { return scaleDownRegion<layout>(pSrc, srcStep, pDst, dstStep, roiSize, hint); }
+STAMP_EACH(16u, 8u) STAMP_EACH(16s, 8u) STAMP_EACH(32s, 8u)
+#undef STAMP
+
+#define STAMP(layout)                                                                                               \
+  ZorStatus zoriScale_8u32f_##layout##R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep,                  \
+                                        ZorImgSize roiSize, Zor32f vMin, Zor32f vMax)                               \
+  { return scaleToRangeRegion<layout>(pSrc, srcStep, pDst, dstStep, roiSize, vMin, vMax); }                         \
+  ZorStatus zoriScale_32f8u_##layout##R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep,                  \
+                                        ZorImgSize roiSize, Zor32f vMin, Zor32f vMax)                               \
+  { return scaleFromRangeRegion<layout>(pSrc, srcStep, pDst, dstStep, roiSize, vMin, vMax); }
+STAMP(C1) STAMP(C3) STAMP(C4) STAMP(AC4)
+#undef STAMP
+#undef STAMP_EACH

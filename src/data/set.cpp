@@ -1,0 +1,60 @@
+// zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}R, ..._{C3,C4}CR: fills. The forms under a mask stand with the masked copies.
+#include "frame/checks.h"
+#include "frame/walk.h"
+#include "region.h"
+#include "rowkernels/channels.h"
+#include "rowkernels/set.h"
+#include "zori/data.h"
+
+namespace zori {
+
+struct Constant {
+  template <class T> Vec<T> operator()(Vec<T> constant) const { return constant; }
+};
+
+// pValue: a number for each channel that is written. The step is not tested.
+template <class T, Layout L> ZorStatus setRegion(const T* pValue, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pValue, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  if constexpr (L == AC4) {
+    Raw<T> pixel[4] = {};
+    std::memcpy(pixel, pValue, 3 * sizeof(T));
+    mapRegionWith<L>(Pattern<Raw<T>>(pixel, 4), Serial{}, roiSize, Constant{}, Rows{raw(pDst), dstStep});
+  } else {
+    constexpr int pixelBytes = channels<L> * bytesOf<T>;
+    const PixelPattern pattern = PixelPattern::of<pixelBytes>(pValue);
+    const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, dstStep});
+    const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
+    const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
+    for (int y = 0; y < rows.height; ++y) ownsSet_8u(pattern, dst[y], bytes, 1LL * bytes * rows.height);
+  }
+  return ZorOk;
+}
+
+template <class T, int Stride> ZorStatus setChannel(T value, T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  const Raw<T> bits = get<Raw<T>>(&value);
+  for (int y = 0; y < roiSize.height; ++y)
+    moveChannel<Raw<T>, 0, Stride>(&bits, raw(rowAt(pDst, dstStep, y)), roiSize.width);
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP(type, layout, n)                                                                                       \
+  ZorStatus zoriSet_##type##_##layout##R(const Zor##type value[n], Zor##type* pDst, int dstStep, ZorImgSize roiSize) \
+  { return setRegion<Zor##type, layout>(value, pDst, dstStep, roiSize); }
+#define STAMP_CHANNEL(type, n)                                                                                       \
+  ZorStatus zoriSet_##type##_C##n##CR(Zor##type value, Zor##type* pDst, int dstStep, ZorImgSize roiSize)             \
+  { return setChannel<Zor##type, n>(value, pDst, dstStep, roiSize); }
+#define STAMPS(type)                                                                                                 \
+  ZorStatus zoriSet_##type##_C1R(Zor##type value, Zor##type* pDst, int dstStep, ZorImgSize roiSize)                  \
+  { return setRegion<Zor##type, C1>(&value, pDst, dstStep, roiSize); }                                               \
+  STAMP(type, C3, 3) STAMP(type, C4, 4) STAMP(type, AC4, 3) STAMP_CHANNEL(type, 3) STAMP_CHANNEL(type, 4)
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
+#undef STAMPS
+#undef STAMP_CHANNEL
+#undef STAMP

@@ -1,0 +1,129 @@
+// zoriSwapChannels_{8u,16u,16s,32s,32f}_{C3,AC4,C3C4,C4C3}R, zoriSwapChannels_8u_{C3,C4}IR: new orders of channels.
+//
+// Mostly the source is read off its place (see channel_order.h); from three channels to four, pixels are taken apart and
+// put together again.
+#include "frame/checks.h"
+#include "region.h"
+#include "rowkernels/channel_order.h"
+#include "rowkernels/channels.h"
+#include "zori/data.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace zori {
+
+// The entries in turn; each lies in 0..last.
+static ZorStatus ordered(const int* order, int entries, int last)
+{
+  for (int k = 0; k < entries; ++k)
+    if (order[k] < 0 || order[k] > last) return ZorErrChannelOrder;
+  return ZorOk;
+}
+
+// Pixels of N channels, of which the first Moved get a new order. May be in place.
+template <class T, int N, int Moved>
+static void swapRows(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const int* dstOrder)
+{
+  using R = Raw<T>;
+  const ChannelOrder<R, N> order(dstOrder, Moved);
+  const ZorImgSize rows = mergedRows(roiSize, Operand{N * bytesOf<T>, srcStep}, Operand{N * bytesOf<T>, dstStep});
+  const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(rows.width) * N;
+  for (int y = 0; y < rows.height; ++y)
+    order.template row<Moved>(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), length);
+}
+
+template <class T, int N>
+ZorStatus swapColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const int* dstOrder)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk)
+    return s;
+  if (auto s = ordered(dstOrder, 3, 2); s != ZorOk) return s;
+  swapRows<T, N, 3>(pSrc, srcStep, pDst, dstStep, roiSize, dstOrder);
+  return ZorOk;
+}
+
+// Channel k of the destination is number index[k] of the source's three channels and a constant.
+template <class T> struct Selected {
+  int index[4];
+  Vec<T> constant;
+
+  void operator()(const Vec<T> (&in)[3], Vec<T> (&out)[4]) const
+  {
+    const Vec<T> from[4] = {in[0], in[1], in[2], constant};
+    for (int k = 0; k < 4; ++k) out[k] = from[index[k]];
+  }
+};
+
+// Steps are not tested.
+template <class T>
+ZorStatus swapToFour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const int* dstOrder, T value)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = ordered(dstOrder, 4, INT_MAX); s != ZorOk) return s;
+  using R = Raw<T>;
+  Selected<R> selected{{}, splat(get<R>(&value))};
+  R lanes[Vec<R>::size] = {};
+  bool all = true;
+  for (int k = 0; k < 4; ++k) {
+    const bool written = dstOrder[k] <= 3;
+    selected.index[k] = std::min(dstOrder[k], 3);
+    for (int i = k; i < Vec<R>::size; i += 4) lanes[i] = static_cast<R>(written ? -1 : 0);
+    all &= written;
+  }
+  const Vec<R> writtenLanes = load<R>(lanes);
+  const ZorImgSize rows = mergedRows(roiSize, Operand{3 * bytesOf<T>, srcStep}, Operand{4 * bytesOf<T>, dstStep});
+  for (int y = 0; y < rows.height; ++y) {
+    const Interleaved<const R, 3> src{raw(rowAt(pSrc, srcStep, y))};
+    const Interleaved<R, 4> dst{raw(rowAt(pDst, dstStep, y))};
+    if (all) moveChannels<true>(src, dst, rows.width, selected, writtenLanes);
+    else moveChannels<false>(src, dst, rows.width, selected, writtenLanes);
+  }
+  return ZorOk;
+}
+
+// Steps are not tested.
+template <class T>
+ZorStatus swapToThree(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const int* dstOrder)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = ordered(dstOrder, 3, 3); s != ZorOk) return s;
+  const ChannelOrder<Raw<T>, 4> order(dstOrder, 3);
+  const ZorImgSize rows = mergedRows(roiSize, Operand{4 * bytesOf<T>, srcStep}, Operand{3 * bytesOf<T>, dstStep});
+  for (int y = 0; y < rows.height; ++y)
+    order.rowToThree(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), rows.width);
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+ZorStatus zoriSwapChannels_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[3])
+{
+  return swapColour<Zor8u, 3>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, dstOrder);
+}
+
+// The one form that tests the step before the size.
+ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[4])
+{
+  if (auto s = firstFailure(nonNull(pSrcDst, dstOrder), positive(srcDstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = ordered(dstOrder, 4, 3); s != ZorOk) return s;
+  swapRows<Zor8u, 4, 4>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, dstOrder);
+  return ZorOk;
+}
+
+#define STAMP(type, layouts, call)                                                                          \
+  ZorStatus zoriSwapChannels_##type##_##layouts##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst,     \
+                                                   int dstStep, ZorImgSize roiSize, const int dstOrder[3])  \
+  { return call(pSrc, srcStep, pDst, dstStep, roiSize, dstOrder); }
+#define STAMPS(type)                                                                                        \
+  STAMP(type, C3, (swapColour<Zor##type, 3>)) STAMP(type, AC4, (swapColour<Zor##type, 4>))                  \
+  STAMP(type, C4C3, swapToThree)                                                                            \
+  ZorStatus zoriSwapChannels_##type##_C3C4R(const Zor##type* pSrc, int srcStep, Zor##type* pDst,            \
+                                            int dstStep, ZorImgSize roiSize, const int dstOrder[4],         \
+                                            Zor##type value)                                                \
+  { return swapToFour(pSrc, srcStep, pDst, dstStep, roiSize, dstOrder, value); }
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
+#undef STAMPS
+#undef STAMP

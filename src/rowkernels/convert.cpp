@@ -1,0 +1,39 @@
+// The checking kernels of type conversion.
+#include "convert.h"
+
+#include "frame/checks.h"
+#include "frame/corelib.h"
+
+namespace zori {
+
+template <class S, class D, class Op> static ZorStatus zorsConvert(const S* pSrc, D* pDst, int length, Op op)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), positiveSize(length)); s != ZorOk) return s;
+  mapGroups(pDst, length, op, pSrc);
+  return ZorOk;
+}
+
+template <class D>
+static ZorStatus zorsConvert_Sfs(const Zor32f* pSrc, D* pDst, int length, ZorRoundMode roundMode, int scaleFactor)
+{
+  if (roundMode != ZorRoundTowardZero && roundMode != ZorRoundNearestEven)
+    return zorsConvert(pSrc, pDst, length, Scaled<RoundedAway<D>>(scaleFactor));
+  const RoundingScope rounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest);
+  if (scaleFactor == 0) return zorsConvert(pSrc, pDst, length, Rounded<D>{});
+  return zorsConvert(pSrc, pDst, length, Scaled<Rounded<D>>(scaleFactor));
+}
+
+#define STAMP(type)                                                                     \
+  ZorStatus zorsConvert_##type##32f(const Zor##type* pSrc, Zor32f* pDst, int length)    \
+  { return zorsConvert(pSrc, pDst, length, Converted<Zor32f>{}); }
+STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32s)
+#undef STAMP
+
+#define STAMP(type)                                                                                                   \
+  ZorStatus zorsConvert_32f##type##_Sfs(const Zor32f* pSrc, Zor##type* pDst, int length, ZorRoundMode roundMode,      \
+                                        int scaleFactor)                                                              \
+  { return zorsConvert_Sfs(pSrc, pDst, length, roundMode, scaleFactor); }
+STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32s)
+#undef STAMP
+
+} // namespace zori

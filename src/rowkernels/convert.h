@@ -1,0 +1,140 @@
+// Row kernels of type conversion: the operations on groups, and the kernels of one row that other families call.
+//
+// Integers widen exactly and narrow with saturation; integers to 32f are exact up to 24 bits. 32f to integers clamps to
+// the bounds of the destination type, a NaN to the upper one, and rounds by one of two rules.
+#pragma once
+
+#include "drivers.h"
+#include "zori/types.h"
+
+#include <limits>
+
+namespace zori {
+
+// ---- Operations on groups ----
+
+template <class D> struct Converted {
+  template <class S> Group<D> operator()(const Group<S>& x) const
+  {
+    Group<D> y;
+    if constexpr (std::is_same_v<D, Zor32f>) {
+      const Group<Zor32s> n = Converted<Zor32s>{}(x);
+      for (int k = 0; k < y.parts; ++k) y.part[k] = toFloat(n.part[k]);
+    } else if constexpr (sizeof(S) == sizeof(D)) {
+      for (int k = 0; k < y.parts; ++k) y.part[k] = as<D>(x.part[k]);
+    } else if constexpr (sizeof(S) < sizeof(D)) {
+      Group<WiderT<S>> wider;
+      for (int k = 0; k < x.parts; ++k) {
+        wider.part[2 * k] = widenLow(x.part[k]);
+        wider.part[2 * k + 1] = widenHigh(x.part[k]);
+      }
+      y = (*this)(wider);
+    } else if constexpr (sizeof(S) == 4 && sizeof(D) == 1) { // saturation to 16 bits changes nothing about the result
+      y = (*this)(Converted<Zor16s>{}(x));
+    } else if constexpr (std::is_same_v<S, Zor16u>) { // the pack takes its lanes as signed ones
+      const Vec<Zor16u> upper = splat<Zor16u>(std::numeric_limits<D>::max());
+      for (int k = 0; k < y.parts; ++k)
+        y.part[k] = narrowSat<D>(as<Zor16s>(min(x.part[2 * k], upper)), as<Zor16s>(min(x.part[2 * k + 1], upper)));
+    } else {
+      for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(x.part[2 * k], x.part[2 * k + 1]);
+    }
+    return y;
+  }
+};
+
+// The upper bound of D as it is, or next above it, in 32f: of 32s it is 2^31.
+template <class D> inline constexpr Zor32f upperBound = static_cast<Zor32f>(std::numeric_limits<D>::max());
+
+// A NaN takes the bound, because that is the second operand.
+template <class D> inline F32x4 clampedAbove(F32x4 x) { return min(x, splat(upperBound<D>)); }
+inline F32x4 clampedAtZero(F32x4 x) { return max(x, zero<Zor32f>()); }
+
+// Saturated below, and above as well. Of 16u, which has no pack of its own, n lies in 0..65535.
+template <class D> inline Group<D> packed(Group<Zor32s> n)
+{
+  if constexpr (std::is_same_v<D, Zor16u>) { // by the signed pack
+    for (int k = 0; k < n.parts; ++k) n.part[k] -= splat<Zor32s>(32768);
+    Group<Zor16u> y = Converted<Zor16u>{}(Converted<Zor16s>{}(n));
+    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] ^ topBits<Zor16u>();
+    return y;
+  } else {
+    return Converted<D>{}(n);
+  }
+}
+
+// n is the conversion of x to an integer; 2^31 has become the least one and must become the greatest.
+template <class D> inline Vec<Zor32s> belowTop(Vec<Zor32s> n, F32x4 x)
+{
+  if constexpr (std::is_same_v<D, Zor32s>) return n ^ as<Zor32s>(greaterEqual(x, splat(upperBound<D>)));
+  else return n;
+}
+
+// Rounded by the control register. What lies too far below to fit becomes the least integer and is saturated.
+template <class D> struct Rounded {
+  Group<D> operator()(const Group<Zor32f>& x) const
+  {
+    Group<Zor32s> n;
+    for (int k = 0; k < x.parts; ++k) {
+      F32x4 v = clampedAbove<D>(x.part[k]);
+      if constexpr (std::is_same_v<D, Zor16u>) v = clampedAtZero(v);
+      n.part[k] = belowTop<D>(toInt(v), v);
+    }
+    return packed<D>(n);
+  }
+};
+
+// Ties away from zero: |x| + 0.5 in 32f, the sign restored, the fraction cut off.
+template <class D> struct RoundedAway {
+  Group<D> operator()(const Group<Zor32f>& x) const
+  {
+    Group<Zor32s> n;
+    for (int k = 0; k < x.parts; ++k) {
+      const F32x4 v = clampedAbove<D>(x.part[k]);
+      F32x4 sum;
+      if constexpr (isSigned<D>) sum = (abs(v) + splat(0.5f)) | (v & splat(-0.0f));
+      else sum = clampedAtZero(v) + splat(0.5f);
+      n.part[k] = belowTop<D>(toIntTruncated(sum), sum);
+    }
+    return packed<D>(n);
+  }
+};
+
+// The samples times 2^-scaleFactor, then op. In two factors, which covers every scale that matters: beyond, each result
+// is a bound or zero.
+template <class Op> struct Scaled {
+  F32x4 factor1, factor2;
+  Op op;
+
+  explicit Scaled(int scaleFactor)
+  {
+    const int exponent = scaleFactor < -252 ? 252 : scaleFactor > 252 ? -252 : -scaleFactor;
+    factor1 = powerOfTwo(exponent / 2);
+    factor2 = powerOfTwo(exponent - exponent / 2);
+  }
+  auto operator()(Group<Zor32f> x) const
+  {
+    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] * factor1 * factor2;
+    return op(x);
+  }
+
+private:
+  static F32x4 powerOfTwo(int exponent) { return as<Zor32f>(splat<Zor32s>((127 + exponent) << 23)); }
+};
+
+// ---- Kernels of one row: null pointers give ZorErrNullPtr, a length below 1 ZorErrSize ----
+
+ZorStatus zorsConvert_8u32f(const Zor8u* pSrc, Zor32f* pDst, int length);
+ZorStatus zorsConvert_8s32f(const Zor8s* pSrc, Zor32f* pDst, int length);
+ZorStatus zorsConvert_16u32f(const Zor16u* pSrc, Zor32f* pDst, int length);
+ZorStatus zorsConvert_16s32f(const Zor16s* pSrc, Zor32f* pDst, int length);
+ZorStatus zorsConvert_32s32f(const Zor32s* pSrc, Zor32f* pDst, int length);
+
+// dst = saturate(round(src * 2^-scaleFactor)) by the rounding rule of Convert. The control register is the caller's own
+// on return.
+ZorStatus zorsConvert_32f8u_Sfs(const Zor32f* pSrc, Zor8u* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
+ZorStatus zorsConvert_32f8s_Sfs(const Zor32f* pSrc, Zor8s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
+ZorStatus zorsConvert_32f16u_Sfs(const Zor32f* pSrc, Zor16u* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
+ZorStatus zorsConvert_32f16s_Sfs(const Zor32f* pSrc, Zor16s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
+ZorStatus zorsConvert_32f32s_Sfs(const Zor32f* pSrc, Zor32s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
+
+} // namespace zori

@@ -1,0 +1,109 @@
+// Copies of one row: the forward copy of 64 bytes a round, and the checking forms by type.
+#include "copy.h"
+
+#include "frame/checks.h"
+#include "simd.h"
+
+#include <cstring>
+
+using namespace zori;
+
+namespace {
+
+template <class Unit> inline void copyUnit(const Zor8u*& src, Zor8u*& dst)
+{
+  put(dst, get<Unit>(src));
+  src += sizeof(Unit);
+  dst += sizeof(Unit);
+}
+
+// Below 16 bytes, in units of 1, 2, 4 and 8: the small ones first on the way to an aligned address, last behind it.
+inline void copyHead(const Zor8u*& src, Zor8u*& dst, std::ptrdiff_t bytes)
+{
+  if (bytes & 1) copyUnit<std::uint8_t>(src, dst);
+  if (bytes & 2) copyUnit<std::uint16_t>(src, dst);
+  if (bytes & 4) copyUnit<std::uint32_t>(src, dst);
+  if (bytes & 8) copyUnit<std::uint64_t>(src, dst);
+}
+inline void copyTail(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
+{
+  if (bytes & 8) copyUnit<std::uint64_t>(src, dst);
+  if (bytes & 4) copyUnit<std::uint32_t>(src, dst);
+  if (bytes & 2) copyUnit<std::uint16_t>(src, dst);
+  if (bytes & 1) copyUnit<std::uint8_t>(src, dst);
+}
+
+struct Ordinary {
+  static void write(Zor8u* p, Vec<Zor8u> x) { storeAligned(p, x); }
+};
+struct Streaming {
+  static void write(Zor8u* p, Vec<Zor8u> x) { stream(p, x); }
+};
+
+template <class Store> void copyForward(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
+{
+  const auto head = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(dst) & 15);
+  if (bytes >= 16 + head) {
+    copyHead(src, dst, head);
+    bytes -= head;
+    for (; bytes >= 64; bytes -= 64, src += 64, dst += 64) {
+      const Vec<Zor8u> a = load<Zor8u>(src), b = load<Zor8u>(src + 16);
+      const Vec<Zor8u> c = load<Zor8u>(src + 32), d = load<Zor8u>(src + 48);
+      Store::write(dst, a);
+      Store::write(dst + 16, b);
+      Store::write(dst + 32, c);
+      Store::write(dst + 48, d);
+    }
+    for (; bytes >= 16; bytes -= 16, src += 16, dst += 16) Store::write(dst, load<Zor8u>(src));
+  }
+  if (bytes >= 16) { // the way to alignment was longer than what lay behind it
+    store(dst, load<Zor8u>(src));
+    src += 16, dst += 16, bytes -= 16;
+  }
+  copyTail(src, dst, bytes);
+}
+
+} // namespace
+
+void ownsCopy_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, bool streaming)
+{
+  if (streaming) {
+    copyForward<Streaming>(pSrc, pDst, bytes);
+    streamFence();
+  } else {
+    copyForward<Ordinary>(pSrc, pDst, bytes);
+  }
+}
+
+void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes)
+{
+  std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
+}
+
+// Up to a share of the cache the C library's copy is the fastest (it may use wider vectors); above it that one turns to
+// non-temporal stores, and ordinary ones are faster.
+static constexpr long long libraryCopyLimit = 12 << 20;
+
+void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
+{
+  if (regionBytes <= libraryCopyLimit) ownsMove_8u_W7(pSrc, pDst, bytes);
+  else ownsCopy_8u(pSrc, pDst, bytes, false);
+}
+
+template <class T, class Kernel> static ZorStatus checked(const T* pSrc, T* pDst, int length, Kernel kernel)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), positiveSize(length)); s != ZorOk) return s;
+  const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(length) * static_cast<std::ptrdiff_t>(sizeof(T));
+  kernel(reinterpret_cast<const Zor8u*>(pSrc), reinterpret_cast<Zor8u*>(pDst), bytes);
+  return ZorOk;
+}
+
+static void copyOne(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes) { ownsCopyRow_8u(src, dst, bytes, bytes); }
+
+#define STAMP(type)                                                             \
+  ZorStatus zorsCopy_##type(const Zor##type* pSrc, Zor##type* pDst, int length) \
+  { return checked(pSrc, pDst, length, copyOne); }                              \
+  ZorStatus zorsMove_##type(const Zor##type* pSrc, Zor##type* pDst, int length) \
+  { return checked(pSrc, pDst, length, ownsMove_8u_W7); }
+STAMP(8u) STAMP(16s) STAMP(32s) STAMP(32f) STAMP(64s) STAMP(64f) STAMP(32fc) STAMP(64fc)
+#undef STAMP

@@ -1,0 +1,317 @@
+// Sums, differences and products scaled by a power of two: saturate(round(v * 2^-scale)) of the exact result v, rounded to
+// nearest with ties to even. And the same operations of floats, unscaled.
+//
+// An operation tells its exact result in vectors, in a form that never overflows: sums as half and last bit, products in
+// lanes of twice the width. The rule stands here once, for lanes of every width. AtScale puts an operation on the path
+// that a scale takes.
+#pragma once
+
+#include "drivers.h"
+#include "zori/types.h"
+
+#include <limits>
+
+namespace zori {
+
+// ---- The parts of an element: one number, or the two of a complex one. ----
+
+template <class T> struct PartsOf {
+  using Part = T;
+  static constexpr int count = 1;
+};
+template <class T> struct TwoParts {
+  using Part = T;
+  static constexpr int count = 2;
+};
+template <> struct PartsOf<Zor16sc> : TwoParts<Zor16s> {};
+template <> struct PartsOf<Zor32sc> : TwoParts<Zor32s> {};
+template <> struct PartsOf<Zor32fc> : TwoParts<Zor32f> {};
+
+template <class T> using Part = typename PartsOf<T>::Part;
+template <class T> inline constexpr int partCount = PartsOf<T>::count;
+
+// ---- The rule in one lane: shifts that round and shifts that saturate. ----
+
+// Shifts that serve bytes too. To the left no bit may leave its byte.
+template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
+{
+  if constexpr (sizeof(T) == 1) return as<T>(shiftRight(as<Zor16u>(v), n)) & splat<T>(static_cast<T>(0xff >> n));
+  else return shiftRight(v, n);
+}
+template <class T> inline Vec<T> lanesLeft(Vec<T> v, int n)
+{
+  if constexpr (sizeof(T) == 1) return as<T>(shiftLeft(as<Zor16u>(v), n));
+  else return shiftLeft(v, n);
+}
+
+// v / 2^n to nearest, ties to even; n from 1 to the width of an unsigned lane or the width less 1 of a signed one.
+// `lost` is 1 where v stands for v and a half, else 0.
+template <class T> inline Vec<T> roundedShiftRight(Vec<T> v, Vec<T> lost, int n)
+{
+  const std::uint64_t unit = std::uint64_t{1} << n;
+  const Vec<T> quotient = lanesRight(v, n), rest = v & splat(static_cast<T>(unit - 1));
+  // up when the rest exceeds a half, or is one and the quotient is odd or something was lost
+  const Vec<T> greatestDown = splat(static_cast<T>(unit / 2)) - ((quotient & splat(T(1))) | lost);
+  return quotient - greater(rest, greatestDown);
+}
+
+// v * 2^n, saturated; n up to the width of an unsigned lane or the width less 1 of a signed one.
+template <class T> inline Vec<T> saturatedShiftLeft(Vec<T> v, int n)
+{
+  constexpr T greatest = std::numeric_limits<T>::max(), least = std::numeric_limits<T>::min();
+  const Vec<T> limit = splat(static_cast<T>(greatest >> n));
+  Vec<T> inside = min(v, limit);
+  if constexpr (isSigned<T>) inside = max(inside, splat(static_cast<T>(least >> n)));
+  return lanesLeft(inside, n) | (greater(v, limit) & splat(greatest));
+}
+
+// The count that leaves nothing but the sign: enough for all scales further down.
+template <class T> inline constexpr int boundShift = 8 * sizeof(T) - isSigned<T>;
+
+// ---- Exact results, and how each kind is scaled down by 2^scale, scale at least 1. ----
+
+// Sums and differences: half the result, rounded down, and its last bit.
+template <class T> struct Halved {
+  Vec<T> half, odd;
+};
+template <class T> inline Vec<T> scaledDown(Halved<T> v, int scale) // by 2 or more
+{
+  return roundedShiftRight(v.half, v.odd, scale - 1);
+}
+template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) { return v.half + (v.odd & v.half); }
+
+// Products: two vectors of lanes of twice the width.
+template <class W> struct Wide {
+  Vec<W> low, high;
+};
+// Saturated; the top bit of unsigned lanes must be clear.
+template <class T, class W> inline Vec<T> narrow(Wide<W> v)
+{
+  using S = std::make_signed_t<W>;
+  return narrowSat<T>(as<S>(v.low), as<S>(v.high));
+}
+template <class T, class W> inline Vec<T> scaledDown(Wide<W> v, int scale)
+{
+  const Vec<W> nothing = zero<W>();
+  return narrow<T>(Wide<W>{roundedShiftRight(v.low, nothing, scale), roundedShiftRight(v.high, nothing, scale)});
+}
+
+// Products of 64 bits, for which this level has no vector arithmetic.
+struct Wide64 {
+  Zor64s v[4];
+};
+template <class T> inline Vec<T> narrow(const Wide64& v)
+{
+  constexpr Zor64s least = std::numeric_limits<T>::min(), greatest = std::numeric_limits<T>::max();
+  T r[4];
+  for (int i = 0; i < 4; ++i) r[i] = static_cast<T>(v.v[i] < least ? least : v.v[i] > greatest ? greatest : v.v[i]);
+  return load<T>(r);
+}
+template <class T> inline Vec<T> scaledDown(Wide64 v, int scale)
+{
+  const std::uint64_t unit = std::uint64_t{1} << scale;
+  for (Zor64s& x : v.v) {
+    const Zor64s quotient = x >> scale;
+    const std::uint64_t rest = static_cast<std::uint64_t>(x) & (unit - 1);
+    x = quotient + (rest > unit / 2 - static_cast<std::uint64_t>(quotient & 1));
+  }
+  return narrow<T>(v);
+}
+
+// ---- The operations ----
+
+template <class T> struct Sum {
+  using Element = T;
+  static constexpr int period = 1;
+  static constexpr bool halves = true;
+
+  static Halved<T> exact(Vec<T> a, Vec<T> b)
+  {
+    const Vec<T> odd = (a ^ b) & splat(T(1));
+    if constexpr (isSigned<T>) return {(a & b) + shiftRight<1>(a ^ b), odd};
+    else return {average(a, b) - odd, odd};
+  }
+  static Vec<T> saturated(Vec<T> a, Vec<T> b)
+  {
+    if constexpr (!isInt<T>) return a + b;
+    else if constexpr (sizeof(T) < 4) return addSat(a, b);
+    else {
+      const Vec<T> sum = a + b;
+      return select(signs((a ^ sum) & (b ^ sum)), signs(a) ^ splat(std::numeric_limits<T>::max()), sum);
+    }
+  }
+};
+
+template <class T> struct Difference { // a - b
+  using Element = T;
+  static constexpr int period = 1;
+  static constexpr bool halves = true;
+
+  static Halved<T> exact(Vec<T> a, Vec<T> b)
+  {
+    const Vec<T> one = splat(T(1));
+    if constexpr (isSigned<T>) { // a - b = a + ~b + 1
+      const Vec<T> n = b ^ splat(T(-1));
+      return {(a | n) - shiftRight<1>(a ^ n), (a ^ b) & one};
+    } else { // what is negative ends at 0 at every scale
+      const Vec<T> difference = subSat(a, b);
+      return {lanesRight(difference, 1), difference & one};
+    }
+  }
+  static Vec<T> saturated(Vec<T> a, Vec<T> b)
+  {
+    if constexpr (!isInt<T>) return a - b;
+    else if constexpr (sizeof(T) < 4) return subSat(a, b);
+    else {
+      const Vec<T> difference = a - b;
+      return select(signs((a ^ b) & (a ^ difference)), signs(a) ^ splat(std::numeric_limits<T>::max()), difference);
+    }
+  }
+};
+
+template <class T> struct Product {
+  using Element = T;
+  static constexpr int period = 1;
+  static constexpr bool halves = false;
+
+  static auto exact(Vec<T> a, Vec<T> b)
+  {
+    using W = WiderT<T>;
+    if constexpr (sizeof(T) == 1) {
+      return Wide<W>{mulLow(widenLow(a), widenLow(b)), mulLow(widenHigh(a), widenHigh(b))};
+    } else {
+      const Vec<T> low = mulLow(a, b), high = mulHigh(a, b);
+      return Wide<W>{as<W>(interleaveLow(low, high)), as<W>(interleaveHigh(low, high))};
+    }
+  }
+  static Vec<T> saturated(Vec<T> a, Vec<T> b)
+  {
+    if constexpr (!isInt<T>) return a * b;
+    else if constexpr (isSigned<T>) return narrow<T>(exact(a, b));
+    else if constexpr (sizeof(T) == 1) {
+      const auto v = exact(a, b);
+      const Vec<Zor16u> limit = splat<Zor16u>(255);
+      return narrow<T>(Wide<Zor16u>{min(v.low, limit), min(v.high, limit)});
+    } else { // all ones where the high half is not zero
+      return mulLow(a, b) | (equal(mulHigh(a, b), zero<T>()) ^ splat<T>(0xffff));
+    }
+  }
+};
+
+// (a + ib)(c + id) = (ac - bd) + i(ad + bc) of pairs of parts. In integers one result alone does not fit lanes of twice
+// the width: ad + bc is 2^31 (2^63) when all parts are at the minimum. It comes out as the minimum, which no other
+// product gives, and the maximum takes its place: that gives the same at every scale.
+template <class T> struct ComplexProduct {
+  using Element = T;
+  static constexpr int period = 2;
+  static constexpr bool halves = false;
+
+  static auto exact(Vec<T> x, Vec<T> y)
+  {
+    if constexpr (sizeof(T) == 2) {
+      const auto pairs = as<Zor32u>(y);
+      const Vec<T> swapped = as<T>(shiftLeft<16>(pairs) | shiftRight<16>(pairs));
+      // -d may not fit, ~d does: ac - bd = ac + b * ~d + b
+      const Vec<T> complemented = as<T>(pairs ^ splat<Zor32u>(0xffff0000u));
+      const Vec<Zor32s> re = mulAddPairs(x, complemented) + shiftRight<16>(as<Zor32s>(x));
+      Vec<Zor32s> im = mulAddPairs(x, swapped);
+      im += equal(im, splat(std::numeric_limits<Zor32s>::min()));
+      return Wide<Zor32s>{interleaveLow(re, im), interleaveHigh(re, im)};
+    } else {
+      T a[4], b[4];
+      store(a, x);
+      store(b, y);
+      const auto product = [&](int i, int j) { return static_cast<std::uint64_t>(Zor64s{a[i]} * b[j]); };
+      Wide64 v;
+      for (int i = 0; i < 4; i += 2) {
+        const std::uint64_t im = product(i, i + 1) + product(i + 1, i);
+        v.v[i] = static_cast<Zor64s>(product(i, i) - product(i + 1, i + 1));
+        v.v[i + 1] = static_cast<Zor64s>(im - (im == std::uint64_t{1} << 63));
+      }
+      return v;
+    }
+  }
+  static Vec<T> saturated(Vec<T> x, Vec<T> y)
+  {
+    if constexpr (isInt<T>) return narrow<T>(exact(x, y));
+    else {
+      const F32x4 re = shuffle<2, 2, 0, 0>(x, x), im = shuffle<3, 3, 1, 1>(x, x), swapped = shuffle<2, 3, 0, 1>(y, y);
+      return re * y + ((im * swapped) ^ as<T>(splat<std::uint64_t>(0x80000000u)));
+    }
+  }
+};
+
+// ---- An operation on a path: how scales are served, from the greatest to the least. ----
+
+enum class Path {
+  Zero,     // every result rounds to 0: the image is filled, nothing is read
+  Positive, // the exact result scaled down
+  One,      // the same at scale 1, where sums and differences have a shorter way
+  Plain,    // scale 0: the saturated result
+  Negative, // the saturated result shifted left with saturation
+  Bound     // the same by boundShift: of a result it counts only whether it is below, at or above zero
+};
+
+template <class Operation, Path path> struct AtScale {
+  using T = typename Operation::Element;
+  static constexpr int period = Operation::period;
+  int shift; // the scale of Positive, its opposite of Negative
+
+  Vec<T> operator()(Vec<T> a, Vec<T> b) const
+  {
+    if constexpr (path == Path::Zero) return zero<T>();
+    else if constexpr (path == Path::Positive) return scaledDown<T>(Operation::exact(a, b), shift);
+    else if constexpr (path == Path::One) return scaledDownOnce(Operation::exact(a, b));
+    else if constexpr (path == Path::Plain) return Operation::saturated(a, b);
+    else return saturatedShiftLeft(Operation::saturated(a, b), shift);
+  }
+};
+
+// ---- Row kernels: an operation on a path, with two images or an image and a constant. ----
+
+template <class T> using ImageKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b);
+template <class T>
+using ConstantKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const T* src, const Pattern<T>& constant);
+
+// What a kernel writes of a row: everything, or all but the fourth of four samples.
+enum class Shape { Whole, KeepFourth, KeepFourthComplex };
+// Three complex samples of each pixel of four (8 parts): at(i) gives the vector of the parts from i on.
+template <class T, class At> inline void mapThreeOfFour(T* dst, std::ptrdiff_t length, At at)
+{
+  constexpr int lanes = Vec<T>::size;
+  for (std::ptrdiff_t i = 0; i < length; i += 8) {
+    if constexpr (lanes == 8) {
+      const Vec<T> pixel = at(i, 0);
+      storeLow8(dst + i, pixel);
+      storeLow4(dst + i + 4, bytesDown<8>(pixel));
+    } else {
+      const Vec<T> first = at(i, 0), third = at(i + 4, 4);
+      store(dst + i, first);
+      storeLow8(dst + i + 4, third);
+    }
+  }
+}
+
+template <Shape shape, class Op, class T>
+void imageRow(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b)
+{
+  const Op op{shift};
+  if constexpr (shape == Shape::Whole) mapRow(dst, length, op, a, b);
+  else if constexpr (shape == Shape::KeepFourth) mapRow(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), a, b);
+  else mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int) { return op(load<T>(a + i), load<T>(b + i)); });
+}
+
+template <Shape shape, class Op, class T>
+void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const Pattern<T>& constant)
+{
+  const Op op{shift};
+  if constexpr (shape == Shape::Whole) mapRowWith(constant, dst, length, op, src);
+  else if constexpr (shape == Shape::KeepFourth)
+    mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);
+  else {
+    const Vec<T> c[2] = {constant.at(0), constant.at(8 - Vec<T>::size)};
+    mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int part) { return op(load<T>(src + i), c[part != 0]); });
+  }
+}
+
+} // namespace zori

@@ -1,0 +1,93 @@
+# One step of the test of the installed package; the variables are told in CMakeLists.txt.
+set(prefix ${FOLDER}/prefix)
+set(library ${prefix}/${LIBDIR}/libzoriq7-5.3)
+
+# run(COMMAND...): runs it and fails with its output if it fails. The output is left in `output`.
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE errors
+    OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command}\n${text}\n${errors}")
+  endif()
+  set(output "${text}" PARENT_SCOPE)
+endfunction()
+
+function(expect_files)
+  foreach(file ${ARGN})
+    if(NOT EXISTS ${file})
+      message(FATAL_ERROR "not installed: ${file}")
+    endif()
+  endforeach()
+endfunction()
+
+if(STEP STREQUAL install)
+  # into another prefix than the build was configured for, so that nothing may depend on that one
+  file(REMOVE_RECURSE ${prefix})
+  run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+  file(GLOB headers RELATIVE ${SOURCE}/include ${SOURCE}/include/*.h ${SOURCE}/include/zori/*.h)
+  list(TRANSFORM headers PREPEND ${prefix}/include/)
+  expect_files(${headers} ${library}.so ${library}.so.5 ${library}.a ${prefix}/${LIBDIR}/pkgconfig/zori.pc
+    ${prefix}/share/doc/zori/README.md ${prefix}/share/doc/zori/docs/guide.md ${prefix}/share/doc/zori/LICENSE)
+
+elseif(STEP STREQUAL linkage)
+  run(${READELF} -dW ${library}.so)
+  if(NOT output MATCHES "SONAME[^[]*\\[libzoriq7-5\\.3\\.so\\.5\\]")
+    message(FATAL_ERROR "wrong name of the library:\n${output}")
+  endif()
+  string(REGEX MATCHALL "NEEDED[^[]*\\[[^]]*" needed "${output}")
+  foreach(entry ${needed})
+    if(NOT entry MATCHES "\\[(libgomp|libomp|libm|libc|ld-linux[a-z0-9_-]*)\\.so")
+      message(FATAL_ERROR "the library needs more than OpenMP and the C library: ${entry}")
+    endif()
+  endforeach()
+  if(NOT needed MATCHES "libc\\.so" OR output MATCHES "TEXTREL")
+    message(FATAL_ERROR "not a position-independent library of C linkage:\n${output}")
+  endif()
+
+elseif(STEP STREQUAL find_package)
+  # programs in one language alone must find it too
+  foreach(language C CXX)
+    set(build ${FOLDER}/find_package-${language})
+    file(REMOVE_RECURSE ${build})
+    run(${CMAKE_COMMAND} -S ${SOURCE}/tests/package/consumer -B ${build} -G ${GENERATOR} -D LANGUAGE=${language}
+      -D EXAMPLES=${SOURCE}/examples -D CMAKE_PREFIX_PATH=${prefix} -D CMAKE_BUILD_TYPE=${CONFIG}
+      -D CMAKE_C_COMPILER=${CC} -D CMAKE_CXX_COMPILER=${CXX} -D CMAKE_C_FLAGS=${FLAGS} -D CMAKE_CXX_FLAGS=${FLAGS})
+    run(${CMAKE_COMMAND} --build ${build})
+    foreach(program shared_program static_program)
+      run(${build}/${program} ${build}/picture)
+    endforeach()
+  endforeach()
+
+elseif(STEP STREQUAL pkg_config)
+  set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+  set(build ${FOLDER}/pkg_config)
+  file(REMOVE_RECURSE ${build})
+  file(MAKE_DIRECTORY ${build}/archive)
+  file(COPY ${library}.a DESTINATION ${build}/archive)
+  run(${PKG_CONFIG} --modversion zori)
+  if(NOT output STREQUAL "5.3.0")
+    message(FATAL_ERROR "version ${output}")
+  endif()
+  run(${PKG_CONFIG} --cflags --libs zori)
+  separate_arguments(shared UNIX_COMMAND "${output}")
+  # where there is only the archive, its own needs come from Libs.private
+  run(${PKG_CONFIG} --static --define-variable=libdir=${build}/archive --cflags --libs zori)
+  separate_arguments(static UNIX_COMMAND "${output}")
+
+  set(first ${CC} ${FLAGS} -std=c99 -pedantic -Wall -Wextra -Werror ${SOURCE}/examples/first.c)
+  set(data ${CXX} ${FLAGS} -std=c++17 -pedantic -Wall -Wextra -Werror ${SOURCE}/examples/data.cpp)
+  foreach(program first data)
+    run(${${program}} ${shared} -Wl,-rpath,${prefix}/${LIBDIR} -o ${build}/${program})
+    run(${build}/${program} ${build}/picture)
+    run(${${program}} ${static} -o ${build}/${program}-static)
+    run(${build}/${program}-static ${build}/picture)
+    run(${READELF} -dW ${build}/${program}-static)
+    if(output MATCHES "libzori")
+      message(FATAL_ERROR "the archive was not used:\n${output}")
+    endif()
+  endforeach()
+
+else()
+  message(FATAL_ERROR "no step ${STEP}")
+endif()
