@@ -6,5 +6,6 @@
 #include "zori/arith.h"
 #include "zori/core.h"
 #include "zori/data.h"
+#include "zori/point.h"
 
 #endif

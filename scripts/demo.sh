@@ -12,6 +12,7 @@ if [[ $# -gt 1 ]]; then
 fi
 bash "$root/scripts/install-packages.sh" examples
 
+[[ -e $root/build/demo/examples/tour ]] || echo "Building the library and the tour"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 # a build folder of its own: the tour needs no tests

@@ -87,9 +87,10 @@ void Tour::printTable() const
   for (const Stage& stage : stages_) {
     const char* title = stage.title_.c_str();
     for (const Stage::Call& call : stage.calls_) {
-      const char* note = &call == &stage.calls_.back() ? stage.note_.c_str() : "";
-      std::printf("%-28s %-24s %10.3f %12.0f  %s\n", title, call.name.c_str(), call.ms,
-                  megapixelsPerSecond(stage.pixels_, call.ms), note);
+      std::printf("%-28s %-24s %10.3f %12.0f", title, call.name.c_str(), call.ms,
+                  megapixelsPerSecond(stage.pixels_, call.ms));
+      if (&call == &stage.calls_.back() && !stage.note_.empty()) std::printf("  %s", stage.note_.c_str());
+      std::printf("\n");
       title = "";
     }
   }

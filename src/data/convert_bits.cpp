@@ -13,12 +13,13 @@
 
 namespace zori {
 
+alignas(16) static constexpr Zor8u bitOfPixel[16] = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
+
 // ---- Bits to bytes ----
 
 // 64 pixels from the bits that start at bit `shift` (0 to 7) of the byte at p: reads exactly the bytes that hold them.
 static inline void bitsToBytes(const Zor8u* p, int shift, Zor8u* dst)
 {
-  alignas(16) static constexpr Zor8u bitOfPixel[16] = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
   const Vec<Zor8u> test = load<Zor8u>(bitOfPixel);
   const Vec<Zor8u> high = as<Zor8u>(shiftLeft(loadLow8<Zor16u>(p), shift));
   const Vec<Zor8u> low = as<Zor8u>(shiftRight(loadLow8<Zor16u>(p + (shift != 0)), 8 - shift));
@@ -55,64 +56,79 @@ static inline void bitsToBytes(const Zor8u* p, int shift, Zor8u* dst)
 }
 
 // ---- Bytes to bits ----
-
-// The errors of the current row and of the two above it. Columns outside the region are zero: a margin of at least two
-// on each side, and the rest of the last block of eight.
 //
-// An error fits 16 bits: with e from -2047 to 2040 in all rows, 23 * sum lies in -1977402..1970640 and t in
-// -1977402..4059600. A clear bit means t <= threshold * 8192 <= 255 * 8192, so e = t >> 10 lies in -1932..2040; a set
-// one means t > 0, so e lies in -2047..1917. So 32 bits hold every sum too.
-struct ErrorRows {
-  Zor16s *current, *above, *aboveThat;
-  void rotate()
+// With e1 the errors of the current row, e2 and e3 those of the rows above it and p the pixel of column c,
+//
+//   sum = 8 (e2[c] + e1[c-1]) + 4 (e3[c] + e2[c-1] + e2[c+1] + e1[c-2])
+//       + 2 (e3[c-1] + e3[c+1] + e2[c-2] + e2[c+2]) + e3[c-2] + e3[c+2]
+//   t = p * 8192 + 23 * sum, set = t > threshold * 8192, e1[c] = (t >> 10) - (set ? 2047 : 0)
+//
+// and all errors outside the region zero. A row goes in three passes: what the rows above give to t, for all columns at
+// once; the walk, in which each pixel waits for the one before it; errors and bits from the finished t.
+//
+// Errors fit 16 bits: with e in -2047..2040 in the rows before, t lies in -1977402..4059600. A clear bit means
+// t <= 255 * 8192 and so e in -1932..2040, a set one t > 0 and so e in -2047..1917. Nothing overflows 32 bits.
+struct DitherRows {
+  int columns; // of the region, rounded up to whole blocks of 8
+  Zor32s* t;
+  Zor16s *e1, *e2, *e3; // with a margin of two columns on each side; zero outside the region
+
+  static constexpr int margin = 4;
+  static long long bytes(long long columns)
   {
-    Zor16s* const oldest = aboveThat;
-    aboveThat = above;
-    above = current;
-    current = oldest;
+    return columns * static_cast<int>(sizeof(Zor32s)) + 3 * (columns + 2 * margin) * static_cast<int>(sizeof(Zor16s));
+  }
+  DitherRows(Zor8u* block, int columns_) : columns(columns_), t(reinterpret_cast<Zor32s*>(block))
+  {
+    const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(columns) + 2 * margin;
+    e1 = reinterpret_cast<Zor16s*>(t + columns) + margin;
+    e2 = e1 + stride;
+    e3 = e2 + stride;
+    std::memset(e1 - margin, 0, static_cast<std::size_t>(3 * stride) * sizeof(Zor16s));
+  }
+  void nextRow()
+  {
+    Zor16s* const oldest = e3;
+    e3 = e2;
+    e2 = e1;
+    e1 = oldest;
   }
 };
 
-// t of eight pixels without the share of the current row: p * 8192 + 23 * (the sum over the two rows above).
-static inline void shareOfRowsAbove(Vec<Zor8u> pixels, const Zor16s* e2, const Zor16s* e3, Zor32s* t)
+[[gnu::noinline]] static void gatherFromAbove(const Zor8u* src, int length, const DitherRows& rows)
 {
   const auto at = [](const Zor16s* e, int column) { return load<Zor16s>(e + column); };
-  const Vec<Zor16s> by184 = at(e2, 0);
-  const Vec<Zor16s> by92 = at(e2, -1) + at(e2, 1) + at(e3, 0);
-  const Vec<Zor16s> by46 = at(e2, -2) + at(e2, 2) + at(e3, -1) + at(e3, 1);
-  const Vec<Zor16s> by23 = at(e3, -2) + at(e3, 2);
-  const Vec<Zor16s> weights1 = as<Zor16s>(splat<Zor32s>(92 << 16 | 184)), weights2 = as<Zor16s>(splat<Zor32s>(23 << 16 | 46));
-  const Vec<Zor16u> p = widenLow(pixels);
-  store(t, shiftLeft<13>(as<Zor32s>(widenLow(p))) + mulAddPairs(interleaveLow(by184, by92), weights1) +
-             mulAddPairs(interleaveLow(by46, by23), weights2));
-  store(t + 4, shiftLeft<13>(as<Zor32s>(widenHigh(p))) + mulAddPairs(interleaveHigh(by184, by92), weights1) +
-                 mulAddPairs(interleaveHigh(by46, by23), weights2));
+  const Vec<Zor16s> weights1 = as<Zor16s>(splat<Zor32s>(92 << 16 | 184));
+  const Vec<Zor16s> weights2 = as<Zor16s>(splat<Zor32s>(23 << 16 | 46));
+  const Zor16s *e2 = rows.e2, *e3 = rows.e3;
+  Zor32s* t = rows.t;
+  for (int rest = length; rest > 0; rest -= 8, src += 8, e2 += 8, e3 += 8, t += 8) {
+    const Vec<Zor16s> by184 = at(e2, 0);
+    const Vec<Zor16s> by92 = at(e2, -1) + at(e2, 1) + at(e3, 0);
+    const Vec<Zor16s> by46 = at(e2, -2) + at(e2, 2) + at(e3, -1) + at(e3, 1);
+    const Vec<Zor16s> by23 = at(e3, -2) + at(e3, 2);
+    const Vec<Zor16u> p = widenLow(rest >= 8 ? loadLow8<Zor8u>(src) : loadPart<Zor8u>(src, static_cast<std::size_t>(rest)));
+    storeAligned(t, shiftLeft<13>(as<Zor32s>(widenLow(p))) + mulAddPairs(interleaveLow(by184, by92), weights1) +
+                      mulAddPairs(interleaveLow(by46, by23), weights2));
+    storeAligned(t + 4, shiftLeft<13>(as<Zor32s>(widenHigh(p))) + mulAddPairs(interleaveHigh(by184, by92), weights1) +
+                          mulAddPairs(interleaveHigh(by46, by23), weights2));
+  }
 }
 
-// The walk along a row: each pixel waits for the error of the one before it, so the chain is kept short. With
-// u = t >> 10 and m all ones where the bit is set, e = u + (m & -2047) and 184 * e = 184 * u + (m & -184 * 2047).
-struct Chain {
-  Zor32s limit;        // threshold * 8192
-  Zor32s scaled = 0;   // 184 * u of the last pixel
-  Zor32s rest = 0;     // what else the current row gives to the next pixel
-  Zor32s previous = 0; // e of the last pixel
-
-  // Eight bits, the first in the most significant one; those behind `count` are clear.
-  int step(const Zor32s* share, Zor16s* e, int count)
-  {
-    int bits = 0;
-    for (int k = 0; k < count; ++k) {
-      const Zor32s t = share[k] + rest + scaled;
-      const Zor32s u = t >> 10, set = (limit - t) >> 31;
-      scaled = 184 * u;
-      rest = 92 * previous + (set & (-184 * 2047));
-      previous = u + (set & -2047);
-      e[k] = static_cast<Zor16s>(previous);
-      bits = 2 * bits - set;
-    }
-    return bits << (8 - count);
+// Adds 184 * e1[c-1] + 92 * e1[c-2]. The time of a pixel is that of the way from one t to the next, so it is kept
+// short: e1 = u + correction with u = t >> 10, and the product of u does not wait for the comparison.
+[[gnu::noinline]] static void walkRow(Zor32s* t, int length, Zor32s limit)
+{
+  Zor32s last = 0, lastBut1 = 0; // 184 * u, 92 * e1
+  Zor32s correction = 0;         // 92 * what the set bit takes from the last e1
+  for (int i = 0; i < length; ++i) {
+    const Zor32s now = t[i] + lastBut1 + 2 * correction + last;
+    t[i] = now;
+    lastBut1 = last / 2 + correction;
+    correction = ((limit - now) >> 31) & (-92 * 2047);
+    last = 184 * (now >> 10);
   }
-};
+}
 
 // Replaces the first `count` (1 to 8) bits of a byte.
 static inline void putBits(Zor8u* p, int bits, int count)
@@ -121,33 +137,32 @@ static inline void putBits(Zor8u* p, int bits, int count)
   *p = static_cast<Zor8u>((bits & ~kept) | (*p & kept));
 }
 
-[[gnu::noinline]] static void ditherRow(const Zor8u* src, Zor8u* dst, int bitOffset, int length, int threshold,
-                                        const ErrorRows& errors)
+[[gnu::noinline]] static void finishRow(const DitherRows& rows, int length, Zor32s limit, Zor8u* dst, int bitOffset)
 {
-  Chain chain{threshold * 8192};
+  const Vec<Zor32s> limits = splat(limit), lowering = splat<Zor32s>(-2047);
+  const Vec<Zor8u> bitOf = load<Zor8u>(bitOfPixel);
+  const Zor32s* t = rows.t;
+  Zor16s* e1 = rows.e1;
   int pending = *dst & ~(0xff >> bitOffset); // the bits in front of the region, then those that wait for their byte
-  alignas(16) Zor32s share[8];
-  int i = 0;
-  for (; i + 8 <= length; i += 8, ++dst) {
-    shareOfRowsAbove(loadLow8<Zor8u>(src + i), errors.above + i, errors.aboveThat + i, share);
-    const int bits = chain.step(share, errors.current + i, 8) << (8 - bitOffset);
-    *dst = static_cast<Zor8u>(pending | bits >> 8);
-    pending = bits & 0xff;
-  }
-  int count = bitOffset; // bits that wait
-  if (i < length) {
-    const int rest = length - i;
-    shareOfRowsAbove(loadPart<Zor8u>(src + i, static_cast<std::size_t>(rest)), errors.above + i, errors.aboveThat + i, share);
-    const int bits = chain.step(share, errors.current + i, rest) << (8 - bitOffset);
+  int rest = length;
+  for (;; rest -= 8, t += 8, e1 += 8) {
+    const Vec<Zor32s> t1 = loadAligned<Zor32s>(t), t2 = loadAligned<Zor32s>(t + 4);
+    const Vec<Zor32s> set1 = greater(t1, limits), set2 = greater(t2, limits);
+    store(e1, narrowSat<Zor16s>(shiftRight<10>(t1) + (set1 & lowering), shiftRight<10>(t2) + (set2 & lowering)));
+    const Vec<Zor16s> set = narrowSat<Zor16s>(set1, set2);
+    const Vec<Zor8u> mask = as<Zor8u>(narrowSat<Zor8s>(set, set));
+    const int bits = static_cast<int>(firstLane(as<Zor32u>(sumAbsDiff(mask & bitOf, zero<Zor8u>())))) << (8 - bitOffset);
     pending |= bits >> 8;
-    count += rest;
-    if (count > 8) {
-      *dst++ = static_cast<Zor8u>(pending);
-      pending = bits & 0xff;
-      count -= 8;
+    if (bitOffset + rest <= 8) break;
+    *dst++ = static_cast<Zor8u>(pending);
+    pending = bits & 0xff;
+    if (rest <= 8) {
+      rest -= 8;
+      break;
     }
   }
-  if (count) putBits(dst, pending, count);
+  putBits(dst, pending, bitOffset + rest);
+  std::memset(rows.e1 + length, 0, static_cast<std::size_t>(rows.columns - length) * sizeof(Zor16s));
 }
 
 } // namespace zori
@@ -171,18 +186,19 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), require(dstBitOffset >= 0, ZorErrSize)); s != ZorOk)
     return s;
-  const long long stride = (roiSize.width + 7LL) / 8 * 8 + 8;
-  const Scratch<Zor16s> block(3 * stride);
+  const long long columns = (roiSize.width + 7LL) / 8 * 8;
+  const Scratch<Zor8u> block(DitherRows::bytes(columns));
   if (!block) return ZorErrAlloc;
-  std::memset(block.get(), 0, static_cast<std::size_t>(3 * stride) * sizeof(Zor16s));
-  Zor16s* const first = block.get() + 4;
-  ErrorRows errors{first, first + stride, first + 2 * stride};
+  DitherRows rows(block.get(), static_cast<int>(columns));
 
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst + dstBitOffset / 8, dstStep};
+  const Zor32s limit = threshold * 8192;
   for (int y = 0; y < roiSize.height; ++y) {
-    ditherRow(src[y], dst[y], dstBitOffset % 8, roiSize.width, threshold, errors);
-    errors.rotate();
+    gatherFromAbove(src[y], roiSize.width, rows);
+    walkRow(rows.t, roiSize.width, limit);
+    finishRow(rows, roiSize.width, limit, dst[y], dstBitOffset % 8);
+    rows.nextRow();
   }
   return ZorOk;
 }

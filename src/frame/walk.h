@@ -69,8 +69,8 @@ inline void mapRegionOfGroups(Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Row
 }
 
 // dst = op(src..., constant), with a constant for each channel.
-template <Layout L, class Walk, class C, class Op, class D, class... S>
-inline void mapRegionWith(const Pattern<C>& constant, Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)
+template <Layout L, class Walk, class Constant, class Op, class D, class... S>
+inline void mapRegionWith(const Constant& constant, Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)
 {
   const RowRun run(walk, roi, channels<L>, sizeof(D), dst.step, src.step...);
   walk(run.height, [=, &constant](int y) {

@@ -6,7 +6,7 @@
 // a quotient halfway between two integers is met exactly. The integer kernels need the rounding field at nearest.
 #pragma once
 
-#include "drivers.h"
+#include "convert.h"
 #include "frame/corelib.h"
 #include "zori/types.h"
 
@@ -23,52 +23,37 @@ inline double powerOfTwo(int exponent)
 // 16-bit samples rounds to zero, with the greatest each but zero saturates.
 inline int boundedScale(int scaleFactor) { return scaleFactor < -32 ? -32 : scaleFactor > 17 ? 17 : scaleFactor; }
 
-template <class T> inline constexpr bool isComplex = !std::is_arithmetic_v<T>;
-
 // Quotients of samples of type T, in whole numbers rounded by Mode.
 template <class T, ZorRoundMode Mode = ZorRoundNearestEven> struct Quotient;
 
-// ---- Integer samples: operations on numerators and denominators ----
+// ---- Integer samples: operations on groups of numerators and denominators ----
 
-template <ZorRoundMode Mode> inline Vec<int32_t> rounded(F32x4 q)
-{
-  if constexpr (Mode == ZorRoundNearestEven) return toInt(q);
-  else if constexpr (Mode == ZorRoundTowardZero) return toIntTruncated(q);
-  else return toIntTruncated(q + (splat(0.5f) | (q & splat(-0.0f))));
-}
-
-// Carries out an operation on four lanes of float, lane(n, d), for all lanes of T. Operands are widened as far as
-// needed; the result is rounded and saturated.
-template <class T, ZorRoundMode Mode, class Lane> inline Vec<T> inFloat(Vec<T> n, Vec<T> d, Lane lane)
-{
-  const auto four = [&](auto x, auto y) {
-    constexpr float upper = sizeof(T) == 1 ? 255.0f : isSigned<T> ? 32767.0f : 65535.0f;
-    // a quotient that is too small needs no bound: conversion and packing saturate it
-    return rounded<Mode>(min(lane(toFloat(as<int32_t>(x)), toFloat(as<int32_t>(y))), splat(upper)));
-  };
-  if constexpr (sizeof(T) == 1) {
-    const auto eight = [&](auto x, auto y) {
-      return narrowSat<int16_t>(four(widenLow(x), widenLow(y)), four(widenHigh(x), widenHigh(y)));
-    };
-    return narrowSat<T>(eight(widenLow(n), widenLow(d)), eight(widenHigh(n), widenHigh(d)));
-  } else {
-    return narrowSat<T>(four(widenLow(n), widenLow(d)), four(widenHigh(n), widenHigh(d)));
+template <class T> struct RoundedTowardZero {
+  Group<T> operator()(const Group<Zor32f>& x) const
+  {
+    Group<Zor32s> n;
+    for (int k = 0; k < x.parts; ++k) n.part[k] = toIntTruncated(clampedAbove<T>(x.part[k]));
+    return packed<T>(n);
   }
-}
+};
+template <class T, ZorRoundMode Mode>
+using RoundedBy = std::conditional_t<Mode == ZorRoundTowardZero, RoundedTowardZero<T>,
+                                     std::conditional_t<Mode == ZorRoundNearestEven, Rounded<T>, RoundedAway<T>>>;
 
 template <class T, ZorRoundMode Mode> struct Quotient {
   static_assert(isInt<T> && sizeof(T) <= 2);
   float scale; // 2^scaleFactor
 
   explicit Quotient(int scaleFactor) : scale(static_cast<float>(powerOfTwo(boundedScale(scaleFactor)))) {}
-  Vec<T> operator()(Vec<T> n, Vec<T> d) const
+  Group<T> operator()(Group<T> n, Group<T> d) const
   {
-    return inFloat<T, Mode>(n, d, [this](F32x4 x, F32x4 y) {
-      // Vanishes in the sum with any scaled denominator but zero, over which the quotient is now 0 or beyond all bounds
-      // with the numerator's sign.
-      const F32x4 tiny = splat(0x1p-80f);
-      return x / (y * splat(scale) + tiny);
-    });
+    // Vanishes in the sum with any scaled denominator but zero, over which the quotient is now 0 or beyond all bounds
+    // with the numerator's sign.
+    const F32x4 tiny = splat(0x1p-80f);
+    Group<Zor32f> x = Converted<Zor32f>{}(n);
+    const Group<Zor32f> y = Converted<Zor32f>{}(d);
+    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] / (y.part[k] * splat(scale) + tiny);
+    return RoundedBy<T, Mode>{}(x);
   }
 };
 
@@ -79,10 +64,6 @@ template <class T> struct ScaledReciprocalProduct {
   explicit ScaledReciprocalProduct(int scaleFactor)
     : factor(static_cast<float>(powerOfTwo(-boundedScale(scaleFactor))))
   {}
-  Vec<T> operator()(Vec<T> n, Vec<T> d) const
-  {
-    return inFloat<T, ZorRoundNearestEven>(n, d, [this](F32x4 x, F32x4 y) { return x * (splat(factor) / y); });
-  }
 };
 
 // ---- Float samples ----
@@ -116,11 +97,17 @@ bool divideSamples(const ComplexRun& run, Zor32fc* dst, int scaleFactor, const Z
 // ---- Rows of quotients that tell of zero denominators ----
 
 template <class Op, class T> struct FlagZeros {
+  static constexpr bool isLong = isInt<T>;
   Op op;
   Vec<T>* zeros;
   Vec<T> operator()(Vec<T> n, Vec<T> d) const
   {
     *zeros = *zeros | equal(d, zero<T>());
+    return op(n, d);
+  }
+  Group<T> operator()(Group<T> n, Group<T> d) const
+  {
+    for (int k = 0; k < d.parts; ++k) *zeros = *zeros | equal(d.part[k], zero<T>());
     return op(n, d);
   }
 };
@@ -132,16 +119,18 @@ template <class T> using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, i
 template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
 [[gnu::noinline]] bool divideRow(T* dst, std::ptrdiff_t length, int scaleFactor, const T* num, const T* den)
 {
-  if constexpr (isComplex<T>) {
+  if constexpr (!std::is_arithmetic_v<T>) {
     return divideSamples({length, length, keepsFourth}, dst, scaleFactor, num, den);
   } else {
     Vec<T> zeros = zero<T>();
     const FlagZeros<Quotient<T, Mode>, T> op{Quotient<T, Mode>(scaleFactor), &zeros};
     if constexpr (keepsFourth) {
-      mapRow(dst, length, KeepFourth<FlagZeros<Quotient<T, Mode>, T>>{op}, static_cast<const T*>(dst), num, den);
+      if constexpr (isInt<T>) mapGroups(dst, length, KeepFourth<FlagZeros<Quotient<T, Mode>, T>>{op}, static_cast<const T*>(dst), num, den);
+      else mapRow(dst, length, KeepFourth<FlagZeros<Quotient<T, Mode>, T>>{op}, static_cast<const T*>(dst), num, den);
       zeros = zeros & colourMask<T>();
     } else {
-      mapRow(dst, length, op, num, den);
+      if constexpr (isInt<T>) mapGroups(dst, length, op, num, den);
+      else mapRow(dst, length, op, num, den);
     }
     const int zeroBytes = moveMask(as<std::uint8_t>(zeros));
     // the driver fills a row that is shorter than a vector up with zeros

@@ -129,12 +129,27 @@ template <class T> struct Pattern {
   Vec<T> at(std::ptrdiff_t i) const { return load<T>(values + i % period); }
 };
 
-// dst[i] = op(src[i]..., constant[i % channels]).
-template <class D, class C, class Op, class... S>
-[[gnu::noinline]] void mapRowWith(const Pattern<C>& constant, D* dst, std::ptrdiff_t length, Op op, const S*... src)
+// Several constants that an operation takes together: op(src..., const Patterns<T, N>::Vectors&).
+template <class T, int N> struct Patterns {
+  struct Vectors {
+    Vec<T> v[N];
+    Vec<T> operator[](int k) const { return v[k]; }
+  };
+  Pattern<T> patterns[N];
+  Vectors at(std::ptrdiff_t i) const
+  {
+    Vectors x;
+    for (int k = 0; k < N; ++k) x.v[k] = patterns[k].at(i);
+    return x;
+  }
+};
+
+// dst[i] = op(src[i]..., constant[i % channels]), the constant a Pattern or Patterns.
+template <class Constant, class D, class Op, class... S>
+[[gnu::noinline]] void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, Op op, const S*... src)
 {
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
-  static_assert(((sizeof(S) == sizeof(D)) && ...) && sizeof(C) == sizeof(D));
+  static_assert(((sizeof(S) == sizeof(D)) && ...));
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
     storePart<D>(dst, op(loadPart<S>(src, bytes)..., constant.at(0)), bytes);
@@ -143,7 +158,7 @@ template <class D, class C, class Op, class... S>
   const Vec<D> last = op(load<S>(src + length - lanes)..., constant.at(length - lanes));
   std::ptrdiff_t i = 0;
   // three vectors hold whole pixels of any channel count
-  const Vec<C> c0 = constant.at(0), c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
+  const auto c0 = constant.at(0), c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
   for (; i + 3 * lanes <= length; i += 3 * lanes) {
     const Vec<D> a = op(load<S>(src + i)..., c0), b = op(load<S>(src + i + lanes)..., c1);
     const Vec<D> c = op(load<S>(src + i + 2 * lanes)..., c2);

@@ -107,7 +107,7 @@ template <class T> inline Vec<T> narrow(const Wide64& v)
   for (int i = 0; i < 4; ++i) r[i] = static_cast<T>(v.v[i] < least ? least : v.v[i] > greatest ? greatest : v.v[i]);
   return load<T>(r);
 }
-template <class T> inline Vec<T> scaledDown(Wide64 v, int scale)
+template <class T> [[gnu::noinline]] Vec<T> scaledDown(Wide64 v, int scale)
 {
   const std::uint64_t unit = std::uint64_t{1} << scale;
   for (Zor64s& x : v.v) {

@@ -1,0 +1,33 @@
+// Benchmarks of thresholds and comparisons.
+#include "harness.h"
+#include "zori/point.h"
+
+using bench::Image;
+using bench::Run;
+
+static const bench::Group point("point", [](bench::Group& g) {
+  g.map("Threshold_GT 8u C1", zoriThreshold_GT_8u_C1R, 1, [](Zor8u x) { return x < 100 ? x : Zor8u(100); }, Zor8u(100));
+  g.map("Threshold_GT 16s C1", zoriThreshold_GT_16s_C1R, 1, [](Zor16s x) { return x < 100 ? x : Zor16s(100); }, Zor16s(100));
+  g.map("Threshold_GT 32f C1", zoriThreshold_GT_32f_C1R, 1, [](Zor32f x) { return x < 100 ? x : 100.0f; }, 100.0f);
+  g.map("Threshold_LTVal 8u C1", zoriThreshold_LTVal_8u_C1R, 1, [](Zor8u x) { return x < 100 ? Zor8u(7) : x; }, Zor8u(100), Zor8u(7));
+  g.map("Threshold_LTValGTVal 8u C1", zoriThreshold_LTValGTVal_8u_C1R, 1,
+        [](Zor8u x) { return x < 50 ? Zor8u(7) : x > 200 ? Zor8u(9) : x; }, Zor8u(50), Zor8u(7), Zor8u(200), Zor8u(9));
+  static const Zor8u low[3] = {50, 60, 70}, high[3] = {200, 190, 180};
+  g.map("Threshold_LTValGTVal 8u C3", zoriThreshold_LTValGTVal_8u_C3R, 3,
+        [](Zor8u x) { return x < 50 ? Zor8u(50) : x > 200 ? Zor8u(200) : x; }, low, low, high, high);
+  g.map("Compare 8u C1 greater", zoriCompare_8u_C1R, 1, [](Zor8u a, Zor8u b) { return Zor8u(a > b ? 255 : 0); }, ZorCmpGreater);
+  g.map("Compare 32f C1 less", zoriCompare_32f_C1R, 1, [](Zor32f a, Zor32f b) { return Zor8u(a < b ? 255 : 0); }, ZorCmpLess);
+  g.both("CompareC 16s C1 greater", [](ZorImgSize size) {
+    const Image<Zor16s> src(size);
+    const Image<Zor8u> dst(size);
+    return Run{src.bytes(), dst.bytes(), [=] { return zoriCompareC_16s_C1R(src, src.step, 100, dst, dst.step, size, ZorCmpGreater); }};
+  });
+  g.both("CompareC 8u C3 less", [](ZorImgSize size) {
+    const Image<Zor8u> src(size, 3), dst(size);
+    return Run{src.bytes(), dst.bytes(), [=] { return zoriCompareC_8u_C3R(src, src.step, low, dst, dst.step, size, ZorCmpLess); }};
+  });
+  g.both("Otsu 8u C1", [](ZorImgSize size) {
+    const Image<Zor8u> src(size);
+    return Run{src.bytes(), 1, [=] { Zor8u level; return zoriComputeThreshold_Otsu_8u_C1R(src, src.step, size, &level); }};
+  });
+});

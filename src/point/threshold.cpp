@@ -1,0 +1,146 @@
+// zori{Threshold,Threshold_GT,Threshold_LT,Threshold_Val,Threshold_GTVal,Threshold_LTVal,Threshold_LTValGTVal}_{8u,16u,16s,32f}:
+// samples on one side of a threshold, or on both, are clamped to it or replaced.
+//
+//                greater                      less
+//   clamp        min(x, t)                    max(x, t)                 a NaN gives t
+//   replace      t < x ? value : x            t <= x ? x : value        a NaN stays; a NaN gives value
+//   both sides   x where tLT <= x and not tGT < x, valueGT where tGT < x, else valueLT
+//
+// The order of the operands is what decides about a NaN. AC4 leaves the destination's fourth channel alone.
+#include "frame/checks.h"
+#include "frame/walk.h"
+#include "zori/point.h"
+
+namespace zori {
+
+// Lanes a <= b; false for a NaN.
+template <class T> inline Vec<T> atMost(Vec<T> a, Vec<T> b)
+{
+  if constexpr (std::is_same_v<T, Zor32f>) return lessEqual(a, b);
+  else if constexpr (isSigned<T>) return without(splat<T>(T(-1)), greater(a, b));
+  else return equal(subSat(a, b), zero<T>());
+}
+// a < b ? yes : no; no for a NaN.
+template <class T> inline Vec<T> ifLess(Vec<T> a, Vec<T> b, Vec<T> yes, Vec<T> no)
+{
+  if constexpr (isInt<T> && !isSigned<T>) return select(atMost(b, a), no, yes);
+  else return select(greater(b, a), yes, no);
+}
+
+enum class Side { Greater, Less };
+
+template <Side S> struct Clamp {
+  template <class T> Vec<T> operator()(Vec<T> x, Vec<T> t) const { return S == Side::Greater ? min(x, t) : max(x, t); }
+};
+
+template <Side S> struct Replace {
+  template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const
+  {
+    const Vec<T> threshold = c[0], value = c[1];
+    if constexpr (S == Side::Greater) return ifLess(threshold, x, value, x);
+    else return select(atMost(threshold, x), x, value);
+  }
+};
+
+struct ReplaceBothSides {
+  template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const
+  {
+    const Vec<T> thresholdLT = c[0], valueLT = c[1], thresholdGT = c[2], valueGT = c[3];
+    return select(atMost(thresholdLT, x), ifLess(thresholdGT, x, valueGT, x), valueLT);
+  }
+};
+
+template <class... P> ZorStatus imageChecks(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roiSize,
+                                            const P*... constants)
+{
+  return firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep), nonNull(constants...));
+}
+
+inline ZorStatus knownSide(ZorCmpOp cmpOp) { return require(cmpOp == ZorCmpLess || cmpOp == ZorCmpGreater, ZorErrMode); }
+
+// A constant's array of the processed channels, as it lies in memory for AC4 too: the fourth is never used.
+template <Layout L, class T> Pattern<T> channelConstant(const T* constant)
+{
+  T all[4] = {};
+  for (int k = 0; k < processed<L>; ++k) all[k] = get<T>(constant + k);
+  return Pattern<T>(all, channels<L>);
+}
+
+template <class T, Layout L>
+ZorStatus clampRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold, ZorCmpOp cmpOp)
+{
+  if (auto s = firstFailure(imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold), knownSide(cmpOp)); s != ZorOk) return s;
+  const Pattern<T> t = channelConstant<L>(threshold);
+  const Rows dst{pDst, dstStep};
+  const Rows src{pSrc, srcStep};
+  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(t, Serial{}, roiSize, Clamp<Side::Greater>{}, dst, src);
+  else mapRegionWith<L>(t, Serial{}, roiSize, Clamp<Side::Less>{}, dst, src);
+  return ZorOk;
+}
+
+template <class T, Layout L>
+ZorStatus replaceRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold, const T* value,
+                        ZorCmpOp cmpOp)
+{
+  if (auto s = firstFailure(knownSide(cmpOp), imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value)); s != ZorOk)
+    return s;
+  const Patterns<T, 2> constants{{channelConstant<L>(threshold), channelConstant<L>(value)}};
+  const Rows dst{pDst, dstStep};
+  const Rows src{pSrc, srcStep};
+  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(constants, Serial{}, roiSize, Replace<Side::Greater>{}, dst, src);
+  else mapRegionWith<L>(constants, Serial{}, roiSize, Replace<Side::Less>{}, dst, src);
+  return ZorOk;
+}
+
+template <class T, Layout L>
+ZorStatus replaceBothSides(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* thresholdLT,
+                           const T* valueLT, const T* thresholdGT, const T* valueGT)
+{
+  if (auto s = imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, thresholdLT, valueLT, thresholdGT, valueGT); s != ZorOk)
+    return s;
+  for (int k = 0; k < processed<L>; ++k)
+    if (get<T>(thresholdLT + k) > get<T>(thresholdGT + k)) return ZorErrThreshold;
+  const Patterns<T, 4> constants{{channelConstant<L>(thresholdLT), channelConstant<L>(valueLT),
+                                  channelConstant<L>(thresholdGT), channelConstant<L>(valueGT)}};
+  mapRegionWith<L>(constants, Serial{}, roiSize, ReplaceBothSides{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+// A form and its in-place twin. PARAMETER spells a constant's parameter, A its address: by value in C1, else an array.
+#define STAMP(name, type, layout, function, parameters, ...)                                                            \
+  ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,         \
+                                              ZorImgSize roiSize, UNPACK parameters)                                    \
+  { return function<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, __VA_ARGS__); }                           \
+  ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, UNPACK parameters) \
+  { return function<Zor##type, layout>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, __VA_ARGS__); }
+#define UNPACK(...) __VA_ARGS__
+#define SCALAR(type, name) Zor##type name
+#define ARRAY3(type, name) const Zor##type name[3]
+#define ARRAY4(type, name) const Zor##type name[4]
+#define STAMP_VALUES(type, layout, P, A)                                                                                \
+  STAMP(Threshold_GTVal, type, layout, replaceRegion, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpGreater) \
+  STAMP(Threshold_LTVal, type, layout, replaceRegion, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpLess)
+#define STAMP_LAYOUT(type, layout, P, A)                                                                                \
+  STAMP(Threshold, type, layout, clampRegion, (P(type, threshold), ZorCmpOp cmpOp), A threshold, cmpOp)                 \
+  STAMP(Threshold_GT, type, layout, clampRegion, (P(type, threshold)), A threshold, ZorCmpGreater)                      \
+  STAMP(Threshold_LT, type, layout, clampRegion, (P(type, threshold)), A threshold, ZorCmpLess)                         \
+  STAMP(Threshold_Val, type, layout, replaceRegion, (P(type, threshold), P(type, value), ZorCmpOp cmpOp), A threshold, A value, cmpOp) \
+  STAMP(Threshold_LTValGTVal, type, layout, replaceBothSides,                                                           \
+        (P(type, thresholdLT), P(type, valueLT), P(type, thresholdGT), P(type, valueGT)),                               \
+        A thresholdLT, A valueLT, A thresholdGT, A valueGT)                                                             \
+  STAMP_VALUES(type, layout, P, A)
+#define STAMP_TYPE(type)                                                                                                \
+  STAMP_LAYOUT(type, C1, SCALAR, &) STAMP_LAYOUT(type, C3, ARRAY3, ) STAMP_LAYOUT(type, AC4, ARRAY3, ) STAMP_VALUES(type, C4, ARRAY4, )
+STAMP_TYPE(8u) STAMP_TYPE(16u) STAMP_TYPE(16s) STAMP_TYPE(32f)
+#undef STAMP_TYPE
+#undef STAMP_LAYOUT
+#undef STAMP_VALUES
+#undef ARRAY4
+#undef ARRAY3
+#undef SCALAR
+#undef UNPACK
+#undef STAMP
