@@ -19,8 +19,8 @@ public:
   {
     for (int k = 0; k < N; ++k) {
       offset_[k] = k < moved ? order[k] - k : 0;
-      T lanes[Vec<T>::size + N];
-      for (int i = 0; i < Vec<T>::size; ++i) lanes[i] = static_cast<T>(i % N == k ? -1 : 0);
+      T lanes[lanesOf<T>];
+      for (int i = 0; i < lanesOf<T>; ++i) lanes[i] = static_cast<T>(i % N == k ? -1 : 0);
       lanes_[k] = load<T>(lanes);
     }
   }
@@ -32,44 +32,40 @@ public:
   void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const;
 
 private:
-  static constexpr int vectors = N == 3 ? 3 : 4; // whole pixels
-  static constexpr std::ptrdiff_t block = vectors * Vec<T>::size;
+  static constexpr std::ptrdiff_t block = 3 * lanesOf<T>; // whole pixels of any type
+  static constexpr std::ptrdiff_t room = N - 1; // elements in front of and behind a block that are read to no purpose
 
-  // All readings come before the first writing. Reads up to N - 1 elements in front of and behind the block, which it
-  // has no use for.
-  template <int Moved> void moveBlock(const T* src, T* dst) const
-  {
-    Vec<T> out[vectors];
-    for (int v = 0; v < vectors; ++v) {
-      const T* const at = src + v * Vec<T>::size;
-      // lane 0 of a vector belongs to another channel from vector to vector
-      const auto lanesOf = [this, v](int k) { return lanes_[(k + vectors * N - v * Vec<T>::size % N) % N]; };
-      out[v] = load<T>(at + offset_[0]) & lanesOf(0);
-      for (int k = 1; k < Moved; ++k) out[v] = out[v] | (load<T>(at + offset_[k]) & lanesOf(k));
-      for (int k = Moved; k < N; ++k) out[v] = out[v] | (load<T>(dst + v * Vec<T>::size) & lanesOf(k));
+  struct Block {
+    Vec<T> a, b, c;
+    void writeTo(T* p) const
+    {
+      store(p, a);
+      store(p + lanesOf<T>, b);
+      store(p + 2 * lanesOf<T>, c);
     }
-    for (int v = 0; v < vectors; ++v) store(dst + v * Vec<T>::size, out[v]);
+  };
+
+  template <int Moved> Vec<T> vector(const T* src, const T* dst, std::ptrdiff_t at) const
+  {
+    // in pixels of three, lane 0 belongs to another channel from vector to vector
+    const auto lanes = [this, at](int k) { return lanes_[(k + N * block - at) % N]; };
+    Vec<T> x = load<T>(src + at + offset_[0]) & lanes(0);
+    for (int k = 1; k < Moved; ++k) x = x | (load<T>(src + at + offset_[k]) & lanes(k));
+    for (int k = Moved; k < N; ++k) x = x | (load<T>(dst + at) & lanes(k));
+    return x;
+  }
+  template <int Moved> Block moved(const T* src, const T* dst) const
+  {
+    return {vector<Moved>(src, dst, 0), vector<Moved>(src, dst, lanesOf<T>), vector<Moved>(src, dst, 2 * lanesOf<T>)};
   }
 
-  // By way of a copy with room at both ends: for the ends of a row, and for one that is its own source.
-  template <int Moved> void moveCopied(const T* src, T* dst, std::ptrdiff_t length) const
+  // The same for the ends of a row, by way of a copy with room around it.
+  template <int Moved> Block movedAtEnd(const T* src, const T* dst, std::ptrdiff_t length = block) const
   {
-    constexpr std::ptrdiff_t chunk = 32 * block, room = N - 1;
-    alignas(16) T copy[room + chunk + room];
-    T tail[block];
-    while (length > 0) {
-      const std::ptrdiff_t n = length < chunk ? length : chunk;
-      std::memcpy(copy + room, src, static_cast<std::size_t>(n) * sizeof(T));
-      std::ptrdiff_t i = 0;
-      for (; i + block <= n; i += block) moveBlock<Moved>(copy + room + i, dst + i);
-      if (i < n) {
-        const std::size_t bytes = static_cast<std::size_t>(n - i) * sizeof(T);
-        std::memcpy(tail, dst + i, bytes);
-        moveBlock<Moved>(copy + room + i, tail);
-        std::memcpy(dst + i, tail, bytes);
-      }
-      src += n, dst += n, length -= n;
-    }
+    T from[room + block + room], to[block];
+    std::memcpy(from + room, src, static_cast<std::size_t>(length) * sizeof(T));
+    if constexpr (Moved < N) std::memcpy(to, dst, static_cast<std::size_t>(length) * sizeof(T));
+    return moved<Moved>(from + room, to);
   }
 
   std::ptrdiff_t offset_[N];
@@ -80,12 +76,25 @@ template <class T, int N>
 template <int Moved>
 [[gnu::noinline]] void ChannelOrder<T, N>::row(const T* src, T* dst, std::ptrdiff_t length) const
 {
-  if (src == dst || length < 2 * block) return moveCopied<Moved>(src, dst, length);
-  moveCopied<Moved>(src, dst, block);
   const ChannelOrder local = *this; // stays in registers
-  // behind each of these blocks there is at least a pixel
-  for (std::ptrdiff_t i = block; i + block < length; i += block) local.moveBlock<Moved>(src + i, dst + i);
-  moveCopied<Moved>(src + length - block, dst + length - block, block);
+  if (length < block) {
+    T out[block];
+    local.movedAtEnd<Moved>(src, dst, length).writeTo(out);
+    std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(T));
+    return;
+  }
+  // Ends first, and each block before the one in front of it is written: a row may be its own source, and no reading
+  // waits for a writing.
+  const Block last = local.movedAtEnd<Moved>(src + length - block, dst + length - block);
+  Block waiting = local.movedAtEnd<Moved>(src, dst);
+  std::ptrdiff_t i = block;
+  for (; i + block < length; i += block) { // behind the block there is at least a pixel
+    const Block next = local.moved<Moved>(src + i, dst + i);
+    waiting.writeTo(dst + i - block);
+    waiting = next;
+  }
+  waiting.writeTo(dst + i - block);
+  last.writeTo(dst + length - block);
 }
 
 template <class T, int N>
@@ -99,14 +108,17 @@ template <class T, int N>
     for (int k = 0; k < 3; ++k) moved[k] = get<T>(src + 4 * x + k + local.offset_[k]);
     std::memcpy(dst + 3 * x, moved, sizeof moved);
   };
-  pixel(0);
-  std::ptrdiff_t x = 1; // with a pixel on either side of what is read
-  for (; x + step < width; x += step) {
+  const auto pixels = [&local, src, dst](std::ptrdiff_t x) {
     const T* const at = src + 4 * x;
     storeNarrowed(dst + 3 * x, (load<T>(at + local.offset_[0]) & local.lanes_[0]) |
                                  (load<T>(at + local.offset_[1]) & local.lanes_[1]) |
                                  (load<T>(at + local.offset_[2]) & local.lanes_[2]));
-  }
+  };
+  pixel(0);
+  std::ptrdiff_t x = 1; // with a pixel on either side of what is read
+  for (; x + 4 * step < width; x += 4 * step)
+    for (int v = 0; v < 4; ++v) pixels(x + v * step);
+  for (; x + step < width; x += step) pixels(x);
   for (; x < width; ++x) pixel(x);
 }
 

@@ -261,9 +261,13 @@ template <class T> [[gnu::noinline]] void copyThreeIntoFour(const T* src, T* dst
 {
   constexpr int step = fourChannelPixels<T>;
   const Vec<T> colour = colourMask<T>();
-  std::ptrdiff_t x = 0;
-  for (; x + step < width; x += step)
+  const auto widen = [=](std::ptrdiff_t x) {
     store(dst + 4 * x, select(colour, loadWidened(src + 3 * x), load<T>(dst + 4 * x)));
+  };
+  std::ptrdiff_t x = 0;
+  for (; x + 4 * step < width; x += 4 * step)
+    for (int v = 0; v < 4; ++v) widen(x + v * step);
+  for (; x + step < width; x += step) widen(x);
   for (; x < width; ++x) std::memcpy(dst + 4 * x, src + 3 * x, 3 * sizeof(T));
 }
 
@@ -272,6 +276,8 @@ template <class T> [[gnu::noinline]] void copyThreeOfFour(const T* src, T* dst, 
 {
   constexpr int step = fourChannelPixels<T>;
   std::ptrdiff_t x = 0;
+  for (; x + 4 * step < width; x += 4 * step)
+    for (int v = 0; v < 4; ++v) storeNarrowed(dst + 3 * (x + v * step), load<T>(src + 4 * (x + v * step)));
   for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T>(src + 4 * x));
   for (; x < width; ++x) std::memmove(dst + 3 * x, src + 4 * x, 3 * sizeof(T));
 }

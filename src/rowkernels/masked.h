@@ -54,8 +54,10 @@ template <int Bytes, int Used, class Source>
 {
   constexpr std::ptrdiff_t block = 16;
   if (width < block) {
-    for (std::ptrdiff_t x = 0; x < width; ++x)
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+      oneByOne(mask);
       if (mask[x]) std::memcpy(dst + x * Bytes, src.pixel(x * Bytes), Used);
+    }
     return;
   }
   alignas(16) Zor8u rest[16] = {};
@@ -63,19 +65,28 @@ template <int Bytes, int Used, class Source>
     for (int i = 0; i < 16; ++i) rest[i] = i % Bytes < Used ? 0 : 0xff;
   const Vec<Zor8u> keepRest = load<Zor8u>(rest);
 
-  const std::ptrdiff_t last = width - block; // may overlap the block before, to no effect
-  for (std::ptrdiff_t x = 0;; x = x + block < last ? x + block : last) {
-    const Vec<Zor8u> keep = equal(load<Zor8u>(mask + x), zero<Zor8u>());
-    if (moveMask(keep) != 0xffff) {
-      const std::ptrdiff_t offset = x * Bytes;
-      Zor8u* const to = dst + offset;
-      widenMask<Bytes>(keep, 0, [=, &src](int j, Vec<Zor8u> k) {
+  const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
+    Vec<Zor8u> keep[blocks], keepAll = equal(load<Zor8u>(mask + x), zero<Zor8u>());
+    keep[0] = keepAll;
+    for (int b = 1; b < blocks; ++b) {
+      keep[b] = equal(load<Zor8u>(mask + x + b * block), zero<Zor8u>());
+      keepAll = keepAll & keep[b];
+    }
+    if (moveMask(keepAll) == 0xffff) return;
+    const std::ptrdiff_t offset = x * Bytes;
+    Zor8u* const to = dst + offset;
+    for (int b = 0; b < blocks; ++b)
+      widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u> k) {
         if constexpr (Used < Bytes) k = k | keepRest;
         store(to + 16 * j, select(k, load<Zor8u>(to + 16 * j), src.vector(offset, j)));
       });
-    }
-    if (x == last) break;
-  }
+  };
+  constexpr int batch = Bytes <= 2 ? 4 / Bytes : 1; // blocks of few vectors go together
+  std::ptrdiff_t x = 0;
+  if constexpr (batch > 1)
+    for (; x + batch * block <= width; x += batch * block) mergeBlocks(x, std::integral_constant<int, batch>{});
+  // the last block may overlap the one before, to no effect
+  for (; x < width; x += block) mergeBlocks(x + block < width ? x : width - block, std::integral_constant<int, 1>{});
 }
 
 } // namespace zori

@@ -14,12 +14,12 @@ namespace zoritest {
 struct SampleImage {
   static constexpr int border = 40;
 
-  int planes, channels, sampleBytes, width, height, step;
+  int planes, channels, sampleBytes, width, height, step, origin;
   std::vector<Zor8u> bytes;
 
   SampleImage(int planes_, int channels_, int sampleBytes_, ZorImgSize roi, int padding, int offset, unsigned seed)
     : planes(planes_), channels(channels_), sampleBytes(sampleBytes_), width(roi.width), height(roi.height),
-      step(width * channels * sampleBytes + padding), origin_(border + offset),
+      step(width * channels * sampleBytes + padding), origin(border + offset),
       bytes(static_cast<size_t>(planes) * planeBytes())
   {
     for (Zor8u& b : bytes) b = static_cast<Zor8u>((seed = seed * 1664525u + 1013904223u) >> 24);
@@ -27,13 +27,10 @@ struct SampleImage {
   int planeBytes() const { return step * height + 2 * border + 16; }
   Zor8u* at(int plane, int y, int x, int channel)
   {
-    return bytes.data() + plane * planeBytes() + origin_ + y * step + (x * channels + channel) * sampleBytes;
+    return bytes.data() + plane * planeBytes() + origin + y * step + (x * channels + channel) * sampleBytes;
   }
   // Channel k of pixel (x, y), be it interleaved or a plane.
   Zor8u* sample(int y, int x, int k) { return planes > 1 ? at(k, y, x, 0) : at(0, y, x, k); }
-
-private:
-  int origin_;
 };
 
 // What a call gets. Pointers address the first pixel, or its channels srcChannel and dstChannel.
