@@ -49,8 +49,9 @@ template <class T> struct Image {
   T* data;
 };
 
-// What a case runs. The bytes decide the memory limit; a destination that is read first counts as written only, for
-// a store fetches its cache line anyway. The peer is another library that does the same work in this process.
+// What a case runs. The bytes decide the memory limit; a destination that is read first counts as written only, for a
+// store fetches its cache line anyway. The peer is another library that does the same work in this process: FFTW and
+// pixman are there under ZORI_BENCH_FFTW and ZORI_BENCH_PIXMAN.
 struct Run {
   double bytesRead, bytesWritten;
   std::function<ZorStatus()> call;

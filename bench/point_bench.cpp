@@ -1,4 +1,4 @@
-// Benchmarks of thresholds and comparisons.
+// Benchmarks of thresholds, comparisons and histograms.
 #include "harness.h"
 #include "zori/point.h"
 
@@ -29,5 +29,30 @@ static const bench::Group point("point", [](bench::Group& g) {
   g.both("Otsu 8u C1", [](ZorImgSize size) {
     const Image<Zor8u> src(size);
     return Run{src.bytes(), 1, [=] { Zor8u level; return zoriComputeThreshold_Otsu_8u_C1R(src, src.step, size, &level); }};
+  });
+
+  // Counts in 256 even bins, of noise and of an image whose neighbours are alike.
+  g.both("HistogramEven 8u C1 noise", [](ZorImgSize size) {
+    const Image<Zor8u> src(size);
+    return Run{src.bytes(), 1, [=] {
+      Zor32s hist[256], levels[257];
+      return zoriHistogramEven_8u_C1R(src, src.step, size, hist, levels, 257, 0, 256);
+    }};
+  });
+  g.both("HistogramEven 8u C1 smooth image", [](ZorImgSize size) {
+    const Image<Zor8u> src(size);
+    for (int y = 0; y < size.height; ++y)
+      for (int x = 0; x < size.width; ++x) src.row(y)[x] = static_cast<Zor8u>((x / 24 + y / 16) & 255);
+    return Run{src.bytes(), 1, [=] {
+      Zor32s hist[256], levels[257];
+      return zoriHistogramEven_8u_C1R(src, src.step, size, hist, levels, 257, 0, 256);
+    }};
+  });
+  g.both("HistogramEven 16u C1 noise", [](ZorImgSize size) {
+    const Image<Zor16u> src(size);
+    return Run{src.bytes(), 1, [=] {
+      static Zor32s hist[1024], levels[1025];
+      return zoriHistogramEven_16u_C1R(src, src.step, size, hist, levels, 1025, 0, 65536);
+    }};
   });
 });

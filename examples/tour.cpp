@@ -36,6 +36,7 @@ void run(const Arguments& arguments)
   tour.stage("The picture").note(about).show(tour.picture());
   tour::dataStages(tour);
   tour::arithStages(tour);
+  tour::pointStages(tour);
 
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
   tour.printTable();

@@ -3,7 +3,40 @@
 
 namespace tour {
 
-void arithStages(Tour& tour)
+namespace {
+
+void logic(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  Picture out(tour.size());
+  tour.stage("Negative")
+    .time("Not_8u_C3R", [&] { return zoriNot_8u_C3R(in.data(), in.step(), out.data(), out.step(), tour.size()); })
+    .show(out);
+
+  const Zor8u highest[3] = {0xc0, 0xc0, 0xc0};
+  tour.stage("Two bits a channel")
+    .time("AndC_8u_C3R",
+          [&] { return zoriAndC_8u_C3R(in.data(), in.step(), highest, out.data(), out.step(), tour.size()); })
+    .show(out);
+}
+
+// The picture over itself, some pixels to the side.
+void blending(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  Picture out = displayed(in);
+  const int aside = in.width() / 8;
+  const ZorImgSize overlap = {in.width() - aside, in.height()};
+  tour.stage("Double exposure")
+    .time("AlphaCompC_8u_C3R",
+          [&] {
+            return zoriAlphaCompC_8u_C3R(in.data(), in.step(), 128, in.at(aside, 0), in.step(), 255, out.data(),
+                                         out.step(), overlap, ZorAlphaOver);
+          })
+    .show(out);
+}
+
+void absoluteValues(Tour& tour)
 {
   const Picture& in = tour.picture();
   const ZorImgSize size = tour.size();
@@ -27,6 +60,15 @@ void arithStages(Tour& tour)
     .time("Scale_16s8u_C3R",
           [&] { return zoriScale_16s8u_C3R(folded.data(), folded.step(), out.data(), out.step(), size, ZorHintFast); })
     .show(out);
+}
+
+} // namespace
+
+void arithStages(Tour& tour)
+{
+  logic(tour);
+  blending(tour);
+  absoluteValues(tour);
 }
 
 } // namespace tour

@@ -83,11 +83,11 @@ Stage& Tour::stage(std::string title)
 
 void Tour::printTable() const
 {
-  std::printf("%-28s %-24s %10s %12s\n", "stage", "call", "ms", "Mpixel/s");
+  std::printf("%-27s %-28s %9s %12s\n", "stage", "call", "ms", "Mpixel/s");
   for (const Stage& stage : stages_) {
     const char* title = stage.title_.c_str();
     for (const Stage::Call& call : stage.calls_) {
-      std::printf("%-28s %-24s %10.3f %12.0f", title, call.name.c_str(), call.ms,
+      std::printf("%-27s %-28s %9.3f %12.0f", title, call.name.c_str(), call.ms,
                   megapixelsPerSecond(stage.pixels_, call.ms));
       if (&call == &stage.calls_.back() && !stage.note_.empty()) std::printf("  %s", stage.note_.c_str());
       std::printf("\n");

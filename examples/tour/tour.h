@@ -80,6 +80,7 @@ private:
 // The subjects.
 void dataStages(Tour& tour);
 void arithStages(Tour& tour);
+void pointStages(Tour& tour);
 
 // What the tour looks at when it gets no picture.
 Picture drawnScene();

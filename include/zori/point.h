@@ -413,6 +413,83 @@ ZorStatus zoriCompareEqualEpsC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zo
 ZorStatus zoriCompareEqualEpsC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
+/*
+ * zoriHistogramEven_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Histogram with even bins.
+ *
+ * Makes nLevels levels that part lowerLevel..upperLevel into nLevels - 1 bins, stores them in pLevels, and
+ * counts as zoriHistogramRange does: pHist[k] is the number of samples from pLevels[k] up to, but not
+ * including, pLevels[k + 1]. upperLevel itself is not counted: 0 and 256 count all of 8u.
+ *
+ * Bins are even to within one: when the range does not divide, the first bins are one wider. 0 and 10 with 4
+ * levels give the levels 0, 4, 7, 10.
+ *
+ * C1 takes one array of counters, one of levels, and three numbers; the other layouts take arrays of them
+ * with one entry a channel (three for C3 and AC4, whose fourth channel is not counted, four for C4). Fewer
+ * than two levels, in any channel, give ZorErrHistLevels. The multi-channel forms test pointers and number of
+ * levels channel by channel, before size and step.
+ *
+ * Depending on the size of the image and the number of levels, 16-bit samples are counted by search or
+ * through a table of 65536 counters that is allocated in the call (ZorErrAlloc, with the counters cleared).
+ *
+ * Checks of *_C1R: null pointers, region size, steps, nLevels (ZorErrHistLevels).
+ * Checks of the others: null pointers, nLevels (ZorErrHistLevels), region size, steps.
+ */
+ZorStatus zoriHistogramEven_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
+ZorStatus zoriHistogramEven_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
+ZorStatus zoriHistogramEven_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
+ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+
+/*
+ * zoriHistogramRange_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
+ *
+ * Histogram with given bins.
+ *
+ * pHist[k] is the number of samples from pLevels[k] up to, but not including, pLevels[k + 1], for k from 0 to
+ * nLevels - 2. Samples below the first level, or at or above the last one, are not counted, nor is a NaN. The
+ * counters start from zero and wrap at 2^32.
+ *
+ * Levels are meant to ascend; they are 32-bit integers and may lie beyond the range of the type, in the 32f
+ * form they are floats. A bin whose level is not below the next stays empty; with levels out of order a
+ * sample may count in more than one bin.
+ *
+ * C1 takes one array of counters, one of levels and their number; the other layouts take arrays of them with
+ * one entry a channel (three for C3 and AC4, whose fourth channel is not counted, four for C4). Fewer than
+ * two levels, in any channel, give ZorErrHistLevels. The multi-channel forms test pointers and number of
+ * levels channel by channel, before size and step.
+ *
+ * Depending on the size of the image and the number of levels, 16-bit samples are counted by search or
+ * through a table of 65536 counters that is allocated in the call (ZorErrAlloc, with the counters cleared).
+ *
+ * Checks of *_C1R: null pointers, region size, steps, nLevels (ZorErrHistLevels).
+ * Checks of the others: null pointers, nLevels (ZorErrHistLevels), region size, steps.
+ */
+ZorStatus zoriHistogramRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+
 ZORI_END_DECLS
 
 #endif

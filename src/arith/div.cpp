@@ -12,15 +12,19 @@
 namespace zori {
 
 template <class T>
-ZorStatus checked(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize)
-{
-  return firstFailure(nonNull(den.first, num.first, dst.first), nonEmpty(roiSize), positive(den.step, num.step, dst.step));
-}
+using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, int scaleFactor, const T* num, const T* den);
 
+// Walks the region with a row kernel. The last check is that of a parameter.
 template <class T>
-[[gnu::noinline]] ZorStatus divideRows(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num, Rows<T> dst,
-                     ZorImgSize roiSize, int scaleFactor)
+[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num,
+                                         Rows<T> dst, ZorImgSize roiSize, int scaleFactor, ZorStatus lastCheck = ZorOk)
 {
+  if (auto s = firstFailure(nonNull(den.first, num.first, dst.first), nonEmpty(roiSize),
+                            positive(den.step, num.step, dst.step), lastCheck); s != ZorOk)
+    return s;
+  // floats are divided in the caller's rounding mode
+  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
+  const RoundingScope rounding(isFloat ? zs_get_ssx() & roundingMask : roundNearest);
   const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), den.step, num.step, dst.step);
   ZorStatus status = ZorOk;
   for (int y = 0; y < run.height; ++y)
@@ -29,35 +33,24 @@ template <class T>
 }
 
 template <Layout L, class T>
-ZorStatus divRegion(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
+ZorStatus divImages(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, int scaleFactor = 0)
 {
-  if (auto s = checked(den, num, dst, roiSize); s != ZorOk) return s;
   // 16sc: below this scale every part but 0 saturates, even one that the scale itself would leave within the bounds
   if (std::is_same_v<T, Zor16sc> && scaleFactor < -32) scaleFactor = -64;
-  const RoundingScope nearest(roundNearest);
-  return divideRows<T>(divideRow<T, L == AC4>, channels<L>, den, num, dst, roiSize, scaleFactor);
-}
-
-// Floats are divided in the caller's rounding mode.
-template <Layout L, class T>
-ZorStatus divFloatRegion(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize)
-{
-  if (auto s = checked(den, num, dst, roiSize); s != ZorOk) return s;
-  return divideRows<T>(divideRow<T, L == AC4>, channels<L>, den, num, dst, roiSize, 0);
+  return divideRegion<T>(divideRow<T, L == AC4>, channels<L>, den, num, dst, roiSize, scaleFactor);
 }
 
 template <Layout L, class T>
-ZorStatus divRoundRegion(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, ZorRoundMode rndMode,
-                         int scaleFactor)
+ZorStatus divImagesRound(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor)
 {
-  static constexpr RowDivision<T> byMode[] = {divideRow<T, L == AC4, ZorRoundTowardZero>,
-                                              divideRow<T, L == AC4, ZorRoundNearestEven>,
-                                              divideRow<T, L == AC4, ZorRoundNearestAway>};
-  if (auto s = checked(den, num, dst, roiSize); s != ZorOk) return s;
-  const int mode = static_cast<int>(rndMode);
-  if (mode < ZorRoundTowardZero || mode > ZorRoundNearestAway) return ZorErrRoundMode;
-  const RoundingScope nearest(roundNearest);
-  return divideRows<T>(byMode[mode], channels<L>, den, num, dst, roiSize, scaleFactor);
+  constexpr bool keepsFourth = L == AC4;
+  static constexpr RowDivision<T> byMode[] = {divideRow<T, keepsFourth, ZorRoundTowardZero>,
+                                              divideRow<T, keepsFourth, ZorRoundNearestEven>,
+                                              divideRow<T, keepsFourth, ZorRoundNearestAway>};
+  const auto mode = static_cast<unsigned>(rndMode);
+  const bool known = mode <= ZorRoundNearestAway;
+  return divideRegion<T>(byMode[known ? mode : 0], channels<L>, den, num, dst, roiSize, scaleFactor,
+                         require(known, ZorErrRoundMode));
 }
 
 } // namespace zori
@@ -69,7 +62,7 @@ using namespace zori;
                                             int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize,           \
                                             int scaleFactor)                                                          \
   {                                                                                                                   \
-    return divRegion<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, scaleFactor); \
+    return divImages<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, scaleFactor); \
   }                                                                                                                   \
   ZorStatus zoriDiv_##type##_##layout##IRSfs(const Zor##type* pSrc, int srcStep, Zor##type* pSrcDst, int srcDstStep,  \
                                              ZorImgSize roiSize, int scaleFactor)                                     \
@@ -87,7 +80,7 @@ STAMP(32sc, C1) STAMP(32sc, C3) STAMP(32sc, AC4)
 #define STAMP(type, layout)                                                                                           \
   ZorStatus zoriDiv_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, int src2Step,  \
                                          Zor##type* pDst, int dstStep, ZorImgSize roiSize)                            \
-  { return divFloatRegion<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize); }      \
+  { return divImages<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize); }      \
   ZorStatus zoriDiv_##type##_##layout##IR(const Zor##type* pSrc, int srcStep, Zor##type* pSrcDst, int srcDstStep,     \
                                           ZorImgSize roiSize)                                                         \
   { return zoriDiv_##type##_##layout##R(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize); }
@@ -100,7 +93,7 @@ STAMP(32fc, C1) STAMP(32fc, C3) STAMP(32fc, AC4)
                                                   int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize,     \
                                                   ZorRoundMode rndMode, int scaleFactor)                              \
   {                                                                                                                   \
-    return divRoundRegion<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize,         \
+    return divImagesRound<layout>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize,         \
                                   rndMode, scaleFactor);                                                              \
   }                                                                                                                   \
   ZorStatus zoriDiv_Round_##type##_##layout##IRSfs(const Zor##type* pSrc, int srcStep, Zor##type* pSrcDst,            \

@@ -10,75 +10,86 @@
 
 namespace zori {
 
-template <class T> bool isZero(T x)
+template <class T> bool isZeroDivisor(T x)
 {
   if constexpr (std::is_arithmetic_v<T>) return x == 0;
   else if constexpr (std::is_same_v<T, Zor32fc>) return x.re * x.re + x.im * x.im == 0; // in float: small ones vanish
   else return x.re == 0 && x.im == 0;
 }
 
-// The processed channels of a constant; in AC4 the first stands for the fourth, which is never used.
-template <class T, Layout L> struct Constant {
-  T values[channels<L>];
+// What the kernels take for the divisor: itself, or its reciprocal.
+template <class T>
+using Factor = std::conditional_t<std::is_same_v<T, Zor16u> || std::is_same_v<T, Zor32f>, Zor32f, T>;
 
-  explicit Constant(const T* value)
+template <class T> struct ReciprocalProduct {
+  Group<T> operator()(const Group<T>& n, const Group<Zor32f>& reciprocals) const
   {
-    for (int k = 0; k < channels<L>; ++k) values[k] = get<T>(value + (k < processed<L> ? k : 0));
-  }
-  bool hasZero() const
-  {
-    for (const T& x : values)
-      if (isZero(x)) return true;
-    return false;
+    Group<Zor32f> x;
+    if constexpr (std::is_same_v<T, Zor32f>) x = n;
+    else x = Converted<Zor32f>{}(n);
+    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] * reciprocals.part[k];
+    if constexpr (std::is_same_v<T, Zor32f>) return x;
+    else return Rounded<T>{}(x);
   }
 };
 
-template <Layout L, class T>
-void divideComplex(const Constant<T, L>& constant, int scaleFactor, Rows<const T> src, Rows<T> dst, ZorImgSize roiSize)
+template <class T, bool keepsFourth>
+[[gnu::noinline]] void divideByFactors(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors)
 {
-  const RowRun run(Serial{}, roiSize, channels<L>, sizeof(T), src.step, dst.step);
+  if constexpr (std::is_same_v<Factor<T>, T> && !std::is_same_v<T, Zor32f>) {
+    divideRow<T, keepsFourth>(dst, length, scaleFactor, src, factors);
+  } else {
+    using Op = ReciprocalProduct<T>;
+    if constexpr (keepsFourth) mapGroups(dst, length, KeepFourth<Op>{}, static_cast<const T*>(dst), src, factors);
+    else mapGroups(dst, length, Op{}, src, factors);
+  }
+}
+
+// A row of factors as long as a piece of a row, or as the rows.
+template <class T>
+[[gnu::noinline]] void fillFactors(Factor<T>* row, std::ptrdiff_t length, const T* divisors, int count, int scaleFactor)
+{
+  for (std::ptrdiff_t i = 0; i < length; ++i) {
+    if (i >= count) row[i] = row[i - count];
+    else if constexpr (std::is_same_v<T, Zor16u>)
+      row[i] = static_cast<float>(powerOfTwo(-boundedScale(scaleFactor))) / divisors[i];
+    else if constexpr (std::is_same_v<T, Zor32f>) row[i] = 1.0f / divisors[i];
+    else row[i] = divisors[i];
+  }
+}
+
+template <class T>
+using FactorKernel = void (*)(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors);
+
+template <class T>
+[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<const T> src,
+                                         const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
+{
+  if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step)); s != ZorOk)
+    return s;
+  T divisors[4];
+  for (int k = 0; k < channelCount; ++k) { // in AC4 the first stands for the fourth, which is never used
+    divisors[k] = get<T>(value + (k < processedCount ? k : 0));
+    if (isZeroDivisor(divisors[k])) return ZorErrDivByZero;
+  }
+
+  // floats are divided in the caller's rounding mode
+  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
+  const RoundingScope rounding(isFloat ? zs_get_ssx() & roundingMask : roundNearest);
+  constexpr std::ptrdiff_t piece = 768; // whole pixels and whole groups
+  Factor<T> factors[piece];
+  const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), src.step, dst.step);
+  fillFactors(factors, run.length < piece ? run.length : piece, divisors, channelCount, scaleFactor);
   for (int y = 0; y < run.height; ++y)
-    divideSamples({run.length, channels<L>, L == AC4}, dst[y], scaleFactor, src[y], constant.values);
-}
-
-struct Product {
-  F32x4 operator()(F32x4 a, F32x4 b) const { return a * b; }
-};
-
-template <Layout L, class T>
-ZorStatus divCRegion(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
-{
-  if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step)); s != ZorOk)
-    return s;
-  const Constant<T, L> constant(value);
-  if (constant.hasZero()) return ZorErrDivByZero;
-
-  const RoundingScope nearest(roundNearest);
-  if constexpr (std::is_integral_v<T>) {
-    using Op = std::conditional_t<std::is_same_v<T, Zor16u>, ScaledReciprocalProduct<T>, Quotient<T>>;
-    mapRegionWith<L>(Pattern<T>(constant.values, channels<L>), Serial{}, roiSize, Op(scaleFactor), dst, src);
-  } else {
-    divideComplex<L>(constant, scaleFactor, src, dst, roiSize);
-  }
+    for (std::ptrdiff_t i = 0; i < run.length; i += piece)
+      divide(dst[y] + i, run.length - i < piece ? run.length - i : piece, scaleFactor, src[y] + i, factors);
   return ZorOk;
 }
 
-// Floats are divided in the caller's rounding mode.
 template <Layout L, class T>
-ZorStatus divCFloatRegion(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize roiSize)
+ZorStatus divConstant(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor = 0)
 {
-  if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step)); s != ZorOk)
-    return s;
-  Constant<T, L> constant(value);
-  if (constant.hasZero()) return ZorErrDivByZero;
-
-  if constexpr (std::is_same_v<T, Zor32f>) {
-    for (T& x : constant.values) x = 1.0f / x;
-    mapRegionWith<L>(Pattern<T>(constant.values, channels<L>), Serial{}, roiSize, Product{}, dst, src);
-  } else {
-    divideComplex<L>(constant, 0, src, dst, roiSize);
-  }
-  return ZorOk;
+  return divideRegion<T>(divideByFactors<T, L == AC4>, processed<L>, channels<L>, src, value, dst, roiSize, scaleFactor);
 }
 
 } // namespace zori
@@ -88,7 +99,7 @@ using namespace zori;
 #define STAMP(type, layout, parameter, address)                                                                       \
   ZorStatus zoriDivC_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, parameter, Zor##type* pDst,          \
                                              int dstStep, ZorImgSize roiSize, int scaleFactor)                        \
-  { return divCRegion<layout>(Rows{pSrc, srcStep}, address, Rows{pDst, dstStep}, roiSize, scaleFactor); }             \
+  { return divConstant<layout>(Rows{pSrc, srcStep}, address, Rows{pDst, dstStep}, roiSize, scaleFactor); }             \
   ZorStatus zoriDivC_##type##_##layout##IRSfs(parameter, Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,      \
                                               int scaleFactor)                                                        \
   { return zoriDivC_##type##_##layout##RSfs(pSrcDst, srcDstStep, value, pSrcDst, srcDstStep, roiSize, scaleFactor); }
@@ -105,7 +116,7 @@ STAMP(16s, C4, const Zor16s value[4], value)
 #define STAMP(type, layout, parameter, address)                                                                       \
   ZorStatus zoriDivC_##type##_##layout##R(const Zor##type* pSrc, int srcStep, parameter, Zor##type* pDst,             \
                                           int dstStep, ZorImgSize roiSize)                                            \
-  { return divCFloatRegion<layout>(Rows{pSrc, srcStep}, address, Rows{pDst, dstStep}, roiSize); }                     \
+  { return divConstant<layout>(Rows{pSrc, srcStep}, address, Rows{pDst, dstStep}, roiSize); }                     \
   ZorStatus zoriDivC_##type##_##layout##IR(parameter, Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize)         \
   { return zoriDivC_##type##_##layout##R(pSrcDst, srcDstStep, value, pSrcDst, srcDstStep, roiSize); }
 STAMPS(32f) STAMPS(32fc)

@@ -42,7 +42,6 @@ struct Quotient16sc {
 };
 
 struct Quotient32fc {
-  explicit Quotient32fc(int) {}
   static F64x2 parts(const Zor32fc* p) { return toDoubleLow(loadLow8<float>(p)); }
   bool operator()(Zor32fc* dst, const Zor32fc* num, const Zor32fc* den) const
   {
@@ -82,31 +81,28 @@ struct Quotient32sc {
 };
 
 template <class T, class Op>
-[[gnu::noinline]] static bool divideEach(const ComplexRun& run, T* dst, const Op op, const T* num, const T* den)
+static bool divideEach(T* dst, std::ptrdiff_t length, const Op op, bool keepsFourth, const T* num, const T* den)
 {
   bool anyZero = false;
-  std::ptrdiff_t k = 0;
-  for (std::ptrdiff_t i = 0; i < run.length; ++i, ++k) {
-    if (k == run.period) k = 0;
-    if (run.keepsFourth && i % 4 == 3) continue;
-    anyZero |= op(dst + i, num + i, den + k);
-  }
+  for (std::ptrdiff_t i = 0; i < length; ++i)
+    if (!keepsFourth || i % 4 != 3) anyZero |= op(dst + i, num + i, den + i);
   return anyZero;
 }
 
-bool divideSamples(const ComplexRun& run, Zor16sc* dst, int scaleFactor, const Zor16sc* num, const Zor16sc* den)
+bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num, const Zor16sc* den)
 {
-  return divideEach(run, dst, Quotient16sc(scaleFactor), num, den);
+  return divideEach(dst, length, Quotient16sc(scaleFactor), keepsFourth, num, den);
 }
 
-bool divideSamples(const ComplexRun& run, Zor32sc* dst, int scaleFactor, const Zor32sc* num, const Zor32sc* den)
+bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num, const Zor32sc* den)
 {
-  return divideEach(run, dst, Quotient32sc(scaleFactor), num, den);
+  return divideEach(dst, length, Quotient32sc(scaleFactor), keepsFourth, num, den);
 }
 
-bool divideSamples(const ComplexRun& run, Zor32fc* dst, int scaleFactor, const Zor32fc* num, const Zor32fc* den)
+bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num, const Zor32fc* den)
 {
-  return divideEach(run, dst, Quotient32fc(scaleFactor), num, den);
+  (void)scaleFactor;
+  return divideEach(dst, length, Quotient32fc(), keepsFourth, num, den);
 }
 
 } // namespace zori

@@ -90,24 +90,41 @@ template <class Op, class T> struct FlagZeros {
   }
 };
 
-// Three of four samples where the fourth is kept, neither written nor looked at.
-//
-// Complex samples are n * conj(d) / |d|^2: over zero 0 in both parts, in 32fc NaN.
-bool divideSamples(Zor16sc* dst, std::ptrdiff_t length, bool keepsFourth, int scaleFactor, const Zor16sc* num, const Zor16sc* den);
-bool divideSamples(Zor32sc* dst, std::ptrdiff_t length, bool keepsFourth, int scaleFactor, const Zor32sc* num, const Zor32sc* den);
-bool divideSamples(Zor32fc* dst, std::ptrdiff_t length, bool keepsFourth, int scaleFactor, const Zor32fc* num, const Zor32fc* den);
+// Complex samples: num * conj(den) / |den|^2, over zero 0 in both parts, in 32fc NaN. 32fc has no scale.
+bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num, const Zor16sc* den);
+bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num, const Zor32sc* den);
+bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num, const Zor32fc* den);
 
-template <class T, bool keepsFourth, ZorRoundMode Mode>
-bool divideSamples(T* dst, std::ptrdiff_t length, int scaleFactor, const T* num, const T* den)
+// dst = num / den * 2^-scaleFactor; true when a denominator was zero. Where the fourth of four samples is kept it is
+// neither written nor looked at.
+template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
+[[gnu::noinline]] bool divideRow(T* dst, std::ptrdiff_t length, int scaleFactor, const T* num, const T* den)
 {
-  using Op = FlagZeros<Quotient<T, Mode>, T>;
-  Vec<T> zeros = zero<T>();
-  const Op op{Quotient<T, Mode>(scaleFactor), &zeros};
-  if constexpr (keepsFourth) {
-    mapGroups(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), num, den);
-    zeros = zeros & colourMask<T>();
+  if constexpr (!std::is_arithmetic_v<T>) {
+    return divideComplex(dst, length, scaleFactor, keepsFourth, num, den);
   } else {
-    mapGroups(dst, length, op, num, den);
+    constexpr std::ptrdiff_t size = Group<T>::size;
+    if (length < size) { // filled up with denominators that are not zero
+      const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
+      T ones[size];
+      for (T& x : ones) x = 1;
+      std::memcpy(ones, den, bytes);
+      PaddedBlock<T, size> out(dst, length);
+      const bool anyZero = divideRow<T, keepsFourth, Mode>(out.values, size, scaleFactor, PaddedBlock<T, size>(num, length).values, ones);
+      std::memcpy(dst, out.values, bytes);
+      return anyZero;
+    }
+    using Op = FlagZeros<Quotient<T, Mode>, T>;
+    Vec<T> zeros = zero<T>();
+    const Op op{Quotient<T, Mode>(scaleFactor), &zeros};
+    if constexpr (keepsFourth) {
+      mapGroups(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), num, den);
+      zeros = zeros & colourMask<T>();
+    } else {
+      mapGroups(dst, length, op, num, den);
+    }
+    return moveMask(zeros) != 0;
   }
-  return moveMask(zeros) != 0;
 }
+
+} // namespace zori

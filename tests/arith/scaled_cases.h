@@ -3,6 +3,7 @@
 
 #include "zori/arith.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -30,7 +31,7 @@ static_assert(std::numeric_limits<Exact>::digits >= 64);
 
 template <class P> P scaled(Exact v, int scale)
 {
-  const Exact rounded = std::nearbyint(std::ldexp(v, std::max(-200, std::min(200, -std::max(-200, std::min(200, scale))))));
+  const Exact rounded = std::nearbyint(std::ldexp(v, -std::clamp(scale, -200, 200)));
   if (rounded <= Exact(std::numeric_limits<P>::min())) return std::numeric_limits<P>::min();
   if (rounded >= Exact(std::numeric_limits<P>::max())) return std::numeric_limits<P>::max();
   return static_cast<P>(rounded);
@@ -89,13 +90,13 @@ template <class T> std::vector<Images<T>> images();
 template <class T> std::vector<Constants<T>> constants();
 
 // SFS is the end of a name, VALUE what makes a constant of its address.
-#define IMAGES(type, name, operation, layout, channels, processed, SFS)                                                   \
-  {#name " " #type " " #layout, operation, channels, processed,                                                           \
-   [](const Zor##type* a, int aStep, const Zor##type* b, int bStep, Zor##type* d, int dStep, ZorImgSize roi, int scale) { \
-     return call(scale, zori##name##_##type##_##layout##R##SFS, a, aStep, b, bStep, d, dStep, roi);                       \
-   },                                                                                                                     \
-   [](const Zor##type* a, int aStep, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                                \
-     return call(scale, zori##name##_##type##_##layout##IR##SFS, a, aStep, d, dStep, roi);                                \
+#define IMAGES(type, name, operation, layout, channels, processed, SFS)                                               \
+  {#name " " #type " " #layout, operation, channels, processed,                                                       \
+   [](const Zor##type* a, int aStep, const Zor##type* b, int bStep, Zor##type* d, int dStep, ZorImgSize roi, int s) { \
+     return call(s, zori##name##_##type##_##layout##R##SFS, a, aStep, b, bStep, d, dStep, roi);                       \
+   },                                                                                                                 \
+   [](const Zor##type* a, int aStep, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                            \
+     return call(scale, zori##name##_##type##_##layout##IR##SFS, a, aStep, d, dStep, roi);                            \
    }},
 #define CONSTANTS(type, name, operation, layout, channels, processed, VALUE, SFS)                              \
   {#name " " #type " " #layout, operation, channels, processed,                                                \

@@ -8,26 +8,31 @@
 #include <cfenv>
 #include <omp.h>
 #include <string>
+#include <utility>
 
 using namespace scaledtest;
 
 namespace {
 
-// An image at an odd address with an odd step: nothing but its samples may change.
+template <class T> constexpr bool isFloat = std::is_floating_point_v<Part<T>>;
+
+// An image at an odd address: nothing but its samples may change. Padding 0: rows without gaps; else: an odd step.
 template <class T> struct Image {
   int width, height, channels, step;
   std::vector<unsigned char> bytes;
 
-  Image(int w, int h, int c, int seed, int padding = 5)
-    : width(w), height(h), channels(c), step(w * c * static_cast<int>(sizeof(T)) + padding),
-      bytes(static_cast<std::size_t>(step) * h + 33)
+  Image(ZorImgSize roi, int channelCount, int seed, int padding)
+    : width(roi.width), height(roi.height), channels(channelCount),
+      step(width * channels * static_cast<int>(sizeof(T)) + (padding ? 8 * padding - 3 : 0)),
+      bytes(static_cast<std::size_t>(step) * roi.height + 33)
   {
     std::uint32_t state = static_cast<std::uint32_t>(seed) * 2654435761u + 99;
-    for (unsigned char& byte : bytes) byte = static_cast<unsigned char>((state = state * 1664525u + 1013904223u) >> 24);
-    if constexpr (std::is_floating_point_v<Part<T>>) // plain numbers
-      for (int y = 0; y < h; ++y)
-        for (int i = 0; i < w * c; ++i) {
-          const float x[2] = {float((state = state * 1664525u + 1013904223u) >> 8) / 1000 - 5000, float(i) + 0.25f};
+    const auto next = [&] { return (state = state * 1664525u + 1013904223u) >> 8; };
+    for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(next() >> 16);
+    if (isFloat<T>) // plain numbers
+      for (int y = 0; y < height; ++y)
+        for (int i = 0; i < width * channels; ++i) {
+          const float x[2] = {static_cast<float>(next()) / 1000 - 5000, static_cast<float>(next()) * 0.25f};
           std::memcpy(at(y, i), x, sizeof(T));
         }
   }
@@ -41,8 +46,9 @@ template <class T> struct Image {
   }
 };
 
-// The image that a call on d must give: a op b in the channels that are processed.
-template <class T, class B> Image<T> result(Operation operation, Image<T> a, B b, Image<T> d, int processed, int scale)
+// The image that a call into d must give: a op b in the channels that are processed.
+template <class T, class B>
+Image<T> result(Operation operation, Image<T> a, B b, Image<T> d, int processed, int scale)
 {
   for (int y = 0; y < d.height; ++y)
     for (int i = 0; i < d.width * d.channels; ++i)
@@ -53,6 +59,7 @@ template <class T, class B> Image<T> result(Operation operation, Image<T> a, B b
   return d;
 }
 
+constexpr int widths[] = {1, 2, 3, 5, 7, 8, 11, 16, 17, 31, 64, 77};
 constexpr int scales[] = {0, 1, 2, 5, 9, -1, -5, -40, 70};
 
 template <class T> class ScaledLayouts : public testing::Test {};
@@ -64,92 +71,119 @@ TYPED_TEST_SUITE(ScaledLayouts, All);
 TYPED_TEST(ScaledLayouts, TwoImages)
 {
   using T = TypeParam;
-  int seed = 0;
+  int turn = 0;
   for (const auto& f : images<T>())
-    for (int width : {1, 2, 3, 5, 7, 8, 11, 16, 17, 31, 64, 77}) {
-      const int scale = std::is_floating_point_v<Part<T>> ? 0 : scales[++seed % 9];
-      const int padding = seed % 3 == 0 ? 0 : 5; // rows without gaps too
+    for (int width : widths) {
+      const int scale = isFloat<T> ? 0 : scales[++turn % 9];
       const ZorImgSize roi = {width, 3};
-      Image<T> a(width, 3, f.channels, 1, padding), b(width, 3, f.channels, 2, padding), d(width, 3, f.channels, 3, padding);
-      const auto of = [&](Image<T>& x, Image<T>& y) { // the first image is subtracted
-        return f.operation == Difference ? result(f.operation, y, [&](int r, int i) { return x.get(r, i); }, d, f.processed, scale)
-                                         : result(f.operation, x, [&](int r, int i) { return y.get(r, i); }, d, f.processed, scale);
+      Image<T> a(roi, f.channels, 1, turn % 3), b(roi, f.channels, 2, turn % 3), d(roi, f.channels, 3, turn % 3);
+      const auto wanted = [&](Image<T> x, Image<T> y, const Image<T>& into) {
+        if (f.operation == Difference) std::swap(x, y); // the first image is subtracted
+        return result(f.operation, x, [&](int row, int i) { return y.get(row, i); }, into, f.processed, scale);
       };
       const std::string where = f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale);
-      const auto same = [&](const Image<T>& got, const Image<T>& want) { return got.bytes == want.bytes; };
 
       Image<T> got = d;
       ASSERT_EQ(f.to(a.data(), a.step, b.data(), b.step, got.data(), d.step, roi, scale), ZorOk);
-      ASSERT_TRUE(same(got, of(a, b))) << where;
-
-      d = b; // over the second image
+      ASSERT_TRUE(got.bytes == wanted(a, b, d).bytes) << where;
       got = b;
       ASSERT_EQ(f.inPlace(a.data(), a.step, got.data(), got.step, roi, scale), ZorOk);
-      ASSERT_TRUE(same(got, of(a, b))) << where << " in place";
+      ASSERT_TRUE(got.bytes == wanted(a, b, b).bytes) << where << " in place";
       got = b;
       ASSERT_EQ(f.to(a.data(), a.step, got.data(), got.step, got.data(), got.step, roi, scale), ZorOk);
-      ASSERT_TRUE(same(got, of(a, b))) << where << " over the second";
+      ASSERT_TRUE(got.bytes == wanted(a, b, b).bytes) << where << " over the second";
       got = b;
       ASSERT_EQ(f.to(got.data(), got.step, got.data(), got.step, got.data(), got.step, roi, scale), ZorOk);
-      ASSERT_TRUE(same(got, of(b, b))) << where << " over both";
-      d = a;
+      ASSERT_TRUE(got.bytes == wanted(b, b, b).bytes) << where << " over both";
       got = a;
       ASSERT_EQ(f.to(got.data(), got.step, b.data(), b.step, got.data(), got.step, roi, scale), ZorOk);
-      ASSERT_TRUE(same(got, of(a, b))) << where << " over the first";
+      ASSERT_TRUE(got.bytes == wanted(a, b, a).bytes) << where << " over the first";
     }
 }
 
 TYPED_TEST(ScaledLayouts, Constants)
 {
   using T = TypeParam;
-  int seed = 0;
+  int turn = 0;
   for (const auto& f : constants<T>())
-    for (int width : {1, 2, 3, 5, 7, 8, 11, 16, 17, 31, 64, 77})
-      for (int kind = 0; kind < 4; ++kind) { // any constant; all 0; all 1; 0 in the second channel
-        const int scale = std::is_floating_point_v<Part<T>> ? 0 : kind % 3 ? scales[++seed % 9] * (seed % 2) : scales[++seed % 9];
-        const int padding = seed % 3 == 0 ? 0 : 5;
-        const ZorImgSize roi = {width, 3};
-        Image<T> a(width, 3, f.channels, 1, padding), d(width, 3, f.channels, 3, padding), c(4, 1, 1, kind + 10);
-        const Part<T> plain[2] = {Part<T>(kind == 2), 0};
-        for (int i = 0; i < 4; ++i)
-          if (kind == 1 || kind == 2 || (kind == 3 && i == 1)) std::memcpy(c.at(0, i), plain, sizeof(T));
-        // constants lie at an odd address and end where they end: C1 passes them by value
-        alignas(8) unsigned char block[4 * sizeof(T) + 1];
-        T* constant = reinterpret_cast<T*>(block + (f.channels > 1));
-        std::memcpy(static_cast<void*>(constant), c.at(0, 0), 4 * sizeof(T));
-        const auto wanted = [&](const Image<T>& into) {
-          return result(f.operation, a, [&](int, int i) { return c.get(0, i % f.channels); }, into, f.processed, scale);
-        };
-        const std::string where = f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale) + ", constant " + std::to_string(kind);
+    for (int width : widths)
+      for (const char* kind : {"any", "0", "1", "0 in the second channel"})
+        for (int scale : {scales[++turn % 9], 0, -40}) {
+          if (isFloat<T>) scale = 0;
+          const ZorImgSize roi = {width, 3};
+          Image<T> a(roi, f.channels, 1, turn % 3), d(roi, f.channels, 3, turn % 3), c({4, 1}, 1, turn, 0);
+          const Part<T> plain[2] = {Part<T>(*kind == '1'), 0};
+          for (int i = 0; i < 4; ++i)
+            if (*kind == '1' || (*kind == '0' && (!kind[1] || i == 1))) std::memcpy(c.at(0, i), plain, sizeof(T));
+          alignas(8) unsigned char block[4 * sizeof(T) + 1]; // at an odd address, but for C1, which passes a value
+          T* const constant = reinterpret_cast<T*>(block + (f.channels > 1));
+          std::memcpy(static_cast<void*>(constant), c.at(0, 0), 4 * sizeof(T));
+          const auto wanted = [&](const Image<T>& into) {
+            const auto ofChannel = [&](int, int i) { return c.get(0, i % f.channels); };
+            return result(f.operation, a, ofChannel, into, f.processed, scale);
+          };
+          const std::string where =
+              f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale) + ", constant " + kind;
 
-        Image<T> got = d;
-        ASSERT_EQ(f.to(a.data(), a.step, constant, got.data(), got.step, roi, scale), ZorOk);
-        ASSERT_EQ(got.bytes, wanted(d).bytes) << where;
-        got = a;
-        ASSERT_EQ(f.inPlace(constant, got.data(), got.step, roi, scale), ZorOk);
-        ASSERT_EQ(got.bytes, wanted(a).bytes) << where << " in place";
-        got = a;
-        ASSERT_EQ(f.to(got.data(), got.step, constant, got.data(), got.step, roi, scale), ZorOk);
-        ASSERT_EQ(got.bytes, wanted(a).bytes) << where << " over the source";
-      }
+          Image<T> got = d;
+          ASSERT_EQ(f.to(a.data(), a.step, constant, got.data(), got.step, roi, scale), ZorOk);
+          ASSERT_TRUE(got.bytes == wanted(d).bytes) << where;
+          got = a;
+          ASSERT_EQ(f.inPlace(constant, got.data(), got.step, roi, scale), ZorOk);
+          ASSERT_TRUE(got.bytes == wanted(a).bytes) << where << " in place";
+        }
 }
 
-// Images that are large enough for a team, and rows that lie on each other.
+// Images that are large enough for a team, in the caller's rounding mode; and rows that lie on each other.
 TYPED_TEST(ScaledLayouts, TeamsGiveWhatOneThreadGives)
 {
   using T = TypeParam;
   const int threads = omp_get_max_threads();
-  for (const auto& f : images<T>())
-    for (int scale : {0, 1, 3, -2, -60}) {
-      const ZorImgSize roi = {211, 233};
-      Image<T> a(211, 233, f.channels, 1, 16), b(211, 233, f.channels, 2, 16), alone = b, team = b;
-      omp_set_num_threads(1);
-      f.inPlace(a.data(), a.step, alone.data(), alone.step, roi, scale);
-      f.to(a.data(), a.step, b.data(), b.step, alone.data(), 0, roi, scale);
-      omp_set_num_threads(7);
-      f.inPlace(a.data(), a.step, team.data(), team.step, roi, scale);
-      if (partsOfSteps<T>(f)) f.to(a.data(), a.step, b.data(), b.step, team.data(), 0, roi, scale);
-      ASSERT_EQ(alone.bytes, team.bytes) << f.name << " at " << scale;
+  const ZorImgSize roi = {211, 633};
+  const auto inTeamsOf = [&](int channels, auto call, const std::string& where) {
+    Image<T> a(roi, channels, 1, 1), b(roi, channels, 2, 1), alone = b;
+    omp_set_num_threads(1);
+    call(a, b, alone);
+    for (int team : {2, 7}) {
+      Image<T> got = b;
+      omp_set_num_threads(team);
+      call(a, b, got);
+      ASSERT_TRUE(got.bytes == alone.bytes) << where << " by " << team;
     }
+  };
+  std::fesetround(FE_UPWARD);
+  for (int scale : {0, 1, 3, -2, -60}) {
+    if (isFloat<T> && scale) continue;
+    for (const auto& f : images<T>())
+      inTeamsOf(f.channels, [&](Image<T>& a, Image<T>& b, Image<T>& d) {
+        f.inPlace(a.data(), a.step, d.data(), d.step, roi, scale);
+        f.to(a.data(), a.step, b.data(), b.step, d.data(), 0, {roi.width, 50}, scale);
+      }, f.name);
+    for (const auto& f : constants<T>())
+      inTeamsOf(f.channels, [&](Image<T>& a, Image<T>&, Image<T>& d) {
+        f.to(a.data(), a.step, a.data(), d.data(), d.step, roi, scale);
+        f.inPlace(a.data(), d.data(), 0, {roi.width, 50}, scale);
+      }, f.name);
+  }
+  std::fesetround(FE_TONEAREST);
   omp_set_num_threads(threads);
+}
+
+TEST(ScaledFloats, FollowTheRoundingModeAndKnowNoShortcuts)
+{
+  const Zor32f one = 1, tiny = 0x1p-30f;
+  Zor32f d = 0;
+  for (int mode : {FE_TONEAREST, FE_UPWARD, FE_TOWARDZERO, FE_DOWNWARD}) {
+    std::fesetround(mode);
+    EXPECT_EQ(zoriAdd_32f_C1R(&one, 4, &tiny, 4, &d, 4, {1, 1}), ZorOk);
+    EXPECT_EQ(d, mode == FE_UPWARD ? std::nextafter(1.0f, 2.0f) : 1.0f);
+    EXPECT_EQ(zoriSubC_32f_C1R(&one, 4, tiny, &d, 4, {1, 1}), ZorOk);
+    EXPECT_EQ(d, mode == FE_TOWARDZERO || mode == FE_DOWNWARD ? std::nextafter(1.0f, 0.0f) : 1.0f);
+  }
+  std::fesetround(FE_TONEAREST);
+  const Zor32f minusZero = -0.0f;
+  zoriAddC_32f_C1R(&minusZero, 4, 0, &d, 4, {1, 1});
+  EXPECT_FALSE(std::signbit(d));
+  zoriSubC_32f_C1R(&minusZero, 4, 0, &d, 4, {1, 1});
+  EXPECT_TRUE(std::signbit(d));
 }

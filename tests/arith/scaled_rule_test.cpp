@@ -73,7 +73,10 @@ template <class T> std::vector<T> operands(std::size_t count, std::uint64_t seed
 {
   const auto numbers = tellingNumbers<Part<T>>();
   std::vector<T> all(count);
-  const auto next = [&] { return numbers[(seed = seed * 6364136223846793005u + 1442695040888963407u) % 1000003 % numbers.size()]; };
+  const auto next = [&] {
+    seed = seed * 6364136223846793005u + 1442695040888963407u;
+    return numbers[(seed >> 33) % numbers.size()];
+  };
   for (T& x : all) {
     const Part<T> p[2] = {next(), next()};
     std::memcpy(&x, p, sizeof x);
