@@ -7,5 +7,6 @@
 #include "zori/core.h"
 #include "zori/data.h"
 #include "zori/point.h"
+#include "zori/stats.h"
 
 #endif

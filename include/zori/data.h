@@ -438,8 +438,9 @@ ZorStatus zoriConvert_32s8s_AC4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, i
  * other value, rounds ties away from zero: |x| + 0.5, formed in single precision, is cut and gets its sign
  * back. So 2.5 gives 2, 2, 3 and -2.5 gives -2, -2, -3 in 16s. A NaN takes the upper bound of the type.
  *
- * The result does not depend on the caller's rounding mode, and the SSE control register is the caller's own
- * on return. AC4 converts three channels and leaves the fourth channel of the destination as it was.
+ * Rounding by 0 and 1 does not depend on the caller's rounding mode; the sum of the third rule is formed
+ * under it. The SSE control register is the caller's own on return. AC4 converts three channels and leaves
+ * the fourth channel of the destination as it was.
  *
  * Checks: null pointers, region size, steps.
  */
@@ -526,12 +527,13 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  *   16s   (x + 32768) * (255 / 65535)               ((x - (x >> 8)) >> 8) + 128
  *   32s   (x + 2147483648) * (255 / 4294967295)     ((x - (x >> 8)) >> 24) + 128
  *
- * 8u32f: dst = src * ((vMax - vMin) / 255) + vMin, in single precision.
+ * 8u32f: dst = src * ((vMax - vMin) / 255) + vMin, every step in single precision.
  *
  * 32f8u: samples are clamped to vMin..vMax (a NaN counts as vMax), then dst is the low byte of src * factor +
  * offset, rounded to nearest, ties to even, with factor = 255 / (vMax - vMin) and offset = -factor * vMin,
- * every step in single precision. The SSE control register is the caller's own after success; after a failed
- * check its rounding field is left at round to nearest.
+ * every step in single precision. A result that leaves the byte, as rounding in a narrow range far from zero
+ * can make one, keeps its low bits. The SSE control register is the caller's own after success; after a
+ * failed check its rounding field is left at round to nearest.
  *
  * In both 32f forms vMax must be above vMin, else ZorErrScaleRange, which is tested before all else.
  *
@@ -570,6 +572,45 @@ ZorStatus zoriScale_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int 
 ZorStatus zoriScale_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
 ZorStatus zoriScale_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
 ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
+
+/*
+ * zoriTranspose_{8u,16u,16s,32s}_{C1,C3,C4}{R,IR}
+ *
+ * Exchange of rows and columns.
+ *
+ * The pixel at column c and row r goes to column r and row c. roiSize describes the source: a source of width
+ * by height pixels makes a destination of height by width. The in-place forms need a square region; any other
+ * gives ZorErrSize. Pixels move whole, their channels in order.
+ *
+ * Large images are walked in square blocks that stay in the cache.
+ *
+ * Checks of *IR: null pointers, region size, roiSize (ZorErrSize).
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriTranspose_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 ZORI_END_DECLS
 

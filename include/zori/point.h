@@ -414,6 +414,222 @@ ZorStatus zoriCompareEqualEpsC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zo
 ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
 /*
+ * zoriLUT_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Mapping by a step function.
+ *
+ * Maps each sample by nLevels nodes, pLevels[k] being the position of node k and pValues[k] its value. A
+ * sample from pLevels[k] up to, but not including, pLevels[k + 1] becomes pValues[k], clamped to the range of
+ * the type. A sample below the first level, or at or above the last one, passes unchanged; the last value is
+ * never used.
+ *
+ * Nodes are 32-bit integers, in the 32f forms floats. Levels ascend and may lie beyond the range of the type.
+ * C1 takes one array of values, one of levels and their number; the other layouts take an array of pointers
+ * to values, an array of pointers to levels and an array of numbers, with one entry a channel (three for C3
+ * and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was. A NaN sample passes
+ * unchanged.
+ *
+ * Fewer than two levels, in any channel, give ZorErrLutLevels. The multi-channel forms test pointers and
+ * number of levels channel by channel, before size and step. Large 16-bit images go through a map of all
+ * 65536 values that is allocated in the call (ZorErrAlloc); those of up to 4096 pixels in C1 and C3 search
+ * their interval, and 32f always does. With levels out of order the two ways may differ.
+ *
+ * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
+ * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ */
+ZorStatus zoriLUT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+
+/*
+ * zoriLUT_Linear_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Mapping by a polygon.
+ *
+ * Maps each sample by nLevels nodes joined by straight lines, pLevels[k] being the position of node k and
+ * pValues[k] its value. A sample below the first level, or at or above the last one, passes unchanged.
+ * Arguments and checks are those of zoriLUT.
+ *
+ * Integers: for x in interval k, with slope = (pValues[k + 1] - pValues[k]) / (pLevels[k + 1] - pLevels[k])
+ * and base = pValues[k] + 0.5 - pLevels[k] * slope in double precision,
+ *   y = x * slope + base, cut toward zero, then clamped to the range of the type.
+ * Negative values are cut toward zero, too: an exact -1 gives 0. An interval that is one level wide takes
+ * pValues[k] as it is. The result is looked up in a map that is built in the call, so every sample costs the
+ * same; 16-bit types allocate it (ZorErrAlloc).
+ *
+ * 32f: dst = (src - pLevels[k]) * slope + pValues[k], with the differences and the slope in single precision,
+ * product and sum in double, rounded once. The slopes are allocated in the call (ZorErrAlloc). A NaN sample
+ * passes unchanged.
+ *
+ * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
+ * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ */
+ZorStatus zoriLUT_Linear_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+
+/*
+ * zoriLUT_Cubic_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Mapping by a cubic curve.
+ *
+ * Maps each sample by nLevels nodes joined by cubics, pLevels[k] being the position of node k and pValues[k]
+ * its value. In each interval the curve is the cubic through four nodes: the two at its ends and their
+ * neighbours on both sides; the first interval uses the first four nodes, the last one the last four. A
+ * sample below the first level, or at or above the last one, passes unchanged. Arguments and checks are those
+ * of zoriLUT.
+ *
+ * Integers are computed in double precision with 0.5 added, cut toward zero (so an exact -1 gives 0) and
+ * clamped to the range of the type; an interval that is one level wide takes pValues[k] as it is. 32f:
+ * differences are formed in single precision, the cubic in double, rounded once. A NaN sample passes
+ * unchanged.
+ *
+ * With fewer than four nodes, in any channel, the call is one of zoriLUT_Linear. Levels must differ from each
+ * other; intervals next to coinciding nodes have no defined curve. 8u maps need no memory; the other types
+ * allocate their map or their coefficients in the call (ZorErrAlloc).
+ *
+ * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
+ * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ */
+ZorStatus zoriLUT_Cubic_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+
+/*
+ * zoriLUTPalette_{8u,16u}_{C1,C3,AC4,C3A0C4}R
+ * zoriLUTPalette_{8u24u,8u32u,16u8u,16u24u,16u32u}_C1R
+ *
+ * Mapping by a table of values.
+ *
+ * dst = pTable[src & (2^nBitSize - 1)]: the low nBitSize bits of a sample are its index in a table of
+ * 2^nBitSize entries. nBitSize lies in 1..8 for 8u sources and in 1..16 for 16u sources; else ZorErrBitSize.
+ * Entries have the type of the destination; those of the 24u forms are three packed bytes, as are the pixels
+ * that they write.
+ *
+ * C1 has one table; C3, AC4 and C3A0C4 have an array of three tables, one a channel, whose pointers are
+ * tested after the size. AC4 leaves the fourth channel of the destination as it was. C3A0C4 makes four
+ * channels of three with alpha first: alphaValue, then the channels 0, 1, 2 of the source through their
+ * tables. An alphaValue outside the range of the type leaves that channel of the destination as it was.
+ *
+ * Checks: null pointers, region size, nBitSize (ZorErrBitSize).
+ */
+ZorStatus zoriLUTPalette_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_C3A0C4R(const Zor16u* pSrc, int srcStep, int alphaValue, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u24u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_8u32u_C1R(const Zor8u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize, const Zor32u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u24u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize, const Zor32u* pTable, int nBitSize);
+
+/*
+ * zoriLUTPaletteSwap_8u_C3A0C4R
+ *
+ * Mapping by tables with alpha last.
+ *
+ * As zoriLUTPalette, with the order of the channels reversed: the destination pixel is channel 2 of the
+ * source through pTable[2], channel 1 through pTable[1], channel 0 through pTable[0], then alphaValue.
+ * Indices are the low nBitSize bits of the samples, nBitSize in 1..8, else ZorErrBitSize. An alphaValue
+ * outside 0..255 leaves the fourth channel of the destination as it was. The three table pointers are tested
+ * after the size.
+ *
+ * Checks: null pointers, region size, nBitSize (ZorErrBitSize).
+ */
+ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+
+/*
  * zoriHistogramEven_{8u,16u,16s}_{C1,C3,C4,AC4}R
  *
  * Histogram with even bins.

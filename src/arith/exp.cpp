@@ -36,7 +36,7 @@ template <class T> struct Exponentials {
   {
     // all samples are below or above the whole staircase at the scales beyond
     const int scale = scaleFactor < -100000 ? -100000 : scaleFactor > 100000 ? 100000 : scaleFactor;
-    const int first = static_cast<int>(std::ceil((scale - 1) * explog::ln2)); // the result rises from 0
+    const int first = static_cast<int>(std::ceil((scale - 1) * 0.6931471805599453)); // the result rises from 0
     int level = 0, atBottom = 0;
     for (int i = 0; i < steps; ++i) {
       const int x = first + i, above = result(x, scale), rise = above - level;

@@ -41,6 +41,23 @@ template <class T> struct NoLogarithm {
   }
 };
 
+// 8u: what the operation gives for each of the 256 samples.
+struct Table {
+  Zor8u values[256];
+
+  template <class Op> explicit Table(Op op)
+  {
+    Zor8u samples[256];
+    for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
+    mapGroups(values, 256, op, samples);
+  }
+  void operator()(Zor8u* dst, std::ptrdiff_t length, const Zor8u* src) const
+  {
+#pragma GCC unroll 8
+    for (std::ptrdiff_t i = 0; i < length; ++i) dst[i] = values[src[i]];
+  }
+};
+
 // Beyond these scales every result is 0, or a bound for whatever is above 1.
 inline constexpr int greatestScale = 8, leastScale = -20;
 
@@ -48,6 +65,9 @@ template <class T, Layout L> ZorStatus integerLns(ZorImgSize roi, Rows<T> dst, R
 {
   const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
   const IntegerLn<T> op{std::ldexp(1.0, -scale)};
+  if constexpr (sizeof(T) == 1)
+    if (static_cast<long long>(roi.width) * roi.height >= 1024) // pays for the table
+      return mapRegionWarning<L>(roi, dst, src, NoLogarithm<T>{}, Table(op));
   return mapGroupsWarning<L>(roi, dst, src, NoLogarithm<T>{}, op);
 }
 

@@ -13,8 +13,9 @@
 
 namespace zori {
 
-// ---- The paths by scale: zero image above zeroAbove, Positive down to 2, One, Plain at 0, Negative down to boundBelow,
-// Bound below that. ----
+// ---- The paths by scale ----
+//
+// From the greatest down: Zero above zeroAbove, Positive to 2, One, Plain at 0, Negative to boundBelow, Bound.
 
 struct ScaleRange {
   int zeroAbove, boundBelow;
@@ -205,8 +206,8 @@ template <class T, Layout L> ZorStatus zeroImage(T* pDst, int dstStep, ZorImgSiz
 // ---- Two images ----
 
 template <template <class> class Operation, class T, Layout L>
-[[gnu::noinline]] ZorStatus scaledImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
-                                         ZorImgSize roiSize, int scaleFactor)
+[[gnu::noinline]] ZorStatus scaledImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst,
+                                         int dstStep, ZorImgSize roiSize, int scaleFactor)
 {
   ZorStatus s;
   if constexpr (isComplex<T>)

@@ -1,9 +1,8 @@
 // zoriCopy_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4,C3AC4,AC4C3}R, zoriCopyManaged_8u_C1R: copies of whole pixels.
 //
-// Between equal layouts a row is bytes. Where the fourth channel stays, blocks of pixels are merged with what the
-// destination holds.
+// Between equal layouts a row is bytes. Where one side has a fourth channel that is not moved, vectors of pixels are
+// merged with what the destination holds, or written closer together.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "region.h"
 #include "rowkernels/channels.h"
 #include "rowkernels/copy.h"
@@ -11,30 +10,21 @@
 
 namespace zori {
 
-struct Unchanged {
-  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
-};
-
-// Equal layouts. Steps are not tested.
 template <class T, Layout L> ZorStatus copyRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
-  if constexpr (L == AC4) {
-    mapRegion<L>(Serial{}, roiSize, Unchanged{}, Rows{raw(pDst), dstStep}, Rows{raw(pSrc), srcStep});
-  } else {
-    constexpr int pixelBytes = channels<L> * bytesOf<T>;
-    const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, srcStep}, Operand{pixelBytes, dstStep});
-    const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
-    const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
-    const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
-    for (int y = 0; y < rows.height; ++y) ownsCopyRow_8u(src[y], dst[y], bytes, 1LL * bytes * rows.height);
-  }
+  constexpr int pixelBytes = channels<L> * bytesOf<T>;
+  const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, srcStep}, Operand{pixelBytes, dstStep});
+  const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
+  const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
+  const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
+  for (int y = 0; y < rows.height; ++y) ownsCopyRow_8u(src[y], dst[y], bytes, 1LL * bytes * rows.height);
   return ZorOk;
 }
 
-// Three channels out of four (AC4C3), or into them beside a fourth that stays (C3AC4).
+// The first three channels alone, from pixels of SrcChannels to pixels of DstChannels.
 template <class T, int SrcChannels, int DstChannels>
-ZorStatus copyColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
+ZorStatus copyColourRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   const ZorImgSize rows =
@@ -42,8 +32,8 @@ ZorStatus copyColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   const Rows src{raw(pSrc), srcStep};
   const Rows dst{raw(pDst), dstStep};
   for (int y = 0; y < rows.height; ++y)
-    if constexpr (DstChannels == 4) copyThreeIntoFour(src[y], dst[y], rows.width);
-    else copyThreeOfFour(src[y], dst[y], rows.width);
+    if constexpr (DstChannels == 3) dropFourth(src[y], dst[y], rows.width);
+    else copyColour<Raw<T>, SrcChannels>(src[y], dst[y], rows.width);
   return ZorOk;
 }
 
@@ -67,8 +57,8 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
   { return call(pSrc, srcStep, pDst, dstStep, roiSize); }
 #define STAMPS(type)                                                                                       \
   STAMP(C1R, type, (copyRegion<Zor##type, C1>)) STAMP(C3R, type, (copyRegion<Zor##type, C3>))              \
-  STAMP(C4R, type, (copyRegion<Zor##type, C4>)) STAMP(AC4R, type, (copyRegion<Zor##type, AC4>))            \
-  STAMP(C3AC4R, type, (copyColour<Zor##type, 3, 4>)) STAMP(AC4C3R, type, (copyColour<Zor##type, 4, 3>))
+  STAMP(C4R, type, (copyRegion<Zor##type, C4>)) STAMP(AC4R, type, (copyColourRegion<Zor##type, 4, 4>))            \
+  STAMP(C3AC4R, type, (copyColourRegion<Zor##type, 3, 4>)) STAMP(AC4C3R, type, (copyColourRegion<Zor##type, 4, 3>))
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
 #undef STAMPS
 #undef STAMP

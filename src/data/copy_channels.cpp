@@ -63,8 +63,12 @@ using namespace zori;
 
 ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize)
 {
-  const Zor8u* const planes[3] = {pSrc, pSrc, pSrc};
-  return mergeRegion<Zor8u, 3>(planes, srcStep, pDst, dstStep, roiSize);
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
+  const ZorImgSize rows = mergedRows(roiSize, Operand{1, srcStep}, Operand{3, dstStep});
+  for (int y = 0; y < rows.height; ++y)
+    moveChannels<true>(Planar<const Zor8u, 1>{{rowAt(pSrc, srcStep, y)}},
+                       Interleaved<Zor8u, 3>{{rowAt(pDst, dstStep, y)}}, rows.width, OneChannel{}, zero<Zor8u>());
+  return ZorOk;
 }
 
 #define STAMP(type, layouts, S, D)                                                                          \

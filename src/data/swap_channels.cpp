@@ -43,14 +43,14 @@ ZorStatus swapColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   return ZorOk;
 }
 
-// Channel k of the destination is number index[k] of the source's three channels and a constant.
+// Channel k of the destination is number index[k] of the source's three channels, a constant, and zero.
 template <class T> struct Selected {
   int index[4];
   Vec<T> constant;
 
   void operator()(const Vec<T> (&in)[3], Vec<T> (&out)[4]) const
   {
-    const Vec<T> from[4] = {in[0], in[1], in[2], constant};
+    const Vec<T> from[5] = {in[0], in[1], in[2], constant, zero<T>()};
     for (int k = 0; k < 4; ++k) out[k] = from[index[k]];
   }
 };
@@ -66,18 +66,18 @@ ZorStatus swapToFour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   R lanes[Vec<R>::size] = {};
   bool all = true;
   for (int k = 0; k < 4; ++k) {
-    const bool written = dstOrder[k] <= 3;
-    selected.index[k] = std::min(dstOrder[k], 3);
-    for (int i = k; i < Vec<R>::size; i += 4) lanes[i] = static_cast<R>(written ? -1 : 0);
-    all &= written;
+    selected.index[k] = std::min(dstOrder[k], 4);
+    const bool stays = dstOrder[k] > 3;
+    for (int i = k; i < Vec<R>::size; i += 4) lanes[i] = static_cast<R>(stays ? -1 : 0);
+    all &= !stays;
   }
-  const Vec<R> writtenLanes = load<R>(lanes);
+  const Vec<R> kept = load<R>(lanes);
   const ZorImgSize rows = mergedRows(roiSize, Operand{3 * bytesOf<T>, srcStep}, Operand{4 * bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y) {
     const Interleaved<const R, 3> src{raw(rowAt(pSrc, srcStep, y))};
     const Interleaved<R, 4> dst{raw(rowAt(pDst, dstStep, y))};
-    if (all) moveChannels<true>(src, dst, rows.width, selected, writtenLanes);
-    else moveChannels<false>(src, dst, rows.width, selected, writtenLanes);
+    if (all) moveChannels<true>(src, dst, rows.width, selected, kept);
+    else moveChannels<false>(src, dst, rows.width, selected, kept);
   }
   return ZorOk;
 }

@@ -87,8 +87,11 @@ template <int Moved>
   // waits for a writing.
   const Block last = local.movedAtEnd<Moved>(src + length - block, dst + length - block);
   Block waiting = local.movedAtEnd<Moved>(src, dst);
+  const std::ptrdiff_t distance = fetchDistance<T>(length);
   std::ptrdiff_t i = block;
   for (; i + block < length; i += block) { // behind the block there is at least a pixel
+    fetchAhead(src + i, distance);
+    fetchAhead(dst + i, distance);
     const Block next = local.moved<Moved>(src + i, dst + i);
     waiting.writeTo(dst + i - block);
     waiting = next;
@@ -114,10 +117,14 @@ template <class T, int N>
                                  (load<T>(at + local.offset_[1]) & local.lanes_[1]) |
                                  (load<T>(at + local.offset_[2]) & local.lanes_[2]));
   };
+  const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
   pixel(0);
   std::ptrdiff_t x = 1; // with a pixel on either side of what is read
-  for (; x + 4 * step < width; x += 4 * step)
+  for (; x + 4 * step < width; x += 4 * step) {
+    fetchAhead(src + 4 * x, distance);
+    fetchAhead(dst + 3 * x, distance);
     for (int v = 0; v < 4; ++v) pixels(x + v * step);
+  }
   for (; x + step < width; x += step) pixels(x);
   for (; x < width; ++x) pixel(x);
 }

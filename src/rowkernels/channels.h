@@ -68,9 +68,10 @@ template <class T> inline void merge(const Vec<T> (&channel)[3], Vec<T> (&out)[3
   if constexpr (sizeof(T) == 1) unsortHalves(a16, b16, c16);
   U32x4 a = as<std::uint32_t>(a16), b = as<std::uint32_t>(b16), c = as<std::uint32_t>(c16);
   if constexpr (sizeof(T) <= 2) unsortHalves(a, b, c);
-  out[0] = as<T>(pick<2, 0, 1, 0>(interleaveLow(a, b), pick<1, 1, 0, 0>(c, a)));
-  out[1] = as<T>(pick<1, 0, 2, 0>(pick<1, 1, 1, 1>(b, c), interleaveHigh(a, b)));
-  out[2] = as<T>(pick<2, 0, 2, 0>(pick<3, 3, 2, 2>(c, a), pick<3, 3, 3, 3>(b, c)));
+  const U32x4 ca = as<std::uint32_t>(shuffle<3, 1, 2, 0>(as<std::int32_t>(pick<3, 1, 2, 0>(c, a)))); // c0 a1 c2 a3
+  out[0] = as<T>(pick<1, 0, 1, 0>(interleaveLow(a, b), ca));
+  out[1] = as<T>(pick<1, 0, 3, 2>(interleaveLow(b, c), interleaveHigh(a, b)));
+  out[2] = as<T>(pick<3, 2, 3, 2>(ca, interleaveHigh(b, c)));
 }
 
 // ---- Four channels ----
@@ -129,6 +130,12 @@ template <class T> inline void merge(const Vec<T> (&channel)[4], Vec<T> (&out)[4
 
 enum class Form { Interleaved, Planar };
 
+// Asks for the lines of `bytes` bytes that stand `distance` bytes behind p (see fetchDistance).
+inline void fetchAhead(const void* p, std::ptrdiff_t distance, std::ptrdiff_t bytes = 64)
+{
+  for (std::ptrdiff_t i = 0; i < bytes; i += 64) prefetch(static_cast<const char*>(p) + distance + i);
+}
+
 // The pixels of a row: one run of interleaved channels, or one run a channel.
 template <class T, int N, Form F> struct Pixels {
   using Element = std::remove_const_t<T>;
@@ -144,21 +151,26 @@ template <class T, int N, Form F> struct Pixels {
     for (int i = 0; i < runs; ++i) moved.run[i] = run[i] + x * perPixel;
     return moved;
   }
+  // For four blocks from x on.
+  void fetch(std::ptrdiff_t x, std::ptrdiff_t distance) const
+  {
+    for (int i = 0; i < runs; ++i) fetchAhead(run[i] + x * perPixel, distance, 64 * perPixel);
+  }
   void load(std::ptrdiff_t x, Vec<Element> (&channel)[N]) const
   {
     if constexpr (F == Form::Interleaved) split<Element>(run[0] + x * N, channel);
     else
       for (int k = 0; k < N; ++k) channel[k] = zori::load<Element>(run[k] + x);
   }
-  // Elements of interleaved pixels are written where `written` has ones; it counts in whole pixels.
-  template <bool All> void store(std::ptrdiff_t x, const Vec<Element> (&channel)[N], Vec<Element> written) const
+  // Lanes of interleaved pixels that `kept` names keep their value; they are zero in the channels given.
+  template <bool All> void store(std::ptrdiff_t x, const Vec<Element> (&channel)[N], Vec<Element> kept) const
   {
     if constexpr (F == Form::Interleaved) {
       Vec<Element> pixels[N];
       merge(channel, pixels);
       for (int i = 0; i < N; ++i) {
         T* const p = run[0] + x * N + i * lanesOf<Element>;
-        zori::store(p, All ? pixels[i] : select(written, pixels[i], zori::load<Element>(p)));
+        zori::store(p, All ? pixels[i] : pixels[i] | (zori::load<Element>(p) & kept));
       }
     } else {
       for (int k = 0; k < N; ++k) zori::store(run[k] + x, channel[k]);
@@ -195,31 +207,44 @@ template <class P> struct LocalBlock {
 // dst = op(src) in blocks; op has Vec<T>[Src::channels] for input and fills Vec<T>[Dst::channels]. The last block
 // overlaps the one before it and is formed first, so that a row may shrink in place.
 template <bool All, class Src, class Dst, class Op, class T = typename Dst::Element>
-[[gnu::noinline]] void moveChannels(Src src, Dst dst, std::ptrdiff_t width, Op op, Vec<T> written)
+[[gnu::noinline]] void moveChannels(Src src, Dst dst, std::ptrdiff_t width, Op op, Vec<T> kept)
 {
   constexpr std::ptrdiff_t block = lanesOf<T>;
   if (width < block) {
     LocalBlock<Src> from(src, width);
     LocalBlock<Dst> to(dst, width);
-    moveChannels<All>(Src(from.pixels()), Dst(to.pixels()), block, op, written);
+    moveChannels<All>(Src(from.pixels()), Dst(to.pixels()), block, op, kept);
     to.copyTo(dst, width);
     return;
   }
   Vec<T> in[Src::channels], out[Dst::channels], last[Dst::channels];
   src.load(width - block, in);
   op(in, last);
+  const std::ptrdiff_t distance = fetchDistance<T>(width * Src::channels);
   for (std::ptrdiff_t x = 0; x + block <= width; x += block) {
+    if (x % (4 * block) == 0) {
+      src.fetch(x, distance);
+      dst.fetch(x, distance);
+    }
     src.load(x, in);
     op(in, out);
-    dst.template store<All>(x, out, written);
+    dst.template store<All>(x, out, kept);
   }
-  dst.template store<All>(width - block, last, written);
+  dst.template store<All>(width - block, last, kept);
 }
 
 struct SameChannels {
   template <class T, int N> void operator()(const Vec<T> (&in)[N], Vec<T> (&out)[N]) const
   {
     for (int k = 0; k < N; ++k) out[k] = in[k];
+  }
+};
+
+// All channels are the one of the source.
+struct OneChannel {
+  template <class T, int N> void operator()(const Vec<T> (&in)[1], Vec<T> (&out)[N]) const
+  {
+    for (int k = 0; k < N; ++k) out[k] = in[0];
   }
 };
 
@@ -256,28 +281,37 @@ template <class T> inline void storeNarrowed(T* p, Vec<T> x)
   }
 }
 
-// The fourth channel of the destination stays.
-template <class T> [[gnu::noinline]] void copyThreeIntoFour(const T* src, T* dst, std::ptrdiff_t width)
+// The first three channels of pixels of SrcChannels; the fourth channel of the destination stays.
+template <class T, int SrcChannels> [[gnu::noinline]] void copyColour(const T* src, T* dst, std::ptrdiff_t width)
 {
   constexpr int step = fourChannelPixels<T>;
   const Vec<T> colour = colourMask<T>();
-  const auto widen = [=](std::ptrdiff_t x) {
-    store(dst + 4 * x, select(colour, loadWidened(src + 3 * x), load<T>(dst + 4 * x)));
+  const auto copy = [=](std::ptrdiff_t x) {
+    const T* const from = src + SrcChannels * x;
+    store(dst + 4 * x, select(colour, SrcChannels == 3 ? loadWidened(from) : load<T>(from), load<T>(dst + 4 * x)));
   };
+  const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
   std::ptrdiff_t x = 0;
-  for (; x + 4 * step < width; x += 4 * step)
-    for (int v = 0; v < 4; ++v) widen(x + v * step);
-  for (; x + step < width; x += step) widen(x);
-  for (; x < width; ++x) std::memcpy(dst + 4 * x, src + 3 * x, 3 * sizeof(T));
+  for (; x + 4 * step < width; x += 4 * step) {
+    fetchAhead(src + SrcChannels * x, distance);
+    fetchAhead(dst + 4 * x, distance);
+    for (int v = 0; v < 4; ++v) copy(x + v * step);
+  }
+  for (; x + step < width; x += step) copy(x);
+  for (; x < width; ++x) std::memmove(dst + 4 * x, src + SrcChannels * x, 3 * sizeof(T));
 }
 
-// May be in place.
-template <class T> [[gnu::noinline]] void copyThreeOfFour(const T* src, T* dst, std::ptrdiff_t width)
+// Pixels of four channels to pixels of three. May be in place.
+template <class T> [[gnu::noinline]] void dropFourth(const T* src, T* dst, std::ptrdiff_t width)
 {
   constexpr int step = fourChannelPixels<T>;
+  const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
   std::ptrdiff_t x = 0;
-  for (; x + 4 * step < width; x += 4 * step)
+  for (; x + 4 * step < width; x += 4 * step) {
+    fetchAhead(src + 4 * x, distance);
+    fetchAhead(dst + 3 * x, distance);
     for (int v = 0; v < 4; ++v) storeNarrowed(dst + 3 * (x + v * step), load<T>(src + 4 * (x + v * step)));
+  }
   for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T>(src + 4 * x));
   for (; x < width; ++x) std::memmove(dst + 3 * x, src + 4 * x, 3 * sizeof(T));
 }
@@ -295,7 +329,12 @@ template <class T, int N> [[gnu::noinline]] void takeChannel(const T* p, T* dst,
   }
   Vec<T> channel[N], last[N];
   split(p + (width - block) * N - (N - 1), last);
+  const std::ptrdiff_t distance = fetchDistance<T>(width);
   for (std::ptrdiff_t x = 0; x + block < width; x += block) {
+    if (x % (4 * block) == 0) {
+      fetchAhead(p + x * N, distance, 64 * N);
+      fetchAhead(dst + x, distance);
+    }
     split(p + x * N, channel);
     store(dst + x, channel[0]);
   }
@@ -310,14 +349,19 @@ template <class P> inline void oneByOne(P& p) { asm("" : "+r"(p)); }
 template <class T, int SrcStride, int DstStride>
 [[gnu::noinline]] void moveChannel(const T* src, T* dst, std::ptrdiff_t width)
 {
-  for (; width >= 4; width -= 4, src += 4 * SrcStride, dst += 4 * DstStride) {
-    oneByOne(src);
-    const T a = get<T>(src), b = get<T>(src + SrcStride), c = get<T>(src + 2 * SrcStride),
-            d = get<T>(src + 3 * SrcStride);
-    put(dst, a);
-    put(dst + DstStride, b);
-    put(dst + 2 * DstStride, c);
-    put(dst + 3 * DstStride, d);
+  const std::ptrdiff_t distance = fetchDistance<T>(width * DstStride);
+  for (; width >= 16; width -= 16) {
+    fetchAhead(src, distance, 16 * SrcStride * sizeof(T));
+    fetchAhead(dst, distance, 16 * DstStride * sizeof(T));
+    for (int i = 0; i < 4; ++i, src += 4 * SrcStride, dst += 4 * DstStride) {
+      oneByOne(src);
+      const T a = get<T>(src), b = get<T>(src + SrcStride), c = get<T>(src + 2 * SrcStride),
+              d = get<T>(src + 3 * SrcStride);
+      put(dst, a);
+      put(dst + DstStride, b);
+      put(dst + 2 * DstStride, c);
+      put(dst + 3 * DstStride, d);
+    }
   }
   for (; width > 0; --width, src += SrcStride, dst += DstStride) {
     oneByOne(src);

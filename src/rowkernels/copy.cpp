@@ -1,8 +1,8 @@
 // Copies of one row: the forward copy of 64 bytes a round, and the checking forms by type.
 #include "copy.h"
 
+#include "drivers.h"
 #include "frame/checks.h"
-#include "simd.h"
 
 #include <cstring>
 
@@ -35,9 +35,15 @@ inline void copyTail(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
 
 struct Ordinary {
   static void write(Zor8u* p, Vec<Zor8u> x) { storeAligned(p, x); }
+  static void fetch(const Zor8u* src, const Zor8u* dst, std::ptrdiff_t distance)
+  {
+    prefetch(src + distance);
+    prefetch(dst + distance);
+  }
 };
 struct Streaming {
   static void write(Zor8u* p, Vec<Zor8u> x) { stream(p, x); }
+  static void fetch(const Zor8u*, const Zor8u*, std::ptrdiff_t) {}
 };
 
 template <class Store> void copyForward(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
@@ -46,7 +52,9 @@ template <class Store> void copyForward(const Zor8u* src, Zor8u* dst, std::ptrdi
   if (bytes >= 16 + head) {
     copyHead(src, dst, head);
     bytes -= head;
+    const std::ptrdiff_t distance = fetchDistance<Zor8u>(bytes);
     for (; bytes >= 64; bytes -= 64, src += 64, dst += 64) {
+      Store::fetch(src, dst, distance);
       const Vec<Zor8u> a = load<Zor8u>(src), b = load<Zor8u>(src + 16);
       const Vec<Zor8u> c = load<Zor8u>(src + 32), d = load<Zor8u>(src + 48);
       Store::write(dst, a);
@@ -80,9 +88,9 @@ void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes)
   std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
 }
 
-// Up to a share of the cache the C library's copy is the fastest (it may use wider vectors); above it that one turns to
-// non-temporal stores, and ordinary ones are faster.
-static constexpr long long libraryCopyLimit = 12 << 20;
+// In the cache the C library's copy is the fastest (it may use wider vectors); beyond it fetching ahead is worth more,
+// and the library's non-temporal stores, which it uses for very large blocks, are slower than ordinary ones.
+static constexpr long long libraryCopyLimit = 3 << 20;
 
 void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
 {

@@ -14,6 +14,7 @@
 
 #include "simd.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -230,9 +231,10 @@ template <class D, class Op, class... S>
   Group<D> first, last;
   if (hasHead) first = op(loadGroup<S>(src)...);
   if (hasTail) last = op(loadGroup<S>(src + length - size)...);
+  const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
   for (; i + 2 * size <= length; i += 2 * size) {
-    fetchGroups(dst + i, fetchDistance<D>(length));
-    (fetchGroups(src + i, fetchDistance<S>(length)), ...);
+    fetchGroups(dst + i, ahead);
+    (fetchGroups(src + i, ahead), ...);
     storeGroup<D>(dst + i, op(loadGroup<S>(src + i)...));
     storeGroup<D>(dst + i + size, op(loadGroup<S>(src + i + size)...));
   }

@@ -1,5 +1,4 @@
-// Exponentials and logarithms of groups that hold infinities, NaN, denormal, huge, zero or negative numbers; logarithms
-// of integers.
+// Exponentials and logarithms of infinities, NaN, denormal, huge, zero and negative numbers; logarithms of integers.
 #include "exp_log.h"
 
 #include <limits>
@@ -8,9 +7,11 @@ namespace zori {
 
 namespace explog {
 
+const Constants constants;
+
 static constexpr Zor32f infinity = std::numeric_limits<Zor32f>::infinity();
 
-static F32x4 exponentialOfAny(F32x4 x)
+F32x4 exponentialOfAny(F32x4 x)
 {
   // beyond these bounds the result is 0 or infinite
   const Exponential e(min(max(x, splat(-104.0f)), splat(89.0f)));
@@ -19,52 +20,38 @@ static F32x4 exponentialOfAny(F32x4 x)
   return select(unordered(x, x), x + x, e.mantissa * power(half) * power(n - half));
 }
 
-static F32x4 logarithmOfAny(F32x4 x)
+F32x4 logarithmOfAny(F32x4 x)
 {
   const F32x4 small = less(x, as<Zor32f>(splat(leastNormalBits)));
   Parts parts(select(small, x * splat(0x1p24f), x));
-  parts.exponent -= small & splat(24.0f);
+  parts.exponent -= as<Zor32s>(small) & splat(24);
   F32x4 result = select(equal(x, splat(infinity)), x, logarithm(parts));
   result = select(equal(x, splat(0.0f)), splat(-infinity), result);
   // what is left, negative numbers and NaN, has a NaN for a root too
   return select(greaterEqual(x, splat(0.0f)), result, sqrt(x));
 }
 
-[[gnu::noinline]] Group<Zor32f> exponentialOfAny(const Group<Zor32f>& x)
-{
-  Group<Zor32f> y;
-  for (int k = 0; k < x.parts; ++k) y.part[k] = exponentialOfAny(x.part[k]);
-  return y;
-}
-
-[[gnu::noinline]] Group<Zor32f> logarithmOfAny(const Group<Zor32f>& x)
-{
-  Group<Zor32f> y;
-  for (int k = 0; k < x.parts; ++k) y.part[k] = logarithmOfAny(x.part[k]);
-  return y;
-}
-
 } // namespace explog
 
-// The logarithm of (1 + f) * 2^exponent, as in single precision; without cancellation no care is needed.
-static F64x2 logarithm(F64x2 f, F64x2 exponent)
+// ln((1 + f) * 2^exponent) * factor as in single precision, but that no cancellation matters here.
+static F64x2 scaledLogarithm(F64x2 f, F64x2 exponent, F64x2 factor)
 {
   const F64x2 s = f / (f + splat(2.0)), z = s * s;
-  F64x2 series = z * splat(0.1662222803754402832) + splat(0.1814016660403494962);
-  series = series * z + splat(0.2222286290237226054);
-  series = series * z + splat(0.2857142413260568745);
-  series = series * z + splat(0.40000000011224517);
-  series = series * z + splat(0.666666666666620744);
-  return exponent * splat(explog::ln2) + (s + s + s * z * series);
+  F64x2 series = z * splat(0.1936304304875124938) + splat(0.2219138078904433381); // from here on within 1e-11
+  series = series * z + splat(0.2857175485162510781);
+  series = series * z + splat(0.3999999879579106314);
+  series = series * z + splat(0.6666666666737622547);
+  return exponent * (splat(0x1.62e42fefa39efp-1) * factor) + s * factor * (series * z + splat(2.0));
 }
 
-[[gnu::noinline]] Group<Zor32s> integerLogarithm(const Group<Zor32f>& x, Zor64f factor)
+Group<Zor32s> integerLogarithm(const Group<Zor32f>& x, Zor64f factor)
 {
   Group<Zor32s> y;
   for (int k = 0; k < x.parts; ++k) {
     const explog::Parts parts(x.part[k]);
-    y.part[k] = toInt(logarithm(toDoubleLow(parts.fraction), toDoubleLow(parts.exponent)) * splat(factor),
-                      logarithm(toDoubleHigh(parts.fraction), toDoubleHigh(parts.exponent)) * splat(factor));
+    const auto scaled = [=](F64x2 f, F64x2 exponent) { return scaledLogarithm(f, exponent, splat(factor)); };
+    y.part[k] = toInt(scaled(toDoubleLow(parts.fraction), toDoubleLow(parts.exponent)),
+                      scaled(toDoubleHigh(parts.fraction), toDoubleHigh(parts.exponent)));
   }
   return y;
 }

@@ -37,6 +37,7 @@ struct RowSource {
   const Zor8u* p;
   Vec<Zor8u> vector(std::ptrdiff_t offset, int j) const { return load<Zor8u>(p + offset + 16 * j); }
   const Zor8u* pixel(std::ptrdiff_t offset) const { return p + offset; }
+  void fetch(std::ptrdiff_t offset, std::ptrdiff_t distance, int bytes) const { fetchAhead(p + offset, distance, bytes); }
 };
 struct PatternSource {
   Vec<Zor8u> vectors[3];
@@ -46,6 +47,7 @@ struct PatternSource {
   {}
   Vec<Zor8u> vector(std::ptrdiff_t, int j) const { return vectors[j % 3]; }
   const Zor8u* pixel(std::ptrdiff_t) const { return onePixel; }
+  void fetch(std::ptrdiff_t, std::ptrdiff_t, int) const {}
 };
 
 // The first Used bytes of each selected pixel of Bytes bytes. The row may be its own source.
@@ -65,6 +67,7 @@ template <int Bytes, int Used, class Source>
     for (int i = 0; i < 16; ++i) rest[i] = i % Bytes < Used ? 0 : 0xff;
   const Vec<Zor8u> keepRest = load<Zor8u>(rest);
 
+  const std::ptrdiff_t distance = fetchDistance<Zor8u>(width * Bytes);
   const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
     Vec<Zor8u> keep[blocks], keepAll = equal(load<Zor8u>(mask + x), zero<Zor8u>());
     keep[0] = keepAll;
@@ -75,6 +78,8 @@ template <int Bytes, int Used, class Source>
     if (moveMask(keepAll) == 0xffff) return;
     const std::ptrdiff_t offset = x * Bytes;
     Zor8u* const to = dst + offset;
+    fetchAhead(to, distance, blocks * 16 * Bytes);
+    src.fetch(offset, distance, blocks * 16 * Bytes);
     for (int b = 0; b < blocks; ++b)
       widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u> k) {
         if constexpr (Used < Bytes) k = k | keepRest;

@@ -1,9 +1,9 @@
-// Sums, differences and products scaled by a power of two: saturate(round(v * 2^-scale)) of the exact result v, rounded to
-// nearest with ties to even. And the same operations of floats, unscaled.
+// Sums, differences and products scaled by a power of two: saturate(round(v * 2^-scale)) of the exact result v, rounded
+// to nearest with ties to even. And the same operations of floats, unscaled.
 //
-// An operation tells its exact result in vectors, in a form that never overflows: sums as half and last bit, products in
-// lanes of twice the width. The rule stands here once, for lanes of every width. AtScale puts an operation on the path
-// that a scale takes.
+// An operation tells its exact result in vectors, in a form that never overflows: sums as half and last bit, products
+// in lanes of twice the width. The rule stands here once, for lanes of every width. AtScale puts an operation on the
+// path that a scale takes.
 #pragma once
 
 #include "drivers.h"
@@ -30,7 +30,24 @@ template <> struct PartsOf<Zor32fc> : TwoParts<Zor32f> {};
 template <class T> using Part = typename PartsOf<T>::Part;
 template <class T> inline constexpr int partCount = PartsOf<T>::count;
 
-// ---- The rule in one lane: shifts that round and shifts that saturate. ----
+// ---- Lane by lane: sums, and shifts that round or saturate. ----
+
+template <class T> inline Vec<T> saturatedSum(Vec<T> a, Vec<T> b)
+{
+  if constexpr (sizeof(T) < 4) return addSat(a, b);
+  else { // a sum of another sign than both operands has left the range on the side of a
+    const Vec<T> sum = a + b;
+    return select(signs((a ^ sum) & (b ^ sum)), signs(a) ^ splat(std::numeric_limits<T>::max()), sum);
+  }
+}
+template <class T> inline Vec<T> saturatedDifference(Vec<T> a, Vec<T> b)
+{
+  if constexpr (sizeof(T) < 4) return subSat(a, b);
+  else {
+    const Vec<T> difference = a - b;
+    return select(signs((a ^ b) & (a ^ difference)), signs(a) ^ splat(std::numeric_limits<T>::max()), difference);
+  }
+}
 
 // Shifts that serve bytes too. To the left no bit may leave its byte.
 template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
@@ -78,7 +95,7 @@ template <class T> inline Vec<T> scaledDown(Halved<T> v, int scale) // by 2 or m
 {
   return roundedShiftRight(v.half, v.odd, scale - 1);
 }
-template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) { return v.half + (v.odd & v.half); }
+template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) { return saturatedSum(v.half, v.odd & v.half); }
 
 // Products: two vectors of lanes of twice the width.
 template <class W> struct Wide {
@@ -133,12 +150,8 @@ template <class T> struct Sum {
   }
   static Vec<T> saturated(Vec<T> a, Vec<T> b)
   {
-    if constexpr (!isInt<T>) return a + b;
-    else if constexpr (sizeof(T) < 4) return addSat(a, b);
-    else {
-      const Vec<T> sum = a + b;
-      return select(signs((a ^ sum) & (b ^ sum)), signs(a) ^ splat(std::numeric_limits<T>::max()), sum);
-    }
+    if constexpr (isInt<T>) return saturatedSum(a, b);
+    else return a + b;
   }
 };
 
@@ -154,18 +167,14 @@ template <class T> struct Difference { // a - b
       const Vec<T> n = b ^ splat(T(-1));
       return {(a | n) - shiftRight<1>(a ^ n), (a ^ b) & one};
     } else { // what is negative ends at 0 at every scale
-      const Vec<T> difference = subSat(a, b);
+      const Vec<T> difference = saturatedDifference(a, b);
       return {lanesRight(difference, 1), difference & one};
     }
   }
   static Vec<T> saturated(Vec<T> a, Vec<T> b)
   {
-    if constexpr (!isInt<T>) return a - b;
-    else if constexpr (sizeof(T) < 4) return subSat(a, b);
-    else {
-      const Vec<T> difference = a - b;
-      return select(signs((a ^ b) & (a ^ difference)), signs(a) ^ splat(std::numeric_limits<T>::max()), difference);
-    }
+    if constexpr (isInt<T>) return saturatedDifference(a, b);
+    else return a - b;
   }
 };
 
@@ -297,16 +306,26 @@ void imageRow(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b)
 {
   const Op op{shift};
   if constexpr (shape == Shape::Whole) mapRow(dst, length, op, a, b);
-  else if constexpr (shape == Shape::KeepFourth) mapRow(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), a, b);
+  else if constexpr (shape == Shape::KeepFourth)
+    mapRow(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), a, b);
   else mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int) { return op(load<T>(a + i), load<T>(b + i)); });
 }
+
+// With one constant for all samples a row needs no pattern.
+template <class Op> struct WithConstant {
+  Op op;
+  Vec<typename Op::T> constant;
+  Vec<typename Op::T> operator()(Vec<typename Op::T> x) const { return op(x, constant); }
+};
 
 template <Shape shape, class Op, class T>
 void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const Pattern<T>& constant)
 {
   const Op op{shift};
-  if constexpr (shape == Shape::Whole) mapRowWith(constant, dst, length, op, src);
-  else if constexpr (shape == Shape::KeepFourth)
+  if constexpr (shape == Shape::Whole) {
+    if (constant.period == 1) mapRow(dst, length, WithConstant<Op>{op, constant.at(0)}, src);
+    else mapRowWith(constant, dst, length, op, src);
+  } else if constexpr (shape == Shape::KeepFourth)
     mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);
   else {
     const Vec<T> c[2] = {constant.at(0), constant.at(8 - Vec<T>::size)};

@@ -18,7 +18,10 @@ static void fill(const PixelPattern& pattern, Zor8u* dst, std::ptrdiff_t bytes)
   store(dst, pattern.at(0));
   std::ptrdiff_t i = elementsToAlignment(dst);
   Vec<Zor8u> a = pattern.at(i), b = pattern.at(i + 16), c = pattern.at(i + 32);
+  const std::ptrdiff_t distance = fetchDistance<Zor8u>(bytes);
   for (; i + 96 <= bytes; i += 96) {
+    prefetch(dst + i + distance);
+    prefetch(dst + i + distance + 48);
     storeAligned(dst + i, a);
     storeAligned(dst + i + 16, b);
     storeAligned(dst + i + 32, c);
@@ -34,9 +37,9 @@ static void fill(const PixelPattern& pattern, Zor8u* dst, std::ptrdiff_t bytes)
   store(dst + bytes - 16, pattern.at((bytes - 16) % PixelPattern::period));
 }
 
-// Up to a share of the cache the C library's fill is the fastest: it may use string instructions, which do not read
-// what they overwrite. Above it those go past the cache, and ordinary stores are faster.
-static constexpr long long librarySetLimit = 8 << 20;
+// In the cache the C library's fill is the fastest: it may use string instructions, which do not read what they
+// overwrite. For larger blocks those go past the cache, and ordinary stores are faster.
+static constexpr long long librarySetLimit = 10 << 20;
 
 void ownsSet_8u(const PixelPattern& pattern, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
 {

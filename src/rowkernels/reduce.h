@@ -1,0 +1,322 @@
+// Reductions of rows to numbers. PixelVectors are taken apart into a vector a channel, and every channel has a reducer of its own:
+//
+//   add(j, x...)   takes Vec<T>::size pixels of the channel, of one image or of two; j counts the vectors of a row modulo
+//                  `groups`, for reducers with several accumulators
+//   flush()        is called after at most `capacity` vectors and at the end of a row (endRow), and widens what is narrow
+//
+// What is missing to a whole vector at the end of a row is zero, or the row's last pixel again where `repeats` says so.
+#pragma once
+
+#include "channels.h"
+#include "frame/layout.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace zori {
+
+template <Layout L, class T> struct PixelVectors {
+  Vec<T> channel[processed<L>];
+};
+
+template <Layout L, class T> inline PixelVectors<L, T> loadPixelVectors(const T* p)
+{
+  PixelVectors<L, T> pixels;
+  if constexpr (L == C1) pixels.channel[0] = load<T>(p);
+  else {
+    using U = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
+    Vec<U> channel[channels<L>];
+    split(reinterpret_cast<const U*>(p), channel);
+    for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = as<T>(channel[k]);
+  }
+  return pixels;
+}
+
+// The last pixels of a row in a whole block.
+template <Layout L, class T, bool Repeats> struct LastPixels {
+  static constexpr int lanes = Vec<T>::size;
+  alignas(16) T values[lanes * channels<L>];
+  LastPixels(const T* from, std::ptrdiff_t count)
+  {
+    const std::ptrdiff_t given = count * channels<L>;
+    std::memcpy(values, from, static_cast<std::size_t>(given) * sizeof(T));
+    for (std::ptrdiff_t i = given; i < lanes * channels<L>; ++i) values[i] = Repeats ? values[i - channels<L>] : T(0);
+  }
+};
+
+// f(0), f(1) ... f(N - 1), each a constant.
+template <class F, int... j> inline void forConstants(std::integer_sequence<int, j...>, F f)
+{
+  (f(std::integral_constant<int, j>{}), ...);
+}
+
+template <Layout L, class R, class... T>
+[[gnu::noinline]] void reduceRow(R* reducers, std::ptrdiff_t width, const T*... row)
+{
+  constexpr int n = processed<L>, groups = R::groups;
+  constexpr std::ptrdiff_t lanes = std::common_type_t<std::integral_constant<int, Vec<T>::size>...>::value;
+  R r[n]; // a copy of their own, so that they live in registers
+  for (int k = 0; k < n; ++k) r[k] = reducers[k];
+
+  const auto add = [&](int j, const PixelVectors<L, T>&... pixels) {
+    for (int k = 0; k < n; ++k) r[k].add(j, pixels.channel[k]...);
+  };
+  std::ptrdiff_t x = 0;
+  const std::ptrdiff_t blocks = width / lanes, rounds = blocks / groups;
+  for (std::ptrdiff_t done = 0; done < rounds;) {
+    const std::ptrdiff_t until = rounds - done < R::capacity / groups ? rounds : done + R::capacity / groups;
+    for (; done < until; ++done) {
+      forConstants(std::make_integer_sequence<int, groups>{},
+                   [&](auto j) { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
+      x += groups * lanes;
+    }
+    if (done < rounds)
+      for (int k = 0; k < n; ++k) r[k].flush();
+  }
+  // what is left: vectors, each with its own number, then a part of one
+  forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) {
+    if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
+    else if (x < width)
+      add(j, loadPixelVectors<L>(static_cast<const T*>(LastPixels<L, T, R::repeats>(row + x * channels<L>, width - x).values))...);
+    x += lanes;
+  });
+  for (int k = 0; k < n; ++k) {
+    r[k].endRow();
+    reducers[k] = r[k];
+  }
+}
+
+// All rows; a region without gaps is one row where the order does not matter.
+template <Layout L, class R, class... T> void reduceRegion(R* reducers, ZorImgSize roi, Rows<const T>... image)
+{
+  std::ptrdiff_t width = roi.width;
+  int height = roi.height;
+  const auto contiguous = [&](auto rows) {
+    return static_cast<long long>(width) * channels<L> * static_cast<int>(sizeof(*rows.first)) == rows.step;
+  };
+  if (R::orderFree && height > 1 && (contiguous(image) && ...)) {
+    width *= height;
+    height = 1;
+  }
+  for (int y = 0; y < height; ++y) reduceRow<L>(reducers, width, image[y]...);
+}
+
+// ---- Reducers of integers: exact, in any order ----
+
+struct IntegerReducer {
+  static constexpr bool orderFree = true, repeats = false;
+  static constexpr int groups = 1;
+  static constexpr std::ptrdiff_t capacity = PTRDIFF_MAX;
+  void flush() {}
+  void endRow() {}
+};
+
+inline std::uint64_t lanesSum(Vec<std::uint64_t> x)
+{
+  std::uint64_t lanes[2];
+  store(lanes, x);
+  return lanes[0] + lanes[1];
+}
+
+template <class T> struct IntegerSum;
+
+template <> struct IntegerSum<std::uint8_t> : IntegerReducer {
+  Vec<std::uint64_t> total = zero<std::uint64_t>();
+  void add(int, Vec<std::uint8_t> x) { total += sumAbsDiff(x, zero<std::uint8_t>()); }
+  double value() const { return static_cast<double>(lanesSum(total)); }
+};
+
+template <> struct IntegerSum<std::uint16_t> : IntegerReducer {
+  static constexpr std::ptrdiff_t capacity = 32768; // two words a lane each time
+  Vec<std::uint32_t> lanes = zero<std::uint32_t>();
+  Vec<std::uint64_t> total = zero<std::uint64_t>();
+  void add(int, Vec<std::uint16_t> x)
+  {
+    const Vec<std::uint32_t> pairs = as<std::uint32_t>(x);
+    lanes += (pairs & splat<std::uint32_t>(0xffff)) + shiftRight<16>(pairs);
+  }
+  void flush()
+  {
+    total += widenLow(lanes) + widenHigh(lanes);
+    lanes = zero<std::uint32_t>();
+  }
+  void endRow() { flush(); }
+  double value() const { return static_cast<double>(lanesSum(total)); }
+};
+
+template <> struct IntegerSum<std::int16_t> : IntegerReducer {
+  static constexpr std::ptrdiff_t capacity = 32767;
+  Vec<std::int32_t> lanes = zero<std::int32_t>();
+  Vec<std::uint64_t> total = zero<std::uint64_t>(); // two's complement
+  void add(int, Vec<std::int16_t> x) { lanes += mulAddPairs(x, splat<std::int16_t>(1)); }
+  void flush()
+  {
+    total += as<std::uint64_t>(widenLow(lanes)) + as<std::uint64_t>(widenHigh(lanes));
+    lanes = zero<std::int32_t>();
+  }
+  void endRow() { flush(); }
+  double value() const { return static_cast<double>(static_cast<std::int64_t>(lanesSum(total))); }
+};
+
+// Sums of squares of magnitudes.
+template <class T> struct SquareSum;
+
+template <> struct SquareSum<std::uint8_t> : IntegerReducer {
+  static constexpr std::ptrdiff_t capacity = 16384; // four squares a lane each time
+  Vec<std::uint32_t> lanes = zero<std::uint32_t>();
+  Vec<std::uint64_t> total = zero<std::uint64_t>();
+  void add(int, Vec<std::uint8_t> x)
+  {
+    const Vec<std::int16_t> low = as<std::int16_t>(widenLow(x)), high = as<std::int16_t>(widenHigh(x));
+    lanes += as<std::uint32_t>(mulAddPairs(low, low)) + as<std::uint32_t>(mulAddPairs(high, high));
+  }
+  void flush()
+  {
+    total += widenLow(lanes) + widenHigh(lanes);
+    lanes = zero<std::uint32_t>();
+  }
+  void endRow() { flush(); }
+  double value() const { return static_cast<double>(lanesSum(total)); }
+};
+
+template <> struct SquareSum<std::int16_t> : IntegerReducer { // of signed words
+  Vec<std::uint64_t> total = zero<std::uint64_t>();
+  void add(int, Vec<std::int16_t> x)
+  {
+    const Vec<std::uint32_t> pairs = as<std::uint32_t>(mulAddPairs(x, x)); // at most 2^31, without a sign
+    total += widenLow(pairs) + widenHigh(pairs);
+  }
+  double value() const { return static_cast<double>(lanesSum(total)); }
+};
+
+template <> struct SquareSum<std::uint16_t> : IntegerReducer {
+  static constexpr std::ptrdiff_t capacity = IntegerSum<std::uint16_t>::capacity;
+  IntegerSum<std::uint16_t> low, high; // halves of the squares
+  void add(int j, Vec<std::uint16_t> x)
+  {
+    low.add(j, mulLow(x, x));
+    high.add(j, mulHigh(x, x));
+  }
+  void flush()
+  {
+    low.flush();
+    high.flush();
+  }
+  void endRow() { flush(); }
+  double value() const { return static_cast<double>(lanesSum(low.total) + (lanesSum(high.total) << 16)); }
+};
+
+// ---- Extremes ----
+
+// Minima of floats take the processor longer than those of integers: several accumulators keep it busy. A NaN is passed over.
+template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 4 : 1;
+
+template <class T, bool Greatest> struct Extreme : IntegerReducer {
+  static constexpr bool repeats = true;
+  static constexpr int groups = extremeGroups<T>;
+  Vec<T> best[groups];
+
+  Extreme() = default;
+  explicit Extreme(T start)
+  {
+    for (auto& b : best) b = splat(start);
+  }
+  void add(int j, Vec<T> x) { best[j] = Greatest ? max(x, best[j]) : min(x, best[j]); }
+  T value() const
+  {
+    Vec<T> v = best[0];
+    for (int j = 1; j < groups; ++j) v = Greatest ? max(best[j], v) : min(best[j], v);
+    T lanes[Vec<T>::size];
+    store(lanes, v);
+    T result = lanes[0];
+    for (T lane : lanes) result = (Greatest ? lane > result : lane < result) ? lane : result;
+    return result;
+  }
+};
+
+template <class T> struct BothExtremes : IntegerReducer {
+  static constexpr bool repeats = true;
+  static constexpr int groups = extremeGroups<T>;
+  Extreme<T, false> least;
+  Extreme<T, true> greatest;
+
+  BothExtremes() = default;
+  BothExtremes(T leastStart, T greatestStart) : least(leastStart), greatest(greatestStart) {}
+  void add(int j, Vec<T> x)
+  {
+    least.add(j, x);
+    greatest.add(j, x);
+  }
+};
+
+// ---- Sums of floats, whose order is part of the result ----
+
+struct OrderedReducer : IntegerReducer {
+  static constexpr bool orderFree = false;
+};
+
+// Pixel i of a row goes to lane i mod 16; the lanes of a row are added in pairs down to two, those in double to the total.
+struct FastSum : OrderedReducer {
+  static constexpr int groups = 4;
+  F32x4 lanes[4] = {zero<float>(), zero<float>(), zero<float>(), zero<float>()};
+  double total = 0;
+  void add(int j, F32x4 x) { lanes[j] += x; }
+  void endRow()
+  {
+    const F32x4 four = (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
+    const F32x4 two = four + shuffle<3, 2, 3, 2>(four, four);
+    total += static_cast<double>(firstLane(two));
+    total += static_cast<double>(firstLane(shuffle<1, 1, 1, 1>(two, two)));
+    for (auto& l : lanes) l = zero<float>();
+  }
+  double value() const { return total; }
+};
+
+// Pixel i of a row goes to lane i mod 4; the row's total is (l0 + l1) + (l2 + l3).
+struct FastRowSum : OrderedReducer {
+  F32x4 lanes = zero<float>();
+  double total = 0;
+  void add(int, F32x4 x) { lanes += x; }
+  void endRow()
+  {
+    float l[4];
+    store(l, lanes);
+    total += static_cast<double>((l[0] + l[1]) + (l[2] + l[3]));
+    lanes = zero<float>();
+  }
+  double value() const { return total; }
+};
+
+// Double accumulators for the even and for the odd positions of a row; they go on from row to row.
+struct AccurateSum : OrderedReducer {
+  F64x2 total = zero<double>();
+  void add(int, F32x4 x) { add2(toDoubleLow(x), toDoubleHigh(x)); }
+  void add2(F64x2 low, F64x2 high)
+  {
+    total += low;
+    total += high;
+  }
+  double value() const
+  {
+    double lanes[2];
+    store(lanes, total);
+    return lanes[1] + lanes[0];
+  }
+};
+
+// One double accumulator, pixel after pixel.
+struct AccurateChannelSum : OrderedReducer {
+  double total = 0;
+  void add(int, F32x4 x) { add2(toDoubleLow(x), toDoubleHigh(x)); }
+  void add2(F64x2 low, F64x2 high)
+  {
+    double x[4];
+    store(x, low);
+    store(x + 2, high);
+    for (double v : x) total += v;
+  }
+  double value() const { return total; }
+};
+template <Layout L> using AccurateSumOf = std::conditional_t<L == C1, AccurateSum, AccurateChannelSum>;
+
+} // namespace zori

@@ -1,0 +1,69 @@
+// zoriCountInRange_{8u,32f}_{C1,C3,AC4}R: pixels from a lower to an upper bound, both included.
+#include "frame/checks.h"
+#include "rowkernels/reduce.h"
+#include "zori/stats.h"
+
+namespace zori {
+
+// Masks of all ones count as -1. Bytes are widened before 255 of them have met in a lane.
+template <class T> struct RangeCount : IntegerReducer {
+  using Lane = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::uint32_t>;
+  static constexpr std::ptrdiff_t capacity = sizeof(T) == 1 ? 255 : PTRDIFF_MAX;
+  T lower{}, upper{};
+  Vec<Lane> lanes = zero<Lane>();
+  std::uint64_t total = 0;
+
+  void add(int, Vec<T> x)
+  {
+    Vec<Lane> inside;
+    if constexpr (sizeof(T) == 1) inside = equal(min(max(x, splat(lower)), splat(upper)), x);
+    else inside = as<Lane>(lessEqual(splat(lower), x) & lessEqual(x, splat(upper)));
+    lanes -= inside;
+  }
+  void flush()
+  {
+    if constexpr (sizeof(T) == 1) total += lanesSum(sumAbsDiff(lanes, zero<std::uint8_t>()));
+    else total += lanesSum(widenLow(lanes) + widenHigh(lanes));
+    lanes = zero<Lane>();
+  }
+  void endRow() { flush(); }
+};
+
+template <class T, Layout L>
+ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count, const T* lower, const T* upper)
+{
+  if (auto s = firstFailure(nonNull(pSrc, count, lower, upper), positive(srcStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  RangeCount<T> reducers[processed<L>];
+  for (int k = 0; k < processed<L>; ++k) {
+    reducers[k].lower = get<T>(lower + k);
+    reducers[k].upper = get<T>(upper + k);
+    if (reducers[k].lower > reducers[k].upper) return ZorErrRange;
+  }
+  const Rows src{pSrc, srcStep};
+  for (int y = 0; y < roiSize.height; ++y) reduceRow<L>(reducers, roiSize.width, src[y]);
+  // the zeros that fill the last vector of a row may lie in the range
+  constexpr int lanes = Vec<T>::size;
+  const std::uint64_t filled = static_cast<std::uint64_t>((lanes - roiSize.width % lanes) % lanes) * static_cast<unsigned>(roiSize.height);
+  for (int k = 0; k < processed<L>; ++k) {
+    const bool zeroCounts = reducers[k].lower <= T(0) && T(0) <= reducers[k].upper;
+    count[k] = static_cast<int>(static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? filled : 0)));
+  }
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMPS(type)                                                                                                      \
+  ZorStatus zoriCountInRange_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int* pCount,            \
+                                          Zor##type lower, Zor##type upper)                                               \
+  { return countRegion<Zor##type, C1>(pSrc, srcStep, roiSize, pCount, &lower, &upper); }                                  \
+  STAMP(type, C3) STAMP(type, AC4)
+#define STAMP(type, layout)                                                                                               \
+  ZorStatus zoriCountInRange_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int count[3],   \
+                                                  const Zor##type lower[3], const Zor##type upper[3])                     \
+  { return countRegion<Zor##type, layout>(pSrc, srcStep, roiSize, count, lower, upper); }
+STAMPS(8u) STAMPS(32f)
+#undef STAMP
+#undef STAMPS

@@ -1,0 +1,70 @@
+// zoriSum_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R, zoriMean_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R.
+//
+// Integers are summed exactly. Floats go one of two ways by the hint: in double (accurate), or rows in single precision and
+// their totals in double. The mean divides in C1 and multiplies by the reciprocal elsewhere.
+#include "frame/checks.h"
+#include "rowkernels/reduce.h"
+#include "zori/stats.h"
+
+namespace zori {
+
+template <class R, Layout L, class T> void sumWith(Rows<const T> src, ZorImgSize roi, Zor64f* sum)
+{
+  R reducers[processed<L>];
+  reduceRegion<L>(reducers, roi, src);
+  for (int k = 0; k < processed<L>; ++k) sum[k] = reducers[k].value();
+}
+
+template <class T, Layout L>
+ZorStatus sumRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* sum, ZorHint hint = ZorHintNone)
+{
+  if (auto s = firstFailure(nonNull(pSrc, sum), nonEmpty(roiSize)); s != ZorOk) return s;
+  const Rows src{pSrc, srcStep};
+  if constexpr (!std::is_same_v<T, Zor32f>) sumWith<IntegerSum<T>, L>(src, roiSize, sum);
+  else if (hint == ZorHintAccurate) sumWith<AccurateSumOf<L>, L>(src, roiSize, sum);
+  else sumWith<FastSum, L>(src, roiSize, sum);
+  return ZorOk;
+}
+
+template <class T, Layout L>
+ZorStatus meanRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* mean, ZorHint hint = ZorHintNone)
+{
+  if (!mean) return ZorErrNullPtr;
+  if (auto s = sumRegion<T, L>(pSrc, srcStep, roiSize, mean, hint); s != ZorOk) return s;
+  const double pixels = static_cast<double>(static_cast<long long>(roiSize.width) * roiSize.height);
+  if constexpr (L == C1) *mean /= pixels;
+  else {
+    const double reciprocal = 1.0 / pixels;
+    for (int k = 0; k < processed<L>; ++k) mean[k] *= reciprocal;
+  }
+  return ZorOk;
+}
+
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP(type, layout, result, sum, mean)                                                                            \
+  ZorStatus zoriSum_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(sum))             \
+  { return sumRegion<Zor##type, layout>(pSrc, srcStep, roiSize, sum); }                                                   \
+  ZorStatus zoriMean_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(mean))           \
+  { return meanRegion<Zor##type, layout>(pSrc, srcStep, roiSize, mean); }
+#define STAMP_HINT(layout, result, sum, mean)                                                                             \
+  ZorStatus zoriSum_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(sum), ZorHint hint)       \
+  { return sumRegion<Zor32f, layout>(pSrc, srcStep, roiSize, sum, hint); }                                                \
+  ZorStatus zoriMean_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(mean), ZorHint hint)     \
+  { return meanRegion<Zor32f, layout>(pSrc, srcStep, roiSize, mean, hint); }
+#define ONE(name) Zor64f* name
+#define THREE(name) Zor64f name[3]
+#define FOUR(name) Zor64f name[4]
+#define STAMPS(type)                                                                                                      \
+  STAMP(type, C1, ONE, pSum, pMean) STAMP(type, C3, THREE, sum, mean) STAMP(type, C4, FOUR, sum, mean)                    \
+  STAMP(type, AC4, THREE, sum, mean)
+STAMPS(8u) STAMPS(16u) STAMPS(16s)
+STAMP_HINT(C1, ONE, pSum, pMean) STAMP_HINT(C3, THREE, sum, mean) STAMP_HINT(C4, FOUR, sum, mean) STAMP_HINT(AC4, THREE, sum, mean)
+#undef STAMPS
+#undef FOUR
+#undef THREE
+#undef ONE
+#undef STAMP_HINT
+#undef STAMP
