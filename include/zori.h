@@ -8,5 +8,6 @@
 #include "zori/data.h"
 #include "zori/point.h"
 #include "zori/stats.h"
+#include "zori/synthetic.h"
 
 #endif

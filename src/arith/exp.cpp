@@ -22,6 +22,7 @@ static Zor64f scaledExp(int x, int scale)
 }
 
 template <class T> struct Exponentials {
+  static constexpr bool isLong = true;
   using Lane = std::make_signed_t<T>;
   static constexpr int least = std::numeric_limits<T>::min(), greatest = std::numeric_limits<T>::max();
   static constexpr int steps = sizeof(T) == 1 ? 8 : 13;

@@ -7,6 +7,7 @@
 #include "frame/checks.h"
 #include "rowkernels/convert.h"
 #include "rowkernels/exp_log.h"
+#include "rowkernels/lookup.h"
 #include "zori/arith.h"
 
 #include <cmath>
@@ -27,34 +28,20 @@ template <class T> struct IntegerLn {
   }
 };
 
-struct FloatLn {
+struct NormalLn {
+  F32x4 operator()(F32x4 x) const { return logarithmOfNormal(x); }
+};
+struct AnyLn {
   Group<Zor32f> operator()(const Group<Zor32f>& x) const { return logarithm(x); }
 };
 
 template <class T> struct NoLogarithm {
   ZorStatus operator()(T x) const { return x == 0 ? ZorWarnLnZeroArg : x < 0 ? ZorWarnLnNegArg : ZorOk; }
-  Vec<T> operator()(Vec<T> x) const
+  auto operator()(Vec<T> x) const
   {
-    if constexpr (std::is_same_v<T, Zor32f>) return lessEqual(x, zero<T>());
+    if constexpr (!isInt<T>) return isNotNormalPositive(x);
     else if constexpr (isSigned<T>) return greater(splat(T(1)), x);
     else return equal(x, zero<T>());
-  }
-};
-
-// 8u: what the operation gives for each of the 256 samples.
-struct Table {
-  Zor8u values[256];
-
-  template <class Op> explicit Table(Op op)
-  {
-    Zor8u samples[256];
-    for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
-    mapGroups(values, 256, op, samples);
-  }
-  void operator()(Zor8u* dst, std::ptrdiff_t length, const Zor8u* src) const
-  {
-#pragma GCC unroll 8
-    for (std::ptrdiff_t i = 0; i < length; ++i) dst[i] = values[src[i]];
   }
 };
 
@@ -66,9 +53,26 @@ template <class T, Layout L> ZorStatus integerLns(ZorImgSize roi, Rows<T> dst, R
   const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
   const IntegerLn<T> op{std::ldexp(1.0, -scale)};
   if constexpr (sizeof(T) == 1)
-    if (static_cast<long long>(roi.width) * roi.height >= 1024) // pays for the table
-      return mapRegionWarning<L>(roi, dst, src, NoLogarithm<T>{}, Table(op));
+    if (static_cast<long long>(roi.width) * roi.height >= 1024) { // the logarithms of all samples pay
+      Zor8u samples[256], table[256];
+      for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
+      mapGroups(table, 256, op, static_cast<const Zor8u*>(samples));
+      const auto lookUp = [&](Zor8u* to, std::ptrdiff_t length, const Zor8u* from, bool) {
+        const Zor8u* tables[1] = {table};
+        lookUpRow<AlikePixels<C1>>(from, to, length, tables, WholeSample{});
+      };
+      return mapRegionWarning<L>(roi, dst, src, NoLogarithm<T>{}, lookUp);
+    }
   return mapGroupsWarning<L>(roi, dst, src, NoLogarithm<T>{}, op);
+}
+
+template <Layout L> ZorStatus floatLns(ZorImgSize roi, Rows<Zor32f> dst, Rows<const Zor32f> src)
+{
+  const auto kernel = [](Zor32f* to, std::ptrdiff_t length, const Zor32f* from, bool marked) {
+    if (marked) mapGroups(to, length, AnyLn{}, from);
+    else mapRow(to, length, NormalLn{}, from);
+  };
+  return mapRegionWarning<L>(roi, dst, src, NoLogarithm<Zor32f>{}, kernel);
 }
 
 template <class T, Layout L>
@@ -79,7 +83,7 @@ ZorStatus lnRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize 
   const Rows<const T> src{pSrc, srcStep};
   const RoundingScope scope(roundNearest);
   if constexpr (isInt<T>) return integerLns<T, L>(roiSize, dst, src, scaleFactor);
-  else return mapGroupsWarning<L>(roiSize, dst, src, NoLogarithm<T>{}, FloatLn{});
+  else return floatLns<L>(roiSize, dst, src);
 }
 
 } // namespace zori

@@ -21,9 +21,12 @@ alignas(16) static constexpr Zor8u bitOfPixel[16] = {128, 64, 32, 16, 8, 4, 2, 1
 static inline void bitsToBytes(const Zor8u* p, int shift, Zor8u* dst)
 {
   const Vec<Zor8u> test = load<Zor8u>(bitOfPixel);
-  const Vec<Zor8u> high = as<Zor8u>(shiftLeft(loadLow8<Zor16u>(p), shift));
-  const Vec<Zor8u> low = as<Zor8u>(shiftRight(loadLow8<Zor16u>(p + (shift != 0)), 8 - shift));
-  const Vec<Zor8u> bits = select(splat(static_cast<Zor8u>(0xff << shift)), high, low);
+  Vec<Zor8u> bits = loadLow8<Zor8u>(p);
+  if (shift) {
+    const Vec<Zor8u> high = as<Zor8u>(shiftLeft(as<Zor16u>(bits), shift));
+    const Vec<Zor8u> low = as<Zor8u>(shiftRight(loadLow8<Zor16u>(p + 1), 8 - shift));
+    bits = select(splat(static_cast<Zor8u>(0xff << shift)), high, low);
+  }
   // each byte eight times, then one bit of each tested
   const Vec<Zor16u> twice = as<Zor16u>(interleaveLow(bits, bits));
   const Vec<Zor32s> fourTimes[2] = {as<Zor32s>(interleaveLow(twice, twice)), as<Zor32s>(interleaveHigh(twice, twice))};

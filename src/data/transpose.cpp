@@ -61,10 +61,10 @@ struct NextLines {
   {}
 };
 
-template <int PixelBytes> struct Transposer {
+template <int PixelBytes, int side_ = 0> struct Transposer {
   using Tile = owniTransposeTile<PixelBytes>;
   // Pixels of a block's side: its rows are whole cache lines, where they start at one.
-  static constexpr int side = std::max(16, 64 / (PixelBytes & -PixelBytes));
+  static constexpr int side = side_ ? side_ : std::max(16, 64 / (PixelBytes & -PixelBytes));
   static constexpr int linesOfTile = (Tile::columns * Tile::rows * PixelBytes + 63) / 64;
 
   // One block, exact at the edges of the region. The region holds a tile at least.

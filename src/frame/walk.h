@@ -50,7 +50,7 @@ inline void mapRegion(Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const 
   });
 }
 
-// dst = op(src...), element by element between widths: op works on groups. Not in place.
+// The same between widths: op works on groups. A destination that is also the source must not be the wider one.
 template <Layout L, class Walk, class Op, class D, class... S>
 inline void mapRegionOfGroups(Walk walk, ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)
 {

@@ -31,10 +31,9 @@ template <class D> struct Converted {
       y = (*this)(wider);
     } else if constexpr (sizeof(S) == 4 && sizeof(D) == 1) { // saturation to 16 bits changes nothing about the result
       y = (*this)(Converted<Zor16s>{}(x));
-    } else if constexpr (std::is_same_v<S, Zor16u>) { // the pack takes its lanes as signed ones
-      const Vec<Zor16u> upper = splat<Zor16u>(std::numeric_limits<D>::max());
-      for (int k = 0; k < y.parts; ++k)
-        y.part[k] = narrowSat<D>(as<Zor16s>(min(x.part[2 * k], upper)), as<Zor16s>(min(x.part[2 * k + 1], upper)));
+    } else if constexpr (std::is_same_v<S, Zor16u>) { // the pack takes its lanes as signed, so first at most 0x7fff
+      const auto atMost = [](Vec<Zor16u> v) { return as<Zor16s>(addSat(v, topBits<Zor16u>()) ^ topBits<Zor16u>()); };
+      for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(atMost(x.part[2 * k]), atMost(x.part[2 * k + 1]));
     } else {
       for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(x.part[2 * k], x.part[2 * k + 1]);
     }

@@ -5,88 +5,115 @@
 #include "division.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zori {
 
-static F64x2 swapped(F64x2 x) { return as<double>(shuffle<1, 0, 3, 2>(as<float>(x), as<float>(x))); }
+// The parts of two samples.
+struct Parts {
+  F64x2 re, im;
+};
 
-// The parts of n * conj(d), and |d|^2 twice.
-struct Fraction {
-  F64x2 numerators, denominator;
+// Operators load, compute and store `count` samples, 1 or 2, and remember whether a denominator was zero.
 
-  Fraction(F64x2 n, F64x2 d)
+struct ComplexQuotient {
+  F64x2 zeros = zero<double>();
+  bool anyZero() const { return moveMask(zeros) != 0; }
+
+  // Both parts times the square of the denominator, and that square.
+  template <int count> Parts numerators(Parts n, Parts d, F64x2& square)
   {
-    alignas(16) static constexpr double minusInSecond[2] = {0.0, -0.0};
-    const F64x2 cross = swapped(n) * interleaveHigh(d, d), squares = d * d;
-    numerators = n * interleaveLow(d, d) + (cross ^ loadAligned<double>(minusInSecond));
-    denominator = squares + swapped(squares);
+    square = d.re * d.re + d.im * d.im;
+    if constexpr (count == 1) square = interleaveLow(square, square); // there is no second sample
+    zeros = zeros | equal(square, zero<double>());
+    return {n.re * d.re + n.im * d.im, n.im * d.re - n.re * d.im};
   }
 };
 
-// Quotients of one sample; operator() tells whether the denominator was zero.
-
-struct Quotient16sc {
+struct Quotient16sc : ComplexQuotient {
   F64x2 factor; // 2^-scaleFactor; within the bounds every part saturates, or rounds to zero
 
   explicit Quotient16sc(int scaleFactor) : factor(splat(powerOfTwo(-std::clamp(scaleFactor, -64, 33)))) {}
-  static F64x2 parts(const Zor16sc* p) { return toDoubleLow(widenLow(loadLow4<int16_t>(p))); }
-  bool operator()(Zor16sc* dst, const Zor16sc* num, const Zor16sc* den) const
+  template <int count> static Parts load(const Zor16sc* p)
   {
-    const Fraction f(parts(num), parts(den));
+    const auto whole = widenLow(count == 1 ? loadLow4<int16_t>(p) : loadLow8<int16_t>(p));
+    const auto sorted = shuffle<3, 1, 2, 0>(whole);
+    return {toDoubleLow(sorted), toDoubleHigh(sorted)};
+  }
+  template <int count> void operator()(Zor16sc* dst, const Zor16sc* num, const Zor16sc* den)
+  {
+    F64x2 square;
+    const Parts n = numerators<count>(load<count>(num), load<count>(den), square);
     // over zero the numerators are 0, too; a quotient that is too small saturates by itself
-    const F64x2 q = min(f.numerators * factor / max(f.denominator, splat(1.0)), splat(32767.0));
-    const Vec<int32_t> whole = toInt(q, q);
-    storeLow4(dst, narrowSat<int16_t>(whole, whole));
-    return firstLane(f.denominator) == 0;
+    const F64x2 divisor = max(square, splat(1.0)), upper = splat(32767.0);
+    const auto re = toInt(min(n.re * factor / divisor, upper), zero<double>());
+    const auto im = toInt(min(n.im * factor / divisor, upper), zero<double>());
+    const auto whole = interleaveLow(re, im);
+    const auto packed = narrowSat<int16_t>(whole, whole);
+    if constexpr (count == 1) storeLow4(dst, packed);
+    else storeLow8(dst, packed);
   }
 };
 
-struct Quotient32fc {
-  static F64x2 parts(const Zor32fc* p) { return toDoubleLow(loadLow8<float>(p)); }
-  bool operator()(Zor32fc* dst, const Zor32fc* num, const Zor32fc* den) const
+struct Quotient32fc : ComplexQuotient {
+  template <int count> static Parts load(const Zor32fc* p)
   {
-    const Fraction f(parts(num), parts(den));
-    const F64x2 q = f.numerators / f.denominator;
-    storeLow8(dst, toFloat(q, q));
-    return firstLane(f.denominator) == 0;
+    F32x4 x;
+    if constexpr (count == 1) x = loadLow8<float>(p);
+    else x = zori::load<float>(p);
+    const F32x4 sorted = shuffle<3, 1, 2, 0>(x, x);
+    return {toDoubleLow(sorted), toDoubleHigh(sorted)};
+  }
+  template <int count> void operator()(Zor32fc* dst, const Zor32fc* num, const Zor32fc* den)
+  {
+    F64x2 square;
+    const Parts n = numerators<count>(load<count>(num), load<count>(den), square);
+    const F32x4 x = toFloat(n.re / square, n.im / square), parts = shuffle<3, 1, 2, 0>(x, x);
+    if constexpr (count == 1) storeLow8(dst, parts);
+    else store(dst, parts);
   }
 };
 
 struct Quotient32sc {
   double factor;
+  bool metZero = false;
 
   explicit Quotient32sc(int scaleFactor) : factor(powerOfTwo(-std::clamp(scaleFactor, -128, 64))) {}
-  // To nearest, ties to even, whatever the rounding field of either unit.
+  bool anyZero() const { return metZero; }
+  // To nearest, ties to even, whatever the rounding fields say.
   static Zor32s saturated(long double x)
   {
-    if (x >= INT32_MAX) return INT32_MAX;
-    if (x <= INT32_MIN) return INT32_MIN;
-    const Zor32s whole = static_cast<Zor32s>(x);
-    const long double rest = x - whole;
-    if (rest > 0.5L || (rest == 0.5L && whole % 2 != 0)) return whole + 1;
-    if (rest < -0.5L || (rest == -0.5L && whole % 2 != 0)) return whole - 1;
-    return whole;
+    const long double beyond = 2147483648.0L, magnitude = std::fabs(x), bounded = magnitude < beyond ? magnitude : beyond;
+    Zor64s whole = static_cast<Zor64s>(bounded);
+    const long double rest = bounded - static_cast<long double>(whole);
+    whole += static_cast<int>(rest > 0.5L) | (static_cast<int>(rest == 0.5L) & static_cast<int>(whole));
+    return static_cast<Zor32s>(x < 0 ? -whole : std::min<Zor64s>(whole, INT32_MAX));
   }
-  bool operator()(Zor32sc* dst, const Zor32sc* num, const Zor32sc* den) const
+  template <int count> void operator()(Zor32sc* dst, const Zor32sc* num, const Zor32sc* den)
   {
-    const Zor32sc n = get<Zor32sc>(num), d = get<Zor32sc>(den);
-    const long double a = n.re, b = n.im, c = d.re, e = d.im, square = c * c + e * e;
-    if (square == 0) {
-      put(dst, Zor32sc{0, 0});
-      return true;
+    for (int k = 0; k < count; ++k) {
+      const Zor32sc n = get<Zor32sc>(num + k), d = get<Zor32sc>(den + k);
+      const long double a = n.re, b = n.im, c = d.re, e = d.im, square = c * c + e * e;
+      Zor32sc q = {0, 0};
+      if (square == 0) metZero = true;
+      else q = {saturated((a * c + b * e) * factor / square), saturated((b * c - a * e) * factor / square)};
+      put(dst + k, q);
     }
-    put(dst, Zor32sc{saturated((a * c + b * e) * factor / square), saturated((b * c - a * e) * factor / square)});
-    return false;
   }
 };
 
 template <class T, class Op>
-static bool divideEach(T* dst, std::ptrdiff_t length, const Op op, bool keepsFourth, const T* num, const T* den)
+static bool divideEach(T* dst, std::ptrdiff_t length, Op op, bool keepsFourth, const T* num, const T* den)
 {
-  bool anyZero = false;
-  for (std::ptrdiff_t i = 0; i < length; ++i)
-    if (!keepsFourth || i % 4 != 3) anyZero |= op(dst + i, num + i, den + i);
-  return anyZero;
+  const auto at = [&](std::ptrdiff_t i, auto count) { op.template operator()<count>(dst + i, num + i, den + i); };
+  constexpr std::integral_constant<int, 1> one;
+  constexpr std::integral_constant<int, 2> two;
+  std::ptrdiff_t i = 0;
+  if (keepsFourth)
+    for (; i < length; i += 4) at(i, two), at(i + 2, one);
+  for (; i + 2 <= length; i += 2) at(i, two);
+  if (i < length) at(i, one);
+  return op.anyZero();
 }
 
 bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num, const Zor16sc* den)
@@ -101,7 +128,7 @@ bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool ke
 
 bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num, const Zor32fc* den)
 {
-  (void)scaleFactor;
+  (void)scaleFactor; // floats have none
   return divideEach(dst, length, Quotient32fc(), keepsFourth, num, den);
 }
 

@@ -1,8 +1,8 @@
 // Exponential and natural logarithm.
 //
 // Single precision: within one unit in the last place of the correctly rounded value, over all numbers. Ordinary
-// arguments take a short path; a group with any other goes through functions that know all of them. The rounding field
-// must be at nearest: callers set a RoundingScope.
+// arguments take a short path, others go through functions that know all of them. The rounding field must be at nearest:
+// callers set a RoundingScope.
 #pragma once
 
 #include "drivers.h"
@@ -20,20 +20,21 @@ struct alignas(16) Lanes {
 };
 inline F32x4 operator+(F32x4 a, const Lanes& b) { return a + F32x4(b); }
 inline F32x4 operator-(F32x4 a, const Lanes& b) { return a - F32x4(b); }
+inline F32x4 operator-(const Lanes& a, F32x4 b) { return F32x4(a) - b; }
 
 struct Constants {
   // ln 2 in two parts: whole multiples of the first, up to 2^8, are exact
   Lanes ln2High = 0x1.62e4p-1f, ln2Low = 0x1.7f7d1cp-20f, log2e = 0x1.715476p0f;
   Lanes toInteger = 0x1.8p23f; // a sum with it is rounded to an integer, which is in its low bits
   Lanes half = 0.5f, one = 1.0f, two = 2.0f, expBound = 87.0f;
-  Lanes exp3 = 0.1666657338190f, exp4 = 0.0416665501103f, exp5 = 0.0083637738744f, exp6 = 0.0013926926614f;
+  Lanes exp2 = 0.0833332689823f, exp4 = -0.00138476768716f;
   Lanes log3 = 0.6666668505723f, log5 = 0.3998877334331f, log7 = 0.2958027715381f;
 };
 [[gnu::visibility("hidden")]] extern const Constants constants;
 
 inline constexpr Zor32s leastNormalBits = 0x00800000;
 
-// e^x = mantissa * 2^exponent, for |x| up to 105.
+// e^x = mantissa * 2^exponent, for |x| up to 105. With x = n ln2 + r, e^r = 1 + r / d, and d = 1 - r/2 + r^2/12 - r^4/720...
 struct Exponential {
   F32x4 mantissa;
   Vec<Zor32s> exponent; // in the low bits
@@ -43,8 +44,8 @@ struct Exponential {
     const Constants& c = constants;
     const F32x4 shifted = x * c.log2e + c.toInteger, n = shifted - c.toInteger;
     const F32x4 r = (x - n * c.ln2High) - n * c.ln2Low, r2 = r * r;
-    const F32x4 series = r2 * ((r2 * c.exp6 + (r * c.exp5 + c.exp4)) * r2 + (r * c.exp3 + c.half));
-    mantissa = (series + r) + c.one;
+    const F32x4 d = (r2 * c.exp4 + c.exp2) * r2 + (c.one - r * c.half);
+    mantissa = r / d + c.one;
     exponent = as<Zor32s>(shifted);
   }
 };
@@ -92,16 +93,23 @@ inline Group<Zor32f> exponential(const Group<Zor32f>& x)
   return y;
 }
 
+// Lanes whose logarithm is special: zero, denormal, negative, infinite, NaN.
+inline Vec<Zor32s> isNotNormalPositive(F32x4 x)
+{
+  // this sum brings all of them below the normal positive numbers
+  return greater(splat(2 * explog::leastNormalBits), as<Zor32s>(x) + splat(explog::leastNormalBits));
+}
+
+inline F32x4 logarithmOfNormal(F32x4 x) { return explog::logarithm(explog::Parts(x)); }
+
 inline Group<Zor32f> logarithm(const Group<Zor32f>& x)
 {
-  // this sum brings zero, denormal, negative and infinite numbers and NaN below the normal ones
-  const Vec<Zor32s> least = splat(2 * explog::leastNormalBits);
-  const auto special = [&](int k) { return greater(least, as<Zor32s>(x.part[k]) + splat(explog::leastNormalBits)); };
+  const auto special = [&](int k) { return isNotNormalPositive(x.part[k]); };
   Group<Zor32f> y;
   if (__builtin_expect(moveMask((special(0) | special(1)) | (special(2) | special(3))), 0))
     for (int k = 0; k < x.parts; ++k) y.part[k] = explog::logarithmOfAny(x.part[k]);
   else
-    for (int k = 0; k < x.parts; ++k) y.part[k] = explog::logarithm(explog::Parts(x.part[k]));
+    for (int k = 0; k < x.parts; ++k) y.part[k] = logarithmOfNormal(x.part[k]);
   return y;
 }
 

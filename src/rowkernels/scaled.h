@@ -49,10 +49,13 @@ template <class T> inline Vec<T> saturatedDifference(Vec<T> a, Vec<T> b)
   }
 }
 
-// Shifts that serve bytes too. To the left no bit may leave its byte.
+// Shifts that serve bytes too; n is at least 1. To the left no bit may leave its byte. To the right a product by 2^-n is
+// one instruction, where a shift by a number that is not known beforehand takes two.
 template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
 {
-  if constexpr (sizeof(T) == 1) return as<T>(shiftRight(as<Zor16u>(v), n)) & splat<T>(static_cast<T>(0xff >> n));
+  const Vec<Zor16u> power = splat(static_cast<Zor16u>(0x10000 >> n));
+  if constexpr (sizeof(T) == 1) return as<T>(mulHigh(as<Zor16u>(v), power)) & splat(static_cast<T>(0xff >> n));
+  else if constexpr (sizeof(T) == 2 && !isSigned<T>) return mulHigh(v, power);
   else return shiftRight(v, n);
 }
 template <class T> inline Vec<T> lanesLeft(Vec<T> v, int n)
@@ -65,11 +68,14 @@ template <class T> inline Vec<T> lanesLeft(Vec<T> v, int n)
 // `lost` is 1 where v stands for v and a half, else 0.
 template <class T> inline Vec<T> roundedShiftRight(Vec<T> v, Vec<T> lost, int n)
 {
+  using S = std::make_signed_t<T>;
+  constexpr T flip = isSigned<T> ? 0 : static_cast<T>(T(1) << (8 * sizeof(T) - 1)); // for a signed comparison
   const std::uint64_t unit = std::uint64_t{1} << n;
-  const Vec<T> quotient = lanesRight(v, n), rest = v & splat(static_cast<T>(unit - 1));
+  const Vec<T> quotient = lanesRight(v, n);
+  const Vec<T> rest = (v & splat(static_cast<T>(unit - 1))) ^ splat(flip);
   // up when the rest exceeds a half, or is one and the quotient is odd or something was lost
-  const Vec<T> greatestDown = splat(static_cast<T>(unit / 2)) - ((quotient & splat(T(1))) | lost);
-  return quotient - greater(rest, greatestDown);
+  const Vec<T> greatestDown = splat(static_cast<T>(unit / 2 ^ flip)) - ((quotient & splat(T(1))) | lost);
+  return quotient - as<T>(greater(as<S>(rest), as<S>(greatestDown)));
 }
 
 // v * 2^n, saturated; n up to the width of an unsigned lane or the width less 1 of a signed one.
@@ -95,7 +101,10 @@ template <class T> inline Vec<T> scaledDown(Halved<T> v, int scale) // by 2 or m
 {
   return roundedShiftRight(v.half, v.odd, scale - 1);
 }
-template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) { return saturatedSum(v.half, v.odd & v.half); }
+template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) // by 1
+{
+  return saturatedSum(v.half, v.odd & v.half);
+}
 
 // Products: two vectors of lanes of twice the width.
 template <class W> struct Wide {
@@ -113,27 +122,33 @@ template <class T, class W> inline Vec<T> scaledDown(Wide<W> v, int scale)
   return narrow<T>(Wide<W>{roundedShiftRight(v.low, nothing, scale), roundedShiftRight(v.high, nothing, scale)});
 }
 
-// Products of 64 bits, for which this level has no vector arithmetic.
-struct Wide64 {
-  Zor64s v[4];
+// Complex products of 64 bits: this level has no vectors for them. (a + ib)(c + id) of two pixels, of which ad + bc alone
+// may not fit: see ComplexProduct.
+struct Factors {
+  Vec<Zor32s> x, y;
 };
-template <class T> inline Vec<T> narrow(const Wide64& v)
+[[gnu::noinline]] inline Vec<Zor32s> scaledProducts(Factors factors, int scale)
 {
-  constexpr Zor64s least = std::numeric_limits<T>::min(), greatest = std::numeric_limits<T>::max();
-  T r[4];
-  for (int i = 0; i < 4; ++i) r[i] = static_cast<T>(v.v[i] < least ? least : v.v[i] > greatest ? greatest : v.v[i]);
-  return load<T>(r);
-}
-template <class T> [[gnu::noinline]] Vec<T> scaledDown(Wide64 v, int scale)
-{
-  const std::uint64_t unit = std::uint64_t{1} << scale;
-  for (Zor64s& x : v.v) {
-    const Zor64s quotient = x >> scale;
-    const std::uint64_t rest = static_cast<std::uint64_t>(x) & (unit - 1);
-    x = quotient + (rest > unit / 2 - static_cast<std::uint64_t>(quotient & 1));
+  const auto scaled = [=](std::uint64_t product) -> std::uint64_t {
+    constexpr Zor64s least = std::numeric_limits<Zor32s>::min(), greatest = std::numeric_limits<Zor32s>::max();
+    const Zor64s v = static_cast<Zor64s>(product), quotient = v >> scale;
+    const std::uint64_t unit = std::uint64_t{1} << scale, rest = product & (unit - 1);
+    const Zor64s r = quotient + (rest > unit / 2 - (static_cast<std::uint64_t>(quotient) & (unit > 1)));
+    return static_cast<Zor32u>(r < least ? least : r > greatest ? greatest : r);
+  };
+  Zor32s x[4], y[4];
+  store(x, factors.x);
+  store(y, factors.y);
+  Vec<std::uint64_t> pixels[2];
+  for (int i = 0; i < 4; i += 2) {
+    const auto product = [&](int p, int q) { return static_cast<std::uint64_t>(Zor64s{x[i + p]} * y[i + q]); };
+    const std::uint64_t im = product(0, 1) + product(1, 0);
+    pixels[i / 2] = splat(scaled(product(0, 0) - product(1, 1)) | scaled(im - (im == std::uint64_t{1} << 63)) << 32);
   }
-  return narrow<T>(v);
+  return as<Zor32s>(interleaveLow(pixels[0], pixels[1]));
 }
+template <class T> inline Vec<T> narrow(Factors factors) { return scaledProducts(factors, 0); }
+template <class T> inline Vec<T> scaledDown(Factors factors, int scale) { return scaledProducts(factors, scale); }
 
 // ---- The operations ----
 
@@ -197,10 +212,10 @@ template <class T> struct Product {
   {
     if constexpr (!isInt<T>) return a * b;
     else if constexpr (isSigned<T>) return narrow<T>(exact(a, b));
-    else if constexpr (sizeof(T) == 1) {
-      const auto v = exact(a, b);
-      const Vec<Zor16u> limit = splat<Zor16u>(255);
-      return narrow<T>(Wide<Zor16u>{min(v.low, limit), min(v.high, limit)});
+    else if constexpr (sizeof(T) == 1) { // bytes of even and of odd place; saturated in the low byte of their lanes
+      const auto x = as<Zor16u>(a), y = as<Zor16u>(b), low = splat<Zor16u>(0xff), high = splat<Zor16u>(0xff00);
+      const Vec<Zor16u> even = addSat(mulLow(x & low, y & low), high), odd = addSat(mulHigh(x & high, y & high), high);
+      return as<T>((even & low) | shiftLeft<8>(odd));
     } else { // all ones where the high half is not zero
       return mulLow(a, b) | (equal(mulHigh(a, b), zero<T>()) ^ splat<T>(0xffff));
     }
@@ -227,17 +242,7 @@ template <class T> struct ComplexProduct {
       im += equal(im, splat(std::numeric_limits<Zor32s>::min()));
       return Wide<Zor32s>{interleaveLow(re, im), interleaveHigh(re, im)};
     } else {
-      T a[4], b[4];
-      store(a, x);
-      store(b, y);
-      const auto product = [&](int i, int j) { return static_cast<std::uint64_t>(Zor64s{a[i]} * b[j]); };
-      Wide64 v;
-      for (int i = 0; i < 4; i += 2) {
-        const std::uint64_t im = product(i, i + 1) + product(i + 1, i);
-        v.v[i] = static_cast<Zor64s>(product(i, i) - product(i + 1, i + 1));
-        v.v[i + 1] = static_cast<Zor64s>(im - (im == std::uint64_t{1} << 63));
-      }
-      return v;
+      return Factors{x, y};
     }
   }
   static Vec<T> saturated(Vec<T> x, Vec<T> y)
@@ -264,6 +269,7 @@ enum class Path {
 template <class Operation, Path path> struct AtScale {
   using T = typename Operation::Element;
   static constexpr int period = Operation::period;
+  static constexpr bool isPlain = path == Path::Plain;
   int shift; // the scale of Positive, its opposite of Negative
 
   Vec<T> operator()(Vec<T> a, Vec<T> b) const
@@ -323,7 +329,7 @@ void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const P
 {
   const Op op{shift};
   if constexpr (shape == Shape::Whole) {
-    if (constant.period == 1) mapRow(dst, length, WithConstant<Op>{op, constant.at(0)}, src);
+    if (Op::isPlain && constant.period == 1) mapRow(dst, length, WithConstant<Op>{op, constant.at(0)}, src);
     else mapRowWith(constant, dst, length, op, src);
   } else if constexpr (shape == Shape::KeepFourth)
     mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);

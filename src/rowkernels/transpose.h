@@ -1,24 +1,27 @@
 // Tiles: a few pixels by a few, their rows turned into columns in registers. A pixel is 1, 2, 3, 4, 6, 8, 12 or 16 bytes.
 //
-// Pixels of 1, 2, 4 and 8 bytes: rows are interleaved in pairs, in lanes that double from pixel to 8 bytes, and every
+// Pixels of 1, 2, 4 and 8 bytes: rows are interleaved in pairs, in lanes that double from the pixel up to 8 bytes; every
 // half of a vector is then a column. Pixels of 3 bytes: two rows meet in lanes of 8 bytes. What is longer moves as it is.
 #pragma once
 
 #include "simd.h"
 
-#include <cstring>
-
 namespace zori {
 
 template <class T> inline void storeHigh8(void* p, Vec<T> x) { put(p, as<std::uint64_t>(x).v[1]); }
 
-// Rows of 16 / sizeof(T) columns, as many as 8 bytes hold, to columns.
-template <class T, int N>
-inline void storeColumns(const Vec<T> (&row)[N], Zor8u* dst, std::ptrdiff_t dstStep)
+// N rows of 16 / sizeof(T) columns, which make columns of 8 or 16 bytes.
+template <class T, int N> inline void storeColumns(const Vec<T> (&row)[N], Zor8u* dst, std::ptrdiff_t dstStep)
 {
-  if constexpr (N == 1) {
-    storeLow8(dst, row[0]);
-    storeHigh8(dst + dstStep, row[0]);
+  if constexpr (sizeof(T) == 8) {
+    if constexpr (N == 1) {
+      storeLow8(dst, row[0]);
+      storeHigh8(dst + dstStep, row[0]);
+    } else {
+      static_assert(N == 2);
+      store(dst, interleaveLow(row[0], row[1]));
+      store(dst + dstStep, interleaveHigh(row[0], row[1]));
+    }
   } else {
     using Pair = WiderT<T>;
     Vec<Pair> low[N / 2], high[N / 2];
@@ -31,50 +34,54 @@ inline void storeColumns(const Vec<T> (&row)[N], Zor8u* dst, std::ptrdiff_t dstS
   }
 }
 
-// owniTransposeTile<PixelBytes>::move turns columns by rows pixels. It may read up to overreach bytes behind the last
-// column and spoils as many behind the last pixel of each column, less than a pixel.
+// Four columns of two rows of pixels of 3 bytes.
+inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
+{
+  using U64x2 = Vec<std::uint64_t>;
+  const auto pixelPairs = [](const Zor8u* p) {
+    return interleaveLow(loadLow8<std::uint64_t>(p), loadLow8<std::uint64_t>(p + 6));
+  };
+  const U64x2 first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff000000);
+  const U64x2 a = pixelPairs(src), b = pixelPairs(src + srcStep); // a0 a1 . . | a2 a3 . .
+  const U64x2 even = (a & first) | shiftLeft<24>(b), odd = (shiftRight<24>(a) & first) | (b & second);
+  storeLow8(dst, even);
+  storeLow8(dst + dstStep, odd);
+  storeHigh8(dst + 2 * dstStep, even);
+  storeHigh8(dst + 3 * dstStep, odd);
+}
+
+// A tile of columns by rows pixels. It may read up to overreach bytes behind the last column, and it spoils as many
+// behind the last pixel of each column it writes; that is less than a pixel.
 template <int PixelBytes> struct owniTransposeTile {
   static constexpr bool isLane = 8 % PixelBytes == 0;
-  static constexpr int columns = isLane ? 16 / PixelBytes : 4, rows = isLane ? 8 / PixelBytes : 4;
+  static constexpr int columns = isLane ? 16 / PixelBytes : 4, rows = 8;
   static constexpr int overreach = isLane ? 0 : -PixelBytes & 3;
 
   static void move(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
   {
-    if constexpr (isLane) {
-      using T = std::conditional_t<PixelBytes == 1, std::uint8_t,
-                                   std::conditional_t<PixelBytes == 2, std::uint16_t,
-                                                      std::conditional_t<PixelBytes == 4, std::uint32_t, std::uint64_t>>>;
-      Vec<T> row[rows];
-      for (int y = 0; y < rows; ++y) row[y] = load<T>(src + y * srcStep);
-      storeColumns(row, dst, dstStep);
-    } else if constexpr (PixelBytes == 3) {
-      moveThreeByteRows(src, srcStep, dst, dstStep);
-      moveThreeByteRows(src + 2 * srcStep, srcStep, dst + 2 * PixelBytes, dstStep);
-    } else {
-      for (int x = 0; x < columns; ++x)
-        for (int y = 0; y < rows; ++y) {
-          const Zor8u* const from = src + y * srcStep + x * PixelBytes;
-          Zor8u* const to = dst + x * dstStep + y * PixelBytes;
-          if constexpr (PixelBytes == 6) storeLow8(to, loadLow8<Zor8u>(from));
-          else store(to, load<Zor8u>(from));
+    for (int y = 0; y < rows; y += unitRows) {
+      const Zor8u* const from = src + y * srcStep;
+      Zor8u* const to = dst + y * PixelBytes;
+      if constexpr (isLane) {
+        using T = std::conditional_t<PixelBytes == 1, std::uint8_t,
+                                     std::conditional_t<PixelBytes == 2, std::uint16_t,
+                                                        std::conditional_t<PixelBytes == 4, std::uint32_t, std::uint64_t>>>;
+        Vec<T> row[unitRows];
+        for (int i = 0; i < unitRows; ++i) row[i] = load<T>(from + i * srcStep);
+        storeColumns(row, to, dstStep);
+      } else if constexpr (PixelBytes == 3) {
+        storeThreeByteColumns(from, srcStep, to, dstStep);
+      } else {
+        for (int x = 0; x < columns; ++x) {
+          if constexpr (PixelBytes == 6) storeLow8(to + x * dstStep, loadLow8<Zor8u>(from + x * PixelBytes));
+          else store(to + x * dstStep, load<Zor8u>(from + x * PixelBytes));
         }
+      }
     }
   }
 
 private:
-  // Four columns of two rows.
-  static void moveThreeByteRows(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
-  {
-    using U64x2 = Vec<std::uint64_t>;
-    const auto pairs = [](const Zor8u* p) { return interleaveLow(loadLow8<std::uint64_t>(p), loadLow8<std::uint64_t>(p + 6)); };
-    const U64x2 first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff000000);
-    const U64x2 a = pairs(src), b = pairs(src + srcStep); // a0 a1 . . | a2 a3 . .
-    const U64x2 even = (a & first) | shiftLeft<24>(b), odd = (shiftRight<24>(a) & first) | (b & second);
-    storeLow8(dst, even);
-    storeLow8(dst + dstStep, odd);
-    storeHigh8(dst + 2 * dstStep, even);
-    storeHigh8(dst + 3 * dstStep, odd);
-  }
+  static constexpr int unitRows = PixelBytes == 3 ? 2 : !isLane ? 1 : PixelBytes == 1 ? 8 : 16 / PixelBytes;
 };
 
 } // namespace zori
