@@ -13,10 +13,12 @@ template <class T> T orOne(T x) { return x == T(0) ? T(1) : x; }
 
 template <class T> T saturated(float q)
 {
-  return static_cast<T>(std::min(std::max(q, float(std::numeric_limits<T>::min())), float(std::numeric_limits<T>::max())));
+  const float least = std::numeric_limits<T>::min(), greatest = std::numeric_limits<T>::max();
+  return static_cast<T>(std::min(std::max(q, least), greatest));
 }
 template <class T> T quotient(T d, T n) { return saturated<T>(std::nearbyint(float(n) / float(orOne(d)))); }
 template <class T> T quotientBy3(T n) { return saturated<T>(std::nearbyint(float(n) / 3)); }
+Zor8u quotientTiesUp(Zor8u d, Zor8u n) { return saturated<Zor8u>(std::floor(float(n) / float(orOne(d)) + 0.5f)); }
 
 Zor32fc complexQuotient(Zor32fc d, Zor32fc n)
 {
@@ -34,14 +36,16 @@ static const bench::Group division("arith", [](bench::Group& g) {
   g.map("Div 16u C1", zoriDiv_16u_C1RSfs, 1, quotient<Zor16u>, 0);
   g.map("Div 16s C1", zoriDiv_16s_C1RSfs, 1, quotient<Zor16s>, 0);
   g.map("Div 32f C1", zoriDiv_32f_C1R, 1, [](Zor32f d, Zor32f n) { return n / d; });
-  g.map("Div_Round 8u C1", zoriDiv_Round_8u_C1RSfs, 1, [](Zor8u d, Zor8u n) { return saturated<Zor8u>(std::floor(float(n) / float(orOne(d)) + 0.5f)); },
-        ZorRoundNearestAway, 0);
+  g.map("Div_Round 8u C1", zoriDiv_Round_8u_C1RSfs, 1, quotientTiesUp, ZorRoundNearestAway, 0);
   g.both("Div 32fc C1", [](ZorImgSize size) {
     const Image<Zor32f> a({2 * size.width, size.height}), b(a.size), dst(a.size);
     const auto row = [](const Image<Zor32f>& image, int y) { return reinterpret_cast<Zor32fc*>(image.row(y)); };
     return Run{a.bytes() + b.bytes(), dst.bytes(),
                [=] { return zoriDiv_32fc_C1R(row(a, 0), a.step, row(b, 0), b.step, row(dst, 0), dst.step, size); },
-               [=] { for (int y = 0; y < size.height; ++y) bench::naiveRow(size.width, complexQuotient, row(dst, y), row(a, y), row(b, y)); }};
+               [=] {
+                 for (int y = 0; y < size.height; ++y)
+                   bench::naiveRow(size.width, complexQuotient, row(dst, y), row(a, y), row(b, y));
+               }};
   });
   g.both("DivC 8u C1", [](ZorImgSize size) {
     const Image<Zor8u> src(size), dst(size);
@@ -51,7 +55,8 @@ static const bench::Group division("arith", [](bench::Group& g) {
   g.both("DivC 16u C3", [](ZorImgSize size) {
     static constexpr Zor16u threes[3] = {3, 3, 3};
     const Image<Zor16u> src(size, 3), dst(size, 3);
-    return Run{src.bytes(), dst.bytes(), [=] { return zoriDivC_16u_C3RSfs(src, src.step, threes, dst, dst.step, size, 0); },
+    return Run{src.bytes(), dst.bytes(),
+               [=] { return zoriDivC_16u_C3RSfs(src, src.step, threes, dst, dst.step, size, 0); },
                [=] { bench::naiveMap(quotientBy3<Zor16u>, dst, src); }};
   });
   g.both("DivC 32f C1", [](ZorImgSize size) {

@@ -37,6 +37,7 @@ void run(const Arguments& arguments)
   tour::dataStages(tour);
   tour::arithStages(tour);
   tour::pointStages(tour);
+  tour::syntheticStages(tour);
 
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
   tour.printTable();

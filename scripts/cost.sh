@@ -1,16 +1,20 @@
 #!/bin/bash
-# scripts/cost.sh [BUILD FOLDER]: what each file of the library costs: functions it exports, seconds of processor time to
-# compile it, bytes of code and constants. Uses the commands of a configured build (default: build/default).
+# scripts/cost.sh [BUILD FOLDER]: what each file of the library costs: functions it exports, seconds of processor time
+# to compile it, bytes of code and constants. Uses the commands of a configured build (default: build/default).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build=${1:-build/default}
-[[ -e $build/build.ninja ]] || { echo "cost.sh: configure first: cmake --preset default" >&2; exit 1; }
+if [[ ! -e $build/build.ninja ]]; then
+  echo "cost.sh: configure first: cmake --preset default" >&2
+  exit 1
+fi
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 export LC_ALL=C TIMEFORMAT='%U %S'
-ninja -C "$build" -t commands src/zori_objects src/zori_memory | grep -- ' -c ' |
-  sed -E "s|^.*ccache ||; s| -o [^ ]+| -o $folder/object|; s| -MF [^ ]+| -MF $folder/depend|; s| -MT [^ ]+||" >"$folder/commands"
+ninja -C "$build" -t commands src/zori_objects src/zori_memory | grep -- ' -c ' >"$folder/all"
+sed -E "s|^.*ccache ||; s| -o [^ ]+| -o $folder/object|; s| -MF [^ ]+| -MF $folder/depend|; s| -MT [^ ]+||" \
+  "$folder/all" >"$folder/commands"
 
 printf '%-34s %9s %8s %9s\n' file functions seconds bytes
 while read -r command; do

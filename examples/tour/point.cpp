@@ -1,9 +1,13 @@
-// Point decisions: thresholds and comparisons.
+// Point decisions: thresholds and comparisons, curves, histograms.
 #include "tour/tour.h"
+
+#include <algorithm>
 
 namespace tour {
 
-void pointStages(Tour& tour)
+namespace {
+
+void blackAndWhite(Tour& tour)
 {
   const Grey& grey = tour.grey();
   Grey mask(tour.size());
@@ -18,6 +22,62 @@ void pointStages(Tour& tour)
           })
     .note("at " + std::to_string(threshold))
     .show(mask);
+}
+
+void curves(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  Picture out(tour.size());
+  const Zor32s nodes[5] = {0, 64, 128, 192, 256};
+  const Zor32s red[5] = {0, 44, 140, 222, 255}, green[5] = {0, 56, 130, 206, 255}, blue[5] = {48, 88, 124, 168, 214};
+  const Zor32s* const levels[3] = {nodes, nodes, nodes};
+  const Zor32s* const values[3] = {red, green, blue};
+  const int counts[3] = {5, 5, 5};
+  tour.stage("A curve for each channel")
+    .time("LUT_Cubic_8u_C3R",
+          [&] {
+            return zoriLUT_Cubic_8u_C3R(in.data(), in.step(), out.data(), out.step(), tour.size(), values, levels,
+                                        counts);
+          })
+    .show(out);
+}
+
+void histogram(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  constexpr int bins = 256, barWidth = 2, chartHeight = 340, foot = 1;
+  Zor32s counts[3][bins], levels[3][bins + 1];
+  Zor32s* const countsOf[3] = {counts[0], counts[1], counts[2]};
+  Zor32s* const levelsOf[3] = {levels[0], levels[1], levels[2]};
+  const int levelCounts[3] = {bins + 1, bins + 1, bins + 1}, lowest[3] = {0, 0, 0}, highest[3] = {256, 256, 256};
+  Stage& stage = tour.stage("Histogram").time("HistogramEven_8u_C3R", [&] {
+    return zoriHistogramEven_8u_C3R(in.data(), in.step(), tour.size(), countsOf, levelsOf, levelCounts, lowest, highest);
+  });
+
+  // the bars of a channel are drawn in that channel alone, so that colours add where bars overlap
+  Picture chart(bins * barWidth, chartHeight);
+  const Zor8u ground[3] = {24, 24, 28};
+  ZORI_CHECK(zoriSet_8u_C3R(ground, chart.data(), chart.step(), chart.size()));
+  for (int k = 0; k < 3; ++k) {
+    // the ends of the range often hold all that is cut off
+    const int most = std::max(1, *std::max_element(counts[k] + 1, counts[k] + bins - 1));
+    for (int i = 0; i < bins; ++i) {
+      const int height = foot + static_cast<int>(std::min(1.0, static_cast<double>(counts[k][i]) / most) *
+                                                 (chartHeight - foot));
+      ZORI_CHECK(zoriSet_8u_C3CR(214, chart.at(i * barWidth, chartHeight - height) + k, chart.step(),
+                                 ZorImgSize{barWidth, height}));
+    }
+  }
+  stage.show(chart);
+}
+
+} // namespace
+
+void pointStages(Tour& tour)
+{
+  blackAndWhite(tour);
+  curves(tour);
+  histogram(tour);
 }
 
 } // namespace tour

@@ -81,6 +81,7 @@ private:
 void dataStages(Tour& tour);
 void arithStages(Tour& tour);
 void pointStages(Tour& tour);
+void syntheticStages(Tour& tour);
 
 // What the tour looks at when it gets no picture.
 Picture drawnScene();

@@ -16,8 +16,8 @@ ZORI_BEGIN_DECLS
  * dst = src, bit for bit. AC4 copies three channels: the fourth channel of the destination stays as it was,
  * and that of the source does not reach it. A source step of 0 repeats one row.
  *
- * Runs at the speed of memory. A region whose rows adjoin in both images is copied as one row, and large ones
- * are written past the cache.
+ * Runs at the speed of memory. A region whose rows adjoin in both images is copied as one row. What is
+ * written stays in the cache as far as it fits; CopyManaged can write past it.
  *
  * Checks: null pointers, region size.
  */
@@ -188,6 +188,9 @@ ZorStatus zoriCopy_32f_P4C4R(const Zor32f* const pSrc[4], int srcStep, Zor32f* p
  * dst = src. Bit 0 of flags selects how rows are written: set (1), with non-temporal stores that go past the
  * cache, for data that is not read again soon; clear, with ordinary stores. The other bits are not read.
  * Every byte is read and written exactly once, in ascending order.
+ *
+ * Non-temporal stores make the copy itself slower; what gains is the work on the data that stays in the
+ * cache.
  *
  * Checks: null pointers, region size.
  */

@@ -494,6 +494,229 @@ ZorStatus zoriNormRel_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f
 ZorStatus zoriNormRel_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
 ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
 
+/*
+ * zoriMomentInitAlloc_{64f,64s}
+ *
+ * Make a moment state.
+ *
+ * *ppState receives a new state for the moments of up to three channels: zoriMomentInitAlloc_64f one for
+ * double moments, zoriMomentInitAlloc_64s one for exact 64-bit integer moments. Release it with
+ * zoriMomentFree of the same type. The hint is kept in the state and changes no result.
+ *
+ * A new state holds no moments: until a pass (zoriMoments64f, zoriMoments64s) every query answers
+ * ZorErrMomentChannel. A state may be used by one thread at a time while a pass fills it; queries only read
+ * it.
+ *
+ * ZorErrAlloc: there is no memory for the state.
+ *
+ * Checks: null pointers.
+ */
+ZorStatus zoriMomentInitAlloc_64f(ZorMomentState** ppState, ZorHint hint);
+ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint);
+
+/*
+ * zoriMomentGetStateSize_64s
+ *
+ * Size of an integer moment state.
+ *
+ * *pSize receives the number of bytes that zoriMomentInit_64s needs: 400, whatever the hint is.
+ *
+ * Checks: null pointers.
+ */
+ZorStatus zoriMomentGetStateSize_64s(ZorHint hint, int* pSize);
+
+/*
+ * zoriMomentInit_64s
+ *
+ * Make an integer moment state in the caller's memory.
+ *
+ * Makes a state of 64-bit integer moments in a buffer of zoriMomentGetStateSize_64s bytes, aligned for 64-bit
+ * values. The buffer stays the caller's: there is nothing to free, and zoriMomentFree_64s must not be called
+ * on it. The state is as new: it answers no query before a pass.
+ *
+ * Checks: null pointers.
+ */
+ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint);
+
+/*
+ * zoriMomentFree_{64f,64s}
+ *
+ * Release a moment state.
+ *
+ * Releases a state that zoriMomentInitAlloc of the same type has made.
+ *
+ * ZorErrContext: pState is not a moment state of this type; nothing is released.
+ *
+ * Checks: null pointers, pState (ZorErrContext).
+ */
+ZorStatus zoriMomentFree_64f(ZorMomentState* pState);
+ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
+
+/*
+ * zoriMoments64f_{8u,16u,32f}_{C1,C3,AC4}R
+ * zoriMoments64s_{8u,16u}_{C1,C3,AC4}R
+ *
+ * Raw moments of a region up to the third order.
+ *
+ * Fills the state with m(i, j) = sum of x^i * y^j * src(x, y), for i + j at most 3, x and y being counted
+ * from 0 at the region's first pixel. C1 fills one channel, C3 and AC4 three; AC4 ignores the fourth channel.
+ * What the state held before is replaced. One pass serves any number of queries.
+ *
+ * The 64s forms add integers and are exact as long as a moment fits in 64 bits. The 64f forms give doubles,
+ * which stay right beyond that range.
+ *
+ * ZorErrContext: the state is not one of this form's type (64f or 64s). ZorErrStepTooSmall: srcStep is
+ * smaller than width pixels.
+ *
+ * Checks: null pointers, pState (ZorErrContext), steps, region size, srcStep (ZorErrStepTooSmall).
+ */
+ZorStatus zoriMoments64f_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64f_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+
+/*
+ * zoriGetSpatialMoment_{64f,64s}
+ *
+ * Spatial moment from a moment state.
+ *
+ * *pValue = sum of (x + roiOffset.x)^mOrd * (y + roiOffset.y)^nOrd * src(x, y): the moment of the region in
+ * the coordinates of a larger image, in which the region's first pixel stands at roiOffset. With an offset of
+ * (0, 0) it is the stored moment m(mOrd, nOrd). It is formed from the stored moments by the binomial
+ * expansion; the pixels are not read again.
+ *
+ * The 64s form works in exact integers, multiplies the value by 2^-scaleFactor and rounds once to the nearest
+ * integer.
+ *
+ * ZorErrContext: not a state of this type. ZorErrSize: an order is negative or mOrd + nOrd is above 3.
+ * ZorErrMomentChannel: nChannel is negative or not below the channel count of the last pass; always before a
+ * pass.
+ *
+ * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ */
+ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64f* pValue);
+ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
+
+/*
+ * zoriGetCentralMoment_{64f,64s}
+ *
+ * Central moment from a moment state.
+ *
+ * *pValue = mu(mOrd, nOrd) = sum of (x - xbar)^mOrd * (y - ybar)^nOrd * src(x, y), where (xbar, ybar) = (m10
+ * / m00, m01 / m00) is the centre of mass. mu(0, 0) is m00, mu(1, 0) and mu(0, 1) are 0; the others follow
+ * from the stored moments, for example mu(1, 1) = m11 - m10 * ybar, mu(2, 0) = m20 - m10 * xbar, mu(3, 0) =
+ * m30 - 3 xbar m20 + 2 xbar^2 m10, mu(2, 1) = m21 - ybar m20 - 2 xbar m11 + 2 xbar^2 m01.
+ *
+ * The value is formed in double; the 64s form multiplies it by 2^-scaleFactor and rounds once to the nearest
+ * integer.
+ *
+ * ZorErrContext: not a state of this type. ZorErrSize: an order is negative or mOrd + nOrd is above 3.
+ * ZorErrMomentChannel: nChannel is negative or not below the channel count of the last pass; always before a
+ * pass. ZorErrMomentTooSmall: |m00| is not above 2.220446049250313e-16, as in a black image. *pValue keeps
+ * its value on every error.
+ *
+ * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ */
+ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
+ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue, int scaleFactor);
+
+/*
+ * zoriGetNormalizedSpatialMoment_{64f,64s}
+ * zoriGetNormalizedCentralMoment_{64f,64s}
+ *
+ * Normalised moment from a moment state.
+ *
+ * The spatial or central moment, as zoriGetSpatialMoment and zoriGetCentralMoment give it, divided by
+ * m00^((mOrd + nOrd) / 2 + 1), which makes it independent of the object's size.
+ *
+ * The value is formed in double; the 64s forms multiply it by 2^-scaleFactor and round once to the nearest
+ * integer. Normalised moments are small numbers: the 64s forms want a negative scaleFactor.
+ *
+ * ZorErrContext: not a state of this type. ZorErrSize: an order is negative or mOrd + nOrd is above 3.
+ * ZorErrMomentChannel: nChannel is negative or not below the channel count of the last pass; always before a
+ * pass. ZorErrMomentTooSmall: |m00| is not above 2.220446049250313e-16. *pValue keeps its value on every
+ * error.
+ *
+ * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ */
+ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64f* pValue);
+ZorStatus zoriGetNormalizedSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
+ZorStatus zoriGetNormalizedCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
+ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue, int scaleFactor);
+
+/*
+ * zoriGetHuMoments_{64f,64s}
+ *
+ * Seven rotation-invariant moments from a moment state.
+ *
+ * Seven combinations of the normalised central moments eta(i, j) that do not change when the object is moved,
+ * scaled or turned, written to pHu[0] .. pHu[6]. With b = eta03 + eta21, c = eta12 + eta30, d = eta03 - 3
+ * eta21, e = 3 eta12 - eta30, f = eta21 + eta30, g = 3 b^2 - c^2:
+ *
+ * - h0 = eta02 + eta20
+ * - h1 = 4 eta11^2 + (eta02 - eta20)^2
+ * - h2 = d^2 + e^2
+ * - h3 = b^2 + c^2
+ * - h4 = d b (f^2 - 3 c^2) + e c g
+ * - h5 = (eta02 - eta20) (b^2 - c^2) + 4 eta11 b c
+ * - h6 = e b (b^2 - 3 c^2) - d c g
+ *
+ * h4 has f where textbooks have b; results are comparable with each other, not with another program's fifth
+ * moment. The values are formed in double; the 64s form multiplies them by 2^-scaleFactor and rounds each
+ * once to the nearest integer.
+ *
+ * ZorErrContext: not a state of this type. ZorErrMomentChannel: nChannel is negative or not below the channel
+ * count of the last pass; always before a pass. ZorErrMomentTooSmall: |m00| is not above
+ * 2.220446049250313e-16. pHu keeps its values on every error.
+ *
+ * Checks: null pointers, pState (ZorErrContext), nChannel (ZorErrMomentChannel).
+ */
+ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7]);
+ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64s pHu[7], int scaleFactor);
+
+/*
+ * zoriQualityIndex_{8u32f,16u32f,32f}_{C1,C3,AC4}R
+ *
+ * Universal quality index of two images.
+ *
+ * One number per channel that compares structure, brightness and contrast of two images: 1 for equal images,
+ * less the more they differ, at least -1. With the channel's means m1 and m2 and the sums over the region of
+ * the centred samples a = src1 - m1 and b = src2 - m2, S11 = sum of a * a, S22 = sum of b * b, S12 = sum of a
+ * * b:
+ *
+ * Q = 4 * S12 * m1 * m2 / ((S11 + S22) * (m1 * m1 + m2 * m2))
+ *
+ * C1 writes one value, C3 and AC4 three; AC4 ignores the fourth channels. Sums are taken in single precision,
+ * a slab of rows a thread, so the last digits may vary with the number of threads; the formula itself is
+ * evaluated in double.
+ *
+ * ZorErrQualitySize: the denominator of at least one channel is below 1.1920928955078125e-07, as of two
+ * constant or two black images. Such channels receive NaN, the others their index. ZorErrAlloc: no memory for
+ * the row buffers; nothing is written.
+ *
+ * Checks: null pointers, region size, steps.
+ */
+ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_8u32f_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_8u32f_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_16u32f_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_16u32f_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_16u32f_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+
 ZORI_END_DECLS
 
 #endif

@@ -2,8 +2,8 @@
 // zoriDiv_32f_{C1,C3,C4,AC4}{R,IR}, zoriDiv_32fc_{C1,C3,AC4}{R,IR}: quotient of two images.
 // zoriDiv_Round_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs: the same with a choice of rounding.
 //
-// dst = src2 / src1 * 2^-scaleFactor: the first image is the denominator. In place, srcDst / src. A zero denominator has
-// a defined result and makes the call end with a warning.
+// dst = src2 / src1 * 2^-scaleFactor: the first image is the denominator. In place, srcDst / src. A zero denominator
+// has a defined result and makes the call end with a warning.
 #include "frame/checks.h"
 #include "frame/walk.h"
 #include "rowkernels/division.h"
@@ -16,15 +16,14 @@ using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, int scaleFactor, con
 
 // Walks the region with a row kernel. The last check is that of a parameter.
 template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num,
-                                         Rows<T> dst, ZorImgSize roiSize, int scaleFactor, ZorStatus lastCheck = ZorOk)
+[[gnu::noinline, gnu::noclone]] ZorStatus
+divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num, Rows<T> dst,
+             ZorImgSize roiSize, int scaleFactor, ZorStatus lastCheck = ZorOk)
 {
   if (auto s = firstFailure(nonNull(den.first, num.first, dst.first), nonEmpty(roiSize),
                             positive(den.step, num.step, dst.step), lastCheck); s != ZorOk)
     return s;
-  // floats are divided in the caller's rounding mode
-  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
-  const RoundingScope rounding(isFloat ? zs_get_ssx() & roundingMask : roundNearest);
+  const RoundingScope rounding(divisionRounding<T>());
   const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), den.step, num.step, dst.step);
   ZorStatus status = ZorOk;
   for (int y = 0; y < run.height; ++y)
@@ -35,13 +34,14 @@ template <class T>
 template <Layout L, class T>
 ZorStatus divImages(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, int scaleFactor = 0)
 {
-  // 16sc: below this scale every part but 0 saturates, even one that the scale itself would leave within the bounds
+  // 16sc: below this scale every part but 0 saturates, even one that the scale would leave within the bounds
   if (std::is_same_v<T, Zor16sc> && scaleFactor < -32) scaleFactor = -64;
   return divideRegion<T>(divideRow<T, L == AC4>, channels<L>, den, num, dst, roiSize, scaleFactor);
 }
 
 template <Layout L, class T>
-ZorStatus divImagesRound(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor)
+ZorStatus divImagesRound(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorImgSize roiSize, ZorRoundMode rndMode,
+                         int scaleFactor)
 {
   constexpr bool keepsFourth = L == AC4;
   static constexpr RowDivision<T> byMode[] = {divideRow<T, keepsFourth, ZorRoundTowardZero>,

@@ -17,9 +17,9 @@ template <class T> bool isZeroDivisor(T x)
   else return x.re == 0 && x.im == 0;
 }
 
-// What the kernels take for the divisor: itself, or its reciprocal.
-template <class T>
-using Factor = std::conditional_t<std::is_same_v<T, Zor16u> || std::is_same_v<T, Zor32f>, Zor32f, T>;
+// What a row is divided by: the divisor itself, or the reciprocal that it is multiplied by.
+template <class T> inline constexpr bool byReciprocal = std::is_same_v<T, Zor16u> || std::is_same_v<T, Zor32f>;
+template <class T> using Factor = std::conditional_t<byReciprocal<T>, Zor32f, T>;
 
 template <class T> struct ReciprocalProduct {
   Group<T> operator()(const Group<T>& n, const Group<Zor32f>& reciprocals) const
@@ -34,18 +34,17 @@ template <class T> struct ReciprocalProduct {
 };
 
 template <class T, bool keepsFourth>
-[[gnu::noinline]] void divideByFactors(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors)
+void divideByFactors(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors)
 {
-  if constexpr (std::is_same_v<Factor<T>, T> && !std::is_same_v<T, Zor32f>) {
-    divideRow<T, keepsFourth>(dst, length, scaleFactor, src, factors);
-  } else {
-    using Op = ReciprocalProduct<T>;
-    if constexpr (keepsFourth) mapGroups(dst, length, KeepFourth<Op>{}, static_cast<const T*>(dst), src, factors);
-    else mapGroups(dst, length, Op{}, src, factors);
-  }
+  using Op = ReciprocalProduct<T>;
+  if constexpr (!byReciprocal<T>) divideRow<T, keepsFourth>(dst, length, scaleFactor, src, factors);
+  else if constexpr (keepsFourth) mapGroups(dst, length, KeepFourth<Op>{}, static_cast<const T*>(dst), src, factors);
+  else mapGroups(dst, length, Op{}, src, factors);
 }
+template <class T>
+using FactorKernel = void (*)(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors);
 
-// A row of factors as long as a piece of a row, or as the rows.
+// Not inlined, so that the reciprocals are formed under the rounding field that is set by then.
 template <class T>
 [[gnu::noinline]] void fillFactors(Factor<T>* row, std::ptrdiff_t length, const T* divisors, int count, int scaleFactor)
 {
@@ -58,14 +57,14 @@ template <class T>
   }
 }
 
+// The region in pieces of rows, each met by a row of factors.
 template <class T>
-using FactorKernel = void (*)(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors);
-
-template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<const T> src,
-                                         const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
+[[gnu::noinline, gnu::noclone]] ZorStatus
+divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<const T> src, const T* value,
+             Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
 {
-  if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step));
+      s != ZorOk)
     return s;
   T divisors[4];
   for (int k = 0; k < channelCount; ++k) { // in AC4 the first stands for the fourth, which is never used
@@ -73,10 +72,8 @@ template <class T>
     if (isZeroDivisor(divisors[k])) return ZorErrDivByZero;
   }
 
-  // floats are divided in the caller's rounding mode
-  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
-  const RoundingScope rounding(isFloat ? zs_get_ssx() & roundingMask : roundNearest);
-  constexpr std::ptrdiff_t piece = 768; // whole pixels and whole groups
+  const RoundingScope rounding(divisionRounding<T>());
+  constexpr std::ptrdiff_t piece = 768; // whole pixels of any layout and whole groups
   Factor<T> factors[piece];
   const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), src.step, dst.step);
   fillFactors(factors, run.length < piece ? run.length : piece, divisors, channelCount, scaleFactor);
@@ -89,7 +86,8 @@ template <class T>
 template <Layout L, class T>
 ZorStatus divConstant(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor = 0)
 {
-  return divideRegion<T>(divideByFactors<T, L == AC4>, processed<L>, channels<L>, src, value, dst, roiSize, scaleFactor);
+  return divideRegion<T>(divideByFactors<T, L == AC4>, processed<L>, channels<L>, src, value, dst, roiSize,
+                         scaleFactor);
 }
 
 } // namespace zori

@@ -26,75 +26,46 @@ struct Block {
   int x, y, width, height;
 };
 
-// Cache lines of a rectangle, fetched one by one.
-class Lines {
-public:
-  Lines() = default;
-  Lines(const Zor8u* first, std::ptrdiff_t step, int rows, std::ptrdiff_t rowBytes)
-    : row_(first), step_(step), rowBytes_(rowBytes), rows_(rows)
-  {}
-  void fetch()
-  {
-    if (rows_ == 0) return;
-    prefetch(row_ + at_);
-    at_ += 64;
-    if (at_ >= rowBytes_) {
-      at_ = 0;
-      row_ += step_;
-      --rows_;
-    }
-  }
+// Up to this size an image is taken to be in a cache already.
+static constexpr long long cachedBytes = 1 << 18;
 
-private:
-  const Zor8u* row_ = nullptr;
-  std::ptrdiff_t step_ = 0, rowBytes_ = 0, at_ = 0;
-  int rows_ = 0;
-};
-
-// The lines of a block that is worked on next.
-struct NextLines {
-  Lines src, dst;
-  NextLines() = default;
-  NextLines(const TransposedPair& p, Block b, int pixelBytes)
-    : src(p.src + b.y * p.srcStep + b.x * pixelBytes, p.srcStep, b.height, b.width * pixelBytes),
-      dst(p.dst + b.x * p.dstStep + b.y * pixelBytes, p.dstStep, b.width, b.height * pixelBytes)
-  {}
+// How far the block that is worked on next lies from this one, on both sides; 0 when nothing is to be fetched.
+struct Ahead {
+  std::ptrdiff_t src = 0, dst = 0;
 };
 
 template <int PixelBytes, int side_ = 0> struct Transposer {
   using Tile = owniTransposeTile<PixelBytes>;
   // Pixels of a block's side: its rows are whole cache lines, where they start at one.
   static constexpr int side = side_ ? side_ : std::max(16, 64 / (PixelBytes & -PixelBytes));
-  static constexpr int linesOfTile = (Tile::columns * Tile::rows * PixelBytes + 63) / 64;
 
   // One block, exact at the edges of the region. The region holds a tile at least.
-  static void block(const TransposedPair& p, Block b, NextLines next)
+  [[gnu::noinline]] static void block(const TransposedPair& p, Block b, Ahead ahead)
   {
-    for (int x = b.x; x < b.x + b.width; x += Tile::columns) {
-      const int column = std::min(x, p.width - Tile::columns);
-      for (int y = b.y; y < b.y + b.height; y += Tile::rows) {
-        const int row = std::min(y, p.height - Tile::rows);
+    for (int x = 0; x < b.width; x += Tile::columns) {
+      const int column = std::min(b.x + x, p.width - Tile::columns);
+      for (int y = 0; y < b.height; y += Tile::rows) {
+        const int row = std::min(b.y + y, p.height - Tile::rows);
         const Zor8u* const src = p.src + row * p.srcStep + column * PixelBytes;
         Zor8u* const dst = p.dst + column * p.dstStep + row * PixelBytes;
+        if (ahead.src)
+          Tile::fetch(src + ahead.src, p.srcStep, x / Tile::columns, dst + ahead.dst, p.dstStep, y / Tile::rows);
         if (Tile::overreach && (column + Tile::columns == p.width || row + Tile::rows == p.height))
           exactTile(src, p.srcStep, dst, p.dstStep);
         else Tile::move(src, p.srcStep, dst, p.dstStep);
-        for (int i = 0; i < linesOfTile; ++i) {
-          next.src.fetch();
-          next.dst.fetch();
-        }
       }
     }
   }
 
   // A tile that reads and writes its own pixels alone.
-  static void exactTile(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
+  [[gnu::noinline]] static void exactTile(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
   {
-    constexpr int rowBytes = Tile::columns * PixelBytes, step = rowBytes + 16;
-    Zor8u from[Tile::rows * step], to[Tile::columns * step];
-    for (int y = 0; y < Tile::rows; ++y) std::memcpy(from + y * step, src + y * srcStep, rowBytes);
-    Tile::move(from, step, to, step);
-    for (int x = 0; x < Tile::columns; ++x) std::memcpy(dst + x * dstStep, to + x * step, Tile::rows * PixelBytes);
+    constexpr int rowBytes = Tile::columns * PixelBytes, columnBytes = Tile::rows * PixelBytes;
+    constexpr int toStep = columnBytes + Tile::overreach;
+    Zor8u from[Tile::rows * rowBytes + Tile::overreach], to[Tile::columns * toStep];
+    for (int y = 0; y < Tile::rows; ++y) std::memcpy(from + y * rowBytes, src + y * srcStep, rowBytes);
+    Tile::move(from, rowBytes, to, toStep);
+    for (int x = 0; x < Tile::columns; ++x) std::memcpy(dst + x * dstStep, to + x * toStep, columnBytes);
   }
 
   static bool holdsTile(int width, int height) { return width >= Tile::columns && height >= Tile::rows; }
@@ -117,14 +88,16 @@ template <int PixelBytes, int side_ = 0> struct Transposer {
   static void region(const TransposedPair& p)
   {
     if (!holdsTile(p.width, p.height)) return pixels(p);
-    const auto at = [&p](int x, int y) { return Block{x, y, std::min(side, p.width - x), std::min(side, p.height - y)}; };
+    const bool fetches = 1LL * p.width * p.height * PixelBytes >= cachedBytes;
     for (int y = 0; y < p.height; y += side)
       for (int x = 0; x < p.width; x += side) {
+        // on to the right, and then to the start of the next row of blocks
         const bool isLast = x + side >= p.width;
-        NextLines next;
-        if (!isLast) next = NextLines(p, at(x + side, y), PixelBytes);
-        else if (y + side < p.height) next = NextLines(p, at(0, y + side), PixelBytes);
-        block(p, at(x, y), next);
+        const int nextX = isLast ? 0 : x + side, nextY = isLast ? y + side : y;
+        Ahead ahead;
+        if (fetches && nextX + side <= p.width && nextY + side <= p.height)
+          ahead = {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes, (nextX - x) * p.dstStep + (nextY - y) * PixelBytes};
+        block(p, {x, y, std::min(side, p.width - x), std::min(side, p.height - y)}, ahead);
       }
   }
 

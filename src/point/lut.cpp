@@ -139,7 +139,7 @@ template <Curve C, class T, Layout L> void throughMaps(Rows<const T> src, Rows<T
     writeMap<C>(map, nodes[c]);
     tables[c] = map;
   }
-  for (int y = 0; y < roi.height; ++y) lookUpRow<AlikePixels<L>>(src[y], dst[y], roi.width, tables, WholeSample{});
+  for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, WholeSample{}, AlikePixels<L>{});
 }
 
 // ---- Search of the interval, sample by sample ----

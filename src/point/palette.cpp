@@ -12,18 +12,20 @@
 #include "rowkernels/lookup.h"
 #include "zori/point.h"
 
-#include <limits>
-
 namespace zori {
 
-struct AlphaFirst {
-  static constexpr int src = 3, dst = 4, tables = 3, alpha = 0;
-  static constexpr int place(int c) { return c + 1; }
+// Four channels of three: table c gives sample first + step * c, alpha is the fourth.
+template <class D, int First, int Step, int AlphaAt, bool Writes> struct PixelsWithAlpha {
+  static constexpr int src = 3, dst = 4, tables = 3;
+  static constexpr int place(int c) { return First + Step * c; }
+  D alpha;
+  void finish(D* pixel) const
+  {
+    if constexpr (Writes) put(pixel + AlphaAt, alpha);
+  }
 };
-struct ReversedAlphaLast {
-  static constexpr int src = 3, dst = 4, tables = 3, alpha = 3;
-  static constexpr int place(int c) { return 2 - c; }
-};
+template <class D, bool Writes> using AlphaFirst = PixelsWithAlpha<D, 1, 1, 0, Writes>;
+template <class D, bool Writes> using ReversedAlphaLast = PixelsWithAlpha<D, 2, -1, 3, Writes>;
 
 // A pixel of the 24u forms.
 struct ThreeBytes {
@@ -37,49 +39,51 @@ template <class S> ZorStatus indexBits(int nBitSize)
   return require(nBitSize >= 1 && nBitSize <= sampleBits<S>, ZorErrBitSize);
 }
 
-// What follows the lookups of a row: nothing, or one sample of each pixel set to a constant.
-struct NoAlpha {
-  template <class D> void operator()(D*, int) const {}
-};
-template <class D, class Pixels> struct SetAlpha {
-  int value;
-  void operator()(D* row, int pixels) const
-  {
-    if (value < 0 || value > std::numeric_limits<D>::max()) return;
-    for (std::ptrdiff_t x = 0; x < pixels; ++x) put(row + x * Pixels::dst + Pixels::alpha, static_cast<D>(value));
-  }
-};
-
-template <class Pixels, class S, class D, class Alpha>
-void lookUpRegion(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize, Alpha setAlpha)
+template <class S, class D, class Pixels>
+void lookUpRegion(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize, Pixels pixels)
 {
   const auto walk = [&](auto index) {
-    for (int y = 0; y < roi.height; ++y) {
-      lookUpRow<Pixels>(src[y], dst[y], roi.width, tables, index);
-      setAlpha(dst[y], roi.width);
-    }
+    for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, index, pixels);
   };
   if (nBitSize == sampleBits<S>) walk(WholeSample{});
   else walk(LowBits{(std::size_t{1} << nBitSize) - 1});
 }
 
-// E: what a table holds, where that is not an element of the destination.
+// E: what the table holds, and a pixel of the destination.
 template <class E, class S, class D>
 ZorStatus oneTable(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roiSize, const D* pTable, int nBitSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pTable), nonEmpty(roiSize), indexBits<S>(nBitSize)); s != ZorOk) return s;
   const E* table = reinterpret_cast<const E*>(pTable);
-  lookUpRegion<AlikePixels<C1>>(Rows{pSrc, srcStep}, Rows{reinterpret_cast<E*>(pDst), dstStep}, roiSize, &table, nBitSize, NoAlpha{});
+  lookUpRegion(Rows{pSrc, srcStep}, Rows{reinterpret_cast<E*>(pDst), dstStep}, roiSize, &table, nBitSize, AlikePixels<C1>{});
   return ZorOk;
 }
 
-template <class Pixels, class S, class D, class Alpha>
-ZorStatus threeTables(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roiSize, const D* const* pTable, int nBitSize,
-                      Alpha setAlpha)
+template <class S>
+ZorStatus threeTablesChecks(const void* pSrc, const void* pDst, ZorImgSize roiSize, const S* const* pTable, int nBitSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pTable), nonEmpty(roiSize)); s != ZorOk) return s;
-  if (auto s = firstFailure(nonNullPlanes<3>(pTable), indexBits<S>(nBitSize)); s != ZorOk) return s;
-  lookUpRegion<Pixels>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, pTable, nBitSize, setAlpha);
+  return firstFailure(nonNullPlanes<3>(pTable), indexBits<S>(nBitSize));
+}
+
+template <class T, Layout L>
+ZorStatus threeTables(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* const* pTable, int nBitSize)
+{
+  if (auto s = threeTablesChecks(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
+  lookUpRegion(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, pTable, nBitSize, AlikePixels<L>{});
+  return ZorOk;
+}
+
+template <template <class, bool> class Pixels, class T>
+ZorStatus threeTablesAndAlpha(const T* pSrc, int srcStep, int alphaValue, T* pDst, int dstStep, ZorImgSize roiSize,
+                              const T* const* pTable, int nBitSize)
+{
+  if (auto s = threeTablesChecks(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
+  const Rows src{pSrc, srcStep};
+  const Rows dst{pDst, dstStep};
+  const T alpha = static_cast<T>(alphaValue);
+  if (alpha == alphaValue) lookUpRegion(src, dst, roiSize, pTable, nBitSize, Pixels<T, true>{alpha});
+  else lookUpRegion(src, dst, roiSize, pTable, nBitSize, Pixels<T, false>{});
   return ZorOk;
 }
 
@@ -99,17 +103,14 @@ STAMP_ONE(8u32u, 8u, 32u, Zor32u) STAMP_ONE(16u32u, 16u, 32u, Zor32u)
 #define STAMP_THREE(type, layout)                                                                                        \
   ZorStatus zoriLUTPalette_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,         \
                                                 ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize)      \
-  { return threeTables<AlikePixels<layout>>(pSrc, srcStep, pDst, dstStep, roiSize, pTable, nBitSize, NoAlpha{}); }
+  { return threeTables<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, pTable, nBitSize); }
 STAMP_THREE(8u, C3) STAMP_THREE(8u, AC4) STAMP_THREE(16u, C3) STAMP_THREE(16u, AC4)
 #undef STAMP_THREE
 
 #define STAMP_ALPHA(name, type, pixels)                                                                                  \
   ZorStatus name##_##type##_C3A0C4R(const Zor##type* pSrc, int srcStep, int alphaValue, Zor##type* pDst, int dstStep,     \
                                     ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize)                  \
-  {                                                                                                                      \
-    return threeTables<pixels>(pSrc, srcStep, pDst, dstStep, roiSize, pTable, nBitSize,                                  \
-                               SetAlpha<Zor##type, pixels>{alphaValue});                                                 \
-  }
+  { return threeTablesAndAlpha<pixels>(pSrc, srcStep, alphaValue, pDst, dstStep, roiSize, pTable, nBitSize); }
 STAMP_ALPHA(zoriLUTPalette, 8u, AlphaFirst) STAMP_ALPHA(zoriLUTPalette, 16u, AlphaFirst)
 STAMP_ALPHA(zoriLUTPaletteSwap, 8u, ReversedAlphaLast)
 #undef STAMP_ALPHA

@@ -83,9 +83,9 @@ struct Quotient32sc {
   // To nearest, ties to even, whatever the rounding fields say.
   static Zor32s saturated(long double x)
   {
-    const long double beyond = 2147483648.0L, magnitude = std::fabs(x), bounded = magnitude < beyond ? magnitude : beyond;
-    Zor64s whole = static_cast<Zor64s>(bounded);
-    const long double rest = bounded - static_cast<long double>(whole);
+    const long double magnitude = std::min(std::fabs(x), 2147483648.0L);
+    Zor64s whole = static_cast<Zor64s>(magnitude);
+    const long double rest = magnitude - static_cast<long double>(whole);
     whole += static_cast<int>(rest > 0.5L) | (static_cast<int>(rest == 0.5L) & static_cast<int>(whole));
     return static_cast<Zor32s>(x < 0 ? -whole : std::min<Zor64s>(whole, INT32_MAX));
   }
@@ -116,19 +116,21 @@ static bool divideEach(T* dst, std::ptrdiff_t length, Op op, bool keepsFourth, c
   return op.anyZero();
 }
 
-bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num, const Zor16sc* den)
+bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num,
+                   const Zor16sc* den)
 {
   return divideEach(dst, length, Quotient16sc(scaleFactor), keepsFourth, num, den);
 }
 
-bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num, const Zor32sc* den)
+bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num,
+                   const Zor32sc* den)
 {
   return divideEach(dst, length, Quotient32sc(scaleFactor), keepsFourth, num, den);
 }
 
-bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num, const Zor32fc* den)
+bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int /* floats have no scale */, bool keepsFourth,
+                   const Zor32fc* num, const Zor32fc* den)
 {
-  (void)scaleFactor; // floats have none
   return divideEach(dst, length, Quotient32fc(), keepsFourth, num, den);
 }
 

@@ -3,8 +3,7 @@
 // Every quotient is a true division, so that a result depends neither on its place in the row nor on the processor.
 // Samples of 8 and 16 bits become float, n / (d * 2^scaleFactor) is rounded once to single precision and then to an
 // integer. A quotient halfway between two integers is exact in float, and with a scaleFactor of 0 or more no other one
-// can be taken for such a tie: n / d is at least 1 / (2d) away from it, and the rounding of n < 2^16 is finer. The
-// integer kernels need the rounding field at nearest.
+// can be taken for such a tie: n / d is at least 1 / (2d) away from it, and the rounding of n < 2^16 is finer.
 #pragma once
 
 #include "convert.h"
@@ -14,6 +13,13 @@ namespace zori {
 
 // Quotients of samples of type T as an operation on groups, in whole numbers rounded by Mode.
 template <class T, ZorRoundMode Mode = ZorRoundNearestEven> struct Quotient;
+
+// The rounding field under which rows of T are divided: integers ask for nearest, floats leave the caller's.
+template <class T> unsigned divisionRounding()
+{
+  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
+  return isFloat ? zs_get_ssx() & roundingMask : roundNearest;
+}
 
 // ---- Integers ----
 
@@ -91,9 +97,12 @@ template <class Op, class T> struct FlagZeros {
 };
 
 // Complex samples: num * conj(den) / |den|^2, over zero 0 in both parts, in 32fc NaN. 32fc has no scale.
-bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num, const Zor16sc* den);
-bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num, const Zor32sc* den);
-bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num, const Zor32fc* den);
+bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num,
+                   const Zor16sc* den);
+bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num,
+                   const Zor32sc* den);
+bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num,
+                   const Zor32fc* den);
 
 // dst = num / den * 2^-scaleFactor; true when a denominator was zero. Where the fourth of four samples is kept it is
 // neither written nor looked at.
@@ -106,11 +115,10 @@ template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
     constexpr std::ptrdiff_t size = Group<T>::size;
     if (length < size) { // filled up with denominators that are not zero
       const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
-      T ones[size];
-      for (T& x : ones) x = 1;
-      std::memcpy(ones, den, bytes);
-      PaddedBlock<T, size> out(dst, length);
-      const bool anyZero = divideRow<T, keepsFourth, Mode>(out.values, size, scaleFactor, PaddedBlock<T, size>(num, length).values, ones);
+      const PaddedBlock<T, size> n(num, length);
+      PaddedBlock<T, size> d(den, length), out(dst, length);
+      for (std::ptrdiff_t i = length; i < size; ++i) d.values[i] = 1;
+      const bool anyZero = divideRow<T, keepsFourth, Mode>(out.values, size, scaleFactor, n.values, d.values);
       std::memcpy(dst, out.values, bytes);
       return anyZero;
     }

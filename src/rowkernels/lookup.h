@@ -1,8 +1,7 @@
-// One row through tables: dst = table[src & mask], a table a channel.
+// One row through tables: dst = table[index of src], a table a channel.
 //
-// No vector instruction of this level reads a table; two loads and a store a sample are the limit. A block of lookups is
-// read before its results are written: the loads do not wait for stores that might overlap them, and a row may be its
-// own source.
+// No vector instruction of this level reads a table: two loads and a store a sample are the limit, and the plain loop,
+// unrolled, reaches it. A row may be its own source.
 #pragma once
 
 #include "frame/layout.h"
@@ -10,10 +9,12 @@
 
 namespace zori {
 
-// How the pixels lie: elements of a pixel on either side, and where the sample that table c gives is written.
+// How the pixels lie: elements of a pixel on either side, where the sample that table c gives is written, and what else
+// is written.
 template <Layout L> struct AlikePixels {
   static constexpr int src = channels<L>, dst = channels<L>, tables = processed<L>;
   static constexpr int place(int c) { return c; }
+  template <class D> void finish(D*) const {}
 };
 
 // Which bits of a sample are the index.
@@ -26,23 +27,19 @@ struct LowBits {
 };
 
 template <class Pixels, class Index, class S, class D>
-[[gnu::noinline]] void lookUpRow(const S* src, D* dst, std::ptrdiff_t pixels, const D* const* tables, Index index)
+[[gnu::noinline]] void lookUpRow(const S* src, D* dst, std::ptrdiff_t length, const D* const* tables, Index index, Pixels pixels)
 {
-  constexpr int n = Pixels::tables, block = n == 1 ? 8 : 2;
+  constexpr int n = Pixels::tables;
   const D* table[n];
   for (int c = 0; c < n; ++c) table[c] = tables[c];
-  const auto lookUp = [&](auto count) {
-    D found[count][n];
-    for (int i = 0; i < count; ++i)
-      for (int c = 0; c < n; ++c) found[i][c] = get<D>(table[c] + index(get<S>(src + i * Pixels::src + c)));
-    for (int i = 0; i < count; ++i)
-      for (int c = 0; c < n; ++c) put(dst + i * Pixels::dst + Pixels::place(c), found[i][c]);
-    src += count * Pixels::src;
-    dst += count * Pixels::dst;
-    pixels -= count;
+  const auto lookUp = [&](const S* from, D* to) {
+    for (int c = 0; c < n; ++c) put(to + Pixels::place(c), get<D>(table[c] + index(get<S>(from + c))));
+    pixels.finish(to);
   };
-  while (pixels >= block) lookUp(std::integral_constant<int, block>{});
-  while (pixels > 0) lookUp(std::integral_constant<int, 1>{});
+  constexpr int block = n == 1 ? 8 : 2;
+  for (; length >= block; length -= block)
+    for (int i = 0; i < block; ++i, src += Pixels::src, dst += Pixels::dst) lookUp(src, dst);
+  for (; length > 0; --length, src += Pixels::src, dst += Pixels::dst) lookUp(src, dst);
 }
 
 } // namespace zori

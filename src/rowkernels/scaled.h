@@ -56,7 +56,11 @@ template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
   const Vec<Zor16u> power = splat(static_cast<Zor16u>(0x10000 >> n));
   if constexpr (sizeof(T) == 1) return as<T>(mulHigh(as<Zor16u>(v), power)) & splat(static_cast<T>(0xff >> n));
   else if constexpr (sizeof(T) == 2 && !isSigned<T>) return mulHigh(v, power);
-  else return shiftRight(v, n);
+  else if constexpr (sizeof(T) < 8) return shiftRight(v, n);
+  else { // no arithmetic shift of 64 bits: moved up by 2^63 and back
+    constexpr std::uint64_t top = std::uint64_t{1} << 63;
+    return as<T>(shiftRight(as<std::uint64_t>(v) ^ splat(top), n) - splat(top >> n));
+  }
 }
 template <class T> inline Vec<T> lanesLeft(Vec<T> v, int n)
 {
@@ -75,7 +79,8 @@ template <class T> inline Vec<T> roundedShiftRight(Vec<T> v, Vec<T> lost, int n)
   const Vec<T> rest = (v & splat(static_cast<T>(unit - 1))) ^ splat(flip);
   // up when the rest exceeds a half, or is one and the quotient is odd or something was lost
   const Vec<T> greatestDown = splat(static_cast<T>(unit / 2 ^ flip)) - ((quotient & splat(T(1))) | lost);
-  return quotient - as<T>(greater(as<S>(rest), as<S>(greatestDown)));
+  if constexpr (sizeof(T) < 8) return quotient - as<T>(greater(as<S>(rest), as<S>(greatestDown)));
+  else return quotient + as<T>(shiftRight<63>(as<std::uint64_t>(greatestDown - rest)));
 }
 
 // v * 2^n, saturated; n up to the width of an unsigned lane or the width less 1 of a signed one.
@@ -113,42 +118,20 @@ template <class W> struct Wide {
 // Saturated; the top bit of unsigned lanes must be clear.
 template <class T, class W> inline Vec<T> narrow(Wide<W> v)
 {
-  using S = std::make_signed_t<W>;
-  return narrowSat<T>(as<S>(v.low), as<S>(v.high));
+  if constexpr (sizeof(W) < 8) {
+    using S = std::make_signed_t<W>;
+    return narrowSat<T>(as<S>(v.low), as<S>(v.high));
+  } else { // the high half of what fits repeats the sign of the low one
+    const F32x4 first = as<float>(v.low), second = as<float>(v.high);
+    const Vec<T> low = as<T>(shuffle<2, 0, 2, 0>(first, second)), high = as<T>(shuffle<3, 1, 3, 1>(first, second));
+    return select(equal(high, signs(low)), low, signs(high) ^ splat(std::numeric_limits<T>::max()));
+  }
 }
 template <class T, class W> inline Vec<T> scaledDown(Wide<W> v, int scale)
 {
   const Vec<W> nothing = zero<W>();
   return narrow<T>(Wide<W>{roundedShiftRight(v.low, nothing, scale), roundedShiftRight(v.high, nothing, scale)});
 }
-
-// Complex products of 64 bits: this level has no vectors for them. (a + ib)(c + id) of two pixels, of which ad + bc alone
-// may not fit: see ComplexProduct.
-struct Factors {
-  Vec<Zor32s> x, y;
-};
-[[gnu::noinline]] inline Vec<Zor32s> scaledProducts(Factors factors, int scale)
-{
-  const auto scaled = [=](std::uint64_t product) -> std::uint64_t {
-    constexpr Zor64s least = std::numeric_limits<Zor32s>::min(), greatest = std::numeric_limits<Zor32s>::max();
-    const Zor64s v = static_cast<Zor64s>(product), quotient = v >> scale;
-    const std::uint64_t unit = std::uint64_t{1} << scale, rest = product & (unit - 1);
-    const Zor64s r = quotient + (rest > unit / 2 - (static_cast<std::uint64_t>(quotient) & (unit > 1)));
-    return static_cast<Zor32u>(r < least ? least : r > greatest ? greatest : r);
-  };
-  Zor32s x[4], y[4];
-  store(x, factors.x);
-  store(y, factors.y);
-  Vec<std::uint64_t> pixels[2];
-  for (int i = 0; i < 4; i += 2) {
-    const auto product = [&](int p, int q) { return static_cast<std::uint64_t>(Zor64s{x[i + p]} * y[i + q]); };
-    const std::uint64_t im = product(0, 1) + product(1, 0);
-    pixels[i / 2] = splat(scaled(product(0, 0) - product(1, 1)) | scaled(im - (im == std::uint64_t{1} << 63)) << 32);
-  }
-  return as<Zor32s>(interleaveLow(pixels[0], pixels[1]));
-}
-template <class T> inline Vec<T> narrow(Factors factors) { return scaledProducts(factors, 0); }
-template <class T> inline Vec<T> scaledDown(Factors factors, int scale) { return scaledProducts(factors, scale); }
 
 // ---- The operations ----
 
@@ -222,9 +205,9 @@ template <class T> struct Product {
   }
 };
 
-// (a + ib)(c + id) = (ac - bd) + i(ad + bc) of pairs of parts. In integers one result alone does not fit lanes of twice
-// the width: ad + bc is 2^31 (2^63) when all parts are at the minimum. It comes out as the minimum, which no other
-// product gives, and the maximum takes its place: that gives the same at every scale.
+// (a + ib)(c + id) = (ac - bd) + i(ad + bc) of pairs of parts, exact in lanes of twice the width but for one result:
+// ad + bc is 2^31 (2^63) when all parts are at the minimum. It comes out as the minimum, which no other product gives,
+// and the maximum takes its place: that gives the same at every scale.
 template <class T> struct ComplexProduct {
   using Element = T;
   static constexpr int period = 2;
@@ -242,7 +225,20 @@ template <class T> struct ComplexProduct {
       im += equal(im, splat(std::numeric_limits<Zor32s>::min()));
       return Wide<Zor32s>{interleaveLow(re, im), interleaveHigh(re, im)};
     } else {
-      return Factors{x, y};
+      using L = std::uint64_t;
+      const auto product = [](Vec<T> p, Vec<T> q) { return mulEven(as<Zor32u>(p), as<Zor32u>(q)); };
+      // Signed products are unsigned ones less 2^32 times each factor where the other is negative.
+      const auto excess = [](Vec<T> p, Vec<T> q) { return as<L>((q & signs(p)) + (p & signs(q))); };
+      const auto fromBelow = [](Vec<L> p) { return shiftLeft<32>(p); };
+      const auto inHighHalf = [](Vec<Zor32u> p) { return as<L>(p) & splat(~L{0} << 32); };
+      const Vec<T> swapped = shuffle<2, 3, 0, 1>(y), b = as<T>(shiftRight<32>(as<L>(x)));
+      const Vec<L> ofRe = excess(x, y), ofIm = excess(x, swapped); // ac, bd in turn; ad, bc in turn
+      const Vec<L> re = product(x, y) - product(b, swapped) +
+                        inHighHalf(as<Zor32u>(ofRe) - as<Zor32u>(fromBelow(ofRe)));
+      Vec<L> im = product(x, swapped) + product(b, y) - inHighHalf(as<Zor32u>(ofIm) + as<Zor32u>(fromBelow(ofIm)));
+      const Vec<T> isLeast = equal(as<T>(im), as<T>(splat(L{1} << 63)));
+      im += as<L>(isLeast & shuffle<2, 3, 0, 1>(isLeast));
+      return Wide<Zor64s>{as<Zor64s>(interleaveLow(re, im)), as<Zor64s>(interleaveHigh(re, im))};
     }
   }
   static Vec<T> saturated(Vec<T> x, Vec<T> y)

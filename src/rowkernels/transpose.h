@@ -55,7 +55,7 @@ inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8
 template <int PixelBytes> struct owniTransposeTile {
   static constexpr bool isLane = 8 % PixelBytes == 0;
   static constexpr int columns = isLane ? 16 / PixelBytes : 4, rows = 8;
-  static constexpr int overreach = isLane ? 0 : -PixelBytes & 3;
+  static constexpr int overreach = isLane || PixelBytes == 16 ? 0 : PixelBytes == 12 ? 4 : 2;
 
   static void move(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
   {
@@ -78,6 +78,19 @@ template <int PixelBytes> struct owniTransposeTile {
         }
       }
     }
+  }
+
+  // Asks for a share of the cache lines of a tile that lies as this one in a block to come, so that the tiles of a block
+  // share out its lines: `column` and `row` count the tiles of the block.
+  static void fetch(const Zor8u* src, std::ptrdiff_t srcStep, int column, const Zor8u* dst, std::ptrdiff_t dstStep, int row)
+  {
+    constexpr int lines = (columns * rows * PixelBytes + 63) / 64; // as many on either side
+    constexpr int share = lines <= 2 ? 2 : lines <= 4 ? 4 : 8;
+    constexpr int srcShare = share, dstShare = share < columns ? share : columns;
+    for (int i = 0; i < srcShare; ++i) prefetch(src + (column * srcShare % rows + i) * srcStep);
+    for (int i = 0; i < dstShare; ++i)
+      for (int line = 0; line < rows * PixelBytes; line += 64)
+        prefetch(dst + (row * dstShare % columns + i) * dstStep + line);
   }
 
 private:

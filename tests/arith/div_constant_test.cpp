@@ -1,4 +1,4 @@
-// Quotients by a constant: the checks of the constant, one divisor a channel, exact rounding, reciprocals of 16u and 32f.
+// Quotients by a constant: its checks, one divisor a channel, exact rounding, the reciprocals of 16u and 32f.
 #include "division.h"
 #include "zori/arith.h"
 
@@ -15,16 +15,18 @@ template <class T> std::vector<T> allValues()
 }
 
 // The function on all values; expected(n, d, scale) is the result.
-template <class T, class DivC, class Expected> void expectQuotients(DivC divC, std::initializer_list<int> divisors, Expected expected)
+template <class T, class DivC, class Expected>
+void expectQuotients(DivC divC, std::initializer_list<int> divisors, Expected expected)
 {
   const std::vector<T> src = allValues<T>();
-  const int step = static_cast<int>(src.size() * sizeof(T));
+  const int length = static_cast<int>(src.size()), step = length * static_cast<int>(sizeof(T));
   std::vector<T> dst(src.size());
   for (const int divisor : divisors)
     for (const int scale : divisionScales()) {
-      ASSERT_EQ(divC(src.data(), step, static_cast<T>(divisor), dst.data(), step, {static_cast<int>(src.size()), 1}, scale), ZorOk);
+      const T d = static_cast<T>(divisor);
+      ASSERT_EQ(divC(src.data(), step, d, dst.data(), step, {length, 1}, scale), ZorOk);
       for (std::size_t i = 0; i < src.size(); ++i)
-        ASSERT_EQ(+dst[i], +expected(src[i], static_cast<T>(divisor), scale)) << +src[i] << " / " << divisor << " at scale " << scale;
+        ASSERT_EQ(+dst[i], +expected(src[i], d, scale)) << +src[i] << " / " << divisor << " at scale " << scale;
     }
 }
 
@@ -90,9 +92,9 @@ TEST(DivC, Complex)
   const Zor32fc src = {1e30f, 2}, value = {3, 1e-3f};
   Zor32fc dst;
   ASSERT_EQ(zoriDivC_32fc_C1R(&src, 8, value, &dst, 8, {1, 1}), ZorOk);
-  const long double square = 9 + static_cast<long double>(value.im) * value.im;
-  EXPECT_FLOAT_EQ(dst.re, static_cast<float>((3 * static_cast<long double>(src.re) + 2 * static_cast<long double>(value.im)) / square));
-  EXPECT_FLOAT_EQ(dst.im, static_cast<float>((6 - static_cast<long double>(src.re) * value.im) / square));
+  const long double a = src.re, e = value.im, square = 9 + e * e;
+  EXPECT_FLOAT_EQ(dst.re, static_cast<float>((3 * a + 2 * e) / square));
+  EXPECT_FLOAT_EQ(dst.im, static_cast<float>((6 - a * e) / square));
 }
 
 TEST(DivC, AZeroInAnyChannelOfTheConstant)
@@ -142,20 +144,23 @@ void expectConstantFormsAgree(ZorStatus (*single)(const T*, int, T, T*, int, Zor
   std::mt19937 random(8);
   for (const auto& form : forms)
     forEachShape(form.channels, [&](int width, std::size_t offset, int gap) {
-      constexpr int height = 2;
+      constexpr int height = 2, one = sizeof(T);
       const int length = width * form.channels;
+      const ZorImgSize size = {width, height};
       LooseImage<T> src(length, height, offset, gap, random), dst(length, height, 4 - offset, gap, random);
       const auto expected = [&](LooseImage<T> to) {
         for (int y = 0; y < height; ++y)
-          for (int i = 0; i < length; ++i)
-            if (!form.keepsFourth || i % 4 != 3)
-              single(src.sample(y, i), sizeof(T), values[static_cast<std::size_t>(i % form.channels)], to.sample(y, i), sizeof(T), {1, 1}, arguments...);
+          for (int i = 0; i < length; ++i) {
+            if (form.keepsFourth && i % 4 == 3) continue;
+            const T value = values[static_cast<std::size_t>(i % form.channels)];
+            single(src.sample(y, i), one, value, to.sample(y, i), one, {1, 1}, arguments...);
+          }
         return to.bytes;
       };
       LooseImage<T> result = dst, inPlace = src;
-      ASSERT_EQ(form.plain(src.data(), src.step, values.data(), result.data(), result.step, {width, height}, arguments...), ZorOk);
+      ASSERT_EQ(form.plain(src.data(), src.step, values.data(), result.data(), result.step, size, arguments...), ZorOk);
       ASSERT_EQ(result.bytes, expected(dst)) << form.channels << " channels, width " << width;
-      ASSERT_EQ(form.inPlace(values.data(), inPlace.data(), inPlace.step, {width, height}, arguments...), ZorOk);
+      ASSERT_EQ(form.inPlace(values.data(), inPlace.data(), inPlace.step, size, arguments...), ZorOk);
       ASSERT_EQ(inPlace.bytes, expected(src)) << "in place, " << form.channels << " channels, width " << width;
     });
 }
@@ -167,30 +172,33 @@ template <auto function, auto inPlace, class T, class... A> ConstantForm<T, A...
           [](const T* src, int srcStep, const T* value, T* dst, int dstStep, ZorImgSize size, A... a) {
             return function(src, srcStep, *value, dst, dstStep, size, a...);
           },
-          [](const T* value, T* srcDst, int step, ZorImgSize size, A... a) { return inPlace(*value, srcDst, step, size, a...); }};
+          [](const T* value, T* srcDst, int step, ZorImgSize size, A... a) {
+            return inPlace(*value, srcDst, step, size, a...);
+          }};
 }
 
 } // namespace
 
-#define ONE(type, suffix, ...) oneChannel<zoriDivC_##type##_C1R##suffix, zoriDivC_##type##_C1IR##suffix, Zor##type __VA_OPT__(,) __VA_ARGS__>()
-#define FORM(count, keeps, type, layout, suffix) {count, keeps, zoriDivC_##type##_##layout##R##suffix, zoriDivC_##type##_##layout##IR##suffix}
+#define FORM(count, keeps, type, layout, suffix) \
+  {count, keeps, zoriDivC_##type##_##layout##R##suffix, zoriDivC_##type##_##layout##IR##suffix}
+#define SCALED(type, ...)                                                                  \
+  {oneChannel<zoriDivC_##type##_C1RSfs, zoriDivC_##type##_C1IRSfs, Zor##type, int>(),      \
+   FORM(3, false, type, C3, Sfs), FORM(4, true, type, AC4, Sfs), ##__VA_ARGS__}
+#define FLOATS(type, ...)                                                                  \
+  {oneChannel<zoriDivC_##type##_C1R, zoriDivC_##type##_C1IR, Zor##type>(),                 \
+   FORM(3, false, type, C3, ), FORM(4, true, type, AC4, ), ##__VA_ARGS__}
+#define C4(type, suffix) FORM(4, false, type, C4, suffix)
 
 TEST(DivC, LayoutsAgreeWithSingleSamples)
 {
-  expectConstantFormsAgree<Zor8u, int>(zoriDivC_8u_C1RSfs, {3, 200, 7, 64},
-    {ONE(8u, Sfs, int), FORM(3, false, 8u, C3, Sfs), FORM(4, false, 8u, C4, Sfs), FORM(4, true, 8u, AC4, Sfs)}, -2);
-  expectConstantFormsAgree<Zor16u, int>(zoriDivC_16u_C1RSfs, {3, 20000, 1, 7},
-    {ONE(16u, Sfs, int), FORM(3, false, 16u, C3, Sfs), FORM(4, false, 16u, C4, Sfs), FORM(4, true, 16u, AC4, Sfs)}, -2);
-  expectConstantFormsAgree<Zor16s, int>(zoriDivC_16s_C1RSfs, {-3, 20000, 1, 7},
-    {ONE(16s, Sfs, int), FORM(3, false, 16s, C3, Sfs), FORM(4, false, 16s, C4, Sfs), FORM(4, true, 16s, AC4, Sfs)}, -2);
-  expectConstantFormsAgree<Zor32f>(zoriDivC_32f_C1R, {-3, 0.1f, 1, 7},
-    {ONE(32f, ), FORM(3, false, 32f, C3, ), FORM(4, false, 32f, C4, ), FORM(4, true, 32f, AC4, )});
-  expectConstantFormsAgree<Zor16sc, int>(zoriDivC_16sc_C1RSfs, {{3, 1}, {0, 9}, {-100, 1}, {0, 0}},
-    {ONE(16sc, Sfs, int), FORM(3, false, 16sc, C3, Sfs), FORM(4, true, 16sc, AC4, Sfs)}, -2);
-  expectConstantFormsAgree<Zor32sc, int>(zoriDivC_32sc_C1RSfs, {{3, 1}, {0, 9}, {-100, 1}, {0, 0}},
-    {ONE(32sc, Sfs, int), FORM(3, false, 32sc, C3, Sfs), FORM(4, true, 32sc, AC4, Sfs)}, -2);
-  expectConstantFormsAgree<Zor32fc>(zoriDivC_32fc_C1R, {{3, 1}, {0, 9}, {-100, 1}, {0, 0}},
-    {ONE(32fc, ), FORM(3, false, 32fc, C3, ), FORM(4, true, 32fc, AC4, )});
+  expectConstantFormsAgree<Zor8u, int>(zoriDivC_8u_C1RSfs, {3, 200, 7, 64}, SCALED(8u, C4(8u, Sfs)), -2);
+  expectConstantFormsAgree<Zor16u, int>(zoriDivC_16u_C1RSfs, {3, 20000, 1, 7}, SCALED(16u, C4(16u, Sfs)), -2);
+  expectConstantFormsAgree<Zor16s, int>(zoriDivC_16s_C1RSfs, {-3, 20000, 1, 7}, SCALED(16s, C4(16s, Sfs)), -2);
+  expectConstantFormsAgree<Zor32f>(zoriDivC_32f_C1R, {-3, 0.1f, 1, 7}, FLOATS(32f, C4(32f, )));
+  // of three channels, the fourth being none of the constant's
+  expectConstantFormsAgree<Zor16sc, int>(zoriDivC_16sc_C1RSfs, {{3, 1}, {0, 9}, {-100, 1}}, SCALED(16sc), -2);
+  expectConstantFormsAgree<Zor32sc, int>(zoriDivC_32sc_C1RSfs, {{3, 1}, {0, 9}, {-100, 1}}, SCALED(32sc), -2);
+  expectConstantFormsAgree<Zor32fc>(zoriDivC_32fc_C1R, {{3, 1}, {0, 9}, {-100, 1}}, FLOATS(32fc));
 }
 
 TEST(DivC, IntegersIgnoreTheCallersRoundingMode)

@@ -42,9 +42,17 @@ template <class T> struct SomePairs {
       den.push_back(static_cast<T>(d));
     }
   }
-  ZorImgSize size() const { return {static_cast<int>(num.size()), 1}; }
-  int step() const { return static_cast<int>(num.size() * sizeof(T)); }
 };
+
+// A function of one channel on rows of numerators and denominators.
+template <class T, class... A>
+ZorStatus divideRow(ZorStatus (*div)(const T*, int, const T*, int, T*, int, ZorImgSize, A...),
+                    const std::vector<T>& den, const std::vector<T>& num, std::vector<T>& dst, A... arguments)
+{
+  const int step = static_cast<int>(num.size() * sizeof(T));
+  dst.resize(num.size());
+  return div(den.data(), step, num.data(), step, dst.data(), step, {static_cast<int>(num.size()), 1}, arguments...);
+}
 
 constexpr ZorRoundMode modes[] = {ZorRoundTowardZero, ZorRoundNearestEven, ZorRoundNearestAway};
 
@@ -54,9 +62,8 @@ template <class T> void expectNearlyExact(T result, T n, T d, int scale, ZorRoun
   const T exact = exactQuotient(n, d, scale, mode);
   if (result == exact) return;
   const ExactQuotient q(n, d, scale);
-  const double middle = mode == ZorRoundTowardZero ? 0.5 : 0; // of the interval that rounds to one number
-  const double fraction = static_cast<double>(q.rest) / static_cast<double>(q.divisor);
-  const double distance = middle == 0 ? q.distanceFromTie() : std::min(fraction, 1 - fraction) / static_cast<double>(q.whole);
+  const double toNextWhole = static_cast<double>(q.divisor - q.rest) / static_cast<double>(q.divisor);
+  const double distance = mode == ZorRoundTowardZero ? toNextWhole / static_cast<double>(q.whole) : q.distanceFromTie();
   EXPECT_LT(distance, 0x1p-23) << n << " / " << d << " at scale " << scale << ", mode " << mode;
   EXPECT_LT(scale, 0) << n << " / " << d << ", mode " << mode;
   EXPECT_LE(std::abs(result - exact), 1);
@@ -65,13 +72,14 @@ template <class T> void expectNearlyExact(T result, T n, T d, int scale, ZorRoun
 template <class T, class Div, class DivRound> void expectQuotients(Div div, DivRound divRound)
 {
   const SomePairs<T> pairs;
-  std::vector<T> dst(pairs.num.size());
+  std::vector<T> dst, rounded;
   for (const int scale : divisionScales()) {
-    ASSERT_EQ(div(pairs.den.data(), pairs.step(), pairs.num.data(), pairs.step(), dst.data(), pairs.step(), pairs.size(), scale), ZorWarnDivByZero);
-    for (std::size_t i = 0; i < dst.size(); ++i) expectNearlyExact(dst[i], pairs.num[i], pairs.den[i], scale, ZorRoundNearestEven);
+    ASSERT_EQ(divideRow<T>(div, pairs.den, pairs.num, dst, scale), ZorWarnDivByZero);
     for (const ZorRoundMode mode : modes) {
-      ASSERT_EQ(divRound(pairs.den.data(), pairs.step(), pairs.num.data(), pairs.step(), dst.data(), pairs.step(), pairs.size(), mode, scale), ZorWarnDivByZero);
-      for (std::size_t i = 0; i < dst.size(); ++i) expectNearlyExact(dst[i], pairs.num[i], pairs.den[i], scale, mode);
+      ASSERT_EQ(divideRow<T>(divRound, pairs.den, pairs.num, rounded, mode, scale), ZorWarnDivByZero);
+      if (mode == ZorRoundNearestEven) { ASSERT_EQ(rounded, dst); }
+      for (std::size_t i = 0; i < dst.size(); ++i)
+        expectNearlyExact(rounded[i], pairs.num[i], pairs.den[i], scale, mode);
     }
   }
 }
@@ -81,11 +89,11 @@ template <class T, class Div, class DivRound> void expectQuotients(Div div, DivR
 TEST(Div, EveryPairOfBytesAtEveryScale)
 {
   const AllPairs pairs;
-  std::vector<Zor8u> dst(65536), rounded(65536);
+  std::vector<Zor8u> dst, rounded;
   for (const int scale : divisionScales()) {
-    ASSERT_EQ(zoriDiv_8u_C1RSfs(pairs.den.data(), 256, pairs.num.data(), 256, dst.data(), 256, {256, 256}, scale), ZorWarnDivByZero);
+    ASSERT_EQ(divideRow(zoriDiv_8u_C1RSfs, pairs.den, pairs.num, dst, scale), ZorWarnDivByZero);
     for (const ZorRoundMode mode : modes) {
-      ASSERT_EQ(zoriDiv_Round_8u_C1RSfs(pairs.den.data(), 256, pairs.num.data(), 256, rounded.data(), 256, {256, 256}, mode, scale), ZorWarnDivByZero);
+      ASSERT_EQ(divideRow(zoriDiv_Round_8u_C1RSfs, pairs.den, pairs.num, rounded, mode, scale), ZorWarnDivByZero);
       if (mode == ZorRoundNearestEven) { ASSERT_EQ(rounded, dst); }
       for (std::size_t i = 0; i < 65536; ++i)
         ASSERT_EQ(+rounded[i], +exactQuotient(pairs.num[i], pairs.den[i], scale, mode))
@@ -144,9 +152,8 @@ TEST(Div, Floats)
     std::memcpy(x, bits, sizeof x);
     num.push_back(x[0]), den.push_back(x[1]);
   }
-  std::vector<float> dst(num.size());
-  const int step = static_cast<int>(num.size() * 4);
-  ASSERT_EQ(zoriDiv_32f_C1R(den.data(), step, num.data(), step, dst.data(), step, {static_cast<int>(num.size()), 1}), ZorWarnDivByZero);
+  std::vector<float> dst;
+  ASSERT_EQ(divideRow(zoriDiv_32f_C1R, den, num, dst), ZorWarnDivByZero);
   for (std::size_t i = 0; i < dst.size(); ++i) {
     const float expected = i < overZeros.size() ? overZeros[i] : num[i] / den[i];
     if (std::isnan(expected)) ASSERT_TRUE(std::isnan(dst[i])) << i;
@@ -164,16 +171,20 @@ TEST(Div, TheWarningIsExact)
       std::vector<Zor16u> den(70, 3), dst(70, 1);
       std::vector<float> denFloat(70, 3), dstFloat(70, 1);
       if (length < 70) den[static_cast<std::size_t>(length)] = 0; // behind the row
-      if (zeroAt >= 0) den[static_cast<std::size_t>(zeroAt)] = 0, denFloat[static_cast<std::size_t>(zeroAt)] = -0.0f;
+      if (zeroAt >= 0) {
+        den[static_cast<std::size_t>(zeroAt)] = 0;
+        denFloat[static_cast<std::size_t>(zeroAt)] = -0.0f;
+      }
       const ZorStatus expected = zeroAt < 0 ? ZorOk : ZorWarnDivByZero;
       for (const int scale : {0, -1000, 1000})
         ASSERT_EQ(zoriDiv_16u_C1RSfs(den.data(), 140, num.data(), 140, dst.data(), 140, {length, 1}, scale), expected);
-      ASSERT_EQ(zoriDiv_32f_C1R(denFloat.data(), 280, numFloat.data(), 280, dstFloat.data(), 280, {length, 1}), expected);
+      const ZorImgSize size = {length, 1}, pixels = {length / 4, 1};
+      ASSERT_EQ(zoriDiv_32f_C1R(denFloat.data(), 280, numFloat.data(), 280, dstFloat.data(), 280, size), expected);
       // of four channels the fourth does not count
       if (length % 4 == 0) {
         const ZorStatus kept = zeroAt % 4 == 3 ? ZorOk : expected;
-        ASSERT_EQ(zoriDiv_16u_AC4RSfs(den.data(), 140, num.data(), 140, dst.data(), 140, {length / 4, 1}, 0), kept);
-        ASSERT_EQ(zoriDiv_32f_AC4R(denFloat.data(), 280, numFloat.data(), 280, dstFloat.data(), 280, {length / 4, 1}), kept);
+        ASSERT_EQ(zoriDiv_16u_AC4RSfs(den.data(), 140, num.data(), 140, dst.data(), 140, pixels, 0), kept);
+        ASSERT_EQ(zoriDiv_32f_AC4R(denFloat.data(), 280, numFloat.data(), 280, dstFloat.data(), 280, pixels), kept);
       }
     }
   }
@@ -186,7 +197,9 @@ TEST(Div, Complex16)
   std::mt19937 random(5);
   const int ranges[] = {3, 40, 1000, 32768};
   std::vector<Zor16sc> num, den;
-  const auto part = [&](int range) { return static_cast<Zor16s>(static_cast<int>(random() % static_cast<unsigned>(2 * range)) - range); };
+  const auto part = [&](int range) {
+    return static_cast<Zor16s>(static_cast<int>(random() % static_cast<unsigned>(2 * range)) - range);
+  };
   for (const int a : ranges)
     for (const int b : ranges)
       for (int i = 0; i < 500; ++i) {
@@ -197,10 +210,9 @@ TEST(Div, Complex16)
   num.push_back({-32768, -32768}), den.push_back({1, 1});
   num.push_back({1, -1}), den.push_back({-32767, -32768});
   num.push_back({4, 7}), den.push_back({0, 0});
-  std::vector<Zor16sc> dst(num.size());
-  const int step = static_cast<int>(num.size() * 4);
+  std::vector<Zor16sc> dst;
   for (const int scale : divisionScales()) {
-    ASSERT_EQ(zoriDiv_16sc_C1RSfs(den.data(), step, num.data(), step, dst.data(), step, {static_cast<int>(num.size()), 1}, scale), ZorWarnDivByZero);
+    ASSERT_EQ(divideRow(zoriDiv_16sc_C1RSfs, den, num, dst, scale), ZorWarnDivByZero);
     for (std::size_t i = 0; i < num.size(); ++i) {
       const long long a = num[i].re, b = num[i].im, c = den[i].re, d = den[i].im, square = c * c + d * d;
       const long long parts[2] = {a * c + b * d, b * c - a * d};
@@ -253,15 +265,17 @@ TEST(Div, ComplexFloats)
 {
   std::mt19937 random(9);
   std::vector<Zor32fc> num, den;
-  const auto part = [&] { return std::ldexp(static_cast<float>(static_cast<int>(random()) >> 8), static_cast<int>(random() % 60) - 50); };
+  const auto part = [&] {
+    const int mantissa = static_cast<int>(random()) >> 8, exponent = static_cast<int>(random() % 60) - 50;
+    return std::ldexp(static_cast<float>(mantissa), exponent);
+  };
   for (int i = 0; i < 3000; ++i) num.push_back({part(), part()}), den.push_back({part(), part()});
   // squares that single precision does not hold; parts that all but cancel
   num.push_back({3e38f, 3e38f}), den.push_back({2e38f, -1e38f});
   num.push_back({1e-38f, 0}), den.push_back({0, 1e-40f});
   num.push_back({16777215, 16777213}), den.push_back({16777213, -16777211});
-  std::vector<Zor32fc> dst(num.size());
-  const int step = static_cast<int>(num.size() * 8);
-  ASSERT_EQ(zoriDiv_32fc_C1R(den.data(), step, num.data(), step, dst.data(), step, {static_cast<int>(num.size()), 1}), ZorOk);
+  std::vector<Zor32fc> dst;
+  ASSERT_EQ(divideRow(zoriDiv_32fc_C1R, den, num, dst), ZorOk);
   for (std::size_t i = 0; i < num.size(); ++i) {
     const long double a = num[i].re, b = num[i].im, c = den[i].re, d = den[i].im, square = c * c + d * d;
     const float re = static_cast<float>((a * c + b * d) / square), im = static_cast<float>((b * c - a * d) / square);
@@ -308,13 +322,13 @@ TEST(DivRound, LayoutsAgreeWithSingleSamples)
 TEST(Div, IntegersIgnoreTheCallersRoundingMode)
 {
   const SomePairs<Zor16s> pairs;
-  std::vector<Zor16s> expected(pairs.num.size()), dst(expected);
+  std::vector<Zor16s> expected, dst;
   const Zor16sc complexNum[2] = {{5, 7}, {-3, 100}}, complexDen[2] = {{2, 0}, {7, -3}};
   const Zor32sc wideNum[2] = {{5, 7}, {-3, 100}}, wideDen[2] = {{2, 0}, {7, -3}};
   Zor16sc complexExpected[2], complexDst[2];
   Zor32sc wideExpected[2], wideDst[2];
   const auto call = [&](std::vector<Zor16s>& a, Zor16sc* b, Zor32sc* c) {
-    zoriDiv_16s_C1RSfs(pairs.den.data(), pairs.step(), pairs.num.data(), pairs.step(), a.data(), pairs.step(), pairs.size(), -3);
+    divideRow(zoriDiv_16s_C1RSfs, pairs.den, pairs.num, a, -3);
     zoriDiv_16sc_C1RSfs(complexDen, 8, complexNum, 8, b, 8, {2, 1}, 0);
     zoriDiv_32sc_C1RSfs(wideDen, 16, wideNum, 16, c, 16, {2, 1}, 0);
   };

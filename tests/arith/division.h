@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
 // Scales from beyond both ends of what matters, with the extremes of int.
@@ -39,22 +40,24 @@ struct ExactQuotient {
   {
     const bool up = mode == ZorRoundNearestEven ? 2 * rest > divisor || (2 * rest == divisor && whole % 2 != 0)
                                                 : mode == ZorRoundNearestAway && 2 * rest >= divisor;
-    const long long magnitude = static_cast<long long>(std::min(whole, 1ull << 62)) + up, value = negative ? -magnitude : magnitude;
-    return static_cast<T>(std::max<long long>(std::min<long long>(value, std::numeric_limits<T>::max()),
-                                              std::numeric_limits<T>::min()));
+    const long long magnitude = static_cast<long long>(std::min(whole, 1ull << 62)) + up;
+    const long long value = negative ? -magnitude : magnitude, greatest = std::numeric_limits<T>::max();
+    return static_cast<T>(std::max<long long>(std::min(value, greatest), std::numeric_limits<T>::min()));
   }
   // How far from the nearest tie, as a part of the quotient.
   double distanceFromTie() const
   {
-    const double fraction = static_cast<double>(rest) / static_cast<double>(divisor), q = static_cast<double>(whole) + fraction;
-    return std::abs(fraction - 0.5) / (q > 0 ? q : 1);
+    const double fraction = static_cast<double>(rest) / static_cast<double>(divisor);
+    return std::abs(fraction - 0.5) / (static_cast<double>(whole) + fraction);
   }
 };
 
-template <class T> T overZero(T n) { return n > 0 ? std::numeric_limits<T>::max() : n < 0 ? std::numeric_limits<T>::min() : T(0); }
+template <class T> T overZero(T n)
+{
+  return n > 0 ? std::numeric_limits<T>::max() : n < 0 ? std::numeric_limits<T>::min() : T(0);
+}
 
-template <class T>
-T exactQuotient(T n, T d, int scale, ZorRoundMode mode = ZorRoundNearestEven)
+template <class T> T exactQuotient(T n, T d, int scale, ZorRoundMode mode = ZorRoundNearestEven)
 {
   return d == 0 ? overZero(n) : ExactQuotient(n, d, scale).rounded<T>(mode);
 }
@@ -111,30 +114,31 @@ void expectImageFormsAgree(std::initializer_list<ImagesForm<T, A...>> forms, A..
     forEachShape(form.channels, [&](int width, std::size_t offset, int gap) {
       constexpr int height = 2, one = sizeof(T);
       const int length = width * form.channels;
-      LooseImage<T> den(length, height, offset, gap, random), num(length, height, 4 - offset, gap, random), dst(length, height, offset, gap, random);
-      const auto expected = [&](LooseImage<T> to, ZorStatus& status) {
+      const ZorImgSize size = {width, height};
+      LooseImage<T> den(length, height, offset, gap, random), num(length, height, 4 - offset, gap, random);
+      LooseImage<T> dst(length, height, offset, gap, random);
+      ZorStatus status = ZorOk;
+      const auto expected = [&](LooseImage<T> to) {
         for (int y = 0; y < height; ++y)
-          for (int i = 0; i < length; ++i)
-            if (!form.keepsFourth || i % 4 != 3)
-              if (const auto s = single(den.sample(y, i), one, num.sample(y, i), one, to.sample(y, i), one, {1, 1}, arguments...); s != ZorOk)
-                status = s;
+          for (int i = 0; i < length; ++i) {
+            if (form.keepsFourth && i % 4 == 3) continue;
+            T *d = den.sample(y, i), *n = num.sample(y, i), *q = to.sample(y, i);
+            if (const auto s = single(d, one, n, one, q, one, {1, 1}, arguments...); s != ZorOk) status = s;
+          }
         return to.bytes;
       };
-      ZorStatus status = ZorOk, found;
-      LooseImage<T> overNum = num, overDen = den, result = dst;
-      auto bytes = expected(dst, status);
-      found = form.plain(den.data(), den.step, num.data(), num.step, result.data(), result.step, {width, height}, arguments...);
-      ASSERT_EQ(found, status) << width;
-      ASSERT_EQ(result.bytes, bytes) << form.channels << " channels, width " << width << ", gap " << gap;
+      const auto bytes = expected(dst), bytesOverNum = expected(num), bytesOverDen = expected(den);
+      const std::string where = std::to_string(form.channels) + " channels, width " + std::to_string(width);
 
-      bytes = expected(num, status);
-      found = form.inPlace(den.data(), den.step, overNum.data(), overNum.step, {width, height}, arguments...);
-      ASSERT_EQ(found, status) << width;
-      ASSERT_EQ(overNum.bytes, bytes) << "in place, " << form.channels << " channels, width " << width;
-
-      bytes = expected(den, status);
-      found = form.plain(overDen.data(), den.step, num.data(), num.step, overDen.data(), den.step, {width, height}, arguments...);
-      ASSERT_EQ(found, status) << width;
-      ASSERT_EQ(overDen.bytes, bytes) << "over the denominators, " << form.channels << " channels, width " << width;
+      LooseImage<T> to = dst;
+      T *d = den.data(), *n = num.data();
+      ASSERT_EQ(form.plain(d, den.step, n, num.step, to.data(), to.step, size, arguments...), status) << where;
+      ASSERT_EQ(to.bytes, bytes) << where;
+      to = num;
+      ASSERT_EQ(form.inPlace(d, den.step, to.data(), to.step, size, arguments...), status) << where;
+      ASSERT_EQ(to.bytes, bytesOverNum) << "in place, " << where;
+      to = den;
+      ASSERT_EQ(form.plain(to.data(), to.step, n, num.step, to.data(), to.step, size, arguments...), status) << where;
+      ASSERT_EQ(to.bytes, bytesOverDen) << "over the denominators, " << where;
     });
 }
