@@ -346,8 +346,9 @@ def parse_checks(function, text, statuses):
             if rest:
                 names = []
                 for item in rest.split(","):
-                    hits = [p.name for p in function.parameters if item in (p.name, p.item)]
-                    hits = [n for h in hits for n in everything[kind] if n.split(".")[0] == h]
+                    stem = item.removesuffix("[]")  # pTable[]: the pointers in an array, not that of the array
+                    hits = [p.name for p in function.parameters if stem in (p.name, p.item)]
+                    hits = [n + item[len(stem):] for h in hits for n in everything[kind] if n.split(".")[0] == h]
                     if not hits:
                         raise ValueError(f"{function.name} has no argument '{item}' for '{kind}'")
                     names += hits

@@ -159,16 +159,18 @@ class Table:
     def faults(self, function, stage):
         """Ways to fail a stage: {argument, part, kind, values, group}; those of a group are set together."""
         names = [p.name for p in function.parameters]
+        apart = {name for other in function.checks for name in other.names if name.endswith("[]")}
         if stage.kind == "value":
             for name, value in stage.faults:
                 yield f"{{{names.index(name)}, -1, FaultKind::Value, {self.values(value)}}}"
         for name in stage.names if stage.kind != "value" else []:
             name, _, side = name.partition(".")
-            at = names.index(name)
+            at = names.index(name.removesuffix("[]"))
             if stage.kind == "null":
-                yield f"{{{at}, -1, FaultKind::Null, {{}}}}"
+                if name not in apart:
+                    yield f"{{{at}, -1, FaultKind::Null, {{}}}}"
                 memory = function.parameters[at].memory
-                for plane in range(memory.planes if memory else 0):
+                for plane in range(memory.planes if memory and f"{name}[]" not in apart else 0):
                     yield f"{{{at}, {plane}, FaultKind::Null, {{}}}}"
             elif stage.kind == "step":
                 yield f"{{{at}, -1, FaultKind::Step, {{}}}}"

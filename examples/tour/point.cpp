@@ -50,8 +50,10 @@ void histogram(Tour& tour)
   Zor32s* const countsOf[3] = {counts[0], counts[1], counts[2]};
   Zor32s* const levelsOf[3] = {levels[0], levels[1], levels[2]};
   const int levelCounts[3] = {bins + 1, bins + 1, bins + 1}, lowest[3] = {0, 0, 0}, highest[3] = {256, 256, 256};
-  Stage& stage = tour.stage("Histogram").time("HistogramEven_8u_C3R", [&] {
-    return zoriHistogramEven_8u_C3R(in.data(), in.step(), tour.size(), countsOf, levelsOf, levelCounts, lowest, highest);
+  Stage& stage = tour.stage("Histogram");
+  stage.time("HistogramEven_8u_C3R", [&] {
+    return zoriHistogramEven_8u_C3R(in.data(), in.step(), tour.size(), countsOf, levelsOf, levelCounts, lowest,
+                                    highest);
   });
 
   // the bars of a channel are drawn in that channel alone, so that colours add where bars overlap

@@ -598,7 +598,8 @@ ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * channels of three with alpha first: alphaValue, then the channels 0, 1, 2 of the source through their
  * tables. An alphaValue outside the range of the type leaves that channel of the destination as it was.
  *
- * Checks: null pointers, region size, nBitSize (ZorErrBitSize).
+ * Checks of *_C1R: null pointers, region size, nBitSize (ZorErrBitSize).
+ * Checks of the others: null pointers, region size, null pTable[], nBitSize (ZorErrBitSize).
  */
 ZorStatus zoriLUTPalette_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
 ZorStatus zoriLUTPalette_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
@@ -625,7 +626,7 @@ ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDs
  * outside 0..255 leaves the fourth channel of the destination as it was. The three table pointers are tested
  * after the size.
  *
- * Checks: null pointers, region size, nBitSize (ZorErrBitSize).
+ * Checks: null pointers, region size, null pTable[], nBitSize (ZorErrBitSize).
  */
 ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
 

@@ -16,9 +16,15 @@ struct Weighted {
   F32x4 operator()(F32x4 x) const { return x * splat(weight); }
 };
 
-struct WeightedSum {
-  Zor32f weight;
-  F32x4 operator()(F32x4 sum, F32x4 x) const { return sum + x * splat(weight); }
+// Several rows at once, each with its weight.
+template <int N> struct WeightedSum {
+  Zor32f weight[N];
+  template <class... X> F32x4 operator()(F32x4 sum, X... x) const
+  {
+    int i = 0;
+    ((sum = sum + x * splat(weight[i++])), ...);
+    return sum;
+  }
 };
 
 static const Zor32f* rowOf(const Zor32f* const* ppSrc, int i) { return get<const Zor32f*>(ppSrc + i); }
@@ -37,9 +43,16 @@ ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeigh
   constexpr int piece = 2048;
   for (std::ptrdiff_t j = 0; j < length; j += piece) {
     const std::ptrdiff_t n = std::min<std::ptrdiff_t>(piece, length - j);
-    mapRow(pDst + j, n, Weighted{get<Zor32f>(pWeights)}, rowOf(ppSrc, 0) + j);
-    for (int i = 1; i < rows; ++i)
-      mapRow(pDst + j, n, WeightedSum{get<Zor32f>(pWeights + i)}, static_cast<const Zor32f*>(pDst + j), rowOf(ppSrc, i) + j);
+    Zor32f* const dst = pDst + j;
+    const Zor32f* const sum = dst;
+    const auto row = [=](int i) { return rowOf(ppSrc, i) + j; };
+    const auto weight = [=](int i) { return get<Zor32f>(pWeights + i); };
+    mapRow(dst, n, Weighted{weight(0)}, row(0));
+    int i = 1;
+    for (; i + 4 <= rows; i += 4)
+      mapRow(dst, n, WeightedSum<4>{{weight(i), weight(i + 1), weight(i + 2), weight(i + 3)}}, sum, row(i), row(i + 1),
+             row(i + 2), row(i + 3));
+    for (; i < rows; ++i) mapRow(dst, n, WeightedSum<1>{{weight(i)}}, sum, row(i));
   }
   return rows == count ? ZorOk : ZorErrNullPtr;
 }

@@ -3,13 +3,14 @@
 // Integers: ln(x) * 2^-scaleFactor to the nearest integer, saturated. Ties, which would go upward, do not occur: the
 // logarithm of an integer above 1 is irrational, and none comes as near to a tie as the error of double precision.
 // Zero gives 0 in 8u and 16u; zero and negative samples give -32768 in 16s.
-#include "arith/warnings.h"
 #include "frame/checks.h"
+#include "frame/walk.h"
 #include "rowkernels/convert.h"
 #include "rowkernels/exp_log.h"
 #include "rowkernels/lookup.h"
 #include "zori/arith.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -28,51 +29,87 @@ template <class T> struct IntegerLn {
   }
 };
 
-struct NormalLn {
-  F32x4 operator()(F32x4 x) const { return logarithmOfNormal(x); }
-};
-struct AnyLn {
-  Group<Zor32f> operator()(const Group<Zor32f>& x) const { return logarithm(x); }
-};
-
-template <class T> struct NoLogarithm {
-  ZorStatus operator()(T x) const { return x == 0 ? ZorWarnLnZeroArg : x < 0 ? ZorWarnLnNegArg : ZorOk; }
-  auto operator()(Vec<T> x) const
-  {
-    if constexpr (!isInt<T>) return isNotNormalPositive(x);
-    else if constexpr (isSigned<T>) return greater(splat(T(1)), x);
-    else return equal(x, zero<T>());
+// The status of the first sample that has no logarithm.
+template <class T> ZorStatus firstWarning(const T* row, std::ptrdiff_t length)
+{
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  const auto marks = [=](std::ptrdiff_t i) {
+    const Vec<T> x = load<T>(row + i);
+    return isSigned<T> ? greater(splat(T(1)), x) : equal(x, zero<T>());
+  };
+  if (length >= lanes) {
+    Vec<T> any = marks(length - lanes);
+    for (std::ptrdiff_t i = 0; i + lanes <= length; i += lanes) any = any | marks(i);
+    if (!moveMask(any)) return ZorOk;
   }
-};
+  for (std::ptrdiff_t i = 0; i < length; ++i)
+    if (const T x = get<T>(row + i); x <= 0) return x == 0 ? ZorWarnLnZeroArg : ZorWarnLnNegArg;
+  return ZorOk;
+}
+
+// kernel(dst, length, src) on every row, and the first warning in the order of the rows and from left to right. A piece
+// of a row is searched before it may be overwritten in place.
+template <class T, class Kernel>
+ZorStatus mapRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<const T> src, Kernel kernel)
+{
+  constexpr std::ptrdiff_t piece = 8192 / sizeof(T);
+  ZorStatus status = ZorOk;
+  for (int y = 0; y < roi.height; ++y)
+    for (std::ptrdiff_t i = 0; i < length; i += piece) {
+      const std::ptrdiff_t count = std::min(piece, length - i);
+      if (status == ZorOk) status = firstWarning(src[y] + i, count);
+      kernel(dst[y] + i, count, src[y] + i);
+    }
+  return status;
+}
 
 // Beyond these scales every result is 0, or a bound for whatever is above 1.
 inline constexpr int greatestScale = 8, leastScale = -20;
 
-template <class T, Layout L> ZorStatus integerLns(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
+template <class T>
+ZorStatus integerRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<const T> src, int scaleFactor)
 {
   const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
   const IntegerLn<T> op{std::ldexp(1.0, -scale)};
   if constexpr (sizeof(T) == 1)
-    if (static_cast<long long>(roi.width) * roi.height >= 1024) { // the logarithms of all samples pay
+    if (length * roi.height >= 1024) { // the logarithms of all samples pay
       Zor8u samples[256], table[256];
       for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
       mapGroups(table, 256, op, static_cast<const Zor8u*>(samples));
-      const auto lookUp = [&](Zor8u* to, std::ptrdiff_t length, const Zor8u* from, bool) {
+      return mapRows(roi, length, dst, src, [&](Zor8u* to, std::ptrdiff_t count, const Zor8u* from) {
         const Zor8u* tables[1] = {table};
-        lookUpRow<AlikePixels<C1>>(from, to, length, tables, WholeSample{});
-      };
-      return mapRegionWarning<L>(roi, dst, src, NoLogarithm<T>{}, lookUp);
+        lookUpRow(from, to, count, tables, WholeSample{}, AlikePixels<C1>{});
+      });
     }
-  return mapGroupsWarning<L>(roi, dst, src, NoLogarithm<T>{}, op);
+  return mapRows(roi, length, dst, src,
+                 [=](T* to, std::ptrdiff_t count, const T* from) { mapGroups(to, count, op, from); });
 }
 
-template <Layout L> ZorStatus floatLns(ZorImgSize roi, Rows<Zor32f> dst, Rows<const Zor32f> src)
+struct FloatLn {
+  bool* special;
+  Group<Zor32f> operator()(const Group<Zor32f>& x) const { return logarithm(x, *special); }
+};
+
+// What the first result without a logarithm tells: minus infinity is that of zero, and a NaN with its sign set, whose bits
+// are greater, that of a negative sample.
+static ZorStatus firstWarningOfResults(const Zor32f* row, std::ptrdiff_t length)
 {
-  const auto kernel = [](Zor32f* to, std::ptrdiff_t length, const Zor32f* from, bool marked) {
-    if (marked) mapGroups(to, length, AnyLn{}, from);
-    else mapRow(to, length, NormalLn{}, from);
-  };
-  return mapRegionWarning<L>(roi, dst, src, NoLogarithm<Zor32f>{}, kernel);
+  constexpr Zor32u minusInfinity = 0xff800000u;
+  for (std::ptrdiff_t i = 0; i < length; ++i)
+    if (const Zor32u bits = get<Zor32u>(row + i); bits >= minusInfinity)
+      return bits == minusInfinity ? ZorWarnLnZeroArg : ZorWarnLnNegArg;
+  return ZorOk;
+}
+
+static ZorStatus floatRows(ZorImgSize roi, std::ptrdiff_t length, Rows<Zor32f> dst, Rows<const Zor32f> src)
+{
+  ZorStatus status = ZorOk;
+  for (int y = 0; y < roi.height; ++y) {
+    bool special = false;
+    mapGroups(dst[y], length, FloatLn{&special}, src[y]);
+    if (special && status == ZorOk) status = firstWarningOfResults(dst[y], length);
+  }
+  return status;
 }
 
 template <class T, Layout L>
@@ -82,8 +119,9 @@ ZorStatus lnRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize 
   const Rows<T> dst{pDst, dstStep};
   const Rows<const T> src{pSrc, srcStep};
   const RoundingScope scope(roundNearest);
-  if constexpr (isInt<T>) return integerLns<T, L>(roiSize, dst, src, scaleFactor);
-  else return floatLns<L>(roiSize, dst, src);
+  const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>;
+  if constexpr (isInt<T>) return integerRows(roiSize, length, dst, src, scaleFactor);
+  else return floatRows(roiSize, length, dst, src);
 }
 
 } // namespace zori

@@ -73,8 +73,9 @@ template <> inline constexpr TeamLimits teamLimits<Product, Zor16s> = {{0, 128, 
 template <> inline constexpr TeamLimits teamLimits<Sum, Zor32f> = {{256, 0, 0}, {}, {256, 0, 0}, {}};
 template <> inline constexpr TeamLimits teamLimits<Difference, Zor32f> = {{256, 0, 0}, {}, {256, 0, 0}, {}};
 
-// Images of fewer bytes are not worth waking a team, whatever the limit says.
-inline constexpr long long teamBytes = 128 * 1024;
+// Fewer bytes than these are done before a sleeping thread is awake, so they keep to the calling thread whatever the
+// limit says: from here on the images leave the cache of one core.
+inline constexpr long long teamBytes = 512 * 1024;
 
 // ---- The kernels of an operation ----
 

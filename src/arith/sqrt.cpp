@@ -6,8 +6,8 @@
 // differ by at least 1), which single precision resolves up to 1448 and double precision everywhere.
 //
 // C1 and C3 advance by the step masked to whole samples, C4 and AC4 by the raw step.
-#include "arith/warnings.h"
 #include "frame/checks.h"
+#include "frame/walk.h"
 #include "rowkernels/convert.h"
 #include "zori/arith.h"
 
@@ -37,47 +37,56 @@ template <class T> struct RootInDouble {
   }
 };
 
-// Negative samples count as 0.
+// Negative samples count as 0 and are marked in `negative`.
 template <class Root> struct RootOfPositive {
   Root root;
+  Vec<Zor16s>* negative;
   Group<Zor16s> operator()(Group<Zor16s> x) const
   {
-    for (auto& part : x.part) part = max(part, zero<Zor16s>());
+    for (auto& part : x.part) {
+      *negative = *negative | signs(part);
+      part = max(part, zero<Zor16s>());
+    }
     return root(x);
   }
 };
 
 struct FloatRoot {
+  F32x4* negative;
   Group<Zor32f> operator()(Group<Zor32f> x) const
   {
-    for (auto& part : x.part) part = sqrt(part);
+    F32x4 marks = *negative;
+    for (auto& part : x.part) {
+      marks = marks | less(part, zero<Zor32f>());
+      part = sqrt(part);
+    }
+    *negative = marks;
     return x;
   }
-};
-
-template <class T> struct NegativeRoot {
-  ZorStatus operator()(T x) const { return x < 0 ? ZorWarnSqrtNegArg : ZorOk; }
-  Vec<T> operator()(Vec<T> x) const { return greater(zero<T>(), x); }
 };
 
 // Beyond these scales every result is 0, or a bound for whatever is not 0. Up to -2 the greatest quotient is 1024.
 inline constexpr int greatestScale = 16, leastScale = -16, leastScaleInSingle = -2;
 
-template <class T, Layout L> ZorStatus integerRoots(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
+// The lanes in which a negative sample was met are all ones in the result.
+template <class T, Layout L> Vec<T> mapRoots(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
 {
-  const RoundingScope scope(roundNearest);
-  const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
-  const Zor32f factor = std::ldexp(1.0f, -scale);
-  const auto map = [&](auto root) {
-    if constexpr (isSigned<T>) {
-      return mapGroupsWarning<L>(roi, dst, src, NegativeRoot<T>{}, RootOfPositive<decltype(root)>{root});
-    } else {
-      mapRegionOfGroups<L>(Serial{}, roi, root, dst, src);
-      return ZorOk;
-    }
-  };
-  if (sizeof(T) == 1 || scale >= leastScaleInSingle) return map(RootInSingle<T>{factor});
-  return map(RootInDouble<T>{factor});
+  Vec<T> negative = zero<T>();
+  const auto map = [&](auto op) { mapRegionOfGroups<L>(Serial{}, roi, op, dst, src); };
+  if constexpr (!isInt<T>) {
+    map(FloatRoot{&negative});
+  } else {
+    const RoundingScope scope(roundNearest);
+    const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
+    const Zor32f factor = std::ldexp(1.0f, -scale);
+    const auto mapRoot = [&](auto root) {
+      if constexpr (isSigned<T>) map(RootOfPositive<decltype(root)>{root, &negative});
+      else map(root);
+    };
+    if (sizeof(T) == 1 || scale >= leastScaleInSingle) mapRoot(RootInSingle<T>{factor});
+    else mapRoot(RootInDouble<T>{factor});
+  }
+  return negative;
 }
 
 template <class T, Layout L>
@@ -88,10 +97,9 @@ ZorStatus sqrtRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
     srcStep = maskedStep<T>(srcStep);
     dstStep = maskedStep<T>(dstStep);
   }
-  const Rows<T> dst{pDst, dstStep};
-  const Rows<const T> src{pSrc, srcStep};
-  if constexpr (isInt<T>) return integerRoots<T, L>(roiSize, dst, src, scaleFactor);
-  else return mapGroupsWarning<L>(roiSize, dst, src, NegativeRoot<T>{}, FloatRoot{});
+  Vec<T> negative = mapRoots<T, L>(roiSize, Rows{pDst, dstStep}, Rows{pSrc, srcStep}, scaleFactor);
+  if constexpr (L == AC4) negative = negative & colourMask<T>();
+  return moveMask(negative) ? ZorWarnSqrtNegArg : ZorOk;
 }
 
 } // namespace zori

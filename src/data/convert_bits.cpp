@@ -72,7 +72,7 @@ static inline void bitsToBytes(const Zor8u* p, int shift, Zor8u* dst)
 // Errors fit 16 bits: with e in -2047..2040 in the rows before, t lies in -1977402..4059600. A clear bit means
 // t <= 255 * 8192 and so e in -1932..2040, a set one t > 0 and so e in -2047..1917. Nothing overflows 32 bits.
 struct DitherRows {
-  int columns; // of the region, rounded up to whole blocks of 8
+  std::ptrdiff_t columns; // of the region, rounded up to whole blocks of 8
   Zor32s* t;
   Zor16s *e1, *e2, *e3; // with a margin of two columns on each side; zero outside the region
 
@@ -81,9 +81,9 @@ struct DitherRows {
   {
     return columns * static_cast<int>(sizeof(Zor32s)) + 3 * (columns + 2 * margin) * static_cast<int>(sizeof(Zor16s));
   }
-  DitherRows(Zor8u* block, int columns_) : columns(columns_), t(reinterpret_cast<Zor32s*>(block))
+  DitherRows(Zor8u* block, std::ptrdiff_t columns_) : columns(columns_), t(reinterpret_cast<Zor32s*>(block))
   {
-    const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(columns) + 2 * margin;
+    const std::ptrdiff_t stride = columns + 2 * margin;
     e1 = reinterpret_cast<Zor16s*>(t + columns) + margin;
     e2 = e1 + stride;
     e3 = e2 + stride;
@@ -110,7 +110,8 @@ struct DitherRows {
     const Vec<Zor16s> by92 = at(e2, -1) + at(e2, 1) + at(e3, 0);
     const Vec<Zor16s> by46 = at(e2, -2) + at(e2, 2) + at(e3, -1) + at(e3, 1);
     const Vec<Zor16s> by23 = at(e3, -2) + at(e3, 2);
-    const Vec<Zor16u> p = widenLow(rest >= 8 ? loadLow8<Zor8u>(src) : loadPart<Zor8u>(src, static_cast<std::size_t>(rest)));
+    const auto bytes = static_cast<std::size_t>(std::min(rest, 8));
+    const Vec<Zor16u> p = widenLow(bytes == 8 ? loadLow8<Zor8u>(src) : loadPart<Zor8u>(src, bytes));
     storeAligned(t, shiftLeft<13>(as<Zor32s>(widenLow(p))) + mulAddPairs(interleaveLow(by184, by92), weights1) +
                       mulAddPairs(interleaveLow(by46, by23), weights2));
     storeAligned(t + 4, shiftLeft<13>(as<Zor32s>(widenHigh(p))) + mulAddPairs(interleaveHigh(by184, by92), weights1) +
@@ -154,9 +155,10 @@ static inline void putBits(Zor8u* p, int bits, int count)
     store(e1, narrowSat<Zor16s>(shiftRight<10>(t1) + (set1 & lowering), shiftRight<10>(t2) + (set2 & lowering)));
     const Vec<Zor16s> set = narrowSat<Zor16s>(set1, set2);
     const Vec<Zor8u> mask = as<Zor8u>(narrowSat<Zor8s>(set, set));
-    const int bits = static_cast<int>(firstLane(as<Zor32u>(sumAbsDiff(mask & bitOf, zero<Zor8u>())))) << (8 - bitOffset);
+    const int packed = firstLane(as<Zor32s>(sumAbsDiff(mask & bitOf, zero<Zor8u>())));
+    const int bits = packed << (8 - bitOffset);
     pending |= bits >> 8;
-    if (bitOffset + rest <= 8) break;
+    if (rest <= 8 - bitOffset) break;
     *dst++ = static_cast<Zor8u>(pending);
     pending = bits & 0xff;
     if (rest <= 8) {
@@ -172,7 +174,8 @@ static inline void putBits(Zor8u* p, int bits, int count)
 
 using namespace zori;
 
-ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset, Zor8u* pDst, int dstStep, ZorImgSize roiSize)
+ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep),
                             require(srcBitOffset >= 0, ZorErrSize));
@@ -192,7 +195,7 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
   const long long columns = (roiSize.width + 7LL) / 8 * 8;
   const Scratch<Zor8u> block(DitherRows::bytes(columns));
   if (!block) return ZorErrAlloc;
-  DitherRows rows(block.get(), static_cast<int>(columns));
+  DitherRows rows(block.get(), static_cast<std::ptrdiff_t>(columns));
 
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst + dstBitOffset / 8, dstStep};

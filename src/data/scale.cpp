@@ -124,28 +124,32 @@ struct RangeToByte {
 static ZorStatus nonEmptyRange(Zor32f vMin, Zor32f vMax) { return require(vMax - vMin > 0, ZorErrScaleRange); }
 
 template <Layout L>
-ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
-                             Zor32f vMax)
+ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             Zor32f vMin, Zor32f vMax)
 {
-  if (auto s = firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+  if (auto s = firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize),
+                            positive(srcStep, dstStep));
       s != ZorOk)
     return s;
-  mapRegionOfGroups<L>(Serial{}, roiSize, ByteToRange{(vMax - vMin) / 255, vMin}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  const ByteToRange op{(vMax - vMin) / 255, vMin};
+  mapRegionOfGroups<L>(Serial{}, roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
 template <Layout L>
-ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
-                               Zor32f vMax)
+ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               Zor32f vMin, Zor32f vMax)
 {
   // The contract: the rounding field is set before anything else, and stays as set when a check fails.
   const unsigned callersWord = zor_set_rc_ssx(roundNearest);
   const volatile Zor32f least = vMin, greatest = vMax; // so that their arithmetic is done under the new field
-  if (auto s = firstFailure(nonEmptyRange(least, greatest), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+  if (auto s = firstFailure(nonEmptyRange(least, greatest), nonNull(pSrc, pDst), nonEmpty(roiSize),
+                            positive(srcStep, dstStep));
       s != ZorOk)
     return s;
   const Zor32f factor = 255 / (greatest - least), offset = (0.0f - factor) * least;
-  mapRegionOfGroups<L>(Serial{}, roiSize, RangeToByte{vMin, vMax, factor, offset}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  const RangeToByte op{vMin, vMax, factor, offset};
+  mapRegionOfGroups<L>(Serial{}, roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   if ((callersWord & roundingMask) != roundNearest) zor_set_cw_ssx(callersWord);
   return ZorOk;
 }

@@ -13,6 +13,7 @@
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/memory.h"
+#include "rowkernels/drivers.h"
 #include "rowkernels/lookup.h"
 #include "zori/point.h"
 
@@ -84,51 +85,74 @@ template <class T> inline constexpr int mapSize = high<T> - low<T> + 1;
 
 template <class T> inline T clamped(int value) { return static_cast<T>(std::clamp<int>(value, low<T>, high<T>)); }
 
-// Cut toward zero and clamped; a NaN gives the lowest value.
-template <class T> inline T cut(double y)
+// Entries from `from` up to, but not including, `to`; make(x) gives a vector of them from x on.
+template <class T, class Make> void fill(T* map, int from, int to, Make make)
 {
-  y = y > low<T> ? y : low<T>;
-  y = y < high<T> ? y : high<T>;
-  return static_cast<T>(static_cast<int>(y));
+  int x = from;
+  for (; x + Vec<T>::size <= to; x += Vec<T>::size) store(map + x, make(x));
+  if (x < to) storePart(map + x, make(x), static_cast<std::size_t>(to - x) * sizeof(T));
 }
 
-template <class T> void writeIdentity(T* map, int from, int to)
+// x, x + 1, ...
+template <class T> Vec<T> countFrom(int x)
 {
-  for (int x = from; x < to; ++x) map[x] = static_cast<T>(x);
+  alignas(16) static constexpr T count[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  return load<T>(count) + splat(static_cast<T>(x));
 }
 
-template <Curve C, class T> void writeInterval(T* map, const Nodes<T>& nodes, int k)
+template <class T> void fillIdentity(T* map, int from, int to) { fill(map, from, to, countFrom<T>); }
+
+template <class T> void fillConstant(T* map, int from, int to, int value)
+{
+  fill(map, from, to, [v = splat(clamped<T>(value))](int) { return v; });
+}
+
+// y(x) of doubles, cut toward zero and clamped; what is not finite gives the lowest value or the highest one.
+template <class T, class Y> void fillCurve(T* map, int from, int to, Y y)
+{
+  const auto four = [=](int x) {
+    const Vec<std::int32_t> lanes = countFrom<std::int32_t>(x);
+    const F64x2 top = splat<double>(high<T>); // far below, the cut gives the least integer
+    return toIntTruncated(min(top, y(toDoubleLow(lanes))), min(top, y(toDoubleHigh(lanes))));
+  };
+  fill(map, from, to, [=](int x) {
+    if constexpr (sizeof(T) == 2) return narrowSat<T>(four(x), four(x + 4));
+    else return narrowSat<T>(narrowSat<Zor16s>(four(x), four(x + 4)), narrowSat<Zor16s>(four(x + 8), four(x + 12)));
+  });
+}
+
+template <Curve C, class T> void fillInterval(T* map, const Nodes<T>& nodes, int k)
 {
   const int level = nodes.levels[k], next = nodes.levels[k + 1], value = nodes.values[k];
   const int end = std::clamp(next, low<T>, high<T> + 1);
   if constexpr (C == Curve::Step) {
-    for (int x = std::clamp(level, low<T>, high<T> + 1); x < end; ++x) map[x] = clamped<T>(value);
+    fillConstant(map, std::clamp(level, low<T>, high<T> + 1), end, value);
   } else {
     if (next <= level) return;
-    const int first = std::clamp(level, low<T>, high<T>); // so that the last entry is the image of what lies above it
+    const int first = std::clamp(level, low<T>, high<T>); // the highest entry belongs to an interval above it, too
     if (end - first == 1) map[first] = clamped<T>(value);
     else if constexpr (C == Curve::Linear) {
       const double slope = difference(nodes.values[k + 1], value) / difference(next, level);
       const double base = value + 0.5 - level * slope;
-      for (int x = first; x < end; ++x) map[x] = cut<T>(x * slope + base);
+      fillCurve(map, first, end, [m = splat(slope), b = splat(base)](F64x2 x) { return x * m + b; });
     } else {
       const int origin = firstNodeOfCubic(k, nodes.count) + 1;
       const Cubic f = cubicOfInterval(nodes, k);
       const double from = nodes.levels[origin], base = nodes.values[origin];
-      for (int x = first; x < end; ++x) {
-        const double d = x - from, d2 = d * d;
-        map[x] = cut<T>((f.a * d2 + f.c) * d + (f.b * d2 + base + 0.5));
-      }
+      fillCurve(map, first, end, [=](F64x2 x) {
+        const F64x2 d = x - splat(from), d2 = d * d;
+        return (splat(f.a) * d2 + splat(f.c)) * d + (splat(f.b) * d2 + splat(base) + splat(0.5));
+      });
     }
   }
 }
 
 // map points to the image of 0.
-template <Curve C, class T> [[gnu::noinline]] void writeMap(T* map, const Nodes<T>& nodes)
+template <Curve C, class T> [[gnu::noinline]] void fillMap(T* map, const Nodes<T>& nodes)
 {
-  writeIdentity(map, low<T>, std::clamp(nodes.levels[0], low<T>, high<T> + 1));
-  for (int k = 0; k < nodes.intervals(); ++k) writeInterval<C>(map, nodes, k);
-  writeIdentity(map, std::clamp(nodes.lastLevel(), low<T>, high<T> + 1), high<T> + 1);
+  fillIdentity(map, low<T>, std::clamp(nodes.levels[0], low<T>, high<T> + 1));
+  for (int k = 0; k < nodes.intervals(); ++k) fillInterval<C>(map, nodes, k);
+  fillIdentity(map, std::clamp(nodes.lastLevel(), low<T>, high<T> + 1), high<T> + 1);
 }
 
 template <Curve C, class T, Layout L> void throughMaps(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, T* maps)
@@ -136,7 +160,7 @@ template <Curve C, class T, Layout L> void throughMaps(Rows<const T> src, Rows<T
   const T* tables[processed<L>];
   for (int c = 0; c < processed<L>; ++c) {
     T* map = maps + c * mapSize<T> - low<T>;
-    writeMap<C>(map, nodes[c]);
+    fillMap<C>(map, nodes[c]);
     tables[c] = map;
   }
   for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, WholeSample{}, AlikePixels<L>{});
@@ -169,8 +193,8 @@ template <class T> int intervalOf(Node<T> x, const Nodes<T>& nodes)
 // One channel of a row. With ascending levels several samples are searched side by side, in steps that depend on the
 // number of levels alone; at most one interval holds a sample then, and both ways find it.
 template <class T, class Curve>
-[[gnu::noinline]] void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride, const Nodes<T>& nodes, bool ascending,
-                                 Curve curve)
+[[gnu::noinline, gnu::noclone]] void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride, const Nodes<T>& nodes,
+                                               bool ascending, Curve curve)
 {
   if (!ascending) {
     for (; pixels > 0; --pixels, src += stride, dst += stride) {
@@ -182,17 +206,21 @@ template <class T, class Curve>
   }
   const Node<T>* const levels = nodes.levels;
   const Node<T> first = levels[0], last = nodes.lastLevel();
-  const int intervals = nodes.intervals();
+  const std::ptrdiff_t intervals = nodes.intervals();
   const auto search = [&](auto block) {
     T x[block];
-    int k[block] = {};
-    for (int i = 0; i < block; ++i) x[i] = get<T>(src + i * stride);
-    for (int rest = intervals; rest > 1;) {
-      const int half = rest / 2;
-      rest -= half;
-      for (int i = 0; i < block; ++i) k[i] += levels[k[i] + half] <= x[i] ? half : 0;
+    const Node<T>* level[block]; // of the interval that holds x
+    for (int i = 0; i < block; ++i) {
+      x[i] = get<T>(src + i * stride);
+      level[i] = levels;
     }
-    for (int i = 0; i < block; ++i) put(dst + i * stride, x[i] >= first && x[i] < last ? curve(k[i], x[i]) : x[i]);
+    for (std::ptrdiff_t rest = intervals; rest > 1;) {
+      const std::ptrdiff_t half = rest / 2;
+      rest -= half;
+      for (int i = 0; i < block; ++i) level[i] = level[i][half] <= x[i] ? level[i] + half : level[i];
+    }
+    for (int i = 0; i < block; ++i)
+      put(dst + i * stride, x[i] >= first && x[i] < last ? curve(level[i] - levels, x[i]) : x[i]);
     src += block * stride;
     dst += block * stride;
     pixels -= block;
@@ -215,7 +243,7 @@ void searchRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>
 
 template <class T> struct StepCurve {
   const Node<T>* values;
-  T operator()(int k, T) const
+  T operator()(std::ptrdiff_t k, T) const
   {
     if constexpr (isFloat<T>) return values[k];
     else return clamped<T>(values[k]);
@@ -226,26 +254,27 @@ template <class T> struct StepCurve {
 template <Curve C> struct Piece;
 
 template <> struct Piece<Curve::Linear> {
-  double slope;
-  Zor32f level, value;
+  double slope, value;
+  Zor32f level;
 
-  Piece(const Nodes<Zor32f>& nodes, int k) : level(nodes.levels[k]), value(nodes.values[k])
+  Piece(const Nodes<Zor32f>& nodes, int k) : value(nodes.values[k]), level(nodes.levels[k])
   {
     const Zor32f width = nodes.levels[k + 1] - level;
-    slope = width != 0 ? (nodes.values[k + 1] - value) / width : 0.0f;
+    slope = width != 0 ? (nodes.values[k + 1] - nodes.values[k]) / width : 0.0f;
   }
   Zor32f operator()(Zor32f x) const { return static_cast<Zor32f>(static_cast<double>(x - level) * slope + value); }
 };
 
 template <> struct Piece<Curve::Cubic> {
   Cubic f = {};
-  Zor32f level, value; // of the origin
+  double value; // of the origin
+  Zor32f level;
 
   Piece(const Nodes<Zor32f>& nodes, int k)
   {
     const int origin = firstNodeOfCubic(k, nodes.count) + 1;
-    level = nodes.levels[origin];
     value = nodes.values[origin];
+    level = nodes.levels[origin];
     if (nodes.levels[k + 1] > nodes.levels[k]) f = cubicOfInterval(nodes, k);
   }
   Zor32f operator()(Zor32f x) const
@@ -257,7 +286,7 @@ template <> struct Piece<Curve::Cubic> {
 
 template <Curve C> struct PieceCurve {
   const Piece<C>* pieces;
-  Zor32f operator()(int k, Zor32f x) const { return pieces[k](x); }
+  Zor32f operator()(std::ptrdiff_t k, Zor32f x) const { return pieces[k](x); }
 };
 
 // ---- The functions ----
@@ -341,7 +370,9 @@ using namespace zori;
   { return curveC1<Curve::curve>(pSrc, srcStep, pDst, dstStep, roiSize, pValues, pLevels, nLevels); }                     \
   ZorStatus zori##name##_##type##_C1IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor##node* pValues,   \
     const Zor##node* pLevels, int nLevels)                                                                                \
-  { return curveC1<Curve::curve, Zor##type>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels); } \
+  {                                                                                                                       \
+    return zori##name##_##type##_C1R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels);       \
+  }                                                                                                                       \
   STAMP_N(name, curve, type, node, C3, 3) STAMP_N(name, curve, type, node, C4, 4) STAMP_N(name, curve, type, node, AC4, 3)
 #define STAMP_N(name, curve, type, node, layout, n)                                                                       \
   ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,            \
@@ -352,8 +383,7 @@ using namespace zori;
   ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,                     \
     const Zor##node* const pValues[n], const Zor##node* const pLevels[n], const int nLevels[n])                           \
   {                                                                                                                       \
-    return curveChannels<Curve::curve, Zor##type, layout>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues,     \
-                                                          pLevels, nLevels);                                              \
+    return zori##name##_##type##_##layout##R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels); \
   }
 #define STAMP_CURVE(name, curve)                                                                                          \
   STAMP(name, curve, 8u, 32s) STAMP(name, curve, 16u, 32s) STAMP(name, curve, 16s, 32s) STAMP(name, curve, 32f, 32f)

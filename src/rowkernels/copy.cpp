@@ -88,9 +88,9 @@ void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes)
   std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
 }
 
-// In the cache the C library's copy is the fastest (it may use wider vectors); beyond it fetching ahead is worth more,
-// and the library's non-temporal stores, which it uses for very large blocks, are slower than ordinary ones.
-static constexpr long long libraryCopyLimit = 3 << 20;
+// What lies in the cache the C library copies fastest (it may use wider vectors). For more than that, fetching ahead is
+// worth more.
+static constexpr long long libraryCopyLimit = 3 << 19;
 
 void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
 {

@@ -5,15 +5,14 @@
 
 #include <cstddef>
 
-// Forward from the first byte to the last, each read and written once. A streaming copy writes past the cache: for data
-// that is not read again soon. It does not pay by itself at any size (see docs/performance.md), so that only callers who
-// know what becomes of the data ask for it.
+// Forward from the first byte to the last, each read and written once. A streaming copy writes past the cache, for data
+// that is not read again soon. By itself it is slower at every size (see docs/performance.md).
 void ownsCopy_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, bool streaming);
 
 // Source and destination may overlap.
 void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes);
 
-// For rows of a region of regionBytes in all: picks what is fastest at that size.
+// A row of a region of regionBytes in all: picks what is fastest at that size. The row may be its own source.
 void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
 
 // The checking forms: ZorErrNullPtr, then ZorErrSize for a length below 1.

@@ -27,8 +27,8 @@ F32x4 logarithmOfAny(F32x4 x)
   parts.exponent -= as<Zor32s>(small) & splat(24);
   F32x4 result = select(equal(x, splat(infinity)), x, logarithm(parts));
   result = select(equal(x, splat(0.0f)), splat(-infinity), result);
-  // what is left, negative numbers and NaN, has a NaN for a root too
-  return select(greaterEqual(x, splat(0.0f)), result, sqrt(x));
+  // the root of a negative number is a NaN with its sign set
+  return select(greaterEqual(x, splat(0.0f)), result, select(unordered(x, x), abs(x + x), sqrt(x)));
 }
 
 } // namespace explog

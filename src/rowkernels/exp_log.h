@@ -23,8 +23,8 @@ inline F32x4 operator-(F32x4 a, const Lanes& b) { return a - F32x4(b); }
 inline F32x4 operator-(const Lanes& a, F32x4 b) { return F32x4(a) - b; }
 
 struct Constants {
-  // ln 2 in two parts: whole multiples of the first, up to 2^8, are exact
-  Lanes ln2High = 0x1.62e4p-1f, ln2Low = 0x1.7f7d1cp-20f, log2e = 0x1.715476p0f;
+  Lanes log2e = 0x1.715476p0f, ln2 = 0x1.62e43p-1f;
+  Lanes ln2High = 0x1.62e4p-1f, ln2Low = 0x1.7f7d1cp-20f; // in two parts: multiples of the first, up to 2^8, are exact
   Lanes toInteger = 0x1.8p23f; // a sum with it is rounded to an integer, which is in its low bits
   Lanes half = 0.5f, one = 1.0f, two = 2.0f, expBound = 87.0f;
   Lanes exp2 = 0.0833332689823f, exp4 = -0.00138476768716f;
@@ -69,8 +69,7 @@ inline F32x4 logarithm(const Parts& x)
 {
   const Constants& c = constants;
   const F32x4 n = toFloat(x.exponent), f = x.fraction, s = f / (f + c.two), z = s * s;
-  const F32x4 rest = s * (f - z * ((z * c.log7 + c.log5) * z + c.log3)) - n * c.ln2Low;
-  return n * c.ln2High + (f - rest);
+  return n * c.ln2 + (f - s * (f - z * ((z * c.log7 + c.log5) * z + c.log3)));
 }
 
 F32x4 exponentialOfAny(F32x4 x);
@@ -93,23 +92,20 @@ inline Group<Zor32f> exponential(const Group<Zor32f>& x)
   return y;
 }
 
-// Lanes whose logarithm is special: zero, denormal, negative, infinite, NaN.
-inline Vec<Zor32s> isNotNormalPositive(F32x4 x)
+// The logarithm of zero is minus infinity, that of a negative number a NaN with its sign set, that of a NaN the same NaN
+// without a sign: results tell what was met. `special` is set when a number may be among the three.
+inline Group<Zor32f> logarithm(const Group<Zor32f>& x, bool& special)
 {
-  // this sum brings all of them below the normal positive numbers
-  return greater(splat(2 * explog::leastNormalBits), as<Zor32s>(x) + splat(explog::leastNormalBits));
-}
-
-inline F32x4 logarithmOfNormal(F32x4 x) { return explog::logarithm(explog::Parts(x)); }
-
-inline Group<Zor32f> logarithm(const Group<Zor32f>& x)
-{
-  const auto special = [&](int k) { return isNotNormalPositive(x.part[k]); };
+  // this sum brings all numbers that are not normal and positive below those that are
+  const Vec<Zor32s> least = splat(2 * explog::leastNormalBits);
+  const auto below = [&](int k) { return greater(least, as<Zor32s>(x.part[k]) + splat(explog::leastNormalBits)); };
   Group<Zor32f> y;
-  if (__builtin_expect(moveMask((special(0) | special(1)) | (special(2) | special(3))), 0))
+  if (__builtin_expect(moveMask((below(0) | below(1)) | (below(2) | below(3))), 0)) {
+    special = true;
     for (int k = 0; k < x.parts; ++k) y.part[k] = explog::logarithmOfAny(x.part[k]);
-  else
-    for (int k = 0; k < x.parts; ++k) y.part[k] = logarithmOfNormal(x.part[k]);
+  } else {
+    for (int k = 0; k < x.parts; ++k) y.part[k] = explog::logarithm(explog::Parts(x.part[k]));
+  }
   return y;
 }
 

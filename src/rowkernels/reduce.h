@@ -50,6 +50,9 @@ template <class F, int... j> inline void forConstants(std::integer_sequence<int,
   (f(std::integral_constant<int, j>{}), ...);
 }
 
+// Bytes ahead of the reading that are fetched.
+constexpr int prefetched = 1024;
+
 template <Layout L, class R, class... T>
 [[gnu::noinline]] void reduceRow(R* reducers, std::ptrdiff_t width, const T*... row)
 {
@@ -66,6 +69,7 @@ template <Layout L, class R, class... T>
   for (std::ptrdiff_t done = 0; done < rounds;) {
     const std::ptrdiff_t until = rounds - done < R::capacity / groups ? rounds : done + R::capacity / groups;
     for (; done < until; ++done) {
+      if constexpr (groups > 1) (prefetch(row + x * channels<L> + prefetched / static_cast<int>(sizeof(T))), ...);
       forConstants(std::make_integer_sequence<int, groups>{},
                    [&](auto j) { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
       x += groups * lanes;
@@ -121,6 +125,7 @@ inline std::uint64_t lanesSum(Vec<std::uint64_t> x)
 template <class T> struct IntegerSum;
 
 template <> struct IntegerSum<std::uint8_t> : IntegerReducer {
+  static constexpr int groups = 4;
   Vec<std::uint64_t> total = zero<std::uint64_t>();
   void add(int, Vec<std::uint8_t> x) { total += sumAbsDiff(x, zero<std::uint8_t>()); }
   double value() const { return static_cast<double>(lanesSum(total)); }
@@ -209,7 +214,7 @@ template <> struct SquareSum<std::uint16_t> : IntegerReducer {
 // ---- Extremes ----
 
 // Minima of floats take the processor longer than those of integers: several accumulators keep it busy. A NaN is passed over.
-template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 4 : 1;
+template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 4 : 2;
 
 template <class T, bool Greatest> struct Extreme : IntegerReducer {
   static constexpr bool repeats = true;

@@ -448,6 +448,10 @@ inline Vec<int32_t> toInt(F64x2 low, F64x2 high)
 {
   return {_mm_unpacklo_epi64(_mm_cvtpd_epi32(low.v), _mm_cvtpd_epi32(high.v))};
 }
+inline Vec<int32_t> toIntTruncated(F64x2 low, F64x2 high)
+{
+  return {_mm_unpacklo_epi64(_mm_cvttpd_epi32(low.v), _mm_cvttpd_epi32(high.v))};
+}
 
 inline F32x4 abs(F32x4 a) { return {_mm_andnot_ps(_mm_set1_ps(-0.0f), a.v)}; }
 

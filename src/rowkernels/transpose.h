@@ -4,7 +4,7 @@
 // half of a vector is then a column. Pixels of 3 bytes: two rows meet in lanes of 8 bytes. What is longer moves as it is.
 #pragma once
 
-#include "simd.h"
+#include "drivers.h"
 
 namespace zori {
 
@@ -34,34 +34,58 @@ template <class T, int N> inline void storeColumns(const Vec<T> (&row)[N], Zor8u
   }
 }
 
+// The first N of 8 or 16 bytes. What lies behind them may be read, or spoiled, unless exact.
+template <int N> inline Vec<Zor8u> loadFront(const Zor8u* p, bool exact)
+{
+  if (N < 16 && exact) return loadPart<Zor8u>(p, N);
+  return N <= 8 ? loadLow8<Zor8u>(p) : load<Zor8u>(p);
+}
+template <int N> inline void storeFront(Zor8u* p, Vec<Zor8u> x, bool exact)
+{
+  if (N < 16 && exact) storePart(p, x, N);
+  else if (N <= 8) storeLow8(p, x);
+  else store(p, x);
+}
+
 // Four columns of two rows of pixels of 3 bytes.
-inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
+inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep,
+                                  bool exactReads, bool exactWrites)
 {
   using U64x2 = Vec<std::uint64_t>;
-  const auto pixelPairs = [](const Zor8u* p) {
-    return interleaveLow(loadLow8<std::uint64_t>(p), loadLow8<std::uint64_t>(p + 6));
+  const auto pixelPairs = [=](const Zor8u* p) {
+    return as<std::uint64_t>(interleaveLow(loadLow8<std::uint64_t>(p), as<std::uint64_t>(loadFront<6>(p + 6, exactReads))));
   };
   const U64x2 first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff000000);
   const U64x2 a = pixelPairs(src), b = pixelPairs(src + srcStep); // a0 a1 . . | a2 a3 . .
   const U64x2 even = (a & first) | shiftLeft<24>(b), odd = (shiftRight<24>(a) & first) | (b & second);
-  storeLow8(dst, even);
-  storeLow8(dst + dstStep, odd);
-  storeHigh8(dst + 2 * dstStep, even);
-  storeHigh8(dst + 3 * dstStep, odd);
+  if (exactWrites) {
+    storePart(dst, even, 6);
+    storePart(dst + dstStep, odd, 6);
+    storePart(dst + 2 * dstStep, bytesDown<8>(even), 6);
+    storePart(dst + 3 * dstStep, bytesDown<8>(odd), 6);
+  } else {
+    storeLow8(dst, even);
+    storeLow8(dst + dstStep, odd);
+    storeHigh8(dst + 2 * dstStep, even);
+    storeHigh8(dst + 3 * dstStep, odd);
+  }
 }
 
-// A tile of columns by rows pixels. It may read up to overreach bytes behind the last column, and it spoils as many
-// behind the last pixel of each column it writes; that is less than a pixel.
+// A tile of columns by rows pixels.
+//
+// Where the pixel's size is odd to the processor, a little is read behind the last column unless exactReads, and
+// less than a pixel is spoiled behind the last row's pixels in the destination unless exactWrites.
 template <int PixelBytes> struct owniTransposeTile {
   static constexpr bool isLane = 8 % PixelBytes == 0;
   static constexpr int columns = isLane ? 16 / PixelBytes : 4, rows = 8;
-  static constexpr int overreach = isLane || PixelBytes == 16 ? 0 : PixelBytes == 12 ? 4 : 2;
 
-  static void move(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
+  static void move(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep, bool exactReads,
+                   bool exactWrites)
   {
     for (int y = 0; y < rows; y += unitRows) {
       const Zor8u* const from = src + y * srcStep;
       Zor8u* const to = dst + y * PixelBytes;
+      const bool isLast = y + unitRows == rows;
       if constexpr (isLane) {
         using T = std::conditional_t<PixelBytes == 1, std::uint8_t,
                                      std::conditional_t<PixelBytes == 2, std::uint16_t,
@@ -70,12 +94,12 @@ template <int PixelBytes> struct owniTransposeTile {
         for (int i = 0; i < unitRows; ++i) row[i] = load<T>(from + i * srcStep);
         storeColumns(row, to, dstStep);
       } else if constexpr (PixelBytes == 3) {
-        storeThreeByteColumns(from, srcStep, to, dstStep);
+        storeThreeByteColumns(from, srcStep, to, dstStep, exactReads, exactWrites && isLast);
       } else {
-        for (int x = 0; x < columns; ++x) {
-          if constexpr (PixelBytes == 6) storeLow8(to + x * dstStep, loadLow8<Zor8u>(from + x * PixelBytes));
-          else store(to + x * dstStep, load<Zor8u>(from + x * PixelBytes));
-        }
+        for (int x = 0; x < columns; ++x)
+          storeFront<PixelBytes>(to + x * dstStep,
+                                 loadFront<PixelBytes>(from + x * PixelBytes, exactReads && x == columns - 1),
+                                 exactWrites && isLast);
       }
     }
   }

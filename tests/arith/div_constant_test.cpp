@@ -22,7 +22,7 @@ void expectQuotients(DivC divC, std::initializer_list<int> divisors, Expected ex
   const int length = static_cast<int>(src.size()), step = length * static_cast<int>(sizeof(T));
   std::vector<T> dst(src.size());
   for (const int divisor : divisors)
-    for (const int scale : divisionScales()) {
+    for (const int scale : {INT_MIN, -33, -32, -31, -30, -16, -15, -5, -1, 0, 1, 3, 8, 9, 15, 16, 17, INT_MAX}) {
       const T d = static_cast<T>(divisor);
       ASSERT_EQ(divC(src.data(), step, d, dst.data(), step, {length, 1}, scale), ZorOk);
       for (std::size_t i = 0; i < src.size(); ++i)
@@ -45,8 +45,8 @@ TEST(DivC, AllSamplesAtEveryScale)
 {
   const auto exact = [](auto n, auto d, int scale) { return exactQuotient(n, d, scale); };
   for (int d = 1; d <= 255; ++d) expectQuotients<Zor8u>(zoriDivC_8u_C1RSfs, {d}, exact);
-  expectQuotients<Zor16u>(zoriDivC_16u_C1RSfs, {1, 2, 14, 1000, 65535}, byReciprocal);
-  expectQuotients<Zor16u>(zoriDivC_16u_C1RSfs, {1, 2, 1024}, exact);
+  expectQuotients<Zor16u>(zoriDivC_16u_C1RSfs, {14, 1000, 65535}, byReciprocal);
+  expectQuotients<Zor16u>(zoriDivC_16u_C1RSfs, {1, 1024}, exact);
   // below a scale of 0 single precision may meet a tie that the exact quotient misses
   const auto exactOrNear = [](Zor16s n, Zor16s d, int scale) {
     const Zor16s found = exactQuotient(n, d, scale);
@@ -54,7 +54,7 @@ TEST(DivC, AllSamplesAtEveryScale)
     const float q = std::ldexp(static_cast<float>(n), std::min(99, -std::max(scale, -99))) / static_cast<float>(d);
     return static_cast<Zor16s>(std::nearbyint(std::fmax(-32768.0f, std::fmin(q, 32767.0f))));
   };
-  expectQuotients<Zor16s>(zoriDivC_16s_C1RSfs, {1, -1, 2, -6, 14, 999, 32767, -32768}, exactOrNear);
+  expectQuotients<Zor16s>(zoriDivC_16s_C1RSfs, {-1, 2, -6, 999, -32768}, exactOrNear);
 }
 
 TEST(DivC, Floats)

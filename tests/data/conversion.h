@@ -1,5 +1,5 @@
-// Holds a conversion of samples against an oracle of one sample: all widths around the block sizes, all alignments, rows
-// with and without a gap, and every byte around the pixels.
+// Holds a conversion of samples against an oracle of one sample: all widths around the block sizes, all alignments,
+// rows with and without a gap, and every byte around the pixels.
 #pragma once
 
 #include "zori/types.h"
@@ -26,15 +26,18 @@ template <class T> std::vector<T> samplesOf()
   std::mt19937 random(7);
   if constexpr (std::is_floating_point_v<T>) {
     const T inf = std::numeric_limits<T>::infinity(), nan = std::numeric_limits<T>::quiet_NaN();
-    for (T x : {T(0), T(1e-42), std::numeric_limits<T>::min(), T(0.3), T(0.49999997), T(0.5), T(0.50000006), T(0.7), T(1e4),
-                T(1e9), T(2147483520), T(2147483648), T(4294967296), T(1e30), std::numeric_limits<T>::max(), inf, nan})
+    for (T x :
+         {T(0), T(1e-42), std::numeric_limits<T>::min(), T(0.3), T(0.49999997), T(0.5), T(0.50000006), T(0.7), T(1e4),
+          T(1e9), T(2147483520), T(2147483648), T(4294967296), T(1e30), std::numeric_limits<T>::max(), inf, nan})
       for (T sign : {T(1), T(-1)}) values.push_back(std::copysign(x, sign));
     for (int bound : {0, 1, 2, 3, 126, 127, 128, 129, 254, 255, 256, 257, 32766, 32767, 32768, 65534, 65535, 65536})
       for (T part : {T(-0.5), T(-0.01), T(0), T(0.25), T(0.5), T(0.75)})
         for (T sign : {T(1), T(-1)}) values.push_back(sign * (static_cast<T>(bound) + part));
-    for (int i = 0; i < 1000; ++i) values.push_back(static_cast<T>(static_cast<int>(random() % 800000) - 400000) / T(1024));
+    for (int i = 0; i < 1000; ++i)
+      values.push_back(static_cast<T>(static_cast<int>(random() % 800000) - 400000) / T(1024));
   } else if constexpr (sizeof(T) <= 2) {
-    for (int x = std::numeric_limits<T>::min(); x <= std::numeric_limits<T>::max(); ++x) values.push_back(static_cast<T>(x));
+    for (int x = std::numeric_limits<T>::min(); x <= std::numeric_limits<T>::max(); ++x)
+      values.push_back(static_cast<T>(x));
   } else {
     for (int k = 0; k < 32; ++k)
       for (unsigned d : {0u, 1u, 2u, ~0u, ~1u})
@@ -84,7 +87,8 @@ private:
         std::memcpy(expected.data() + d + y * dstStep + x * static_cast<int>(sizeof(D)), &result, sizeof(D));
       }
     const auto before = src;
-    ASSERT_EQ(call(reinterpret_cast<const S*>(s), srcStep, reinterpret_cast<D*>(dst.data() + d), dstStep, roi), ZorOk) << name;
+    ASSERT_EQ(call(reinterpret_cast<const S*>(s), srcStep, reinterpret_cast<D*>(dst.data() + d), dstStep, roi), ZorOk)
+        << name;
     ASSERT_TRUE(src == before);
     for (size_t i = 0; i < dst.size(); ++i)
       if (dst[i] != expected[i]) {
@@ -94,7 +98,8 @@ private:
         if (inside) std::memcpy(&sample, s + y * srcStep + x * static_cast<int>(sizeof(S)), sizeof(S));
         FAIL() << name << " of " << roi.width << 'x' << roi.height << ", offset " << offset << ": byte " << i << " is "
                << int(dst[i]) << " instead of " << int(expected[i])
-               << (inside ? ", sample " + std::to_string(x) + " of row " + std::to_string(y) + ", from " + std::to_string(sample)
+               << (inside ? ", sample " + std::to_string(x) + " of row " + std::to_string(y) + ", from " +
+                                std::to_string(sample)
                           : std::string(", outside the pixels"));
       }
   }

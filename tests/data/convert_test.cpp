@@ -22,7 +22,8 @@ template <class D> D saturated(double x)
 template <class D> D rounded(float x, int mode)
 {
   if (std::isnan(x)) return std::numeric_limits<D>::max();
-  const float clamped = std::clamp(x, static_cast<float>(std::numeric_limits<D>::min()), static_cast<float>(std::numeric_limits<D>::max()));
+  const float clamped = std::clamp(x, static_cast<float>(std::numeric_limits<D>::min()),
+                                   static_cast<float>(std::numeric_limits<D>::max()));
   if (mode == 0) return static_cast<D>(std::trunc(static_cast<double>(clamped)));
   if (mode == 1) { // nearest, ties to even
     const double low = std::floor(static_cast<double>(clamped)), part = clamped - low;
@@ -72,7 +73,8 @@ TEST(Convert, FloatsClampAndRoundByTheMode)
 
 TEST(Convert, WorkedRoundings)
 {
-  const Zor32f x[6] = {2.5f, -0.7f, 300.0f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), -2.5f};
+  const Zor32f x[6] = {
+      2.5f, -0.7f, 300.0f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), -2.5f};
   const Zor8u bytes[3][6] = {{2, 0, 255, 255, 255, 0}, {2, 0, 255, 255, 255, 0}, {3, 0, 255, 255, 255, 0}};
   const Zor16s least[3] = {-2, -2, -3};
   for (int mode = 0; mode < 3; ++mode) {
@@ -96,10 +98,12 @@ TEST(Convert, RoundingIsThatOfTheModeAndTheRegisterTheCallers)
       __builtin_ia32_ldmxcsr((controlWord() & ~0x3fu) | denormals);
       const unsigned word = controlWord();
       for (int mode : {0, 1}) {
-        EXPECT_EQ(zoriConvert_32f16s_C1R(x.data(), n * 4, dst.data(), n * 2, {n, 1}, static_cast<ZorRoundMode>(mode)), ZorOk);
+        EXPECT_EQ(zoriConvert_32f16s_C1R(x.data(), n * 4, dst.data(), n * 2, {n, 1}, static_cast<ZorRoundMode>(mode)),
+                  ZorOk);
         EXPECT_EQ(controlWord() & ~0x3fu, word); // but for the flags
         for (size_t i = 0; i < x.size(); ++i) ASSERT_EQ(dst[i], rounded<Zor16s>(x[i], mode)) << x[i] << ' ' << field;
-        EXPECT_EQ(zoriConvert_32f16s_C1R(x.data(), 0, dst.data(), n * 2, {n, 1}, static_cast<ZorRoundMode>(mode)), ZorErrStep);
+        EXPECT_EQ(zoriConvert_32f16s_C1R(x.data(), 0, dst.data(), n * 2, {n, 1}, static_cast<ZorRoundMode>(mode)),
+                  ZorErrStep);
         EXPECT_EQ(controlWord() & ~0x3fu, word);
       }
       EXPECT_EQ(zoriConvert_32f16s_C1R(x.data(), n * 4, dst.data(), n * 2, {n, 1}, ZorRoundNearestAway), ZorOk);
@@ -122,7 +126,8 @@ TEST(Convert, SixteenToThirtyTwoBitsWalksAnyStep)
 TEST(ConvertBits, ToBytesAtAllOffsets)
 {
   // the bits end where the memory does
-  auto* const map = static_cast<Zor8u*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  auto* const map =
+      static_cast<Zor8u*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(static_cast<void*>(map), MAP_FAILED);
   for (int i = 0; i < 4096; ++i) map[i] = static_cast<Zor8u>(i * 73 + i / 3 * 5);
   ASSERT_EQ(mprotect(map + 4096, 4096, PROT_NONE), 0);
@@ -146,7 +151,9 @@ std::vector<Zor8u> dithered(const std::vector<Zor8u>& pixels, ZorImgSize roi, in
 {
   std::vector<Zor8u> set(pixels.size());
   std::vector<std::int64_t> errors(static_cast<size_t>((roi.height + 2) * (roi.width + 4)));
-  const auto e = [&](int y, int x) -> std::int64_t& { return errors[static_cast<size_t>((y + 2) * (roi.width + 4) + x + 2)]; };
+  const auto e = [&](int y, int x) -> std::int64_t& {
+    return errors[static_cast<size_t>((y + 2) * (roi.width + 4) + x + 2)];
+  };
   for (int y = 0; y < roi.height; ++y)
     for (int x = 0; x < roi.width; ++x) {
       const std::int64_t sum = 8 * (e(y - 1, x) + e(y, x - 1)) +
@@ -167,12 +174,17 @@ TEST(ConvertBits, FromBytesByErrorDiffusion)
   for (int width = 1; width <= 75; width += width < 36 ? 1 : 13)
     for (int offset : {0, 1, 3, 4, 7, 8, 13, 22})
       for (int threshold : {0, 1, 100, 128, 254, 255}) {
-        const int height = 1 + (width + offset) % 7, srcStep = width + 5, dstStep = (offset + width + 7) / 8 + offset % 3;
+        const int height = 1 + (width + offset) % 7, srcStep = width + 5,
+                  dstStep = (offset + width + 7) / 8 + offset % 3;
         std::vector<Zor8u> src(static_cast<size_t>(srcStep * height - 5)), pixels;
         const int kind = static_cast<int>(random() % 4); // noise, black, white, noise near the threshold
         for (Zor8u& p : src)
-          p = static_cast<Zor8u>(kind == 0 ? random() : kind == 1 ? 0 : kind == 2 ? 255 : std::clamp(threshold + static_cast<int>(random() % 9) - 4, 0, 255));
-        for (int y = 0; y < height; ++y) pixels.insert(pixels.end(), src.begin() + y * srcStep, src.begin() + y * srcStep + width);
+          p = static_cast<Zor8u>(kind == 0   ? random()
+                                 : kind == 1 ? 0
+                                 : kind == 2 ? 255
+                                             : std::clamp(threshold + static_cast<int>(random() % 9) - 4, 0, 255));
+        for (int y = 0; y < height; ++y)
+          pixels.insert(pixels.end(), src.begin() + y * srcStep, src.begin() + y * srcStep + width);
         std::vector<Zor8u> dst(static_cast<size_t>(dstStep * (height - 1) + (offset + width + 7) / 8));
         for (Zor8u& b : dst) b = static_cast<Zor8u>(random());
         std::vector<Zor8u> expected = dst;
@@ -182,7 +194,9 @@ TEST(ConvertBits, FromBytesByErrorDiffusion)
           Zor8u& b = expected[static_cast<size_t>(i / width * dstStep + bit / 8)];
           b = static_cast<Zor8u>(set[static_cast<size_t>(i)] ? b | mask : b & ~mask);
         }
-        ASSERT_EQ(zoriConvert_8u1u_C1R(src.data(), srcStep, dst.data(), dstStep, offset, {width, height}, static_cast<Zor8u>(threshold)), ZorOk);
+        ASSERT_EQ(zoriConvert_8u1u_C1R(src.data(), srcStep, dst.data(), dstStep, offset, {width, height},
+                                       static_cast<Zor8u>(threshold)),
+                  ZorOk);
         ASSERT_EQ(dst, expected) << width << " offset " << offset << " threshold " << threshold << " kind " << kind;
       }
 }

@@ -18,10 +18,14 @@ const std::vector<float>& samples()
 {
   static const std::vector<float> all = [] {
     const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-    std::vector<float> x = {0, 0.5f, 1.5f, 2.5f, 0.49999997f, 255.5f, 32767.5f, 65534.5f, 2147483520.0f, 2147483648.0f, 4e9f, 3e38f, 1e-40f, inf, nan};
+    std::vector<float> x = {0,      0.5f,     1.5f,     2.5f,          0.49999997f,
+                            255.5f, 32767.5f, 65534.5f, 2147483520.0f, 2147483648.0f,
+                            4e9f,   3e38f,    1e-40f,   inf,           nan};
     for (size_t i = 0, n = x.size(); i < n; ++i) x.push_back(-x[i]);
     std::mt19937 random(5);
-    for (int i = 0; i < 170; ++i) x.push_back(std::ldexp(static_cast<float>(static_cast<int>(random() % 4001) - 2000) / 4, static_cast<int>(random() % 24)));
+    for (int i = 0; i < 170; ++i)
+      x.push_back(std::ldexp(static_cast<float>(static_cast<int>(random() % 4001) - 2000) / 4,
+                             static_cast<int>(random() % 24)));
     return x;
   }();
   return all;
@@ -44,11 +48,13 @@ template <class D> void checkKernel(Kernel<D> kernel)
 {
   const int n = static_cast<int>(samples().size());
   std::vector<D> dst(samples().size());
-  for (int scaleFactor : {0, 1, -1, 5, -7, 8, 31, -24, 130, -130, 300, -300, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
+  for (int scaleFactor : {0, 1, -1, 5, -7, 8, 31, -24, 130, -130, 300, -300, std::numeric_limits<int>::min(),
+                          std::numeric_limits<int>::max()})
     for (int mode : {0, 1, 2}) {
       ASSERT_EQ(kernel(samples().data(), dst.data(), n, static_cast<ZorRoundMode>(mode), scaleFactor), ZorOk);
       for (size_t i = 0; i < dst.size(); ++i)
-        ASSERT_EQ(dst[i], expected<D>(samples()[i], mode, scaleFactor)) << samples()[i] << " mode " << mode << " scale " << scaleFactor;
+        ASSERT_EQ(dst[i], expected<D>(samples()[i], mode, scaleFactor))
+            << samples()[i] << " mode " << mode << " scale " << scaleFactor;
     }
   // a row that is its own source, at every length and alignment
   for (int length = 1; length <= 100; ++length)
@@ -58,7 +64,9 @@ template <class D> void checkKernel(Kernel<D> kernel)
       for (int i = 0; i < length; ++i) put(row + i, samples()[static_cast<size_t>(i + 20)]);
       ASSERT_EQ(kernel(row, reinterpret_cast<D*>(row), length, ZorRoundNearestEven, 0), ZorOk);
       for (int i = 0; i < length; ++i)
-        ASSERT_EQ(get<D>(bytes.data() + offset + static_cast<size_t>(i) * sizeof(D)), expected<D>(samples()[static_cast<size_t>(i + 20)], 1, 0)) << length << ' ' << i;
+        ASSERT_EQ(get<D>(bytes.data() + offset + static_cast<size_t>(i) * sizeof(D)),
+                  expected<D>(samples()[static_cast<size_t>(i + 20)], 1, 0))
+            << length << ' ' << i;
     }
   EXPECT_EQ(kernel(nullptr, dst.data(), 0, ZorRoundNearestEven, 0), ZorErrNullPtr);
   EXPECT_EQ(kernel(samples().data(), nullptr, 1, ZorRoundNearestEven, 0), ZorErrNullPtr);
@@ -86,7 +94,8 @@ template <class S> void checkToFloat(ZorStatus (*kernel)(const S*, Zor32f*, int)
       ASSERT_EQ(kernel(src.data() + offset, dst.data() + 4 - offset, length), ZorOk);
       for (int i = 0; i < 100; ++i) {
         const int at = i - 4 + offset;
-        ASSERT_EQ(dst[static_cast<size_t>(i)], at >= 0 && at < length ? static_cast<float>(src[static_cast<size_t>(at + offset)]) : -5.0f);
+        ASSERT_EQ(dst[static_cast<size_t>(i)],
+                  at >= 0 && at < length ? static_cast<float>(src[static_cast<size_t>(at + offset)]) : -5.0f);
       }
     }
   float dst;
