@@ -2,6 +2,7 @@
 #include "tour/tour.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace tour {
 
@@ -61,8 +62,11 @@ void histogram(Tour& tour)
   const Zor8u ground[3] = {24, 24, 28};
   ZORI_CHECK(zoriSet_8u_C3R(ground, chart.data(), chart.step(), chart.size()));
   for (int k = 0; k < 3; ++k) {
-    // the ends of the range often hold all that is cut off
-    const int most = std::max(1, *std::max_element(counts[k] + 1, counts[k] + bins - 1));
+    // a few bins may tower over all others (flat areas, ends of the range); they are cut off
+    Zor32s ranked[bins];
+    std::copy_n(counts[k], bins, ranked);
+    std::nth_element(ranked, ranked + 8, ranked + bins, std::greater<>());
+    const int most = std::max(1, ranked[8]);
     for (int i = 0; i < bins; ++i) {
       const int height = foot + static_cast<int>(std::min(1.0, static_cast<double>(counts[k][i]) / most) *
                                                  (chartHeight - foot));

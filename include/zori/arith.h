@@ -49,6 +49,467 @@ ZorStatus zoriAbs_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int ds
 ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
+ * zoriAdd_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriAdd_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriAdd_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriAdd_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Sum of two images.
+ *
+ * dst = saturate(round((src1 + src2) * 2^-scaleFactor)); in place, srcDst takes the place of src2 and dst.
+ *
+ * The sum is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative one
+ * multiplies. Rounding is to nearest with ties to the even neighbour (at scale 1 a sum of 3 gives 2, 5 gives
+ * 2, 7 gives 4, -3 gives -2), and the result is brought to the range of the type once, at the end. In complex
+ * types the rule holds of the real and the imaginary part each. At a scale at which no sum can round to
+ * anything but zero the sources are not read.
+ *
+ * 32f and 32fc: plain IEEE sums without scale and saturation, in the caller's rounding mode.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
+ * layouts are shared among threads.
+ *
+ * Checks of *_{C3,C4}*: region height, null pointers, region width.
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriAdd_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriSub_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriSub_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriSub_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriSub_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Difference of two images.
+ *
+ * dst = saturate(round((src2 - src1) * 2^-scaleFactor)): the first image is subtracted from the second. In
+ * place, srcDst = srcDst - src.
+ *
+ * The difference is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative
+ * one multiplies. Rounding is to nearest with ties to the even neighbour, and the result is brought to the
+ * range of the type once, at the end: negative differences of unsigned types give 0 at every scale. In
+ * complex types the rule holds of the real and the imaginary part each. At a scale at which no difference can
+ * round to anything but zero the sources are not read.
+ *
+ * 32f and 32fc: plain IEEE differences without scale and saturation, in the caller's rounding mode.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
+ * layouts are shared among threads.
+ *
+ * Checks of *_{C3,C4}*: region height, null pointers, region width.
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriSub_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriMul_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriMul_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriMul_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriMul_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Product of two images.
+ *
+ * dst = saturate(round(src1 * src2 * 2^-scaleFactor)); in place, srcDst takes the place of src2 and dst.
+ *
+ * The product is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative one
+ * multiplies: 8 brings products of 8u samples back to about the range of the samples. Rounding is to nearest
+ * with ties to the even neighbour, and the result is brought to the range of the type once, at the end. At a
+ * scale at which no product can round to anything but zero the sources are not read.
+ *
+ * Complex types: (a + ib)(c + id) = (ac - bd) + i(ad + bc), both parts exact before the rule is applied to
+ * each.
+ *
+ * 32f and 32fc: plain IEEE arithmetic without scale and saturation, in the caller's rounding mode.
+ * zoriMulScale multiplies fractions of full scale.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
+ * layouts are shared among threads.
+ *
+ * Checks of *_{C3,C4}*: region height, null pointers, region width.
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriMul_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriAddC_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriAddC_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriAddC_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriAddC_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Sum of an image and a constant.
+ *
+ * dst = saturate(round((src + value) * 2^-scaleFactor)). value is one number in C1, an array with one number
+ * a channel in the other layouts (three for C3 and AC4, four for C4).
+ *
+ * The sum is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative one
+ * multiplies. Rounding is to nearest with ties to the even neighbour, and the result is brought to the range
+ * of the type once, at the end. In complex types the rule holds of the real and the imaginary part each.
+ * Adding 0 at scale 0 is a copy.
+ *
+ * 32f and 32fc: plain IEEE sums without scale and saturation, in the caller's rounding mode.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
+ * images of 8u and 16s at a scale, are shared among threads.
+ *
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriAddC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriSubC_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriSubC_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriSubC_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriSubC_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Difference of an image and a constant.
+ *
+ * dst = saturate(round((src - value) * 2^-scaleFactor)): the constant is subtracted from the image. value is
+ * one number in C1, an array with one number a channel in the other layouts (three for C3 and AC4, four for
+ * C4).
+ *
+ * The difference is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative
+ * one multiplies. Rounding is to nearest with ties to the even neighbour, and the result is brought to the
+ * range of the type once, at the end: negative differences of unsigned types give 0 at every scale. In
+ * complex types the rule holds of the real and the imaginary part each. Subtracting 0 at scale 0 is a copy.
+ *
+ * 32f and 32fc: plain IEEE differences without scale and saturation, in the caller's rounding mode.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
+ * images of 8u and 16s at a scale, are shared among threads.
+ *
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriSubC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriMulC_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ * zoriMulC_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
+ * zoriMulC_32f_{C1,C3,C4,AC4}{R,IR}
+ * zoriMulC_32fc_{C1,C3,AC4}{R,IR}
+ *
+ * Product of an image and a constant.
+ *
+ * dst = saturate(round(src * value * 2^-scaleFactor)). value is one number in C1, an array with one number a
+ * channel in the other layouts (three for C3 and AC4, four for C4). With a scale a constant serves as a
+ * fraction: 205 at scale 8 multiplies by about 0.8.
+ *
+ * The product is exact, whatever the scale. A positive scaleFactor divides by a power of two, a negative one
+ * multiplies. Rounding is to nearest with ties to the even neighbour, and the result is brought to the range
+ * of the type once, at the end. Multiplying by 1 at scale 0 is a copy.
+ *
+ * Complex types: (a + ib)(c + id) = (ac - bd) + i(ad + bc), both parts exact before the rule is applied to
+ * each.
+ *
+ * 32f and 32fc: plain IEEE arithmetic without scale and saturation, in the caller's rounding mode.
+ *
+ * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
+ * images of 8u and 16s at a scale, are shared among threads.
+ *
+ * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
+ * Checks of the others: null pointers, region size.
+ */
+ZorStatus zoriMulC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
  * zoriDiv_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
  * zoriDiv_{16sc,32sc}_{C1,C3,AC4}{R,IR}Sfs
  * zoriDiv_32f_{C1,C3,C4,AC4}{R,IR}

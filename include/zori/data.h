@@ -615,6 +615,174 @@ ZorStatus zoriTranspose_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roi
 ZorStatus zoriTranspose_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
+/*
+ * zoriMirror_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Mirror image.
+ *
+ * flip 0 (ZorAxsHorizontal) mirrors about the horizontal axis: row r goes to row height - 1 - r. 1
+ * (ZorAxsVertical) mirrors about the vertical axis: column c goes to column width - 1 - c. 2 (ZorAxsBoth)
+ * does both, a rotation by half a turn. Another value gives ZorErrAxis.
+ *
+ * A side that is mirrored must be at least 2 pixels long: flip 0 and 2 with a height of 1, and then flip 1
+ * and 2 with a width of 1, give ZorErrSize.
+ *
+ * Pixels move whole, their channels in order. AC4 moves three channels: the fourth channel of the destination
+ * stays where and as it was. Steps are not tested; a negative source step walks the source upward.
+ *
+ * Checks: null pointers, region size, flip (ZorErrAxis), flip, roiSize (ZorErrSize).
+ */
+ZorStatus zoriMirror_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+
+/*
+ * zoriCopyConstBorder_{8u,16u,16s,32s}_{C1,C3,C4,AC4}R
+ *
+ * Copy into a frame of a constant.
+ *
+ * Copies the source rectangle into a larger destination and fills the frame around it with a constant. The
+ * rectangle's first pixel comes to column leftBorderWidth and row topBorderHeight of the destination; what
+ * remains on the right and below makes the other two margins. Each margin may be 0.
+ *
+ * value is one number in C1, an array with one number a channel in the other layouts. AC4 writes three
+ * channels, in the margins and in the copied part: the fourth channel of the destination stays as it was.
+ *
+ * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
+ * ZorErrSize. The array of values is tested last.
+ *
+ * Checks of *_C1R: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
+ * Checks of the others: null pSrc, pDst, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth
+ * (ZorErrSize), null value.
+ */
+ZorStatus zoriCopyConstBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor8u value);
+ZorStatus zoriCopyConstBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[3]);
+ZorStatus zoriCopyConstBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[4]);
+ZorStatus zoriCopyConstBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[3]);
+ZorStatus zoriCopyConstBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16u value);
+ZorStatus zoriCopyConstBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[3]);
+ZorStatus zoriCopyConstBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[4]);
+ZorStatus zoriCopyConstBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[3]);
+ZorStatus zoriCopyConstBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16s value);
+ZorStatus zoriCopyConstBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[3]);
+ZorStatus zoriCopyConstBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[4]);
+ZorStatus zoriCopyConstBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[3]);
+ZorStatus zoriCopyConstBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor32s value);
+ZorStatus zoriCopyConstBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[3]);
+ZorStatus zoriCopyConstBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[4]);
+ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[3]);
+
+/*
+ * zoriCopyReplicateBorder_{8u,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Copy into a frame that repeats the edge pixels.
+ *
+ * dst(x, y) = src(clamp(x - leftBorderWidth, 0, w - 1), clamp(y - topBorderHeight, 0, h - 1)) for a source
+ * rectangle of w by h pixels: its edge pixels are repeated outward, and the corners take the corner pixels.
+ * This is the margin that the neighbourhood filters are usually given.
+ *
+ * In place, pSrcDst addresses the first pixel of the rectangle within its image, and the frame is written
+ * around it: topBorderHeight rows above, leftBorderWidth columns to the left, and as much to the right and
+ * below as dstRoiSize leaves. The caller must own that memory. Each margin may be 0. AC4 moves three
+ * channels: the fourth channel of the destination stays as it was.
+ *
+ * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
+ * ZorErrSize.
+ *
+ * Checks: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
+ */
+ZorStatus zoriCopyReplicateBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+
+/*
+ * zoriCopyWrapBorder_32s_C1{R,IR}
+ *
+ * Copy into a frame that tiles the image.
+ *
+ * dst(x, y) = src((x - leftBorderWidth) mod w, (y - topBorderHeight) mod h) for a source rectangle of w by h
+ * pixels, with a modulus that is never negative: the frame continues the image periodically, and a margin
+ * larger than the rectangle repeats it more than once.
+ *
+ * In place, pSrcDst addresses the first pixel of the rectangle within its image, and the frame is written
+ * around it: topBorderHeight rows above, leftBorderWidth columns to the left, and as much to the right and
+ * below as dstRoiSize leaves. The caller must own that memory. Each margin may be 0. The rectangle itself is
+ * not written.
+ *
+ * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
+ * ZorErrSize.
+ *
+ * Checks: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
+ */
+ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+
 ZORI_END_DECLS
 
 #endif

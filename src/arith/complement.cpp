@@ -4,6 +4,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 struct SignAndMagnitude {
   Vec<Zor32s> operator()(Vec<Zor32s> x) const
@@ -13,6 +14,7 @@ struct SignAndMagnitude {
   }
 };
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

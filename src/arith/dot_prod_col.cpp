@@ -10,6 +10,7 @@
 #include <algorithm>
 
 namespace zori {
+namespace {
 
 struct Weighted {
   Zor32f weight;
@@ -27,8 +28,9 @@ template <int N> struct WeightedSum {
   }
 };
 
-static const Zor32f* rowOf(const Zor32f* const* ppSrc, int i) { return get<const Zor32f*>(ppSrc + i); }
+const Zor32f* rowOf(const Zor32f* const* ppSrc, int i) { return get<const Zor32f*>(ppSrc + i); }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -12,16 +12,17 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 // e^x * 2^-scale, for a result of moderate size, whatever the size of x and scale. The exponent of two x * log2(e) -
 // scale is formed with log2(e) in two parts, so that products with the first are exact.
-static Zor64f scaledExp(int x, int scale)
+Zor64f scaledExp(int x, int scale)
 {
   constexpr Zor64f log2eHigh = 0x1.71547652p0, log2eLow = 0x1.705fc2eefa2p-33;
   return std::exp2(x * log2eHigh - scale + x * log2eLow);
 }
 
-template <class T> struct Exponentials {
+template <class T> struct ExpStaircase {
   static constexpr bool isLong = true;
   using Lane = std::make_signed_t<T>;
   static constexpr int least = std::numeric_limits<T>::min(), greatest = std::numeric_limits<T>::max();
@@ -33,7 +34,7 @@ template <class T> struct Exponentials {
   Step step[steps];
   Vec<Lane> bottom; // the result for the least sample
 
-  explicit Exponentials(int scaleFactor)
+  explicit ExpStaircase(int scaleFactor)
   {
     // all samples are below or above the whole staircase at the scales beyond
     const int scale = scaleFactor < -100000 ? -100000 : scaleFactor > 100000 ? 100000 : scaleFactor;
@@ -78,11 +79,12 @@ ZorStatus expRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
   const RoundingScope scope(roundNearest);
   const Rows<T> dst{pDst, dstStep};
   const Rows<const T> src{pSrc, srcStep};
-  if constexpr (isInt<T>) mapRegion<L>(Serial{}, roiSize, Exponentials<T>(scaleFactor), dst, src);
+  if constexpr (isInt<T>) mapRegion<L>(Serial{}, roiSize, ExpStaircase<T>(scaleFactor), dst, src);
   else mapRegionOfGroups<L>(Serial{}, roiSize, FloatExp{}, dst, src);
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

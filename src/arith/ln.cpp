@@ -15,6 +15,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 template <class T> struct IntegerLn {
   Zor64f factor;
@@ -64,7 +65,7 @@ ZorStatus mapRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<const
 }
 
 // Beyond these scales every result is 0, or a bound for whatever is above 1.
-inline constexpr int greatestScale = 8, leastScale = -20;
+constexpr int greatestScale = 8, leastScale = -20;
 
 template <class T>
 ZorStatus integerRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<const T> src, int scaleFactor)
@@ -72,7 +73,7 @@ ZorStatus integerRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<c
   const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
   const IntegerLn<T> op{std::ldexp(1.0, -scale)};
   if constexpr (sizeof(T) == 1)
-    if (length * roi.height >= 1024) { // the logarithms of all samples pay
+    if (static_cast<long long>(length) * roi.height >= 1024) { // the logarithms of all samples pay
       Zor8u samples[256], table[256];
       for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
       mapGroups(table, 256, op, static_cast<const Zor8u*>(samples));
@@ -90,9 +91,9 @@ struct FloatLn {
   Group<Zor32f> operator()(const Group<Zor32f>& x) const { return logarithm(x, *special); }
 };
 
-// What the first result without a logarithm tells: minus infinity is that of zero, and a NaN with its sign set, whose bits
-// are greater, that of a negative sample.
-static ZorStatus firstWarningOfResults(const Zor32f* row, std::ptrdiff_t length)
+// What the first result of a sample without a logarithm tells: minus infinity is that of zero, and a NaN with its sign
+// set, whose bits are greater, that of a negative sample.
+ZorStatus firstWarningOfResults(const Zor32f* row, std::ptrdiff_t length)
 {
   constexpr Zor32u minusInfinity = 0xff800000u;
   for (std::ptrdiff_t i = 0; i < length; ++i)
@@ -101,7 +102,7 @@ static ZorStatus firstWarningOfResults(const Zor32f* row, std::ptrdiff_t length)
   return ZorOk;
 }
 
-static ZorStatus floatRows(ZorImgSize roi, std::ptrdiff_t length, Rows<Zor32f> dst, Rows<const Zor32f> src)
+ZorStatus floatRows(ZorImgSize roi, std::ptrdiff_t length, Rows<Zor32f> dst, Rows<const Zor32f> src)
 {
   ZorStatus status = ZorOk;
   for (int y = 0; y < roi.height; ++y) {
@@ -124,6 +125,7 @@ ZorStatus lnRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize 
   else return floatRows(roiSize, length, dst, src);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -8,6 +8,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 struct FractionProduct {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
@@ -21,7 +22,8 @@ ZorStatus mulScale(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T
 {
   if constexpr (L == C3 || L == C4)
     if (auto s = nonEmpty(roiSize); s != ZorOk) return s;
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize));
+      s != ZorOk)
     return s;
   mapRegion<L>(Serial{}, roiSize, FractionProduct{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   return ZorOk;
@@ -30,7 +32,8 @@ ZorStatus mulScale(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T
 template <class T, Layout L>
 ZorStatus mulCScale(const T* pSrc, int srcStep, const T* value, T* pDst, int dstStep, ZorImgSize roiSize)
 {
-  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk)
+    return s;
   T constant[4] = {};
   for (int k = 0; k < processed<L>; ++k) constant[k] = get<T>(value + k);
   mapRegionWith<L>(Pattern<T>(constant, channels<L>), Serial{}, roiSize, FractionProduct{}, Rows{pDst, dstStep},
@@ -38,6 +41,7 @@ ZorStatus mulCScale(const T* pSrc, int srcStep, const T* value, T* pDst, int dst
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -14,6 +14,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 template <class T, Path path> struct Squared {
   int shift = 0;
@@ -21,7 +22,7 @@ template <class T, Path path> struct Squared {
 };
 
 // The greatest scale at which a square can round to 1.
-template <class T> inline constexpr int greatestScale = isSigned<T> ? 30 : 16 * sizeof(T);
+template <class T> constexpr int greatestScale = isSigned<T> ? 30 : 16 * sizeof(T);
 
 template <class T, Layout L>
 ZorStatus sqrRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor = 0)
@@ -35,12 +36,13 @@ ZorStatus sqrRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
   if constexpr (isInt<T>) {
     if (scaleFactor > greatestScale<T>) return fillRegion<L>(T(0), pDst, dstStep, roiSize);
     if (scaleFactor > 0) map(Squared<T, Path::Positive>{scaleFactor});
-    else if (scaleFactor < 0) map(Squared<T, Path::Negative>{scaleFactor < -boundShift<T> ? boundShift<T> : -scaleFactor});
+    if (scaleFactor < 0) map(Squared<T, Path::Negative>{scaleFactor < -boundShift<T> ? boundShift<T> : -scaleFactor});
   }
   if (scaleFactor == 0) map(Squared<T, Path::Plain>{});
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -1,9 +1,9 @@
 // zoriSqrt_{8u,16u,16s}_{C1,C3,AC4}{R,IR}Sfs, zoriSqrt_32f_{C1,C3,AC4}{R,IR}, zoriSqrt_32f_C4IR: square root.
 //
 // Integers: sqrt(x) * 2^-scaleFactor to the nearest integer with ties to even, saturated. The quotient is formed in
-// floating point and converted under rounding to nearest, which is exact: ties occur only where the root itself is an
-// integer or half of one; any other quotient y is at least 1 / (8y) away from a tie (4y^2 and the square of an odd number
-// differ by at least 1), which single precision resolves up to 1448 and double precision everywhere.
+// floating point and converted under rounding to nearest, which is exact. Ties occur only where the root itself is an
+// integer. Any other quotient y is at least 1 / (8y) away from a tie at scales up to 0, where 4y^2 and the square of an
+// odd number differ by at least 1: single precision resolves that up to 1448, double precision everywhere.
 //
 // C1 and C3 advance by the step masked to whole samples, C4 and AC4 by the raw step.
 #include "frame/checks.h"
@@ -14,6 +14,7 @@
 #include <cmath>
 
 namespace zori {
+namespace {
 
 // Groups of samples that are not negative, times a power of two.
 template <class T> struct RootInSingle {
@@ -66,7 +67,7 @@ struct FloatRoot {
 };
 
 // Beyond these scales every result is 0, or a bound for whatever is not 0. Up to -2 the greatest quotient is 1024.
-inline constexpr int greatestScale = 16, leastScale = -16, leastScaleInSingle = -2;
+constexpr int greatestScale = 16, leastScale = -16, leastScaleInSingle = -2;
 
 // The lanes in which a negative sample was met are all ones in the result.
 template <class T, Layout L> Vec<T> mapRoots(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
@@ -102,6 +103,7 @@ ZorStatus sqrtRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   return moveMask(negative) ? ZorWarnSqrtNegArg : ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -13,7 +13,7 @@
 
 namespace zori {
 
-struct SameOrder {
+struct Unchanged {
   template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
 };
 
@@ -26,7 +26,7 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
   {
     if constexpr (KeepsFourth) {
       const auto to = reinterpret_cast<Element*>(dst);
-      mapRow(to, pixels * 4, KeepFourth<SameOrder>{}, const_cast<const Element*>(to), reinterpret_cast<const Element*>(src));
+      mapRow(to, pixels * 4, KeepFourth<Unchanged>{}, const_cast<const Element*>(to), reinterpret_cast<const Element*>(src));
     } else {
       std::memcpy(dst, src, static_cast<std::size_t>(pixels) * PixelBytes);
     }
@@ -78,7 +78,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
 };
 
 template <int PixelBytes, bool KeepsFourth>
-ZorStatus mirrorRegion(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip)
+[[gnu::noinline]] ZorStatus mirrorRegion(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorAxis flip)
 {
   const bool isAxis = flip == ZorAxsHorizontal || flip == ZorAxsVertical || flip == ZorAxsBoth;
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), require(isAxis, ZorErrAxis),

@@ -109,7 +109,7 @@ template <int PixelBytes> struct Transposer {
   }
 };
 
-template <int PixelBytes> ZorStatus owniTransposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
+template <int PixelBytes> [[gnu::noinline]] ZorStatus owniTransposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrcDst), nonEmpty(roiSize), require(roiSize.width == roiSize.height, ZorErrSize));
       s != ZorOk)
@@ -119,7 +119,7 @@ template <int PixelBytes> ZorStatus owniTransposeSquare(void* pSrcDst, int srcDs
 }
 
 template <int PixelBytes>
-ZorStatus owniTranspose(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize)
+[[gnu::noinline]] ZorStatus owniTranspose(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if (pSrc == pDst && srcStep == dstStep && roiSize.width == roiSize.height)

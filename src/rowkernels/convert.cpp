@@ -6,26 +6,29 @@
 
 namespace zori {
 
-template <class S, class D, class Op> static ZorStatus zorsConvert(const S* pSrc, D* pDst, int length, Op op)
+template <class S, class D> static ZorStatus zorsConvert(const S* pSrc, D* pDst, int length)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), positiveSize(length)); s != ZorOk) return s;
-  mapGroups(pDst, length, op, pSrc);
+  ownzorsCnvrt(pSrc, pDst, length);
   return ZorOk;
 }
 
 template <class D>
 static ZorStatus zorsConvert_Sfs(const Zor32f* pSrc, D* pDst, int length, ZorRoundMode roundMode, int scaleFactor)
 {
-  if (roundMode != ZorRoundTowardZero && roundMode != ZorRoundNearestEven)
-    return zorsConvert(pSrc, pDst, length, Scaled<RoundedAway<D>>(scaleFactor));
-  const RoundingScope rounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest);
-  if (scaleFactor == 0) return zorsConvert(pSrc, pDst, length, Rounded<D>{});
-  return zorsConvert(pSrc, pDst, length, Scaled<Rounded<D>>(scaleFactor));
+  if (auto s = firstFailure(nonNull(pSrc, pDst), positiveSize(length)); s != ZorOk) return s;
+  if (roundMode == ZorRoundTowardZero || roundMode == ZorRoundNearestEven) {
+    const RoundingScope rounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest);
+    ownzorsCnvrt_Sfs(pSrc, pDst, length, scaleFactor);
+  } else {
+    ownzorsCnvrtFin_Sfs(pSrc, pDst, length, scaleFactor);
+  }
+  return ZorOk;
 }
 
 #define STAMP(type)                                                                     \
   ZorStatus zorsConvert_##type##32f(const Zor##type* pSrc, Zor32f* pDst, int length)    \
-  { return zorsConvert(pSrc, pDst, length, Converted<Zor32f>{}); }
+  { return zorsConvert(pSrc, pDst, length); }
 STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32s)
 #undef STAMP
 

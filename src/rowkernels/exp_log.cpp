@@ -14,18 +14,21 @@ static constexpr Zor32f infinity = std::numeric_limits<Zor32f>::infinity();
 F32x4 exponentialOfAny(F32x4 x)
 {
   // beyond these bounds the result is 0 or infinite
-  const Exponential e(min(max(x, splat(-104.0f)), splat(89.0f)));
+  const F32x4 inside = min(max(x, splat(-104.0f)), splat(89.0f));
+  const Exponentials<1> e(&inside);
   const auto power = [](Vec<Zor32s> n) { return as<Zor32f>(shiftLeft<23>(n + splat(127))); };
-  const auto n = shiftRight<23>(shiftLeft<23>(e.exponent)), half = shiftRight<1>(n);
-  return select(unordered(x, x), x + x, e.mantissa * power(half) * power(n - half));
+  const auto n = shiftRight<23>(shiftLeft<23>(e.exponent[0])), half = shiftRight<1>(n);
+  return select(unordered(x, x), x + x, e.mantissa[0] * power(half) * power(n - half));
 }
 
 F32x4 logarithmOfAny(F32x4 x)
 {
   const F32x4 small = less(x, as<Zor32f>(splat(leastNormalBits)));
   Parts parts(select(small, x * splat(0x1p24f), x));
-  parts.exponent -= as<Zor32s>(small) & splat(24);
-  F32x4 result = select(equal(x, splat(infinity)), x, logarithm(parts));
+  parts.exponent -= as<Zor32s>(small) & splat(24 << 23);
+  F32x4 result;
+  logarithms<1>(&result, &parts);
+  result = select(equal(x, splat(infinity)), x, result);
   result = select(equal(x, splat(0.0f)), splat(-infinity), result);
   // the root of a negative number is a NaN with its sign set
   return select(greaterEqual(x, splat(0.0f)), result, select(unordered(x, x), abs(x + x), sqrt(x)));
@@ -33,7 +36,7 @@ F32x4 logarithmOfAny(F32x4 x)
 
 } // namespace explog
 
-// ln((1 + f) * 2^exponent) * factor as in single precision, but that no cancellation matters here.
+// ln((1 + f) * 2^(exponent * 2^-23)) * factor as in single precision, but that no cancellation matters here.
 static F64x2 scaledLogarithm(F64x2 f, F64x2 exponent, F64x2 factor)
 {
   const F64x2 s = f / (f + splat(2.0)), z = s * s;
@@ -41,7 +44,7 @@ static F64x2 scaledLogarithm(F64x2 f, F64x2 exponent, F64x2 factor)
   series = series * z + splat(0.2857175485162510781);
   series = series * z + splat(0.3999999879579106314);
   series = series * z + splat(0.6666666666737622547);
-  return exponent * (splat(0x1.62e42fefa39efp-1) * factor) + s * factor * (series * z + splat(2.0));
+  return exponent * (splat(0x1.62e42fefa39efp-24) * factor) + s * factor * (series * z + splat(2.0));
 }
 
 Group<Zor32s> integerLogarithm(const Group<Zor32f>& x, Zor64f factor)

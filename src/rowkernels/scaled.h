@@ -49,8 +49,8 @@ template <class T> inline Vec<T> saturatedDifference(Vec<T> a, Vec<T> b)
   }
 }
 
-// Shifts that serve bytes too; n is at least 1. To the left no bit may leave its byte. To the right a product by 2^-n is
-// one instruction, where a shift by a number that is not known beforehand takes two.
+// Shifts that serve bytes too; n is at least 1. To the left no bit may leave its byte. To the right a product by 2^-n
+// is one instruction, where a shift by a number that is not known beforehand takes two.
 template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
 {
   const Vec<Zor16u> power = splat(static_cast<Zor16u>(0x10000 >> n));
@@ -286,19 +286,19 @@ using ConstantKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const 
 
 // What a kernel writes of a row: everything, or all but the fourth of four samples.
 enum class Shape { Whole, KeepFourth, KeepFourthComplex };
-// Three complex samples of each pixel of four (8 parts): at(i) gives the vector of the parts from i on.
+
+// Three complex samples of each pixel of four, which has 8 parts: at(i, part) gives the vector from place i of the row on,
+// which is that part of its pixel.
 template <class T, class At> inline void mapThreeOfFour(T* dst, std::ptrdiff_t length, At at)
 {
-  constexpr int lanes = Vec<T>::size;
   for (std::ptrdiff_t i = 0; i < length; i += 8) {
-    if constexpr (lanes == 8) {
+    if constexpr (Vec<T>::size == 8) {
       const Vec<T> pixel = at(i, 0);
       storeLow8(dst + i, pixel);
       storeLow4(dst + i + 4, bytesDown<8>(pixel));
     } else {
-      const Vec<T> first = at(i, 0), third = at(i + 4, 4);
-      store(dst + i, first);
-      storeLow8(dst + i + 4, third);
+      store(dst + i, at(i, 0));
+      storeLow8(dst + i + 4, at(i + 4, 4));
     }
   }
 }
@@ -330,8 +330,8 @@ void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const P
   } else if constexpr (shape == Shape::KeepFourth)
     mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);
   else {
-    const Vec<T> c[2] = {constant.at(0), constant.at(8 - Vec<T>::size)};
-    mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int part) { return op(load<T>(src + i), c[part != 0]); });
+    const Vec<T> first = constant.at(0), third = constant.at(8 - Vec<T>::size);
+    mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int part) { return op(load<T>(src + i), part ? third : first); });
   }
 }
 

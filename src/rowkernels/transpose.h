@@ -5,6 +5,7 @@
 #pragma once
 
 #include "drivers.h"
+#include "zori/types.h"
 
 namespace zori {
 

@@ -65,7 +65,8 @@ template <class T, class... A> void expectLayoutsAgree(std::initializer_list<For
     for (int width = 1; width <= 40; ++width)
       for (const int gap : {0, 3}) {
         constexpr int height = 3;
-        const std::size_t rowLength = static_cast<std::size_t>(width * form.channels), pitch = rowLength + static_cast<std::size_t>(gap);
+        const auto rowLength = static_cast<std::size_t>(width * form.channels);
+        const std::size_t pitch = rowLength + static_cast<std::size_t>(gap);
         std::vector<T> src(pitch * height), dst(src.size()), expected;
         for (auto* image : {&src, &dst})
           for (T& x : *image) {
@@ -75,18 +76,20 @@ template <class T, class... A> void expectLayoutsAgree(std::initializer_list<For
         expected = dst;
         for (std::size_t y = 0; y < height; ++y)
           for (std::size_t i = 0; i < rowLength; ++i)
-            if (!form.keepsFourth || i % 4 != 3) oneChannel(&src[y * pitch + i], 4, &expected[y * pitch + i], 4, {1, 1}, arguments...);
+            if (!form.keepsFourth || i % 4 != 3)
+              oneChannel(&src[y * pitch + i], 4, &expected[y * pitch + i], 4, {1, 1}, arguments...);
 
         const int step = static_cast<int>(pitch * sizeof(T));
         std::vector<T> inPlace = src;
         if (form.plain) {
           ASSERT_GE(form.plain(src.data(), step, dst.data(), step, {width, height}, arguments...), ZorOk);
-          ASSERT_EQ(std::memcmp(dst.data(), expected.data(), dst.size() * sizeof(T)), 0) << form.channels << ' ' << width;
+          ASSERT_EQ(std::memcmp(dst.data(), expected.data(), dst.size() * sizeof(T)), 0) << form.channels << " " << width;
         }
         ASSERT_GE(form.inPlace(inPlace.data(), step, {width, height}, arguments...), ZorOk);
         for (std::size_t i = 0; i < src.size(); ++i) {
           const bool kept = i % pitch >= rowLength || (form.keepsFourth && i % pitch % 4 == 3);
-          ASSERT_EQ(std::memcmp(&inPlace[i], kept ? &src[i] : &expected[i], sizeof(T)), 0) << form.channels << ' ' << width;
+          const T* wanted = kept ? &src[i] : &expected[i];
+          ASSERT_EQ(std::memcmp(&inPlace[i], wanted, sizeof(T)), 0) << form.channels << " " << width;
         }
       }
 }
@@ -102,7 +105,8 @@ inline long long place(float x)
 // The function on bit patterns spread over all of 32f, within one unit in the last place of the rounded oracle in
 // double precision; NaN where that has NaN, infinite only where it is. `admitted` picks the samples.
 template <class Oracle, class Admitted>
-void expectLastPlace(ZorStatus (*function)(const Zor32f*, int, Zor32f*, int, ZorImgSize), Oracle oracle, Admitted admitted)
+void expectLastPlace(ZorStatus (*function)(const Zor32f*, int, Zor32f*, int, ZorImgSize), Oracle oracle,
+                     Admitted admitted)
 {
   constexpr int length = 1000;
   std::vector<float> src, dst(length);

@@ -85,7 +85,9 @@ TEST(Sqrt, WarnsOfOneSampleAnywhereButInTheFourthChannel)
   const auto call = [&](int scale) {
     return zoriSqrt_16s_AC4RSfs(src.data(), width * 8, dst.data(), width * 8, {width, height}, scale);
   };
-  const auto callF = [&] { return zoriSqrt_32f_AC4R(srcF.data(), width * 16, dstF.data(), width * 16, {width, height}); };
+  const auto callF = [&] {
+    return zoriSqrt_32f_AC4R(srcF.data(), width * 16, dstF.data(), width * 16, {width, height});
+  };
   for (std::size_t i = 3; i < src.size(); i += 4) src[i] = -1, srcF[i] = -1;
   EXPECT_EQ(call(0), ZorOk);
   EXPECT_EQ(callF(), ZorOk);

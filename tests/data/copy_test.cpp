@@ -74,15 +74,18 @@ std::vector<Zor8u> maskFor(ZorImgSize roi, int step, int kind)
 TEST_P(Copy, MovesWhatTheLayoutsSayAndNothingElse)
 {
   const Case& c = GetParam();
+  // bytes behind each row of source, destination and mask: rows adjoin in all, in some, in none
+  const int paddings[][3] = {{0, 0, 0}, {0, 0, 3}, {5, 0, 0}, {0, 64, 1}};
   for (int width : testWidths())
     for (int variant = 0; variant < 4; ++variant) {
       const ZorImgSize roi{width, 3};
-      const int paddings[] = {0, 0, 5, 64}, offsets[] = {0, 1, 3, 8};
-      SampleImage src(c.srcPlanes, c.srcChannels, c.sampleBytes, roi, paddings[variant], offsets[variant], 1);
-      SampleImage dst(c.dstPlanes, c.dstChannels, c.sampleBytes, roi, paddings[3 - variant], offsets[(variant + 1) % 4], 2);
+      const int offsets[] = {0, 1, 3, 8};
+      const auto [srcPadding, dstPadding, maskPadding] = paddings[variant];
+      SampleImage src(c.srcPlanes, c.srcChannels, c.sampleBytes, roi, srcPadding, offsets[variant], 1);
+      SampleImage dst(c.dstPlanes, c.dstChannels, c.sampleBytes, roi, dstPadding, offsets[(variant + 1) % 4], 2);
       SampleImage expected = dst;
-      const int maskStep = width + paddings[variant];
-      const std::vector<Zor8u> mask = maskFor(roi, maskStep, variant);
+      const int maskStep = width + maskPadding;
+      const std::vector<Zor8u> mask = maskFor(roi, maskStep, (variant + width) % 4);
       moveSamples(src, expected, c.from, c.masked ? mask.data() : nullptr, maskStep);
       ASSERT_EQ(c.call({src, dst, mask.data(), maskStep, roi, c.srcChannel, c.dstChannel}), ZorOk);
       ASSERT_EQ(dst.bytes, expected.bytes) << "width " << width << ", variant " << variant;

@@ -77,7 +77,7 @@ TEST_P(Set, WritesTheValueAndNothingElse)
       for (int padding : {0, 7}) {
         const ZorImgSize roi{width, 3};
         SampleImage dst(1, c.channels, c.sampleBytes, roi, padding, width % 5, 2), expected = dst;
-        const int maskStep = width + padding;
+        const int maskStep = width + (padding + width) % 3;
         std::vector<Zor8u> mask(static_cast<size_t>(maskStep) * roi.height);
         for (size_t i = 0; i < mask.size(); ++i) mask[i] = i / 40 % 3 == 0 ? 0 : static_cast<Zor8u>(i * 7 % 3);
         for (int y = 0; y < roi.height; ++y)

@@ -82,8 +82,8 @@ TYPED_TEST(SwapChannels, ThreeToFourWithAValueAndKeptChannels)
 {
   using T = TypeParam;
   const T value = static_cast<T>(91);
-  for (const auto& order : orders(4, {0, 1, 2, 3, INT_MAX}))
-    for (int width : {1, 7, 21}) {
+  for (const auto& order : orders(4, {0, 1, 2, 3, 4, INT_MAX}))
+    for (int width : {1, 21}) {
       const ZorImgSize roi{width, 2};
       SampleImage src(1, 3, sizeof(T), roi, 4, 0, 1), dst(1, 4, sizeof(T), roi, 0, 1, 2), expected = dst;
       std::vector<int> from = order;
