@@ -69,7 +69,8 @@ static const bench::Group lut("point", [](bench::Group& g) {
   g.both("LUT_Linear 8u C1", [](ZorImgSize size) {
     static const Zor32s levels[2] = {0, 256}, values[2] = {255, -1};
     const Image<Zor8u> src(size), dst(size);
-    return Run{src.bytes(), dst.bytes(), [=] { return zoriLUT_Linear_8u_C1R(src, src.step, dst, dst.step, size, values, levels, 2); },
+    return Run{src.bytes(), dst.bytes(),
+               [=] { return zoriLUT_Linear_8u_C1R(src, src.step, dst, dst.step, size, values, levels, 2); },
                [=] {
                  Zor8u map[256];
                  for (int x = 0; x < 256; ++x) map[x] = static_cast<Zor8u>(255 - x);

@@ -776,7 +776,7 @@ ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  *
  * dst = saturate(round(sqrt(src) * 2^-scaleFactor)), rounded to nearest with ties to the even neighbour,
  * exactly at every scale: at scale 1, 9 gives 2, 25 gives 2, 49 gives 4. A negative scaleFactor keeps digits
- * of the fraction. 32f: the correctly rounded root, without scale.
+ * of the fraction. 32f: the root rounded in the caller's rounding mode, without scale.
  *
  * A negative sample gives the warning ZorWarnSqrtNegArg with complete output: its root is 0 in 16s and NaN in
  * 32f. The warning is given at every scale. The fourth channel of an AC4 source is not read and never warns.
@@ -822,7 +822,7 @@ ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  *
  * dst = saturate(round(ln(src) * 2^-scaleFactor)). Logarithms of integers round to nearest with ties upward.
  * A negative scaleFactor keeps digits of the fraction: -4 gives sixteenths. 32f: ln(src) without scale,
- * within one unit in the last place.
+ * within one unit in the last place of the rounded value. The caller's rounding mode does not matter.
  *
  * A zero gives the warning ZorWarnLnZeroArg and the result 0 in 8u and 16u, -32768 in 16s, minus infinity in
  * 32f (-0.0 counts as zero). A negative sample gives the warning ZorWarnLnNegArg and the result -32768 in
@@ -856,8 +856,8 @@ ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  *
  * dst = saturate(round(e^src * 2^-scaleFactor)). Exponentials of integers round to nearest with ties upward.
  * A positive scaleFactor makes room for larger exponents: an 8u result saturates from 6 on at scale 0. 32f:
- * e^src without scale, within one unit in the last place; what exceeds the range is infinite. There is no
- * warning.
+ * e^src without scale, within one unit in the last place of the rounded value; what exceeds the range is
+ * infinite. The caller's rounding mode does not matter. There is no warning.
  *
  * Checks: null pointers, region size, steps.
  */

@@ -51,6 +51,9 @@ ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * value where the byte is zero. The mask has one byte a pixel in every layout. AC4 moves three channels of a
  * selected pixel; the fourth channel of the destination stays as it was.
  *
+ * Pixels that are not selected may be written back with the value they had, so a region is one thread's at a
+ * time, whatever the masks.
+ *
  * Checks: null pointers, region size.
  */
 ZorStatus zoriCopy_8u_C1MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
@@ -235,6 +238,9 @@ ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, Zor
  *
  * Every pixel whose mask byte is not zero takes the value; the others keep theirs. The mask has one byte a
  * pixel in every layout. AC4 takes three numbers and leaves the fourth channel of the destination as it was.
+ *
+ * Pixels that are not selected may be written back with the value they had, so a region is one thread's at a
+ * time, whatever the masks.
  *
  * Checks: null pointers, region size.
  */

@@ -482,9 +482,11 @@ ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
  * Integers: for x in interval k, with slope = (pValues[k + 1] - pValues[k]) / (pLevels[k + 1] - pLevels[k])
  * and base = pValues[k] + 0.5 - pLevels[k] * slope in double precision,
  *   y = x * slope + base, cut toward zero, then clamped to the range of the type.
- * Negative values are cut toward zero, too: an exact -1 gives 0. An interval that is one level wide takes
- * pValues[k] as it is. The result is looked up in a map that is built in the call, so every sample costs the
- * same; 16-bit types allocate it (ZorErrAlloc).
+ * Negative values are cut toward zero, too: an exact -1 gives 0. An interval that holds a single value of the
+ * type takes pValues[k] as it is, and so does the highest value of the type in an interval that begins above
+ * it. Differences of nodes are formed in 32 bits. The result is looked up in a map that is built in the call,
+ * so every sample costs the same; 16-bit types allocate it (ZorErrAlloc). Where levels are out of order,
+ * later intervals overwrite earlier ones.
  *
  * 32f: dst = (src - pLevels[k]) * slope + pValues[k], with the differences and the slope in single precision,
  * product and sum in double, rounded once. The slopes are allocated in the call (ZorErrAlloc). A NaN sample
@@ -538,8 +540,8 @@ ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize r
  * of zoriLUT.
  *
  * Integers are computed in double precision with 0.5 added, cut toward zero (so an exact -1 gives 0) and
- * clamped to the range of the type; an interval that is one level wide takes pValues[k] as it is. 32f:
- * differences are formed in single precision, the cubic in double, rounded once. A NaN sample passes
+ * clamped to the range of the type; an interval that holds a single value of the type takes pValues[k] as it
+ * is. 32f: differences are formed in single precision, the cubic in double, rounded once. A NaN sample passes
  * unchanged.
  *
  * With fewer than four nodes, in any channel, the call is one of zoriLUT_Linear. Levels must differ from each
@@ -589,9 +591,9 @@ ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * Mapping by a table of values.
  *
  * dst = pTable[src & (2^nBitSize - 1)]: the low nBitSize bits of a sample are its index in a table of
- * 2^nBitSize entries. nBitSize lies in 1..8 for 8u sources and in 1..16 for 16u sources; else ZorErrBitSize.
- * Entries have the type of the destination; those of the 24u forms are three packed bytes, as are the pixels
- * that they write.
+ * 2^nBitSize entries; only entries that occur are read. nBitSize lies in 1..8 for 8u sources and in 1..16 for
+ * 16u sources; else ZorErrBitSize. Entries have the type of the destination; those of the 24u forms are three
+ * packed bytes, as are the pixels that they write.
  *
  * C1 has one table; C3, AC4 and C3A0C4 have an array of three tables, one a channel, whose pointers are
  * tested after the size. AC4 leaves the fourth channel of the destination as it was. C3A0C4 makes four

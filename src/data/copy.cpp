@@ -57,8 +57,9 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
   { return call(pSrc, srcStep, pDst, dstStep, roiSize); }
 #define STAMPS(type)                                                                                       \
   STAMP(C1R, type, (copyRegion<Zor##type, C1>)) STAMP(C3R, type, (copyRegion<Zor##type, C3>))              \
-  STAMP(C4R, type, (copyRegion<Zor##type, C4>)) STAMP(AC4R, type, (copyColourRegion<Zor##type, 4, 4>))            \
-  STAMP(C3AC4R, type, (copyColourRegion<Zor##type, 3, 4>)) STAMP(AC4C3R, type, (copyColourRegion<Zor##type, 4, 3>))
+  STAMP(C4R, type, (copyRegion<Zor##type, C4>)) STAMP(AC4R, type, (copyColourRegion<Zor##type, 4, 4>))     \
+  STAMP(C3AC4R, type, (copyColourRegion<Zor##type, 3, 4>))                                                 \
+  STAMP(AC4C3R, type, (copyColourRegion<Zor##type, 4, 3>))
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)
 #undef STAMPS
 #undef STAMP

@@ -1,4 +1,4 @@
-// zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}R, ..._{C3,C4}CR: fills. The forms under a mask stand with the masked copies.
+// zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}R, ..._{C3,C4}CR: fills. The forms under a mask stand in masked.cpp.
 #include "frame/checks.h"
 #include "frame/walk.h"
 #include "region.h"

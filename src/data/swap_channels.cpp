@@ -1,7 +1,7 @@
 // zoriSwapChannels_{8u,16u,16s,32s,32f}_{C3,AC4,C3C4,C4C3}R, zoriSwapChannels_8u_{C3,C4}IR: new orders of channels.
 //
-// Mostly the source is read off its place (see channel_order.h); from three channels to four, pixels are taken apart and
-// put together again.
+// Mostly the source is read off its place (see channel_order.h); from three channels to four, pixels are taken apart
+// and put together again.
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/channel_order.h"

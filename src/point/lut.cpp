@@ -1,8 +1,8 @@
 // zori{LUT,LUT_Linear,LUT_Cubic}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}: samples through a curve that nodes describe.
 //
-// Interval k reaches from level k up to, but not including, level k + 1. In it, LUT gives value k, LUT_Linear the straight
-// line between nodes k and k + 1, LUT_Cubic the cubic through four nodes; fewer than four nodes, in any channel, are joined
-// by lines. A sample in no interval passes unchanged.
+// Interval k reaches from level k up to, but not including, level k + 1. In it, LUT gives value k, LUT_Linear the
+// straight line between nodes k and k + 1, LUT_Cubic the cubic through four nodes; fewer than four nodes, in any channel,
+// are joined by lines. A sample in no interval passes unchanged.
 //
 //   8u, 16u, 16s   the curve is written into a map of all values, and samples are looked up. Intervals are written in
 //                  order, a later one over an earlier one. Values are cut toward zero, then clamped to the type
@@ -48,7 +48,10 @@ template <class T> struct Nodes {
 
 // ---- Formulas ----
 
-inline double difference(Zor32s a, Zor32s b) { return static_cast<Zor32s>(static_cast<Zor32u>(a) - static_cast<Zor32u>(b)); }
+inline double difference(Zor32s a, Zor32s b)
+{
+  return static_cast<Zor32s>(static_cast<Zor32u>(a) - static_cast<Zor32u>(b));
+}
 inline double difference(Zor32f a, Zor32f b) { return a - b; }
 
 struct Cubic {
@@ -56,7 +59,10 @@ struct Cubic {
 };
 
 // The first of the four nodes that an interval's cubic goes through; the next one is its origin.
-inline int firstNodeOfCubic(int interval, int count) { return std::min(std::max(interval - 1, 0), count - leastNodesOfCubic); }
+inline int firstNodeOfCubic(int interval, int count)
+{
+  return std::min(std::max(interval - 1, 0), count - leastNodesOfCubic);
+}
 
 // The cubic through the origin and three nodes that are (a, p), (b, q) and (c, r) away from it. Nodes on one level give
 // coefficients that are not finite.
@@ -155,7 +161,8 @@ template <Curve C, class T> [[gnu::noinline]] void fillMap(T* map, const Nodes<T
   fillIdentity(map, std::clamp(nodes.lastLevel(), low<T>, high<T> + 1), high<T> + 1);
 }
 
-template <Curve C, class T, Layout L> void throughMaps(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, T* maps)
+template <Curve C, class T, Layout L>
+void throughMaps(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, T* maps)
 {
   const T* tables[processed<L>];
   for (int c = 0; c < processed<L>; ++c) {
@@ -192,15 +199,15 @@ template <class T> int intervalOf(Node<T> x, const Nodes<T>& nodes)
 
 // One channel of a row. With ascending levels several samples are searched side by side, in steps that depend on the
 // number of levels alone; at most one interval holds a sample then, and both ways find it.
-template <class T, class Curve>
-[[gnu::noinline, gnu::noclone]] void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride, const Nodes<T>& nodes,
-                                               bool ascending, Curve curve)
+template <class T, class Evaluate>
+[[gnu::noinline, gnu::noclone]] void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride,
+                                               const Nodes<T>& nodes, bool ascending, Evaluate evaluate)
 {
   if (!ascending) {
     for (; pixels > 0; --pixels, src += stride, dst += stride) {
       const T x = get<T>(src);
       const int k = intervalOf(x, nodes);
-      put(dst, k < 0 ? x : curve(k, x));
+      put(dst, k < 0 ? x : evaluate(k, x));
     }
     return;
   }
@@ -208,7 +215,7 @@ template <class T, class Curve>
   const Node<T> first = levels[0], last = nodes.lastLevel();
   const std::ptrdiff_t intervals = nodes.intervals();
   const auto search = [&](auto block) {
-    T x[block];
+    Node<T> x[block];
     const Node<T>* level[block]; // of the interval that holds x
     for (int i = 0; i < block; ++i) {
       x[i] = get<T>(src + i * stride);
@@ -220,7 +227,7 @@ template <class T, class Curve>
       for (int i = 0; i < block; ++i) level[i] = level[i][half] <= x[i] ? level[i] + half : level[i];
     }
     for (int i = 0; i < block; ++i)
-      put(dst + i * stride, x[i] >= first && x[i] < last ? curve(level[i] - levels, x[i]) : x[i]);
+      put(dst + i * stride, x[i] >= first && x[i] < last ? evaluate(level[i] - levels, x[i]) : static_cast<T>(x[i]));
     src += block * stride;
     dst += block * stride;
     pixels -= block;
@@ -229,21 +236,21 @@ template <class T, class Curve>
   while (pixels > 0) search(std::integral_constant<int, 1>{});
 }
 
-// curveOf(c) gives what maps interval k and sample x of channel c to its image.
-template <class T, Layout L, class CurveOf>
-void searchRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, CurveOf curveOf)
+// evaluatorOf(c) gives what makes an image of interval k and sample x of channel c.
+template <class T, Layout L, class EvaluatorOf>
+void searchRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, EvaluatorOf evaluatorOf)
 {
   for (int c = 0; c < processed<L>; ++c) {
     const bool ascending = nodes[c].ascend();
-    const auto curve = curveOf(c);
+    const auto evaluate = evaluatorOf(c);
     for (int y = 0; y < roi.height; ++y)
-      searchRow(src[y] + c, dst[y] + c, roi.width, channels<L>, nodes[c], ascending, curve);
+      searchRow(src[y] + c, dst[y] + c, roi.width, channels<L>, nodes[c], ascending, evaluate);
   }
 }
 
-template <class T> struct StepCurve {
+template <class T> struct StepValues {
   const Node<T>* values;
-  T operator()(std::ptrdiff_t k, T) const
+  T operator()(std::ptrdiff_t k, Node<T>) const
   {
     if constexpr (isFloat<T>) return values[k];
     else return clamped<T>(values[k]);
@@ -284,7 +291,7 @@ template <> struct Piece<Curve::Cubic> {
   }
 };
 
-template <Curve C> struct PieceCurve {
+template <Curve C> struct Pieces {
   const Piece<C>* pieces;
   Zor32f operator()(std::ptrdiff_t k, Zor32f x) const { return pieces[k](x); }
 };
@@ -305,7 +312,7 @@ ZorStatus curveRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Node
     return ZorOk;
   } else if constexpr (isFloat<T>) {
     if constexpr (C == Curve::Step) {
-      searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepCurve<T>{nodes[c].values}; });
+      searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
     } else {
       long long total = 0;
       for (int c = 0; c < n; ++c) total += nodes[c].intervals();
@@ -315,14 +322,14 @@ ZorStatus curveRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Node
       searchRegion<T, L>(src, dst, roi, nodes, [&](int c) {
         Piece<C>* const own = end;
         for (int k = 0; k < nodes[c].intervals(); ++k) *end++ = Piece<C>(nodes[c], k);
-        return PieceCurve<C>{own};
+        return Pieces<C>{own};
       });
     }
     return ZorOk;
   } else {
     if constexpr (C == Curve::Step && (L == C1 || L == C3)) {
       if (static_cast<long long>(roi.width) * roi.height <= mostPixelsToSearch) {
-        searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepCurve<T>{nodes[c].values}; });
+        searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
         return ZorOk;
       }
     }
@@ -347,8 +354,8 @@ ZorStatus curveC1(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize r
 }
 
 template <Curve C, class T, Layout L>
-ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Node<T>* const* pValues,
-                        const Node<T>* const* pLevels, const int* nLevels)
+ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
+                        const Node<T>* const* pValues, const Node<T>* const* pLevels, const int* nLevels)
 {
   if (auto s = nonNull(pSrc, pDst, pValues, pLevels, nLevels); s != ZorOk) return s;
   Nodes<T> nodes[processed<L>];

@@ -53,23 +53,26 @@ void lookUpRegion(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const
 template <class E, class S, class D>
 ZorStatus oneTable(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roiSize, const D* pTable, int nBitSize)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst, pTable), nonEmpty(roiSize), indexBits<S>(nBitSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, pDst, pTable), nonEmpty(roiSize), indexBits<S>(nBitSize)); s != ZorOk)
+    return s;
   const E* table = reinterpret_cast<const E*>(pTable);
-  lookUpRegion(Rows{pSrc, srcStep}, Rows{reinterpret_cast<E*>(pDst), dstStep}, roiSize, &table, nBitSize, AlikePixels<C1>{});
+  const Rows dst{reinterpret_cast<E*>(pDst), dstStep};
+  lookUpRegion(Rows{pSrc, srcStep}, dst, roiSize, &table, nBitSize, AlikePixels<C1>{});
   return ZorOk;
 }
 
 template <class S>
-ZorStatus threeTablesChecks(const void* pSrc, const void* pDst, ZorImgSize roiSize, const S* const* pTable, int nBitSize)
+ZorStatus checksOfThree(const void* pSrc, const void* pDst, ZorImgSize roiSize, const S* const* pTable, int nBitSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pTable), nonEmpty(roiSize)); s != ZorOk) return s;
   return firstFailure(nonNullPlanes<3>(pTable), indexBits<S>(nBitSize));
 }
 
 template <class T, Layout L>
-ZorStatus threeTables(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* const* pTable, int nBitSize)
+ZorStatus threeTables(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* const* pTable,
+                      int nBitSize)
 {
-  if (auto s = threeTablesChecks(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
+  if (auto s = checksOfThree(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
   lookUpRegion(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, pTable, nBitSize, AlikePixels<L>{});
   return ZorOk;
 }
@@ -78,7 +81,7 @@ template <template <class, bool> class Pixels, class T>
 ZorStatus threeTablesAndAlpha(const T* pSrc, int srcStep, int alphaValue, T* pDst, int dstStep, ZorImgSize roiSize,
                               const T* const* pTable, int nBitSize)
 {
-  if (auto s = threeTablesChecks(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
+  if (auto s = checksOfThree(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   const T alpha = static_cast<T>(alphaValue);

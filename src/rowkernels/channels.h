@@ -145,12 +145,6 @@ template <class T, int N, Form F> struct Pixels {
 
   T* run[runs];
 
-  Pixels from(std::ptrdiff_t x) const
-  {
-    Pixels moved;
-    for (int i = 0; i < runs; ++i) moved.run[i] = run[i] + x * perPixel;
-    return moved;
-  }
   // For four blocks from x on.
   void fetch(std::ptrdiff_t x, std::ptrdiff_t distance) const
   {

@@ -27,7 +27,8 @@ struct LowBits {
 };
 
 template <class Pixels, class Index, class S, class D>
-[[gnu::noinline]] void lookUpRow(const S* src, D* dst, std::ptrdiff_t length, const D* const* tables, Index index, Pixels pixels)
+[[gnu::noinline]] void lookUpRow(const S* src, D* dst, std::ptrdiff_t length, const D* const* tables, Index index,
+                                 Pixels pixels)
 {
   constexpr int n = Pixels::tables;
   const D* table[n];

@@ -1,8 +1,8 @@
 // Pixels under a mask of one byte each: the pixel is written where the byte is not zero.
 //
 // A block is 16 pixels. Their mask bytes become "keep" masks as wide as the pixels, by doubling and tripling lanes; a
-// block without a selected pixel is passed over, in another one the pixels that are not selected are written as they
-// were.
+// block without a selected pixel is passed over, in another one the pixels that are not selected are written back as
+// they were.
 #pragma once
 
 #include "channels.h"
@@ -37,7 +37,10 @@ struct RowSource {
   const Zor8u* p;
   Vec<Zor8u> vector(std::ptrdiff_t offset, int j) const { return load<Zor8u>(p + offset + 16 * j); }
   const Zor8u* pixel(std::ptrdiff_t offset) const { return p + offset; }
-  void fetch(std::ptrdiff_t offset, std::ptrdiff_t distance, int bytes) const { fetchAhead(p + offset, distance, bytes); }
+  void fetch(std::ptrdiff_t offset, std::ptrdiff_t distance, int bytes) const
+  {
+    fetchAhead(p + offset, distance, bytes);
+  }
 };
 struct PatternSource {
   Vec<Zor8u> vectors[3];

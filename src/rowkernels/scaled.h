@@ -118,8 +118,11 @@ template <class W> struct Wide {
 // Saturated; the top bit of unsigned lanes must be clear.
 template <class T, class W> inline Vec<T> narrow(Wide<W> v)
 {
-  if constexpr (sizeof(W) < 8) {
-    using S = std::make_signed_t<W>;
+  using S = std::make_signed_t<W>;
+  if constexpr (std::is_same_v<W, Zor32u>) { // to 16u by way of 16s, for there is no negative to be clamped
+    const Vec<S> bias = splat<S>(32768);
+    return as<T>(narrowSat<Zor16s>(as<S>(v.low) - bias, as<S>(v.high) - bias)) ^ splat<T>(0x8000);
+  } else if constexpr (sizeof(W) < 8) {
     return narrowSat<T>(as<S>(v.low), as<S>(v.high));
   } else { // the high half of what fits repeats the sign of the low one
     const F32x4 first = as<float>(v.low), second = as<float>(v.high);

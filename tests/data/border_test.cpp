@@ -30,7 +30,7 @@ struct Case {
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 alignas(16) constexpr Zor8u constantBytes[16] = {3, 1, 4, 1, 5, 9, 2, 6, 53, 58, 97, 93, 238, 46, 26, 43};
-constexpr Zor8u uniformBytes[16] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
+alignas(16) constexpr Zor8u uniformBytes[16] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
 
 template <class T> const T* numbers(const Zor8u* bytes) { return reinterpret_cast<const T*>(bytes); }
 
@@ -150,7 +150,9 @@ TEST_P(Border, ExtentsAreComparedWithoutOverflow)
                        {{5, 4}, {0, 8}, 0, 0},        {{5, 4}, {9, -1}, 0, 0},       {{INT_MAX, INT_MAX}, {9, 8}, INT_MAX, INT_MAX}};
   for (const Frame& f : bad) {
     EXPECT_EQ(c.call(src.at(0, 0), src.step, dst.at(0, 0), dst.step, f), ZorErrSize) << f.top << ' ' << f.left;
-    if (c.inPlace) EXPECT_EQ(c.inPlace(dst.at(2, 2), dst.step, f), ZorErrSize);
+    if (c.inPlace) {
+      EXPECT_EQ(c.inPlace(dst.at(2, 2), dst.step, f), ZorErrSize);
+    }
   }
   // pointers, then steps, come before sizes
   EXPECT_EQ(c.call(nullptr, 0, dst.at(0, 0), dst.step, bad[0]), ZorErrNullPtr);

@@ -25,11 +25,13 @@ template <class T> constexpr int bytesOf = static_cast<int>(sizeof(T));
 std::vector<Case> cases()
 {
   std::vector<Case> all;
-#define SAME(type, layout, n, ...)                                                                                    \
-  all.push_back({#type "_" #layout "R", bytesOf<Zor##type>, 1, n, 1, n, {__VA_ARGS__}, call(zoriCopy_##type##_##layout##R)}); \
-  all.push_back({#type "_" #layout "MR", bytesOf<Zor##type>, 1, n, 1, n, {__VA_ARGS__}, call(zoriCopy_##type##_##layout##MR), true});
-#define ACROSS(type, layouts, sp, sc, dp, dc, ...) \
-  all.push_back({#type "_" #layouts "R", bytesOf<Zor##type>, sp, sc, dp, dc, {__VA_ARGS__}, call(zoriCopy_##type##_##layouts##R)});
+#define ACROSS(type, layouts, sp, sc, dp, dc, ...)                                                             \
+  all.push_back({#type "_" #layouts "R", bytesOf<Zor##type>, sp, sc, dp, dc, {__VA_ARGS__},                    \
+                 call(zoriCopy_##type##_##layouts##R)});
+#define SAME(type, layout, n, ...)                                                                             \
+  ACROSS(type, layout, 1, n, 1, n, __VA_ARGS__)                                                                \
+  all.push_back({#type "_" #layout "MR", bytesOf<Zor##type>, 1, n, 1, n, {__VA_ARGS__},                        \
+                 call(zoriCopy_##type##_##layout##MR), true});
 // channel `from` of n channels to channel `to` of m
 #define CHANNEL(type, form, n, m, source, target)                                                              \
   {                                                                                                            \

@@ -10,7 +10,7 @@
 
 namespace zoritest {
 
-// Planes of interleaved channels in one block of bytes, filled from a seed, with a border of bytes that are compared too.
+// Planes of interleaved channels in one block of bytes, filled from a seed, with a border that is compared too.
 struct SampleImage {
   static constexpr int border = 40;
 
@@ -43,8 +43,10 @@ struct Operands {
 };
 using Call = std::function<ZorStatus(const Operands&)>;
 
-namespace detail {
-template <class T> T* first(SampleImage& image, int channel) { return reinterpret_cast<T*>(image.at(0, 0, 0, channel)); }
+template <class T> T* first(SampleImage& image, int channel = 0)
+{
+  return reinterpret_cast<T*>(image.at(0, 0, 0, channel));
+}
 template <class P> struct PlaneArray {
   P plane[4] = {};
   explicit PlaneArray(SampleImage& image)
@@ -52,35 +54,36 @@ template <class P> struct PlaneArray {
     for (int k = 0; k < image.planes; ++k) plane[k] = reinterpret_cast<P>(image.at(k, 0, 0, 0));
   }
 };
-} // namespace detail
 
 template <class T> Call call(ZorStatus (*f)(const T*, int, T*, int, ZorImgSize))
 {
   return [f](const Operands& o) {
-    return f(detail::first<T>(o.src, o.srcChannel), o.src.step, detail::first<T>(o.dst, o.dstChannel), o.dst.step, o.roi);
+    return f(first<T>(o.src, o.srcChannel), o.src.step, first<T>(o.dst, o.dstChannel), o.dst.step, o.roi);
   };
 }
 template <class T> Call call(ZorStatus (*f)(const T*, int, T* const*, int, ZorImgSize))
 {
   return [f](const Operands& o) {
-    return f(detail::first<T>(o.src, 0), o.src.step, detail::PlaneArray<T*>(o.dst).plane, o.dst.step, o.roi);
+    return f(first<T>(o.src, 0), o.src.step, PlaneArray<T*>(o.dst).plane, o.dst.step, o.roi);
   };
 }
 template <class T> Call call(ZorStatus (*f)(const T* const*, int, T*, int, ZorImgSize))
 {
   return [f](const Operands& o) {
-    return f(detail::PlaneArray<const T*>(o.src).plane, o.src.step, detail::first<T>(o.dst, 0), o.dst.step, o.roi);
+    return f(PlaneArray<const T*>(o.src).plane, o.src.step, first<T>(o.dst, 0), o.dst.step, o.roi);
   };
 }
 template <class T> Call call(ZorStatus (*f)(const T*, int, T*, int, ZorImgSize, const Zor8u*, int))
 {
   return [f](const Operands& o) {
-    return f(detail::first<T>(o.src, 0), o.src.step, detail::first<T>(o.dst, 0), o.dst.step, o.roi, o.mask, o.maskStep);
+    return f(first<T>(o.src, 0), o.src.step, first<T>(o.dst, 0), o.dst.step, o.roi, o.mask, o.maskStep);
   };
 }
 
-// The oracle: channel k of dst is channel from[k] of src where that is not negative, in the pixels that the mask selects.
-inline void moveSamples(SampleImage& src, SampleImage& dst, const std::vector<int>& from, const Zor8u* mask, int maskStep)
+// The oracle: channel k of dst is channel from[k] of src where that is not negative, in the pixels that the mask
+// selects.
+inline void moveSamples(SampleImage& src, SampleImage& dst, const std::vector<int>& from, const Zor8u* mask,
+                        int maskStep)
 {
   const SampleImage before = src; // src may be dst
   for (int y = 0; y < dst.height; ++y)
@@ -88,7 +91,8 @@ inline void moveSamples(SampleImage& src, SampleImage& dst, const std::vector<in
       for (size_t k = 0; k < from.size(); ++k)
         if (from[k] >= 0 && (!mask || mask[y * maskStep + x])) {
           const auto at = src.sample(y, x, from[k]) - src.bytes.data();
-          std::memcpy(dst.sample(y, x, static_cast<int>(k)), before.bytes.data() + at, static_cast<size_t>(dst.sampleBytes));
+          const auto bytes = static_cast<size_t>(dst.sampleBytes);
+          std::memcpy(dst.sample(y, x, static_cast<int>(k)), before.bytes.data() + at, bytes);
         }
 }
 

@@ -18,7 +18,7 @@ struct Case {
 
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
-template <class T> T* first(const Operands& o) { return detail::first<T>(o.dst, o.dstChannel); }
+template <class T> T* target(const Operands& o) { return first<T>(o.dst, o.dstChannel); }
 
 using Filler = decltype(Case::call);
 template <class T> T firstOf(const void* value)
@@ -29,22 +29,22 @@ template <class T> T firstOf(const void* value)
 }
 template <class T> Filler fill(ZorStatus (*f)(T, T*, int, ZorImgSize))
 {
-  return [f](const void* v, const Operands& o) { return f(firstOf<T>(v), first<T>(o), o.dst.step, o.roi); };
+  return [f](const void* v, const Operands& o) { return f(firstOf<T>(v), target<T>(o), o.dst.step, o.roi); };
 }
 template <class T> Filler fill(ZorStatus (*f)(const T*, T*, int, ZorImgSize))
 {
-  return [f](const void* v, const Operands& o) { return f(static_cast<const T*>(v), first<T>(o), o.dst.step, o.roi); };
+  return [f](const void* v, const Operands& o) { return f(static_cast<const T*>(v), target<T>(o), o.dst.step, o.roi); };
 }
 template <class T> Filler fill(ZorStatus (*f)(T, T*, int, ZorImgSize, const Zor8u*, int))
 {
   return [f](const void* v, const Operands& o) {
-    return f(firstOf<T>(v), first<T>(o), o.dst.step, o.roi, o.mask, o.maskStep);
+    return f(firstOf<T>(v), target<T>(o), o.dst.step, o.roi, o.mask, o.maskStep);
   };
 }
 template <class T> Filler fill(ZorStatus (*f)(const T*, T*, int, ZorImgSize, const Zor8u*, int))
 {
   return [f](const void* v, const Operands& o) {
-    return f(static_cast<const T*>(v), first<T>(o), o.dst.step, o.roi, o.mask, o.maskStep);
+    return f(static_cast<const T*>(v), target<T>(o), o.dst.step, o.roi, o.mask, o.maskStep);
   };
 }
 

@@ -51,7 +51,7 @@ protected:
         SampleImage& to = inPlace ? src : dst;
         SampleImage expected = to;
         moveSamples(src, expected, from, nullptr, 0);
-        ASSERT_EQ(f(reinterpret_cast<T*>(src.at(0, 0, 0, 0)), src.step, reinterpret_cast<T*>(to.at(0, 0, 0, 0)), to.step, roi), ZorOk);
+        ASSERT_EQ(f(first<T>(src), src.step, first<T>(to), to.step, roi), ZorOk);
         ASSERT_EQ(to.bytes, expected.bytes) << "width " << width << ", from " << testing::PrintToString(from);
       }
   }
@@ -93,9 +93,7 @@ TYPED_TEST(SwapChannels, ThreeToFourWithAValueAndKeptChannels)
         for (int x = 0; x < width; ++x)
           for (int k = 0; k < 4; ++k)
             if (order[k] == 3) std::memcpy(expected.at(0, y, x, k), &value, sizeof value);
-      ASSERT_EQ(Functions<T>::c3c4(reinterpret_cast<T*>(src.at(0, 0, 0, 0)), src.step,
-                                   reinterpret_cast<T*>(dst.at(0, 0, 0, 0)), dst.step, roi, order.data(), value),
-                ZorOk);
+      ASSERT_EQ(Functions<T>::c3c4(first<T>(src), src.step, first<T>(dst), dst.step, roi, order.data(), value), ZorOk);
       ASSERT_EQ(dst.bytes, expected.bytes) << "width " << width << ", order " << testing::PrintToString(order);
     }
 }

@@ -64,14 +64,13 @@ template <class T> std::vector<T> mapOf(Curve curve, const Nodes<Zor32s>& f)
     const int level = f.levels[i], next = f.levels[i + 1], value = f.values[i];
     const int s = std::clamp(level, low, curve == Step ? high + 1 : high), e = std::clamp(next, low, high + 1);
     const double slope = next > level ? apart(f.values[i + 1], value) / apart(next, level) : 0;
-    const Coefficients g = curve == Cubic ? cubicThrough(&f.levels[static_cast<size_t>(origin(k, f.count())) - 1],
-                                                         &f.values[static_cast<size_t>(origin(k, f.count())) - 1]) : Coefficients{};
+    const size_t o = curve == Cubic ? static_cast<size_t>(origin(k, f.count())) : 1;
+    const Coefficients g = curve == Cubic ? cubicThrough(&f.levels[o - 1], &f.values[o - 1]) : Coefficients{};
     for (int x = s; x < e; ++x) {
       if (curve == Step || (next > level && e - s == 1)) at(x) = clampedTo<T>(value);
       else if (next <= level) break;
       else if (curve == Linear) at(x) = clampedTo<T>(x * slope + (value + 0.5 - level * slope));
       else {
-        const auto o = static_cast<size_t>(origin(k, f.count()));
         const double d = x - static_cast<double>(f.levels[o]);
         at(x) = clampedTo<T>((g.a * (d * d) + g.c) * d + (g.b * (d * d) + f.values[o] + 0.5));
       }
@@ -251,7 +250,8 @@ template <class T> void checkIntegers(const Functions<T> (&family)[3])
         }
         if (curve == Cubic && !lines && !defined) continue;
         std::vector<std::vector<T>> maps;
-        for (size_t c = 0; c < static_cast<size_t>(form.processed); ++c) maps.push_back(mapOf<T>(lines ? Linear : curve, nodes[c]));
+        for (int c = 0; c < form.processed; ++c)
+          maps.push_back(mapOf<T>(lines ? Linear : curve, nodes[static_cast<size_t>(c)]));
         for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{9, 3}, ZorImgSize{64, 64}, ZorImgSize{241, 17}}) {
           SCOPED_TRACE(::testing::Message() << "curve " << curve << " nodes " << first << " form " << form.channels << '/'
                                             << form.processed << " width " << roi.width);
@@ -283,7 +283,10 @@ TEST(Lut, Floats)
   };
   for (int n : {5, 8, 40, 300}) {
     Nodes<Zor32f> f;
-    for (int k = 0; k < n; ++k) f.levels.push_back(static_cast<Zor32f>(k) * 1.37f - 20), f.values.push_back(std::sin(static_cast<Zor32f>(k)) * 50);
+    for (Zor32f k = 0; k < static_cast<Zor32f>(n); ++k) {
+      f.levels.push_back(k * 1.37f - 20);
+      f.values.push_back(std::sin(k) * 50);
+    }
     sets.push_back(f);
   }
   std::vector<Zor32f> samples = {NAN, INFINITY, -INFINITY, 0.0f, -0.0f, 1e-40f};
@@ -291,7 +294,10 @@ TEST(Lut, Floats)
     for (Zor32f level : f.levels)
       for (Zor32f x : {std::nextafterf(level, -INFINITY), level, std::nextafterf(level, INFINITY)}) samples.push_back(x);
   unsigned seed = 3;
-  for (int i = 0; i < 999; ++i) samples.push_back(static_cast<Zor32f>((seed = seed * 1664525u + 1013904223u) >> 8) / 40000 - 20);
+  for (int i = 0; i < 999; ++i) {
+    seed = seed * 1664525u + 1013904223u;
+    samples.push_back(static_cast<Zor32f>(seed >> 8) / 40000 - 20);
+  }
 
   for (Curve curve : {Step, Linear, Cubic})
     for (size_t first = 0; first < sets.size(); ++first) {
@@ -320,7 +326,8 @@ TEST(Lut, Floats)
 template <class T> std::vector<T> lookedUp(const Functions<T>& call, std::vector<T> x, const Nodes<Node<T>>& f)
 {
   const int step = static_cast<int>(x.size() * sizeof(T));
-  EXPECT_EQ(call.oneInPlace(x.data(), step, {static_cast<int>(x.size()), 1}, f.values.data(), f.levels.data(), f.count()), ZorOk);
+  const ZorImgSize roi = {static_cast<int>(x.size()), 1};
+  EXPECT_EQ(call.oneInPlace(x.data(), step, roi, f.values.data(), f.levels.data(), f.count()), ZorOk);
   return x;
 }
 
@@ -330,13 +337,17 @@ TEST(Lut, WorkedValues)
   EXPECT_EQ(lookedUp(bytes[Step], {0, 9, 10, 19, 20, 255}, two), (std::vector<Zor8u>{0, 9, 100, 100, 20, 255}));
   EXPECT_EQ(lookedUp(bytes[Linear], {9, 10, 15, 19, 20}, two), (std::vector<Zor8u>{9, 100, 150, 190, 20}));
   EXPECT_EQ(lookedUp(bytes[Linear], {0, 128, 255}, {{0, 510}, {0, 255}}), (std::vector<Zor8u>{0, 64, 128}));
-  EXPECT_EQ(lookedUp(signedWords[Linear], {0, 5, 9, 10, 11}, {{0, 10, 11}, {-1, -1, 7}}), (std::vector<Zor16s>{0, 0, 0, -1, 11}));
+  EXPECT_EQ(lookedUp(signedWords[Linear], {0, 5, 9, 10, 11}, {{0, 10, 11}, {-1, -1, 7}}),
+            (std::vector<Zor16s>{0, 0, 0, -1, 11}));
   EXPECT_EQ(lookedUp(floats[Step], {-1, 0, 3, 4, 9}, {{0, 4}, {7, 9}}), (std::vector<Zor32f>{-1, 7, 7, 4, 9}));
   EXPECT_EQ(lookedUp(floats[Linear], {1, 3}, {{0, 4}, {7, 9}}), (std::vector<Zor32f>{7.5f, 8.5f}));
 
   // a cubic is met by the cubic through four of its points, in every interval
   Nodes<Zor32s> cubic;
-  for (int x : {0, 30, 70, 110, 180, 250}) cubic.levels.push_back(x), cubic.values.push_back((x - 20) * (x - 120) * (x - 240) / 1000 + 900);
+  for (int x : {0, 30, 70, 110, 180, 250}) {
+    cubic.levels.push_back(x);
+    cubic.values.push_back((x - 20) * (x - 120) * (x - 240) / 1000 + 900);
+  }
   std::vector<Zor16u> x(250);
   for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<Zor16u>(i);
   const auto y = lookedUp(unsignedWords[Cubic], x, cubic);

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
@@ -33,7 +35,7 @@ private:
 };
 
 struct Form {
-  int srcBytes, srcChannels, entryBytes, dstChannels, place[3], alphaAt; // a source sample, an entry, channels of a pixel
+  int srcBytes, srcChannels, entryBytes, dstChannels, place[3], alphaAt; // bytes of a sample and of an entry
   int tables() const { return srcChannels == 1 ? 1 : 3; }
 };
 constexpr Form one(int srcBytes, int entryBytes) { return {srcBytes, 1, entryBytes, 1, {0, 0, 0}, -1}; }

@@ -12,7 +12,8 @@ template <class T, Layout L> inline constexpr int pixelBytes = channels<L> * byt
 template <class T, Layout L> inline constexpr int usedBytes = processed<L> * bytesOf<T>;
 
 template <class T, Layout L>
-ZorStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep)
+ZorStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                     int maskStep)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pMask), nonEmpty(roiSize)); s != ZorOk) return s;
   constexpr int bytes = pixelBytes<T, L>;
