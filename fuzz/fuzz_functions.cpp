@@ -30,14 +30,18 @@ static bool tryOne(const Function& function, std::uint64_t seed)
     std::vector<Fault> faults(stage.faults.begin(), stage.faults.end());
     if (!stage.together) faults = {faults[static_cast<std::size_t>(random.below(stage.faults.size))]};
     bool fits = true;
-    for (const Fault& fault : faults)
+    for (const Fault& fault : faults) {
+      // a step that is too small for most rows is right for a row of one pixel
+      fits &= fault.kind != FaultKind::Value || function.arguments[fault.argument].role != Role::Step || plan.region.width > 1;
       for (const Fault& other : applied) fits &= compatible(fault, other);
+    }
     if (!fits) continue;
     for (const Fault& fault : faults) spoiled.apply(fault, -random.below(1000)), applied.push_back(fault);
     if (!expected) expected = stage.status;
   }
   const Result result = call.run(spoiled.values);
-  const bool statusFits = expected ? result.status == expected : call.succeeded(result);
+  // a quality index that does not exist is told by what is in the images, not by the arguments
+  const bool statusFits = expected ? result.status == expected : call.succeeded(result) || result.status == ZorErrQualitySize;
   const std::string change = expected ? call.changesAfterFailure() : call.changesOutside();
   if (statusFits && change.empty()) return true;
   std::printf("%s: status %d, expected %s; %s\n", call.describe().c_str(), result.status,

@@ -5,6 +5,32 @@ namespace tour {
 
 namespace {
 
+void sumsAndProducts(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  Picture mirrored(tour.size()), out(tour.size());
+  tour.stage("The mean of both sides")
+    .time("Mirror_8u_C3R",
+          [&] {
+            return zoriMirror_8u_C3R(in.data(), in.step(), mirrored.data(), mirrored.step(), tour.size(),
+                                     ZorAxsVertical);
+          })
+    .time("Add_8u_C3RSfs",
+          [&] { // a scale factor of 1 halves the sum
+            return zoriAdd_8u_C3RSfs(in.data(), in.step(), mirrored.data(), mirrored.step(), out.data(), out.step(),
+                                     tour.size(), 1);
+          })
+    .show(out);
+
+  tour.stage("Multiplied by itself")
+    .time("MulScale_8u_C3R",
+          [&] {
+            return zoriMulScale_8u_C3R(in.data(), in.step(), in.data(), in.step(), out.data(), out.step(),
+                                       tour.size());
+          })
+    .show(out);
+}
+
 void logic(Tour& tour)
 {
   const Picture& in = tour.picture();
@@ -66,6 +92,7 @@ void absoluteValues(Tour& tour)
 
 void arithStages(Tour& tour)
 {
+  sumsAndProducts(tour);
   logic(tour);
   blending(tour);
   absoluteValues(tour);

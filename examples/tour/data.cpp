@@ -111,6 +111,29 @@ void regions(Tour& tour)
   }).show(out);
 }
 
+void places(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  const ZorImgSize size = tour.size();
+  Picture turned(size.height, size.width);
+  tour.stage("Rows for columns")
+    .time("Transpose_8u_C3R",
+          [&] { return zoriTranspose_8u_C3R(in.data(), in.step(), turned.data(), turned.step(), size); })
+    .show(turned);
+
+  // the middle of the picture, with a border of its edge pixels around it
+  Picture out(size);
+  const int left = size.width / 5, top = size.height / 5;
+  const ZorImgSize middle = {size.width - 2 * left, size.height - 2 * top};
+  tour.stage("A border of edge pixels")
+    .time("CopyReplicateBorder_8u_C3R",
+          [&] {
+            return zoriCopyReplicateBorder_8u_C3R(in.at(left, top), in.step(), middle, out.data(), out.step(), size,
+                                                  top, left);
+          })
+    .show(out);
+}
+
 // An ellipse in the middle, row by row.
 Grey ellipse(ZorImgSize size)
 {
@@ -166,6 +189,7 @@ void dataStages(Tour& tour)
   typesThereAndBack(tour);
   channels(tour);
   regions(tour);
+  places(tour);
   masks(tour);
 }
 

@@ -41,7 +41,8 @@ ZorStatus copyColourRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
 
 using namespace zori;
 
-ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int flags)
+ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 int flags)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   const ZorImgSize rows = mergedRows(roiSize, Operand{1, srcStep}, Operand{1, dstStep});
