@@ -589,8 +589,9 @@ ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
  *
  * The pixel at column c and row r goes to column r and row c. roiSize describes the source: a source of width
  * by height pixels makes a destination of height by width. The in-place forms need a square region; any other
- * gives ZorErrSize. Pixels move whole, their channels in order.
+ * gives ZorErrSize. Pixels move whole, their channels in order. Steps are not tested.
  *
+ * With the same pointer and step on both sides the other forms transpose a square region in place as well.
  * Large images are walked in square blocks that stay in the cache.
  *
  * Checks of *IR: null pointers, region size, roiSize (ZorErrSize).
@@ -634,7 +635,8 @@ ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roi
  * and 2 with a width of 1, give ZorErrSize.
  *
  * Pixels move whole, their channels in order. AC4 moves three channels: the fourth channel of the destination
- * stays where and as it was. Steps are not tested; a negative source step walks the source upward.
+ * stays where and as it was. Steps are not tested; a negative source step walks the source upward. With the
+ * same pointer and step on both sides the forms that are not in place mirror in place as well.
  *
  * Checks: null pointers, region size, flip (ZorErrAxis), flip, roiSize (ZorErrSize).
  */
