@@ -6,6 +6,7 @@
 #include "zori/arith.h"
 #include "zori/core.h"
 #include "zori/data.h"
+#include "zori/filter.h"
 #include "zori/point.h"
 #include "zori/stats.h"
 #include "zori/synthetic.h"

@@ -606,11 +606,11 @@ ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * channel in the other layouts (three for C3 and AC4, four for C4).
  *
  * A positive scaleFactor divides further by a power of two, a negative one multiplies, to keep digits of the
- * fraction. Rounding is to nearest with ties to the even neighbour, whatever the caller's rounding mode. 8u,
- * 16s and the complex types round as zoriDiv does. 16u multiplies by 2^-scaleFactor / value, rounded to
- * single precision first, so that a tie may round to either side. Below the scale of -15 (8u), -30 (16s), -31
- * (16u) every quotient but 0 saturates with its sign; above 8 (8u), 15 (16s, 16sc), 16 (16u) every quotient
- * is 0.
+ * fraction. Rounding is to nearest with ties to the even neighbour, whatever the caller's rounding mode. 8u
+ * and 16s are exact, as zoriDiv. 16sc and 32sc multiply by the reciprocal conj(value) / |value|^2 in double
+ * precision. 16u multiplies by 2^-scaleFactor / value, rounded to single precision first, so that a tie may
+ * round to either side. Below the scale of -15 (8u), -30 (16s), -31 (16u) every quotient but 0 saturates with
+ * its sign; above 8 (8u), 15 (16s, 16sc), 16 (16u) every quotient is 0.
  *
  * 32f: src * (1 / value), with the reciprocal rounded to single precision first, which may differ from a true
  * division in the last place. 32fc: as zoriDiv.

@@ -110,12 +110,11 @@ ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, 
  * 32f adds it as a float, without limits.
  *
  * *pSeed starts the generator and receives its state word s0 of the last step, ready for the next call: the
- * same seed gives the same noise, on every machine and with any number of threads. The generator combines a
- * subtract with borrow and a linear congruence, all in 32 bits. Start: s0 = seed, s1 = s0 * 69069 +
- * 1013904243, s2 = s1 * 69069 + 1013904243, carry = -1, lcg = 1131199209. A step: lcg = lcg * 69069 +
- * 1013904243; t = s1 - s2 + carry, signed; if t is negative, carry = -1 and t falls by 18, else carry = 0; s2
- * = s1, s1 = s0, s0 = t; u = s0 + lcg. With low = high = 0 the image does not change, and the seed still
- * advances.
+ * same seed gives the same noise with any number of threads. The generator combines a subtract with borrow
+ * and a linear congruence, all in 32 bits. Start: s0 = seed, s1 = s0 * 69069 + 1013904243, s2 = s1 * 69069 +
+ * 1013904243, carry = -1, lcg = 1131199209. A step: lcg = lcg * 69069 + 1013904243; t = s1 - s2 + carry,
+ * signed; if t is negative, carry = -1 and t falls by 18, else carry = 0; s2 = s1, s1 = s0, s0 = t; u = s0 +
+ * lcg. With low = high = 0 the image does not change, and the seed still advances.
  *
  * Checks: null pointers, region size, steps.
  */

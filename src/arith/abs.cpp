@@ -9,6 +9,7 @@
 #include <algorithm>
 
 namespace zori {
+namespace {
 
 template <class T> struct AbsoluteValue {
   Vec<T> operator()(Vec<T> x) const
@@ -41,6 +42,7 @@ template <class T, Layout L> ZorStatus absRegion(const T* pSrc, int srcStep, T* 
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -9,6 +9,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 // Both sources are alpha images.
 template <class T, Porter Operator> struct ComposeAlphas {
@@ -169,6 +170,7 @@ ZorStatus alphaCompCPlanes(const T* const pSrc1[4], int src1Step, T alpha1, cons
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -9,6 +9,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 template <class T> struct PremultiplyPixels {
   static constexpr int period = 4;
@@ -76,6 +77,7 @@ ZorStatus premultiplyCPlanes(const T* const pSrc[4], int srcStep, T alpha, T* co
   return fillRegion<C1>(alpha, pDst[3], dstStep, roiSize);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -4,6 +4,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 // One-channel pixels.
 template <class T> struct KeyedSample {
@@ -77,6 +78,7 @@ ZorStatus compColorKey(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -10,6 +10,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 template <class T>
 using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, int scaleFactor, const T* num, const T* den);
@@ -53,6 +54,7 @@ ZorStatus divImagesRound(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorI
                          require(known, ZorErrRoundMode));
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -2,13 +2,15 @@
 // zoriDivC_32f_{C1,C3,C4,AC4}{R,IR}, zoriDivC_32fc_{C1,C3,AC4}{R,IR}: quotient of an image and a constant.
 //
 // dst = src / value * 2^-scaleFactor. A constant that is zero in any channel is an error. 16u and 32f multiply by the
-// reciprocal in single precision: dst = src * (2^-scaleFactor / value). All else is divided.
+// reciprocal in single precision: dst = src * (2^-scaleFactor / value); 16sc and 32sc by the reciprocal conj(value) /
+// |value|^2 in double, which 16sc scales too. All else is divided.
 #include "frame/checks.h"
 #include "frame/walk.h"
 #include "rowkernels/division.h"
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 template <class T> bool isZeroDivisor(T x)
 {
@@ -18,8 +20,10 @@ template <class T> bool isZeroDivisor(T x)
 }
 
 // What a row is divided by: the divisor itself, or the reciprocal that it is multiplied by.
+template <class T> inline constexpr bool isComplexInt = std::is_same_v<T, Zor16sc> || std::is_same_v<T, Zor32sc>;
 template <class T> inline constexpr bool byReciprocal = std::is_same_v<T, Zor16u> || std::is_same_v<T, Zor32f>;
-template <class T> using Factor = std::conditional_t<byReciprocal<T>, Zor32f, T>;
+template <class T>
+using Factor = std::conditional_t<isComplexInt<T>, Zor64fc, std::conditional_t<byReciprocal<T>, Zor32f, T>>;
 
 template <class T> struct ReciprocalProduct {
   Group<T> operator()(const Group<T>& n, const Group<Zor32f>& reciprocals) const
@@ -33,11 +37,32 @@ template <class T> struct ReciprocalProduct {
   }
 };
 
+// A part of a product rounded to nearest, ties to even, and saturated. 16sc parts are moved above zero first, which
+// takes what lies within 4e-12 of a tie for one.
+inline Zor16s rounded(double x, Zor16s)
+{
+  const double above = std::clamp(x + 32768.0, 0.0, 65535.0) + 0.5;
+  const int whole = static_cast<int>(above);
+  return static_cast<Zor16s>(whole - (whole == above ? whole & 1 : 0) - 32768);
+}
+inline Zor32s rounded(double x, Zor32s) { return toInt(std::clamp(x, -2147483648.0, 2147483647.0)); }
+
+// 2^-scaleFactor; beyond the bounds every part but 0 saturates, or rounds to 0.
+inline double complexScale(int scaleFactor) { return powerOfTwo(-std::clamp(scaleFactor, -128, 64)); }
+
 template <class T, bool keepsFourth>
 void divideByFactors(T* dst, std::ptrdiff_t length, int scaleFactor, const T* src, const Factor<T>* factors)
 {
   using Op = ReciprocalProduct<T>;
-  if constexpr (!byReciprocal<T>) divideRow<T, keepsFourth>(dst, length, scaleFactor, src, factors);
+  if constexpr (isComplexInt<T>) {
+    const double scale = std::is_same_v<T, Zor16sc> ? 1.0 : complexScale(scaleFactor);
+    for (std::ptrdiff_t i = 0; i < length; ++i) {
+      if (keepsFourth && i % 4 == 3) continue;
+      const T x = get<T>(src + i);
+      const double re = x.re * factors[i].re - x.im * factors[i].im, im = x.re * factors[i].im + x.im * factors[i].re;
+      put(dst + i, T{rounded(re * scale, x.re), rounded(im * scale, x.im)});
+    }
+  } else if constexpr (!byReciprocal<T>) divideRow<T, keepsFourth>(dst, length, scaleFactor, src, factors);
   else if constexpr (keepsFourth) mapGroups(dst, length, KeepFourth<Op>{}, static_cast<const T*>(dst), src, factors);
   else mapGroups(dst, length, Op{}, src, factors);
 }
@@ -53,6 +78,11 @@ template <class T>
     else if constexpr (std::is_same_v<T, Zor16u>)
       row[i] = static_cast<float>(powerOfTwo(-boundedScale(scaleFactor))) / divisors[i];
     else if constexpr (std::is_same_v<T, Zor32f>) row[i] = 1.0f / divisors[i];
+    else if constexpr (isComplexInt<T>) {
+      const double re = divisors[i].re, im = divisors[i].im, square = re * re + im * im;
+      const double scale = std::is_same_v<T, Zor16sc> ? complexScale(scaleFactor) : 1.0;
+      row[i] = {scale * re / square, scale * -im / square};
+    }
     else row[i] = divisors[i];
   }
 }
@@ -90,6 +120,7 @@ ZorStatus divConstant(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize
                          scaleFactor);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -8,6 +8,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 struct BitAnd {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return a & b; }
@@ -59,6 +60,7 @@ template <Layout L> ZorStatus notRegion(const Zor8u* pSrc, int srcStep, Zor8u* p
   return bitwiseC<BitXor, Zor8u, L>(pSrc, srcStep, allBits, pDst, dstStep, roiSize);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

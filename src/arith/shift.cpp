@@ -12,6 +12,7 @@
 #include "zori/arith.h"
 
 namespace zori {
+namespace {
 
 enum class Direction { Left, Right };
 
@@ -79,6 +80,7 @@ ZorStatus shiftRegion(const T* pSrc, int srcStep, const Zor32u* value, T* pDst, 
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

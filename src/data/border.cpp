@@ -13,6 +13,7 @@
 #include <algorithm>
 
 namespace zori {
+namespace {
 
 // The rectangle inside its frame.
 struct Frame {
@@ -177,6 +178,7 @@ ZorStatus replicateBorderInPlace(T* pSrcDst, int srcDstStep, ZorImgSize srcRoiSi
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -13,6 +13,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 // The contract of 16s32s has no test of the steps.
 template <class S, class D>
@@ -42,6 +43,7 @@ ZorStatus roundRegion(const Zor32f* pSrc, int srcStep, D* pDst, int dstStep, Zor
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

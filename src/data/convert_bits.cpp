@@ -12,6 +12,7 @@
 #include <cstring>
 
 namespace zori {
+namespace {
 
 alignas(16) static constexpr Zor8u bitOfPixel[16] = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
 
@@ -170,6 +171,7 @@ static inline void putBits(Zor8u* p, int bits, int count)
   std::memset(rows.e1 + length, 0, static_cast<std::size_t>(rows.columns - length) * sizeof(Zor16s));
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -9,6 +9,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 template <class T, Layout L> ZorStatus copyRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
 {
@@ -37,6 +38,7 @@ ZorStatus copyColourRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

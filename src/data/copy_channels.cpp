@@ -8,6 +8,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 template <int N, class R> static Planar<R, N> planesAt(const Planar<R, N>& first, int step, int y)
 {
@@ -57,6 +58,7 @@ ZorStatus copyChannel(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

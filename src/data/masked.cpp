@@ -7,6 +7,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 template <class T, Layout L> inline constexpr int pixelBytes = channels<L> * bytesOf<T>;
 template <class T, Layout L> inline constexpr int usedBytes = processed<L> * bytesOf<T>;
@@ -43,6 +44,7 @@ ZorStatus setMasked(const T* pValue, T* pDst, int dstStep, ZorImgSize roiSize, c
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -12,6 +12,7 @@
 #include <algorithm>
 
 namespace zori {
+namespace {
 
 struct Unchanged {
   template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
@@ -94,6 +95,7 @@ template <int PixelBytes, bool KeepsFourth>
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -14,6 +14,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 // ---- Integers ----
 
@@ -154,6 +155,7 @@ ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

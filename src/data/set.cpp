@@ -7,6 +7,7 @@
 #include "zori/data.h"
 
 namespace zori {
+namespace {
 
 struct Constant {
   template <class T> Vec<T> operator()(Vec<T> constant) const { return constant; }
@@ -40,6 +41,7 @@ template <class T, int Stride> ZorStatus setChannel(T value, T* pDst, int dstSte
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

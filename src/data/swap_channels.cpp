@@ -12,6 +12,7 @@
 #include <climits>
 
 namespace zori {
+namespace {
 
 // The entries in turn; each lies in 0..last.
 static ZorStatus ordered(const int* order, int entries, int last)
@@ -95,6 +96,7 @@ ZorStatus swapToThree(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -11,6 +11,7 @@
 #include <algorithm>
 
 namespace zori {
+namespace {
 
 // Counts of pixels, wide enough to go past the end of any region.
 using Count = std::ptrdiff_t;
@@ -129,6 +130,7 @@ template <int PixelBytes>
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -1,7 +1,7 @@
 // The team of threads: the only file with OpenMP pragmas.
 //
 // A region is entered afresh in each call; nothing survives it and nothing takes a lock. A team of one, a runtime that
-// refuses to fork and the child of a fork all run the body in the calling thread. Results never depend on the team.
+// refuses to fork and the child of a fork all run the body in the calling thread. Results do not depend on the team.
 #pragma once
 
 #include "corelib.h"

@@ -9,6 +9,7 @@
 #include "zori/point.h"
 
 namespace zori {
+namespace {
 
 // ---- Comparisons of vectors: lanes of all ones where they hold ----
 
@@ -176,6 +177,7 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

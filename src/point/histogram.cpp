@@ -19,6 +19,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 enum class Method { BruteForce, ForwardSearch, BinarySearch, FullTable };
 
@@ -277,6 +278,7 @@ ZorStatus evenChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* c
   return countRegion<T, channels<L>, n>(Rows{pSrc, srcStep}, roiSize, bins);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

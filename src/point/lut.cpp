@@ -21,6 +21,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 enum class Curve { Step, Linear, Cubic };
 
@@ -367,6 +368,7 @@ ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
   return curveRegion<C, T, L>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, nodes);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -7,6 +7,7 @@
 #include <cmath>
 
 namespace zori {
+namespace {
 
 // Counts of the 256 levels as doubles. Neighbouring pixels count in different tables: equal ones do not wait for each
 // other's stores.
@@ -66,6 +67,7 @@ static int otsuLevel(const double counts[256])
   return static_cast<int>(level);
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

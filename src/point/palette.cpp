@@ -13,6 +13,7 @@
 #include "zori/point.h"
 
 namespace zori {
+namespace {
 
 // Four channels of three: table c gives sample first + step * c, alpha is the fourth.
 template <class D, int First, int Step, int AlphaAt, bool Writes> struct PixelsWithAlpha {
@@ -90,6 +91,7 @@ ZorStatus threeTablesAndAlpha(const T* pSrc, int srcStep, int alphaValue, T* pDs
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

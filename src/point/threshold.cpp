@@ -12,6 +12,7 @@
 #include "zori/point.h"
 
 namespace zori {
+namespace {
 
 // Lanes a <= b; false for a NaN.
 template <class T> inline Vec<T> atMost(Vec<T> a, Vec<T> b)
@@ -106,6 +107,7 @@ ZorStatus replaceBothSides(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

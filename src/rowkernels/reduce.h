@@ -66,8 +66,10 @@ template <Layout L, class R, class... T>
   };
   std::ptrdiff_t x = 0;
   const std::ptrdiff_t blocks = width / lanes, rounds = blocks / groups;
+  constexpr std::ptrdiff_t atOnce = R::capacity / groups - 1; // what is left of the row takes one round more
+  static_assert(atOnce > 0);
   for (std::ptrdiff_t done = 0; done < rounds;) {
-    const std::ptrdiff_t until = rounds - done < R::capacity / groups ? rounds : done + R::capacity / groups;
+    const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
     for (; done < until; ++done) {
       if constexpr (groups > 1) (prefetch(row + x * channels<L> + prefetched / static_cast<int>(sizeof(T))), ...);
       forConstants(std::make_integer_sequence<int, groups>{},

@@ -4,6 +4,7 @@
 #include "zori/stats.h"
 
 namespace zori {
+namespace {
 
 // Masks of all ones count as -1. Bytes are widened before 255 of them have met in a lane.
 template <class T> struct RangeCount : IntegerReducer {
@@ -51,6 +52,7 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

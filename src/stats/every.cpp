@@ -4,6 +4,7 @@
 #include "zori/stats.h"
 
 namespace zori {
+namespace {
 
 struct Lesser {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return min(a, b); }
@@ -21,6 +22,7 @@ ZorStatus everyRegion(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, Zo
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -10,6 +10,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 // What a search starts from: floats from the largest finite value of the opposite sign.
 template <class T, bool Greatest> constexpr T worst()
@@ -79,6 +80,7 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

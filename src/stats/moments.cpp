@@ -25,6 +25,7 @@ struct ZorMomentState {
 static_assert(sizeof(ZorMomentState) == 400);
 
 namespace zori {
+namespace {
 
 // ---- Sums of a chunk of integer samples ----
 
@@ -193,14 +194,17 @@ struct Raw {
 };
 
 // The expansion of (x + x0)^i (y + y0)^j, in doubles or in integers modulo 2^64.
-template <class A, class M> A spatialMoment(const M* m, int mOrd, int nOrd, A x0, A y0)
+template <class A, class M> A spatialMoment(const M* m, int mOrd, int nOrd, A x0, A y0, double* magnitude = nullptr)
 {
   static constexpr int binomial[4][4] = {{1}, {1, 1}, {1, 2, 1}, {1, 3, 3, 1}};
   const A xPower[4] = {A(1), x0, x0 * x0, x0 * x0 * x0}, yPower[4] = {A(1), y0, y0 * y0, y0 * y0 * y0};
   A sum = 0;
   for (int i = mOrd; i >= 0; --i)
-    for (int j = nOrd; j >= 0; --j)
-      sum += static_cast<A>(binomial[mOrd][i] * binomial[nOrd][j]) * xPower[mOrd - i] * yPower[nOrd - j] * static_cast<A>(m[4 * i + j]);
+    for (int j = nOrd; j >= 0; --j) {
+      const A term = static_cast<A>(binomial[mOrd][i] * binomial[nOrd][j]) * xPower[mOrd - i] * yPower[nOrd - j] * static_cast<A>(m[4 * i + j]);
+      if (magnitude) *magnitude += std::fabs(static_cast<double>(term));
+      sum += term;
+    }
   return sum;
 }
 
@@ -229,14 +233,14 @@ static void huMoments(const Raw& raw, double* hu)
   const double eta30 = eta(3, 0), eta21 = eta(2, 1), eta12 = eta(1, 2), eta03 = eta(0, 3);
   const double b = eta03 + eta21, c = eta12 + eta30, d = eta03 - 3 * eta21, e = 3 * eta12 - eta30;
   const double f = eta21 + eta30; // a deliberate deviation in the fifth moment: not eta03 + eta21
-  const double g = 3 * b * b - c * c;
+  const double g = 3 * (b * b) - c * c;
   hu[0] = eta02 + eta20;
-  hu[1] = 4 * eta11 * eta11 + (eta02 - eta20) * (eta02 - eta20);
+  hu[1] = 4 * (eta11 * eta11) + (eta02 - eta20) * (eta02 - eta20);
   hu[2] = d * d + e * e;
   hu[3] = b * b + c * c;
-  hu[4] = d * b * (f * f - 3 * c * c) + e * c * g;
+  hu[4] = d * b * (f * f - 3 * (c * c)) + e * c * g;
   hu[5] = (eta02 - eta20) * (b * b - c * c) + 4 * eta11 * b * c;
-  hu[6] = e * b * (b * b - 3 * c * c) - d * c * g;
+  hu[6] = e * b * (b * b - 3 * (c * c)) - d * c * g;
 }
 
 // value * 2^-scaleFactor to nearest, ties to even, saturated.
@@ -293,6 +297,7 @@ static ZorStatus freeState(ZorMomentState* pState, Zor32u tag)
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;
@@ -329,9 +334,16 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
                                    Zor64s* pValue, int scaleFactor)
 {
   if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;
-  const auto exact = spatialMoment<std::uint64_t>(pState->s[nChannel], mOrd, nOrd, static_cast<std::uint64_t>(static_cast<Zor64s>(roiOffset.x)),
-                                                  static_cast<std::uint64_t>(static_cast<Zor64s>(roiOffset.y)));
-  *pValue = scaledInteger(static_cast<Zor64s>(exact), scaleFactor);
+  const Zor64s* m = pState->s[nChannel];
+  const auto wide = [](int offset) { return static_cast<std::uint64_t>(static_cast<Zor64s>(offset)); };
+  double magnitude = 0;
+  const double estimate = spatialMoment<double>(m, mOrd, nOrd, roiOffset.x, roiOffset.y, &magnitude);
+  if (std::fabs(estimate) + std::ldexp(magnitude, -45) < 9223372036854775808.0) { // fits, so that sums may wrap on the way
+    const auto exact = spatialMoment<std::uint64_t>(m, mOrd, nOrd, wide(roiOffset.x), wide(roiOffset.y));
+    *pValue = scaledInteger(static_cast<Zor64s>(exact), scaleFactor);
+  } else {
+    *pValue = scaledInteger(estimate, scaleFactor);
+  }
   return ZorOk;
 }
 

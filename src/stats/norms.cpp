@@ -21,6 +21,7 @@
 #include <cmath>
 
 namespace zori {
+namespace {
 
 enum class Norm { Inf, L1, L2 };
 
@@ -240,6 +241,7 @@ ZorStatus normRelRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -1,7 +1,7 @@
 // zoriQualityIndex_{8u32f,16u32f,32f}_{C1,C3,AC4}R: the universal quality index of two images,
 // Q = 4 S12 m1 m2 / ((S11 + S22) (m1^2 + m2^2)) with the means m and the sums S of products of centred samples.
 //
-// The rows are summed by a team; a thread's partial sums are single precision and are added in thread order.
+// The rows are summed in strips that do not depend on the team; partial sums are single precision and are added in order.
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/parallel.h"
@@ -9,6 +9,7 @@
 #include "zori/stats.h"
 
 namespace zori {
+namespace {
 
 // Twelve lanes hold whole pixels of one, three and four channels: element i of a row is channel i mod channels everywhere.
 constexpr int lanesInTurn = 12, chunkElements = 64 * lanesInTurn;
@@ -59,6 +60,10 @@ template <Layout L> void addChannels(const F32x4 (&lanes)[3], Zor32f* sums)
   }
 }
 
+// The rows are summed in strips, as many as any team is likely to have threads, so that the result does not depend on
+// the team.
+constexpr int mostStrips = 32;
+
 template <class T, Layout L>
 ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex,
                        ZorStatus (*mean)(const T*, int, ZorImgSize, Zor64f*))
@@ -66,10 +71,8 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
   constexpr int n = processed<L>;
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pQualityIndex), nonEmpty(roiSize), positive(src1Step, src2Step)); s != ZorOk) return s;
 
-  const int team = ownGetNumThreads();
-  Scratch<Zor32f> partials(static_cast<long long>(team) * 3 * n);
-  if (!partials) return ZorErrAlloc;
-  std::memset(partials.get(), 0, static_cast<std::size_t>(team) * 3 * n * sizeof(Zor32f));
+  const int strips = std::min(roiSize.height, mostStrips);
+  Zor32f partials[mostStrips][3 * n] = {};
 
   double means[2][n];
   staticRows(2, [&](int i) { mean(i == 0 ? pSrc1 : pSrc2, i == 0 ? src1Step : src2Step, roiSize, means[i]); });
@@ -79,9 +82,10 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
     mean2[i] = i % channels<L> < n ? static_cast<Zor32f>(means[1][i % channels<L>]) : 0.0f;
   }
 
-  masterSlabs(roiSize.height, 0, [&](const Slab& slab) {
-    Zor32f* sums = partials.get() + slab.thread * 3 * n;
-    for (int y = slab.first; y < slab.first + slab.count; ++y) {
+  const auto firstRow = [=](int strip) { return static_cast<int>(static_cast<long long>(roiSize.height) * strip / strips); };
+  staticRows(strips, [&](int strip) {
+    Zor32f* sums = partials[strip];
+    for (int y = firstRow(strip); y < firstRow(strip + 1); ++y) {
       CentredSums row;
       for (int j = 0; j < 3; ++j) row.s11[j] = row.s12[j] = row.s22[j] = zero<Zor32f>();
       sumRow(row, rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>, mean1, mean2);
@@ -89,16 +93,15 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
       addChannels<L>(row.s12, sums + n);
       addChannels<L>(row.s22, sums + 2 * n);
     }
-    return ZorOk;
-  }, team);
+  });
 
   ZorStatus status = ZorOk;
   for (int k = 0; k < n; ++k) {
     Zor32f s11 = 0, s12 = 0, s22 = 0;
-    for (int t = 0; t < team; ++t) {
-      s11 += partials[t * 3 * n + k];
-      s12 += partials[t * 3 * n + n + k];
-      s22 += partials[t * 3 * n + 2 * n + k];
+    for (int i = 0; i < strips; ++i) {
+      s11 += partials[i][k];
+      s12 += partials[i][n + k];
+      s22 += partials[i][2 * n + k];
     }
     const double m1 = means[0][k], m2 = means[1][k];
     const double denominator = static_cast<double>(s11 + s22) * (m1 * m1 + m2 * m2);
@@ -112,6 +115,7 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
   return status;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

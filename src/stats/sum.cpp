@@ -7,6 +7,7 @@
 #include "zori/stats.h"
 
 namespace zori {
+namespace {
 
 template <class R, Layout L, class T> void sumWith(Rows<const T> src, ZorImgSize roi, Zor64f* sum)
 {
@@ -40,6 +41,7 @@ ZorStatus meanRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* mea
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -1,6 +1,7 @@
 // zoriAddRandUniform_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR, zoriAddRandGauss_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR:
 // noise added in place. Samples are drawn in memory order, from one generator a call.
 #include "frame/checks.h"
+#include "frame/corelib.h"
 #include "frame/layout.h"
 #include "rowkernels/simd.h"
 #include "zori/synthetic.h"
@@ -9,6 +10,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 // Subtract with borrow, summed with a linear congruence; all modulo 2^32.
 class Generator {
@@ -75,7 +77,7 @@ private:
   bool waits_ = false;
 };
 
-// The noise is rounded as rint does and far within an int.
+// The noise is rounded to nearest, ties to even, and far within an int.
 template <class T> inline T noisy(T sample, double noise)
 {
   if constexpr (std::is_same_v<T, Zor32f>) return sample + static_cast<Zor32f>(noise);
@@ -90,6 +92,7 @@ template <Layout L, class Source, class T>
 ZorStatus addNoise(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
 {
   if (auto s = firstFailure(nonNull(pSrcDst, pSeed), nonEmpty(roiSize), positive(srcDstStep)); s != ZorOk) return s;
+  const RoundingScope rounding(roundNearest);
   Source noise(*pSeed, static_cast<double>(parameter1), static_cast<double>(parameter2));
   for (int y = 0; y < roiSize.height; ++y) {
     T* p = rowAt(pSrcDst, srcDstStep, y);
@@ -100,6 +103,7 @@ ZorStatus addNoise(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1,
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -9,6 +9,7 @@
 #include <limits>
 
 namespace zori {
+namespace {
 
 // The sample in every processed channel of pixel x.
 template <Layout L, class T> inline void putPixel(T* row, int x, T sample)
@@ -90,6 +91,7 @@ ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

@@ -13,6 +13,7 @@
 #include <cmath>
 
 namespace zori {
+namespace {
 
 enum class Window { Bartlett, Hamming };
 
@@ -98,6 +99,7 @@ template <Window W, class T> ZorStatus radial(const T* pSrc, int srcStep, T* pDs
   return ZorOk;
 }
 
+} // namespace
 } // namespace zori
 
 using namespace zori;

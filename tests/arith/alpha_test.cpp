@@ -63,7 +63,7 @@ template <class T> struct Functions;
     static constexpr auto premulAP4 = zoriAlphaPremul_##type##_AP4R; static constexpr auto premulAP4I = zoriAlphaPremul_##type##_AP4IR; \
     static constexpr auto premulCC1 = zoriAlphaPremulC_##type##_C1R, premulCC3 = zoriAlphaPremulC_##type##_C3R;           \
     static constexpr auto premulCC4 = zoriAlphaPremulC_##type##_C4R, premulCAC4 = zoriAlphaPremulC_##type##_AC4R;         \
-    static constexpr auto premulCAC4I = zoriAlphaPremulC_##type##_AC4IR; static constexpr auto premulCAP4 = zoriAlphaPremulC_##type##_AP4R; \
+    static constexpr auto premulCAP4 = zoriAlphaPremulC_##type##_AP4R; \
   };
 FUNCTIONS(8u) FUNCTIONS(16u)
 

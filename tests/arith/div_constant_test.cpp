@@ -89,6 +89,16 @@ TEST(DivC, Complex)
   ASSERT_EQ(zoriDivC_32sc_C1RSfs(src32, 16, {1399999998, 0}, dst32, 16, {2, 1}, 0), ZorOk);
   EXPECT_EQ(std::memcmp(dst32, expected32, sizeof dst32), 0);
 
+  // a product with the reciprocal in double, not a quotient: they part on some ties
+  for (int d = 1; d < 200; ++d)
+    for (int n = 1; n < 400; ++n) {
+      const Zor32sc x = {n, -n}, c = {d, 0};
+      Zor32sc q;
+      ASSERT_EQ(zoriDivC_32sc_C1RSfs(&x, 8, c, &q, 8, {1, 1}, 0), ZorOk);
+      const int expected = static_cast<int>(std::lrint(n * (d / (double(d) * d))));
+      ASSERT_TRUE(q.re == expected && q.im == -expected) << n << " / " << d;
+    }
+
   const Zor32fc src = {1e30f, 2}, value = {3, 1e-3f};
   Zor32fc dst;
   ASSERT_EQ(zoriDivC_32fc_C1R(&src, 8, value, &dst, 8, {1, 1}), ZorOk);

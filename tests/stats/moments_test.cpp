@@ -108,6 +108,20 @@ TEST(Moments, IntegersScaleToTheNearest)
   EXPECT_EQ(value, 2);
 }
 
+TEST(Moments, IntegersBeyond64BitsScaleBack)
+{
+  const Zor8u white = 255;
+  State64s state;
+  Zor64s value = 0;
+  zoriMoments64s_8u_C1R(&white, 1, {1, 1}, state.p);
+  EXPECT_EQ(zoriGetSpatialMoment_64s(state.p, 3, 0, 0, {400000, 0}, &value, 20), ZorOk);
+  EXPECT_EQ(value, 15563964843750); // 255 * 400000^3 / 2^20
+  EXPECT_EQ(zoriGetSpatialMoment_64s(state.p, 3, 0, 0, {400000, 0}, &value, 0), ZorOk);
+  EXPECT_EQ(value, INT64_MAX);
+  EXPECT_EQ(zoriGetSpatialMoment_64s(state.p, 3, 0, 0, {-300000, 0}, &value, 0), ZorOk);
+  EXPECT_EQ(value, -255ll * 27000000000000000);
+}
+
 TEST(Moments, DerivedMoments)
 {
   const Image<Zor8u> image(23, 17, 1, 11);

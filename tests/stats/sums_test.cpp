@@ -55,6 +55,12 @@ TEST(Sum, WideRowsDoNotOverflow)
   EXPECT_EQ(sum, 255.0 * 0x808081);
   ASSERT_EQ(zoriSum_16u_C1R(words.data() + 500, -2, {1, 300}, &sum), ZorOk); // a negative step walks up
   EXPECT_EQ(sum, 65535.0 * 300);
+  // as many as the lanes of a sum bear, and a rest
+  words.assign(262151, 65535);
+  for (int width : {262144, 262146, 262151}) {
+    ASSERT_EQ(zoriSum_16u_C1R(words.data(), 4, {width, 1}, &sum), ZorOk);
+    EXPECT_EQ(sum, 65535.0 * width);
+  }
 }
 
 // The normative orders of float sums, one channel at a time.
@@ -196,10 +202,13 @@ TEST(CountInRange, BothBoundsIncluded)
   counts<Zor8u>(ac4, zoriCountInRange_8u_AC4R);
   counts<Zor32f>(c3, zoriCountInRange_32f_C3R);
   counts<Zor32f>(ac4, zoriCountInRange_32f_AC4R);
-  std::vector<Zor8u> wide(300000, 7);
   int n = 0;
-  ASSERT_EQ(zoriCountInRange_8u_C1R(wide.data(), 300000, {300000, 1}, &n, 7, 7), ZorOk);
-  EXPECT_EQ(n, 300000);
+  for (Zor8u value : {0, 7})
+    for (int width : {300000, 4080, 4081, 4095, 4096, 8161}) { // around what byte counters bear
+      std::vector<Zor8u> wide(300000, value);
+      ASSERT_EQ(zoriCountInRange_8u_C1R(wide.data(), 300000, {width, 1}, &n, value, value), ZorOk);
+      EXPECT_EQ(n, width);
+    }
 }
 
 } // namespace

@@ -1,0 +1,312 @@
+// Filters with a kernel of their own, 3x3 or 5x5: the two stages that they share, one row at a time.
+//
+//   column stage   reduces the source rows above, at and below an output row to rows of sums, margin included
+//   row stage      reduces neighbouring sums to the kernel's value and finishes it
+//
+// A filter is a Kernel that says what both do to one block of samples. Sums are exact in integers twice as wide as the
+// samples, or single precision. Pixels of any channel count are runs of samples whose neighbours lie `channels` apart.
+#pragma once
+
+#include "frame/checks.h"
+#include "frame/layout.h"
+#include "frame/parallel.h"
+#include "rowkernels/drivers.h"
+
+namespace zori {
+namespace fixed {
+
+// ---- Blocks: as many samples as two vectors of sums hold ----
+
+template <class T> struct SumOf { using Type = std::make_signed_t<WiderT<T>>; };
+template <> struct SumOf<float> { using Type = float; };
+template <class T> using Sum = typename SumOf<T>::Type;
+
+template <class A> struct Pair {
+  static constexpr int size = 2 * Vec<A>::size;
+  Vec<A> low, high;
+};
+
+template <class A> inline Pair<A> operator+(Pair<A> a, Pair<A> b) { return {a.low + b.low, a.high + b.high}; }
+template <class A> inline Pair<A> operator-(Pair<A> a, Pair<A> b) { return {a.low - b.low, a.high - b.high}; }
+
+// The samples of a block as sums.
+template <class A, class T> inline Pair<A> loadPair(const T* p)
+{
+  if constexpr (sizeof(T) == sizeof(A)) return {load<A>(p), load<A>(p + Vec<A>::size)};
+  else {
+    const Vec<T> x = load<T>(p);
+    return {as<A>(widenLow(x)), as<A>(widenHigh(x))};
+  }
+}
+template <class A> inline void storePair(A* p, Pair<A> x)
+{
+  store(p, x.low);
+  store(p + Vec<A>::size, x.high);
+}
+
+// C * x for a small constant, in shifts and sums where the processor has no product.
+template <int C, class A> inline Vec<A> times(Vec<A> x)
+{
+  if constexpr (C == 1) return x;
+  else if constexpr (C == 2) return x + x;
+  else if constexpr (!isInt<A>) return x * splat<A>(static_cast<A>(C));
+  else if constexpr ((C & (C - 1)) == 0) return shiftLeft<__builtin_ctz(C)>(x);
+  else if constexpr (sizeof(A) == 2) return mulLow(x, splat<A>(C));
+  else if constexpr ((C & (C + 1)) == 0) return times<C + 1>(x) - x;
+  else if constexpr (C % 2 == 1) return times<C - 1>(x) + x;
+  else return times<(C & -C)>(times<C / (C & -C)>(x));
+}
+template <int C, class A> inline Pair<A> times(Pair<A> x) { return {times<C>(x.low), times<C>(x.high)}; }
+
+// v * a + w * b for |v| == |w|.
+template <int V, int W, class A> inline Pair<A> weighted(Pair<A> a, Pair<A> b)
+{
+  static_assert(V == W || V == -W);
+  if constexpr (V == W) return V > 0 ? times<(V > 0 ? V : 1)>(a + b) : times<(V < 0 ? -V : 1)>(Pair<A>{zero<A>(), zero<A>()} - (a + b));
+  else if constexpr (W > 0) return times<W>(b - a);
+  else return times<V>(a - b);
+}
+
+// sum += C * x or sum -= -C * x.
+template <int C, class A> inline Pair<A> addTimes(Pair<A> sum, Pair<A> x)
+{
+  if constexpr (C > 0) return sum + times<C>(x);
+  else if constexpr (C < 0) return sum - times<-C>(x);
+  else return sum;
+}
+
+// A vector of weights that is symmetric or antisymmetric: the outer pair first, the middle last.
+template <int... W> struct Weights;
+
+template <int A0, int A1, int A2> struct Weights<A0, A1, A2> {
+  static constexpr int size = 3;
+  template <class A, class At> static Pair<A> apply(At at)
+  {
+    return addTimes<A1>(weighted<A0, A2>(at(0), at(2)), at(1));
+  }
+};
+
+template <int A0, int A1, int A2, int A3, int A4> struct Weights<A0, A1, A2, A3, A4> {
+  static constexpr int size = 5;
+  template <class A, class At> static Pair<A> apply(At at)
+  {
+    Pair<A> sum = weighted<A0, A4>(at(0), at(4));
+    if constexpr (A1 != 0) sum = sum + weighted<A1, A3>(at(1), at(3));
+    return addTimes<A2>(sum, at(2));
+  }
+};
+
+// ---- Results ----
+
+template <class D, class A> struct Block {
+  static constexpr int vectors = 2 * Vec<A>::size / Vec<D>::size;
+  Vec<D> v[vectors];
+};
+
+// Kept where it fits, else saturated to the type.
+template <class D, class A> inline Block<D, A> narrowed(Pair<A> x)
+{
+  if constexpr (sizeof(D) == sizeof(A)) return {{as<D>(x.low), as<D>(x.high)}};
+  else return {{narrowSat<D>(x.low, x.high)}};
+}
+
+// (x * m) >> 32 for unsigned x.
+inline Vec<std::int32_t> mulShift32(Vec<std::int32_t> x, std::uint32_t m)
+{
+  const Vec<std::uint32_t> factor = splat(m), u = as<std::uint32_t>(x);
+  const Vec<std::uint64_t> even = mulEven(u, factor), odd = mulEven(as<std::uint32_t>(shiftRight<32>(as<std::uint64_t>(u))), factor);
+  return as<std::int32_t>(shiftRight<32>(even) | without(odd, splat<std::uint64_t>(0xffffffffu)));
+}
+inline Pair<std::int32_t> mulShift32(Pair<std::int32_t> x, std::uint32_t m)
+{
+  return {mulShift32(x.low, m), mulShift32(x.high, m)};
+}
+template <class A> inline Pair<A> all(int x) { return {splat<A>(static_cast<A>(x)), splat<A>(static_cast<A>(x))}; }
+
+// x / 2^N to nearest, ties to even.
+template <int N, class A> inline Vec<A> halfEven(Vec<A> x)
+{
+  const Vec<A> odd = shiftRight<N>(x) & splat<A>(1);
+  return shiftRight<N>(x + splat<A>((1 << (N - 1)) - 1) + odd);
+}
+template <int N, class A> inline Pair<A> halfEven(Pair<A> x) { return {halfEven<N>(x.low), halfEven<N>(x.high)}; }
+
+// ---- Kernels ----
+
+// The outer product of two weight vectors. Finish::apply(sum, centre) turns the sums of a block into its results;
+// centre points to the source samples of the block.
+template <class S_, class D_, class Vertical, class Horizontal, class Finish> struct Separable {
+  using S = S_;
+  using D = D_;
+  using A = Sum<S>;
+  static constexpr int size = Vertical::size, planes = 1;
+  static_assert(Horizontal::size == size);
+
+  static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t)
+  {
+    storePair(sums, Vertical::template apply<A>([=](int k) { return loadPair<A>(rows[k] + i); }));
+  }
+  template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t, const S* centre)
+  {
+    const Pair<A> sum = Horizontal::template apply<A>([=](int k) { return loadPair<A>(sums + k * Channels); });
+    return Finish::template apply<D>(sum, centre);
+  }
+};
+
+// A 5x5 kernel that is the same upside down and left to right but no product: three weight vectors, one for the columns
+// two away from the pixel, one for those beside it, one for its own. Each gives a row of sums of its own.
+template <class S_, class D_, class Outer, class Inner, class Own, class Finish> struct Symmetric5 {
+  using S = S_;
+  using D = D_;
+  using A = Sum<S>;
+  static constexpr int size = 5, planes = 3;
+
+  static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t plane)
+  {
+    const auto at = [=](int k) { return loadPair<A>(rows[k] + i); };
+    storePair(sums, Outer::template apply<A>(at));
+    storePair(sums + plane, Inner::template apply<A>(at));
+    storePair(sums + 2 * plane, Own::template apply<A>(at));
+  }
+  template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t plane, const S*)
+  {
+    const Pair<A> outer = loadPair<A>(sums) + loadPair<A>(sums + 4 * Channels);
+    const Pair<A> inner = loadPair<A>(sums + plane + Channels) + loadPair<A>(sums + plane + 3 * Channels);
+    return Finish::template apply<D>(outer, inner, loadPair<A>(sums + 2 * plane + 2 * Channels));
+  }
+};
+
+// ---- Finishing that filters share ----
+
+struct Plain { // the sum, saturated where the type demands it
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S*) { return narrowed<D>(sum); }
+};
+struct PlainOfThree {
+  template <class D, class A> static Block<D, A> apply(Pair<A> outer, Pair<A> inner, Pair<A> own)
+  {
+    return narrowed<D>(outer + inner + own);
+  }
+};
+
+// ---- The stages along a row ----
+
+// sums[0 .. length - 1]; they have room for a whole block, the rows have not. What `next` points to will soon be read.
+template <class Kernel>
+[[gnu::noinline]] void columnStage(const typename Kernel::S* const* rows, const typename Kernel::S* next,
+                                   std::ptrdiff_t length, typename Kernel::A* sums, std::ptrdiff_t plane)
+{
+  using S = typename Kernel::S;
+  constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
+  const S* from[Kernel::size];
+  if (length < block) {
+    S padded[Kernel::size][block] = {};
+    for (int k = 0; k < Kernel::size; ++k) {
+      std::memcpy(padded[k], rows[k], static_cast<std::size_t>(length) * sizeof(S));
+      from[k] = padded[k];
+    }
+    Kernel::columns(from, 0, sums, plane);
+    return;
+  }
+  std::copy(rows, rows + Kernel::size, from);
+  for (std::ptrdiff_t i = 0; i + block <= length; i += block) {
+    prefetch(next + i);
+    Kernel::columns(from, i, sums + i, plane);
+  }
+  Kernel::columns(from, length - block, sums + length - block, plane);
+}
+
+template <class Kernel, Layout L>
+inline void rowBlock(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
+                     typename Kernel::D* dst)
+{
+  using D = typename Kernel::D;
+  const auto result = Kernel::template row<channels<L>>(sums, plane, centre);
+  for (int k = 0; k < result.vectors; ++k) {
+    D* p = dst + k * Vec<D>::size;
+    store(p, L == AC4 ? select(colourMask<D>(), result.v[k], load<D>(p)) : result.v[k]);
+  }
+}
+
+template <class Kernel, Layout L>
+[[gnu::noinline]] void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane,
+                                const typename Kernel::S* centre, typename Kernel::D* dst, std::ptrdiff_t length)
+{
+  using S = typename Kernel::S;
+  using D = typename Kernel::D;
+  constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
+  if (length < block) {
+    PaddedBlock<D, block> out(dst, length);
+    rowBlock<Kernel, L>(sums, plane, PaddedBlock<S, block>(centre, length).values, out.values);
+    std::memcpy(dst, out.values, static_cast<std::size_t>(length) * sizeof(D));
+    return;
+  }
+  for (std::ptrdiff_t i = 0; i + block <= length; i += block) rowBlock<Kernel, L>(sums + i, plane, centre + i, dst + i);
+  const std::ptrdiff_t last = length - block;
+  rowBlock<Kernel, L>(sums + last, plane, centre + last, dst + last);
+}
+
+// ---- The region ----
+
+// The least height from which a region is worth a team, by type and layout.
+inline constexpr int always = 0, never = INT_MAX;
+struct ForkHeights {
+  int c1, c3, c4, ac4;
+};
+template <Layout L> inline bool isWorthTeam(ForkHeights heights, int height)
+{
+  return height >= (L == C1 ? heights.c1 : L == C3 ? heights.c3 : L == C4 ? heights.c4 : heights.ac4);
+}
+
+// A filter for one layout: its stages and what the walk must know of them.
+template <class S, class D> struct Filter {
+  void (*columns)(const S* const* rows, const S* next, std::ptrdiff_t length, Sum<S>* sums, std::ptrdiff_t plane);
+  void (*row)(const Sum<S>* sums, std::ptrdiff_t plane, const S* centre, D* dst, std::ptrdiff_t length);
+  int size, planes, channels;
+};
+
+// Independent of the rounding mode that the caller has set, in every thread.
+template <class S, class D>
+[[gnu::noinline]] ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcStep, D* pDst, int dstStep,
+                                       ZorImgSize roi, int maxThreads)
+{
+  using A = Sum<S>;
+  const int reach = filter.size / 2, margin = reach * filter.channels;
+  const long long samples = static_cast<long long>(roi.width) * filter.channels, length = samples + 2 * margin;
+  // room for the last block of the row stage, that of a row of one pixel too
+  const long long plane = (length + 2 * Pair<A>::size - 1) / Pair<A>::size * Pair<A>::size;
+  const long long bytes = plane * filter.planes * static_cast<long long>(sizeof(A));
+  if (bytes > PTRDIFF_MAX / 2) return ZorErrAlloc;
+
+  const Rows<const S> src{pSrc, srcStep};
+  const Rows<D> dst{pDst, dstStep};
+  return masterSlabs(
+    roi.height, static_cast<std::size_t>(bytes),
+    [=](Slab slab) {
+      const RoundingScope rounding(roundNearest);
+      A* const sums = reinterpret_cast<A*>(slab.buffer);
+      for (int y = slab.first; y < slab.first + slab.count; ++y) {
+        const S* rows[5];
+        for (int k = 0; k < filter.size; ++k) rows[k] = src[y + k - reach] - margin;
+        const S* const next = src[y + reach + 1] - margin;
+        filter.columns(rows, next, static_cast<std::ptrdiff_t>(length), sums, static_cast<std::ptrdiff_t>(plane));
+        filter.row(sums, static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
+      }
+      return ZorOk;
+    },
+    maxThreads);
+}
+
+template <class Kernel, Layout L, class S, class D>
+inline ZorStatus filterRegion(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ForkHeights heights)
+{
+  constexpr Filter<S, D> filter = {columnStage<Kernel>, rowStage<Kernel, L>, Kernel::size, Kernel::planes, channels<L>};
+  return filterRows(filter, pSrc, srcStep, pDst, dstStep, roi, isWorthTeam<L>(heights, roi.height) ? INT_MAX : 1);
+}
+
+inline ZorStatus checkMask(ZorMaskSize mask)
+{
+  return require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize);
+}
+
+} // namespace fixed
+} // namespace zori
