@@ -9,6 +9,153 @@
 ZORI_BEGIN_DECLS
 
 /*
+ * zoriFilterBox_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Mean over a rectangular window.
+ *
+ * dst(x, y) = s / area, s being the sum over the window of maskSize pixels and area = maskSize.width *
+ * maskSize.height; every channel on its own. anchor is the position within the window of the pixel that the
+ * result stands for: the window of (x, y) covers the source pixels (x - anchor.x + i, y - anchor.y + j), 0 <=
+ * i < maskSize.width, 0 <= j < maskSize.height.
+ *
+ * Read is exactly the rectangle that the windows cover: anchor.x columns to the left of the region,
+ * maskSize.width - 1 - anchor.x to the right, anchor.y rows above, maskSize.height - 1 - anchor.y below. The
+ * caller provides that margin, for example by zoriCopyReplicateBorder; nothing checks it. Source and
+ * destination must not overlap. The in-place forms read the margin of the image itself, write the region
+ * only, and give every pixel the mean of the former pixels. AC4 leaves the fourth channel of the destination
+ * as it was.
+ *
+ * Steps of 16u, 16s and 32f images count whole elements: the low bits of an odd step are dropped.
+ *
+ * The quotient is formed without a division, and the way depends on type, layout and mask, so that the same
+ * pixels can differ in the last bit between forms. float(s) is s in single precision, r = 1.0f / area.
+ *
+ * 8u, the rule: fixed point. v = r * 4294967295.0 rounded to an integer and shifted left by n (at most 24)
+ * until its top bit is set; m = (v >> 20) + 1; result (m * s + (1 << (n + 11))) >> (n + 12). An area of 1
+ * copies, in every type. An area above 8100 takes trunc(s * r + 9e-6f) instead, s being a running sum in
+ * single precision as in 32f; up to an area of 65793 it is exact. The smallest masks have their own,
+ * truncating constants:
+ *
+ *   3x3, C1, C3, AC4, not in place      (s * 29128) >> 18
+ *   3x3, C4, not in place               (s * 29127) >> 18
+ *   5x5, C4, not in place               (s * 10485) >> 18
+ *   3x3, C1, in place                   (s * 7282) >> 16
+ *   5x5, C1, in place                   (s * 2622) >> 16
+ *   3x3, C3, AC4, in place              (s * 29128) >> 18
+ *
+ * so that a white image stays 255 through 3x3 in C1, C3 and AC4, and becomes 254 through 3x3 and 5x5 in C4,
+ * not in place. In place these constants hold when the mask is lower than the region; otherwise the rule
+ * does.
+ *
+ * 16u: float(s) * r rounded to nearest, ties to even, saturated; the last pixels of a row, behind its last
+ * full block of eight, take trunc(float(s) * r + 0.5000001) in double, which differs on exact ties only.
+ *
+ * 16s: float(s + 32768 * area) * r rounded to nearest, ties to even, less 32768, saturated. C4, not in place,
+ * with a 3x3 or 5x5 mask truncates instead of rounding, with the factors 0.11111111f and 0.04f. Sums of 16u
+ * and 16s have 32 bits: they hold every image up to an area of 65537.
+ *
+ * 32f: s * r, s being a running sum in single precision, (sum + entering) - leaving along the rows and down
+ * the columns: the last places of a result depend on where the sums were begun, and so on the number of
+ * threads. C4, not in place, with a 3x3 mask adds (left + middle) + right in each row, the three rows from
+ * top to bottom, times 0.11111111f.
+ *
+ * ZorErrMaskSize: a side of the mask is below 1. ZorErrAnchor: the anchor is outside the mask. ZorErrAlloc:
+ * no memory for the sums; nothing is written. The cost of a pixel does not depend on the mask.
+ *
+ * Checks: null pointers, steps, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ */
+ZorStatus zoriFilterBox_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+
+/*
+ * zoriSumWindowRow_{8u,16u,16s}32f_{C1,C3,C4}R
+ *
+ * Sum over a window along the row.
+ *
+ * dst(x, y) = sum of src(x - anchor + k, y) for 0 <= k < maskSize, per channel, as a float. Sums are exact
+ * below 2^24 in magnitude; beyond, they are running sums in single precision. Each row is read from anchor
+ * pixels left of the region to maskSize - 1 - anchor pixels right of it; the caller provides that margin.
+ *
+ * ZorErrMaskSize: maskSize is below 1. ZorErrAnchor: anchor is negative or not below maskSize. Steps are not
+ * tested. The 8u and 16s forms do not test the size either: a width or height below 1 returns ZorOk and does
+ * nothing.
+ *
+ * The sum slides along the row: the cost of a pixel does not depend on maskSize.
+ *
+ * Checks of *_16u32f_*: null pointers, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks of the others: null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ */
+ZorStatus zoriSumWindowRow_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+
+/*
+ * zoriSumWindowColumn_{8u,16u,16s}32f_{C1,C3,C4}R
+ *
+ * Sum over a window along the column.
+ *
+ * dst(x, y) = sum of src(x, y - anchor + k) for 0 <= k < maskSize, per channel, as a float. Sums are exact
+ * below 2^24 in magnitude; beyond, they are running sums in single precision. Read are the rows from anchor
+ * above the region to maskSize - 1 - anchor below it; the caller provides that margin.
+ *
+ * ZorErrMaskSize: maskSize is below 1. ZorErrAnchor: anchor is negative or not below maskSize. Steps are not
+ * tested. The 8u forms and the C1 and C4 forms of 16s do not test the size either: a width or height below 1
+ * returns ZorOk and does nothing; zoriSumWindowColumn_16s32f_C3R tests it before anything else. ZorErrAlloc:
+ * no memory for one row of sums; nothing is written.
+ *
+ * The sums slide down the columns: the cost of a pixel does not depend on maskSize.
+ *
+ * Checks of *_16u32f_*: null pointers, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks of *_16s32f_C3R: region size, null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks of the others: null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ */
+ZorStatus zoriSumWindowColumn_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+
+/*
  * zoriFilterGauss_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
  *
  * Gaussian smoothing, 3x3 or 5x5.
@@ -428,6 +575,354 @@ ZorStatus zoriFilterRobertsUp_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
 ZorStatus zoriFilterRobertsUp_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsUp_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsUp_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+
+/*
+ * zoriFilter_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution with an integer kernel.
+ *
+ * dst(x, y) = saturate(round(sum / divisor)), sum = sum over j, i of kernel[j][i] * src(x + anchor.x - i, y +
+ * anchor.y - j): a true convolution, the kernel (stored row by row from its top left element) being applied
+ * reversed. Each channel on its own with the same kernel. AC4 leaves the fourth channel of the destination as
+ * it was. The two images must not overlap.
+ *
+ * Read is exactly what the reversed kernel covers: kernelSize.width - 1 - anchor.x columns to the left of the
+ * region, anchor.x to the right, kernelSize.height - 1 - anchor.y rows above, anchor.y below. This is the
+ * mirror of the windows of zoriFilterBox. The caller provides that margin. The anchor is not tested: a value
+ * outside the kernel moves what is read.
+ *
+ * 8u and 16s add in 32 bits, which wrap on overflow. A divisor of 1 saturates the sum; a power of two rounds
+ * the quotient to nearest, ties to even. Any other divisor d, a negative one too, takes f = float(sum) *
+ * (1.0f / d):
+ *
+ * - 16s: f rounded to nearest, ties to even
+ * - 8u, when the kernel and the region are at least 3 and 16 pixels wide and every element lies within -32767
+ *   to 32766: f rounded to nearest, ties to even
+ * - 8u otherwise: 255 for f >= 255, 0 for f < 0.5, else trunc(f + 0.5) in double, so ties go up
+ *
+ * 16u multiplies each kernel element by 1.0f / divisor in single precision and goes on as zoriFilter32f_16u
+ * does, so its results carry the rounding of the coefficients.
+ *
+ * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrKernelDivisor: divisor is 0.
+ * ZorErrStep: srcStep is smaller than width + kernelSize.width - 1 pixels, or dstStep than width pixels.
+ * ZorErrAlloc, 16u only: no memory for the kernel; nothing is written.
+ *
+ * The cost of a pixel grows with the area of the kernel. Elements of 16 bits are the fast case. A large
+ * kernel needs work memory; without it the call goes on more slowly, with the ties of 8u going up.
+ *
+ * Checks of *_16u_*: null pKernel, size kernelSize, divisor (ZorErrKernelDivisor), null pSrc, pDst, size
+ * roiSize, steps, srcStep (ZorErrStep).
+ * Checks of the others: null pointers, sizes, divisor (ZorErrKernelDivisor), steps, srcStep (ZorErrStep).
+ */
+ZorStatus zoriFilter_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+
+/*
+ * zoriFilter_32f_{C1,C3,C4,AC4}R
+ * zoriFilter32f_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution with a floating-point kernel.
+ *
+ * dst(x, y) = sum over j, i of kernel[j][i] * src(x + anchor.x - i, y + anchor.y - j): a true convolution,
+ * the kernel (stored row by row from its top left element) being applied reversed. Each channel on its own
+ * with the same kernel. AC4 leaves the fourth channel of the destination as it was. The two images must not
+ * overlap.
+ *
+ * Read is exactly what the reversed kernel covers: kernelSize.width - 1 - anchor.x columns to the left of the
+ * region, anchor.x to the right, kernelSize.height - 1 - anchor.y rows above, anchor.y below. The caller
+ * provides that margin. The anchor is not tested: a value outside the kernel moves what is read.
+ *
+ * Sums are taken in single precision, one accumulator a sample, in the order of the source pixels: row by
+ * row, left to right. The integer forms round to nearest and saturate, a NaN becomes the upper bound. Ties go
+ * to even; in 8u, when the kernel is less than 3 or the region less than 16 pixels wide, they go up. A large
+ * kernel needs work memory; without it the call goes on more slowly, with the ties of 8u going up.
+ *
+ * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
+ * kernelSize.width - 1 pixels, or dstStep than width pixels.
+ *
+ * Checks: null pointers, sizes, steps, srcStep (ZorErrStep).
+ */
+ZorStatus zoriFilter_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+
+/*
+ * zoriFilter_64f_C1R
+ *
+ * Convolution with a kernel of doubles.
+ *
+ * zoriFilter_32f_C1R for images and kernels of doubles: dst(x, y) = sum over j, i of kernel[j][i] * src(x +
+ * anchor.x - i, y + anchor.y - j), summed in double. The kernel is applied reversed; read are
+ * kernelSize.width - 1 - anchor.x columns to the left of the region, anchor.x to the right, kernelSize.height
+ * - 1 - anchor.y rows above, anchor.y below. The anchor is not tested. Runs in the calling thread and needs
+ * no buffer.
+ *
+ * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
+ * kernelSize.width - 1 pixels, or dstStep than width pixels.
+ *
+ * Checks: null pointers, sizes, steps, srcStep (ZorErrStep).
+ */
+ZorStatus zoriFilter_64f_C1R(const Zor64f* pSrc, int srcStep, Zor64f* pDst, int dstStep, ZorImgSize roiSize, const Zor64f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+
+/*
+ * zoriFilterGetBufSize_64f_C1R
+ *
+ * Work memory of a convolution with doubles.
+ *
+ * *pBufferSize receives 0: zoriFilter_64f_C1R works without a buffer. The query is there so that callers can
+ * treat all kernels alike.
+ *
+ * Checks: null pointers, sizes, roiWidth (ZorErrSize).
+ */
+ZorStatus zoriFilterGetBufSize_64f_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+
+/*
+ * zoriFilter_Round16s_8u_{C1,C3,C4,AC4}R
+ * zoriFilter_Round32s_{16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution with an integer kernel and a choice of rounding.
+ *
+ * dst(x, y) = saturate(round(sum / divisor)), with the sum, the reversed kernel, the margin and the anchor of
+ * zoriFilter. The quotient is rounded exactly by roundMode, for either sign: ZorRoundTowardZero drops the
+ * fraction, ZorRoundNearestEven takes the nearest integer and the even one of two, ZorRoundNearestAway the
+ * nearest and of two the one further from zero. AC4 leaves the fourth channel of the destination as it was.
+ *
+ * pBuffer is work memory of the size that the zoriFilterRoundGetBufSize function of the same name suffix
+ * tells; a call needs it for itself while it runs. Its contents mean nothing before and after.
+ *
+ * Kernel elements within 16 bits are the fast case; others take more time. Sums are taken in 32 bits, which
+ * wrap on overflow.
+ *
+ * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrKernelDivisor: divisor is 0.
+ * ZorErrStep: srcStep is smaller than width + kernelSize.width - 1 pixels, or dstStep than width pixels.
+ * ZorErrRoundMode: roundMode is not one of the three. A null pBuffer is looked at last.
+ *
+ * Checks: null pSrc, pDst, pKernel, sizes, divisor (ZorErrKernelDivisor), steps, srcStep (ZorErrStep),
+ * roundMode (ZorErrRoundMode), null pBuffer.
+ */
+ZorStatus zoriFilter_Round16s_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+
+/*
+ * zoriFilter_Round32f_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution with a floating-point kernel and a choice of rounding.
+ *
+ * dst(x, y) = saturate(round(sum)), with the sum in single precision, the reversed kernel, the margin and the
+ * anchor of zoriFilter32f, rounded by roundMode for either sign: ZorRoundTowardZero drops the fraction,
+ * ZorRoundNearestEven takes the nearest integer and the even one of two, ZorRoundNearestAway the nearest and
+ * of two the one further from zero. AC4 leaves the fourth channel of the destination as it was.
+ *
+ * pBuffer is work memory of the size that zoriFilterRoundGetBufSize32f of the same type and layout tells; a
+ * call needs it for itself while it runs. Its contents mean nothing before and after.
+ *
+ * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
+ * kernelSize.width - 1 pixels, or dstStep than width pixels. ZorErrRoundMode: roundMode is not one of the
+ * three. A null pBuffer is looked at last.
+ *
+ * Checks: null pSrc, pDst, pKernel, sizes, steps, srcStep (ZorErrStep), roundMode (ZorErrRoundMode), null
+ * pBuffer.
+ */
+ZorStatus zoriFilter_Round32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+
+/*
+ * zoriFilterRoundGetBufSize16s_8u_{C1,C3,C4,AC4}R
+ * zoriFilterRoundGetBufSize32s_{16u,16s}_{C1,C3,C4,AC4}R
+ * zoriFilterRoundGetBufSize32f_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Work memory of a convolution with a choice of rounding.
+ *
+ * *pBufferSize receives the bytes of work memory that zoriFilter_Round16s, zoriFilter_Round32s or
+ * zoriFilter_Round32f of the same type and layout needs for a kernel of kernelSize and a region of at most
+ * roiWidth pixels. It covers the whole team of threads, so ask again after a change of the number of threads
+ * T. With kw and kh the kernel's sides and w = roiWidth:
+ *
+ * - Round16s: ((kw * 4 * kh + w) * 4 + 15) * T
+ * - Round32s: ((kw * 4 * kh + w) * 4 + 31) * T
+ * - Round32f: (kw * kh * 16 + w * 8 + 43) * T
+ *
+ * ZorErrSize: a side of the kernel or roiWidth is below 1.
+ *
+ * Checks: null pointers, sizes, roiWidth (ZorErrSize).
+ */
+ZorStatus zoriFilterRoundGetBufSize16s_8u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize16s_8u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize16s_8u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize16s_8u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16s_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16s_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16s_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32s_16s_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_8u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_8u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_8u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_8u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16s_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16s_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16s_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+ZorStatus zoriFilterRoundGetBufSize32f_16s_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+
+/*
+ * zoriFilter{Row,Column}_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution of rows or columns with an integer kernel.
+ *
+ * Row: dst(x, y) = saturate(round(sum over i of kernel[i] * src(x + anchor - i, y) / divisor)). Column: the
+ * same with src(x, y + anchor - i). The kernel of kernelSize elements is applied reversed: [1 0 0] with
+ * anchor 0 copies, with anchor 2 it copies from two pixels to the right (or below). Each channel on its own.
+ * AC4 leaves the fourth channel of the destination as it was. The two images must not overlap.
+ *
+ * Read are kernelSize - 1 - anchor pixels before the region and anchor pixels behind it, to the left and
+ * right for Row, above and below for Column. The caller provides them. The anchor is not tested: a value
+ * outside the kernel moves what is read.
+ *
+ * 8u adds in 32 bits, which wrap on overflow, and divides as zoriFilter_8u does: exactly with ties to even by
+ * powers of two, else by float(sum) * (1.0f / divisor), where ties go to even when kernelSize is at least 3,
+ * the region at least 16 pixels wide and every element within -32768 .. 32767, and up otherwise. 16u and 16s
+ * multiply each element by 1.0f / divisor in single precision and go on as zoriFilterRow32f and
+ * zoriFilterColumn32f do.
+ *
+ * ZorErrSize: a side of the region or kernelSize is below 1. ZorErrKernelDivisor: divisor is 0. ZorErrStep:
+ * srcStep is smaller than width + kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width
+ * pixels. ZorErrAlloc, 16u and 16s only: no memory for the kernel; nothing is written.
+ *
+ * Checks of *_8u_*: null pointers, region size, kernelSize (ZorErrSize), divisor (ZorErrKernelDivisor),
+ * steps, srcStep (ZorErrStep).
+ * Checks of the others: null pKernel, kernelSize (ZorErrSize), divisor (ZorErrKernelDivisor), null pSrc,
+ * pDst, region size, steps, srcStep (ZorErrStep).
+ */
+ZorStatus zoriFilterRow_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+
+/*
+ * zoriFilter{Row,Column}_32f_{C1,C3,C4,AC4}R
+ * zoriFilter{Row,Column}32f_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Convolution of rows or columns with a floating-point kernel.
+ *
+ * Row: dst(x, y) = sum over i of kernel[i] * src(x + anchor - i, y). Column: the same with src(x, y + anchor
+ * - i). The kernel of kernelSize elements is applied reversed. Each channel on its own. AC4 leaves the fourth
+ * channel of the destination as it was. The two images must not overlap.
+ *
+ * Read are kernelSize - 1 - anchor pixels before the region and anchor pixels behind it, to the left and
+ * right for Row, above and below for Column. The caller provides them. The anchor is not tested: a value
+ * outside the kernel moves what is read.
+ *
+ * Sums are taken in single precision, in the order of the source pixels: left to right, top to bottom. The
+ * integer forms round to nearest and saturate, a NaN becomes the upper bound. Ties go to even; in 8u, when
+ * kernelSize is less than 3 or the region less than 16 pixels wide, they go up.
+ *
+ * ZorErrSize: a side of the region or kernelSize is below 1. ZorErrStep: srcStep is smaller than width +
+ * kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width pixels.
+ *
+ * Checks: null pointers, region size, kernelSize (ZorErrSize), steps, srcStep (ZorErrStep).
+ */
+ZorStatus zoriFilterRow_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
 
 ZORI_END_DECLS
 

@@ -97,6 +97,14 @@ template <class T> inline void stream(void* p, Vec<T> x)
 inline void streamFence() { _mm_sfence(); }
 inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
 
+// x itself, of which the compiler forgets where it came from: what several operations share is then copied from register to
+// register and not loaded again for each.
+template <class T> inline Vec<T> loadedOnce(Vec<T> x)
+{
+  asm("" : "+x"(x.v));
+  return x;
+}
+
 // The low 4 or 8 bytes alone; the other lanes are zero.
 template <class T> inline Vec<T> loadLow8(const void* p)
 {

@@ -89,7 +89,7 @@ template <class T> inline T noisy(T sample, double noise)
 }
 
 template <Layout L, class Source, class T>
-ZorStatus addNoise(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
+ZorStatus owniAddRand_Direct(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
 {
   if (auto s = firstFailure(nonNull(pSrcDst, pSeed), nonEmpty(roiSize), positive(srcDstStep)); s != ZorOk) return s;
   const RoundingScope rounding(roundNearest);
@@ -111,10 +111,10 @@ using namespace zori;
 #define STAMP(type, layout)                                                                                               \
   ZorStatus zoriAddRandUniform_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,       \
                                                             Zor##type low, Zor##type high, Zor32u* pSeed)                 \
-  { return addNoise<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                                   \
+  { return owniAddRand_Direct<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                                   \
   ZorStatus zoriAddRandGauss_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,         \
                                                           Zor##type mean, Zor##type stdDev, Zor32u* pSeed)                \
-  { return addNoise<layout, Gauss>(pSrcDst, srcDstStep, roiSize, mean, stdDev, pSeed); }
+  { return owniAddRand_Direct<layout, Gauss>(pSrcDst, srcDstStep, roiSize, mean, stdDev, pSeed); }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)
 #undef STAMPS

@@ -1,0 +1,99 @@
+// zoriFilterBox_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}: the mean over a window.
+//
+// box_rule.h says which arithmetic a call gets, this file which path that takes: the types of the sums down the columns
+// and along the rows are the narrowest that hold them.
+#include "box_paths.h"
+#include "frame/checks.h"
+#include "frame/walk.h"
+#include "zori/filter.h"
+
+namespace zori {
+namespace box {
+
+template <class T, Layout L, bool InPlace> struct Paths {
+  static constexpr int CH = channels<L>;
+  static constexpr bool keepAlpha = L == AC4 && !InPlace; // in place the way back into the image sees to it
+
+  const Windows<T>& windows;
+  Rows<T> dst;
+  bool inTeam;
+
+  template <class Path> ZorStatus run(const Path& path) const { return runPath<T, L, InPlace>(windows, dst, inTeam, path); }
+  template <class Col, class Quotient> ZorStatus integers(const Rule& rule) const
+  {
+    return run(IntegerPath<T, Col, CH, keepAlpha, Quotient>{rule});
+  }
+
+  ZorStatus bytes(const Rule& rule) const
+  {
+    const long long area = areaOf(windows.mask), largest = 65535 / 255;
+    const bool shortColumns = windows.mask.height <= largest;
+    if (rule.quotient == Quotient::FloatSum) {
+      // while every sum is below 2^24, running sums of floats are exact, and these are they
+      if (area * 255 > 1 << 24) return run(FloatPath<T, CH, keepAlpha>{rule});
+      return shortColumns ? integers<uint16_t, ByteTruncated>(rule) : integers<uint32_t, ByteTruncated>(rule);
+    }
+    if (rule.quotient == Quotient::Product || (area > 2 && area <= largest)) return integers<uint16_t, HighProduct>(rule);
+    return shortColumns ? integers<uint16_t, FullProduct>(rule) : integers<uint32_t, FullProduct>(rule);
+  }
+
+  ZorStatus words(const Rule& rule) const
+  {
+    if constexpr (sampleOf<T> == Sample::S16 && L == C4 && !InPlace)
+      if (rule.quotient == Quotient::Truncated) return integers<uint32_t, WordQuotient<T, false, true>>(rule);
+    if (areaOf(windows.mask) <= 32768) return integers<uint32_t, WordQuotient<T, false, false>>(rule); // below 2^31
+    return integers<uint32_t, WordQuotient<T, true, false>>(rule);
+  }
+
+  ZorStatus filter(const Rule& rule) const
+  {
+    if constexpr (sampleOf<T> == Sample::U16 || sampleOf<T> == Sample::S16) return words(rule);
+    else if constexpr (sampleOf<T> == Sample::U8) return bytes(rule);
+    else {
+      if constexpr (L == C4 && !InPlace)
+        if (rule.quotient == Quotient::NineFloats) return run(NineFloatsPath<CH>{rule});
+      return run(FloatPath<T, CH, keepAlpha>{rule});
+    }
+  }
+};
+
+inline ZorStatus maskStatus(ZorImgSize mask, ZorImgPoint anchor)
+{
+  const bool inside = anchor.x >= 0 && anchor.x < mask.width && anchor.y >= 0 && anchor.y < mask.height;
+  return firstFailure(require(mask.width >= 1 && mask.height >= 1, ZorErrMaskSize), require(inside, ZorErrAnchor));
+}
+
+template <class T, Layout L, bool InPlace>
+ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), maskStatus(maskSize, anchor)); s != ZorOk)
+    return s;
+  const Rows<const T> src{pSrc, maskedStep<T>(srcStep)};
+  const Rows<T> dst{pDst, maskedStep<T>(dstStep)};
+  const Rule rule = ruleOf(sampleOf<T>, L, InPlace, maskSize, roiSize.height);
+  if (rule.quotient == Quotient::Copy) {
+    if (!InPlace) mapRegion<L>(Serial{}, roiSize, Unchanged{}, dst, src);
+    return ZorOk;
+  }
+  const Windows<T> windows{src, roiSize, maskSize, anchor};
+  return Paths<T, L, InPlace>{windows, dst, worthTeam(sampleOf<T>, L, InPlace, rule, roiSize)}.filter(rule);
+}
+
+} // namespace box
+} // namespace zori
+
+using namespace zori;
+
+#define STAMP(type, layout)                                                                                            \
+  ZorStatus zoriFilterBox_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,       \
+                                               ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)            \
+  { return box::filterBox<Zor##type, layout, false>(pSrc, srcStep, pDst, dstStep, roiSize, maskSize, anchor); }        \
+  ZorStatus zoriFilterBox_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,                \
+                                                ZorImgSize maskSize, ZorImgPoint anchor)                               \
+  {                                                                                                                    \
+    return box::filterBox<Zor##type, layout, true>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, maskSize, anchor); \
+  }
+#define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
+STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)
+#undef STAMPS
+#undef STAMP

@@ -1,0 +1,97 @@
+// Which arithmetic a call of zoriFilterBox gets, as data. The rules differ in the last bit, and which one applies is part
+// of the contract.
+#pragma once
+
+#include "frame/layout.h"
+
+namespace zori {
+namespace box {
+
+enum class Sample { U8, U16, S16, F32 };
+template <class T> inline constexpr Sample sampleOf = std::is_same_v<T, Zor8u>    ? Sample::U8
+                                                      : std::is_same_v<T, Zor16u> ? Sample::U16
+                                                      : std::is_same_v<T, Zor16s> ? Sample::S16
+                                                                                  : Sample::F32;
+
+// s is the sum of the window of `area` pixels, r = 1.0f / area.
+enum class Quotient {
+  Copy,       // the source itself
+  Product,    // 8u: (s * multiplier) >> shift
+  FixedPoint, // 8u: (s * multiplier + (1 << (shift - 1))) >> shift, the reciprocal of the area in fixed point
+  FloatSum,   // 8u: trunc(s * r + 9e-6f), s a running sum of floats; 32f: s * r
+  Rounded,    // 16 bits: float(s) * r to the nearest; 16s with every sample raised by 32768 and the result lowered
+  Truncated,  // 16s: float(s) * factor toward zero, samples raised likewise
+  NineFloats, // 32f: ((a + b) + c) * factor with the sums of the three rows, each (left + middle) + right
+};
+
+struct Rule {
+  Quotient quotient;
+  unsigned multiplier = 0;
+  int shift = 0;
+  float factor = 0;
+};
+
+constexpr unsigned bit(Layout l) { return 1u << static_cast<int>(l); }
+
+// Square masks with a rule of their own.
+struct Shortcut {
+  Sample sample;
+  unsigned layouts;
+  bool inPlace;
+  int side;
+  Rule rule;
+};
+inline constexpr Shortcut shortcuts[] = {
+  {Sample::U8, bit(C1) | bit(C3) | bit(AC4), false, 3, {Quotient::Product, 29128, 18}},
+  {Sample::U8, bit(C4), false, 3, {Quotient::Product, 29127, 18}},
+  {Sample::U8, bit(C4), false, 5, {Quotient::Product, 10485, 18}},
+  {Sample::U8, bit(C1), true, 3, {Quotient::Product, 7282, 16}},
+  {Sample::U8, bit(C1), true, 5, {Quotient::Product, 2622, 16}},
+  {Sample::U8, bit(C3) | bit(AC4), true, 3, {Quotient::Product, 29128, 18}},
+  {Sample::S16, bit(C4), false, 3, {Quotient::Truncated, 0, 0, 0.11111111f}},
+  {Sample::S16, bit(C4), false, 5, {Quotient::Truncated, 0, 0, 0.04f}},
+  {Sample::F32, bit(C4), false, 3, {Quotient::NineFloats, 0, 0, 0.11111111f}},
+};
+
+constexpr long long largestFixedPointArea = 8100;
+
+constexpr long long areaOf(ZorImgSize mask) { return static_cast<long long>(mask.width) * mask.height; }
+constexpr float reciprocal(ZorImgSize mask) { return 1.0f / static_cast<float>(areaOf(mask)); }
+
+// The reciprocal of an area of 2 to 8100 as a multiplier of 12 bits, rounded upward, and a shift.
+constexpr Rule fixedPoint(float r)
+{
+  const double scaled = r * 4294967295.0;
+  unsigned v = static_cast<unsigned>(scaled);
+  const double rest = scaled - v;
+  if (rest > 0.5 || (rest == 0.5 && v % 2 == 1)) ++v;
+  int n = 0;
+  for (; !(v >> 31) && n < 24; ++n) v *= 2;
+  return {Quotient::FixedPoint, (v >> 20) + 1, n + 12, r};
+}
+
+constexpr Rule ruleOf(Sample sample, Layout layout, bool inPlace, ZorImgSize mask, int regionHeight)
+{
+  const long long area = areaOf(mask);
+  const float r = reciprocal(mask);
+  if (area == 1) return {Quotient::Copy};
+  // in place, a mask as tall as the region leaves no row to start from: such calls take the general rule
+  if (!inPlace || mask.height < regionHeight)
+    for (const Shortcut& s : shortcuts)
+      if (s.sample == sample && (s.layouts & bit(layout)) && s.inPlace == inPlace && mask.width == s.side && mask.height == s.side)
+        return s.rule;
+  if (sample == Sample::U8 && area <= largestFixedPointArea) return fixedPoint(r);
+  if (sample == Sample::U8 || sample == Sample::F32) return {Quotient::FloatSum, 0, 0, r};
+  return {Quotient::Rounded, 0, 0, r};
+}
+
+// The general paths out of place share the rows among a team. 16u, the paths in place and the small masks of C4 do not.
+constexpr bool worthTeam(Sample sample, Layout layout, bool inPlace, const Rule& rule, ZorImgSize roi)
+{
+  if (inPlace || sample == Sample::U16) return false;
+  if (layout == C4) return rule.quotient == Quotient::FixedPoint || rule.quotient == Quotient::FloatSum || rule.quotient == Quotient::Rounded;
+  return static_cast<long long>(roi.width) * roi.height > 4096;
+}
+
+} // namespace box
+} // namespace zori

@@ -1,0 +1,465 @@
+// The sums of filters with the caller's kernel.
+//
+// Source rows are brought into stored rows of four bytes a sample, which every tap of the kernel then reads:
+//
+//   integer kernels   pairs of 16-bit samples, one above the other (of a kernel with one row: side by side), so that one
+//                     multiply-add of pairs serves two taps. 16u is moved to the signed range, which a constant makes
+//                     up for. A kernel element of more than 16 bits is two taps, its high half shifted afterwards
+//   float kernels     samples as floats; the rows of a 32f image are read where they are
+//
+// The stored rows are a ring, each made once. Two output rows are formed at a time, since most taps serve both: a tap
+// is a place in a stored row and what it is multiplied with for either output row. The sums of 16 samples of both rows
+// stay in registers. The rows of sums are finished while they are in the cache; wide regions go in vertical strips.
+#include "frame/corelib.h"
+#include "frame/parallel.h"
+#include "general.h"
+#include "rowkernels/convert.h"
+
+#include <algorithm>
+
+namespace zori {
+namespace general {
+namespace {
+
+// ---- Taps ----
+
+struct PairLanes {
+  using Sum = Zor32s;
+  using Factor = Vec<int16_t>;
+  static Vec<int16_t> samples(const char* p) { return load<int16_t>(p); }
+  static Vec<Sum> added(Vec<Sum> sum, Vec<int16_t> x, Factor f) { return sum + mulAddPairs(x, f); }
+};
+struct FloatLanes {
+  using Sum = Zor32f;
+  using Factor = F32x4;
+  static F32x4 samples(const char* p) { return load<Zor32f>(p); }
+  static F32x4 added(F32x4 sum, F32x4 x, Factor f) { return sum + x * f; }
+};
+
+// Taps of output row 0 alone, then of both rows, then of row 1 alone; in each part in source order.
+template <class Lanes> struct TapList {
+  struct Place {
+    int row, sample; // of the stored rows, row 0 being the first that output row 0 needs
+  };
+  using Factor = typename Lanes::Factor;
+
+  const char** at; // what the places are at present
+  Factor (*factors)[2];
+  Place* places;
+  int upperEnd = 0, bothEnd = 0, end = 0;
+
+  void add(Place place, Factor upper, Factor lower)
+  {
+    places[end] = place;
+    factors[end][0] = upper;
+    factors[end][1] = lower;
+    ++end;
+  }
+  // rowStart(row): the first sample of a stored row.
+  template <class RowStart> void pointTo(RowStart rowStart)
+  {
+    for (int t = 0; t < end; ++t) at[t] = reinterpret_cast<const char*>(rowStart(places[t].row) + places[t].sample);
+  }
+};
+
+template <class Lanes> struct Taps {
+  TapList<Lanes> high, low; // the high halves of large elements; everything else
+  typename Lanes::Sum offset = 0;
+};
+
+// ---- Sums of a block ----
+
+constexpr int vectors = sizeof(void*) == 4 ? 2 : 4; // of an output row: two rows of sums in 8 or 16 registers
+constexpr std::ptrdiff_t blockLength = 16;          // rows of sums have room for one
+
+template <class Lanes, int Rows, int N> using BlockSums = Vec<typename Lanes::Sum>[Rows][N];
+
+// The taps first..end - 1 for the output rows From..To - 1.
+template <int From, int To, class Lanes, int Rows, int N>
+[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps, int first, int end,
+                                           std::ptrdiff_t offset)
+{
+  for (int t = first; t < end; ++t) {
+    const char* const p = taps.at[t] + offset;
+    for (int v = 0; v < N; ++v) {
+      const auto x = To - From > 1 ? loadedOnce(Lanes::samples(p + 16 * v)) : Lanes::samples(p + 16 * v);
+      for (int r = From; r < To; ++r) sums[r][v] = Lanes::added(sums[r][v], x, taps.factors[t][r]);
+    }
+  }
+}
+
+template <class Lanes, int Rows, int N>
+[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps, std::ptrdiff_t offset)
+{
+  if constexpr (Rows == 1) {
+    addTaps<0, 1, Lanes>(sums, taps, 0, taps.bothEnd, offset);
+  } else {
+    addTaps<0, 1, Lanes>(sums, taps, 0, taps.upperEnd, offset);
+    addTaps<0, 2, Lanes>(sums, taps, taps.upperEnd, taps.bothEnd, offset);
+    addTaps<1, 2, Lanes>(sums, taps, taps.bothEnd, taps.end, offset);
+  }
+}
+
+// N vectors from sample i on.
+template <int Rows, int N, class Lanes>
+[[gnu::always_inline]] inline void sumBlock(const Taps<Lanes>& taps, std::ptrdiff_t i,
+                                            typename Lanes::Sum* const (&out)[Rows])
+{
+  using Sum = typename Lanes::Sum;
+  Vec<Sum> sums[Rows][N];
+  for (auto& row : sums)
+    for (auto& v : row) v = zero<Sum>();
+  const std::ptrdiff_t offset = i * 4;
+  if constexpr (isInt<Sum>) {
+    if (taps.high.end != 0) {
+      addTaps<Lanes, Rows, N>(sums, taps.high, offset);
+      for (auto& row : sums)
+        for (auto& v : row) v = shiftLeft<16>(v);
+    }
+    for (auto& row : sums)
+      for (auto& v : row) v += splat(taps.offset);
+  }
+  addTaps<Lanes, Rows, N>(sums, taps.low, offset);
+  for (int r = 0; r < Rows; ++r)
+    for (int v = 0; v < N; ++v) store(out[r] + i + 4 * v, sums[r][v]);
+}
+
+// The sums of a row; of fewer samples than a block, of a whole block.
+template <class Lanes>
+[[gnu::noinline]] void ownAFilterRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* out)
+{
+  typename Lanes::Sum* const row[1] = {out};
+  constexpr std::ptrdiff_t step = 8 * vectors; // one row leaves registers for twice the vectors
+  std::ptrdiff_t i = 0;
+  for (; i + step <= length; i += step) sumBlock<1, 2 * vectors>(taps, i, row);
+  if (i == length) return;
+  if (length >= step) return sumBlock<1, 2 * vectors>(taps, length - step, row);
+  for (; i + blockLength <= length; i += blockLength)
+    for (int j = 0; j < blockLength; j += 4 * vectors) sumBlock<1, vectors>(taps, i + j, row);
+  if (i == length) return;
+  i = std::max<std::ptrdiff_t>(length - blockLength, 0);
+  for (int j = 0; j < blockLength; j += 4 * vectors) sumBlock<1, vectors>(taps, i + j, row);
+}
+
+// The same of two output rows.
+template <class Lanes>
+[[gnu::noinline]] void ownBFilterRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* upper,
+                                     typename Lanes::Sum* lower)
+{
+  typename Lanes::Sum* const rows[2] = {upper, lower};
+  constexpr std::ptrdiff_t step = 4 * vectors;
+  const std::ptrdiff_t ahead = isInt<typename Lanes::Sum> ? 0 : fetchDistance<typename Lanes::Sum>(length);
+  std::ptrdiff_t i = 0;
+  for (; i + step <= length; i += step) {
+    if (ahead > 0) { // what the kernel's last element reads is new to both rows
+      prefetch(taps.low.at[taps.low.bothEnd - 1] + 4 * i + ahead);
+      prefetch(taps.low.at[taps.low.end - 1] + 4 * i + ahead);
+      for (const auto* p : rows) prefetch(reinterpret_cast<const char*>(p + i) + ahead);
+    }
+    sumBlock<2, vectors>(taps, i, rows);
+  }
+  if (i == length) return;
+  i = std::max<std::ptrdiff_t>(length - step, 0);
+  sumBlock<2, vectors>(taps, i, rows);
+}
+
+// ---- Stored rows and their taps ----
+
+// Two rows of samples, one pair a sample.
+template <class S> struct Paired {
+  static constexpr std::ptrdiff_t blockLength = 16;
+  void block(const S* a, const S* b, Zor32s* pairs) const
+  {
+    const Vec<Zor16u> bias = std::is_same_v<S, Zor16u> ? topBits<Zor16u>() : zero<Zor16u>();
+    const auto put = [&](Vec<Zor16u> x, Vec<Zor16u> y, int i) {
+      store(pairs + i, as<Zor32s>(interleaveLow(x ^ bias, y ^ bias)));
+      store(pairs + i + 4, as<Zor32s>(interleaveHigh(x ^ bias, y ^ bias)));
+    };
+    if constexpr (sizeof(S) == 1) {
+      const Vec<Zor8u> x = load<Zor8u>(a), y = load<Zor8u>(b);
+      put(widenLow(x), widenLow(y), 0);
+      put(widenHigh(x), widenHigh(y), 8);
+    } else {
+      for (int i = 0; i < 16; i += 8) put(load<Zor16u>(a + i), load<Zor16u>(b + i), i);
+    }
+  }
+};
+
+// What differs between the kinds of kernel: how many stored rows an output pass needs, what they hold, the taps.
+template <class S, class K> struct Stored;
+
+template <class S> struct Stored<S, Zor32s> {
+  using Lanes = PairLanes;
+  const Convolution<S, Zor32s>& call;
+  const int kw = call.kernelSize.width, kh = call.kernelSize.height;
+  const bool upright = kh > 1; // pairs of rows, not of neighbours
+  const bool isLarge = !elementsWithin(call.pKernel, call.kernelSize, -32768, 32767);
+
+  int rowsPerPass() const { return upright ? 2 : 1; }
+  int advance() const { return 1; } // stored rows from pass to pass
+  int ringRows() const { return upright ? kh / 2 + 1 : 1; }
+  int places() const { return upright ? kw : (kw + 1) / 2; } // in a stored row
+  int lists() const { return isLarge ? 2 : 1; }
+  int count(int sourceRows) const { return upright ? (sourceRows + 1) / 2 : sourceRows; }
+
+  // Stored row p of a slab whose source starts at row `first`: `samples` from sample x of the source on.
+  void make(int p, int first, int sourceRows, std::ptrdiff_t x, std::ptrdiff_t samples, void* to) const
+  {
+    Zor32s* const pairs = static_cast<Zor32s*>(to);
+    if (upright) { // what stands beside a last row without a partner meets zeros
+      const int second = std::min(2 * p + 1, sourceRows - 1);
+      mapBlocks(pairs, samples, Paired<S>{}, call.src[first + 2 * p] + x, call.src[first + second] + x);
+    } else {
+      const S* const row = call.src[first + p] + x;
+      const std::ptrdiff_t partners = samples - call.channels;
+      if (partners > 0) mapBlocks(pairs, partners, Paired<S>{}, row, row + call.channels);
+      if (kw % 2 != 0) mapBlocks(pairs + partners, call.channels, Paired<S>{}, row + partners, row + partners);
+    }
+  }
+
+  void fill(Taps<Lanes>& taps) const
+  {
+    if (isLarge) fill(taps.high, 16);
+    fill(taps.low, 0);
+    if constexpr (std::is_same_v<S, Zor16u>) {
+      std::uint32_t sum = 0;
+      for (int r = 0; r < kh; ++r)
+        for (int c = 0; c < kw; ++c) sum += static_cast<std::uint32_t>(call.at(r, c));
+      taps.offset = static_cast<Zor32s>(sum << 15);
+    }
+  }
+
+private:
+  // The 16 bits of each element from `shift` on; the low half being signed, the high one is rounded.
+  void fill(TapList<Lanes>& list, int shift) const
+  {
+    const auto element = [&](int r, int c) -> std::uint32_t {
+      if (r < 0 || r >= kh || c >= kw) return 0;
+      return (static_cast<std::uint32_t>(call.at(r, c)) + (shift ? 0x8000u : 0u)) >> shift & 0xffffu;
+    };
+    const auto pair = [&](int row, int column, int row2, int column2) {
+      return element(row, column) | element(row2, column2) << 16;
+    };
+    enum { Neither = 0, Upper = 1, Lower = 2, Both = 3 };
+    const auto addAll = [&](int wanted) {
+      for (int row = 0; row < ringRows(); ++row)
+        for (int i = 0; i < places(); ++i) { // pairs of zeros are left out
+          const std::uint32_t upper = upright ? pair(2 * row, i, 2 * row + 1, i) : pair(0, 2 * i, 0, 2 * i + 1);
+          const std::uint32_t lower = upright ? pair(2 * row - 1, i, 2 * row, i) : 0;
+          if ((upper ? Upper : 0) + (lower ? Lower : 0) == wanted)
+            list.add({row, i * (upright ? 1 : 2) * call.channels}, as<int16_t>(splat(upper)), as<int16_t>(splat(lower)));
+        }
+      return list.end;
+    };
+    list.upperEnd = addAll(Upper);
+    list.bothEnd = addAll(Both);
+    addAll(Lower);
+  }
+};
+
+template <class S> struct Stored<S, Zor32f> {
+  using Lanes = FloatLanes;
+  const Convolution<S, Zor32f>& call;
+  const int kw = call.kernelSize.width, kh = call.kernelSize.height;
+
+  int rowsPerPass() const { return kh > 1 ? 2 : 1; }
+  int advance() const { return rowsPerPass(); }
+  int ringRows() const { return kh > 1 ? kh + 1 : 1; }
+  int places() const { return kw; }
+  int lists() const { return 1; }
+  int count(int sourceRows) const { return sourceRows; }
+
+  void make(int p, int first, int, std::ptrdiff_t x, std::ptrdiff_t samples, void* to) const
+  {
+    const S* const row = call.src[first + p] + x;
+    if constexpr (std::is_same_v<S, Zor32f>) std::memcpy(to, row, static_cast<std::size_t>(samples) * sizeof(S));
+    else mapGroups(static_cast<Zor32f*>(to), samples, Converted<Zor32f>{}, row);
+  }
+
+  void fill(Taps<Lanes>& taps) const
+  {
+    TapList<Lanes>& list = taps.low;
+    for (int row = 0; row < ringRows(); ++row) {
+      for (int i = 0; i < kw; ++i) {
+        const auto element = [&](int r) { return splat(r >= 0 && r < kh ? call.at(r, i) : 0.0f); };
+        list.add({row, i * call.channels}, element(row), element(row - 1));
+      }
+      if (row == 0) list.upperEnd = list.end;
+      if (row == kh - 1) list.bothEnd = list.end;
+    }
+  }
+};
+
+// ---- A slab of rows ----
+
+// Room for a slab's taps, ring and two rows of sums. Little comes from the stack, more from the heap; wide regions go in
+// strips so that it stays in the second-level cache.
+class Room {
+public:
+  static constexpr std::ptrdiff_t onStack = 24576, wanted = 98304;
+  explicit Room(long long bytes) : heap_(bytes <= onStack ? 0 : bytes), next_(bytes <= onStack ? local_ : heap_.get()) {}
+  explicit operator bool() const { return next_ != nullptr; }
+  template <class T> T* take(long long count) // of objects that keep the next ones aligned to 16 bytes
+  {
+    char* const p = next_;
+    next_ += roundUp(static_cast<std::size_t>(count) * sizeof(T), 16);
+    return reinterpret_cast<T*>(p);
+  }
+
+private:
+  alignas(16) char local_[onStack];
+  Scratch<char> heap_;
+  char* next_;
+};
+
+template <class Sum> void finishRow(const Finish<Sum>& finish, const Sum* sums, void* dst, std::ptrdiff_t samples)
+{
+  if (finish.row) finish.row(finish, sums, dst, samples);
+  else std::memcpy(dst, sums, static_cast<std::size_t>(samples) * sizeof(Sum));
+}
+
+// Rows first..first + count - 1 of the region; false when there is no working memory.
+template <class S, class K>
+[[gnu::noinline]] bool ownCFilter(const Convolution<S, K>& call, int first, int count)
+{
+  using Stores = Stored<S, K>;
+  using Lanes = typename Stores::Lanes;
+  using List = TapList<Lanes>;
+  const Stores stored{call};
+  const std::ptrdiff_t length = call.rowSamples();
+  const bool isInPlace = std::is_same_v<S, K> && length >= blockLength; // source rows are read where they are
+  const bool isDirect = !call.fast.row && length >= blockLength;        // sums go where they belong
+
+  // Sizes, in bytes. More than a billion rows or taps count as no memory.
+  if (1LL * count + stored.kh > 1000000000) return false;
+  const int ringRows = isInPlace ? 0 : stored.ringRows(), sumRows = isDirect ? 0 : 2;
+  const long long taps = 1LL * stored.ringRows() * stored.places(), overlap = (stored.kw - 1LL) * call.channels;
+  if (taps > 1000000000) return false;
+  constexpr long long bytesOfATap = sizeof(*List::factors) + sizeof(*List::at) + sizeof(*List::places);
+  const long long tapBytes = stored.lists() * (taps * bytesOfATap + 64);
+  const long long fixed = tapBytes + (overlap + 2 * blockLength) * 4 * ringRows, perSample = 4LL * (ringRows + sumRows);
+  std::ptrdiff_t strip = length;
+  if (perSample > 0) {
+    constexpr std::ptrdiff_t least = 256; // so that the overlap of strips and their short rows cost little
+    const long long longest = std::max<long long>((Room::wanted - fixed) / perSample, least);
+    const long long strips = (length + longest - 1) / longest;
+    strip = static_cast<std::ptrdiff_t>(roundUp(static_cast<std::size_t>((length + strips - 1) / strips), blockLength));
+  }
+  Room room(fixed + perSample * (strip + blockLength));
+  if (!room) return false;
+
+  Taps<Lanes> lists;
+  List* const used[2] = {&lists.low, &lists.high};
+  for (int k = 0; k < stored.lists(); ++k) {
+    used[k]->factors = room.template take<std::remove_pointer_t<decltype(List::factors)>>(taps);
+    used[k]->at = room.template take<const char*>(taps);
+    used[k]->places = room.template take<typename List::Place>(taps);
+  }
+  stored.fill(lists);
+  const std::ptrdiff_t pitch = strip + static_cast<std::ptrdiff_t>(overlap) + blockLength; // never short of a block
+  K* const ring = room.template take<K>(ringRows * pitch);
+  K* const sums = room.template take<K>(sumRows * strip);
+
+  const int sourceRows = count + stored.kh - 1, storedRows = stored.count(sourceRows);
+  for (std::ptrdiff_t x = 0; x < length; x += strip) {
+    const std::ptrdiff_t samples = std::min(strip, length - x);
+    if (samples < blockLength) std::memset(ring, 0, static_cast<std::size_t>(ringRows * pitch) * sizeof(K)); // the rest of a block
+    for (int y = 0, base = 0, made = 0; y < count; y += stored.rowsPerPass(), base += stored.advance()) {
+      for (; !isInPlace && made < std::min(base + ringRows, storedRows); ++made)
+        stored.make(made, first, sourceRows, x, samples + static_cast<std::ptrdiff_t>(overlap), ring + made % ringRows * pitch);
+      const int turn = isInPlace ? 0 : base % ringRows;
+      for (int k = 0; k < stored.lists(); ++k)
+        used[k]->pointTo([&](int row) {
+          if constexpr (std::is_same_v<S, K>)
+            if (isInPlace) return call.src[first + base + row] + x;
+          const int slot = turn + row < ringRows ? turn + row : turn + row - ringRows;
+          return static_cast<const K*>(ring + slot * pitch);
+        });
+
+      char* to[2];
+      K* out[2];
+      const int rows = std::min(stored.rowsPerPass(), count - y);
+      for (int r = 0; r < rows; ++r) {
+        to[r] = call.dst[first + y + r] + x * call.dstSampleBytes;
+        out[r] = isDirect ? reinterpret_cast<K*>(to[r]) : sums + r * strip;
+      }
+      if (rows == 2) ownBFilterRow<Lanes>(lists, samples, out[0], out[1]);
+      else ownAFilterRow<Lanes>(lists, samples, out[0]);
+      for (int r = 0; !isDirect && r < rows; ++r) finishRow(call.fast, out[r], to[r], samples);
+    }
+  }
+  return true;
+}
+
+// The same in a plain loop, for any number of samples.
+template <class S, class K> [[gnu::noinline]] void plainFilter(const Convolution<S, K>& call, int first, int count)
+{
+  using Sum = std::conditional_t<isInt<K>, std::uint32_t, K>;
+  constexpr std::ptrdiff_t chunk = 64;
+  for (int y = first; y < first + count; ++y)
+    for (std::ptrdiff_t x = 0; x < call.rowSamples(); x += chunk) {
+      const std::ptrdiff_t samples = std::min(chunk, call.rowSamples() - x);
+      alignas(16) Sum sums[chunk] = {};
+      for (int r = 0; r < call.kernelSize.height; ++r)
+        for (int c = 0; c < call.kernelSize.width; ++c) {
+          const S* const p = call.src[y + r] + x + std::ptrdiff_t{c} * call.channels;
+          const Sum k = static_cast<Sum>(call.at(r, c));
+          for (std::ptrdiff_t i = 0; i < samples; ++i) sums[i] += static_cast<Sum>(get<S>(p + i)) * k;
+        }
+      finishRow(call.plain, reinterpret_cast<K*>(sums), call.dst[y] + x * call.dstSampleBytes, samples);
+    }
+}
+
+} // namespace
+
+template <class S, class K> void piFilter(const Convolution<S, K>& call)
+{
+  const bool isWorthATeam = call.roi.width >= 64 && call.roi.height >= 64;
+  masterSlabs(
+    call.roi.height, 0,
+    [&](const Slab& slab) {
+      const RoundingScope nearest(roundNearest);
+      if (!ownCFilter(call, slab.first, slab.count)) plainFilter(call, slab.first, slab.count);
+      return ZorOk;
+    },
+    isWorthATeam ? INT_MAX : 1);
+}
+
+template void piFilter(const Convolution<Zor8u, Zor32s>&);
+template void piFilter(const Convolution<Zor16u, Zor32s>&);
+template void piFilter(const Convolution<Zor16s, Zor32s>&);
+template void piFilter(const Convolution<Zor8u, Zor32f>&);
+template void piFilter(const Convolution<Zor16u, Zor32f>&);
+template void piFilter(const Convolution<Zor16s, Zor32f>&);
+template void piFilter(const Convolution<Zor32f, Zor32f>&);
+
+void piFilter_64f(const Convolution<Zor64f, Zor64f>& call)
+{
+  const RoundingScope nearest(roundNearest);
+  plainFilter(call, 0, call.roi.height);
+}
+
+// ---- Integer kernels of 16-bit images ----
+
+[[gnu::noinline]] static void divide(const Zor32s* pKernel, std::ptrdiff_t count, int divisor, Zor32f* elements)
+{
+  const Zor32f factor = 1.0f / static_cast<Zor32f>(divisor);
+  for (std::ptrdiff_t i = 0; i < count; ++i) elements[i] = static_cast<Zor32f>(get<Zor32s>(pKernel + i)) * factor;
+}
+
+DividedKernel::DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int divisor)
+{
+  const long long count = 1LL * kernelSize.width * kernelSize.height;
+  elements_ = count <= onStack ? local_ : Scratch<Zor32f>(count).release();
+  if (!elements_) return;
+  const RoundingScope nearest(roundNearest);
+  divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_);
+}
+
+DividedKernel::~DividedKernel()
+{
+  if (elements_ != local_) zorsFree(elements_);
+}
+
+} // namespace general
+} // namespace zori

@@ -1,0 +1,61 @@
+// The rectangle of pixels that a filter's windows cover, in memory that ends with it.
+#pragma once
+
+#include "zori/types.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <sys/mman.h>
+#include <type_traits>
+#include <unistd.h>
+#include <vector>
+
+namespace filtertest {
+
+// Rows without a gap between two pages without access: the rectangle ends at the one behind it or starts at the one in
+// front of it. The region lies `anchor` inside.
+template <class T> class CoveredImage {
+public:
+  CoveredImage(ZorImgSize size, ZorImgPoint anchor, int channels, bool atEnd, unsigned seed)
+    : size_(size), anchor_(anchor), channels_(channels)
+  {
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), bytes = samples() * sizeof(T);
+    mapped_ = (bytes + page - 1) / page * page + 2 * page;
+    base_ = static_cast<char*>(mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(base_ + page, mapped_ - 2 * page, PROT_READ | PROT_WRITE);
+    data_ = reinterpret_cast<T*>(atEnd ? base_ + mapped_ - page - bytes : base_ + page);
+    for (std::size_t i = 0; i < samples(); ++i) {
+      seed = seed * 1664525u + 1013904223u;
+      // noise among runs of the largest and the smallest value; floats of many magnitudes
+      const unsigned kind = (seed >> 28) + static_cast<unsigned>(i / 50 % 3) * 8;
+      if constexpr (std::is_same_v<T, float>) data_[i] = static_cast<float>(static_cast<int>(seed >> 8) - (1 << 23)) / static_cast<float>(1 << (seed & 15));
+      else data_[i] = static_cast<T>(kind > 16 ? std::numeric_limits<T>::max() : kind > 14 ? std::numeric_limits<T>::min() : static_cast<T>(seed >> 9));
+    }
+  }
+  ~CoveredImage() { munmap(base_, mapped_); }
+  CoveredImage(const CoveredImage&) = delete;
+  CoveredImage& operator=(const CoveredImage&) = delete;
+
+  void fill(T value) { std::fill(data_, data_ + samples(), value); }
+  int step() const { return size_.width * channels_ * static_cast<int>(sizeof(T)); }
+  T* region() { return data_ + index(anchor_.x, anchor_.y, 0); }
+  std::size_t samples() const { return static_cast<std::size_t>(size_.width) * static_cast<std::size_t>(size_.height) * static_cast<std::size_t>(channels_); }
+  // x and y from the corner of the rectangle
+  std::size_t index(int x, int y, int k) const
+  {
+    return (static_cast<std::size_t>(y) * static_cast<std::size_t>(size_.width) + static_cast<std::size_t>(x)) * static_cast<std::size_t>(channels_) + static_cast<std::size_t>(k);
+  }
+  T at(int x, int y, int k) const { return data_[index(x, y, k)]; }
+  std::vector<T> copy() const { return std::vector<T>(data_, data_ + samples()); }
+
+private:
+  ZorImgSize size_;
+  ZorImgPoint anchor_;
+  int channels_;
+  std::size_t mapped_;
+  char* base_;
+  T* data_;
+};
+
+} // namespace filtertest
