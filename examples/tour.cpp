@@ -37,7 +37,9 @@ void run(const Arguments& arguments)
   tour::dataStages(tour);
   tour::arithStages(tour);
   tour::pointStages(tour);
+  tour::filterStages(tour);
   tour::syntheticStages(tour);
+  tour::statsStages(tour);
 
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
   tour.printTable();

@@ -1,4 +1,4 @@
-// Data movement: conversions, planes and channels, regions, fills and copies under masks, bits.
+// Data movement: conversions, planes and channels, regions, turns and tiles, fills and copies under masks, bits.
 #include "tour/tour.h"
 
 #include <algorithm>
@@ -121,6 +121,18 @@ void places(Tour& tour)
           [&] { return zoriTranspose_8u_C3R(in.data(), in.step(), turned.data(), turned.step(), size); })
     .show(turned);
 
+  Picture upright(turned.size());
+  if (turned.width() > 1) // there is no mirroring of a single column
+    tour.stage("A quarter turn")
+      .time("Transpose_8u_C3R",
+            [&] { return zoriTranspose_8u_C3R(in.data(), in.step(), turned.data(), turned.step(), size); })
+      .time("Mirror_8u_C3R",
+            [&] {
+              return zoriMirror_8u_C3R(turned.data(), turned.step(), upright.data(), upright.step(), turned.size(),
+                                       ZorAxsVertical);
+            })
+      .show(upright);
+
   // the middle of the picture, with a border of its edge pixels around it
   Picture out(size);
   const int left = size.width / 5, top = size.height / 5;
@@ -130,6 +142,61 @@ void places(Tour& tour)
           [&] {
             return zoriCopyReplicateBorder_8u_C3R(in.at(left, top), in.step(), middle, out.data(), out.step(), size,
                                                   top, left);
+          })
+    .show(out);
+}
+
+void tiles(Tour& tour)
+{
+  const Picture& in = tour.picture();
+  const ZorImgSize size = tour.size(), tile = {size.width / 3, size.height / 3};
+  if (tile.width < 2 || tile.height < 2) return;
+  const Zor8u* middle = in.at(tile.width, tile.height);
+
+  // the middle third and its three mirror images, and a border around the four
+  Picture out(size);
+  const int left = (size.width - 2 * tile.width) / 2, top = (size.height - 2 * tile.height) / 2;
+  const ZorImgSize four = {2 * tile.width, 2 * tile.height};
+  const long long tilePixels = static_cast<long long>(tile.width) * tile.height;
+  const auto place = [&](int column, int row) { return out.at(left + column * tile.width, top + row * tile.height); };
+  tour.stage("Mirrored tiles")
+    .time(
+      "Copy_8u_C3R", [&] { return zoriCopy_8u_C3R(middle, in.step(), place(0, 0), out.step(), tile); }, tilePixels)
+    .time(
+      "Mirror_8u_C3R",
+      [&] {
+        ZorStatus status = zoriMirror_8u_C3R(middle, in.step(), place(1, 0), out.step(), tile, ZorAxsVertical);
+        if (status == ZorOk)
+          status = zoriMirror_8u_C3R(middle, in.step(), place(0, 1), out.step(), tile, ZorAxsHorizontal);
+        if (status == ZorOk) status = zoriMirror_8u_C3R(middle, in.step(), place(1, 1), out.step(), tile, ZorAxsBoth);
+        return status;
+      },
+      3 * tilePixels)
+    .time(
+      "CopyReplicateBorder_8u_C3IR", // writes what lies outside the four
+      [&] { return zoriCopyReplicateBorder_8u_C3IR(place(0, 0), out.step(), four, size, top, left); },
+      tour.pixels() - 4 * tilePixels)
+    .show(out);
+
+  // four bytes are one pixel of 32 bits, too
+  Image<Zor8u, 4> padded(size);
+  Image<Zor32s, 1> wrapped(size);
+  const int order[4] = {0, 1, 2, 3};
+  tour.stage("Wrapped around")
+    .time("SwapChannels_8u_C3C4R",
+          [&] {
+            return zoriSwapChannels_8u_C3C4R(in.data(), in.step(), padded.data(), padded.step(), size, order, 255);
+          })
+    .time("CopyWrapBorder_32s_C1R",
+          [&] {
+            return zoriCopyWrapBorder_32s_C1R(reinterpret_cast<const Zor32s*>(padded.at(tile.width, tile.height)),
+                                              padded.step(), tile, wrapped.data(), wrapped.step(), size,
+                                              tile.height / 2, tile.width / 2);
+          })
+    .time("Copy_8u_AC4C3R",
+          [&] {
+            return zoriCopy_8u_AC4C3R(reinterpret_cast<const Zor8u*>(wrapped.data()), wrapped.step(), out.data(),
+                                      out.step(), size);
           })
     .show(out);
 }
@@ -190,6 +257,7 @@ void dataStages(Tour& tour)
   channels(tour);
   regions(tour);
   places(tour);
+  tiles(tour);
   masks(tour);
 }
 

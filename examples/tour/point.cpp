@@ -1,4 +1,4 @@
-// Point decisions: thresholds and comparisons, curves, histograms.
+// Point decisions: thresholds and comparisons, curves, palettes, histograms.
 #include "tour/tour.h"
 
 #include <algorithm>
@@ -43,6 +43,28 @@ void curves(Tour& tour)
     .show(out);
 }
 
+void falseColours(Tour& tour)
+{
+  // brightness 0..255 from night blue to white, in five even pieces
+  constexpr int pieces = 5, piece = 255 / pieces;
+  const int stops[pieces + 1][3] = {{8, 8, 48}, {88, 20, 128}, {204, 44, 92}, {248, 132, 36}, {252, 224, 96},
+                                    {255, 255, 255}};
+  Zor8u palette[256 * 3];
+  for (int i = 0; i < 256; ++i) {
+    const int from = std::min(i / piece, pieces - 1), part = i - from * piece;
+    for (int k = 0; k < 3; ++k)
+      palette[3 * i + k] = static_cast<Zor8u>(stops[from][k] + (stops[from + 1][k] - stops[from][k]) * part / piece);
+  }
+  const Grey& grey = tour.grey();
+  Picture out(tour.size());
+  tour.stage("False colours")
+    .time("LUTPalette_8u24u_C1R",
+          [&] {
+            return zoriLUTPalette_8u24u_C1R(grey.data(), grey.step(), out.data(), out.step(), tour.size(), palette, 8);
+          })
+    .show(out);
+}
+
 void histogram(Tour& tour)
 {
   const Picture& in = tour.picture();
@@ -83,6 +105,7 @@ void pointStages(Tour& tour)
 {
   blackAndWhite(tour);
   curves(tour);
+  falseColours(tour);
   histogram(tour);
 }
 

@@ -31,8 +31,9 @@ class Stage {
 public:
   Stage(std::string title, long long pixels) : title_(std::move(title)), pixels_(pixels) {}
 
-  // Runs the call some times and keeps the least time. It must give the same result each time.
-  Stage& time(std::string call, const std::function<ZorStatus()>& work);
+  // Runs the call some times and keeps the least time. It must give the same result each time. What works on other
+  // than all pixels of the picture says on how many.
+  Stage& time(std::string call, const std::function<ZorStatus()>& work, long long pixels = 0);
   // A remark for the caption.
   Stage& note(std::string text);
   // Puts a picture on the contact sheet; a stage without one stands in the table alone.
@@ -47,6 +48,7 @@ private:
   friend class Tour;
   struct Call {
     std::string name;
+    long long pixels;
     double ms;
   };
   double ms() const;
@@ -65,6 +67,7 @@ public:
   // Its green channel, the one nearest to brightness.
   const Grey& grey() const { return grey_; }
   ZorImgSize size() const { return picture_.size(); }
+  long long pixels() const { return static_cast<long long>(size().width) * size().height; }
 
   Stage& stage(std::string title);
 
@@ -81,7 +84,9 @@ private:
 void dataStages(Tour& tour);
 void arithStages(Tour& tour);
 void pointStages(Tour& tour);
+void filterStages(Tour& tour);
 void syntheticStages(Tour& tour);
+void statsStages(Tour& tour);
 
 // What the tour looks at when it gets no picture.
 Picture drawnScene();
