@@ -698,12 +698,10 @@ ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64
  * Q = 4 * S12 * m1 * m2 / ((S11 + S22) * (m1 * m1 + m2 * m2))
  *
  * C1 writes one value, C3 and AC4 three; AC4 ignores the fourth channels. Sums are taken in single precision,
- * a slab of rows a thread, so the last digits may vary with the number of threads; the formula itself is
- * evaluated in double.
+ * in at most 32 strips of rows that are added in order; the formula itself is evaluated in double.
  *
  * ZorErrQualitySize: the denominator of at least one channel is below 1.1920928955078125e-07, as of two
- * constant or two black images. Such channels receive NaN, the others their index. ZorErrAlloc: no memory for
- * the row buffers; nothing is written.
+ * constant or two black images. Such channels receive NaN, the others their index.
  *
  * Checks: null pointers, region size, steps.
  */

@@ -43,8 +43,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       Zor8u* const here = a + done * PixelBytes;
       if constexpr (Reversed) {
         Zor8u* const there = b - (done + count) * PixelBytes;
-        owniFlipCopy<PixelBytes, false>(here, buffer, count);
-        owniFlipCopy<PixelBytes, KeepsFourth>(there, here, count);
+        owniFlipCopy<PixelBytes, false>(here, buffer, count, aheadInRow(count * PixelBytes));
+        owniFlipCopy<PixelBytes, KeepsFourth>(there, here, count, aheadInRow(count * PixelBytes));
         copy(buffer, there, count);
       } else {
         Zor8u* const there = b + done * PixelBytes;
@@ -66,14 +66,30 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       for (int y = pairs; y < roi.height - pairs; ++y) owniExchange<true>(image[y], image[y] + rowBytes, roi.width / 2);
   }
 
+  // From this size on an image is fetched by rows: the processor does not foresee where a row that is read backward goes
+  // on, and a row's length is not enough to learn it.
+  static constexpr long long fetchedBytes = 1 << 20;
+  static constexpr std::ptrdiff_t fetchedRow = 8192; // two such rows on both sides are no burden to the second cache
+  static constexpr int fetchedRows = 2;
+
   static void flipCopy(Rows<const Zor8u> src, Rows<Zor8u> dst, ZorImgSize roi, ZorAxis flip)
   {
-    const long long bytes = 1LL * roi.width * PixelBytes * roi.height;
+    const std::ptrdiff_t rowBytes = static_cast<std::ptrdiff_t>(roi.width) * PixelBytes;
+    const long long bytes = 1LL * rowBytes * roi.height;
+    const bool fetchesRows = bytes >= fetchedBytes && rowBytes <= fetchedRow;
+    const auto target = [=](int y) { return dst[flip == ZorAxsVertical ? y : roi.height - 1 - y]; };
     for (int y = 0; y < roi.height; ++y) {
-      Zor8u* const to = dst[flip == ZorAxsVertical ? y : roi.height - 1 - y];
-      if (flip != ZorAxsHorizontal) owniFlipCopy<PixelBytes, KeepsFourth>(src[y], to, roi.width);
-      else if (KeepsFourth) copy(src[y], to, roi.width);
-      else ownsCopyRow_8u(src[y], to, static_cast<std::ptrdiff_t>(roi.width) * PixelBytes, bytes);
+      Zor8u* const to = target(y);
+      if (flip != ZorAxsHorizontal) {
+        const int next = y + fetchedRows;
+        const FlipAhead ahead = fetchesRows && next < roi.height ? FlipAhead{src[next] - src[y], target(next) - to}
+                                                                 : aheadInRow(rowBytes);
+        owniFlipCopy<PixelBytes, KeepsFourth>(src[y], to, roi.width, ahead);
+      } else if (KeepsFourth) {
+        copy(src[y], to, roi.width);
+      } else {
+        ownsCopyRow_8u(src[y], to, rowBytes, bytes);
+      }
     }
   }
 };

@@ -2,7 +2,8 @@
 //
 // Pixels move whole, so that one walk serves all types and layouts of a pixel's size. It goes in square blocks whose
 // lines of both sides stay in the cache, and asks for the lines of the next block while it works on one. A block goes in
-// tiles that are turned in registers; tiles at the edges of the region overlap the ones before.
+// tiles that are turned in registers; tiles at the edges of the region overlap the ones before. Large images are turned
+// into a buffer, and written from there past the cache.
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/transpose.h"
@@ -36,6 +37,8 @@ struct Ahead {
 
 // Up to this size an image is taken to be in a cache already.
 static constexpr long long cachedBytes = 1 << 18;
+// From this size on an image is written past the cache.
+static constexpr long long streamedBytes = 3 << 19;
 
 template <int PixelBytes> struct Transposer {
   using Tile = owniTransposeTile<PixelBytes>;
@@ -79,6 +82,16 @@ template <int PixelBytes> struct Transposer {
   static void region(const TransposedPair& p)
   {
     if (!holdsTile(p.width, p.height)) return pixels(p);
+    const bool streams = 1LL * p.width * p.height * PixelBytes >= streamedBytes && p.width >= lanes;
+    const Count done = streams ? streamedRows(p) : 0;
+    const TransposedPair rest = {p.src + done * p.srcStep, p.srcStep, p.dst + done * PixelBytes, p.dstStep,
+                                 p.width, p.height - done};
+    if (holdsTile(rest.width, rest.height)) blocks(rest);
+    else pixels(rest);
+  }
+
+  static void blocks(const TransposedPair& p)
+  {
     const bool fetches = 1LL * p.width * p.height * PixelBytes >= cachedBytes;
     for (Count y = 0; y < p.height; y += side)
       for (Count x = 0; x < p.width; x += side) {
@@ -90,6 +103,60 @@ template <int PixelBytes> struct Transposer {
           ahead = {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes, (nextX - x) * p.dstStep + (nextY - y) * PixelBytes};
         block(p, {x, y, std::min(side, p.width - x), std::min(side, p.height - y)}, ahead);
       }
+  }
+
+  // What does not fit the caches is bound by how its lines are met: bands of `run` source rows go block by block through
+  // a buffer, and each of its rows from there into the destination as whole cache lines, written past the cache.
+  // Narrow blocks, so that their lines, those ahead and the buffer share the first cache.
+  static constexpr Count runBytes = PixelBytes % 3 ? 256 : 192, run = runBytes / PixelBytes;
+  static constexpr Count lanes = std::max<Count>(Tile::columns, 32 / PixelBytes / Tile::columns * Tile::columns);
+  static_assert(runBytes % 64 == 0 && run % Tile::rows == 0);
+
+  static Count toCacheLine(const Zor8u* p) { return static_cast<Count>(-reinterpret_cast<std::uintptr_t>(p) & 63); }
+
+  // Whole bands, from the top. Gives the rows of the source whose pixels are all written.
+  static Count streamedRows(const TransposedPair& p)
+  {
+    // The first whole line of each destination row begins somewhere behind the band's first pixel, so that its last one
+    // ends behind the band's last pixel: up to there more rows are turned. What is in front is the band's before.
+    Count before = 0;
+    for (Count x = 0; x < std::min(p.width, Count{64}); ++x) before = std::max(before, toCacheLine(p.dst + x * p.dstStep));
+    constexpr Count tileBytes = Tile::rows * PixelBytes;
+    const Count rows = run + (before + tileBytes - 1) / tileBytes * Tile::rows;
+    constexpr std::ptrdiff_t turnedStep = runBytes + tileBytes + 96; // a tile more than 63 bytes, and what it spoils
+    alignas(64) Zor8u turned[lanes * turnedStep];
+
+    Count y = 0;
+    for (; y + rows <= p.height; y += run)
+      for (Count at = 0; at < p.width; at += lanes) {
+        const Count x = std::min(at, p.width - lanes);
+        turnBlock(p, x, y, rows, turned, turnedStep);
+        for (Count i = 0; i < lanes; ++i) {
+          const Zor8u* const from = turned + i * turnedStep;
+          Zor8u* const to = p.dst + (x + i) * p.dstStep + y * PixelBytes;
+          const Count head = toCacheLine(to);
+          if (y == 0) std::memcpy(to, from, static_cast<std::size_t>(head));
+          for (Count k = head; k < head + runBytes; k += 16) stream(to + k, load<Zor8u>(from + k));
+        }
+      }
+    streamFence();
+    return y;
+  }
+
+  // The block of `lanes` columns at x, y into the buffer. Goes along its rows, for each lies in a page of its own, and
+  // fetches those of the fourth block to come.
+  static void turnBlock(const TransposedPair& p, Count x, Count y, Count rows, Zor8u* turned, std::ptrdiff_t turnedStep)
+  {
+    constexpr Count ahead = 4 * lanes;
+    const bool isLast = x + lanes == p.width, fetches = x + ahead < p.width;
+    for (Count i = 0; i < rows; i += Tile::rows) {
+      const Zor8u* const src = p.src + (y + i) * p.srcStep + x * PixelBytes;
+      if (fetches)
+        for (Count k = 0; k < Tile::rows; ++k) prefetch(src + k * p.srcStep + ahead * PixelBytes);
+      for (Count k = 0; k < lanes; k += Tile::columns)
+        Tile::move(src + k * PixelBytes, p.srcStep, turned + k * turnedStep + i * PixelBytes, turnedStep,
+                   isLast && k + Tile::columns == lanes, false);
+    }
   }
 
   // In place: each block below the diagonal changes places with its mirror image above it.

@@ -54,20 +54,30 @@ template <> struct OddPixels<12> {
   static void reverse(const Zor8u* src, Zor8u* dst) { store(dst, bytesDown<4>(load<Zor8u>(src - 4))); }
 };
 
+// Bytes from where a row is read and written to what is fetched meanwhile; 0 when nothing is.
+struct FlipAhead {
+  std::ptrdiff_t src, dst;
+};
+
+// Two streams that run apart are more than the processor foresees. Short rows are left to it, so that a narrow region
+// does not drag in what lies beside it.
+inline FlipAhead aheadInRow(std::ptrdiff_t rowBytes)
+{
+  constexpr std::ptrdiff_t ahead = 512;
+  return rowBytes >= 2 * ahead ? FlipAhead{-ahead, ahead} : FlipAhead{0, 0};
+}
+
 // Pixel i of dst = pixel pixels - 1 - i of src. With KeepsFourth, the fourth of a pixel's four elements stays.
 template <int PixelBytes, bool KeepsFourth>
-[[gnu::noinline]] void owniFlipCopy(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels)
+[[gnu::noinline]] void owniFlipCopy(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels, FlipAhead ahead)
 {
   constexpr int used = KeepsFourth ? PixelBytes / 4 * 3 : PixelBytes;
   const Zor8u* const end = src + pixels * PixelBytes;
-  // Two streams that run apart are more than the processor foresees. Short rows are left to it, so that a narrow region
-  // does not drag in what lies beside it.
-  constexpr std::ptrdiff_t ahead = 512;
-  const bool fetches = pixels * PixelBytes >= 2 * ahead;
   const auto fetch = [=](std::ptrdiff_t at) {
-    prefetch(end - at * PixelBytes - ahead - 64);
-    prefetch(dst + at * PixelBytes + ahead);
+    prefetch(end - at * PixelBytes - 64 + ahead.src);
+    prefetch(dst + at * PixelBytes + ahead.dst);
   };
+  const bool fetches = ahead.dst != 0;
   std::ptrdiff_t i = 0;
   if constexpr (16 % PixelBytes == 0) {
     constexpr std::ptrdiff_t lanes = 16 / PixelBytes;

@@ -59,16 +59,18 @@ std::vector<Zor8u> mirrored(const Case& c, const PixelImage& src, const PixelIma
 // Every size and axis that is not an error: widths around vectors, groups of pixels and the buffer in place.
 template <class Body> void eachImage(Body body)
 {
-  std::vector<ZorImgSize> sizes = {{1, 5}, {2, 2}, {1030, 2}, {2049, 3}, {9001, 1}};
+  std::vector<ZorImgSize> sizes = {{1, 5}, {2, 2}, {1030, 2}, {2049, 3}, {9001, 1}, {1303, 1301}};
   for (int width = 2; width <= 36; ++width) sizes.push_back({width, width % 5 + 1});
   for (int width : {63, 64, 65, 100, 131, 350}) sizes.push_back({width, 3});
   for (ZorImgSize size : sizes)
     for (ZorAxis flip : axes)
-      for (Edge edge : {Edge::End, Edge::Begin})
-        if ((flip == ZorAxsVertical || size.height > 1) && (flip == ZorAxsHorizontal || size.width > 1)) {
-          body(size, flip, edge);
-          if (testing::Test::HasFatalFailure()) return;
-        }
+      for (Edge edge : {Edge::End, Edge::Begin}) {
+        if (size.height > 1000 && (edge == Edge::Begin || flip == ZorAxsHorizontal)) continue; // large: time
+        if (size.height == 1 && flip != ZorAxsVertical) continue;
+        if (size.width == 1 && flip != ZorAxsHorizontal) continue;
+        body(size, flip, edge);
+        if (testing::Test::HasFatalFailure()) return;
+      }
 }
 
 TEST_P(Mirror, PixelsGoToTheOtherSide)

@@ -51,12 +51,13 @@ void transposed(const PixelImage& src, const std::vector<Zor8u>& from, ZorImgSiz
 TEST_P(Transpose, RowsBecomeColumnsAndNothingElseIsTouched)
 {
   const Case& c = GetParam();
-  std::vector<ZorImgSize> sizes = {{65, 1}, {1, 65}, {130, 70}, {70, 130}, {301, 307}};
+  std::vector<ZorImgSize> sizes = {{65, 1}, {1, 65}, {130, 70}, {70, 130}, {301, 307}, {1303, 1301}};
   for (int a : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 63, 64, 67})
     for (int b : {3, 4, 8, 11, 16, 66}) sizes.push_back(a % 2 ? ZorImgSize{a, b} : ZorImgSize{b, a});
   for (ZorImgSize size : sizes)
     for (Edge edge : {Edge::End, Edge::Begin})
       for (int padding : {0, 5}) {
+        if (size.width > 1000 && (edge == Edge::Begin || padding == 0)) continue; // large: time
         const PixelImage src(size, c.pixelBytes, padding, edge, 1);
         const PixelImage dst({size.height, size.width}, c.pixelBytes, 2 * padding, edge, 2);
         const auto before = src.bytes();

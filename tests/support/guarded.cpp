@@ -115,6 +115,14 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
     writable_.resize(static_cast<std::size_t>(bytes));
     for (int i = 0; i < bytes; ++i) writable_[static_cast<std::size_t>(i)] = i % pixelBytes_ < used ? 0xff : 0;
   }
+  firstWritten_ = 0;
+  endWritten_ = rows_;
+  if (m.read && m.written && e.source < 0) { // in place, and the margin around the region is only read
+    firstWritten_ = e.top;
+    endWritten_ -= e.bottom;
+    std::fill_n(writable_.begin(), e.left * pixelBytes_, 0);
+    std::fill_n(writable_.end() - e.right * pixelBytes_, e.right * pixelBytes_, 0);
+  }
 
   const int rowBytes = m.element == Element::T1u ? static_cast<int>(writable_.size()) : width * pixelBytes_;
   step_ = rowBytes + shape.stepPadding;
@@ -136,7 +144,7 @@ void* GuardedImage::pointer() { return memory_.planes ? static_cast<void*>(plane
 template <class Visit> void GuardedImage::forEachRow(Visit visit) const
 {
   for (std::size_t plane = 0; plane < first_.size(); ++plane)
-    for (int y = 0; y < rows_; ++y) visit(row(plane, y));
+    for (int y = 0; y < rows_; ++y) visit(row(plane, y), y >= firstWritten_ && y < endWritten_);
 }
 
 void GuardedImage::fill(std::uint64_t seed, Fill kind)
@@ -145,14 +153,14 @@ void GuardedImage::fill(std::uint64_t seed, Fill kind)
   for (const auto& arena : arenas_)
     fillBytes(arena->begin(), static_cast<std::size_t>(arena->end() - arena->begin()), around);
   Random random(seed);
-  forEachRow([&](unsigned char* p) { fillElements(p, writable_.size(), memory_, kind, random); });
+  forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, random); });
 }
 
 void GuardedImage::fill(Span<double> numbers)
 {
   const auto size = static_cast<std::size_t>(elementBytes(memory_.element));
   int next = 0;
-  forEachRow([&](unsigned char* p) {
+  forEachRow([&](unsigned char* p, bool) {
     for (std::size_t i = 0; i + size <= writable_.size(); i += size)
       putNumber(p + i, memory_.element, numbers[next++ % numbers.size]);
   });
@@ -161,8 +169,8 @@ void GuardedImage::fill(Span<double> numbers)
 std::vector<unsigned char> GuardedImage::pixels() const
 {
   std::vector<unsigned char> bytes;
-  forEachRow([&](const unsigned char* p) {
-    for (std::size_t i = 0; i < writable_.size(); ++i)
+  forEachRow([&](const unsigned char* p, bool written) {
+    for (std::size_t i = 0; written && i < writable_.size(); ++i)
       if (writable_[i]) bytes.push_back(p[i] & writable_[i]);
   });
   return bytes;
@@ -182,7 +190,7 @@ std::string GuardedImage::changes(const Snapshot& before, bool outsideOnly) cons
     const std::size_t size = before[plane].size();
     if (std::memcmp(now, before[plane].data(), size) == 0) continue;
     std::vector<unsigned char> allowed(size, 0);
-    for (int y = 0; outsideOnly && y < rows_; ++y)
+    for (int y = firstWritten_; outsideOnly && y < endWritten_; ++y)
       std::copy(writable_.begin(), writable_.end(), allowed.begin() + (row(plane, y) - now));
     for (std::size_t i = 0; i < size; ++i) {
       if (((now[i] ^ before[plane][i]) & ~allowed[i]) == 0) continue;
