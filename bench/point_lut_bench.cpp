@@ -62,6 +62,18 @@ void palette(bench::Group& g, const char* name, int bits, int bytesOfAnEntry,
   });
 }
 
+// A table a channel.
+template <class T, class F> void palettes(bench::Group& g, const char* name, int bits, int srcChannels, int dstChannels, F function)
+{
+  g.both(name, [=](ZorImgSize size) {
+    const Image<T> src(size, srcChannels), dst(size, dstChannels), table({1 << bits, 3});
+    return Run{src.bytes(), dst.bytes(), [=] {
+      const T* const tables[3] = {table.row(0), table.row(1), table.row(2)};
+      return function(src, src.step, dst, dst.step, size, tables, bits);
+    }};
+  });
+}
+
 } // namespace
 
 static const bench::Group lut("point", [](bench::Group& g) {
@@ -101,13 +113,14 @@ static const bench::Group lut("point", [](bench::Group& g) {
   palette(g, "LUTPalette 8u24u C1", 8, 3, zoriLUTPalette_8u24u_C1R);
   palette(g, "LUTPalette 8u32u C1", 8, 4, zoriLUTPalette_8u32u_C1R);
   palette(g, "LUTPalette 16u C1", 12, 2, zoriLUTPalette_16u_C1R);
+  palette(g, "LUTPalette 16u8u C1", 12, 1, zoriLUTPalette_16u8u_C1R);
   palette(g, "LUTPalette 16u24u C1", 12, 3, zoriLUTPalette_16u24u_C1R);
   palette(g, "LUTPalette 16u32u C1", 12, 4, zoriLUTPalette_16u32u_C1R);
-  g.both("LUTPalette 8u C3A0C4", [](ZorImgSize size) {
-    const Image<Zor8u> src(size, 3), dst(size, 4), table({256, 3});
-    return Run{src.bytes(), dst.bytes(), [=] {
-      const Zor8u* const tables[3] = {table.row(0), table.row(1), table.row(2)};
-      return zoriLUTPalette_8u_C3A0C4R(src, src.step, 255, dst, dst.step, size, tables, 8);
-    }};
-  });
+  palettes<Zor8u>(g, "LUTPalette 8u C3", 8, 3, 3, zoriLUTPalette_8u_C3R);
+  palettes<Zor16u>(g, "LUTPalette 16u C3", 12, 3, 3, zoriLUTPalette_16u_C3R);
+  palettes<Zor8u>(g, "LUTPalette 8u AC4", 8, 4, 4, zoriLUTPalette_8u_AC4R);
+  palettes<Zor8u>(g, "LUTPalette 8u C3A0C4", 8, 3, 4,
+                  [](const Zor8u* src, int srcStep, Zor8u* dst, int dstStep, ZorImgSize size, const Zor8u* const* tables, int bits) {
+                    return zoriLUTPalette_8u_C3A0C4R(src, srcStep, 255, dst, dstStep, size, tables, bits);
+                  });
 });

@@ -28,7 +28,7 @@ _IMAGE = re.compile(r"(src\d?|dst|srcDst|mask)(?::(\w+))?(?:\(([^)]*)\))?(?:@(\S
 _CTYPE = re.compile(r"(const )?([A-Za-z]\w*(?: int)?)((?: ?\*(?: ?const)?)*)((?:\[\w+\])*)$")
 _VALUE = re.compile(r"-?\d+(\.\d*)?(e-?\d+)?$|nan$|-?inf$|null$|bad$")
 ROLES = "param in out size step buffer record value".split()
-EXEMPTIONS = "alpha threads alignment steps inplace".split()
+EXEMPTIONS = "alpha threads alignment steps inplace allocation".split()
 KEYS = "family title args checks example range record release returns exempt built sweep text".split()
 
 

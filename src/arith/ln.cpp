@@ -4,6 +4,7 @@
 // logarithm of an integer above 1 is irrational, and none comes as near to a tie as the error of double precision.
 // Zero gives 0 in 8u and 16u; zero and negative samples give -32768 in 16s.
 #include "frame/checks.h"
+#include "frame/memory.h"
 #include "frame/walk.h"
 #include "rowkernels/convert.h"
 #include "rowkernels/exp_log.h"
@@ -17,15 +18,36 @@
 namespace zori {
 namespace {
 
+// Single precision tells the integer, unless the scaled logarithm is so near to a tie that its error might matter: then
+// the group is formed in double precision. The logarithm of 1 is exact.
 template <class T> struct IntegerLn {
+  static constexpr Zor32f greatestError = 0x1p-19f, beyondAnyType = 70000.0f;
   Zor64f factor;
+
   Group<T> operator()(const Group<T>& x) const
   {
-    Group<T> result = Converted<T>{}(integerLogarithm(Converted<Zor32f>{}(x), factor));
-    for (int k = 0; k < x.parts; ++k) {
-      const Vec<T> positive = greater(x.part[k], zero<T>()), least = splat(std::numeric_limits<T>::min());
-      result.part[k] = select(positive, result.part[k], least);
+    constexpr int parts = Group<Zor32f>::parts;
+    Group<Zor32f> numbers = Converted<Zor32f>{}(x), logarithms;
+    explog::Parts split[parts];
+    for (int k = 0; k < parts; ++k) {
+      numbers.part[k] = max(numbers.part[k], F32x4(explog::constants.one));
+      split[k] = explog::Parts(numbers.part[k]);
     }
+    explog::logarithms<parts>(logarithms.part, split);
+    const Zor32f scale = static_cast<Zor32f>(factor);
+    const F32x4 sure = splat(std::max(0.5f - greatestError * scale, 0.0f));
+    Group<Zor32s> integers;
+    F32x4 doubtful = splat(0.0f);
+    for (int k = 0; k < parts; ++k) {
+      const F32x4 scaled = min(logarithms.part[k] * splat(scale), splat(beyondAnyType));
+      integers.part[k] = toInt(scaled);
+      doubtful = doubtful | greater(abs(scaled - toFloat(integers.part[k])), sure);
+    }
+    if (__builtin_expect(moveMask(doubtful), 0)) integers = integerLogarithm(numbers, factor);
+    Group<T> result = Converted<T>{}(integers);
+    if constexpr (isSigned<T>)
+      for (int k = 0; k < x.parts; ++k)
+        result.part[k] = select(greater(x.part[k], zero<T>()), result.part[k], splat(std::numeric_limits<T>::min()));
     return result;
   }
 };
@@ -72,16 +94,18 @@ ZorStatus integerRows(ZorImgSize roi, std::ptrdiff_t length, Rows<T> dst, Rows<c
 {
   const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
   const IntegerLn<T> op{std::ldexp(1.0, -scale)};
-  if constexpr (sizeof(T) == 1)
-    if (static_cast<long long>(length) * roi.height >= 1024) { // the logarithms of all samples pay
-      Zor8u samples[256], table[256];
-      for (int x = 0; x < 256; ++x) samples[x] = static_cast<Zor8u>(x);
-      mapGroups(table, 256, op, static_cast<const Zor8u*>(samples));
-      return mapRows(roi, length, dst, src, [&](Zor8u* to, std::ptrdiff_t count, const Zor8u* from) {
-        const Zor8u* tables[1] = {table};
+  constexpr int least = std::numeric_limits<T>::min(), values = 1 << 8 * sizeof(T);
+  if (static_cast<long long>(length) * roi.height >= 4 * values) { // the logarithms of all samples pay
+    Scratch<T> table(values);
+    for (int i = 0; table && i < values; ++i) table[i] = static_cast<T>(least + i);
+    if (table) {
+      mapGroups(table.get(), values, op, static_cast<const T*>(table.get()));
+      const T* const tables[1] = {table.get() - least};
+      return mapRows(roi, length, dst, src, [&](T* to, std::ptrdiff_t count, const T* from) {
         lookUpRow(from, to, count, tables, WholeSample{}, AlikePixels<C1>{});
       });
     }
+  }
   return mapRows(roi, length, dst, src,
                  [=](T* to, std::ptrdiff_t count, const T* from) { mapGroups(to, count, op, from); });
 }

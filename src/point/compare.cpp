@@ -14,11 +14,7 @@ namespace {
 // ---- Comparisons of vectors: lanes of all ones where they hold ----
 
 struct Less {
-  template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
-  {
-    if constexpr (isInt<T> && !isSigned<T>) return without(splat<T>(T(~T(0))), equal(subSat(b, a), zero<T>()));
-    else return greater(b, a);
-  }
+  template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return greater(b, a); }
 };
 struct LessEqual {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
@@ -36,15 +32,60 @@ struct EqualWithin {
   F32x4 operator()(F32x4 a, F32x4 b) const { return lessEqual(abs(a - b), splat(eps)); }
 };
 
+// ---- Operands: the samples of 16 pixels as groups of 16, of which every channel of a pixel has one ----
+
+// Three channels come in words of four samples: group w is of the words w, w + 3, w + 6 and w + 9, so that the groups
+//   a0 b0 c0 a1   b1 c1 a2 b2   c2 a3 b3 c3
+// of 32-bit words of masks hold all channels of the same four pixels in the same place.
+template <class T> struct Image {
+  const T* p;
+  template <Layout L> Vec<T> part(int group, int k) const
+  {
+    constexpr int lanes = Vec<T>::size;
+    if constexpr (L != C3) return load<T>(p + 16 * group + lanes * k);
+    else if constexpr (sizeof(T) == 1)
+      return as<T>(pick<3, 0, 3, 0>(load<std::uint32_t>(p + 4 * group), load<std::uint32_t>(p + 4 * group + 24)));
+    else if constexpr (sizeof(T) == 2) {
+      const T* const from = p + 4 * group + 24 * k;
+      return as<T>(interleaveLow(loadLow8<std::uint64_t>(from), loadLow8<std::uint64_t>(from + 12)));
+    } else return load<T>(p + 4 * group + 12 * k);
+  }
+  void advance(std::ptrdiff_t samples) { p += samples; }
+  void fetch(std::ptrdiff_t distance, std::ptrdiff_t samples) const
+  {
+    fetchAhead(p, distance, samples * static_cast<std::ptrdiff_t>(sizeof(T)));
+  }
+};
+
+// A constant of the processed channels; the fourth of AC4 is never looked at.
+template <class T, Layout L> struct Constant {
+  static constexpr int groups = L == C3 ? 3 : 1; // different ones
+  Vec<T> group[groups];
+
+  explicit Constant(const T* constant)
+  {
+    T values[Vec<T>::size];
+    for (int g = 0; g < groups; ++g) {
+      for (int i = 0; i < Vec<T>::size; ++i) {
+        const int c = (4 * g + i % 4) % channels<L>;
+        values[i] = c < processed<L> ? get<T>(constant + c) : T(0);
+      }
+      group[g] = load<T>(values);
+    }
+  }
+  template <Layout> Vec<T> part(int g, int) const { return group[g % groups]; }
+  void advance(std::ptrdiff_t) {}
+  void fetch(std::ptrdiff_t, std::ptrdiff_t) const {}
+};
+
 // ---- From samples to masks ----
 
 using Bytes = Vec<Zor8u>;
 
-// Byte masks of 16 samples.
-template <class T, class Compare> inline Bytes sampleMasks(Compare compare, const T* a, const T* b)
+// Byte masks of a group.
+template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inline]] inline Bytes groupMasks(Compare compare, A a, B b, int group)
 {
-  constexpr int lanes = Vec<T>::size;
-  const auto part = [&](int k) { return compare(load<T>(a + k * lanes), load<T>(b + k * lanes)); };
+  const auto part = [&](int k) { return compare(a.template part<L>(group, k), b.template part<L>(group, k)); };
   const auto words = [](auto low, auto high) { // 32-bit masks to 16-bit masks
     return narrowSat<Zor16s>(as<Zor32s>(low), as<Zor32s>(high));
   };
@@ -54,50 +95,72 @@ template <class T, class Compare> inline Bytes sampleMasks(Compare compare, cons
 }
 
 // Masks of 16 pixels.
-template <Layout L, class T, class Compare> inline Bytes pixelMasks(Compare compare, const T* a, const T* b)
+template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inline]] inline Bytes pixelMasks(Compare compare, A a, B b)
 {
-  if constexpr (L == C1) return sampleMasks(compare, a, b);
+  const auto masks = [&](int group) __attribute__((always_inline)) { return groupMasks<L, T>(compare, a, b, group); };
+  if constexpr (L == C1) return masks(0);
   else if constexpr (L == C3) {
-    Zor8u masks[48];
-    for (int k = 0; k < 3; ++k) store(masks + 16 * k, sampleMasks(compare, a + 16 * k, b + 16 * k));
-    Bytes channel[3];
-    split(masks, channel);
-    return channel[0] & channel[1] & channel[2];
+    auto x = as<std::uint32_t>(masks(0)), y = as<std::uint32_t>(masks(1)), z = as<std::uint32_t>(masks(2));
+    sortHalves(x, y, z); // to a0 b0 a2 b2, c0 a1 c2 a3, b1 c1 b3 c3
+    const auto even = as<std::uint16_t>(x), odd = as<std::uint16_t>(z);
+    const auto two = (even & shiftRight<8>(even)) | (odd & shiftLeft<8>(odd));
+    return as<Zor8u>(two & as<std::uint16_t>(y));
   } else { // four masks a pixel: 32 bits, all of them set
     Vec<Zor32s> pixels[4];
     for (int k = 0; k < 4; ++k) {
-      Vec<Zor32s> masks = as<Zor32s>(sampleMasks(compare, a + 16 * k, b + 16 * k));
-      if constexpr (L == AC4) masks = masks | splat<Zor32s>(static_cast<Zor32s>(0xff000000u));
-      pixels[k] = equal(masks, splat<Zor32s>(-1));
+      Vec<Zor32s> x = as<Zor32s>(masks(k));
+      if constexpr (L == AC4) x = x | splat<Zor32s>(static_cast<Zor32s>(0xff000000u));
+      pixels[k] = equal(x, splat<Zor32s>(-1));
     }
     return as<Zor8u>(narrowSat<Zor8s>(narrowSat<Zor16s>(pixels[0], pixels[1]), narrowSat<Zor16s>(pixels[2], pixels[3])));
   }
 }
 
-// The second operand is an image, or the constant repeated for 16 pixels (Advance 0).
-template <Layout L, int Advance, class T, class Compare>
-[[gnu::noinline]] void maskRow(const T* a, const T* b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
+// ---- Rows and regions ----
+
+template <Layout L, class T, class B, class Compare>
+[[gnu::noinline]] void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
 {
-  constexpr std::ptrdiff_t block = 16, samples = block * channels<L>;
-  std::ptrdiff_t x = 0;
-  for (; x + block <= width; x += block) {
-    store(dst + x, pixelMasks<L>(compare, a, b));
-    a += samples;
-    b += samples * Advance;
+  constexpr std::ptrdiff_t block = 16, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
+  const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
+  Image<T> a{src};
+  const auto oneBlock = [&]() __attribute__((always_inline)) {
+    store(dst, pixelMasks<L, T>(compare, a, b));
+    a.advance(samples);
+    b.advance(samples);
+    dst += block;
+  };
+  for (; width >= batch * block; width -= batch * block) {
+    if (distance != 0) {
+      a.fetch(distance, batch * samples);
+      b.fetch(distance, batch * samples);
+      fetchAhead(dst, distance);
+    }
+    for (int k = 0; k < batch; ++k) oneBlock();
   }
-  if (x < width) {
-    const std::ptrdiff_t rest = (width - x) * channels<L>;
-    const PaddedBlock<T, samples> first(a, rest), second(b, Advance ? rest : samples);
-    storePart(dst + x, pixelMasks<L>(compare, first.values, second.values), static_cast<std::size_t>(width - x));
+  for (; batch > 1 && width >= block; width -= block) oneBlock();
+  if (width > 0) {
+    const std::ptrdiff_t rest = width * channels<L>;
+    const PaddedBlock<T, samples> first(a.p, rest);
+    Bytes masks;
+    if constexpr (std::is_same_v<B, Image<T>>) {
+      const PaddedBlock<T, samples> second(b.p, rest);
+      masks = pixelMasks<L, T>(compare, Image<T>{first.values}, Image<T>{second.values});
+    } else masks = pixelMasks<L, T>(compare, Image<T>{first.values}, b);
+    storePart(dst, masks, static_cast<std::size_t>(width));
   }
 }
 
-// ---- Regions ----
-
-template <Layout L, int Advance, class T, class Compare>
-void maskRegion(Rows<const T> a, Rows<const T> b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
+template <Layout L, class T, class Compare>
+void compareRows(Rows<const T> a, Rows<const T> b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
 {
-  for (int y = 0; y < roi.height; ++y) maskRow<L, Advance>(a[y], b[y], dst[y], roi.width, compare);
+  for (int y = 0; y < roi.height; ++y) maskRow<L>(a[y], Image<T>{b[y]}, dst[y], roi.width, compare);
+}
+
+template <class T, Layout L, class Compare>
+void compareRows(Rows<const T> a, const Constant<T, L>& b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
+{
+  for (int y = 0; y < roi.height; ++y) maskRow<L>(a[y], b, dst[y], roi.width, compare);
 }
 
 template <class T, Layout L>
@@ -109,25 +172,15 @@ ZorStatus compareRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: maskRegion<L, 1>(a, b, dst, roiSize, Less{}); break;
-  case ZorCmpLessEq: maskRegion<L, 1>(a, b, dst, roiSize, LessEqual{}); break;
-  case ZorCmpEq: maskRegion<L, 1>(a, b, dst, roiSize, Equal{}); break;
-  case ZorCmpGreaterEq: maskRegion<L, 1>(b, a, dst, roiSize, LessEqual{}); break;
-  case ZorCmpGreater: maskRegion<L, 1>(b, a, dst, roiSize, Less{}); break;
+  case ZorCmpLess: compareRows<L>(a, b, dst, roiSize, Less{}); break;
+  case ZorCmpLessEq: compareRows<L>(a, b, dst, roiSize, LessEqual{}); break;
+  case ZorCmpEq: compareRows<L>(a, b, dst, roiSize, Equal{}); break;
+  case ZorCmpGreaterEq: compareRows<L>(b, a, dst, roiSize, LessEqual{}); break;
+  case ZorCmpGreater: compareRows<L>(b, a, dst, roiSize, Less{}); break;
   default: break; // an unknown selector writes nothing and is no error
   }
   return ZorOk;
 }
-
-// A constant for 16 pixels, of the processed channels; the fourth of AC4 is never looked at.
-template <class T, Layout L> struct PixelConstant {
-  alignas(16) T values[16 * channels<L>];
-  explicit PixelConstant(const T* constant)
-  {
-    for (int i = 0; i < 16 * channels<L>; ++i)
-      values[i] = i % channels<L> < processed<L> ? get<T>(constant + i % channels<L>) : T(0);
-  }
-};
 
 // Exchanges the operands of a comparison, so that the constant stands first.
 template <class Compare> struct Exchanged {
@@ -139,15 +192,15 @@ template <class T, Layout L>
 ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp)
 {
   if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
-  const PixelConstant<T, L> constant(value);
-  const Rows a{pSrc, srcStep}, b{static_cast<const T*>(constant.values), 0};
+  const Constant<T, L> constant(value);
+  const Rows a{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: maskRegion<L, 0>(a, b, dst, roiSize, Less{}); break;
-  case ZorCmpLessEq: maskRegion<L, 0>(a, b, dst, roiSize, LessEqual{}); break;
-  case ZorCmpEq: maskRegion<L, 0>(a, b, dst, roiSize, Equal{}); break;
-  case ZorCmpGreaterEq: maskRegion<L, 0>(a, b, dst, roiSize, Exchanged<LessEqual>{}); break;
-  case ZorCmpGreater: maskRegion<L, 0>(a, b, dst, roiSize, Exchanged<Less>{}); break;
+  case ZorCmpLess: compareRows(a, constant, dst, roiSize, Less{}); break;
+  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, LessEqual{}); break;
+  case ZorCmpEq: compareRows(a, constant, dst, roiSize, Equal{}); break;
+  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<LessEqual>{}); break;
+  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<Less>{}); break;
   default: break;
   }
   return ZorOk;
@@ -162,7 +215,7 @@ ZorStatus compareEqualEps(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize),
                             knownTolerance(eps)); s != ZorOk)
     return s;
-  maskRegion<L, 1>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, EqualWithin{eps});
+  compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, EqualWithin{eps});
   return ZorOk;
 }
 
@@ -171,9 +224,8 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
 {
   if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), knownTolerance(eps)); s != ZorOk)
     return s;
-  const PixelConstant<Zor32f, L> constant(value);
-  maskRegion<L, 0>(Rows{pSrc, srcStep}, Rows{static_cast<const Zor32f*>(constant.values), 0}, Rows{pDst, dstStep}, roiSize,
-                   EqualWithin{eps});
+  const Constant<Zor32f, L> constant(value);
+  compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, EqualWithin{eps});
   return ZorOk;
 }
 

@@ -102,38 +102,43 @@ template <Method M, class T> void searchRow(const T* row, int width, int stride,
 template <class T> inline constexpr int tableSize = sizeof(T) == 1 ? 256 : 65536;
 
 // Counts of all values, a table a channel and lane. Neighbouring pixels count in different tables, so that equal ones do not
-// wait for each other's stores.
+// wait for each other's stores. One store a sample is the limit.
 template <class T, int Channels, int Processed, int Lanes>
-void fillTables(Rows<const T> src, ZorImgSize roi, Zor32u* tables)
+[[gnu::noinline]] void countRow(const T* p, std::ptrdiff_t width, Zor32u* tables)
 {
   constexpr int bias = std::is_signed_v<T> ? 32768 : 0;
   const auto count = [=](const T* pixel, int lane) {
     for (int k = 0; k < Processed; ++k) ++tables[(k * Lanes + lane) * tableSize<T> + get<T>(pixel + k) + bias];
   };
-  for (int y = 0; y < roi.height; ++y) {
-    const T* p = src[y];
-    int x = 0;
-    if constexpr (Channels == 1 && sizeof(T) == 1) {
-      for (; x + 8 <= roi.width; x += 8, p += 8) {
-        const Zor32u a = get<Zor32u>(p), b = get<Zor32u>(p + 4);
-        for (int j = 0; j < 4; ++j) ++tables[j % Lanes * 256 + (a >> 8 * j & 255)];
-        for (int j = 0; j < 4; ++j) ++tables[j % Lanes * 256 + (b >> 8 * j & 255)];
-      }
+  if constexpr (Channels == 1 && sizeof(T) == 1) {
+    constexpr std::ptrdiff_t word = sizeof(std::size_t);
+    for (; width >= word; width -= word, p += word) {
+      const auto x = get<std::size_t>(p);
+      for (int j = 0; j < word; ++j) ++tables[j % Lanes * 256 + (x >> 8 * j & 255)];
     }
-    for (; x + Lanes <= roi.width; x += Lanes)
-      for (int j = 0; j < Lanes; ++j, p += Channels) count(p, j);
-    for (; x < roi.width; ++x, p += Channels) count(p, 0);
   }
+  for (; width >= Lanes; width -= Lanes)
+    for (int j = 0; j < Lanes; ++j, p += Channels) count(p, j);
+  for (; width > 0; --width, p += Channels) count(p, 0);
 }
 
 template <class T, int Lanes> void sumIntervals(const Zor32u* tables, const Bins<T>& b)
 {
   constexpr int low = std::numeric_limits<T>::min(), end = static_cast<int>(std::numeric_limits<T>::max()) + 1;
+  Zor32u lanesSum[Lanes > 1 ? tableSize<T> : 1];
+  const Zor32u* counts = tables;
+  if constexpr (Lanes > 1) {
+    for (int i = 0; i < tableSize<T>; ++i) {
+      Zor32u sum = 0;
+      for (int j = 0; j < Lanes; ++j) sum += tables[j * tableSize<T> + i];
+      lanesSum[i] = sum;
+    }
+    counts = lanesSum;
+  }
   for (int k = 0; k < b.bins(); ++k) {
     const int from = std::clamp<int>(b.levels[k], low, end) - low, to = std::clamp<int>(b.levels[k + 1], low, end) - low;
     Zor32u sum = 0;
-    for (int j = 0; j < Lanes; ++j)
-      for (int i = from; i < to; ++i) sum += tables[j * tableSize<T> + i];
+    for (int i = from; i < to; ++i) sum += counts[i];
     b.hist[k] = static_cast<Zor32s>(sum);
   }
 }
@@ -143,14 +148,14 @@ template <class T, int Channels, int Processed> ZorStatus countInTable(Rows<cons
   if constexpr (sizeof(T) == 1) {
     constexpr int lanes = Channels == 1 ? 4 : 2;
     Zor32u tables[Processed * lanes * 256] = {};
-    fillTables<T, Channels, Processed, lanes>(src, roi, tables);
+    for (int y = 0; y < roi.height; ++y) countRow<T, Channels, Processed, lanes>(src[y], roi.width, tables);
     for (int c = 0; c < Processed; ++c) sumIntervals<T, lanes>(tables + c * lanes * 256, bins[c]);
   } else {
     constexpr std::size_t entries = static_cast<std::size_t>(Processed) * tableSize<T>;
     Scratch<Zor32u> tables(entries);
     if (!tables) return ZorErrAlloc;
     std::memset(tables.get(), 0, entries * sizeof(Zor32u));
-    fillTables<T, Channels, Processed, 1>(src, roi, tables.get());
+    for (int y = 0; y < roi.height; ++y) countRow<T, Channels, Processed, 1>(src[y], roi.width, tables.get());
     for (int c = 0; c < Processed; ++c) sumIntervals<T, 1>(tables.get() + c * tableSize<T>, bins[c]);
   }
   return ZorOk;

@@ -20,9 +20,9 @@ template <class D, int First, int Step, int AlphaAt, bool Writes> struct PixelsW
   static constexpr int src = 3, dst = 4, tables = 3;
   static constexpr int place(int c) { return First + Step * c; }
   D alpha;
-  void finish(D* pixel) const
+  template <class Word> Word rest(const D* pixel) const
   {
-    if constexpr (Writes) put(pixel + AlphaAt, alpha);
+    return asBits<Word>(Writes ? alpha : get<D>(pixel + AlphaAt)) << 8 * sizeof(D) * AlphaAt;
   }
 };
 template <class D, bool Writes> using AlphaFirst = PixelsWithAlpha<D, 1, 1, 0, Writes>;

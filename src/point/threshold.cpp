@@ -34,11 +34,25 @@ template <Side S> struct Clamp {
   template <class T> Vec<T> operator()(Vec<T> x, Vec<T> t) const { return S == Side::Greater ? min(x, t) : max(x, t); }
 };
 
+// Types whose minimum and maximum are one instruction: a sample is clamped, which tells by comparison whether it was beyond
+// the threshold, and if so the way from the threshold to the value is added, modulo the type's range.
+template <class T> inline constexpr bool isClampedFirst = std::is_same_v<T, Zor8u> || std::is_same_v<T, Zor16s>;
+
+// What an operation takes for the value.
+template <class T> T replacement(T threshold, T value)
+{
+  if constexpr (isClampedFirst<T>) return static_cast<T>(value - threshold);
+  else return value;
+}
+
 template <Side S> struct Replace {
   template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const
   {
     const Vec<T> threshold = c[0], value = c[1];
-    if constexpr (S == Side::Greater) return ifLess(threshold, x, value, x);
+    if constexpr (isClampedFirst<T>) {
+      const Vec<T> clamped = Clamp<S>{}(x, threshold);
+      return clamped + without(value, equal(clamped, x));
+    } else if constexpr (S == Side::Greater) return ifLess(threshold, x, value, x);
     else return select(atMost(threshold, x), x, value);
   }
 };
@@ -47,8 +61,16 @@ struct ReplaceBothSides {
   template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const
   {
     const Vec<T> thresholdLT = c[0], valueLT = c[1], thresholdGT = c[2], valueGT = c[3];
-    return select(atMost(thresholdLT, x), ifLess(thresholdGT, x, valueGT, x), valueLT);
+    if constexpr (isClampedFirst<T>) {
+      const Vec<T> raised = max(x, thresholdLT), clamped = min(raised, thresholdGT);
+      return clamped + without(valueLT, equal(raised, x)) + without(valueGT, equal(clamped, raised));
+    } else return select(atMost(thresholdLT, x), ifLess(thresholdGT, x, valueGT, x), valueLT);
   }
+};
+
+// Integers whose values are the thresholds.
+struct ClampBothSides {
+  template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const { return min(max(x, c[0]), c[1]); }
 };
 
 template <class... P> ZorStatus imageChecks(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roiSize,
@@ -64,6 +86,14 @@ template <Layout L, class T> Pattern<T> channelConstant(const T* constant)
 {
   T all[4] = {};
   for (int k = 0; k < processed<L>; ++k) all[k] = get<T>(constant + k);
+  return Pattern<T>(all, channels<L>);
+}
+
+// The same of what replaces the samples.
+template <Layout L, class T> Pattern<T> channelReplacement(const T* threshold, const T* value)
+{
+  T all[4] = {};
+  for (int k = 0; k < processed<L>; ++k) all[k] = replacement(get<T>(threshold + k), get<T>(value + k));
   return Pattern<T>(all, channels<L>);
 }
 
@@ -85,7 +115,7 @@ ZorStatus replaceRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
 {
   if (auto s = firstFailure(knownSide(cmpOp), imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value)); s != ZorOk)
     return s;
-  const Patterns<T, 2> constants{{channelConstant<L>(threshold), channelConstant<L>(value)}};
+  const Patterns<T, 2> constants{{channelConstant<L>(threshold), channelReplacement<L>(threshold, value)}};
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
   if (cmpOp == ZorCmpGreater) mapRegionWith<L>(constants, Serial{}, roiSize, Replace<Side::Greater>{}, dst, src);
@@ -99,11 +129,23 @@ ZorStatus replaceBothSides(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
 {
   if (auto s = imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, thresholdLT, valueLT, thresholdGT, valueGT); s != ZorOk)
     return s;
-  for (int k = 0; k < processed<L>; ++k)
-    if (get<T>(thresholdLT + k) > get<T>(thresholdGT + k)) return ZorErrThreshold;
-  const Patterns<T, 4> constants{{channelConstant<L>(thresholdLT), channelConstant<L>(valueLT),
-                                  channelConstant<L>(thresholdGT), channelConstant<L>(valueGT)}};
-  mapRegionWith<L>(constants, Serial{}, roiSize, ReplaceBothSides{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  bool toThresholds = isInt<T>;
+  for (int k = 0; k < processed<L>; ++k) {
+    const T low = get<T>(thresholdLT + k), high = get<T>(thresholdGT + k);
+    if (low > high) return ZorErrThreshold;
+    toThresholds = toThresholds && get<T>(valueLT + k) == low && get<T>(valueGT + k) == high;
+  }
+  const Rows dst{pDst, dstStep};
+  const Rows src{pSrc, srcStep};
+  if constexpr (isInt<T>)
+    if (toThresholds) {
+      const Patterns<T, 2> constants{{channelConstant<L>(thresholdLT), channelConstant<L>(thresholdGT)}};
+      mapRegionWith<L>(constants, Serial{}, roiSize, ClampBothSides{}, dst, src);
+      return ZorOk;
+    }
+  const Patterns<T, 4> constants{{channelConstant<L>(thresholdLT), channelReplacement<L>(thresholdLT, valueLT),
+                                  channelConstant<L>(thresholdGT), channelReplacement<L>(thresholdGT, valueGT)}};
+  mapRegionWith<L>(constants, Serial{}, roiSize, ReplaceBothSides{}, dst, src);
   return ZorOk;
 }
 

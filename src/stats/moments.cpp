@@ -29,54 +29,79 @@ namespace {
 
 // ---- Sums of a chunk of integer samples ----
 
-constexpr int blockPixels = 16, chunkBlocks = 32, chunkPixels = blockPixels * chunkBlocks;
+constexpr int blockPixels = 32, chunkBlocks = 16, chunkPixels = blockPixels * chunkBlocks;
+
+// s += the sums t of u^k I as sums of x^k I, where x = u + by.
+template <class A> inline void addMoved(A* s, A t0, A t1, A t2, A t3, A by)
+{
+  s[0] += t0;
+  s[1] += t1 + by * t0;
+  s[2] += t2 + by * (A(2) * t1 + by * t0);
+  s[3] += t3 + by * (A(3) * t2 + by * (A(3) * t1 + by * t0));
+}
 
 // Sums of u^k I about an origin behind the chunk: u = x - end, so u runs from -length to -1.
 struct ChunkSums {
   std::int64_t t[4];
 };
 
-inline std::int64_t lanesTotal(Vec<Zor32s> v)
-{
-  Zor32s lanes[4];
-  store(lanes, v);
-  return static_cast<std::int64_t>(lanes[0]) + lanes[1] + lanes[2] + lanes[3];
-}
+// The total of each vector's lanes.
+struct FourTotals {
+  Zor32s total[4];
+  FourTotals(Vec<Zor32s> a, Vec<Zor32s> b, Vec<Zor32s> c, Vec<Zor32s> d)
+  {
+    const auto ab = as<std::uint64_t>(interleaveLow(a, b) + interleaveHigh(a, b));
+    const auto cd = as<std::uint64_t>(interleaveLow(c, d) + interleaveHigh(c, d));
+    store(total, as<Zor32s>(interleaveLow(ab, cd)) + as<Zor32s>(interleaveHigh(ab, cd)));
+  }
+  std::int64_t operator[](int k) const { return total[k]; }
+};
 
-// Samples of at most 8 bits as words, 16 pixels a block. Within a block the powers of the column are constants; over the
+// Samples of at most 8 bits as words, four vectors of eight columns a block: column 8j + c is sample c of vector j. Sums of
+// j^r times vector j, which still are words, leave ten products for the powers of the column up to the third. Over the
 // blocks, running sums of running sums give the powers of the block's number: with w = blocks - b (from `blocks` down to 1)
-// they are the sums of t, w t, w (w + 1) / 2 t and w (w + 1) (w + 2) / 6 t. No lane passes 2^27.
+// they are the sums of t, w t, w (w + 1) / 2 t and w (w + 1) (w + 2) / 6 t. No lane and no total of lanes passes 2^30.
 template <class Words> [[gnu::noinline]] ChunkSums sumChunk(int blocks, Words words)
 {
-  alignas(16) static constexpr Zor16s powers[3][16] = {
-    {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15},
-    {0, 1, 4, 9, 16, 25, 36, 49, 64, 81, 100, 121, 144, 169, 196, 225},
-    {0, 1, 8, 27, 64, 125, 216, 343, 512, 729, 1000, 1331, 1728, 2197, 2744, 3375}};
+  // binomials of (8j + c)^k
+  struct alignas(16) Weights {
+    Zor16s one[8] = {1, 1, 1, 1, 1, 1, 1, 1};
+    Zor16s c[8] = {0, 1, 2, 3, 4, 5, 6, 7}, eight[8] = {8, 8, 8, 8, 8, 8, 8, 8};
+    Zor16s c2[8] = {0, 1, 4, 9, 16, 25, 36, 49}, c16[8] = {0, 16, 32, 48, 64, 80, 96, 112};
+    Zor16s c3[8] = {0, 1, 8, 27, 64, 125, 216, 343}, c2by24[8] = {0, 24, 96, 216, 384, 600, 864, 1176};
+    Zor16s c192[8] = {0, 192, 384, 576, 768, 960, 1152, 1344};
+    Zor16s square[8] = {64, 64, 64, 64, 64, 64, 64, 64}, cube[8] = {512, 512, 512, 512, 512, 512, 512, 512};
+    Zor16s nine[8] = {9, 9, 9, 9, 9, 9, 9, 9}, twentySeven[8] = {27, 27, 27, 27, 27, 27, 27, 27};
+  };
+  static constexpr Weights weights;
+  const auto times = [](Vec<Zor16s> v, const Zor16s* weight) { return mulAddPairs(v, loadAligned<Zor16s>(weight)); };
   Vec<Zor32s> a1 = zero<Zor32s>(), a2 = a1, a3 = a1, a4 = a1, b1 = a1, b2 = a1, b3 = a1, c1 = a1, c2 = a1, d1 = a1;
   for (int b = 0; b < blocks; ++b) {
-    Vec<Zor16s> low, high;
-    words(b, low, high);
-    const auto weighted = [&](int power) {
-      return mulAddPairs(low, loadAligned<Zor16s>(powers[power])) + mulAddPairs(high, loadAligned<Zor16s>(powers[power] + 8));
-    };
-    a1 += mulAddPairs(low + high, splat<Zor16s>(1)), a2 += a1, a3 += a2, a4 += a3;
-    b1 += weighted(0), b2 += b1, b3 += b2;
-    c1 += weighted(1), c2 += c1;
-    d1 += weighted(2);
+    Vec<Zor16s> v[4];
+    words(b, v);
+    const Vec<Zor16s> above = v[2] + v[3], p0 = v[0] + v[1] + above, p1 = v[1] + above + above + v[3];
+    const Vec<Zor16s> p2 = v[1] + shiftLeft<2>(v[2]) + mulLow(v[3], loadAligned<Zor16s>(weights.nine));
+    const Vec<Zor16s> p3 = v[1] + shiftLeft<3>(v[2]) + mulLow(v[3], loadAligned<Zor16s>(weights.twentySeven));
+    d1 += times(p0, weights.c3) + times(p1, weights.c2by24) + times(p2, weights.c192) + times(p3, weights.cube);
+    c1 += times(p0, weights.c2) + times(p1, weights.c16) + times(p2, weights.square), c2 += c1;
+    b1 += times(p0, weights.c) + times(p1, weights.eight), b2 += b1, b3 += b2;
+    a1 += times(p0, weights.one), a2 += a1, a3 += a2, a4 += a3;
   }
-  const std::int64_t A1 = lanesTotal(a2), A2 = 2 * lanesTotal(a3) - A1, A3 = 6 * lanesTotal(a4) - 6 * lanesTotal(a3) + A1;
-  const std::int64_t B1 = lanesTotal(b2), B2 = 2 * lanesTotal(b3) - B1, C1_ = lanesTotal(c2);
-  // u = column in the block - 16 w
-  return {{lanesTotal(a1), lanesTotal(b1) - 16 * A1, lanesTotal(c1) - 32 * B1 + 256 * A2,
-           lanesTotal(d1) - 48 * C1_ + 768 * B2 - 4096 * A3}};
+  const FourTotals a(a1, a2, a3, a4), b(b1, b2, b3, zero<Zor32s>()), c(c1, c2, d1, zero<Zor32s>());
+  const std::int64_t A1 = a[1], A2 = 2 * a[2] - A1, A3 = 6 * a[3] - 6 * a[2] + A1;
+  const std::int64_t B1 = b[1], B2 = 2 * b[2] - B1, C1_ = c[1];
+  // u = column in the block - 32 w
+  return {{a[0], b[0] - 32 * A1, c[0] - 64 * B1 + 1024 * A2, c[2] - 96 * C1_ + 3072 * B2 - 32768 * A3}};
 }
 
 inline ChunkSums sumPlane(const Zor8u* p, int blocks)
 {
-  return sumChunk(blocks, [=](int b, Vec<Zor16s>& low, Vec<Zor16s>& high) {
-    const Vec<Zor8u> x = load<Zor8u>(p + b * blockPixels);
-    low = as<Zor16s>(widenLow(x));
-    high = as<Zor16s>(widenHigh(x));
+  return sumChunk(blocks, [=](int b, Vec<Zor16s>* v) {
+    for (int k = 0; k < 2; ++k) {
+      const Vec<Zor8u> x = load<Zor8u>(p + b * blockPixels + 16 * k);
+      v[2 * k] = as<Zor16s>(widenLow(x));
+      v[2 * k + 1] = as<Zor16s>(widenHigh(x));
+    }
   });
 }
 
@@ -84,11 +109,11 @@ inline ChunkSums sumPlane(const Zor8u* p, int blocks)
 inline ChunkSums sumPlane(const Zor16u* p, int blocks)
 {
   const auto bytes = [=](bool upper) {
-    return sumChunk(blocks, [=](int b, Vec<Zor16s>& low, Vec<Zor16s>& high) {
-      const Vec<Zor16u> x = load<Zor16u>(p + b * blockPixels), y = load<Zor16u>(p + b * blockPixels + 8);
-      const Vec<Zor16u> mask = splat<Zor16u>(255);
-      low = as<Zor16s>(upper ? shiftRight<8>(x) : x & mask);
-      high = as<Zor16s>(upper ? shiftRight<8>(y) : y & mask);
+    return sumChunk(blocks, [=](int b, Vec<Zor16s>* v) {
+      for (int k = 0; k < 4; ++k) {
+        const Vec<Zor16u> x = load<Zor16u>(p + b * blockPixels + 8 * k);
+        v[k] = as<Zor16s>(upper ? shiftRight<8>(x) : x & splat<Zor16u>(255));
+      }
     });
   };
   const ChunkSums low = bytes(false), high = bytes(true);
@@ -103,13 +128,9 @@ inline ChunkSums sumPlane(const Zor16u* p, int blocks)
 template <class A> struct RowSums {
   A s[4] = {};
   // Sums about `end`, moved to the origin.
-  void add(const ChunkSums& c, A end)
+  void add(const std::int64_t* t, A end)
   {
-    const A t0 = static_cast<A>(c.t[0]), t1 = static_cast<A>(c.t[1]), t2 = static_cast<A>(c.t[2]), t3 = static_cast<A>(c.t[3]);
-    s[0] += t0;
-    s[1] += t1 + end * t0;
-    s[2] += t2 + end * (A(2) * t1 + end * t0);
-    s[3] += t3 + end * (A(3) * t2 + end * (A(3) * t1 + end * t0));
+    addMoved(s, static_cast<A>(t[0]), static_cast<A>(t[1]), static_cast<A>(t[2]), static_cast<A>(t[3]), end);
   }
 };
 
@@ -139,8 +160,13 @@ template <Layout L, class A, class T> void sumRow(const T* row, int width, RowSu
           for (auto& c : v.channel) c = zero<T>();
         for (int k = 0; k < n; ++k) storeAligned(planes[k] + i, v.channel[k]);
       }
-      for (int k = 0; k < n; ++k)
-        sums[k].add(sumPlane(direct ? row : planes[k], blocks), static_cast<A>(x + static_cast<long long>(blocks) * blockPixels));
+      const int end = (pixels + 15) / 16 * 16; // what doubles round to in wide rows is a matter of the origin
+      for (int k = 0; k < n; ++k) {
+        const ChunkSums sum = sumPlane(direct ? row : planes[k], blocks);
+        std::int64_t t[4] = {};
+        addMoved<std::int64_t>(t, sum.t[0], sum.t[1], sum.t[2], sum.t[3], blocks * blockPixels - end);
+        sums[k].add(t, static_cast<A>(x + static_cast<long long>(end)));
+      }
       if (width - x <= chunkPixels) break;
     }
   }

@@ -25,6 +25,29 @@ TEST(Ln, EverySampleAtEveryScale)
   expectMap(zoriLn_8u_C1RSfs, many, manyScales(), ZorOk, scaledLn<Zor8u>);
 }
 
+// Regions that are worth a table of all logarithms, against their rows one by one.
+template <class T, class F> static void expectRowsAlike(F function)
+{
+  constexpr int width = 1000, height = 263, step = width * sizeof(T); // hardly more than four times all values
+  for (int scale : {-13, -9, 0, 2}) {
+    std::vector<T> src, whole(width * height), rows(width * height);
+    for (int i = 0; i < width * height; ++i) src.push_back(static_cast<T>(i * 7));
+    std::vector<T> inPlace = src;
+    const ZorStatus status = function(src.data(), step, whole.data(), step, {width, height}, scale);
+    EXPECT_EQ(status, ZorWarnLnZeroArg);
+    EXPECT_EQ(function(inPlace.data(), step, inPlace.data(), step, {width, height}, scale), status);
+    for (int y = 0; y < height; ++y) function(src.data() + y * width, step, rows.data() + y * width, step, {width, 1}, scale);
+    EXPECT_EQ(whole, rows) << scale;
+    EXPECT_EQ(inPlace, rows) << scale;
+  }
+}
+
+TEST(Ln, LargeRegionsAreAsTheirRows)
+{
+  expectRowsAlike<Zor16u>(zoriLn_16u_C1RSfs);
+  expectRowsAlike<Zor16s>(zoriLn_16s_C1RSfs);
+}
+
 TEST(Ln, FloatsWithinTheLastPlace)
 {
   expectLastPlace(zoriLn_32f_C1R, [](double x) { return std::log(x); }, [](float x) { return !(x <= 0); });

@@ -92,7 +92,10 @@ struct Stage {
   Span<Fault> faults;
 };
 
-enum Exemption { kAlphaExempt = 1, kThreadsExempt = 2, kAlignmentExempt = 4, kStepsExempt = 8, kInplaceExempt = 16 };
+enum Exemption {
+  kAlphaExempt = 1, kThreadsExempt = 2, kAlignmentExempt = 4, kStepsExempt = 8, kInplaceExempt = 16,
+  kAllocationExempt = 32
+};
 
 using AnyFunction = void (*)();
 
