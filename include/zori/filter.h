@@ -251,7 +251,7 @@ ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * kernel with 16 at the centre, -1 around it and the divisor 8. Each channel on its own.
  *
  * 8u and 16s: exact, rounded to nearest with ties to even, saturated to the type. 32f: (17 * c - S) * 0.125f,
- * without limits. Flat regions stay as they are.
+ * without limits. Flat integer regions stay as they are.
  *
  * Read is one pixel on every side of the region; the caller provides it. AC4 leaves the fourth channel of the
  * destination as it was. The two images must not overlap. ZorErrAlloc: no memory for the row buffers; nothing
@@ -319,7 +319,8 @@ ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  *                      -3  0  6  0 -3
  *                      -1 -3 -4 -3 -1
  *
- * for ZorMask3x3 and ZorMask5x5, without a divisor, each channel on its own. Flat regions give 0.
+ * for ZorMask3x3 and ZorMask5x5, without a divisor, each channel on its own. Flat regions give 0 (32f: up to
+ * rounding).
  *
  * 8u and 16s are exact and saturate to the type: negative values give 0 in 8u. The 8u16s and 8s16s forms
  * store the exact signed value. 32f has no limits.

@@ -10,7 +10,7 @@
 namespace zori {
 namespace box {
 
-template <class T, Layout L, bool InPlace> struct Paths {
+template <class T, Layout L, bool InPlace> struct ownBlur {
   static constexpr int CH = channels<L>;
   static constexpr bool keepAlpha = L == AC4 && !InPlace; // in place the way back into the image sees to it
 
@@ -76,7 +76,7 @@ ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
     return ZorOk;
   }
   const Windows<T> windows{src, roiSize, maskSize, anchor};
-  return Paths<T, L, InPlace>{windows, dst, worthTeam(sampleOf<T>, L, InPlace, rule, roiSize)}.filter(rule);
+  return ownBlur<T, L, InPlace>{windows, dst, worthTeam(sampleOf<T>, L, InPlace, rule, roiSize)}.filter(rule);
 }
 
 } // namespace box

@@ -15,7 +15,7 @@ template <class T> struct Windows {
   ZorImgPoint anchor;
 
   // Row y of the rectangle that the windows cover, from its first column on.
-  template <int CH> const T* row(int y) const { return src[y - anchor.y] - static_cast<std::ptrdiff_t>(anchor.x) * CH; }
+  template <int CH> const T* row(std::ptrdiff_t y) const { return src[y - anchor.y] - static_cast<std::ptrdiff_t>(anchor.x) * CH; }
   long long columns(int channels) const { return (static_cast<long long>(roi.width) + mask.width - 1) * channels; }
   template <int CH> std::ptrdiff_t rowElements() const { return static_cast<std::ptrdiff_t>(roi.width) * CH; }
 };
@@ -39,10 +39,10 @@ template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct Int
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(w.columns(CH));
     const Quotient quotient(rule);
     std::memset(buffer, 0, static_cast<std::size_t>(bufferBytes(w)));
-    for (int j = 0; j < w.mask.height; ++j) addRow(col, w.template row<CH>(first + j), n);
+    for (int j = 0; j < w.mask.height; ++j) addRow(col, w.template row<CH>(std::ptrdiff_t{first} + j), n);
     for (int y = first; y < first + rows; ++y) {
       finish(w, quotient, {col}, target.row(y));
-      if (y + 1 < first + rows) slideColumns(col, w.template row<CH>(y + w.mask.height), w.template row<CH>(y), n);
+      if (y + 1 < first + rows) slideColumns(col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);
       target.done(y);
     }
   }
@@ -83,7 +83,7 @@ template <class T, int CH, bool KeepAlpha> struct FloatPath {
     float* const turned = col + paddedColumns(w);
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(w.columns(CH));
     std::memset(buffer, 0, static_cast<std::size_t>(bufferBytes(w)));
-    for (int j = 0; j < w.mask.height; ++j) addRowOfFloats(col, w.template row<CH>(first + j), n);
+    for (int j = 0; j < w.mask.height; ++j) addRowOfFloats(col, w.template row<CH>(std::ptrdiff_t{first} + j), n);
     const int end = first + rows;
     for (int y = first; y < end; y += 4) {
       // below the last row nothing is read; rows beyond it are formed from what is there and overwritten by row 0
@@ -92,7 +92,7 @@ template <class T, int CH, bool KeepAlpha> struct FloatPath {
       T* dst[4];
       for (int k = 0; k < 4; ++k) {
         leaving[k] = w.template row<CH>(y + (k < slides ? k : 0));
-        entering[k] = k < slides ? w.template row<CH>(y + k + w.mask.height) : leaving[k];
+        entering[k] = k < slides ? w.template row<CH>(std::ptrdiff_t{y} + k + w.mask.height) : leaving[k];
         dst[k] = target.row(y + (k < count ? k : 0));
       }
       slideFourRows(col, turned, entering, leaving, n);
@@ -113,9 +113,9 @@ template <int CH> struct NineFloatsPath {
   {
     const std::ptrdiff_t n = w.template rowElements<CH>();
     float* sums[3] = {static_cast<float*>(buffer), static_cast<float*>(buffer) + n, static_cast<float*>(buffer) + 2 * n};
-    for (int j = 0; j < 2; ++j) sumThreeRows<CH>(nullptr, nullptr, sums[j], w.template row<CH>(first + j), nullptr, n, 0);
+    for (int j = 0; j < 2; ++j) sumThreeRows<CH>(nullptr, nullptr, sums[j], w.template row<CH>(std::ptrdiff_t{first} + j), nullptr, n, 0);
     for (int y = first; y < first + rows; ++y) {
-      sumThreeRows<CH>(sums[0], sums[1], sums[2], w.template row<CH>(y + 2), target.row(y), n, rule.factor);
+      sumThreeRows<CH>(sums[0], sums[1], sums[2], w.template row<CH>(std::ptrdiff_t{y} + 2), target.row(y), n, rule.factor);
       float* const oldest = sums[0];
       sums[0] = sums[1], sums[1] = sums[2], sums[2] = oldest;
       target.done(y);

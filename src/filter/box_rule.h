@@ -59,7 +59,7 @@ constexpr long long areaOf(ZorImgSize mask) { return static_cast<long long>(mask
 constexpr float reciprocal(ZorImgSize mask) { return 1.0f / static_cast<float>(areaOf(mask)); }
 
 // The reciprocal of an area of 2 to 8100 as a multiplier of 12 bits, rounded upward, and a shift.
-constexpr Rule fixedPoint(float r)
+constexpr Rule get_shift_int(float r)
 {
   const double scaled = r * 4294967295.0;
   unsigned v = static_cast<unsigned>(scaled);
@@ -80,7 +80,7 @@ constexpr Rule ruleOf(Sample sample, Layout layout, bool inPlace, ZorImgSize mas
     for (const Shortcut& s : shortcuts)
       if (s.sample == sample && (s.layouts & bit(layout)) && s.inPlace == inPlace && mask.width == s.side && mask.height == s.side)
         return s.rule;
-  if (sample == Sample::U8 && area <= largestFixedPointArea) return fixedPoint(r);
+  if (sample == Sample::U8 && area <= largestFixedPointArea) return get_shift_int(r);
   if (sample == Sample::U8 || sample == Sample::F32) return {Quotient::FloatSum, 0, 0, r};
   return {Quotient::Rounded, 0, 0, r};
 }

@@ -155,7 +155,7 @@ template <class S_, class D_, class Vertical, class Horizontal, class Finish> st
 
 // A 5x5 kernel that is the same upside down and left to right but no product: three weight vectors, one for the columns
 // two away from the pixel, one for those beside it, one for its own. Each gives a row of sums of its own.
-template <class S_, class D_, class Outer, class Inner, class Own, class Finish> struct Symmetric5 {
+template <class S_, class D_, class Outer, class Inner, class Own, class Finish> struct ownzoriFilterLaplGaus5x5 {
   using S = S_;
   using D = D_;
   using A = Sum<S>;
@@ -286,8 +286,8 @@ template <class S, class D>
       A* const sums = reinterpret_cast<A*>(slab.buffer);
       for (int y = slab.first; y < slab.first + slab.count; ++y) {
         const S* rows[5];
-        for (int k = 0; k < filter.size; ++k) rows[k] = src[y + k - reach] - margin;
-        const S* const next = src[y + reach + 1] - margin;
+        for (int k = 0; k < filter.size; ++k) rows[k] = src[std::ptrdiff_t{y} + k - reach] - margin;
+        const S* const next = src[std::ptrdiff_t{y} + reach + 1] - margin;
         filter.columns(rows, next, static_cast<std::ptrdiff_t>(length), sums, static_cast<std::ptrdiff_t>(plane));
         filter.row(sums, static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
       }

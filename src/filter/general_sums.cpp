@@ -402,7 +402,7 @@ template <class S, class K> [[gnu::noinline]] void plainFilter(const Convolution
       alignas(16) Sum sums[chunk] = {};
       for (int r = 0; r < call.kernelSize.height; ++r)
         for (int c = 0; c < call.kernelSize.width; ++c) {
-          const S* const p = call.src[y + r] + x + std::ptrdiff_t{c} * call.channels;
+          const S* const p = call.src[std::ptrdiff_t{y} + r] + x + std::ptrdiff_t{c} * call.channels;
           const Sum k = static_cast<Sum>(call.at(r, c));
           for (std::ptrdiff_t i = 0; i < samples; ++i) sums[i] += static_cast<Sum>(get<S>(p + i)) * k;
         }

@@ -39,10 +39,10 @@ struct Sharpened {
 using Ones3 = Weights<1, 1, 1>;
 using Ones5 = Weights<1, 1, 1, 1, 1>;
 template <class T> using Sharpen3x3 = Separable<T, T, Ones3, Ones3, Sharpened>;
-template <class S, class D> using Laplace3x3 = Separable<S, D, Ones3, Ones3, CentreLessSum<9>>;
-template <class T> using Hipass5x5 = Separable<T, T, Ones5, Ones5, CentreLessSum<25>>;
+template <class S, class D> using ownzoriFilterLaplace3x3 = Separable<S, D, Ones3, Ones3, CentreLessSum<9>>;
+template <class T> using ownzoriFilterHipass5x5 = Separable<T, T, Ones5, Ones5, CentreLessSum<25>>;
 template <class S, class D>
-using Laplace5x5 = Symmetric5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>, Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
+using Laplace5x5 = ownzoriFilterLaplGaus5x5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>, Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -78,8 +78,8 @@ ZorStatus ownzoriFilterHipass(const T* pSrc, int srcStep, T* pDst, int dstStep, 
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
     return s;
   if (mask == ZorMask3x3)
-    return filterRegion<Laplace3x3<T, T>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<T, T>);
-  return filterRegion<Hipass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, hipass5x5Heights<T>);
+    return filterRegion<ownzoriFilterLaplace3x3<T, T>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<T, T>);
+  return filterRegion<ownzoriFilterHipass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, hipass5x5Heights<T>);
 }
 
 template <Layout L, class S, class D>
@@ -88,7 +88,7 @@ ZorStatus ownzoriFilterLaplace(const S* pSrc, int srcStep, D* pDst, int dstStep,
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
     return s;
   if (mask == ZorMask3x3)
-    return filterRegion<Laplace3x3<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<S, D>);
+    return filterRegion<ownzoriFilterLaplace3x3<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<S, D>);
   return filterRegion<Laplace5x5<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace5x5Heights<S, D>);
 }
 

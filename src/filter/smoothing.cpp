@@ -25,7 +25,7 @@ struct Sixteenth {
     else return {{sum.low * splat(0.0625f), sum.high * splat(0.0625f)}};
   }
 };
-template <class T> using Gauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1, 2, 1>, Sixteenth>;
+template <class T> using ownzoriFilterGauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1, 2, 1>, Sixteenth>;
 
 // No whole sum lies halfway between two multiples of 571: nearest is floor((T + 285) / 571), and for 8u and 16-bit sums
 // every way in the table gives just that.
@@ -57,7 +57,7 @@ struct By571 {
   }
 };
 template <class T>
-using Gauss5x5 = Symmetric5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>, Weights<12, 52, 127, 52, 12>, By571>;
+using Gauss5x5 = ownzoriFilterLaplGaus5x5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>, Weights<12, 52, 127, 52, 12>, By571>;
 
 // ---- Lowpass ----
 
@@ -98,8 +98,8 @@ template <> struct Mean<25> {
     }
   }
 };
-template <class T> using Lowpass3x3 = Separable<T, T, Weights<1, 1, 1>, Weights<1, 1, 1>, Mean<9>>;
-template <class T> using Lowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
+template <class T> using ownzoriFilterLowpass3x3 = Separable<T, T, Weights<1, 1, 1>, Weights<1, 1, 1>, Mean<9>>;
+template <class T> using ownzoriFilterLowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -125,7 +125,7 @@ ZorStatus ownzoriFilterGauss(const T* pSrc, int srcStep, T* pDst, int dstStep, Z
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
     return s;
-  if (mask == ZorMask3x3) return filterRegion<Gauss3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, gauss3x3Heights<T>);
+  if (mask == ZorMask3x3) return filterRegion<ownzoriFilterGauss3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, gauss3x3Heights<T>);
   return filterRegion<Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, gauss5x5Heights<T>);
 }
 
@@ -134,8 +134,8 @@ ZorStatus ownzoriFilterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep,
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
     return s;
-  if (mask == ZorMask3x3) return filterRegion<Lowpass3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, serial<T>);
-  return filterRegion<Lowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, lowpass5x5Heights<T>);
+  if (mask == ZorMask3x3) return filterRegion<ownzoriFilterLowpass3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, serial<T>);
+  return filterRegion<ownzoriFilterLowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, lowpass5x5Heights<T>);
 }
 
 } // namespace

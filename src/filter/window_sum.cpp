@@ -101,7 +101,7 @@ template <class T, int CH> ZorStatus owniSumWindowColumn(Rows<const T> src, Rows
   for (int j = 0; j < mask; ++j) addRowAsFloats(sums.get(), src[j - anchor], n);
   for (int y = 0; y < roi.height; ++y) {
     std::memcpy(dst[y], sums.get(), static_cast<std::size_t>(n) * sizeof(Zor32f));
-    if (y + 1 < roi.height) slideFloats(sums.get(), src[y - anchor + mask], src[y - anchor], n);
+    if (y + 1 < roi.height) slideFloats(sums.get(), src[std::ptrdiff_t{y} - anchor + mask], src[std::ptrdiff_t{y} - anchor], n);
   }
   return ZorOk;
 }
@@ -118,7 +118,7 @@ inline ZorStatus windowStatus(SizeCheck check, const void* src, const void* dst,
 }
 
 template <class T, Layout L>
-ZorStatus sumWindowRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
+ZorStatus ownzi_SumRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
@@ -127,7 +127,7 @@ ZorStatus sumWindowRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst
 }
 
 template <class T, Layout L>
-ZorStatus sumWindowColumn(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
+ZorStatus ownziSumWinCol(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
@@ -145,8 +145,8 @@ using namespace zori;
   {                                                                                                                    \
     return box::operation<Zor##type, layout>(box::SizeCheck::check, pSrc, srcStep, pDst, dstStep, roiSize, maskSize, anchor); \
   }
-#define ROW(type, layout, check) STAMP(Row, sumWindowRow, type, layout, check)
-#define COLUMN(type, layout, check) STAMP(Column, sumWindowColumn, type, layout, check)
+#define ROW(type, layout, check) STAMP(Row, ownzi_SumRow, type, layout, check)
+#define COLUMN(type, layout, check) STAMP(Column, ownziSumWinCol, type, layout, check)
 ROW(8u, C1, None) ROW(8u, C3, None) ROW(8u, C4, None)
 ROW(16u, C1, Second) ROW(16u, C3, Second) ROW(16u, C4, Second)
 ROW(16s, C1, None) ROW(16s, C3, None) ROW(16s, C4, None)

@@ -21,10 +21,10 @@ template <Layout L> inline constexpr int processed = L == AC4 ? 3 : channels<L>;
 template <Layout L> inline constexpr int planes = L == P3 ? 3 : (L == P4 || L == AP4) ? 4 : 1;
 
 // Bytes from one row to the next, formed at pointer width so that large images do not wrap.
-inline std::ptrdiff_t rowOffset(int y, int step) { return static_cast<std::ptrdiff_t>(y) * step; }
+inline std::ptrdiff_t rowOffset(std::ptrdiff_t y, int step) { return y * step; }
 
 // Row y of a region whose first row is at p.
-template <class T> inline T* rowAt(T* p, int step, int y)
+template <class T> inline T* rowAt(T* p, int step, std::ptrdiff_t y)
 {
   using Byte = std::conditional_t<std::is_const_v<T>, const char, char>;
   return reinterpret_cast<T*>(reinterpret_cast<Byte*>(p) + rowOffset(y, step));
@@ -34,7 +34,7 @@ template <class T> inline T* rowAt(T* p, int step, int y)
 template <class T> struct Rows {
   T* first;
   int step;
-  T* operator[](int y) const { return rowAt(first, step, y); }
+  T* operator[](std::ptrdiff_t y) const { return rowAt(first, step, y); }
 };
 template <class T> Rows(T*, int) -> Rows<T>;
 

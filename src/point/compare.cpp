@@ -13,10 +13,10 @@ namespace {
 
 // ---- Comparisons of vectors: lanes of all ones where they hold ----
 
-struct Less {
+struct ownzi_CmpLT {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return greater(b, a); }
 };
-struct LessEqual {
+struct ownzi_CmpLE {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
   {
     if constexpr (std::is_same_v<T, Zor32f>) return lessEqual(a, b);
@@ -24,10 +24,10 @@ struct LessEqual {
     else return equal(subSat(a, b), zero<T>());
   }
 };
-struct Equal {
+struct ownzi_CmpEQ {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return equal(a, b); }
 };
-struct EqualWithin {
+struct ownzi_CmpEqEps {
   Zor32f eps;
   F32x4 operator()(F32x4 a, F32x4 b) const { return lessEqual(abs(a - b), splat(eps)); }
 };
@@ -172,11 +172,11 @@ ZorStatus compareRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: compareRows<L>(a, b, dst, roiSize, Less{}); break;
-  case ZorCmpLessEq: compareRows<L>(a, b, dst, roiSize, LessEqual{}); break;
-  case ZorCmpEq: compareRows<L>(a, b, dst, roiSize, Equal{}); break;
-  case ZorCmpGreaterEq: compareRows<L>(b, a, dst, roiSize, LessEqual{}); break;
-  case ZorCmpGreater: compareRows<L>(b, a, dst, roiSize, Less{}); break;
+  case ZorCmpLess: compareRows<L>(a, b, dst, roiSize, ownzi_CmpLT{}); break;
+  case ZorCmpLessEq: compareRows<L>(a, b, dst, roiSize, ownzi_CmpLE{}); break;
+  case ZorCmpEq: compareRows<L>(a, b, dst, roiSize, ownzi_CmpEQ{}); break;
+  case ZorCmpGreaterEq: compareRows<L>(b, a, dst, roiSize, ownzi_CmpLE{}); break;
+  case ZorCmpGreater: compareRows<L>(b, a, dst, roiSize, ownzi_CmpLT{}); break;
   default: break; // an unknown selector writes nothing and is no error
   }
   return ZorOk;
@@ -196,11 +196,11 @@ ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDs
   const Rows a{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: compareRows(a, constant, dst, roiSize, Less{}); break;
-  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, LessEqual{}); break;
-  case ZorCmpEq: compareRows(a, constant, dst, roiSize, Equal{}); break;
-  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<LessEqual>{}); break;
-  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<Less>{}); break;
+  case ZorCmpLess: compareRows(a, constant, dst, roiSize, ownzi_CmpLT{}); break;
+  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, ownzi_CmpLE{}); break;
+  case ZorCmpEq: compareRows(a, constant, dst, roiSize, ownzi_CmpEQ{}); break;
+  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<ownzi_CmpLE>{}); break;
+  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<ownzi_CmpLT>{}); break;
   default: break;
   }
   return ZorOk;
@@ -215,7 +215,7 @@ ZorStatus compareEqualEps(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize),
                             knownTolerance(eps)); s != ZorOk)
     return s;
-  compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, EqualWithin{eps});
+  compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
   return ZorOk;
 }
 
@@ -225,7 +225,7 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
   if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), knownTolerance(eps)); s != ZorOk)
     return s;
   const Constant<Zor32f, L> constant(value);
-  compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, EqualWithin{eps});
+  compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
   return ZorOk;
 }
 

@@ -143,7 +143,7 @@ template <class T, int Lanes> void sumIntervals(const Zor32u* tables, const Bins
   }
 }
 
-template <class T, int Channels, int Processed> ZorStatus countInTable(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+template <class T, int Channels, int Processed> ZorStatus ownzi_Histogram(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   if constexpr (sizeof(T) == 1) {
     constexpr int lanes = Channels == 1 ? 4 : 2;
@@ -161,7 +161,7 @@ template <class T, int Channels, int Processed> ZorStatus countInTable(Rows<cons
   return ZorOk;
 }
 
-template <Method M, class T, int Channels, int Processed> void countBySearch(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+template <Method M, class T, int Channels, int Processed> void ownzi_Histogram_Search(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   for (int y = 0; y < roi.height; ++y)
     for (int c = 0; c < Processed; ++c) searchRow<M>(src[y] + c, roi.width, Channels, bins[c]);
@@ -183,11 +183,11 @@ template <class T, int Channels, int Processed> ZorStatus countRegion(Rows<const
   }
   const long long pixels = static_cast<long long>(roi.width) * roi.height;
   switch (chooseMethod<T>(pixels, ascending, levels, Processed == 1)) {
-  case Method::BruteForce: countBySearch<Method::BruteForce, T, Channels, Processed>(src, roi, bins); break;
-  case Method::ForwardSearch: countBySearch<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins); break;
-  case Method::BinarySearch: countBySearch<Method::BinarySearch, T, Channels, Processed>(src, roi, bins); break;
+  case Method::BruteForce: ownzi_Histogram_Search<Method::BruteForce, T, Channels, Processed>(src, roi, bins); break;
+  case Method::ForwardSearch: ownzi_Histogram_Search<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins); break;
+  case Method::BinarySearch: ownzi_Histogram_Search<Method::BinarySearch, T, Channels, Processed>(src, roi, bins); break;
   case Method::FullTable:
-    if constexpr (!std::is_same_v<T, Zor32f>) return countInTable<T, Channels, Processed>(src, roi, bins);
+    if constexpr (!std::is_same_v<T, Zor32f>) return ownzi_Histogram<T, Channels, Processed>(src, roi, bins);
   }
   return ZorOk;
 }
@@ -209,7 +209,7 @@ static void makeLevels(Zor32s* levels, int nLevels, int lower, int upper)
 }
 
 // 16u with bins of one width in a small region: the bin is the quotient. Half a unit keeps products off the integers.
-static void countByQuotient(Rows<const Zor16u> src, ZorImgSize roi, const Bins<Zor16u>& b, int width)
+static void ownzi_HistogramEven(Rows<const Zor16u> src, ZorImgSize roi, const Bins<Zor16u>& b, int width)
 {
   const int lower = b.levels[0], upper = b.levels[b.bins()];
   const double reciprocal = 1.0 / width;
@@ -244,7 +244,7 @@ ZorStatus evenC1(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, 
   if constexpr (std::is_same_v<T, Zor16u>) {
     const long long d = static_cast<long long>(upperLevel) - lowerLevel, pixels = static_cast<long long>(roiSize.width) * roiSize.height;
     if (d % (nLevels - 1) == 0 && d > 0 && pixels < 65536 && d / (nLevels - 1) <= INT32_MAX) {
-      countByQuotient(Rows{pSrc, srcStep}, roiSize, bins, static_cast<int>(d / (nLevels - 1)));
+      ownzi_HistogramEven(Rows{pSrc, srcStep}, roiSize, bins, static_cast<int>(d / (nLevels - 1)));
       return ZorOk;
     }
   }

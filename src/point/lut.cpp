@@ -155,7 +155,7 @@ template <Curve C, class T> void fillInterval(T* map, const Nodes<T>& nodes, int
 }
 
 // map points to the image of 0.
-template <Curve C, class T> [[gnu::noinline]] void fillMap(T* map, const Nodes<T>& nodes)
+template <Curve C, class T> [[gnu::noinline]] void ownzi_LUT_FullMap(T* map, const Nodes<T>& nodes)
 {
   fillIdentity(map, low<T>, std::clamp(nodes.levels[0], low<T>, high<T> + 1));
   for (int k = 0; k < nodes.intervals(); ++k) fillInterval<C>(map, nodes, k);
@@ -168,7 +168,7 @@ void throughMaps(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>*
   const T* tables[processed<L>];
   for (int c = 0; c < processed<L>; ++c) {
     T* map = maps + c * mapSize<T> - low<T>;
-    fillMap<C>(map, nodes[c]);
+    ownzi_LUT_FullMap<C>(map, nodes[c]);
     tables[c] = map;
   }
   for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, WholeSample{}, AlikePixels<L>{});
@@ -239,7 +239,7 @@ template <class T, class Evaluate>
 
 // evaluatorOf(c) gives what makes an image of interval k and sample x of channel c.
 template <class T, Layout L, class EvaluatorOf>
-void searchRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, EvaluatorOf evaluatorOf)
+void ownzi_LUT_BS(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, EvaluatorOf evaluatorOf)
 {
   for (int c = 0; c < processed<L>; ++c) {
     const bool ascending = nodes[c].ascend();
@@ -300,12 +300,12 @@ template <Curve C> struct Pieces {
 // ---- The functions ----
 
 template <Curve C, class T, Layout L>
-ZorStatus curveRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes)
+ZorStatus ownzi_LUT(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes)
 {
   constexpr int n = processed<L>;
   if constexpr (C == Curve::Cubic) {
     for (int c = 0; c < n; ++c)
-      if (nodes[c].count < leastNodesOfCubic) return curveRegion<Curve::Linear, T, L>(src, dst, roi, nodes);
+      if (nodes[c].count < leastNodesOfCubic) return ownzi_LUT<Curve::Linear, T, L>(src, dst, roi, nodes);
   }
   if constexpr (sizeof(T) == 1) {
     T maps[n * mapSize<T>];
@@ -313,14 +313,14 @@ ZorStatus curveRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Node
     return ZorOk;
   } else if constexpr (isFloat<T>) {
     if constexpr (C == Curve::Step) {
-      searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
+      ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
     } else {
       long long total = 0;
       for (int c = 0; c < n; ++c) total += nodes[c].intervals();
       Scratch<Piece<C>> pieces(total);
       if (!pieces) return ZorErrAlloc;
       Piece<C>* end = pieces.get();
-      searchRegion<T, L>(src, dst, roi, nodes, [&](int c) {
+      ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [&](int c) {
         Piece<C>* const own = end;
         for (int k = 0; k < nodes[c].intervals(); ++k) *end++ = Piece<C>(nodes[c], k);
         return Pieces<C>{own};
@@ -330,7 +330,7 @@ ZorStatus curveRegion(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Node
   } else {
     if constexpr (C == Curve::Step && (L == C1 || L == C3)) {
       if (static_cast<long long>(roi.width) * roi.height <= mostPixelsToSearch) {
-        searchRegion<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
+        ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
         return ZorOk;
       }
     }
@@ -351,7 +351,7 @@ ZorStatus curveC1(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize r
                             enoughLevels(nLevels)); s != ZorOk)
     return s;
   const Nodes<T> nodes{pValues, pLevels, nLevels};
-  return curveRegion<C, T, C1>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, &nodes);
+  return ownzi_LUT<C, T, C1>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, &nodes);
 }
 
 template <Curve C, class T, Layout L>
@@ -365,7 +365,7 @@ ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
     nodes[c] = {pValues[c], pLevels[c], nLevels[c]};
   }
   if (auto s = firstFailure(nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
-  return curveRegion<C, T, L>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, nodes);
+  return ownzi_LUT<C, T, L>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, nodes);
 }
 
 } // namespace

@@ -14,6 +14,21 @@
 
 using namespace filtertest;
 
+#if defined(__GLIBC__) && !defined(__clang__)
+#define COUNTS_REGIONS
+#include <dlfcn.h>
+
+// Stands before the OpenMP library's own entry, and counts the parallel regions that are begun.
+static int regionsBegun = 0;
+extern "C" void GOMP_parallel(void (*body)(void*), void* data, unsigned threads, unsigned flags)
+{
+  using Entry = void (*)(void (*)(void*), void*, unsigned, unsigned);
+  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "GOMP_parallel"));
+  ++regionsBegun;
+  next(body, data, threads, flags);
+}
+#endif
+
 namespace {
 
 using Matrix = std::vector<int>; // row by row
@@ -173,21 +188,80 @@ TEST_P(FixedKernel, AppliesItsKernel)
   omp_set_num_threads(before);
 }
 
+#ifdef COUNTS_REGIONS
+// The heights from which a region is shared among a team, C1, C3, C4, AC4; 0 always, -1 never (as all that is missing).
+struct Heights {
+  const char* filter;
+  int layouts[4];
+};
+constexpr Heights forkHeights[] = {
+  {"Gauss33_8u", {256, 0, 400, 0}},      {"Gauss33_16s", {400, 400, 256, 0}},     {"Gauss33_32f", {-1, -1, -1, 0}},
+  {"Gauss55_8u", {0, 0, 0, 0}},          {"Gauss55_16s", {0, 0, 0, 0}},           {"Lowpass55_8u", {-1, 0, -1, 0}},
+  {"Lowpass55_16s", {400, 400, -1, 0}},  {"Laplace33_8u", {256, 0, 400, 400}},    {"Laplace33_16s", {400, 400, -1, 0}},
+  {"Laplace33_32f", {-1, -1, -1, 100}},  {"Laplace33_8s16s", {256, -1, -1, -1}},  {"Laplace55_8u", {256, 0, 512, 0}},
+  {"Laplace55_16s", {256, 0, 512, 0}},   {"Hipass33_8u", {256, 0, 400, 400}},     {"Hipass33_16s", {400, 400, -1, 0}},
+  {"Hipass33_32f", {-1, -1, -1, 100}},   {"Hipass55_8u", {-1, 256, -1, 256}},     {"Hipass55_16s", {512, 512, 0, 256}},
+  {"Sharpen33_8u", {256, 0, 400, 0}},    {"Sharpen33_16s", {-1, 400, 256, 0}},    {"Sharpen33_32f", {-1, -1, -1, 0}},
+  {"PrewittHoriz33_", {-1, -1, -1, 0}},  {"PrewittVert33_", {-1, -1, -1, 0}},     {"SobelHoriz33_8u", {-1, -1, -1, 0}},
+  {"SobelHoriz33_16s", {-1, -1, -1, 0}}, {"SobelHoriz33_32f", {-1, -1, -1, 0}},   {"SobelVert33_8u", {-1, -1, -1, 0}},
+  {"SobelVert33_16s", {-1, -1, -1, 0}},  {"SobelVert33_32f", {-1, -1, -1, 0}},
+};
+
+int forkHeightOf(const std::string& member)
+{
+  const size_t end = member.rfind('_');
+  const std::string filter = member.substr(0, end), layout = member.substr(end + 1);
+  for (const Heights& h : forkHeights)
+    if (const std::string name = h.filter; name.back() == '_' ? filter.compare(0, name.size(), name) == 0 : filter == name)
+      return h.layouts[layout == "C1" ? 0 : layout == "C3" ? 1 : layout == "C4" ? 2 : 3];
+  return -1;
+}
+
+TEST_P(FixedKernel, ForksFromItsHeightOn)
+{
+  const int height = forkHeightOf(GetParam().name), before = omp_get_max_threads();
+  omp_set_num_threads(2);
+  for (int h : {1, 99, 100, 255, 256, 399, 400, 511, 512}) {
+    regionsBegun = 0;
+    ASSERT_EQ(GetParam().differs({2, h}, 0), "");
+    EXPECT_EQ(regionsBegun, height >= 0 && h >= height ? 1 : 0) << h << " rows";
+  }
+  omp_set_num_threads(before);
+}
+#endif
+
+// The threads of a team have modes of their own: every one of them is set, and found again.
+template <class T, class Call> void expectIndependenceOfTheRoundingMode(int channels, int reach, Call call)
+{
+  const ZorImgSize size = {50, 100};
+  const Image<T> src(size, channels, reach, reach, 3, 0);
+  Image<T> nearest(size, channels, 0, 0, 1, 0);
+  ASSERT_EQ(call(src.pointer(), src.step(), nearest.pointer(), nearest.step(), size), ZorOk);
+  for (int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+    Image<T> other(size, channels, 0, 0, 1, 0);
+    int kept = 0, threads = 0;
+#pragma omp parallel
+    std::fesetround(mode);
+    EXPECT_EQ(call(src.pointer(), src.step(), other.pointer(), other.step(), size), ZorOk);
+#pragma omp parallel reduction(+ : kept, threads)
+    {
+      threads += 1;
+      kept += std::fegetround() == mode;
+      std::fesetround(FE_TONEAREST);
+    }
+    EXPECT_EQ(kept, threads);
+    EXPECT_EQ(other.difference(nearest), "") << mode;
+  }
+}
+
 TEST(FixedKernels, RoundToNearestInAnyModeOfTheCaller)
 {
-  const ZorImgSize size = {50, 600};
-  const Image<Zor8u> src(size, 1, 2, 2, 3, 0);
-  Image<Zor8u> nearest(size, 1, 0, 0, 1, 0), upward = nearest;
-  const auto run = [&](Image<Zor8u>& dst) {
-    EXPECT_EQ(zoriFilterGauss_8u_C1R(src.pointer(), src.step(), dst.pointer(), dst.step(), size, ZorMask5x5), ZorOk);
-  };
-  run(nearest);
-  std::fesetround(FE_UPWARD);
-  run(upward);
-  const int mode = std::fegetround();
-  std::fesetround(FE_TONEAREST);
-  EXPECT_EQ(mode, FE_UPWARD);
-  EXPECT_EQ(upward.difference(nearest), "");
+  const int before = omp_get_max_threads();
+  omp_set_num_threads(3);
+  expectIndependenceOfTheRoundingMode<Zor16u>(1, 2, [](auto... a) { return zoriFilterLowpass_16u_C1R(a..., ZorMask5x5); });
+  expectIndependenceOfTheRoundingMode<Zor32f>(4, 1, [](auto... a) { return zoriFilterSharpen_32f_AC4R(a...); });
+  expectIndependenceOfTheRoundingMode<Zor32f>(4, 1, [](auto... a) { return zoriFilterGauss_32f_AC4R(a..., ZorMask3x3); });
+  omp_set_num_threads(before);
 }
 
 // Column sums first, the outer rows before the middle one, then the same along the row.
