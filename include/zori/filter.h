@@ -33,8 +33,8 @@ ZORI_BEGIN_DECLS
  * 8u, the rule: fixed point. v = r * 4294967295.0 rounded to an integer and shifted left by n (at most 24)
  * until its top bit is set; m = (v >> 20) + 1; result (m * s + (1 << (n + 11))) >> (n + 12). An area of 1
  * copies, in every type. An area above 8100 takes trunc(s * r + 9e-6f) instead, s being a running sum in
- * single precision as in 32f; up to an area of 65793 it is exact. The smallest masks have their own,
- * truncating constants:
+ * single precision as in 32f; while area + maskSize.height is at most 65793 it is exact. The smallest masks
+ * have their own, truncating constants:
  *
  *   3x3, C1, C3, AC4, not in place      (s * 29128) >> 18
  *   3x3, C4, not in place               (s * 29127) >> 18
@@ -48,7 +48,8 @@ ZORI_BEGIN_DECLS
  * does.
  *
  * 16u: float(s) * r rounded to nearest, ties to even, saturated; the last pixels of a row, behind its last
- * full block of eight, take trunc(float(s) * r + 0.5000001) in double, which differs on exact ties only.
+ * full block of eight pixels, take trunc(float(s) * r + 0.5000001) in double, which differs on exact ties
+ * only.
  *
  * 16s: float(s + 32768 * area) * r rounded to nearest, ties to even, less 32768, saturated. C4, not in place,
  * with a 3x3 or 5x5 mask truncates instead of rounding, with the factors 0.11111111f and 0.04f. Sums of 16u
@@ -131,8 +132,9 @@ ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* p
  * Sum over a window along the column.
  *
  * dst(x, y) = sum of src(x, y - anchor + k) for 0 <= k < maskSize, per channel, as a float. Sums are exact
- * below 2^24 in magnitude; beyond, they are running sums in single precision. Read are the rows from anchor
- * above the region to maskSize - 1 - anchor below it; the caller provides that margin.
+ * below 2^24 in magnitude; beyond, they are running sums in single precision, but in 16s exact where pDst and
+ * dstStep are multiples of 16. Read are the rows from anchor above the region to maskSize - 1 - anchor below
+ * it; the caller provides that margin.
  *
  * ZorErrMaskSize: maskSize is below 1. ZorErrAnchor: anchor is negative or not below maskSize. Steps are not
  * tested. The 8u forms and the C1 and C4 forms of 16s do not test the size either: a width or height below 1
@@ -319,8 +321,8 @@ ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  *                      -3  0  6  0 -3
  *                      -1 -3 -4 -3 -1
  *
- * for ZorMask3x3 and ZorMask5x5, without a divisor, each channel on its own. Flat regions give 0 (32f: up to
- * rounding).
+ * for ZorMask3x3 and ZorMask5x5, without a divisor, each channel on its own. Flat regions give 0, in 32f up
+ * to rounding.
  *
  * 8u and 16s are exact and saturate to the type: negative values give 0 in 8u. The 8u16s and 8s16s forms
  * store the exact signed value. 32f has no limits.
@@ -609,7 +611,8 @@ ZorStatus zoriFilterRobertsUp_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * ZorErrAlloc, 16u only: no memory for the kernel; nothing is written.
  *
  * The cost of a pixel grows with the area of the kernel. Elements of 16 bits are the fast case. A large
- * kernel needs work memory; without it the call goes on more slowly, with the ties of 8u going up.
+ * kernel and a wide region need work memory; without it the call goes on more slowly, with the ties of 8u
+ * going up.
  *
  * Checks of *_16u_*: null pKernel, size kernelSize, divisor (ZorErrKernelDivisor), null pSrc, pDst, size
  * roiSize, steps, srcStep (ZorErrStep).
@@ -646,7 +649,8 @@ ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int
  * Sums are taken in single precision, one accumulator a sample, in the order of the source pixels: row by
  * row, left to right. The integer forms round to nearest and saturate, a NaN becomes the upper bound. Ties go
  * to even; in 8u, when the kernel is less than 3 or the region less than 16 pixels wide, they go up. A large
- * kernel needs work memory; without it the call goes on more slowly, with the ties of 8u going up.
+ * kernel and a wide region need work memory; without it the call goes on more slowly, with the ties of 8u
+ * going up.
  *
  * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
  * kernelSize.width - 1 pixels, or dstStep than width pixels.
@@ -833,7 +837,8 @@ ZorStatus zoriFilterRoundGetBufSize32f_16s_AC4R(ZorImgSize kernelSize, int roiWi
  * powers of two, else by float(sum) * (1.0f / divisor), where ties go to even when kernelSize is at least 3,
  * the region at least 16 pixels wide and every element within -32768 .. 32767, and up otherwise. 16u and 16s
  * multiply each element by 1.0f / divisor in single precision and go on as zoriFilterRow32f and
- * zoriFilterColumn32f do.
+ * zoriFilterColumn32f do. A long kernel and a wide region need work memory; without it the call goes on more
+ * slowly, with the ties of 8u going up.
  *
  * ZorErrSize: a side of the region or kernelSize is below 1. ZorErrKernelDivisor: divisor is 0. ZorErrStep:
  * srcStep is smaller than width + kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width
@@ -885,7 +890,7 @@ ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDs
  *
  * Sums are taken in single precision, in the order of the source pixels: left to right, top to bottom. The
  * integer forms round to nearest and saturate, a NaN becomes the upper bound. Ties go to even; in 8u, when
- * kernelSize is less than 3 or the region less than 16 pixels wide, they go up.
+ * kernelSize is less than 3, the region less than 16 pixels wide, or there is no work memory, they go up.
  *
  * ZorErrSize: a side of the region or kernelSize is below 1. ZorErrStep: srcStep is smaller than width +
  * kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width pixels.

@@ -29,8 +29,8 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
     const long long area = areaOf(windows.mask), largest = 65535 / 255;
     const bool shortColumns = windows.mask.height <= largest;
     if (rule.quotient == Quotient::FloatSum) {
-      // while every sum is below 2^24, running sums of floats are exact, and these are they
-      if (area * 255 > 1 << 24) return run(FloatPath<T, CH, keepAlpha>{rule});
+      // while every sum is below 2^24, that of a window and a column too, running sums of floats are exact: these are they
+      if ((area + windows.mask.height) * 255 > 1 << 24) return run(FloatPath<T, CH, keepAlpha>{rule});
       return shortColumns ? integers<uint16_t, ByteTruncated>(rule) : integers<uint32_t, ByteTruncated>(rule);
     }
     if (rule.quotient == Quotient::Product || (area > 2 && area <= largest)) return integers<uint16_t, HighProduct>(rule);
@@ -63,6 +63,22 @@ inline ZorStatus maskStatus(ZorImgSize mask, ZorImgPoint anchor)
   return firstFailure(require(mask.width >= 1 && mask.height >= 1, ZorErrMaskSize), require(inside, ZorErrAnchor));
 }
 
+// In place with a mask at least as tall as the region: the rectangle that the windows cover is copied, and filtered from
+// there as if it were another image, with the teams and the running sums of that.
+template <class T, Layout L>
+ZorStatus throughCopy(const Windows<T>& w, Rows<T> dst, const Rule& rule)
+{
+  constexpr int CH = channels<L>;
+  const long long rowBytes = w.columns(CH) * static_cast<long long>(sizeof(T)), rows = w.roi.height + w.mask.height - 1LL;
+  if (!fitsMemory(rowBytes) || rowBytes > INT_MAX || rows > PTRDIFF_MAX / 4 / rowBytes) return ZorErrAlloc;
+  const Scratch<Zor8u> copy(rowBytes * rows);
+  if (!copy) return ZorErrAlloc;
+  const Windows<T> windows{{reinterpret_cast<const T*>(copy.get()), static_cast<int>(rowBytes)}, w.roi, w.mask, {0, 0}};
+  for (std::ptrdiff_t y = 0; y < rows; ++y)
+    std::memcpy(copy.get() + y * static_cast<std::ptrdiff_t>(rowBytes), w.template row<CH>(y), static_cast<std::size_t>(rowBytes));
+  return ownBlur<T, L, false>{windows, dst, worthTeam(sampleOf<T>, L, false, rule, w.roi)}.filter(rule);
+}
+
 template <class T, Layout L, bool InPlace>
 ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)
 {
@@ -76,6 +92,8 @@ ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
     return ZorOk;
   }
   const Windows<T> windows{src, roiSize, maskSize, anchor};
+  if constexpr (InPlace && sampleOf<T> != Sample::U16)
+    if (maskSize.height >= roiSize.height) return throughCopy<T, L>(windows, dst, rule);
   return ownBlur<T, L, InPlace>{windows, dst, worthTeam(sampleOf<T>, L, InPlace, rule, roiSize)}.filter(rule);
 }
 

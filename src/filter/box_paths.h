@@ -180,8 +180,9 @@ ZorStatus runPath(const Windows<T>& w, Rows<T> dst, bool inTeam, const Path& pat
   const long long columnBytes = (Path::bufferBytes(w) + 15) / 16 * 16;
   if constexpr (InPlace) {
     const int rows = Ring<T, L>::rowsNeeded(w, Path::rowsAtOnce);
-    const long long ringBytes = Ring<T, L>::rowBytes(w) * rows;
-    if (!fitsMemory(columnBytes) || !fitsMemory(ringBytes)) return ZorErrAlloc;
+    const long long rowBytes = Ring<T, L>::rowBytes(w);
+    if (!fitsMemory(columnBytes) || !fitsMemory(rowBytes) || rows > PTRDIFF_MAX / 4 / rowBytes) return ZorErrAlloc;
+    const long long ringBytes = rowBytes * rows;
     Scratch<Zor8u> buffer(columnBytes + ringBytes);
     if (!buffer) return ZorErrAlloc;
     Ring<T, L> ring(dst, w, rows, buffer.get() + columnBytes);

@@ -198,7 +198,7 @@ template <class S> struct Stored<S, Zor32s> {
   int rowsPerPass() const { return upright ? 2 : 1; }
   int advance() const { return 1; } // stored rows from pass to pass
   int ringRows() const { return upright ? kh / 2 + 1 : 1; }
-  int places() const { return upright ? kw : (kw + 1) / 2; } // in a stored row
+  int places() const { return upright ? kw : kw / 2 + kw % 2; } // in a stored row
   int lists() const { return isLarge ? 2 : 1; }
   int count(int sourceRows) const { return upright ? (sourceRows + 1) / 2 : sourceRows; }
 
@@ -211,9 +211,9 @@ template <class S> struct Stored<S, Zor32s> {
       mapBlocks(pairs, samples, Paired<S>{}, call.src[first + 2 * p] + x, call.src[first + second] + x);
     } else {
       const S* const row = call.src[first + p] + x;
-      const std::ptrdiff_t partners = samples - call.channels;
+      const std::ptrdiff_t partners = std::max<std::ptrdiff_t>(samples - call.channels, 0);
       if (partners > 0) mapBlocks(pairs, partners, Paired<S>{}, row, row + call.channels);
-      if (kw % 2 != 0) mapBlocks(pairs + partners, call.channels, Paired<S>{}, row + partners, row + partners);
+      if (kw % 2 != 0) mapBlocks(pairs + partners, samples - partners, Paired<S>{}, row + partners, row + partners);
     }
   }
 
@@ -361,7 +361,9 @@ template <class S, class K>
   K* const sums = room.template take<K>(sumRows * strip);
 
   const int sourceRows = count + stored.kh - 1, storedRows = stored.count(sourceRows);
-  for (std::ptrdiff_t x = 0; x < length; x += strip) {
+  for (std::ptrdiff_t begin = 0; begin < length; begin += strip) {
+    // blocks are read whole: where that is the image itself, a last strip short of one overlaps the strip before
+    const std::ptrdiff_t x = isInPlace ? std::min<std::ptrdiff_t>(begin, length - blockLength) : begin;
     const std::ptrdiff_t samples = std::min(strip, length - x);
     if (samples < blockLength) std::memset(ring, 0, static_cast<std::size_t>(ringRows * pitch) * sizeof(K)); // the rest of a block
     for (int y = 0, base = 0, made = 0; y < count; y += stored.rowsPerPass(), base += stored.advance()) {

@@ -66,12 +66,15 @@ template <class T, int CH> void owniSumWindowRow(Rows<const T> src, Rows<Zor32f>
 
 // ---- Down the column ----
 
-// sums[i] += float(entering[i] - leaving[i])
-template <class T> inline void addDifferences(Zor32f* sums, Vec<T> entering, Vec<T> leaving)
+// sums[i] += Sum(entering[i] - leaving[i])
+template <class Sum, class T> inline void addDifferences(Sum* sums, Vec<T> entering, Vec<T> leaving)
 {
   const Difference<T> d(entering, leaving);
   const auto add = [](Zor32f* p, F32x4 x) { storeAligned(p, loadAligned<Zor32f>(p) + x); };
-  if constexpr (sizeof(T) == 1) {
+  if constexpr (isInt<Sum>) {
+    addTo(sums, d.low);
+    addTo(sums + Vec<T>::size / 2, d.high);
+  } else if constexpr (sizeof(T) == 1) {
     add(sums, floatLow(d.low));
     add(sums + 4, floatHigh(d.low));
     add(sums + 8, floatLow(d.high));
@@ -82,28 +85,45 @@ template <class T> inline void addDifferences(Zor32f* sums, Vec<T> entering, Vec
   }
 }
 
-template <class T> [[gnu::noinline]] void slideFloats(Zor32f* sums, const T* entering, const T* leaving, std::ptrdiff_t n)
+template <class Sum, class T>
+[[gnu::noinline]] void slideSums(Sum* sums, const T* entering, const T* leaving, std::ptrdiff_t n)
 {
-  eachBlock(sums, n, [](Zor32f* s, Vec<T> in, Vec<T> out) { addDifferences(s, in, out); }, entering, leaving);
+  eachBlock(sums, n, [](Sum* s, Vec<T> in, Vec<T> out) { addDifferences(s, in, out); }, entering, leaving);
 }
-template <class T> [[gnu::noinline]] void addRowAsFloats(Zor32f* sums, const T* row, std::ptrdiff_t n)
+template <class Sum, class T> [[gnu::noinline]] void addToSums(Sum* sums, const T* row, std::ptrdiff_t n)
 {
-  eachBlock(sums, n, [](Zor32f* s, Vec<T> x) { addDifferences(s, x, zero<T>()); }, row);
+  eachBlock(sums, n, [](Sum* s, Vec<T> x) { addDifferences(s, x, zero<T>()); }, row);
 }
 
-template <class T, int CH> ZorStatus owniSumWindowColumn(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
+struct IntToFloat {
+  F32x4 operator()(Vec<int32_t> x) const { return toFloat(x); }
+};
+
+template <class Sum, class T, int CH>
+ZorStatus sumColumns(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
 {
   const long long elements = static_cast<long long>(roi.width) * CH;
-  Scratch<Zor32f> sums(elements + Vec<T>::size);
+  Scratch<Sum> sums(elements + Vec<T>::size);
   if (!sums) return ZorErrAlloc;
   const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(elements);
-  std::memset(sums.get(), 0, static_cast<std::size_t>(n + Vec<T>::size) * sizeof(Zor32f));
-  for (int j = 0; j < mask; ++j) addRowAsFloats(sums.get(), src[j - anchor], n);
+  std::memset(sums.get(), 0, static_cast<std::size_t>(n + Vec<T>::size) * sizeof(Sum));
+  for (int j = 0; j < mask; ++j) addToSums(sums.get(), src[std::ptrdiff_t{j} - anchor], n);
   for (int y = 0; y < roi.height; ++y) {
-    std::memcpy(dst[y], sums.get(), static_cast<std::size_t>(n) * sizeof(Zor32f));
-    if (y + 1 < roi.height) slideFloats(sums.get(), src[std::ptrdiff_t{y} - anchor + mask], src[std::ptrdiff_t{y} - anchor], n);
+    if constexpr (isInt<Sum>) mapRow(dst[y], n, IntToFloat{}, static_cast<const Sum*>(sums.get()));
+    else std::memcpy(dst[y], sums.get(), static_cast<std::size_t>(n) * sizeof(Sum));
+    const std::ptrdiff_t leaving = std::ptrdiff_t{y} - anchor;
+    if (y + 1 < roi.height) slideSums(sums.get(), src[leaving + mask], src[leaving], n);
   }
   return ZorOk;
+}
+
+// Words that go to aligned rows are summed in integers of 32 bits, all else in single precision.
+template <class T, int CH>
+ZorStatus owniSumWindowColumn(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
+{
+  if constexpr (std::is_same_v<T, Zor16s>)
+    if (isAligned(dst.first, 16) && dst.step % 16 == 0) return sumColumns<int32_t, T, CH>(src, dst, roi, mask, anchor);
+  return sumColumns<Zor32f, T, CH>(src, dst, roi, mask, anchor);
 }
 
 // ---- Checks ----

@@ -295,6 +295,29 @@ TEST(FilterBox, Teams)
   omp_set_num_threads(1);
 }
 
+// A mask as tall as the region filters a copy of the image, with the teams of the form that is not in place.
+TEST(FilterBox, TallMasksInPlaceAreAsOutOfPlace)
+{
+  const ZorImgSize region = {1365, 4}, mask = {6, 5};
+  const ZorImgPoint anchor = {4, 2};
+  for (int team : {1, 2, 3}) {
+    omp_set_num_threads(team);
+    CoveredImage<Zor32f> image({region.width + mask.width - 1, region.height + mask.height - 1}, anchor, 3, true, 7);
+    const auto before = image.copy();
+    std::vector<Zor32f> wanted(static_cast<std::size_t>(region.width * region.height * 3));
+    ASSERT_EQ(zoriFilterBox_32f_C3R(image.region(), image.step(), wanted.data(), region.width * 12, region, mask, anchor), ZorOk);
+    ASSERT_EQ(zoriFilterBox_32f_C3IR(image.region(), image.step(), region, mask, anchor), ZorOk);
+    for (int y = 0; y < region.height + mask.height - 1; ++y)
+      for (int x = 0; x < region.width + mask.width - 1; ++x)
+        for (int k = 0; k < 3; ++k) {
+          const int rx = x - anchor.x, ry = y - anchor.y;
+          const bool inside = rx >= 0 && rx < region.width && ry >= 0 && ry < region.height;
+          ASSERT_EQ(image.at(x, y, k), inside ? wanted[static_cast<std::size_t>((ry * region.width + rx) * 3 + k)] : before[image.index(x, y, k)]);
+        }
+  }
+  omp_set_num_threads(1);
+}
+
 TEST(FilterBox, StepsCountWholeElements)
 {
   Zor16u image[8] = {10, 20, 30, 40, 50, 60, 70, 80}, out[4] = {};
