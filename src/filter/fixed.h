@@ -38,6 +38,11 @@ template <class A, class T> inline Pair<A> loadPair(const T* p)
     return {as<A>(widenLow(x)), as<A>(widenHigh(x))};
   }
 }
+template <class A, class T> inline Vec<A> loadHalf(const T* p)
+{
+  if constexpr (sizeof(T) == sizeof(A)) return load<A>(p);
+  else return as<A>(widenLow(loadLow8<T>(p)));
+}
 template <class A> inline void storePair(A* p, Pair<A> x)
 {
   store(p, x.low);
@@ -51,46 +56,48 @@ template <int C, class A> inline Vec<A> times(Vec<A> x)
   else if constexpr (C == 2) return x + x;
   else if constexpr (!isInt<A>) return x * splat<A>(static_cast<A>(C));
   else if constexpr ((C & (C - 1)) == 0) return shiftLeft<__builtin_ctz(C)>(x);
-  else if constexpr (sizeof(A) == 2) return mulLow(x, splat<A>(C));
+  else if constexpr (sizeof(A) == 2) return mulLow(x, loadedOnce(splat<A>(C))); // one product, not shifts and sums
   else if constexpr ((C & (C + 1)) == 0) return times<C + 1>(x) - x;
   else if constexpr (C % 2 == 1) return times<C - 1>(x) + x;
   else return times<(C & -C)>(times<C / (C & -C)>(x));
 }
 template <int C, class A> inline Pair<A> times(Pair<A> x) { return {times<C>(x.low), times<C>(x.high)}; }
 
-// v * a + w * b for |v| == |w|.
-template <int V, int W, class A> inline Pair<A> weighted(Pair<A> a, Pair<A> b)
+template <class A> inline Vec<A> negated(Vec<A> x) { return zero<A>() - x; }
+template <class A> inline Pair<A> negated(Pair<A> x) { return {negated(x.low), negated(x.high)}; }
+
+// V * a + W * b for |V| == |W|, of vectors or pairs.
+template <int V, int W, class X> inline X weighted(X a, X b)
 {
   static_assert(V == W || V == -W);
-  if constexpr (V == W) return V > 0 ? times<(V > 0 ? V : 1)>(a + b) : times<(V < 0 ? -V : 1)>(Pair<A>{zero<A>(), zero<A>()} - (a + b));
+  if constexpr (V == W && V > 0) return times<V>(a + b);
+  else if constexpr (V == W) return negated(times<-V>(a + b));
   else if constexpr (W > 0) return times<W>(b - a);
   else return times<V>(a - b);
 }
 
-// sum += C * x or sum -= -C * x.
-template <int C, class A> inline Pair<A> addTimes(Pair<A> sum, Pair<A> x)
+// sum + C * x
+template <int C, class X> inline X addTimes(X sum, X x)
 {
   if constexpr (C > 0) return sum + times<C>(x);
   else if constexpr (C < 0) return sum - times<-C>(x);
   else return sum;
 }
 
-// A vector of weights that is symmetric or antisymmetric: the outer pair first, the middle last.
+// A vector of weights that is symmetric or antisymmetric: the outer pair first, the middle last. at(k) is what weight k
+// multiplies, a vector or a pair.
 template <int... W> struct Weights;
 
 template <int A0, int A1, int A2> struct Weights<A0, A1, A2> {
   static constexpr int size = 3;
-  template <class A, class At> static Pair<A> apply(At at)
-  {
-    return addTimes<A1>(weighted<A0, A2>(at(0), at(2)), at(1));
-  }
+  template <class At> static auto apply(At at) { return addTimes<A1>(weighted<A0, A2>(at(0), at(2)), at(1)); }
 };
 
 template <int A0, int A1, int A2, int A3, int A4> struct Weights<A0, A1, A2, A3, A4> {
   static constexpr int size = 5;
-  template <class A, class At> static Pair<A> apply(At at)
+  template <class At> static auto apply(At at)
   {
-    Pair<A> sum = weighted<A0, A4>(at(0), at(4));
+    auto sum = weighted<A0, A4>(at(0), at(4));
     if constexpr (A1 != 0) sum = sum + weighted<A1, A3>(at(1), at(3));
     return addTimes<A2>(sum, at(2));
   }
@@ -144,11 +151,11 @@ template <class S_, class D_, class Vertical, class Horizontal, class Finish> st
 
   static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t)
   {
-    storePair(sums, Vertical::template apply<A>([=](int k) { return loadPair<A>(rows[k] + i); }));
+    storePair(sums, Vertical::apply([=](int k) { return loadPair<A>(rows[k] + i); }));
   }
   template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t, const S* centre)
   {
-    const Pair<A> sum = Horizontal::template apply<A>([=](int k) { return loadPair<A>(sums + k * Channels); });
+    const Pair<A> sum = Horizontal::apply([=](int k) { return loadPair<A>(sums + k * Channels); });
     return Finish::template apply<D>(sum, centre);
   }
 };
@@ -163,10 +170,16 @@ template <class S_, class D_, class Outer, class Inner, class Own, class Finish>
 
   static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t plane)
   {
-    const auto at = [=](int k) { return loadPair<A>(rows[k] + i); };
-    storePair(sums, Outer::template apply<A>(at));
-    storePair(sums + plane, Inner::template apply<A>(at));
-    storePair(sums + 2 * plane, Own::template apply<A>(at));
+    constexpr std::ptrdiff_t half = Vec<A>::size; // pairs of five rows are more than the registers hold
+    for (std::ptrdiff_t k = 0; k < 2 * half; k += half) {
+      const auto at = [=](int row) { return loadHalf<A>(rows[row] + i + k); };
+      const Vec<A> samples[5] = {at(0), at(1), at(2), at(3), at(4)};
+      const auto sample = [&](int row) { return samples[row]; };
+      const Vec<A> outer = Outer::apply(sample), inner = Inner::apply(sample), own = Own::apply(sample);
+      store(sums + k, outer);
+      store(sums + plane + k, inner);
+      store(sums + 2 * plane + k, own);
+    }
   }
   template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t plane, const S*)
   {

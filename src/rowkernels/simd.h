@@ -97,8 +97,8 @@ template <class T> inline void stream(void* p, Vec<T> x)
 inline void streamFence() { _mm_sfence(); }
 inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
 
-// x itself, of which the compiler forgets where it came from: what several operations share is then copied from register to
-// register and not loaded again for each.
+// x itself, of which the compiler forgets where it came from: what several operations share is then copied from register
+// to register and not loaded again for each, and a product with a constant stays a product.
 template <class T> inline Vec<T> loadedOnce(Vec<T> x)
 {
   asm("" : "+x"(x.v));
