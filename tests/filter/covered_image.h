@@ -1,14 +1,13 @@
 // The rectangle of pixels that a filter's windows cover, in memory that ends with it.
 #pragma once
 
+#include "support/guarded_block.h"
 #include "zori/types.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <limits>
-#include <sys/mman.h>
 #include <type_traits>
-#include <unistd.h>
 #include <vector>
 
 namespace filtertest {
@@ -18,13 +17,9 @@ namespace filtertest {
 template <class T> class CoveredImage {
 public:
   CoveredImage(ZorImgSize size, ZorImgPoint anchor, int channels, bool atEnd, unsigned seed)
-    : size_(size), anchor_(anchor), channels_(channels)
+    : size_(size), anchor_(anchor), channels_(channels), block_(samples() * sizeof(T)),
+      data_(reinterpret_cast<T*>(atEnd ? block_.end() - samples() * sizeof(T) : block_.begin()))
   {
-    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), bytes = samples() * sizeof(T);
-    mapped_ = (bytes + page - 1) / page * page + 2 * page;
-    base_ = static_cast<char*>(mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(base_ + page, mapped_ - 2 * page, PROT_READ | PROT_WRITE);
-    data_ = reinterpret_cast<T*>(atEnd ? base_ + mapped_ - page - bytes : base_ + page);
     for (std::size_t i = 0; i < samples(); ++i) {
       seed = seed * 1664525u + 1013904223u;
       // noise among runs of the largest and the smallest value; floats of many magnitudes
@@ -33,9 +28,6 @@ public:
       else data_[i] = static_cast<T>(kind > 16 ? std::numeric_limits<T>::max() : kind > 14 ? std::numeric_limits<T>::min() : static_cast<T>(seed >> 9));
     }
   }
-  ~CoveredImage() { munmap(base_, mapped_); }
-  CoveredImage(const CoveredImage&) = delete;
-  CoveredImage& operator=(const CoveredImage&) = delete;
 
   void fill(T value) { std::fill(data_, data_ + samples(), value); }
   int step() const { return size_.width * channels_ * static_cast<int>(sizeof(T)); }
@@ -53,8 +45,7 @@ private:
   ZorImgSize size_;
   ZorImgPoint anchor_;
   int channels_;
-  std::size_t mapped_;
-  char* base_;
+  zoritest::GuardedBlock block_;
   T* data_;
 };
 

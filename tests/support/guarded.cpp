@@ -1,40 +1,30 @@
 #include "guarded.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <mutex>
-#include <sys/mman.h>
 
 namespace zoritest {
 
-static constexpr std::size_t pageBytes = 4096;
-
 static std::mutex poolMutex;
-static std::multimap<std::size_t, unsigned char*> pool; // free blocks by size, guarded already
+static std::multimap<std::size_t, std::unique_ptr<GuardedBlock>> pool; // free blocks by size
 
-Arena::Arena(std::size_t bytes) : size_((bytes + pageBytes - 1) / pageBytes * pageBytes)
+Arena::Arena(std::size_t bytes)
 {
   const std::lock_guard<std::mutex> lock(poolMutex);
-  const auto found = pool.find(size_);
-  if (found != pool.end()) {
-    begin_ = found->second;
+  const auto found = pool.find(GuardedBlock::sizeFor(bytes));
+  if (found == pool.end()) {
+    block_ = std::make_unique<GuardedBlock>(bytes);
+  } else {
+    block_ = std::move(found->second);
     pool.erase(found);
-    return;
   }
-  void* map = mmap(nullptr, size_ + 2 * pageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (map == MAP_FAILED || mprotect(static_cast<char*>(map) + pageBytes, size_, PROT_READ | PROT_WRITE) != 0) {
-    std::perror("no memory for a test image");
-    std::abort();
-  }
-  begin_ = static_cast<unsigned char*>(map) + pageBytes;
 }
 
 Arena::~Arena()
 {
   const std::lock_guard<std::mutex> lock(poolMutex);
-  pool.emplace(size_, begin_);
+  pool.emplace(block_->size(), std::move(block_));
 }
 
 int elementBytes(Element element)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "function_table.h"
+#include "guarded_block.h"
 
 #include <cstddef>
 #include <memory>
@@ -15,12 +16,11 @@ public:
   ~Arena();
   Arena(const Arena&) = delete;
   Arena& operator=(const Arena&) = delete;
-  unsigned char* begin() const { return begin_; }
-  unsigned char* end() const { return begin_ + size_; }
+  unsigned char* begin() const { return block_->begin(); }
+  unsigned char* end() const { return block_->end(); }
 
 private:
-  unsigned char* begin_;
-  std::size_t size_;
+  std::unique_ptr<GuardedBlock> block_;
 };
 
 // A fast sequence of numbers that depends on the seed alone.
