@@ -53,9 +53,9 @@ template <class T> inline Vec<T> saturatedDifference(Vec<T> a, Vec<T> b)
 // is one instruction, where a shift by a number that is not known beforehand takes two.
 template <class T> inline Vec<T> lanesRight(Vec<T> v, int n)
 {
-  const Vec<Zor16u> power = splat(static_cast<Zor16u>(0x10000 >> n));
-  if constexpr (sizeof(T) == 1) return as<T>(mulHigh(as<Zor16u>(v), power)) & splat(static_cast<T>(0xff >> n));
-  else if constexpr (sizeof(T) == 2 && !isSigned<T>) return mulHigh(v, power);
+  const auto power = [=] { return splat(static_cast<Zor16u>(0x10000 >> n)); };
+  if constexpr (sizeof(T) == 1) return as<T>(mulHigh(as<Zor16u>(v), power())) & splat(static_cast<T>(0xff >> n));
+  else if constexpr (sizeof(T) == 2 && !isSigned<T>) return mulHigh(v, power());
   else if constexpr (sizeof(T) < 8) return shiftRight(v, n);
   else { // no arithmetic shift of 64 bits: moved up by 2^63 and back
     constexpr std::uint64_t top = std::uint64_t{1} << 63;
