@@ -316,9 +316,30 @@ inline ZorStatus filterRegion(const S* pSrc, int srcStep, D* pDst, int dstStep, 
   return filterRows(filter, pSrc, srcStep, pDst, dstStep, roi, isWorthTeam<L>(heights, roi.height) ? INT_MAX : 1);
 }
 
-inline ZorStatus checkMask(ZorMaskSize mask)
+// ---- Exported forms: the checks, and the kernel that the selector names ----
+
+inline ZorStatus imageStatus(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roi)
 {
-  return require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize);
+  return firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep));
+}
+inline ZorStatus maskStatus(ZorMaskSize mask) { return require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize); }
+
+template <class Kernel, Layout L, class S, class D>
+inline ZorStatus filterImage(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ForkHeights heights)
+{
+  if (auto s = imageStatus(pSrc, srcStep, pDst, dstStep, roi); s != ZorOk) return s;
+  return filterRegion<Kernel, L>(pSrc, srcStep, pDst, dstStep, roi, heights);
+}
+
+// A lenient form takes every selector but 3x3 for 5x5.
+template <class Kernel3x3, class Kernel5x5, Layout L, bool IsLenient = false, class S, class D>
+inline ZorStatus filterSelected(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask,
+                                ForkHeights heights3x3, ForkHeights heights5x5)
+{
+  if (auto s = firstFailure(imageStatus(pSrc, srcStep, pDst, dstStep, roi), IsLenient ? ZorOk : maskStatus(mask)); s != ZorOk)
+    return s;
+  if (mask == ZorMask3x3) return filterRegion<Kernel3x3, L>(pSrc, srcStep, pDst, dstStep, roi, heights3x3);
+  return filterRegion<Kernel5x5, L>(pSrc, srcStep, pDst, dstStep, roi, heights5x5);
 }
 
 } // namespace fixed

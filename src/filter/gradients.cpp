@@ -39,20 +39,15 @@ constexpr ForkHeights onlyAC4 = {never, never, never, always}, serial = {never, 
 template <template <class, class> class Kernel, Layout L, class S, class D>
 ZorStatus gradient(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ForkHeights heights)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep)); s != ZorOk) return s;
-  return filterRegion<Kernel<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, heights);
+  return filterImage<Kernel<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, heights);
 }
 
-// With a selector for the size. The forms in single precision do not test it: all but 3x3 is 5x5.
+// The forms in single precision do not test their selector.
 template <template <class, class> class Kernel3x3, template <class, class> class Kernel5x5, class S, class D>
 ZorStatus selectedGradient(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep),
-                            isInt<S> ? checkMask(mask) : ZorOk);
-      s != ZorOk)
-    return s;
-  if (mask == ZorMask3x3) return filterRegion<Kernel3x3<S, D>, C1>(pSrc, srcStep, pDst, dstStep, roi, serial);
-  return filterRegion<Kernel5x5<S, D>, C1>(pSrc, srcStep, pDst, dstStep, roi, serial);
+  return filterSelected<Kernel3x3<S, D>, Kernel5x5<S, D>, C1, !isInt<S>>(pSrc, srcStep, pDst, dstStep, roi, mask, serial,
+                                                                         serial);
 }
 
 // The image less itself shifted by one row and one pixel to either side: shift -1 takes the pixel above and to the
@@ -60,7 +55,7 @@ ZorStatus selectedGradient(const S* pSrc, int srcStep, D* pDst, int dstStep, Zor
 template <Layout L, class T, class Subtract>
 ZorStatus ownzoriFilterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, Subtract subtract)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep)); s != ZorOk) return s;
+  if (auto s = imageStatus(pSrc, srcStep, pDst, dstStep, roi); s != ZorOk) return s;
   const RoundingScope rounding(roundNearest);
   const T* neighbour = rowAt(pSrc, maskedStep<T>(srcStep), -1) + shift * channels<L>;
   return subtract(neighbour, srcStep, pSrc, srcStep, pDst, dstStep, roi);

@@ -68,28 +68,21 @@ template <> constexpr ForkHeights hipass5x5Heights<Zor16s> = {512, 512, always, 
 template <class T, Layout L>
 ZorStatus ownzoriFilterSharpen(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep)); s != ZorOk) return s;
-  return filterRegion<Sharpen3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, sharpenHeights<T>);
+  return filterImage<Sharpen3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, sharpenHeights<T>);
 }
 
 template <class T, Layout L>
 ZorStatus ownzoriFilterHipass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
-    return s;
-  if (mask == ZorMask3x3)
-    return filterRegion<ownzoriFilterLaplace3x3<T, T>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<T, T>);
-  return filterRegion<ownzoriFilterHipass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, hipass5x5Heights<T>);
+  return filterSelected<ownzoriFilterLaplace3x3<T, T>, ownzoriFilterHipass5x5<T>, L>(
+    pSrc, srcStep, pDst, dstStep, roi, mask, laplace3x3Heights<T, T>, hipass5x5Heights<T>);
 }
 
 template <Layout L, class S, class D>
 ZorStatus ownzoriFilterLaplace(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
-    return s;
-  if (mask == ZorMask3x3)
-    return filterRegion<ownzoriFilterLaplace3x3<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace3x3Heights<S, D>);
-  return filterRegion<Laplace5x5<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, laplace5x5Heights<S, D>);
+  return filterSelected<ownzoriFilterLaplace3x3<S, D>, Laplace5x5<S, D>, L>(
+    pSrc, srcStep, pDst, dstStep, roi, mask, laplace3x3Heights<S, D>, laplace5x5Heights<S, D>);
 }
 
 } // namespace

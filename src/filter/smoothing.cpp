@@ -123,19 +123,15 @@ template <> constexpr ForkHeights lowpass5x5Heights<Zor16s> = {400, 400, never, 
 template <class T, Layout L>
 ZorStatus ownzoriFilterGauss(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
-    return s;
-  if (mask == ZorMask3x3) return filterRegion<ownzoriFilterGauss3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, gauss3x3Heights<T>);
-  return filterRegion<Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, gauss5x5Heights<T>);
+  return filterSelected<ownzoriFilterGauss3x3<T>, Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask, gauss3x3Heights<T>,
+                                                                  gauss5x5Heights<T>);
 }
 
 template <class T, Layout L>
 ZorStatus ownzoriFilterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep), checkMask(mask)); s != ZorOk)
-    return s;
-  if (mask == ZorMask3x3) return filterRegion<ownzoriFilterLowpass3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, serial<T>);
-  return filterRegion<ownzoriFilterLowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, lowpass5x5Heights<T>);
+  return filterSelected<ownzoriFilterLowpass3x3<T>, ownzoriFilterLowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
+                                                                                   serial<T>, lowpass5x5Heights<T>);
 }
 
 } // namespace
