@@ -19,14 +19,16 @@ static Run compose(ZorImgSize size, ZorAlphaOp op, [[maybe_unused]] int pixmanOp
 #ifdef ZORI_BENCH_PIXMAN
   // The peer composes in place over the second image.
   const auto image = [=](const Image<Zor8u>& x) {
-    return std::shared_ptr<pixman_image_t>(
-      pixman_image_create_bits(PIXMAN_a8r8g8b8, size.width, size.height, static_cast<uint32_t*>(static_cast<void*>(x.data)), x.step),
-      pixman_image_unref);
+    return std::shared_ptr<pixman_image_t>(pixman_image_create_bits(PIXMAN_a8r8g8b8, size.width, size.height,
+                                                                    static_cast<uint32_t*>(static_cast<void*>(x.data)),
+                                                                    x.step),
+                                           pixman_image_unref);
   };
   const auto over = image(a), under = image(b);
   run.peerName = "pixman";
   run.peer = [=] {
-    pixman_image_composite32(static_cast<pixman_op_t>(pixmanOp), over.get(), nullptr, under.get(), 0, 0, 0, 0, 0, 0, size.width, size.height);
+    pixman_image_composite32(static_cast<pixman_op_t>(pixmanOp), over.get(), nullptr, under.get(), 0, 0, 0, 0, 0, 0,
+                             size.width, size.height);
   };
 #endif
   return run;
@@ -43,6 +45,7 @@ static const bench::Group alpha("alpha", [](bench::Group& g) {
   g.both("CompColorKey 8u C3", [](ZorImgSize size) {
     const Image<Zor8u> a(size, 3), b(size, 3), dst(size, 3);
     static const Zor8u key[3] = {1, 2, 3};
-    return Run{a.bytes() + b.bytes(), dst.bytes(), [=] { return zoriCompColorKey_8u_C3R(a, a.step, b, b.step, dst, dst.step, size, key); }};
+    return Run{a.bytes() + b.bytes(), dst.bytes(),
+               [=] { return zoriCompColorKey_8u_C3R(a, a.step, b, b.step, dst, dst.step, size, key); }};
   });
 });

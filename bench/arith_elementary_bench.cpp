@@ -22,26 +22,33 @@ template <class T> T clamped(double x) { return static_cast<T>(std::min(x, doubl
 
 static const bench::Group elementary("arith", [](bench::Group& g) {
   using bench::Image, bench::Run;
-  g.map("Sqr 8u C1 scale 8", zoriSqr_8u_C1RSfs, 1,
-        [](Zor8u x) { return Zor8u((x * x + 127 + (x * x >> 8 & 1)) >> 8); }, 8);
-  g.map("Sqr 16s C1 scale 15", zoriSqr_16s_C1RSfs, 1,
-        [](Zor16s x) { return Zor16s(std::min(32767, (x * x + 16383 + (x * x >> 15 & 1)) >> 15)); }, 15);
+  g.map(
+    "Sqr 8u C1 scale 8", zoriSqr_8u_C1RSfs, 1, [](Zor8u x) { return Zor8u((x * x + 127 + (x * x >> 8 & 1)) >> 8); }, 8);
+  g.map(
+    "Sqr 16s C1 scale 15", zoriSqr_16s_C1RSfs, 1,
+    [](Zor16s x) { return Zor16s(std::min(32767, (x * x + 16383 + (x * x >> 15 & 1)) >> 15)); }, 15);
   g.map("Sqr 32f C1", zoriSqr_32f_C1R, 1, [](Zor32f x) { return x * x; });
-  g.map("Sqrt 8u C1 scale -4", zoriSqrt_8u_C1RSfs, 1,
-        [](Zor8u x) { return clamped<Zor8u>(std::nearbyint(std::sqrt(x) * 16)); }, -4);
-  g.map("Sqrt 16u C1 scale 0", zoriSqrt_16u_C1RSfs, 1,
-        [](Zor16u x) { return Zor16u(std::nearbyint(std::sqrt(x))); }, 0);
-  g.map("Sqrt 16u C1 scale -8", zoriSqrt_16u_C1RSfs, 1,
-        [](Zor16u x) { return clamped<Zor16u>(std::nearbyint(std::sqrt(x) * 256)); }, -8);
+  g.map(
+    "Sqrt 8u C1 scale -4", zoriSqrt_8u_C1RSfs, 1,
+    [](Zor8u x) { return clamped<Zor8u>(std::nearbyint(std::sqrt(x) * 16)); }, -4);
+  g.map(
+    "Sqrt 16u C1 scale 0", zoriSqrt_16u_C1RSfs, 1, [](Zor16u x) { return Zor16u(std::nearbyint(std::sqrt(x))); }, 0);
+  g.map(
+    "Sqrt 16u C1 scale -8", zoriSqrt_16u_C1RSfs, 1,
+    [](Zor16u x) { return clamped<Zor16u>(std::nearbyint(std::sqrt(x) * 256)); }, -8);
   g.map("Sqrt 32f C1", zoriSqrt_32f_C1R, 1, [](Zor32f x) { return std::sqrt(x); });
   g.map("Sqrt 32f AC4", zoriSqrt_32f_AC4R, 4, [](Zor32f x) { return std::sqrt(x); });
-  g.map("Ln 8u C1 scale -5", zoriLn_8u_C1RSfs, 1,
-        [](Zor8u x) { return x ? clamped<Zor8u>(std::log(x) * 32 + 0.5) : Zor8u(0); }, -5);
-  g.map("Ln 16u C1 scale -8", zoriLn_16u_C1RSfs, 1,
-        [](Zor16u x) { return x ? clamped<Zor16u>(std::log(x) * 256 + 0.5) : Zor16u(0); }, -8);
+  g.map(
+    "Ln 8u C1 scale -5", zoriLn_8u_C1RSfs, 1,
+    [](Zor8u x) { return x ? clamped<Zor8u>(std::log(x) * 32 + 0.5) : Zor8u(0); }, -5);
+  g.map(
+    "Ln 16u C1 scale -8", zoriLn_16u_C1RSfs, 1,
+    [](Zor16u x) { return x ? clamped<Zor16u>(std::log(x) * 256 + 0.5) : Zor16u(0); }, -8);
   g.map("Ln 32f C1", zoriLn_32f_C1R, 1, [](Zor32f x) { return std::log(x); });
-  g.map("Exp 8u C1 scale 2", zoriExp_8u_C1RSfs, 1, [](Zor8u x) { return clamped<Zor8u>(std::exp(x) / 4 + 0.5); }, 2);
-  g.map("Exp 16s C1 scale 0", zoriExp_16s_C1RSfs, 1, [](Zor16s x) { return clamped<Zor16s>(std::exp(x) + 0.5); }, 0);
+  g.map(
+    "Exp 8u C1 scale 2", zoriExp_8u_C1RSfs, 1, [](Zor8u x) { return clamped<Zor8u>(std::exp(x) / 4 + 0.5); }, 2);
+  g.map(
+    "Exp 16s C1 scale 0", zoriExp_16s_C1RSfs, 1, [](Zor16s x) { return clamped<Zor16s>(std::exp(x) + 0.5); }, 0);
   g.both("Exp 32f C1", [](ZorImgSize size) {
     const Image<Zor32f> src = exponents(size), dst(size);
     return Run{src.bytes(), dst.bytes(), [=] { return zoriExp_32f_C1R(src, src.step, dst, dst.step, size); },

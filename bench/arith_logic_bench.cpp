@@ -23,6 +23,7 @@ static const bench::Group logic("logic", [](bench::Group& g) {
   g.both("RShiftC 16s C3", [](ZorImgSize size) {
     const Image<Zor16s> src(size, 3), dst(size, 3);
     static const Zor32u counts[3] = {1, 5, 9};
-    return Run{src.bytes(), dst.bytes(), [=] { return zoriRShiftC_16s_C3R(src, src.step, counts, dst, dst.step, size); }};
+    return Run{src.bytes(), dst.bytes(),
+               [=] { return zoriRShiftC_16s_C3R(src, src.step, counts, dst, dst.step, size); }};
   });
 });

@@ -47,8 +47,7 @@ void constant(bench::Group& g, const char* name, ZorStatus (*function)(const T*,
 {
   g.both(name, [=](ZorImgSize size) {
     const Image<T> src(size, channels), dst(size, channels);
-    return Run{src.bytes(), dst.bytes(),
-               [=] { return function(src, src.step, value, dst, dst.step, size, scale...); },
+    return Run{src.bytes(), dst.bytes(), [=] { return function(src, src.step, value, dst, dst.step, size, scale...); },
                [=] { naiveMap([=](T x) { return op(x, number); }, dst, src); }};
   });
 }

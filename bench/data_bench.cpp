@@ -42,8 +42,8 @@ template <int S, int D, class Op> std::function<void()> naivePixels(Image<Zor8u>
 
 // A function from S to D channels of 8u.
 template <int S, int D, class Op, class... E, class... A>
-void pixels(Group& g, const char* name,
-            ZorStatus (*function)(const Zor8u*, int, Zor8u*, int, ZorImgSize, E...), Op naive, A... arguments)
+void pixels(Group& g, const char* name, ZorStatus (*function)(const Zor8u*, int, Zor8u*, int, ZorImgSize, E...),
+            Op naive, A... arguments)
 {
   g.both(name, [=](ZorImgSize size) {
     const Image<Zor8u> src(size, S), dst(size, D);
@@ -61,8 +61,11 @@ template <int Flags> Run managedCopy(ZorImgSize size)
 Run copyBesideMemcpy(ZorImgSize size)
 {
   const Image<Zor8u> src(size), dst(size);
-  return {src.bytes(), dst.bytes(), [=] { return zoriCopy_8u_C1R(src, src.step, dst, dst.step, size); },
-          [=] { naiveMap([](Zor8u x) { return x; }, dst, src); }, "memcpy",
+  return {src.bytes(),
+          dst.bytes(),
+          [=] { return zoriCopy_8u_C1R(src, src.step, dst, dst.step, size); },
+          [=] { naiveMap([](Zor8u x) { return x; }, dst, src); },
+          "memcpy",
           [=] { std::memcpy(dst, src, static_cast<std::size_t>(src.bytes())); }};
 }
 
@@ -85,9 +88,10 @@ static const Group copies("data", [](Group& g) {
                [=] { return zoriCopy_8u_C1MR(src, src.step, dst, dst.step, size, m, m.step); },
                [=] {
                  eachRow(size, [&](int y) {
-                   naiveRow(size.width, [](Zor8u s, Zor8u d, Zor8u k) { return k ? s : d; }, dst.row(y),
-                            static_cast<const Zor8u*>(src.row(y)), static_cast<const Zor8u*>(dst.row(y)),
-                            static_cast<const Zor8u*>(m.row(y)));
+                   naiveRow(
+                     size.width, [](Zor8u s, Zor8u d, Zor8u k) { return k ? s : d; }, dst.row(y),
+                     static_cast<const Zor8u*>(src.row(y)), static_cast<const Zor8u*>(dst.row(y)),
+                     static_cast<const Zor8u*>(m.row(y)));
                  });
                }};
   });
@@ -155,23 +159,27 @@ static const Group fills("data", [](Group& g) {
     return Run{m.bytes(), dst.bytes(), [=] { return zoriSet_8u_C1MR(7, dst, dst.step, size, m, m.step); },
                [=] {
                  eachRow(size, [&](int y) {
-                   naiveRow(size.width, [](Zor8u d, Zor8u k) { return k ? Zor8u(7) : d; }, dst.row(y),
-                            static_cast<const Zor8u*>(dst.row(y)), static_cast<const Zor8u*>(m.row(y)));
+                   naiveRow(
+                     size.width, [](Zor8u d, Zor8u k) { return k ? Zor8u(7) : d; }, dst.row(y),
+                     static_cast<const Zor8u*>(dst.row(y)), static_cast<const Zor8u*>(m.row(y)));
                  });
                }};
   });
 });
 
 static const Group channelOrders("data", [](Group& g) {
-  pixels<3, 3>(g, "SwapChannels 8u C3", zoriSwapChannels_8u_C3R,
-               [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
-  pixels<4, 4>(g, "SwapChannels 8u AC4", zoriSwapChannels_8u_AC4R,
-               [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
-  pixels<3, 4>(g, "SwapChannels 8u C3C4", zoriSwapChannels_8u_C3C4R,
-               [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0], d[3] = 255; }, reversedOfFour,
-               Zor8u(255));
-  pixels<4, 3>(g, "SwapChannels 8u C4C3", zoriSwapChannels_8u_C4C3R,
-               [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
+  pixels<3, 3>(
+    g, "SwapChannels 8u C3", zoriSwapChannels_8u_C3R,
+    [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
+  pixels<4, 4>(
+    g, "SwapChannels 8u AC4", zoriSwapChannels_8u_AC4R,
+    [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
+  pixels<3, 4>(
+    g, "SwapChannels 8u C3C4", zoriSwapChannels_8u_C3C4R,
+    [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0], d[3] = 255; }, reversedOfFour, Zor8u(255));
+  pixels<4, 3>(
+    g, "SwapChannels 8u C4C3", zoriSwapChannels_8u_C4C3R,
+    [](const Zor8u* s, Zor8u* d) { d[0] = s[2], d[1] = s[1], d[2] = s[0]; }, reversed);
 });
 
 static const Group conversions("data", [](Group& g) {
@@ -182,8 +190,9 @@ static const Group conversions("data", [](Group& g) {
   g.map("Convert 16u8u C1", zoriConvert_16u8u_C1R, 1, [](Zor16u x) { return Zor8u(std::min<Zor16u>(x, 255)); });
   g.map("Convert 16s8u C1", zoriConvert_16s8u_C1R, 1, [](Zor16s x) { return Zor8u(std::clamp<Zor16s>(x, 0, 255)); });
   g.map("Convert 32f8u C1", zoriConvert_32f8u_C1R, 1, to8u, ZorRoundNearestEven);
-  g.map("Convert 32f16s C1", zoriConvert_32f16s_C1R, 1, [](Zor32f x) { return saturate<Zor16s>(std::nearbyint(x)); },
-        ZorRoundNearestEven);
+  g.map(
+    "Convert 32f16s C1", zoriConvert_32f16s_C1R, 1, [](Zor32f x) { return saturate<Zor16s>(std::nearbyint(x)); },
+    ZorRoundNearestEven);
   g.both("Convert 8u1u C1", [](ZorImgSize size) {
     const Image<Zor8u> src(size), dst({size.width / 8, size.height});
     return Run{src.bytes(), dst.bytes(),
@@ -200,8 +209,10 @@ static const Group conversions("data", [](Group& g) {
                  });
                }};
   });
-  g.map("Scale 8u32f C1", zoriScale_8u32f_C1R, 1, [](Zor8u x) { return x / 255.0f; }, 0.0f, 1.0f);
+  g.map(
+    "Scale 8u32f C1", zoriScale_8u32f_C1R, 1, [](Zor8u x) { return x / 255.0f; }, 0.0f, 1.0f);
   g.map("Scale 32f8u C1", zoriScale_32f8u_C1R, 1, to8u, 0.0f, 255.0f);
-  g.map("Scale 16s8u C1 accurate", zoriScale_16s8u_C1R, 1, [](Zor16s x) { return Zor8u((x + 32768) * 255LL / 65535); },
-        ZorHintAccurate);
+  g.map(
+    "Scale 16s8u C1 accurate", zoriScale_16s8u_C1R, 1, [](Zor16s x) { return Zor8u((x + 32768) * 255LL / 65535); },
+    ZorHintAccurate);
 });

@@ -16,7 +16,8 @@ template <class T> void movePixel(const Image<T>& dst, int x, int y, const Image
 }
 
 template <class T>
-void transpose(Group& g, const std::string& name, ZorStatus (*function)(const T*, int, T*, int, ZorImgSize), int channels)
+void transpose(Group& g, const std::string& name, ZorStatus (*function)(const T*, int, T*, int, ZorImgSize),
+               int channels)
 {
   const Make make = [=](ZorImgSize size) {
     const Image<T> src(size, channels), dst({size.height, size.width}, channels);
@@ -73,8 +74,8 @@ constexpr int margin = 16;
 
 template <class T, class Back, class... E, class... V>
 void border(Group& g, const std::string& name,
-            ZorStatus (*function)(const T*, int, ZorImgSize, T*, int, ZorImgSize, int, int, E...), int channels, Back back,
-            V... value)
+            ZorStatus (*function)(const T*, int, ZorImgSize, T*, int, ZorImgSize, int, int, E...), int channels,
+            Back back, V... value)
 {
   g.both(name, [=](ZorImgSize size) {
     const ZorImgSize outer = {size.width + 2 * margin, size.height + 2 * margin};

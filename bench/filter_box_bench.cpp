@@ -11,14 +11,20 @@ namespace {
 constexpr int margin = 64;
 
 template <class T> const T* inside(const Image<T>& image) { return image.row(margin) + margin * image.channels; }
-template <class T> Image<T> withMargin(ZorImgSize size, int channels) { return Image<T>({size.width + 2 * margin, size.height + 2 * margin}, channels); }
+template <class T> Image<T> withMargin(ZorImgSize size, int channels)
+{
+  return Image<T>({size.width + 2 * margin, size.height + 2 * margin}, channels);
+}
 
 template <class T, class F> bench::Make box(F function, int channels, int width, int height)
 {
   return [=](ZorImgSize size) {
     const Image<T> src = withMargin<T>(size, channels);
     const Image<T> dst(size, channels);
-    return Run{dst.bytes(), dst.bytes(), [=] { return function(inside(src), src.step, dst, dst.step, size, ZorImgSize{width, height}, ZorImgPoint{width / 2, height / 2}); }};
+    return Run{dst.bytes(), dst.bytes(), [=] {
+                 return function(inside(src), src.step, dst, dst.step, size, ZorImgSize{width, height},
+                                 ZorImgPoint{width / 2, height / 2});
+               }};
   };
 }
 template <class T, class F> bench::Make boxInPlace(F function, int channels, int side)
@@ -26,7 +32,10 @@ template <class T, class F> bench::Make boxInPlace(F function, int channels, int
   return [=](ZorImgSize size) {
     const Image<T> image = withMargin<T>(size, channels);
     const double bytes = double(sizeof(T)) * size.width * size.height * channels;
-    return Run{bytes, bytes, [=] { return function(const_cast<T*>(inside(image)), image.step, size, ZorImgSize{side, side}, ZorImgPoint{side / 2, side / 2}); }};
+    return Run{bytes, bytes, [=] {
+                 return function(const_cast<T*>(inside(image)), image.step, size, ZorImgSize{side, side},
+                                 ZorImgPoint{side / 2, side / 2});
+               }};
   };
 }
 template <class T, class F> bench::Make windowSum(F function, int channels, int mask)
@@ -34,7 +43,8 @@ template <class T, class F> bench::Make windowSum(F function, int channels, int 
   return [=](ZorImgSize size) {
     const Image<T> src = withMargin<T>(size, channels);
     const Image<Zor32f> dst(size, channels);
-    return Run{dst.bytes() * sizeof(T) / sizeof(Zor32f), dst.bytes(), [=] { return function(inside(src), src.step, dst, dst.step, size, mask, mask / 2); }};
+    return Run{dst.bytes() * sizeof(T) / sizeof(Zor32f), dst.bytes(),
+               [=] { return function(inside(src), src.step, dst, dst.step, size, mask, mask / 2); }};
   };
 }
 

@@ -35,7 +35,8 @@ void filter(Group& g, const char* name, ZorStatus (*function)(const S*, int, D*,
     const Image<S> framed({size.width + 2 * margin, size.height + 2 * margin}, channels);
     const Image<D> dst(size, channels);
     const S* src = framed.row(margin) + margin * channels;
-    return Run{framed.bytes(), dst.bytes(), [=] { return function(src, framed.step, dst, dst.step, size, arguments...); },
+    return Run{framed.bytes(), dst.bytes(),
+               [=] { return function(src, framed.step, dst, dst.step, size, arguments...); },
                [=] { correlate<Side>(kernel, channels, src, framed.step, dst, finish); }};
   });
 }
@@ -63,8 +64,10 @@ static const Group fixed("filter", [](Group& g) {
   filter<3>(g, "Gauss 32f C1 3x3", zoriFilterGauss_32f_C1R, 1, gauss3, sixteenthOfFloat, ZorMask3x3);
   filter<5>(g, "Gauss 8u C1 5x5", zoriFilterGauss_8u_C1R, 1, gauss5, by571, ZorMask5x5);
   filter<5>(g, "Gauss 16u C1 5x5", zoriFilterGauss_16u_C1R, 1, gauss5, by571, ZorMask5x5);
-  filter<5>(g, "Gauss 32f C1 5x5", zoriFilterGauss_32f_C1R, 1, gauss5, [](float t) { return t * (1.0f / 571); }, ZorMask5x5);
-  filter<5>(g, "Lowpass 8u C1 5x5", zoriFilterLowpass_8u_C1R, 1, ones5, [](int t) { return (t + 12) / 25; }, ZorMask5x5);
+  filter<5>(
+    g, "Gauss 32f C1 5x5", zoriFilterGauss_32f_C1R, 1, gauss5, [](float t) { return t * (1.0f / 571); }, ZorMask5x5);
+  filter<5>(
+    g, "Lowpass 8u C1 5x5", zoriFilterLowpass_8u_C1R, 1, ones5, [](int t) { return (t + 12) / 25; }, ZorMask5x5);
   filter<3>(g, "Laplace 8u C1 3x3", zoriFilterLaplace_8u_C1R, 1, laplace3, clamped, ZorMask3x3);
   filter<5>(g, "Laplace 8u C1 5x5", zoriFilterLaplace_8u_C1R, 1, laplace5, clamped, ZorMask5x5);
   filter<3>(g, "Sharpen 8u C1", zoriFilterSharpen_8u_C1R, 1, laplace3, clamped);

@@ -29,18 +29,19 @@ template <class T, class K, class F> bench::Make filter(int channels, ZorImgSize
     const Image<T> src({size.width + kernelSize.width, size.height + kernelSize.height}, channels), dst(size, channels);
     const ZorImgPoint a = kernel.anchor();
     const T* const first = src.row(kernelSize.height - 1 - a.y) + (kernelSize.width - 1 - a.x) * channels;
-    return Run{src.bytes(), dst.bytes(), [=] {
-                 return function(first, src.step, dst, dst.step, size, kernel.elements.data(), kernelSize, a);
-               }};
+    return Run{src.bytes(), dst.bytes(),
+               [=] { return function(first, src.step, dst, dst.step, size, kernel.elements.data(), kernelSize, a); }};
   };
 }
 
-#define PARAMETERS auto src, int srcStep, auto dst, int dstStep, ZorImgSize roi, auto kernel, ZorImgSize size, ZorImgPoint anchor
-#define INTEGERS(name, divisor) [](PARAMETERS) { return name(src, srcStep, dst, dstStep, roi, kernel, size, anchor, divisor); }
+#define PARAMETERS                                                                                                     \
+  auto src, int srcStep, auto dst, int dstStep, ZorImgSize roi, auto kernel, ZorImgSize size, ZorImgPoint anchor
+#define INTEGERS(name, divisor)                                                                                        \
+  [](PARAMETERS) { return name(src, srcStep, dst, dstStep, roi, kernel, size, anchor, divisor); }
 #define FLOATS(name) [](PARAMETERS) { return name(src, srcStep, dst, dstStep, roi, kernel, size, anchor); }
-#define ROW(name, ...) \
+#define ROW(name, ...)                                                                                                 \
   [](PARAMETERS) { return name(src, srcStep, dst, dstStep, roi, kernel, size.width, anchor.x, ##__VA_ARGS__); }
-#define COLUMN(name, ...) \
+#define COLUMN(name, ...)                                                                                              \
   [](PARAMETERS) { return name(src, srcStep, dst, dstStep, roi, kernel, size.height, anchor.y, ##__VA_ARGS__); }
 
 } // namespace

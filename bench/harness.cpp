@@ -229,7 +229,8 @@ void measure(benchmark::State& state, const Case& c)
             omp_set_num_threads(options.processors);
             run.call();
             omp_set_num_threads(1);
-          }), CLOCK_MONOTONIC);
+          }),
+          CLOCK_MONOTONIC);
     takeTurns(contenders);
 
     const Contender& ours = contenders.at("call");

@@ -31,8 +31,8 @@ void curve(bench::Group& g, const char* name, ToneCurve<N> f,
   g.both(name, [=](ZorImgSize size) {
     const Image<T> src(size), dst(size);
     return Run{src.bytes(), dst.bytes(), [=] {
-      return function(src, src.step, dst, dst.step, size, f.values.data(), f.levels.data(), f.count());
-    }};
+                 return function(src, src.step, dst, dst.step, size, f.values.data(), f.levels.data(), f.count());
+               }};
   });
 }
 template <class T, class N>
@@ -42,11 +42,11 @@ void curves(bench::Group& g, const char* name, int channels, ToneCurve<N> f,
   g.both(name, [=](ZorImgSize size) {
     const Image<T> src(size, channels), dst(size, channels);
     return Run{src.bytes(), dst.bytes(), [=] {
-      const N *values[4], *levels[4];
-      int n[4];
-      for (int c = 0; c < 4; ++c) values[c] = f.values.data(), levels[c] = f.levels.data(), n[c] = f.count();
-      return function(src, src.step, dst, dst.step, size, values, levels, n);
-    }};
+                 const N *values[4], *levels[4];
+                 int n[4];
+                 for (int c = 0; c < 4; ++c) values[c] = f.values.data(), levels[c] = f.levels.data(), n[c] = f.count();
+                 return function(src, src.step, dst, dst.step, size, values, levels, n);
+               }};
   });
 }
 
@@ -63,14 +63,15 @@ void palette(bench::Group& g, const char* name, int bits, int bytesOfAnEntry,
 }
 
 // A table a channel.
-template <class T, class F> void palettes(bench::Group& g, const char* name, int bits, int srcChannels, int dstChannels, F function)
+template <class T, class F>
+void palettes(bench::Group& g, const char* name, int bits, int srcChannels, int dstChannels, F function)
 {
   g.both(name, [=](ZorImgSize size) {
     const Image<T> src(size, srcChannels), dst(size, dstChannels), table({1 << bits, 3});
     return Run{src.bytes(), dst.bytes(), [=] {
-      const T* const tables[3] = {table.row(0), table.row(1), table.row(2)};
-      return function(src, src.step, dst, dst.step, size, tables, bits);
-    }};
+                 const T* const tables[3] = {table.row(0), table.row(1), table.row(2)};
+                 return function(src, src.step, dst, dst.step, size, tables, bits);
+               }};
   });
 }
 
@@ -119,8 +120,9 @@ static const bench::Group lut("point", [](bench::Group& g) {
   palettes<Zor8u>(g, "LUTPalette 8u C3", 8, 3, 3, zoriLUTPalette_8u_C3R);
   palettes<Zor16u>(g, "LUTPalette 16u C3", 12, 3, 3, zoriLUTPalette_16u_C3R);
   palettes<Zor8u>(g, "LUTPalette 8u AC4", 8, 4, 4, zoriLUTPalette_8u_AC4R);
-  palettes<Zor8u>(g, "LUTPalette 8u C3A0C4", 8, 3, 4,
-                  [](const Zor8u* src, int srcStep, Zor8u* dst, int dstStep, ZorImgSize size, const Zor8u* const* tables, int bits) {
-                    return zoriLUTPalette_8u_C3A0C4R(src, srcStep, 255, dst, dstStep, size, tables, bits);
-                  });
+  palettes<Zor8u>(
+    g, "LUTPalette 8u C3A0C4", 8, 3, 4,
+    [](const Zor8u* src, int srcStep, Zor8u* dst, int dstStep, ZorImgSize size, const Zor8u* const* tables, int bits) {
+      return zoriLUTPalette_8u_C3A0C4R(src, srcStep, 255, dst, dstStep, size, tables, bits);
+    });
 });

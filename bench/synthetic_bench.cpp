@@ -16,11 +16,17 @@ static const bench::Group synthetic("synthetic", [](bench::Group& g) {
   });
   g.both("AddRandUniform 8u C1", [](ZorImgSize size) {
     const Image<Zor8u> dst(size);
-    return Run{dst.bytes(), dst.bytes(), [=] { Zor32u seed = 7; return zoriAddRandUniform_Direct_8u_C1IR(dst, dst.step, size, 0, 20, &seed); }};
+    return Run{dst.bytes(), dst.bytes(), [=] {
+                 Zor32u seed = 7;
+                 return zoriAddRandUniform_Direct_8u_C1IR(dst, dst.step, size, 0, 20, &seed);
+               }};
   });
   g.both("AddRandGauss 8u C1", [](ZorImgSize size) {
     const Image<Zor8u> dst(size);
-    return Run{dst.bytes(), dst.bytes(), [=] { Zor32u seed = 7; return zoriAddRandGauss_Direct_8u_C1IR(dst, dst.step, size, 0, 20, &seed); }};
+    return Run{dst.bytes(), dst.bytes(), [=] {
+                 Zor32u seed = 7;
+                 return zoriAddRandGauss_Direct_8u_C1IR(dst, dst.step, size, 0, 20, &seed);
+               }};
   });
   g.both("WinHamming 32f C1", [](ZorImgSize size) {
     const Image<Zor32f> src(size), dst(size);

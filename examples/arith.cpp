@@ -1,5 +1,5 @@
-// arith: flat-field correction, as an X-ray detector or a microscope needs it. Every pixel has an offset (the dark frame)
-// and a gain (the flat frame, of an even brightness) of its own:
+// arith: flat-field correction, as an X-ray detector or a microscope needs it. Every pixel has an offset (the dark
+// frame) and a gain (the flat frame, of an even brightness) of its own:
 //   corrected = (raw - dark) / (flat - dark) * mean(flat - dark)
 #include "support/image.h"
 
@@ -25,9 +25,11 @@ int main()
     }
 
   // the subtrahend comes first
-  ZORI_CHECK(zoriSub_16u_C1RSfs(dark.data(), dark.step(), flat.data(), flat.step(), difference.data(), difference.step(), size, 0));
+  ZORI_CHECK(zoriSub_16u_C1RSfs(dark.data(), dark.step(), flat.data(), flat.step(), difference.data(),
+                                difference.step(), size, 0));
   ZORI_CHECK(zoriConvert_16u32f_C1R(difference.data(), difference.step(), gain.data(), gain.step(), size));
-  ZORI_CHECK(zoriSub_16u_C1RSfs(dark.data(), dark.step(), raw.data(), raw.step(), difference.data(), difference.step(), size, 0));
+  ZORI_CHECK(zoriSub_16u_C1RSfs(dark.data(), dark.step(), raw.data(), raw.step(), difference.data(), difference.step(),
+                                size, 0));
   ZORI_CHECK(zoriConvert_16u32f_C1R(difference.data(), difference.step(), signal.data(), signal.step(), size));
 
   Zor64f mean;
@@ -35,7 +37,8 @@ int main()
   // and so does the divisor
   ZORI_CHECK(zoriDiv_32f_C1IR(gain.data(), gain.step(), signal.data(), signal.step(), size));
   ZORI_CHECK(zoriMulC_32f_C1IR(static_cast<Zor32f>(mean), signal.data(), signal.step(), size));
-  ZORI_CHECK(zoriConvert_32f16u_C1R(signal.data(), signal.step(), corrected.data(), corrected.step(), size, ZorRoundNearestEven));
+  ZORI_CHECK(zoriConvert_32f16u_C1R(signal.data(), signal.step(), corrected.data(), corrected.step(), size,
+                                    ZorRoundNearestEven));
 
   Zor16u least, greatest;
   ZORI_CHECK(zoriMinMax_16u_C1R(corrected.data(), corrected.step(), size, &least, &greatest));

@@ -29,7 +29,8 @@ int main()
   Zor8u threshold;
   int pixels = 0;
   ZORI_CHECK(zoriComputeThreshold_Otsu_8u_C1R(clear.data(), clear.step(), size, &threshold));
-  ZORI_CHECK(zoriCompareC_8u_C1R(clear.data(), clear.step(), threshold, objects.data(), objects.step(), size, ZorCmpLessEq));
+  ZORI_CHECK(
+    zoriCompareC_8u_C1R(clear.data(), clear.step(), threshold, objects.data(), objects.step(), size, ZorCmpLessEq));
   ZORI_CHECK(zoriCountInRange_8u_C1R(objects.data(), objects.step(), size, &pixels, 255, 255));
 
   std::printf("grey values %d to %d stretched to 0 to 255; %d pixels at or below %d\n", low, high, pixels, threshold);

@@ -1,4 +1,5 @@
-// stats: where a round mark lies, to a fraction of a pixel, in a noisy picture: the centre of gravity of its brightness.
+// stats: where a round mark lies, to a fraction of a pixel, in a noisy picture: the centre of gravity of its
+// brightness.
 #include "support/image.h"
 
 #include <cmath>

@@ -12,7 +12,8 @@ namespace {
 double quality(const Grey& original, const Grey& picture)
 {
   Zor64f norm;
-  ZORI_CHECK(zoriNormDiff_L2_8u_C1R(original.data(), original.step(), picture.data(), picture.step(), original.size(), &norm));
+  ZORI_CHECK(
+    zoriNormDiff_L2_8u_C1R(original.data(), original.step(), picture.data(), picture.step(), original.size(), &norm));
   const double pixels = static_cast<double>(original.width()) * original.height();
   return 20 * std::log10(255 * std::sqrt(pixels) / norm);
 }
@@ -28,10 +29,12 @@ int main()
     ZORI_CHECK(zoriImageRamp_8u_C1R(ramp.data(), ramp.step(), size, 40, 0.7f, ZorRampAlongX));
     ZORI_CHECK(zoriCopy_8u_C1R(ramp.data(), ramp.step(), noisy.data(), noisy.step(), size));
     Zor32u seed = 42; // the same seed, the same noise
-    ZORI_CHECK(zoriAddRandGauss_Direct_8u_C1IR(noisy.data(), noisy.step(), size, 0, static_cast<Zor8u>(deviation), &seed));
+    ZORI_CHECK(
+      zoriAddRandGauss_Direct_8u_C1IR(noisy.data(), noisy.step(), size, 0, static_cast<Zor8u>(deviation), &seed));
 
     Grey framed(size.width + 4, size.height + 4);
-    ZORI_CHECK(zoriCopyReplicateBorder_8u_C1R(noisy.data(), noisy.step(), size, framed.data(), framed.step(), framed.size(), 2, 2));
+    ZORI_CHECK(zoriCopyReplicateBorder_8u_C1R(noisy.data(), noisy.step(), size, framed.data(), framed.step(),
+                                              framed.size(), 2, 2));
     ZORI_CHECK(zoriFilterGauss_8u_C1R(framed.at(2, 2), framed.step(), smooth.data(), smooth.step(), size, ZorMask5x5));
 
     const double before = quality(ramp, noisy), after = quality(ramp, smooth);

@@ -2,8 +2,8 @@
 //
 // Runs the stages of every subject (examples/tour/), prints a table of their times, and writes a contact sheet of their
 // results. Without a picture it works on a scene that it draws itself.
-#include "support/png_io.h"
 #include "tour/tour.h"
+#include "support/png_io.h"
 
 #include <cstdio>
 #include <string>
@@ -30,8 +30,8 @@ void run(const Arguments& arguments)
   const bool own = arguments.picture.empty();
   tour::Tour tour(own ? tour::drawnScene() : example::readPng(arguments.picture));
   const std::string subject = own ? "a drawn scene" : arguments.picture.substr(arguments.picture.find_last_of('/') + 1);
-  const std::string about = subject + ", " + std::to_string(tour.size().width) + " x " +
-                            std::to_string(tour.size().height) + " pixels";
+  const std::string about =
+    subject + ", " + std::to_string(tour.size().width) + " x " + std::to_string(tour.size().height) + " pixels";
 
   tour.stage("The picture").note(about).show(tour.picture());
   tour::dataStages(tour);

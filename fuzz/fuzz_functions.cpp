@@ -32,7 +32,8 @@ static bool tryOne(const Function& function, std::uint64_t seed)
     bool fits = true;
     for (const Fault& fault : faults) {
       // a step that is too small for most rows is right for a row of one pixel
-      fits &= fault.kind != FaultKind::Value || function.arguments[fault.argument].role != Role::Step || plan.region.width > 1;
+      fits &= fault.kind != FaultKind::Value || function.arguments[fault.argument].role != Role::Step ||
+              plan.region.width > 1;
       for (const Fault& other : applied) fits &= compatible(fault, other);
     }
     if (!fits) continue;
@@ -41,7 +42,8 @@ static bool tryOne(const Function& function, std::uint64_t seed)
   }
   const Result result = call.run(spoiled.values);
   // a quality index that does not exist is told by what is in the images, not by the arguments
-  const bool statusFits = expected ? result.status == expected : call.succeeded(result) || result.status == ZorErrQualitySize;
+  const bool statusFits =
+    expected ? result.status == expected : call.succeeded(result) || result.status == ZorErrQualitySize;
   const std::string change = expected ? call.changesAfterFailure() : call.changesOutside();
   if (statusFits && change.empty()) return true;
   std::printf("%s: status %d, expected %s; %s\n", call.describe().c_str(), result.status,

@@ -75,8 +75,8 @@ Picture reduced(const Picture& picture, ZorImgSize size)
 
 Picture fitted(const Picture& picture, ZorImgSize box, View view)
 {
-  const double ratio = std::min(static_cast<double>(box.width) / picture.width(),
-                                static_cast<double>(box.height) / picture.height());
+  const double ratio =
+    std::min(static_cast<double>(box.width) / picture.width(), static_cast<double>(box.height) / picture.height());
   if (ratio >= 2) return enlarged(picture, static_cast<int>(ratio));
   if (ratio >= 1 || view == View::detail) return middle(picture, box);
   return reduced(picture, {std::max(1, static_cast<int>(std::lround(picture.width() * ratio))),
@@ -86,11 +86,11 @@ Picture fitted(const Picture& picture, ZorImgSize box, View view)
 } // namespace
 
 ContactSheet::ContactSheet(std::string title, std::string subtitle, ZorImgSize shape)
-  : title_(std::move(title)), subtitle_(std::move(subtitle)),
-    tileSize_{tileWidth, static_cast<int>(std::clamp(static_cast<double>(tileWidth) * shape.height / shape.width,
-                                                     tileWidth * 0.4, tileWidth * 1.2))}
-{
-}
+  : title_(std::move(title)),
+    subtitle_(std::move(subtitle)), tileSize_{tileWidth, static_cast<int>(std::clamp(static_cast<double>(tileWidth) *
+                                                                                       shape.height / shape.width,
+                                                                                     tileWidth * 0.4, tileWidth * 1.2))}
+{}
 
 void ContactSheet::add(const Picture& picture, View view, std::vector<std::string> caption)
 {

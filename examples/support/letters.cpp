@@ -216,8 +216,8 @@ void drawText(Picture& on, int x, int y, const std::string& text, const Ink& ink
     const ZorImgSize seen = {std::min(mask.width(), on.width() - x) - left,
                              std::min(mask.height(), on.height() - y) - top};
     if (seen.width > 0 && seen.height > 0)
-      ZORI_CHECK(zoriSet_8u_C3MR(ink.colour, on.at(x + left, y + top), on.step(), seen, mask.at(left, top),
-                                 mask.step()));
+      ZORI_CHECK(
+        zoriSet_8u_C3MR(ink.colour, on.at(x + left, y + top), on.step(), seen, mask.at(left, top), mask.step()));
     x += advance(letter, ink);
   }
 }

@@ -53,8 +53,8 @@ void bothSides(Tour& tour)
     .time(
       "Sub_8u_C3RSfs", // negative differences become 0
       [&] {
-        const ZorStatus status = zoriSub_8u_C3RSfs(mirrored.data(), mirrored.step(), in.data(), in.step(),
-                                                   above.data(), above.step(), tour.size(), 0);
+        const ZorStatus status = zoriSub_8u_C3RSfs(mirrored.data(), mirrored.step(), in.data(), in.step(), above.data(),
+                                                   above.step(), tour.size(), 0);
         if (status != ZorOk) return status;
         return zoriSub_8u_C3RSfs(in.data(), in.step(), mirrored.data(), mirrored.step(), below.data(), below.step(),
                                  tour.size(), 0);
@@ -75,8 +75,7 @@ void products(Tour& tour)
   tour.stage("Multiplied by itself")
     .time("MulScale_8u_C3R",
           [&] {
-            return zoriMulScale_8u_C3R(in.data(), in.step(), in.data(), in.step(), out.data(), out.step(),
-                                       tour.size());
+            return zoriMulScale_8u_C3R(in.data(), in.step(), in.data(), in.step(), out.data(), out.step(), tour.size());
           })
     .show(out);
 }
@@ -161,8 +160,8 @@ void compositions(Tour& tour)
       .time(
         "AlphaComp_8u_AC4R",
         [&] {
-          return zoriAlphaComp_8u_AC4R(mark.data(), mark.step(), under.at(x, y), under.step(), out.at(x, y),
-                                       out.step(), mark.size(), ZorAlphaOver);
+          return zoriAlphaComp_8u_AC4R(mark.data(), mark.step(), under.at(x, y), under.step(), out.at(x, y), out.step(),
+                                       mark.size(), ZorAlphaOver);
         },
         static_cast<long long>(mark.width()) * mark.height())
       .show(out);
@@ -203,8 +202,7 @@ void absoluteValues(Tour& tour)
   }
   Image<Zor16s, 3> wide(size), folded(size);
   tour.stage("Folded in 16 bits")
-    .time("Scale_8u16s_C3R",
-          [&] { return zoriScale_8u16s_C3R(in.data(), in.step(), wide.data(), wide.step(), size); })
+    .time("Scale_8u16s_C3R", [&] { return zoriScale_8u16s_C3R(in.data(), in.step(), wide.data(), wide.step(), size); })
     .time("Abs_16s_C3R", [&] { return zoriAbs_16s_C3R(wide.data(), wide.step(), folded.data(), folded.step(), size); })
     .time("Scale_16s8u_C3R",
           [&] { return zoriScale_16s8u_C3R(folded.data(), folded.step(), out.data(), out.step(), size, ZorHintFast); })

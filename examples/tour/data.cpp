@@ -56,16 +56,20 @@ void channels(Tour& tour)
   // the pointers address a channel, so that each third of the picture gets another one
   const Zor8u black[3] = {0, 0, 0};
   ZORI_CHECK(zoriSet_8u_C3R(black, out.data(), out.step(), tour.size()));
-  tour.stage("A channel for each third").time("Copy_8u_C3CR", [&] {
-    for (int k = 0; k < 3; ++k) {
-      const int left = in.width() * k / 3, right = in.width() * (k + 1) / 3;
-      if (right == left) continue;
-      const ZorImgSize third = {right - left, in.height()};
-      const ZorStatus status = zoriCopy_8u_C3CR(in.at(left, 0) + k, in.step(), out.at(left, 0) + k, out.step(), third);
-      if (status != ZorOk) return status;
-    }
-    return ZorOk;
-  }).show(out);
+  tour.stage("A channel for each third")
+    .time("Copy_8u_C3CR",
+          [&] {
+            for (int k = 0; k < 3; ++k) {
+              const int left = in.width() * k / 3, right = in.width() * (k + 1) / 3;
+              if (right == left) continue;
+              const ZorImgSize third = {right - left, in.height()};
+              const ZorStatus status =
+                zoriCopy_8u_C3CR(in.at(left, 0) + k, in.step(), out.at(left, 0) + k, out.step(), third);
+              if (status != ZorOk) return status;
+            }
+            return ZorOk;
+          })
+    .show(out);
 
   // three planes, merged again with the pointers some pixels apart
   Grey red(tour.size()), green(tour.size()), blue(tour.size());
@@ -75,8 +79,7 @@ void channels(Tour& tour)
   const Zor8u* const shifted[3] = {red.at(2 * apart, 0), green.at(apart, 0), blue.data()};
   out = displayed(in);
   tour.stage("Planes, shifted and merged")
-    .time("Copy_8u_C3P3R",
-          [&] { return zoriCopy_8u_C3P3R(in.data(), in.step(), planes, red.step(), tour.size()); })
+    .time("Copy_8u_C3P3R", [&] { return zoriCopy_8u_C3P3R(in.data(), in.step(), planes, red.step(), tour.size()); })
     .time("Copy_8u_P3C3R",
           [&] { return zoriCopy_8u_P3C3R(shifted, red.step(), out.at(apart, 0), out.step(), overlap); })
     .show(out);
@@ -100,15 +103,18 @@ void regions(Tour& tour)
   const int across = 4, down = 3;
   const ZorImgSize block = {in.width() / across, in.height() / down};
   if (block.width == 0 || block.height == 0) return;
-  tour.stage("Blocks in reverse").time("Copy_8u_C3R", [&] {
-    for (int i = 0; i < across * down; ++i) {
-      const int other = across * down - 1 - i;
-      const Zor8u* from = in.at(other % across * block.width, other / across * block.height);
-      Zor8u* to = out.at(i % across * block.width, i / across * block.height);
-      if (const ZorStatus status = zoriCopy_8u_C3R(from, in.step(), to, out.step(), block)) return status;
-    }
-    return ZorOk;
-  }).show(out);
+  tour.stage("Blocks in reverse")
+    .time("Copy_8u_C3R",
+          [&] {
+            for (int i = 0; i < across * down; ++i) {
+              const int other = across * down - 1 - i;
+              const Zor8u* from = in.at(other % across * block.width, other / across * block.height);
+              Zor8u* to = out.at(i % across * block.width, i / across * block.height);
+              if (const ZorStatus status = zoriCopy_8u_C3R(from, in.step(), to, out.step(), block)) return status;
+            }
+            return ZorOk;
+          })
+    .show(out);
 }
 
 void places(Tour& tour)
@@ -183,10 +189,9 @@ void tiles(Tour& tour)
   Image<Zor32s, 1> wrapped(size);
   const int order[4] = {0, 1, 2, 3};
   tour.stage("Wrapped around")
-    .time("SwapChannels_8u_C3C4R",
-          [&] {
-            return zoriSwapChannels_8u_C3C4R(in.data(), in.step(), padded.data(), padded.step(), size, order, 255);
-          })
+    .time(
+      "SwapChannels_8u_C3C4R",
+      [&] { return zoriSwapChannels_8u_C3C4R(in.data(), in.step(), padded.data(), padded.step(), size, order, 255); })
     .time("CopyWrapBorder_32s_C1R",
           [&] {
             return zoriCopyWrapBorder_32s_C1R(reinterpret_cast<const Zor32s*>(padded.at(tile.width, tile.height)),

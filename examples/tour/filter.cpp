@@ -92,10 +92,9 @@ void edges(Tour& tour, Framed<1>& framed)
   ZORI_CHECK(zoriSet_8u_C1R(255, blue.data(), blue.step(), size));
   Stage& slopes = tour.stage("Slopes, by Scharr");
   slopes
-    .time("FilterScharrVert_8u16s_C1R",
-          [&] {
-            return zoriFilterScharrVert_8u16s_C1R(framed.data(), framed.step(), across.data(), across.step(), size);
-          })
+    .time(
+      "FilterScharrVert_8u16s_C1R",
+      [&] { return zoriFilterScharrVert_8u16s_C1R(framed.data(), framed.step(), across.data(), across.step(), size); })
     .time("FilterScharrHoriz_8u16s_C1R", [&] {
       return zoriFilterScharrHoriz_8u16s_C1R(framed.data(), framed.step(), down.data(), down.step(), size);
     });
@@ -120,10 +119,9 @@ void wideFilters(Tour& tour, const Framed<3>& framed)
   const ZorImgSize window = {2 * margin - 1, 2 * margin - 1};
   const ZorImgPoint centre = {margin - 1, margin - 1};
   tour.stage("The mean of 31 x 31")
-    .time("FilterBox_8u_C3R",
-          [&] {
-            return zoriFilterBox_8u_C3R(framed.data(), framed.step(), out.data(), out.step(), size, window, centre);
-          })
+    .time(
+      "FilterBox_8u_C3R",
+      [&] { return zoriFilterBox_8u_C3R(framed.data(), framed.step(), out.data(), out.step(), size, window, centre); })
     .show(out);
 }
 

@@ -47,8 +47,8 @@ void falseColours(Tour& tour)
 {
   // brightness 0..255 from night blue to white, in five even pieces
   constexpr int pieces = 5, piece = 255 / pieces;
-  const int stops[pieces + 1][3] = {{8, 8, 48}, {88, 20, 128}, {204, 44, 92}, {248, 132, 36}, {252, 224, 96},
-                                    {255, 255, 255}};
+  const int stops[pieces + 1][3] = {{8, 8, 48},     {88, 20, 128},  {204, 44, 92},
+                                    {248, 132, 36}, {252, 224, 96}, {255, 255, 255}};
   Zor8u palette[256 * 3];
   for (int i = 0; i < 256; ++i) {
     const int from = std::min(i / piece, pieces - 1), part = i - from * piece;
@@ -90,8 +90,8 @@ void histogram(Tour& tour)
     std::nth_element(ranked, ranked + 8, ranked + bins, std::greater<>());
     const int most = std::max(1, ranked[8]);
     for (int i = 0; i < bins; ++i) {
-      const int height = foot + static_cast<int>(std::min(1.0, static_cast<double>(counts[k][i]) / most) *
-                                                 (chartHeight - foot));
+      const int height =
+        foot + static_cast<int>(std::min(1.0, static_cast<double>(counts[k][i]) / most) * (chartHeight - foot));
       ZORI_CHECK(zoriSet_8u_C3CR(214, chart.at(i * barWidth, chartHeight - height) + k, chart.step(),
                                  ZorImgSize{barWidth, height}));
     }

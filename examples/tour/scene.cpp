@@ -101,8 +101,8 @@ void paintHills(Picture& picture)
     double base, rise, phase, roughness;
     Colour colour;
   };
-  const Range ranges[] = {{310, 34, 0.4, 0.10, {150, 92, 124}}, {346, 26, 2.1, 0.16, {104, 66, 106}},
-                          {380, 18, 4.4, 0.22, {62, 44, 82}}};
+  const Range ranges[] = {
+    {310, 34, 0.4, 0.10, {150, 92, 124}}, {346, 26, 2.1, 0.16, {104, 66, 106}}, {380, 18, 4.4, 0.22, {62, 44, 82}}};
   for (const Range& range : ranges)
     for (int x = 0; x < width; ++x) {
       const double open = std::exp(-std::pow((x - sunX) / 190, 2)); // the ranges part in front of the sun

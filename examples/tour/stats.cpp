@@ -52,8 +52,8 @@ void noiseMeasured(Tour& tour)
           })
     .time("NormDiff_L2_8u_C3R", [&] {
       for (int i = 0; i < strips; ++i) {
-        const ZorStatus status = zoriNormDiff_L2_8u_C3R(in.at(left(i), 0), in.step(), out.at(left(i), 0), out.step(),
-                                                        strip(i), distance[i]);
+        const ZorStatus status =
+          zoriNormDiff_L2_8u_C3R(in.at(left(i), 0), in.step(), out.at(left(i), 0), out.step(), strip(i), distance[i]);
         if (status != ZorOk) return status;
       }
       return ZorOk;
@@ -191,8 +191,8 @@ void orientation(Tour& tour)
     else ZORI_CHECK(measure());
     found.emplace_back(state);
     angles += (angles.empty() ? "at " : ", ") + formatted("%.0f", -found.back().angle * 180 / 3.14159265358979);
-    ZORI_CHECK(zoriCopy_8u_C3MR(tour.picture().data(), tour.picture().step(), out.data(), out.step(), size,
-                                mask.data(), mask.step()));
+    ZORI_CHECK(zoriCopy_8u_C3MR(tour.picture().data(), tour.picture().step(), out.data(), out.step(), size, mask.data(),
+                                mask.step()));
   }
   ZORI_CHECK(zoriMomentFree_64f(state));
 

@@ -41,8 +41,7 @@ void syntheticStages(Tour& tour)
         return status;
       },
       3 * tour.pixels())
-    .time("Copy_8u_P3C3R",
-          [&] { return zoriCopy_8u_P3C3R(planes, right.step(), out.data(), out.step(), size); })
+    .time("Copy_8u_P3C3R", [&] { return zoriCopy_8u_P3C3R(planes, right.step(), out.data(), out.step(), size); })
     .show(out);
 }
 

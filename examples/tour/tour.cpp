@@ -76,10 +76,7 @@ Tour::Tour(Picture picture) : picture_(std::move(picture)), grey_(picture_.size(
   ZORI_CHECK(zoriCopy_8u_C3C1R(picture_.data() + 1, picture_.step(), grey_.data(), grey_.step(), size()));
 }
 
-Stage& Tour::stage(std::string title)
-{
-  return stages_.emplace_back(std::move(title), pixels());
-}
+Stage& Tour::stage(std::string title) { return stages_.emplace_back(std::move(title), pixels()); }
 
 void Tour::printTable() const
 {
@@ -105,8 +102,8 @@ Picture Tour::sheet(const std::string& subtitle) const
     for (const Stage::Call& call : stage.calls_) calls += (calls.empty() ? "" : ", ") + call.name;
     std::string result;
     if (!stage.calls_.empty())
-      result = formatted("%.3f ms", stage.ms()) +
-               formatted(", %.0f Mpixel/s", megapixelsPerSecond(stage.pixels_, stage.ms()));
+      result =
+        formatted("%.3f ms", stage.ms()) + formatted(", %.0f Mpixel/s", megapixelsPerSecond(stage.pixels_, stage.ms()));
     if (!stage.note_.empty()) result += (result.empty() ? "" : " - ") + stage.note_;
     sheet.add(stage.shown_, stage.view_, {stage.title_, calls.empty() ? result : calls, calls.empty() ? "" : result});
   }

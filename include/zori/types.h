@@ -5,8 +5,12 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
-#define ZORI_BEGIN_DECLS extern "C" { _Pragma("GCC visibility push(default)")
-#define ZORI_END_DECLS _Pragma("GCC visibility pop") }
+#define ZORI_BEGIN_DECLS                                                                                               \
+  extern "C" {                                                                                                         \
+  _Pragma("GCC visibility push(default)")
+#define ZORI_END_DECLS                                                                                                 \
+  _Pragma("GCC visibility pop")                                                                                        \
+  }
 #else
 #define ZORI_BEGIN_DECLS _Pragma("GCC visibility push(default)")
 #define ZORI_END_DECLS _Pragma("GCC visibility pop")
@@ -29,17 +33,33 @@ typedef float Zor32f;
 typedef double Zor64f;
 
 /* Complex elements: real part first. */
-typedef struct { Zor16s re, im; } Zor16sc;
-typedef struct { Zor16u re, im; } Zor16uc;
-typedef struct { Zor32s re, im; } Zor32sc;
-typedef struct { Zor32f re, im; } Zor32fc;
-typedef struct { Zor64f re, im; } Zor64fc;
+typedef struct {
+  Zor16s re, im;
+} Zor16sc;
+typedef struct {
+  Zor16u re, im;
+} Zor16uc;
+typedef struct {
+  Zor32s re, im;
+} Zor32sc;
+typedef struct {
+  Zor32f re, im;
+} Zor32fc;
+typedef struct {
+  Zor64f re, im;
+} Zor64fc;
 
 /* ---- Regions, in pixels. ---- */
 
-typedef struct { int width, height; } ZorImgSize;
-typedef struct { int x, y; } ZorImgPoint;
-typedef struct { int x, y, width, height; } ZorImgRect;
+typedef struct {
+  int width, height;
+} ZorImgSize;
+typedef struct {
+  int x, y;
+} ZorImgPoint;
+typedef struct {
+  int x, y, width, height;
+} ZorImgRect;
 
 /* ---- Status: negative is an error (nothing was written), positive a warning (the output is complete). ---- */
 
@@ -55,50 +75,50 @@ typedef enum {
   ZorWarnNoQuadIntersect = 30,  /* the quadrangle does not meet the image; nothing is written */
   ZorWarnEvenMedianWeight = 39, /* the weight was even; the weight less one is used */
 
-  ZorErrNoMem = -4,             /* working memory of a filter or table could not be had */
-  ZorErrBadArg = -5,            /* an argument without a code of its own */
-  ZorErrSize = -6,              /* a width, height or length below 1 or out of its bounds */
-  ZorErrRange = -7,             /* a lower bound above its upper bound */
-  ZorErrNullPtr = -8,           /* a required pointer is null */
-  ZorErrAlloc = -9,             /* working memory could not be had */
-  ZorErrDivByZero = -10,        /* the constant divisor is zero */
-  ZorErrBitSize = -11,          /* bit size of a palette, or start position, out of range */
-  ZorErrScaleRange = -13,       /* upper bound of the range not above the lower */
-  ZorErrStep = -14,             /* a row step below 1 or too small for the operation */
-  ZorErrOrder = -15,            /* transform order out of range */
-  ZorErrFlag = -16,             /* transform flag not known */
-  ZorErrContext = -17,          /* a record is not of the expected kind */
-  ZorErrThreshold = -18,        /* lower threshold above the upper */
-  ZorErrMomentTooSmall = -20,   /* the normalising moment vanishes */
-  ZorErrAxis = -21,             /* mirror axis not known */
-  ZorErrInterpolation = -22,    /* interpolation not supported here */
-  ZorErrResizeFactor = -23,     /* resize factor not above zero */
-  ZorErrFirLen = -26,           /* filter without taps */
-  ZorErrFirUpFactor = -28,      /* phase outside its factor */
-  ZorErrFirDownFactor = -29,    /* up or down factor below 1 */
-  ZorErrMaskSize = -33,         /* mask size not known, below 1, or even where it must be odd */
-  ZorErrAnchor = -34,           /* anchor outside the mask */
-  ZorErrEpsilon = -36,          /* negative tolerance */
-  ZorErrStepTooSmall = -37,     /* a row step smaller than the row */
-  ZorErrMomentChannel = -47,    /* channel outside the record's channels */
-  ZorErrAlphaType = -50,        /* alpha operation not known */
-  ZorErrKernelDivisor = -51,    /* kernel divisor is zero */
-  ZorErrChannels = -53,         /* channel count not 1, 3 or 4 */
-  ZorErrQuad = -56,             /* the computed quadrangle is degenerate or not convex */
-  ZorErrCoeff = -57,            /* the source rectangle is less than two pixels across */
-  ZorErrRect = -58,             /* the given quadrangle is degenerate or not convex */
-  ZorErrZeroMask = -59,         /* a mask without a nonzero element */
-  ZorErrChannelOrder = -60,     /* entry of a channel order out of range */
-  ZorErrLutLevels = -106,       /* fewer than two levels in a lookup table */
-  ZorErrHistLevels = -107,      /* fewer than two levels in a histogram */
-  ZorErrDeconvParam = -108,     /* a step is not a multiple of four */
-  ZorErrNoiseRange = -125,      /* noise level outside [0, 1) */
-  ZorErrSubsample = -201,       /* the destination would be empty */
-  ZorErrQualitySize = -210,     /* the denominator of the quality index vanishes */
-  ZorErrMedianWeight = -211,    /* median weight below 1 */
-  ZorErrDecimateFraction = -212,/* decimation fraction not known */
-  ZorErrRoundMode = -213,       /* rounding mode not known */
-  ZorErrMode = -9999            /* operation selector not supported here */
+  ZorErrNoMem = -4,              /* working memory of a filter or table could not be had */
+  ZorErrBadArg = -5,             /* an argument without a code of its own */
+  ZorErrSize = -6,               /* a width, height or length below 1 or out of its bounds */
+  ZorErrRange = -7,              /* a lower bound above its upper bound */
+  ZorErrNullPtr = -8,            /* a required pointer is null */
+  ZorErrAlloc = -9,              /* working memory could not be had */
+  ZorErrDivByZero = -10,         /* the constant divisor is zero */
+  ZorErrBitSize = -11,           /* bit size of a palette, or start position, out of range */
+  ZorErrScaleRange = -13,        /* upper bound of the range not above the lower */
+  ZorErrStep = -14,              /* a row step below 1 or too small for the operation */
+  ZorErrOrder = -15,             /* transform order out of range */
+  ZorErrFlag = -16,              /* transform flag not known */
+  ZorErrContext = -17,           /* a record is not of the expected kind */
+  ZorErrThreshold = -18,         /* lower threshold above the upper */
+  ZorErrMomentTooSmall = -20,    /* the normalising moment vanishes */
+  ZorErrAxis = -21,              /* mirror axis not known */
+  ZorErrInterpolation = -22,     /* interpolation not supported here */
+  ZorErrResizeFactor = -23,      /* resize factor not above zero */
+  ZorErrFirLen = -26,            /* filter without taps */
+  ZorErrFirUpFactor = -28,       /* phase outside its factor */
+  ZorErrFirDownFactor = -29,     /* up or down factor below 1 */
+  ZorErrMaskSize = -33,          /* mask size not known, below 1, or even where it must be odd */
+  ZorErrAnchor = -34,            /* anchor outside the mask */
+  ZorErrEpsilon = -36,           /* negative tolerance */
+  ZorErrStepTooSmall = -37,      /* a row step smaller than the row */
+  ZorErrMomentChannel = -47,     /* channel outside the record's channels */
+  ZorErrAlphaType = -50,         /* alpha operation not known */
+  ZorErrKernelDivisor = -51,     /* kernel divisor is zero */
+  ZorErrChannels = -53,          /* channel count not 1, 3 or 4 */
+  ZorErrQuad = -56,              /* the computed quadrangle is degenerate or not convex */
+  ZorErrCoeff = -57,             /* the source rectangle is less than two pixels across */
+  ZorErrRect = -58,              /* the given quadrangle is degenerate or not convex */
+  ZorErrZeroMask = -59,          /* a mask without a nonzero element */
+  ZorErrChannelOrder = -60,      /* entry of a channel order out of range */
+  ZorErrLutLevels = -106,        /* fewer than two levels in a lookup table */
+  ZorErrHistLevels = -107,       /* fewer than two levels in a histogram */
+  ZorErrDeconvParam = -108,      /* a step is not a multiple of four */
+  ZorErrNoiseRange = -125,       /* noise level outside [0, 1) */
+  ZorErrSubsample = -201,        /* the destination would be empty */
+  ZorErrQualitySize = -210,      /* the denominator of the quality index vanishes */
+  ZorErrMedianWeight = -211,     /* median weight below 1 */
+  ZorErrDecimateFraction = -212, /* decimation fraction not known */
+  ZorErrRoundMode = -213,        /* rounding mode not known */
+  ZorErrMode = -9999             /* operation selector not supported here */
 } ZorStatus;
 
 /* ---- Selectors. A value outside its list gives the status that the function documents. ---- */
@@ -121,20 +141,40 @@ typedef enum { ZorRampAlongX = 0, ZorRampAlongY = 1, ZorRampAlongBoth = 2 } ZorR
 
 /* Window of a fixed filter, width then height. */
 typedef enum {
-  ZorMask1x3 = 13, ZorMask1x5 = 15, ZorMask3x1 = 31, ZorMask3x3 = 33, ZorMask5x1 = 51, ZorMask5x5 = 55
+  ZorMask1x3 = 13,
+  ZorMask1x5 = 15,
+  ZorMask3x1 = 31,
+  ZorMask3x3 = 33,
+  ZorMask5x1 = 51,
+  ZorMask5x5 = 55
 } ZorMaskSize;
 
 /* Porter-Duff operators, on straight or on premultiplied sources. */
 typedef enum {
-  ZorAlphaOver = 0, ZorAlphaIn = 1, ZorAlphaOut = 2, ZorAlphaAtop = 3, ZorAlphaXor = 4, ZorAlphaPlus = 5,
-  ZorAlphaOverPremul = 6, ZorAlphaInPremul = 7, ZorAlphaOutPremul = 8, ZorAlphaAtopPremul = 9,
-  ZorAlphaXorPremul = 10, ZorAlphaPlusPremul = 11
+  ZorAlphaOver = 0,
+  ZorAlphaIn = 1,
+  ZorAlphaOut = 2,
+  ZorAlphaAtop = 3,
+  ZorAlphaXor = 4,
+  ZorAlphaPlus = 5,
+  ZorAlphaOverPremul = 6,
+  ZorAlphaInPremul = 7,
+  ZorAlphaOutPremul = 8,
+  ZorAlphaAtopPremul = 9,
+  ZorAlphaXorPremul = 10,
+  ZorAlphaPlusPremul = 11
 } ZorAlphaOp;
 
 /* Interpolations; functions take them as an int. */
 typedef enum {
-  ZORI_INTER_NN = 1, ZORI_INTER_LINEAR = 2, ZORI_INTER_CUBIC = 4, ZORI_INTER_CUBIC2P_A = 5, ZORI_INTER_CUBIC2P_B = 6,
-  ZORI_INTER_CUBIC2P_C = 7, ZORI_INTER_SUPER = 8, ZORI_INTER_LANCZOS = 16
+  ZORI_INTER_NN = 1,
+  ZORI_INTER_LINEAR = 2,
+  ZORI_INTER_CUBIC = 4,
+  ZORI_INTER_CUBIC2P_A = 5,
+  ZORI_INTER_CUBIC2P_B = 6,
+  ZORI_INTER_CUBIC2P_C = 7,
+  ZORI_INTER_SUPER = 8,
+  ZORI_INTER_LANCZOS = 16
 } ZorInterp;
 #define ZORI_SMOOTH_EDGE ((int)0x80000000u) /* or-ed to the interpolation of a warp */
 

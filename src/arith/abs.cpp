@@ -3,7 +3,7 @@
 // 16s: m = x < 0 ? -1 : 0, (x ^ m) - m with saturation, so that -32768 gives 32767. 32f: the sign bit cleared.
 // C1 and C3 advance by the step masked to whole elements, C4 and AC4 by the raw step.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 #include <algorithm>
@@ -22,8 +22,8 @@ template <class T> struct AbsoluteValue {
   }
 };
 
-// Pixels of a 32f AC4 row that are written. The row goes in steps of 256 pixels, but a step starts only 64 pixels behind
-// the one before; what lies behind the last step keeps its value. This is the function's contract.
+// Pixels of a 32f AC4 row that are written. The row goes in steps of 256 pixels, but a step starts only 64 pixels
+// behind the one before; what lies behind the last step keeps its value. This is the function's contract.
 static int coveredPixels(int width)
 {
   const int full = width / 256, rest = width % 256;
@@ -38,7 +38,7 @@ template <class T, Layout L> ZorStatus absRegion(const T* pSrc, int srcStep, T* 
     dstStep = maskedStep<T>(dstStep);
   }
   if constexpr (L == AC4 && std::is_same_v<T, Zor32f>) roiSize.width = coveredPixels(roiSize.width);
-  mapRegion<L>(Serial{}, roiSize, AbsoluteValue<T>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  mapRegion<L>(roiSize, AbsoluteValue<T>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -47,6 +47,7 @@ template <class T, Layout L> ZorStatus absRegion(const T* pSrc, int srcStep, T* 
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                       \
   ZorStatus zoriAbs_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,        \
                                          ZorImgSize roiSize)                                                      \

@@ -4,8 +4,8 @@
 // Selectors 0 to 5 are the operators on straight sources (p = M(s, a)), 6 to 11 the same on premultiplied ones (p = s).
 // Where alpha comes from is the operation: the samples themselves, the pixel's fourth channel, a plane, a constant.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "rowkernels/alpha.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -109,8 +109,8 @@ inline ZorStatus knownOperator(ZorAlphaOp alphaType, unsigned last)
 }
 
 template <class T, Layout L>
-ZorStatus alphaComp(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, ZorImgSize roiSize,
-                    ZorAlphaOp alphaType)
+ZorStatus alphaComp(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                    ZorImgSize roiSize, ZorAlphaOp alphaType)
 {
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), nonEmpty(roiSize), knownOperator(alphaType, 11)); s != ZorOk)
     return s;
@@ -118,52 +118,54 @@ ZorStatus alphaComp(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, 
   const Rows src1{pSrc1, src1Step}, src2{pSrc2, src2Step};
   if constexpr (L == AC1) {
     withOperator(alphaType % 6, [&](auto op, auto) {
-      mapRegion<C1>(Serial{}, roiSize, ComposeAlphas<T, decltype(op)::value>{}, dst, src1, src2);
+      mapRegion<C1>(roiSize, ComposeAlphas<T, decltype(op)::value>{}, dst, src1, src2);
     });
   } else {
     withOperator(alphaType, [&](auto op, auto straight) {
-      mapRegion<C4>(Serial{}, roiSize, ComposePixels<T, decltype(op)::value, decltype(straight)::value>{}, dst, src1, src2);
+      mapRegion<C4>(roiSize, ComposePixels<T, decltype(op)::value, decltype(straight)::value>{}, dst, src1, src2);
     });
   }
   return ZorOk;
 }
 
 template <class T>
-ZorStatus alphaCompPlanes(const T* const pSrc1[4], int src1Step, const T* const pSrc2[4], int src2Step, T* const pDst[4],
-                          int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)
+ZorStatus alphaCompPlanes(const T* const pSrc1[4], int src1Step, const T* const pSrc2[4], int src2Step,
+                          T* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)
 {
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), nonNullPlanes<4>(pSrc1), nonNullPlanes<4>(pSrc2),
-                            nonNullPlanes<4>(pDst), nonEmpty(roiSize), knownOperator(alphaType, 11)); s != ZorOk)
+                            nonNullPlanes<4>(pDst), nonEmpty(roiSize), knownOperator(alphaType, 11));
+      s != ZorOk)
     return s;
   const Rows alpha1{pSrc1[3], src1Step}, alpha2{pSrc2[3], src2Step};
   withOperator(alphaType, [&](auto op, auto straight) {
     for (int k = 0; k < 3; ++k)
-      mapRegion<C1>(Serial{}, roiSize, ComposePlanes<T, decltype(op)::value, decltype(straight)::value>{},
-                    Rows{pDst[k], dstStep}, Rows{pSrc1[k], src1Step}, alpha1, Rows{pSrc2[k], src2Step}, alpha2);
-    mapRegion<C1>(Serial{}, roiSize, ComposeAlphas<T, decltype(op)::value>{}, Rows{pDst[3], dstStep}, alpha1, alpha2);
+      mapRegion<C1>(roiSize, ComposePlanes<T, decltype(op)::value, decltype(straight)::value>{}, Rows{pDst[k], dstStep},
+                    Rows{pSrc1[k], src1Step}, alpha1, Rows{pSrc2[k], src2Step}, alpha2);
+    mapRegion<C1>(roiSize, ComposeAlphas<T, decltype(op)::value>{}, Rows{pDst[3], dstStep}, alpha1, alpha2);
   });
   return ZorOk;
 }
 
 template <class T, Layout L>
-ZorStatus alphaCompC(const T* pSrc1, int src1Step, T alpha1, const T* pSrc2, int src2Step, T alpha2, T* pDst, int dstStep,
-                     ZorImgSize roiSize, ZorAlphaOp alphaType)
+ZorStatus alphaCompC(const T* pSrc1, int src1Step, T alpha1, const T* pSrc2, int src2Step, T alpha2, T* pDst,
+                     int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)
 {
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), nonEmpty(roiSize), knownOperator(alphaType, 11)); s != ZorOk)
     return s;
   withOperator(alphaType, [&](auto op, auto straight) {
-    mapRegion<L>(Serial{}, roiSize, ComposeConstant<T, decltype(op)::value, decltype(straight)::value>{alpha1, alpha2},
+    mapRegion<L>(roiSize, ComposeConstant<T, decltype(op)::value, decltype(straight)::value>{alpha1, alpha2},
                  Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   });
   return ZorOk;
 }
 
 template <class T>
-ZorStatus alphaCompCPlanes(const T* const pSrc1[4], int src1Step, T alpha1, const T* const pSrc2[4], int src2Step, T alpha2,
-                           T* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)
+ZorStatus alphaCompCPlanes(const T* const pSrc1[4], int src1Step, T alpha1, const T* const pSrc2[4], int src2Step,
+                           T alpha2, T* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)
 {
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), nonNullPlanes<4>(pSrc1), nonNullPlanes<4>(pSrc2),
-                            nonNullPlanes<4>(pDst), nonEmpty(roiSize), knownOperator(alphaType, 11)); s != ZorOk)
+                            nonNullPlanes<4>(pDst), nonEmpty(roiSize), knownOperator(alphaType, 11));
+      s != ZorOk)
     return s;
   for (int k = 0; k < 3; ++k) // the fourth plane of the destination stays as it was
     alphaCompC<T, C1>(pSrc1[k], src1Step, alpha1, pSrc2[k], src2Step, alpha2, pDst[k], dstStep, roiSize, alphaType);
@@ -175,41 +177,43 @@ ZorStatus alphaCompCPlanes(const T* const pSrc1[4], int src1Step, T alpha1, cons
 
 using namespace zori;
 
-#define STAMP(type, layout)                                                                                               \
-  ZorStatus zoriAlphaComp_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,              \
-    int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)                                 \
-  { return alphaComp<Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, alphaType); }
-STAMP(8u, AC1) STAMP(8u, AC4) STAMP(16u, AC1) STAMP(16u, AC4)
-#undef STAMP
-
-#define STAMP(type, layout)                                                                                               \
-  ZorStatus zoriAlphaCompC_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, Zor##type alpha1,                   \
-    const Zor##type* pSrc2, int src2Step, Zor##type alpha2, Zor##type* pDst, int dstStep, ZorImgSize roiSize,             \
-    ZorAlphaOp alphaType)                                                                                                 \
-  { return alphaCompC<Zor##type, layout>(pSrc1, src1Step, alpha1, pSrc2, src2Step, alpha2, pDst, dstStep, roiSize, alphaType); }
-STAMP(8u, C1) STAMP(8u, C3) STAMP(8u, C4) STAMP(8u, AC4) STAMP(16u, C1) STAMP(16u, C3) STAMP(16u, C4) STAMP(16u, AC4)
-#undef STAMP
-
-#define STAMP(type)                                                                                                       \
-  ZorStatus zoriAlphaComp_##type##_AP4R(const Zor##type* const pSrc1[4], int src1Step, const Zor##type* const pSrc2[4],   \
-    int src2Step, Zor##type* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)                        \
-  { return alphaCompPlanes(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, alphaType); }                        \
-  ZorStatus zoriAlphaCompC_##type##_AP4R(const Zor##type* const pSrc1[4], int src1Step, Zor##type alpha1,                 \
-    const Zor##type* const pSrc2[4], int src2Step, Zor##type alpha2, Zor##type* const pDst[4], int dstStep,               \
-    ZorImgSize roiSize, ZorAlphaOp alphaType)                                                                             \
-  { return alphaCompCPlanes(pSrc1, src1Step, alpha1, pSrc2, src2Step, alpha2, pDst, dstStep, roiSize, alphaType); }
-STAMP(8u) STAMP(16u)
-#undef STAMP
-
-ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
-                                        Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4],
-                                        ZorAlphaOp alphaType)
+ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2,
+                                        int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                        const Zor8u colorKey[4], ZorAlphaOp alphaType)
 {
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst, colorKey), nonEmpty(roiSize), knownOperator(alphaType, 5)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst, colorKey), nonEmpty(roiSize), knownOperator(alphaType, 5));
+      s != ZorOk)
     return s;
   withOperator(alphaType, [&](auto op, auto) {
-    mapRegion<AC4>(Serial{}, roiSize, ComposeUnlessKey<decltype(op)::value>{{alpha1, alpha2}, get<Zor32u>(colorKey)},
+    mapRegion<AC4>(roiSize, ComposeUnlessKey<decltype(op)::value>{{alpha1, alpha2}, get<Zor32u>(colorKey)},
                    Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   });
   return ZorOk;
 }
+
+// clang-format off
+#define STAMP(type, layout)                                                                                  \
+  ZorStatus zoriAlphaComp_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, \
+    int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)                    \
+  { return alphaComp<Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, alphaType); }
+STAMP(8u, AC1) STAMP(8u, AC4) STAMP(16u, AC1) STAMP(16u, AC4)
+#undef STAMP
+
+#define STAMP(type, layout)                                                                                   \
+  ZorStatus zoriAlphaCompC_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, Zor##type alpha1,       \
+    const Zor##type* pSrc2, int src2Step, Zor##type alpha2, Zor##type* pDst, int dstStep, ZorImgSize roiSize, \
+    ZorAlphaOp alphaType)                                                                                     \
+  { return alphaCompC<Zor##type, layout>(pSrc1, src1Step, alpha1, pSrc2, src2Step, alpha2, pDst, dstStep, roiSize, alphaType); }
+STAMP(8u, C1) STAMP(8u, C3) STAMP(8u, C4) STAMP(8u, AC4) STAMP(16u, C1) STAMP(16u, C3) STAMP(16u, C4) STAMP(16u, AC4)
+#undef STAMP
+
+#define STAMP(type)                                                                                                    \
+  ZorStatus zoriAlphaComp_##type##_AP4R(const Zor##type* const pSrc1[4], int src1Step, const Zor##type* const pSrc2[4],\
+    int src2Step, Zor##type* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType)                     \
+  { return alphaCompPlanes(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, alphaType); }                     \
+  ZorStatus zoriAlphaCompC_##type##_AP4R(const Zor##type* const pSrc1[4], int src1Step, Zor##type alpha1,              \
+    const Zor##type* const pSrc2[4], int src2Step, Zor##type alpha2, Zor##type* const pDst[4], int dstStep,            \
+    ZorImgSize roiSize, ZorAlphaOp alphaType)                                                                          \
+  { return alphaCompCPlanes(pSrc1, src1Step, alpha1, pSrc2, src2Step, alpha2, pDst, dstStep, roiSize, alphaType); }
+STAMP(8u) STAMP(16u)
+#undef STAMP

@@ -1,6 +1,6 @@
 // zoriCompColorKey_{8u,16u,16s}_{C1,C3,C4}R: where the pixel of the first image is the key, the second shows through.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -30,7 +30,8 @@ template <class T> struct KeyedPixel {
 };
 
 // Pixels of three channels. A vector holds several and a part of the next one, which is written back as it was.
-template <class T> [[gnu::noinline]] void keyedRow(const T* src1, const T* src2, T* dst, std::ptrdiff_t width, const T key[3])
+template <class T>
+[[gnu::noinline]] void keyedRow(const T* src1, const T* src2, T* dst, std::ptrdiff_t width, const T key[3])
 {
   constexpr int bytes = sizeof(T), lanes = Vec<T>::size, pixels = lanes / 3;
   const Vec<T> keys = Pattern<T>(key, 3).at(0);
@@ -57,19 +58,20 @@ template <class T> [[gnu::noinline]] void keyedRow(const T* src1, const T* src2,
 }
 
 template <class T, Layout L>
-ZorStatus compColorKey(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, ZorImgSize roiSize,
-                   const T* key)
+ZorStatus compColorKey(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                       ZorImgSize roiSize, const T* key)
 {
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst, key), nonEmpty(roiSize), positive(src1Step, src2Step, dstStep)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst, key), nonEmpty(roiSize), positive(src1Step, src2Step, dstStep));
+      s != ZorOk)
     return s;
   const Rows dst{pDst, dstStep};
   const Rows src1{pSrc1, src1Step}, src2{pSrc2, src2Step};
   if constexpr (L == C1) {
-    mapRegion<C1>(Serial{}, roiSize, KeyedSample<T>{get<T>(key)}, dst, src1, src2);
+    mapRegion<C1>(roiSize, KeyedSample<T>{get<T>(key)}, dst, src1, src2);
   } else if constexpr (L == C4) {
     KeyedPixel<T> op;
     std::memcpy(op.key, key, sizeof op.key);
-    mapRegion<C4>(Serial{}, roiSize, op, dst, src1, src2);
+    mapRegion<C4>(roiSize, op, dst, src1, src2);
   } else {
     T aligned[3];
     std::memcpy(aligned, key, sizeof aligned);
@@ -83,12 +85,13 @@ ZorStatus compColorKey(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
 
 using namespace zori;
 
-#define STAMP(type, layout, parameter, address)                                                                           \
-  ZorStatus zoriCompColorKey_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,           \
-    int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize, parameter)                                            \
+// clang-format off
+#define STAMP(type, layout, parameter, address)                                                                 \
+  ZorStatus zoriCompColorKey_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, \
+    int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize, parameter)                                  \
   { return compColorKey<Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, address); }
-#define STAMPS(type)                                                                                                      \
-  STAMP(type, C1, Zor##type colorKey, &colorKey)                                                                          \
+#define STAMPS(type)                             \
+  STAMP(type, C1, Zor##type colorKey, &colorKey) \
   STAMP(type, C3, const Zor##type colorKey[3], colorKey) STAMP(type, C4, const Zor##type colorKey[4], colorKey)
 STAMPS(8u) STAMPS(16u) STAMPS(16s)
 #undef STAMPS

@@ -1,6 +1,6 @@
 // zoriComplement_32s_C1IR: two's complement to sign and magnitude, |x| with the sign bit of x. -2^31 keeps its bits.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -23,6 +23,6 @@ ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize ro
 {
   if (auto s = firstFailure(nonNull(pSrcDst), positive(srcDstStep), nonEmpty(roiSize)); s != ZorOk) return s;
   const Rows<const Zor32s> src{pSrcDst, srcDstStep};
-  mapRegion<C1>(Serial{}, roiSize, SignAndMagnitude{}, Rows{pSrcDst, srcDstStep}, src);
+  mapRegion<C1>(roiSize, SignAndMagnitude{}, Rows{pSrcDst, srcDstStep}, src);
   return ZorOk;
 }

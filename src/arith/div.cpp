@@ -5,8 +5,8 @@
 // dst = src2 / src1 * 2^-scaleFactor: the first image is the denominator. In place, srcDst / src. A zero denominator
 // has a defined result and makes the call end with a warning.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "rowkernels/division.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -17,15 +17,16 @@ using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, int scaleFactor, con
 
 // Walks the region with a row kernel. The last check is that of a parameter.
 template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus
-divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num, Rows<T> dst,
-             ZorImgSize roiSize, int scaleFactor, ZorStatus lastCheck = ZorOk)
+[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den,
+                                                       Rows<const T> num, Rows<T> dst, ZorImgSize roiSize,
+                                                       int scaleFactor, ZorStatus lastCheck = ZorOk)
 {
   if (auto s = firstFailure(nonNull(den.first, num.first, dst.first), nonEmpty(roiSize),
-                            positive(den.step, num.step, dst.step), lastCheck); s != ZorOk)
+                            positive(den.step, num.step, dst.step), lastCheck);
+      s != ZorOk)
     return s;
-  const RoundingScope rounding(divisionRounding<T>());
-  const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), den.step, num.step, dst.step);
+  const RoundingScope rounding(divisionRounding<T>);
+  const RowRun run(roiSize, channelCount, sizeof(T), den.step, num.step, dst.step);
   ZorStatus status = ZorOk;
   for (int y = 0; y < run.height; ++y)
     if (divide(dst[y], run.length, scaleFactor, num[y], den[y])) status = ZorWarnDivByZero;
@@ -59,6 +60,7 @@ ZorStatus divImagesRound(Rows<const T> den, Rows<const T> num, Rows<T> dst, ZorI
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                           \
   ZorStatus zoriDiv_##type##_##layout##RSfs(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,             \
                                             int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize,           \

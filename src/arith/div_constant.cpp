@@ -5,8 +5,8 @@
 // reciprocal in single precision: dst = src * (2^-scaleFactor / value); 16sc and 32sc by the reciprocal conj(value) /
 // |value|^2 in double, which 16sc scales too. All else is divided.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "rowkernels/division.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -82,16 +82,15 @@ template <class T>
       const double re = divisors[i].re, im = divisors[i].im, square = re * re + im * im;
       const double scale = std::is_same_v<T, Zor16sc> ? complexScale(scaleFactor) : 1.0;
       row[i] = {scale * re / square, scale * -im / square};
-    }
-    else row[i] = divisors[i];
+    } else row[i] = divisors[i];
   }
 }
 
 // The region in pieces of rows, each met by a row of factors.
 template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus
-divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<const T> src, const T* value,
-             Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
+[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(FactorKernel<T> divide, int processedCount, int channelCount,
+                                                       Rows<const T> src, const T* value, Rows<T> dst,
+                                                       ZorImgSize roiSize, int scaleFactor)
 {
   if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step));
       s != ZorOk)
@@ -102,10 +101,10 @@ divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<
     if (isZeroDivisor(divisors[k])) return ZorErrDivByZero;
   }
 
-  const RoundingScope rounding(divisionRounding<T>());
+  const RoundingScope rounding(divisionRounding<T>);
   constexpr std::ptrdiff_t piece = 768; // whole pixels of any layout and whole groups
   Factor<T> factors[piece];
-  const RowRun run(Serial{}, roiSize, channelCount, sizeof(T), src.step, dst.step);
+  const RowRun run(roiSize, channelCount, sizeof(T), src.step, dst.step);
   fillFactors(factors, run.length < piece ? run.length : piece, divisors, channelCount, scaleFactor);
   for (int y = 0; y < run.height; ++y)
     for (std::ptrdiff_t i = 0; i < run.length; i += piece)
@@ -125,6 +124,7 @@ ZorStatus divConstant(Rows<const T> src, const T* value, Rows<T> dst, ZorImgSize
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout, parameter, address)                                                                       \
   ZorStatus zoriDivC_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, parameter, Zor##type* pDst,          \
                                              int dstStep, ZorImgSize roiSize, int scaleFactor)                        \

@@ -4,8 +4,9 @@
 // twice the upper bound the result goes from 0 to the bound, at every scale. A call forms the steps; no exponential is
 // computed for a sample.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/exp_log.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 #include <cmath>
@@ -76,11 +77,11 @@ template <class T, Layout L>
 ZorStatus expRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor = 0)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
-  const RoundingScope scope(roundNearest);
+  const RoundingScope scope(Rounding::Nearest);
   const Rows<T> dst{pDst, dstStep};
   const Rows<const T> src{pSrc, srcStep};
-  if constexpr (isInt<T>) mapRegion<L>(Serial{}, roiSize, ExpStaircase<T>(scaleFactor), dst, src);
-  else mapRegionOfGroups<L>(Serial{}, roiSize, FloatExp{}, dst, src);
+  if constexpr (isInt<T>) mapRegion<L>(roiSize, ExpStaircase<T>(scaleFactor), dst, src);
+  else mapRegionOfGroups<L>(roiSize, FloatExp{}, dst, src);
   return ZorOk;
 }
 
@@ -89,6 +90,7 @@ ZorStatus expRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                          \
   ZorStatus zoriExp_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,        \
                                             ZorImgSize roiSize, int scaleFactor)                                     \

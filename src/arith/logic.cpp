@@ -1,10 +1,10 @@
 // zori{And,Or,Xor}_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}, zori{AndC,OrC,XorC}_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR},
 // zoriNot_8u_{C1,C3,C4,AC4}{R,IR}: bitwise operations.
 //
-// C3 and C4 are one-channel runs: their two-image forms, and all forms of Not, test the region before the pointers. Without
-// a fourth channel to keep, elements of every width go through one kernel for bytes.
+// C3 and C4 are one-channel runs: their two-image forms, and all forms of Not, test the region before the pointers.
+// Without a fourth channel to keep, elements of every width go through one kernel for bytes.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -28,12 +28,13 @@ ZorStatus bitwise(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T*
 {
   if constexpr (L == C3 || L == C4)
     if (auto s = nonEmpty(roiSize); s != ZorOk) return s;
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize));
+      s != ZorOk)
     return s;
   if constexpr (L == AC4) {
-    mapRegion<AC4>(Serial{}, roiSize, Op{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
+    mapRegion<AC4>(roiSize, Op{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   } else {
-    const RowRun run(Serial{}, roiSize, channels<L>, sizeof(T), dstStep, src1Step, src2Step);
+    const RowRun run(roiSize, channels<L>, sizeof(T), dstStep, src1Step, src2Step);
     for (int y = 0; y < run.height; ++y)
       mapRow(asBytes(rowAt(pDst, dstStep, y)), run.length * static_cast<int>(sizeof(T)), Op{},
              asBytes(rowAt(pSrc1, src1Step, y)), asBytes(rowAt(pSrc2, src2Step, y)));
@@ -44,11 +45,12 @@ ZorStatus bitwise(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T*
 template <class Op, class T, Layout L>
 ZorStatus bitwiseC(const T* pSrc, int srcStep, const T* value, T* pDst, int dstStep, ZorImgSize roiSize)
 {
-  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk)
+    return s;
   // The processed channels repeat; in AC4 the fourth is never used.
   T constant[4];
   for (int k = 0; k < channels<L>; ++k) constant[k] = get<T>(value + (k < processed<L> ? k : 0));
-  mapRegionWith<L>(Pattern<T>(constant, channels<L>), Serial{}, roiSize, Op{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  mapRegionWith<L>(Pattern<T>(constant, channels<L>), roiSize, Op{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -65,6 +67,7 @@ template <Layout L> ZorStatus notRegion(const Zor8u* pSrc, int srcStep, Zor8u* p
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(name, op, type, layout)                                                                                 \
   ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,           \
                                               int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize)         \

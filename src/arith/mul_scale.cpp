@@ -3,8 +3,8 @@
 // With two images, C3 and C4 are one-channel runs: they test the region before the pointers. The forms with a constant
 // test pointers, steps, region.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "rowkernels/alpha.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -25,7 +25,7 @@ ZorStatus mulScale(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize));
       s != ZorOk)
     return s;
-  mapRegion<L>(Serial{}, roiSize, FractionProduct{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
+  mapRegion<L>(roiSize, FractionProduct{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   return ZorOk;
 }
 
@@ -36,7 +36,7 @@ ZorStatus mulCScale(const T* pSrc, int srcStep, const T* value, T* pDst, int dst
     return s;
   T constant[4] = {};
   for (int k = 0; k < processed<L>; ++k) constant[k] = get<T>(value + k);
-  mapRegionWith<L>(Pattern<T>(constant, channels<L>), Serial{}, roiSize, FractionProduct{}, Rows{pDst, dstStep},
+  mapRegionWith<L>(Pattern<T>(constant, channels<L>), roiSize, FractionProduct{}, Rows{pDst, dstStep},
                    Rows{pSrc, srcStep});
   return ZorOk;
 }
@@ -46,6 +46,7 @@ ZorStatus mulCScale(const T* pSrc, int srcStep, const T* value, T* pDst, int dst
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                           \
   ZorStatus zoriMulScale_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,           \
                                               int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize)         \

@@ -4,8 +4,9 @@
 
 #include "arith/shortcuts.h"
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "frame/parallel.h"
 #include "rowkernels/scaled.h"
+#include "walk/map.h"
 
 #include <algorithm>
 #include <cstring>
@@ -52,37 +53,19 @@ template <template <class> class Operation, class T> constexpr Path pathOf(int s
 // ---- When a team works ----
 //
 // C1 forms of 8u, 16s and 32f, and C3 forms of their scaled constants, are worked by a team; the C3 and C4 forms of two
-// images are C1 forms of a wider region. Below a limit of width + height a path keeps to the calling thread. 0 stands
-// for no limit; the paths that have no column, and the operations and types that have no line, have none.
-struct TeamLimits {
-  struct OfForm {
-    int plain, one, positive;
-  };
-  OfForm images, imagesInPlace, constant, constantInPlace;
-};
-template <template <class> class Operation, class T> inline constexpr TeamLimits teamLimits = {};
-template <> inline constexpr TeamLimits teamLimits<Sum, Zor8u> = {{}, {0, 0, 256}, {}, {0, 256, 256}};
-template <> inline constexpr TeamLimits teamLimits<Difference, Zor8u> = {{}, {0, 0, 256}, {}, {0, 256, 256}};
-template <> inline constexpr TeamLimits teamLimits<Product, Zor8u> = {{0, 128, 256}, {}, {}, {0, 0, 128}};
-template <>
-inline constexpr TeamLimits teamLimits<Sum, Zor16s> = {{256, 256, 256}, {}, {256, 256, 256}, {0, 256, 256}};
-template <>
-inline constexpr TeamLimits teamLimits<Difference, Zor16s> = //
-    {{256, 256, 256}, {0, 128, 256}, {256, 256, 256}, {0, 256, 0}};
-template <> inline constexpr TeamLimits teamLimits<Product, Zor16s> = {{0, 128, 128}, {}, {}, {0, 256, 256}};
-template <> inline constexpr TeamLimits teamLimits<Sum, Zor32f> = {{256, 0, 0}, {}, {256, 0, 0}, {}};
-template <> inline constexpr TeamLimits teamLimits<Difference, Zor32f> = {{256, 0, 0}, {}, {256, 0, 0}, {}};
+// images are C1 forms of a wider region.
 
-// Fewer bytes than these are done before a sleeping thread is awake, so they keep to the calling thread whatever the
-// limit says: from here on the images leave the cache of one core.
-inline constexpr long long teamBytes = 512 * 1024;
+// What an element costs, by its bytes: up to the least work that is shared, the images stay in the cache of one core.
+inline constexpr int picosecondsPerByte = 100;
 
 // ---- The kernels of an operation ----
 
 template <class T> inline constexpr bool isComplex = partCount<T> == 2;
 
 template <class T, Layout L>
-inline constexpr Shape shapeOf = L != AC4 ? Shape::Whole : isComplex<T> ? Shape::KeepFourthComplex : Shape::KeepFourth;
+inline constexpr Shape shapeOf = L != AC4       ? Shape::Whole
+                                 : isComplex<T> ? Shape::KeepFourthComplex
+                                                : Shape::KeepFourth;
 
 // Parts are what kernels count: a complex image is worked as one of plain numbers, but for its products.
 template <template <class> class Operation, class T> struct OnParts {
@@ -134,43 +117,31 @@ template <class T> Rows<const Part<T>> partRows(const T* p, int step)
   return {reinterpret_cast<const Part<T>*>(p), step};
 }
 
-// How a region is walked: the parts from pixel to pixel, and whether by a team.
+// How a region is walked: the parts from pixel to pixel, and whether by a team. Floats keep to the caller's rounding.
 struct Walk {
   ZorImgSize roi;
   int parts;
-  bool team;
+  TeamRule team;
 
   template <class D, class Row, class... S> void operator()(Row row, Rows<D> dst, Rows<const S>... src) const
   {
-    const auto rows = [=](auto order) {
-      const RowRun run(order, roi, parts, sizeof(D), dst.step, src.step...);
-      order(run.height, [=](int y) { row(run.length, dst[y], src[y]...); });
+    const auto walk = [=](TeamRule rule, const RowRun& run) {
+      const std::ptrdiff_t length = run.length;
+      staticRows(rule, Rounding::Callers, run.height, [=](int y) { row(length, dst[y], src[y]...); });
     };
-    if (!team) rows(Serial{});
-    else rows([rounding = zs_get_ssx() & roundingMask](int height, auto body) {
-      InTeam{}(height, [=](int y) {
-        const RoundingScope callers(rounding); // floats keep to it in every thread
-        body(y);
-      });
-    });
+    if (team.threads(roi.height) == 1) walk(TeamRule::alone(), RowRun(roi, parts, sizeof(D), dst.step, src.step...));
+    else walk(team, RowRun::separate(roi, parts));
   }
 };
 
-template <class T>
-Walk walkOf(ZorImgSize roi, int channels, int dstStep, const TeamLimits::OfForm* limits, Path path)
+template <class T> Walk walkOf(ZorImgSize roi, int channels, int dstStep, bool mayShare)
 {
-  Walk walk = {roi, channels * partCount<T>, false};
-  if (limits) {
-    const int limit = path == Path::Plain      ? limits->plain
-                      : path == Path::One      ? limits->one
-                      : path == Path::Positive ? limits->positive
-                                               : 0;
-    const long long width = static_cast<long long>(roi.width) * channels, rowBytes = width * int{sizeof(T)};
-    // rows that overlap each other are left to one thread, which works them in their order
-    walk.team = width + roi.height >= limit && rowBytes * roi.height >= teamBytes && dstStep >= rowBytes &&
-                ownGetNumThreads() > 1;
-  }
-  return walk;
+  const int parts = channels * partCount<T>;
+  const long long elements = static_cast<long long>(roi.width) * channels, rowBytes = elements * int{sizeof(T)};
+  // rows that overlap each other are left to one thread, which works them in their order
+  return {roi, parts,
+          TeamRule::forWork(elements * roi.height, picosecondsPerByte * int{sizeof(T)})
+            .when(mayShare && dstStep >= rowBytes)};
 }
 
 // One walk serves all kernels of a type of parts.
@@ -197,7 +168,7 @@ template <class T, Layout L> ZorStatus zeroImage(T* pDst, int dstStep, ZorImgSiz
     const Rows dst = partRows(pDst, dstStep);
     const Rows<const Part<T>> unread{dst.first, dstStep};
     constexpr auto kernel = rowKernel<Operand::Image, shapeOf<T, L>, AtScale<Sum<Part<T>>, Path::Zero>>();
-    walkImages({roiSize, channels<L> * partCount<T>, false}, kernel, 0, dst, unread, unread);
+    walkImages({roiSize, channels<L> * partCount<T>, TeamRule::alone()}, kernel, 0, dst, unread, unread);
     return ZorOk;
   } else {
     return fillRegion<L>(Bits<T>(0), reinterpret_cast<Bits<T>*>(pDst), dstStep, roiSize);
@@ -222,12 +193,10 @@ template <template <class> class Operation, class T, Layout L>
   if constexpr (isInt<Part<T>>)
     if (path == Path::Zero) return zeroImage<T, L>(pDst, dstStep, roiSize);
 
-  constexpr auto& limits = teamLimits<Operation, T>;
-  constexpr bool mayTeam = !isComplex<T> && !std::is_same_v<T, Zor16u> && L != AC4;
-  const auto* ofForm = !mayTeam ? nullptr : pSrc2 == pDst ? &limits.imagesInPlace : &limits.images;
+  constexpr bool mayShare = !isComplex<T> && !std::is_same_v<T, Zor16u> && L != AC4;
   Rows a = partRows(pSrc1, src1Step), b = partRows(pSrc2, src2Step);
   if (std::is_same_v<Operation<T>, Difference<T>>) std::swap(a, b); // the first image is subtracted
-  walkImages(walkOf<T>(roiSize, channels<L>, dstStep, ofForm, path),
+  walkImages(walkOf<T>(roiSize, channels<L>, dstStep, mayShare),
              kernelOf<Operand::Image, shapeOf<T, L>, typename OnParts<Operation, T>::Type>(path),
              shiftOf<T>(path, scaleFactor), partRows(pDst, dstStep), a, b);
   return ZorOk;
@@ -267,11 +236,9 @@ template <template <class> class Operation, class T, Layout L>
       if (path == Path::Bound && !hasZero) return fillRegion<L>(T(-1), pDst, dstStep, roiSize); // the greatest value
   }
 
-  constexpr auto& limits = teamLimits<Operation, T>;
-  constexpr bool mayTeam = !isComplex<T> && !std::is_same_v<T, Zor16u> && (L == C1 || L == C3);
-  const bool inTeam = mayTeam && (L == C1 || path != Path::Plain);
-  const auto* ofForm = !inTeam ? nullptr : pSrc == pDst ? &limits.constantInPlace : &limits.constant;
-  walkConstant(walkOf<T>(roiSize, channels<L>, dstStep, ofForm, path),
+  constexpr bool mayBeShared = !isComplex<T> && !std::is_same_v<T, Zor16u> && (L == C1 || L == C3);
+  const bool mayShare = mayBeShared && (L == C1 || path != Path::Plain);
+  walkConstant(walkOf<T>(roiSize, channels<L>, dstStep, mayShare),
                kernelOf<Operand::Constant, shapeOf<T, L>, typename OnParts<Operation, T>::Type>(path),
                shiftOf<T>(path, scaleFactor), partRows(pDst, dstStep), partRows(pSrc, srcStep),
                Pattern<Part<T>>(constant, parts));

@@ -8,6 +8,7 @@
 
 using namespace zori;
 
+// clang-format off
 // value and pValue: the constant as a parameter, and where it lies
 #define SCALED(name, operation, type, layout, value, pValue)                                                           \
   ZorStatus zori##name##_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, const Zor##type value,            \

@@ -8,6 +8,7 @@
 
 using namespace zori;
 
+// clang-format off
 #define SCALED(name, operation, type, layout)                                                                    \
   ZorStatus zori##name##_##type##_##layout##RSfs(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,   \
                                                  int src2Step, Zor##type* pDst, int dstStep, ZorImgSize roiSize, \

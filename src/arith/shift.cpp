@@ -1,4 +1,5 @@
-// zoriLShiftC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}, zoriRShiftC_{8u,8s,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR}: shifts by a constant.
+// zoriLShiftC_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}, zoriRShiftC_{8u,8s,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR}: shifts by a
+// constant.
 //
 // A count is unsigned and none is rejected. Path by the counts of the processed channels:
 //
@@ -7,8 +8,8 @@
 //   all the same                                         one shift for the whole row
 //   otherwise                                            each channel's shift, chosen lane by lane
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "shortcuts.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -35,7 +36,8 @@ template <Direction D, class T> struct ShiftBy {
       return as<T>(odd | even);
     } else { // words, without the bits that came from the neighbour
       const Vec<uint16_t> words = as<uint16_t>(x);
-      if constexpr (D == Direction::Left) return as<T>(shiftLeft(words, count)) & splat<T>(static_cast<T>(0xff << count));
+      if constexpr (D == Direction::Left)
+        return as<T>(shiftLeft(words, count)) & splat<T>(static_cast<T>(0xff << count));
       else return as<T>(shiftRight(words, count)) & splat<T>(static_cast<T>(0xff >> count));
     }
   }
@@ -46,9 +48,9 @@ template <Direction D, class T, int Channels> struct ShiftByChannel {
   int counts[Channels];
   Vec<T> operator()(Vec<T> x, Vec<T> channel) const
   {
-    Vec<T> result = ShiftBy<D, T>{counts[0]}(x) & equal(channel, zero<T>());
+    Vec<T> result = ShiftBy<D, T>{counts[0]}(x)&equal(channel, zero<T>());
     for (int k = 1; k < Channels; ++k)
-      result = result | (ShiftBy<D, T>{counts[k]}(x) & equal(channel, splat(static_cast<T>(k))));
+      result = result | (ShiftBy<D, T>{counts[k]}(x)&equal(channel, splat(static_cast<T>(k))));
     return result;
   }
 };
@@ -56,7 +58,8 @@ template <Direction D, class T, int Channels> struct ShiftByChannel {
 template <Direction D, class T, Layout L>
 ZorStatus shiftRegion(const T* pSrc, int srcStep, const Zor32u* value, T* pDst, int dstStep, ZorImgSize roiSize)
 {
-  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk)
+    return s;
 
   constexpr bool fillsWithZero = D == Direction::Left || !isSigned<T>;
   bool allWide = true, allSame = true;
@@ -72,10 +75,10 @@ ZorStatus shiftRegion(const T* pSrc, int srcStep, const Zor32u* value, T* pDst, 
   if constexpr (fillsWithZero)
     if (allWide) return fillRegion<L>(T(0), pDst, dstStep, roiSize);
   if (allSame && each.counts[0] == 0) return copyRegion<L>(pSrc, srcStep, pDst, dstStep, roiSize);
-  if (allSame) mapRegion<L>(Serial{}, roiSize, ShiftBy<D, T>{each.counts[0]}, dst, src);
+  if (allSame) mapRegion<L>(roiSize, ShiftBy<D, T>{each.counts[0]}, dst, src);
   else if constexpr (L != C1) {
     static constexpr T channelNumbers[4] = {0, 1, 2, 3};
-    mapRegionWith<L>(Pattern<T>(channelNumbers, channels<L>), Serial{}, roiSize, each, dst, src);
+    mapRegionWith<L>(Pattern<T>(channelNumbers, channels<L>), roiSize, each, dst, src);
   }
   return ZorOk;
 }
@@ -85,6 +88,7 @@ ZorStatus shiftRegion(const T* pSrc, int srcStep, const Zor32u* value, T* pDst, 
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(name, direction, type, layout, parameter, address)                                                      \
   ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, parameter, Zor##type* pDst,         \
                                               int dstStep, ZorImgSize roiSize)                                        \

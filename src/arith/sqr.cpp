@@ -9,8 +9,8 @@
 // C1 and C3 advance by the step masked to whole samples, C4 and AC4 by the raw step.
 #include "arith/shortcuts.h"
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "rowkernels/scaled.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 namespace zori {
@@ -32,7 +32,7 @@ ZorStatus sqrRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
     srcStep = maskedStep<T>(srcStep);
     dstStep = maskedStep<T>(dstStep);
   }
-  const auto map = [&](auto op) { mapRegion<L>(Serial{}, roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep}); };
+  const auto map = [&](auto op) { mapRegion<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep}); };
   if constexpr (isInt<T>) {
     if (scaleFactor > greatestScale<T>) return fillRegion<L>(T(0), pDst, dstStep, roiSize);
     if (scaleFactor > 0) map(Squared<T, Path::Positive>{scaleFactor});
@@ -47,6 +47,7 @@ ZorStatus sqrRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                         \
   ZorStatus zoriSqr_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,       \
                                             ZorImgSize roiSize, int scaleFactor)                                    \

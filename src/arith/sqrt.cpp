@@ -7,8 +7,9 @@
 //
 // C1 and C3 advance by the step masked to whole samples, C4 and AC4 by the raw step.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/convert.h"
+#include "walk/map.h"
 #include "zori/arith.h"
 
 #include <cmath>
@@ -73,11 +74,11 @@ constexpr int greatestScale = 16, leastScale = -16, leastScaleInSingle = -2;
 template <class T, Layout L> Vec<T> mapRoots(ZorImgSize roi, Rows<T> dst, Rows<const T> src, int scaleFactor)
 {
   Vec<T> negative = zero<T>();
-  const auto map = [&](auto op) { mapRegionOfGroups<L>(Serial{}, roi, op, dst, src); };
+  const auto map = [&](auto op) { mapRegionOfGroups<L>(roi, op, dst, src); };
   if constexpr (!isInt<T>) {
     map(FloatRoot{&negative});
   } else {
-    const RoundingScope scope(roundNearest);
+    const RoundingScope scope(Rounding::Nearest);
     const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
     const Zor32f factor = std::ldexp(1.0f, -scale);
     const auto mapRoot = [&](auto root) {
@@ -108,6 +109,7 @@ ZorStatus sqrtRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                         \
   ZorStatus zoriSqrt_##type##_##layout##RSfs(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,      \
                                              ZorImgSize roiSize, int scaleFactor)                                   \

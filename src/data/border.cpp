@@ -1,13 +1,14 @@
 // zoriCopyConstBorder_{8u,16u,16s,32s}_{C1,C3,C4,AC4}R, zoriCopyReplicateBorder_{8u,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR},
 // zoriCopyWrapBorder_32s_C1{R,IR}: a source rectangle inside a larger destination, and what is written around it.
 //
-// Each row of the rectangle is copied and gets its two margins; the rows above and below are fills, or copies of rows that
-// are finished. In place the rectangle is in the destination already and is not written. AC4 writes three channels.
+// Each row of the rectangle is copied and gets its two margins; the rows above and below are fills, or copies of rows
+// that are finished. In place the rectangle is in the destination already and is not written. AC4 writes three
+// channels.
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "region.h"
 #include "rowkernels/copy.h"
 #include "rowkernels/set.h"
+#include "walk/map.h"
 #include "zori/data.h"
 
 #include <algorithm>
@@ -27,7 +28,8 @@ template <class... Step> static ZorStatus frameStatus(const void* src, const voi
 {
   const bool fits = f.top >= 0 && f.left >= 0 && 1LL * f.left + f.inner.width <= f.outer.width &&
                     1LL * f.top + f.inner.height <= f.outer.height;
-  return firstFailure(nonNull(src, dst), positive(steps...), nonEmpty(f.inner), nonEmpty(f.outer), require(fits, ZorErrSize));
+  return firstFailure(nonNull(src, dst), positive(steps...), nonEmpty(f.inner), nonEmpty(f.outer),
+                      require(fits, ZorErrSize));
 }
 
 struct Unchanged {
@@ -45,8 +47,11 @@ template <class T, Layout L> struct Runs {
   static void copy(const T* src, T* dst, std::ptrdiff_t pixels, long long regionBytes)
   {
     if (src == dst) return;
-    if constexpr (L == AC4) mapRow(dst, pixels * pixelElements, KeepFourth<Unchanged>{}, const_cast<const T*>(dst), src);
-    else ownsCopyRow_8u(reinterpret_cast<const Zor8u*>(src), reinterpret_cast<Zor8u*>(dst), pixels * pixelBytes, regionBytes);
+    if constexpr (L == AC4)
+      mapRow(dst, pixels * pixelElements, KeepFourth<Unchanged>{}, const_cast<const T*>(dst), src);
+    else
+      ownsCopyRow_8u(reinterpret_cast<const Zor8u*>(src), reinterpret_cast<Zor8u*>(dst), pixels * pixelBytes,
+                     regionBytes);
   }
 
   // One pixel over and over.
@@ -158,8 +163,8 @@ ZorStatus constBorder(const T* pSrc, int srcStep, ZorImgSize srcRoiSize, T* pDst
 }
 
 template <class T, Layout L>
-ZorStatus replicateBorder(const T* pSrc, int srcStep, ZorImgSize srcRoiSize, T* pDst, int dstStep, ZorImgSize dstRoiSize,
-                          int topBorderHeight, int leftBorderWidth)
+ZorStatus replicateBorder(const T* pSrc, int srcStep, ZorImgSize srcRoiSize, T* pDst, int dstStep,
+                          ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth)
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = frameStatus(pSrc, pDst, f, srcStep, dstStep); s != ZorOk) return s;
@@ -201,6 +206,7 @@ ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSiz
   return ZorOk;
 }
 
+// clang-format off
 #define PARAMETERS ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth
 #define ARGUMENTS dstRoiSize, topBorderHeight, leftBorderWidth
 #define STAMP_CONST(type, layout, parameter, argument)                                                                \

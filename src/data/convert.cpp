@@ -6,10 +6,10 @@
 // left alone.
 //
 // Stores are ordinary ones at every size: streaming past the cache measured slower up to images of 128 MB.
-#include "frame/checks.h"
-#include "frame/corelib.h"
-#include "frame/walk.h"
 #include "rowkernels/convert.h"
+#include "frame/checks.h"
+#include "frame/numeric_mode.h"
+#include "walk/map.h"
 #include "zori/data.h"
 
 namespace zori {
@@ -24,7 +24,7 @@ ZorStatus convertRegion(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImg
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if (auto s = positive(srcStep, dstStep); stepsTested<S, D> && s != ZorOk) return s;
-  mapRegionOfGroups<L>(Serial{}, roiSize, Converted<D>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  mapRegionOfGroups<L>(roiSize, Converted<D>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -36,9 +36,9 @@ ZorStatus roundRegion(const Zor32f* pSrc, int srcStep, D* pDst, int dstStep, Zor
   const Rows src{pSrc, srcStep};
   if (roundMode == ZorRoundTowardZero || roundMode == ZorRoundNearestEven) {
     const RoundingScope rounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest);
-    mapRegionOfGroups<L>(Serial{}, roiSize, Rounded<D>{}, dst, src);
+    mapRegionOfGroups<L>(roiSize, Rounded<D>{}, dst, src);
   } else {
-    mapRegionOfGroups<L>(Serial{}, roiSize, RoundedAway<D>{}, dst, src);
+    mapRegionOfGroups<L>(roiSize, RoundedAway<D>{}, dst, src);
   }
   return ZorOk;
 }
@@ -48,6 +48,7 @@ ZorStatus roundRegion(const Zor32f* pSrc, int srcStep, D* pDst, int dstStep, Zor
 
 using namespace zori;
 
+// clang-format off
 #define STAMP_LAYOUT(from, to, layout)                                                                              \
   ZorStatus zoriConvert_##from##to##_##layout##R(const Zor##from* pSrc, int srcStep, Zor##to* pDst, int dstStep,    \
                                                  ZorImgSize roiSize)                                                \

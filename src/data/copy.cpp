@@ -2,10 +2,10 @@
 //
 // Between equal layouts a row is bytes. Where one side has a fourth channel that is not moved, vectors of pixels are
 // merged with what the destination holds, or written closer together.
+#include "rowkernels/copy.h"
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/channels.h"
-#include "rowkernels/copy.h"
 #include "zori/data.h"
 
 namespace zori {
@@ -54,6 +54,7 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
   return ZorOk;
 }
 
+// clang-format off
 #define STAMP(name, type, call)                                                                            \
   ZorStatus zoriCopy_##type##_##name(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,     \
                                      ZorImgSize roiSize)                                                   \

@@ -73,6 +73,7 @@ ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
   return ZorOk;
 }
 
+// clang-format off
 #define STAMP(type, layouts, S, D)                                                                          \
   ZorStatus zoriCopy_##type##_##layouts##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep, \
                                            ZorImgSize roiSize)                                              \

@@ -1,16 +1,16 @@
 // zoriCopy_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}MR, zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}MR: pixels under a mask.
 //
 // One kernel for each size of a pixel; AC4 writes three quarters of it.
+#include "rowkernels/masked.h"
 #include "frame/checks.h"
 #include "region.h"
-#include "rowkernels/masked.h"
 #include "zori/data.h"
 
 namespace zori {
 namespace {
 
-template <class T, Layout L> inline constexpr int pixelBytes = channels<L> * bytesOf<T>;
-template <class T, Layout L> inline constexpr int usedBytes = processed<L> * bytesOf<T>;
+template <class T, Layout L> inline constexpr int pixelBytes = channels<L>* bytesOf<T>;
+template <class T, Layout L> inline constexpr int usedBytes = processed<L>* bytesOf<T>;
 
 template <class T, Layout L>
 ZorStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask,
@@ -49,6 +49,7 @@ ZorStatus setMasked(const T* pValue, T* pDst, int dstStep, ZorImgSize roiSize, c
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                       \
   ZorStatus zoriCopy_##type##_##layout##MR(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,      \
                                            ZorImgSize roiSize, const Zor8u* pMask, int maskStep)                  \

@@ -3,10 +3,10 @@
 // A mirror about the horizontal axis copies rows, one about the vertical axis reverses them, both together do both. In
 // place, runs of pixels change places by way of a buffer; a row or column in the middle stays where it is. Pixels move
 // whole, AC4 moves three of four elements. Steps are not tested: negative ones walk upward.
+#include "rowkernels/mirror.h"
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/copy.h"
-#include "rowkernels/mirror.h"
 #include "zori/data.h"
 
 #include <algorithm>
@@ -27,7 +27,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
   {
     if constexpr (KeepsFourth) {
       const auto to = reinterpret_cast<Element*>(dst);
-      mapRow(to, pixels * 4, KeepFourth<Unchanged>{}, const_cast<const Element*>(to), reinterpret_cast<const Element*>(src));
+      mapRow(to, pixels * 4, KeepFourth<Unchanged>{}, const_cast<const Element*>(to),
+             reinterpret_cast<const Element*>(src));
     } else {
       std::memcpy(dst, src, static_cast<std::size_t>(pixels) * PixelBytes);
     }
@@ -66,8 +67,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       for (int y = pairs; y < roi.height - pairs; ++y) owniExchange<true>(image[y], image[y] + rowBytes, roi.width / 2);
   }
 
-  // From this size on an image is fetched by rows: the processor does not foresee where a row that is read backward goes
-  // on, and a row's length is not enough to learn it.
+  // From this size on an image is fetched by rows: the processor does not foresee where a row that is read backward
+  // goes on, and a row's length is not enough to learn it.
   static constexpr long long fetchedBytes = 1 << 20;
   static constexpr std::ptrdiff_t fetchedRow = 8192; // two such rows on both sides are no burden to the second cache
   static constexpr int fetchedRows = 2;
@@ -82,8 +83,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       Zor8u* const to = target(y);
       if (flip != ZorAxsHorizontal) {
         const int next = y + fetchedRows;
-        const FlipAhead ahead = fetchesRows && next < roi.height ? FlipAhead{src[next] - src[y], target(next) - to}
-                                                                 : aheadInRow(rowBytes);
+        const FlipAhead ahead =
+          fetchesRows && next < roi.height ? FlipAhead{src[next] - src[y], target(next) - to} : aheadInRow(rowBytes);
         owniFlipCopy<PixelBytes, KeepsFourth>(src[y], to, roi.width, ahead);
       } else if (KeepsFourth) {
         copy(src[y], to, roi.width);
@@ -116,6 +117,7 @@ template <int PixelBytes, bool KeepsFourth>
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                            \
   ZorStatus zoriMirror_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,         \
                                             ZorImgSize roiSize, ZorAxis flip)                                          \

@@ -8,9 +8,9 @@
 //   32f to 8u            the low byte of round(clamp(x) * factor + offset), factor = 255 / (vMax - vMin),
 //                        offset = (0 - factor) * vMin in 32f; the clamp takes a NaN to vMax
 #include "frame/checks.h"
-#include "frame/corelib.h"
-#include "frame/walk.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/convert.h"
+#include "walk/map.h"
 #include "zori/data.h"
 
 namespace zori {
@@ -40,8 +40,7 @@ template <class D> struct ByteRepeated {
 template <class S> struct TopByteFast {
   Group<Zor8u> operator()(Group<S> x) const
   {
-    for (int k = 0; k < x.parts; ++k)
-      x.part[k] = shiftRight<8 * (sizeof(S) - 1)>(x.part[k] - shiftRight<8>(x.part[k]));
+    for (int k = 0; k < x.parts; ++k) x.part[k] = shiftRight<8 * (sizeof(S) - 1)>(x.part[k] - shiftRight<8>(x.part[k]));
     if constexpr (isSigned<S>) { // -128..127, and 128 added
       const Group<Zor8s> top = Converted<Zor8s>{}(x);
       return {{as<Zor8u>(top.part[0]) ^ topBits<Zor8u>()}};
@@ -75,7 +74,7 @@ template <Layout L, class D>
 ZorStatus scaleUpRegion(const Zor8u* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
-  mapRegionOfGroups<L>(Serial{}, roiSize, ByteRepeated<D>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  mapRegionOfGroups<L>(roiSize, ByteRepeated<D>{}, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -86,10 +85,10 @@ ZorStatus scaleDownRegion(const S* pSrc, int srcStep, Zor8u* pDst, int dstStep, 
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
   if (hint == ZorHintAccurate) {
-    const RoundingScope rounding(roundNearest);
-    mapRegionOfGroups<L>(Serial{}, roiSize, TopByteAccurate<S>{}, dst, src);
+    const RoundingScope rounding(Rounding::Nearest);
+    mapRegionOfGroups<L>(roiSize, TopByteAccurate<S>{}, dst, src);
   } else {
-    mapRegionOfGroups<L>(Serial{}, roiSize, TopByteFast<S>{}, dst, src);
+    mapRegionOfGroups<L>(roiSize, TopByteFast<S>{}, dst, src);
   }
   return ZorOk;
 }
@@ -125,15 +124,15 @@ struct RangeToByte {
 static ZorStatus nonEmptyRange(Zor32f vMin, Zor32f vMax) { return require(vMax - vMin > 0, ZorErrScaleRange); }
 
 template <Layout L>
-ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
-                             Zor32f vMin, Zor32f vMax)
+ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
+                             Zor32f vMax)
 {
-  if (auto s = firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize),
-                            positive(srcStep, dstStep));
+  if (auto s =
+        firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
       s != ZorOk)
     return s;
   const ByteToRange op{(vMax - vMin) / 255, vMin};
-  mapRegionOfGroups<L>(Serial{}, roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -142,7 +141,8 @@ ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
                                Zor32f vMin, Zor32f vMax)
 {
   // The contract: the rounding field is set before anything else, and stays as set when a check fails.
-  const unsigned callersWord = zor_set_rc_ssx(roundNearest);
+  const unsigned callersField = controlWord() & roundingField;
+  setControlWord(controlWord() & ~roundingField);
   const volatile Zor32f least = vMin, greatest = vMax; // so that their arithmetic is done under the new field
   if (auto s = firstFailure(nonEmptyRange(least, greatest), nonNull(pSrc, pDst), nonEmpty(roiSize),
                             positive(srcStep, dstStep));
@@ -150,8 +150,8 @@ ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
     return s;
   const Zor32f factor = 255 / (greatest - least), offset = (0.0f - factor) * least;
   const RangeToByte op{vMin, vMax, factor, offset};
-  mapRegionOfGroups<L>(Serial{}, roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
-  if ((callersWord & roundingMask) != roundNearest) zor_set_cw_ssx(callersWord);
+  mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+  setControlWord(controlWord() | callersField);
   return ZorOk;
 }
 
@@ -160,6 +160,7 @@ ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
 
 using namespace zori;
 
+// clang-format off
 #define STAMP_EACH(from, to) STAMP(from, to, C1) STAMP(from, to, C3) STAMP(from, to, C4) STAMP(from, to, AC4)
 
 #define STAMP(from, to, layout)                                                                                     \

@@ -1,9 +1,9 @@
 // zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}R, ..._{C3,C4}CR: fills. The forms under a mask stand in masked.cpp.
+#include "rowkernels/set.h"
 #include "frame/checks.h"
-#include "frame/walk.h"
 #include "region.h"
 #include "rowkernels/channels.h"
-#include "rowkernels/set.h"
+#include "walk/map.h"
 #include "zori/data.h"
 
 namespace zori {
@@ -20,7 +20,7 @@ template <class T, Layout L> ZorStatus setRegion(const T* pValue, T* pDst, int d
   if constexpr (L == AC4) {
     Raw<T> pixel[4] = {};
     std::memcpy(pixel, pValue, 3 * sizeof(T));
-    mapRegionWith<L>(Pattern<Raw<T>>(pixel, 4), Serial{}, roiSize, Constant{}, Rows{raw(pDst), dstStep});
+    mapRegionWith<L>(Pattern<Raw<T>>(pixel, 4), roiSize, Constant{}, Rows{raw(pDst), dstStep});
   } else {
     constexpr int pixelBytes = channels<L> * bytesOf<T>;
     const PixelPattern pattern = PixelPattern::of<pixelBytes>(pValue);
@@ -46,6 +46,7 @@ template <class T, int Stride> ZorStatus setChannel(T value, T* pDst, int dstSte
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout, n)                                                                                       \
   ZorStatus zoriSet_##type##_##layout##R(const Zor##type value[n], Zor##type* pDst, int dstStep, ZorImgSize roiSize) \
   { return setRegion<Zor##type, layout>(value, pDst, dstStep, roiSize); }

@@ -115,6 +115,7 @@ ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize ro
   return ZorOk;
 }
 
+// clang-format off
 #define STAMP(type, layouts, call)                                                                          \
   ZorStatus zoriSwapChannels_##type##_##layouts##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst,     \
                                                    int dstStep, ZorImgSize roiSize, const int dstOrder[3])  \

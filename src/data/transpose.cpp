@@ -1,12 +1,12 @@
 // zoriTranspose_{8u,16u,16s,32s}_{C1,C3,C4}{R,IR}: exchange of rows and columns.
 //
 // Pixels move whole, so that one walk serves all types and layouts of a pixel's size. It goes in square blocks whose
-// lines of both sides stay in the cache, and asks for the lines of the next block while it works on one. A block goes in
-// tiles that are turned in registers; tiles at the edges of the region overlap the ones before. Large images are turned
-// into a buffer, and written from there past the cache.
+// lines of both sides stay in the cache, and asks for the lines of the next block while it works on one. A block goes
+// in tiles that are turned in registers; tiles at the edges of the region overlap the ones before. Large images are
+// turned into a buffer, and written from there past the cache.
+#include "rowkernels/transpose.h"
 #include "frame/checks.h"
 #include "region.h"
-#include "rowkernels/transpose.h"
 #include "zori/data.h"
 
 #include <algorithm>
@@ -84,8 +84,8 @@ template <int PixelBytes> struct Transposer {
     if (!holdsTile(p.width, p.height)) return pixels(p);
     const bool streams = 1LL * p.width * p.height * PixelBytes >= streamedBytes && p.width >= lanes;
     const Count done = streams ? streamedRows(p) : 0;
-    const TransposedPair rest = {p.src + done * p.srcStep, p.srcStep, p.dst + done * PixelBytes, p.dstStep,
-                                 p.width, p.height - done};
+    const TransposedPair rest = {p.src + done * p.srcStep, p.srcStep, p.dst + done * PixelBytes, p.dstStep, p.width,
+                                 p.height - done};
     if (holdsTile(rest.width, rest.height)) blocks(rest);
     else pixels(rest);
   }
@@ -100,14 +100,15 @@ template <int PixelBytes> struct Transposer {
         const Count nextX = isLast ? 0 : x + side, nextY = isLast ? y + side : y;
         Ahead ahead;
         if (fetches && nextX + side <= p.width && nextY + side <= p.height)
-          ahead = {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes, (nextX - x) * p.dstStep + (nextY - y) * PixelBytes};
+          ahead = {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes,
+                   (nextX - x) * p.dstStep + (nextY - y) * PixelBytes};
         block(p, {x, y, std::min(side, p.width - x), std::min(side, p.height - y)}, ahead);
       }
   }
 
-  // What does not fit the caches is bound by how its lines are met: bands of `run` source rows go block by block through
-  // a buffer, and each of its rows from there into the destination as whole cache lines, written past the cache.
-  // Narrow blocks, so that their lines, those ahead and the buffer share the first cache.
+  // What does not fit the caches is bound by how its lines are met: bands of `run` source rows go block by block
+  // through a buffer, and each of its rows from there into the destination as whole cache lines, written past the
+  // cache. Narrow blocks, so that their lines, those ahead and the buffer share the first cache.
   static constexpr Count runBytes = PixelBytes % 3 ? 256 : 192, run = runBytes / PixelBytes;
   static constexpr Count lanes = std::max<Count>(Tile::columns, 32 / PixelBytes / Tile::columns * Tile::columns);
   static_assert(runBytes % 64 == 0 && run % Tile::rows == 0);
@@ -120,7 +121,8 @@ template <int PixelBytes> struct Transposer {
     // The first whole line of each destination row begins somewhere behind the band's first pixel, so that its last one
     // ends behind the band's last pixel: up to there more rows are turned. What is in front is the band's before.
     Count before = 0;
-    for (Count x = 0; x < std::min(p.width, Count{64}); ++x) before = std::max(before, toCacheLine(p.dst + x * p.dstStep));
+    for (Count x = 0; x < std::min(p.width, Count{64}); ++x)
+      before = std::max(before, toCacheLine(p.dst + x * p.dstStep));
     constexpr Count tileBytes = Tile::rows * PixelBytes;
     const Count rows = run + (before + tileBytes - 1) / tileBytes * Tile::rows;
     constexpr std::ptrdiff_t turnedStep = runBytes + tileBytes + 96; // a tile more than 63 bytes, and what it spoils
@@ -177,7 +179,8 @@ template <int PixelBytes> struct Transposer {
   }
 };
 
-template <int PixelBytes> [[gnu::noinline]] ZorStatus owniTransposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
+template <int PixelBytes>
+[[gnu::noinline]] ZorStatus owniTransposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrcDst), nonEmpty(roiSize), require(roiSize.width == roiSize.height, ZorErrSize));
       s != ZorOk)
@@ -192,8 +195,8 @@ template <int PixelBytes>
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if (pSrc == pDst && srcStep == dstStep && roiSize.width == roiSize.height)
     return owniTransposeSquare<PixelBytes>(pDst, dstStep, roiSize);
-  Transposer<PixelBytes>::region({static_cast<const Zor8u*>(pSrc), srcStep, static_cast<Zor8u*>(pDst), dstStep,
-                                  roiSize.width, roiSize.height});
+  Transposer<PixelBytes>::region(
+    {static_cast<const Zor8u*>(pSrc), srcStep, static_cast<Zor8u*>(pDst), dstStep, roiSize.width, roiSize.height});
   return ZorOk;
 }
 
@@ -202,6 +205,7 @@ template <int PixelBytes>
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                            \
   ZorStatus zoriTranspose_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,      \
                                                ZorImgSize roiSize)                                                     \

@@ -4,8 +4,10 @@
 // and along the rows are the narrowest that hold them.
 #include "box_paths.h"
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/filter.h"
+
+#include <climits>
 
 namespace zori {
 namespace box {
@@ -16,9 +18,12 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
 
   const Windows<T>& windows;
   Rows<T> dst;
-  bool inTeam;
+  TeamRule team;
 
-  template <class Path> ZorStatus run(const Path& path) const { return runPath<T, L, InPlace>(windows, dst, inTeam, path); }
+  template <class Path> ZorStatus run(const Path& path) const
+  {
+    return runPath<T, L, InPlace>(windows, dst, team, path);
+  }
   template <class Col, class Quotient> ZorStatus integers(const Rule& rule) const
   {
     return run(IntegerPath<T, Col, CH, keepAlpha, Quotient>{rule});
@@ -29,11 +34,13 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
     const long long area = areaOf(windows.mask), largest = 65535 / 255;
     const bool shortColumns = windows.mask.height <= largest;
     if (rule.quotient == Quotient::FloatSum) {
-      // while every sum is below 2^24, that of a window and a column too, running sums of floats are exact: these are they
+      // while every sum is below 2^24, that of a window and a column too, running sums of floats are exact: these are
+      // they
       if ((area + windows.mask.height) * 255 > 1 << 24) return run(FloatPath<T, CH, keepAlpha>{rule});
       return shortColumns ? integers<uint16_t, ByteTruncated>(rule) : integers<uint32_t, ByteTruncated>(rule);
     }
-    if (rule.quotient == Quotient::Product || (area > 2 && area <= largest)) return integers<uint16_t, HighProduct>(rule);
+    if (rule.quotient == Quotient::Product || (area > 2 && area <= largest))
+      return integers<uint16_t, HighProduct>(rule);
     return shortColumns ? integers<uint16_t, FullProduct>(rule) : integers<uint32_t, FullProduct>(rule);
   }
 
@@ -63,38 +70,51 @@ inline ZorStatus maskStatus(ZorImgSize mask, ZorImgPoint anchor)
   return firstFailure(require(mask.width >= 1 && mask.height >= 1, ZorErrMaskSize), require(inside, ZorErrAnchor));
 }
 
-// In place with a mask at least as tall as the region: the rectangle that the windows cover is copied, and filtered from
-// there as if it were another image, with the teams and the running sums of that.
-template <class T, Layout L>
-ZorStatus throughCopy(const Windows<T>& w, Rows<T> dst, const Rule& rule)
+// In place with a mask at least as tall as the region: the rectangle that the windows cover is copied, and filtered
+// from there as if it were another image, with the teams and the running sums of that.
+template <class T, Layout L> ZorStatus throughCopy(const Windows<T>& w, Rows<T> dst, const Rule& rule)
 {
   constexpr int CH = channels<L>;
-  const long long rowBytes = w.columns(CH) * static_cast<long long>(sizeof(T)), rows = w.roi.height + w.mask.height - 1LL;
+  const long long rowBytes = w.columns(CH) * static_cast<long long>(sizeof(T)),
+                  rows = w.roi.height + w.mask.height - 1LL;
   if (!fitsMemory(rowBytes) || rowBytes > INT_MAX || rows > PTRDIFF_MAX / 4 / rowBytes) return ZorErrAlloc;
   const Scratch<Zor8u> copy(rowBytes * rows);
   if (!copy) return ZorErrAlloc;
   const Windows<T> windows{{reinterpret_cast<const T*>(copy.get()), static_cast<int>(rowBytes)}, w.roi, w.mask, {0, 0}};
   for (std::ptrdiff_t y = 0; y < rows; ++y)
-    std::memcpy(copy.get() + y * static_cast<std::ptrdiff_t>(rowBytes), w.template row<CH>(y), static_cast<std::size_t>(rowBytes));
-  return ownBlur<T, L, false>{windows, dst, worthTeam(sampleOf<T>, L, false, rule, w.roi)}.filter(rule);
+    std::memcpy(copy.get() + y * static_cast<std::ptrdiff_t>(rowBytes), w.template row<CH>(y),
+                static_cast<std::size_t>(rowBytes));
+  return ownBlur<T, L, false>{windows, dst, teamRule(sampleOf<T>, L, false, rule, w.roi, CH)}.filter(rule);
 }
 
+// Apart from the change of the rounding field, so that no arithmetic moves across it.
 template <class T, Layout L, bool InPlace>
-ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)
+[[gnu::noinline]] ZorStatus filterUnderNearest(Rows<const T> src, Rows<T> dst, ZorImgSize roiSize, ZorImgSize maskSize,
+                                               ZorImgPoint anchor)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), maskStatus(maskSize, anchor)); s != ZorOk)
-    return s;
-  const Rows<const T> src{pSrc, maskedStep<T>(srcStep)};
-  const Rows<T> dst{pDst, maskedStep<T>(dstStep)};
   const Rule rule = ruleOf(sampleOf<T>, L, InPlace, maskSize, roiSize.height);
   if (rule.quotient == Quotient::Copy) {
-    if (!InPlace) mapRegion<L>(Serial{}, roiSize, Unchanged{}, dst, src);
+    if (!InPlace) mapRegion<L>(roiSize, Unchanged{}, dst, src);
     return ZorOk;
   }
   const Windows<T> windows{src, roiSize, maskSize, anchor};
   if constexpr (InPlace && sampleOf<T> != Sample::U16)
     if (maskSize.height >= roiSize.height) return throughCopy<T, L>(windows, dst, rule);
-  return ownBlur<T, L, InPlace>{windows, dst, worthTeam(sampleOf<T>, L, InPlace, rule, roiSize)}.filter(rule);
+  return ownBlur<T, L, InPlace>{windows, dst, teamRule(sampleOf<T>, L, InPlace, rule, roiSize, channels<L>)}.filter(
+    rule);
+}
+
+template <class T, Layout L, bool InPlace>
+ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                    ZorImgPoint anchor)
+{
+  if (auto s =
+        firstFailure(nonNull(pSrc, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), maskStatus(maskSize, anchor));
+      s != ZorOk)
+    return s;
+  const RoundingScope nearest(Rounding::Nearest);
+  return filterUnderNearest<T, L, InPlace>({pSrc, maskedStep<T>(srcStep)}, {pDst, maskedStep<T>(dstStep)}, roiSize,
+                                           maskSize, anchor);
 }
 
 } // namespace box
@@ -102,6 +122,7 @@ ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(type, layout)                                                                                            \
   ZorStatus zoriFilterBox_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,       \
                                                ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)            \
@@ -109,7 +130,7 @@ using namespace zori;
   ZorStatus zoriFilterBox_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,                \
                                                 ZorImgSize maskSize, ZorImgPoint anchor)                               \
   {                                                                                                                    \
-    return box::filterBox<Zor##type, layout, true>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, maskSize, anchor); \
+    return box::filterBox<Zor##type, layout, true>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, maskSize, anchor);\
   }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)

@@ -33,12 +33,14 @@ template <class T> [[gnu::noinline]] void addRowOfFloats(float* col, const T* ro
 
 // Four rows that enter and four that leave: slides the columns by four rows. turned[i] is column i before each slide.
 template <class T>
-[[gnu::noinline]] void slideFourRows(float* col, float* turned, const T* const* entering, const T* const* leaving, std::ptrdiff_t n)
+[[gnu::noinline]] void slideFourRows(float* col, float* turned, const T* const* entering, const T* const* leaving,
+                                     std::ptrdiff_t n)
 {
   const T *in0 = entering[0], *in1 = entering[1], *in2 = entering[2], *in3 = entering[3];
   const T *out0 = leaving[0], *out1 = leaving[1], *out2 = leaving[2], *out3 = leaving[3];
-  const auto slide = [](float* c, float* t, const T* i0, const T* i1, const T* i2, const T* i3, const T* o0, const T* o1,
-                        const T* o2, const T* o3) __attribute__((always_inline)) {
+  const auto slide = [](float* c, float* t, const T* i0, const T* i1, const T* i2, const T* i3, const T* o0,
+                        const T* o1, const T* o2, const T* o3) __attribute__((always_inline))
+  {
     FourRows x;
     x.v[0] = loadAligned<float>(c);
     x.v[1] = (x.v[0] + loadFour(i0)) - loadFour(o0);
@@ -84,7 +86,8 @@ template <class T, int CH, bool KeepAlpha>
   for (std::ptrdiff_t i = CH; i < span; i += CH)
     for (int c = 0; c < CH; ++c) sums[c] += loadAligned<float>(turned + 4 * (i + c));
 
-  const auto runTurn = [&](std::ptrdiff_t i, FourRows* rows) __attribute__((always_inline)) {
+  const auto runTurn = [&](std::ptrdiff_t i, FourRows * rows) __attribute__((always_inline))
+  {
     FourRows out[turn / 4];
     for (int k = 0; k < turn; ++k) {
       const float* const t = turned + 4 * (i + k);
@@ -119,7 +122,8 @@ template <class T, int CH, bool KeepAlpha>
 
 // c[i] = the sum of row[i] and its next two pixels; dst[i] = ((a[i] + b[i]) + c[i]) * factor unless dst is null.
 template <int CH>
-[[gnu::noinline]] void sumThreeRows(const float* a, const float* b, float* c, const float* row, float* dst, std::ptrdiff_t n, float factor)
+[[gnu::noinline]] void sumThreeRows(const float* a, const float* b, float* c, const float* row, float* dst,
+                                    std::ptrdiff_t n, float factor)
 {
   static_assert(CH == 4);
   const F32x4 r = splat(factor);

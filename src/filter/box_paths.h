@@ -1,5 +1,6 @@
-// The ways a box filter runs: a region, its windows, and for each kind of sum the walk down a slab of rows. A path writes
-// a row of results when it has read what it needs for it, so that the same walk serves images that are filtered in place.
+// The ways a box filter runs: a region, its windows, and for each kind of sum the walk down a slab of rows. A path
+// writes a row of results when it has read what it needs for it, so that the same walk serves images that are filtered
+// in place.
 #pragma once
 
 #include "box_float.h"
@@ -15,7 +16,10 @@ template <class T> struct Windows {
   ZorImgPoint anchor;
 
   // Row y of the rectangle that the windows cover, from its first column on.
-  template <int CH> const T* row(std::ptrdiff_t y) const { return src[y - anchor.y] - static_cast<std::ptrdiff_t>(anchor.x) * CH; }
+  template <int CH> const T* row(std::ptrdiff_t y) const
+  {
+    return src[y - anchor.y] - static_cast<std::ptrdiff_t>(anchor.x) * CH;
+  }
   long long columns(int channels) const { return (static_cast<long long>(roi.width) + mask.width - 1) * channels; }
   template <int CH> std::ptrdiff_t rowElements() const { return static_cast<std::ptrdiff_t>(roi.width) * CH; }
 };
@@ -33,7 +37,8 @@ template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct Int
     return (w.columns(CH) + 3 * Columns::margin) * static_cast<long long>(sizeof(Col));
   }
 
-  template <class Target> [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
+  template <class Target>
+  [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
   {
     Col* const col = static_cast<Col*>(buffer) + Columns::margin;
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(w.columns(CH));
@@ -42,7 +47,8 @@ template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct Int
     for (int j = 0; j < w.mask.height; ++j) addRow(col, w.template row<CH>(std::ptrdiff_t{first} + j), n);
     for (int y = first; y < first + rows; ++y) {
       finish(w, quotient, {col}, target.row(y));
-      if (y + 1 < first + rows) slideColumns(col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);
+      if (y + 1 < first + rows)
+        slideColumns(col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);
       target.done(y);
     }
   }
@@ -53,7 +59,8 @@ template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct Int
     if constexpr (std::is_same_v<T, Zor16u>) {
       const std::ptrdiff_t blocks = static_cast<std::ptrdiff_t>(w.roi.width & ~7) * CH;
       windowSums(quotient, columns, dst, blocks, w.mask.width);
-      if (blocks < n) runningSums<CH, KeepAlpha>(Columns{columns.p + blocks}, dst + blocks, n - blocks, w.mask.width, WordTail(rule));
+      if (blocks < n)
+        runningSums<CH, KeepAlpha>(Columns{columns.p + blocks}, dst + blocks, n - blocks, w.mask.width, WordTail(rule));
     } else {
       windowSums(quotient, columns, dst, n, w.mask.width);
     }
@@ -75,9 +82,13 @@ template <class T, int CH, bool KeepAlpha> struct FloatPath {
   Rule rule;
 
   static long long paddedColumns(const Windows<T>& w) { return w.columns(CH) / 4 * 4 + 16; }
-  static long long bufferBytes(const Windows<T>& w) { return 5 * paddedColumns(w) * static_cast<long long>(sizeof(float)); }
+  static long long bufferBytes(const Windows<T>& w)
+  {
+    return 5 * paddedColumns(w) * static_cast<long long>(sizeof(float));
+  }
 
-  template <class Target> [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
+  template <class Target>
+  [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
   {
     float* const col = static_cast<float*>(buffer);
     float* const turned = col + paddedColumns(w);
@@ -107,15 +118,22 @@ template <int CH> struct NineFloatsPath {
   static constexpr int rowsAtOnce = 1;
   Rule rule;
 
-  static long long bufferBytes(const Windows<Zor32f>& w) { return 3LL * w.roi.width * CH * static_cast<long long>(sizeof(float)); }
+  static long long bufferBytes(const Windows<Zor32f>& w)
+  {
+    return 3LL * w.roi.width * CH * static_cast<long long>(sizeof(float));
+  }
 
-  template <class Target> [[gnu::noinline]] void run(const Windows<Zor32f>& w, int first, int rows, void* buffer, Target& target) const
+  template <class Target>
+  [[gnu::noinline]] void run(const Windows<Zor32f>& w, int first, int rows, void* buffer, Target& target) const
   {
     const std::ptrdiff_t n = w.template rowElements<CH>();
-    float* sums[3] = {static_cast<float*>(buffer), static_cast<float*>(buffer) + n, static_cast<float*>(buffer) + 2 * n};
-    for (int j = 0; j < 2; ++j) sumThreeRows<CH>(nullptr, nullptr, sums[j], w.template row<CH>(std::ptrdiff_t{first} + j), nullptr, n, 0);
+    float* sums[3] = {static_cast<float*>(buffer), static_cast<float*>(buffer) + n,
+                      static_cast<float*>(buffer) + 2 * n};
+    for (int j = 0; j < 2; ++j)
+      sumThreeRows<CH>(nullptr, nullptr, sums[j], w.template row<CH>(std::ptrdiff_t{first} + j), nullptr, n, 0);
     for (int y = first; y < first + rows; ++y) {
-      sumThreeRows<CH>(sums[0], sums[1], sums[2], w.template row<CH>(std::ptrdiff_t{y} + 2), target.row(y), n, rule.factor);
+      sumThreeRows<CH>(sums[0], sums[1], sums[2], w.template row<CH>(std::ptrdiff_t{y} + 2), target.row(y), n,
+                       rule.factor);
       float* const oldest = sums[0];
       sums[0] = sums[1], sums[1] = sums[2], sums[2] = oldest;
       target.done(y);
@@ -151,15 +169,16 @@ public:
   Ring(Rows<T> image, const Windows<T>& w, int rows, void* buffer)
     : image_(image), rows_(rows), delay_(w.anchor.y), elements_(w.template rowElements<channels<L>>()),
       rowBytes_(static_cast<std::ptrdiff_t>(rowBytes(w))), buffer_(static_cast<char*>(buffer))
-  {
-  }
+  {}
   T* row(int y) const { return reinterpret_cast<T*>(buffer_ + y % rows_ * rowBytes_); }
   void done(int y) { writeUpTo(y - delay_); }
   void writeUpTo(int last)
   {
     for (; written_ <= last; ++written_) {
       T* const dst = image_[written_];
-      if constexpr (L == AC4) mapRow(dst, elements_, KeepFourth<Unchanged>{}, static_cast<const T*>(dst), static_cast<const T*>(row(written_)));
+      if constexpr (L == AC4)
+        mapRow(dst, elements_, KeepFourth<Unchanged>{}, static_cast<const T*>(dst),
+               static_cast<const T*>(row(written_)));
       else std::memcpy(dst, row(written_), static_cast<std::size_t>(elements_) * sizeof(T));
     }
   }
@@ -175,7 +194,7 @@ inline bool fitsMemory(long long bytes) { return bytes <= static_cast<long long>
 
 // dst may be the image of the windows when inPlace says so.
 template <class T, Layout L, bool InPlace, class Path>
-ZorStatus runPath(const Windows<T>& w, Rows<T> dst, bool inTeam, const Path& path)
+ZorStatus runPath(const Windows<T>& w, Rows<T> dst, TeamRule team, const Path& path)
 {
   const long long columnBytes = (Path::bufferBytes(w) + 15) / 16 * 16;
   if constexpr (InPlace) {
@@ -196,7 +215,7 @@ ZorStatus runPath(const Windows<T>& w, Rows<T> dst, bool inTeam, const Path& pat
       if (slab.count) path.run(w, slab.first, slab.count, slab.buffer, image);
       return ZorOk;
     };
-    return masterSlabs(w.roi.height, static_cast<std::size_t>(columnBytes), slabs, inTeam ? INT_MAX : 1);
+    return masterSlabs(team, Rounding::Nearest, w.roi.height, static_cast<std::size_t>(columnBytes), slabs);
   }
 }
 

@@ -27,12 +27,16 @@ struct HighProduct {
     half = splat(static_cast<uint16_t>(rounds ? 1 << (shift - 1) : 0));
   }
   Vec<int16_t> quotient(Vec<uint16_t> s) const { return as<int16_t>(shiftRight(mulHigh(s, multiplier) + half, shift)); }
-  void operator()(const Vec<uint16_t>* s, Vec<Zor8u>* out) const { out[0] = narrowSat<Zor8u>(quotient(s[0]), quotient(s[1])); }
+  void operator()(const Vec<uint16_t>* s, Vec<Zor8u>* out) const
+  {
+    out[0] = narrowSat<Zor8u>(quotient(s[0]), quotient(s[1]));
+  }
 };
 
 template <class Finish> inline Vec<Zor8u> packedBytes(const Finish& f, const Vec<uint32_t>* s)
 {
-  return narrowSat<Zor8u>(narrowSat<int16_t>(f.quotient(s[0]), f.quotient(s[1])), narrowSat<int16_t>(f.quotient(s[2]), f.quotient(s[3])));
+  return narrowSat<Zor8u>(narrowSat<int16_t>(f.quotient(s[0]), f.quotient(s[1])),
+                          narrowSat<int16_t>(f.quotient(s[2]), f.quotient(s[3])));
 }
 
 // The same of sums of 32 bits; the multiplier has at most 13.
@@ -47,12 +51,12 @@ struct FullProduct {
 
   explicit FullProduct(const Rule& rule)
     : multiplier(splat(static_cast<uint16_t>(rule.multiplier))), half(splat(1u << (rule.shift - 1))), shift(rule.shift)
-  {
-  }
+  {}
   Vec<int32_t> quotient(Vec<uint32_t> s) const
   {
     const Vec<uint16_t> x = as<uint16_t>(s);
-    const Vec<uint32_t> product = as<uint32_t>(mulLow(x, multiplier)) + shiftLeft<16>(as<uint32_t>(mulHigh(x, multiplier)));
+    const Vec<uint32_t> product =
+      as<uint32_t>(mulLow(x, multiplier)) + shiftLeft<16>(as<uint32_t>(mulHigh(x, multiplier)));
     return as<int32_t>(shiftRight(product + half, shift));
   }
   void operator()(const Vec<uint32_t>* s, Vec<Zor8u>* out) const { out[0] = packedBytes(*this, s); }
@@ -67,7 +71,10 @@ struct ByteTruncated {
   F32x4 factor;
 
   explicit ByteTruncated(const Rule& rule) : factor(splat(rule.factor)) {}
-  Vec<int32_t> quotient(Vec<uint32_t> s) const { return toIntTruncated(toFloat(as<int32_t>(s)) * factor + splat(9e-6f)); }
+  Vec<int32_t> quotient(Vec<uint32_t> s) const
+  {
+    return toIntTruncated(toFloat(as<int32_t>(s)) * factor + splat(9e-6f));
+  }
   void operator()(const Vec<uint32_t>* s, Vec<Zor8u>* out) const { out[0] = packedBytes(*this, s); }
 };
 
@@ -76,7 +83,8 @@ template <bool AnySum> inline F32x4 sumToFloat(Vec<uint32_t> s)
 {
   if constexpr (!AnySum) return toFloat(as<int32_t>(s));
   else
-    return toFloat(as<int32_t>(shiftRight<16>(s))) * splat(65536.0f) + toFloat(as<int32_t>(s & splat<uint32_t>(0xffff)));
+    return toFloat(as<int32_t>(shiftRight<16>(s))) * splat(65536.0f) +
+           toFloat(as<int32_t>(s & splat<uint32_t>(0xffff)));
 }
 
 // float(s) * factor of 16-bit samples, to the nearest or toward zero. Results are packed 32768 lower, which is where
@@ -116,7 +124,10 @@ struct WordTail {
     const F64x2 half = splat(0.5000001);
     return toIntTruncated(toDoubleLow(x) + half, toDoubleHigh(x) + half);
   }
-  void operator()(const Vec<uint32_t>* s, Vec<Zor16u>* out) const { out[0] = narrowSat<Zor16u>(quotient(s[0]), quotient(s[1])); }
+  void operator()(const Vec<uint32_t>* s, Vec<Zor16u>* out) const
+  {
+    out[0] = narrowSat<Zor16u>(quotient(s[0]), quotient(s[1]));
+  }
 };
 
 } // namespace box

@@ -1,17 +1,19 @@
-// Which arithmetic a call of zoriFilterBox gets, as data. The rules differ in the last bit, and which one applies is part
-// of the contract.
+// Which arithmetic a call of zoriFilterBox gets, as data. The rules differ in the last bit, and which one applies is
+// part of the contract.
 #pragma once
 
 #include "frame/layout.h"
+#include "frame/machine.h"
 
 namespace zori {
 namespace box {
 
 enum class Sample { U8, U16, S16, F32 };
-template <class T> inline constexpr Sample sampleOf = std::is_same_v<T, Zor8u>    ? Sample::U8
-                                                      : std::is_same_v<T, Zor16u> ? Sample::U16
-                                                      : std::is_same_v<T, Zor16s> ? Sample::S16
-                                                                                  : Sample::F32;
+template <class T>
+inline constexpr Sample sampleOf = std::is_same_v<T, Zor8u>    ? Sample::U8
+                                   : std::is_same_v<T, Zor16u> ? Sample::U16
+                                   : std::is_same_v<T, Zor16s> ? Sample::S16
+                                                               : Sample::F32;
 
 // s is the sum of the window of `area` pixels, r = 1.0f / area.
 enum class Quotient {
@@ -78,19 +80,27 @@ constexpr Rule ruleOf(Sample sample, Layout layout, bool inPlace, ZorImgSize mas
   // in place, a mask as tall as the region leaves no row to start from: such calls take the general rule
   if (!inPlace || mask.height < regionHeight)
     for (const Shortcut& s : shortcuts)
-      if (s.sample == sample && (s.layouts & bit(layout)) && s.inPlace == inPlace && mask.width == s.side && mask.height == s.side)
+      if (s.sample == sample && (s.layouts & bit(layout)) && s.inPlace == inPlace && mask.width == s.side &&
+          mask.height == s.side)
         return s.rule;
   if (sample == Sample::U8 && area <= largestFixedPointArea) return get_shift_int(r);
   if (sample == Sample::U8 || sample == Sample::F32) return {Quotient::FloatSum, 0, 0, r};
   return {Quotient::Rounded, 0, 0, r};
 }
 
+inline constexpr int picosecondsPerSample = 200;
+
 // The general paths out of place share the rows among a team. 16u, the paths in place and the small masks of C4 do not.
-constexpr bool worthTeam(Sample sample, Layout layout, bool inPlace, const Rule& rule, ZorImgSize roi)
+// The running sums of 32f begin anew with the rows of each thread: there the team is part of the contract.
+constexpr TeamRule teamRule(Sample sample, Layout layout, bool inPlace, const Rule& rule, ZorImgSize roi, int channels)
 {
-  if (inPlace || sample == Sample::U16) return false;
-  if (layout == C4) return rule.quotient == Quotient::FixedPoint || rule.quotient == Quotient::FloatSum || rule.quotient == Quotient::Rounded;
-  return static_cast<long long>(roi.width) * roi.height > 4096;
+  const long long area = static_cast<long long>(roi.width) * roi.height;
+  const bool isGeneral = layout != C4 || rule.quotient == Quotient::FixedPoint || rule.quotient == Quotient::FloatSum ||
+                         rule.quotient == Quotient::Rounded;
+  const bool isLarge = layout == C4 || area > 4096;
+  if (inPlace || sample == Sample::U16 || !isGeneral) return TeamRule::alone();
+  if (sample == Sample::F32) return TeamRule::byContract(isLarge);
+  return TeamRule::forWork(area * channels, picosecondsPerSample).fromSize(isLarge);
 }
 
 } // namespace box

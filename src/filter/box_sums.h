@@ -30,8 +30,7 @@ template <class T> struct Difference {
   Vec<int16_t> low, high; // 8 bits
   Difference(Vec<T> a, Vec<T> b)
     : low(as<int16_t>(widenLow(a) - widenLow(b))), high(as<int16_t>(widenHigh(a) - widenHigh(b)))
-  {
-  }
+  {}
 };
 // 16 bits: products of the pairs (a, b) with (1, -1)
 template <class T> struct WordDifference {
@@ -132,7 +131,10 @@ template <class SumType, class Col> struct Exact {
   {
     return count >= lanes ? at(i) : widened<Sum>(loadPart<Col>(p + i, static_cast<std::size_t>(count) * sizeof(Col)));
   }
-  template <int CH> Vec<Sum> previous(std::ptrdiff_t i) const { return i ? at(i - CH) : bytesUp<CH * sizeof(Sum)>(at(0)); }
+  template <int CH> Vec<Sum> previous(std::ptrdiff_t i) const
+  {
+    return i ? at(i - CH) : bytesUp<CH * sizeof(Sum)>(at(0));
+  }
   template <int CH> Vec<Sum> previous(std::ptrdiff_t i, std::ptrdiff_t count) const
   {
     return i ? at(i - CH, count) : bytesUp<CH * sizeof(Sum)>(at(0, count));
@@ -191,12 +193,14 @@ template <int CH, class Sum, class Col> inline Vec<Sum> sumPixels(const Col* p, 
 // vectors of Finish::Out. sums(i, count, s) gives the sums of a block from element i on of which `count` are wanted.
 // KeepAlpha leaves every fourth element of the destination as it was.
 template <bool KeepAlpha, class Finish, class Sums>
-[[gnu::always_inline]] inline void finishRow(typename Finish::Out* dst, std::ptrdiff_t n, const Finish& finish, Sums sums)
+[[gnu::always_inline]] inline void finishRow(typename Finish::Out* dst, std::ptrdiff_t n, const Finish& finish,
+                                             Sums sums)
 {
   using Sum = typename Finish::Sum;
   using Out = typename Finish::Out;
   constexpr std::ptrdiff_t block = Finish::vectors * Vec<Sum>::size, lanes = Vec<Out>::size;
-  const auto result = [&](std::ptrdiff_t i, std::ptrdiff_t count, Out* old, Out* to) __attribute__((always_inline)) {
+  const auto result = [&](std::ptrdiff_t i, std::ptrdiff_t count, Out * old, Out * to) __attribute__((always_inline))
+  {
     Vec<Sum> s[Finish::vectors];
     Vec<Out> out[block / lanes];
     sums(i, count, s);
@@ -217,24 +221,27 @@ template <bool KeepAlpha, class Finish, class Sums>
 
 // Sums of the windows of `mask` pixels: each pixel's from its neighbour's.
 template <int CH, bool KeepAlpha, class Source, class Finish>
-[[gnu::noinline]] void runningSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, int mask, const Finish& given)
+[[gnu::noinline]] void runningSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, int mask,
+                                   const Finish& given)
 {
   using Sum = typename Source::Sum;
   constexpr int lanes = Vec<Sum>::size;
   const Finish finish = given;
   const std::ptrdiff_t span = static_cast<std::ptrdiff_t>(mask - 1) * CH;
   Vec<Sum> before = sumPixels<CH, Sum>(in.template firstWindow<CH>(), in.firstWindowPixels(mask));
-  const auto next = [&before](Vec<Sum> entering, Vec<Sum> leaving) __attribute__((always_inline)) {
+  const auto next = [&before](Vec<Sum> entering, Vec<Sum> leaving) __attribute__((always_inline))
+  {
     const Vec<Sum> rise = prefixSums<CH>(entering - leaving), sum = rise + before;
     before = lanes % CH ? lastPixel<CH>(sum) : before + lastPixel<CH>(rise); // the shorter chain where there is one
     return sum;
   };
-  finishRow<KeepAlpha>(dst, n, finish, [&](std::ptrdiff_t i, std::ptrdiff_t count, Vec<Sum>* s) __attribute__((always_inline)) {
-    for (int k = 0; k < Finish::vectors; ++k, i += lanes, count -= lanes) {
-      if (count >= lanes) s[k] = next(in.at(i + span), in.template previous<CH>(i));
-      else s[k] = count > 0 ? next(in.at(i + span, count), in.template previous<CH>(i, count)) : zero<Sum>();
-    }
-  });
+  finishRow<KeepAlpha>(
+    dst, n, finish, [&](std::ptrdiff_t i, std::ptrdiff_t count, Vec<Sum> * s) __attribute__((always_inline)) {
+      for (int k = 0; k < Finish::vectors; ++k, i += lanes, count -= lanes) {
+        if (count >= lanes) s[k] = next(in.at(i + span), in.template previous<CH>(i));
+        else s[k] = count > 0 ? next(in.at(i + span, count), in.template previous<CH>(i, count)) : zero<Sum>();
+      }
+    });
 }
 
 // The same for a small mask: every window anew.
@@ -243,12 +250,13 @@ template <int CH, int Mask, bool KeepAlpha, class Source, class Finish>
 {
   using Sum = typename Source::Sum;
   const Finish finish = given;
-  finishRow<KeepAlpha>(dst, n, finish, [&](std::ptrdiff_t i, std::ptrdiff_t, Vec<Sum>* s) __attribute__((always_inline)) {
-    for (int k = 0; k < Finish::vectors; ++k, i += Vec<Sum>::size) {
-      s[k] = in.at(i);
-      for (int j = 1; j < Mask; ++j) s[k] += in.at(i + j * CH);
-    }
-  });
+  finishRow<KeepAlpha>(
+    dst, n, finish, [&](std::ptrdiff_t i, std::ptrdiff_t, Vec<Sum> * s) __attribute__((always_inline)) {
+      for (int k = 0; k < Finish::vectors; ++k, i += Vec<Sum>::size) {
+        s[k] = in.at(i);
+        for (int j = 1; j < Mask; ++j) s[k] += in.at(i + j * CH);
+      }
+    });
 }
 
 } // namespace box

@@ -12,13 +12,19 @@
 #include "frame/parallel.h"
 #include "rowkernels/drivers.h"
 
+#include <climits>
+
 namespace zori {
 namespace fixed {
 
 // ---- Blocks: as many samples as two vectors of sums hold ----
 
-template <class T> struct SumOf { using Type = std::make_signed_t<WiderT<T>>; };
-template <> struct SumOf<float> { using Type = float; };
+template <class T> struct SumOf {
+  using Type = std::make_signed_t<WiderT<T>>;
+};
+template <> struct SumOf<float> {
+  using Type = float;
+};
 template <class T> using Sum = typename SumOf<T>::Type;
 
 template <class A> struct Pair {
@@ -121,7 +127,8 @@ template <class D, class A> inline Block<D, A> narrowed(Pair<A> x)
 inline Vec<std::int32_t> mulShift32(Vec<std::int32_t> x, std::uint32_t m)
 {
   const Vec<std::uint32_t> factor = splat(m), u = as<std::uint32_t>(x);
-  const Vec<std::uint64_t> even = mulEven(u, factor), odd = mulEven(as<std::uint32_t>(shiftRight<32>(as<std::uint64_t>(u))), factor);
+  const Vec<std::uint64_t> even = mulEven(u, factor),
+                           odd = mulEven(as<std::uint32_t>(shiftRight<32>(as<std::uint64_t>(u))), factor);
   return as<std::int32_t>(shiftRight<32>(even) | without(odd, splat<std::uint64_t>(0xffffffffu)));
 }
 inline Pair<std::int32_t> mulShift32(Pair<std::int32_t> x, std::uint32_t m)
@@ -241,8 +248,8 @@ inline void rowBlock(const typename Kernel::A* sums, std::ptrdiff_t plane, const
 }
 
 template <class Kernel, Layout L>
-[[gnu::noinline]] void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane,
-                                const typename Kernel::S* centre, typename Kernel::D* dst, std::ptrdiff_t length)
+[[gnu::noinline]] void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
+                                typename Kernel::D* dst, std::ptrdiff_t length)
 {
   using S = typename Kernel::S;
   using D = typename Kernel::D;
@@ -265,9 +272,13 @@ inline constexpr int always = 0, never = INT_MAX;
 struct ForkHeights {
   int c1, c3, c4, ac4;
 };
-template <Layout L> inline bool isWorthTeam(ForkHeights heights, int height)
+inline constexpr int picosecondsPerSample = 200; // of the fastest of these filters
+
+template <Layout L> inline TeamRule teamRule(ForkHeights heights, ZorImgSize roi)
 {
-  return height >= (L == C1 ? heights.c1 : L == C3 ? heights.c3 : L == C4 ? heights.c4 : heights.ac4);
+  const int least = L == C1 ? heights.c1 : L == C3 ? heights.c3 : L == C4 ? heights.c4 : heights.ac4;
+  const long long samples = static_cast<long long>(roi.width) * roi.height * channels<L>;
+  return TeamRule::forWork(samples, picosecondsPerSample).fromSize(roi.height >= least).when(least != never);
 }
 
 // A filter for one layout: its stages and what the walk must know of them.
@@ -280,7 +291,7 @@ template <class S, class D> struct Filter {
 // Independent of the rounding mode that the caller has set, in every thread.
 template <class S, class D>
 [[gnu::noinline]] ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcStep, D* pDst, int dstStep,
-                                       ZorImgSize roi, int maxThreads)
+                                       ZorImgSize roi, TeamRule team)
 {
   using A = Sum<S>;
   const int reach = filter.size / 2, margin = reach * filter.channels;
@@ -292,28 +303,24 @@ template <class S, class D>
 
   const Rows<const S> src{pSrc, srcStep};
   const Rows<D> dst{pDst, dstStep};
-  return masterSlabs(
-    roi.height, static_cast<std::size_t>(bytes),
-    [=](Slab slab) {
-      const RoundingScope rounding(roundNearest);
-      A* const sums = reinterpret_cast<A*>(slab.buffer);
-      for (int y = slab.first; y < slab.first + slab.count; ++y) {
-        const S* rows[5];
-        for (int k = 0; k < filter.size; ++k) rows[k] = src[std::ptrdiff_t{y} + k - reach] - margin;
-        const S* const next = src[std::ptrdiff_t{y} + reach + 1] - margin;
-        filter.columns(rows, next, static_cast<std::ptrdiff_t>(length), sums, static_cast<std::ptrdiff_t>(plane));
-        filter.row(sums, static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
-      }
-      return ZorOk;
-    },
-    maxThreads);
+  return masterSlabs(team, Rounding::Nearest, roi.height, static_cast<std::size_t>(bytes), [=](Slab slab) {
+    A* const sums = reinterpret_cast<A*>(slab.buffer);
+    for (int y = slab.first; y < slab.first + slab.count; ++y) {
+      const S* rows[5];
+      for (int k = 0; k < filter.size; ++k) rows[k] = src[std::ptrdiff_t{y} + k - reach] - margin;
+      const S* const next = src[std::ptrdiff_t{y} + reach + 1] - margin;
+      filter.columns(rows, next, static_cast<std::ptrdiff_t>(length), sums, static_cast<std::ptrdiff_t>(plane));
+      filter.row(sums, static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
+    }
+    return ZorOk;
+  });
 }
 
 template <class Kernel, Layout L, class S, class D>
 inline ZorStatus filterRegion(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ForkHeights heights)
 {
   constexpr Filter<S, D> filter = {columnStage<Kernel>, rowStage<Kernel, L>, Kernel::size, Kernel::planes, channels<L>};
-  return filterRows(filter, pSrc, srcStep, pDst, dstStep, roi, isWorthTeam<L>(heights, roi.height) ? INT_MAX : 1);
+  return filterRows(filter, pSrc, srcStep, pDst, dstStep, roi, teamRule<L>(heights, roi));
 }
 
 // ---- Exported forms: the checks, and the kernel that the selector names ----
@@ -322,7 +329,10 @@ inline ZorStatus imageStatus(const void* pSrc, int srcStep, const void* pDst, in
 {
   return firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep));
 }
-inline ZorStatus maskStatus(ZorMaskSize mask) { return require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize); }
+inline ZorStatus maskStatus(ZorMaskSize mask)
+{
+  return require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize);
+}
 
 template <class Kernel, Layout L, class S, class D>
 inline ZorStatus filterImage(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ForkHeights heights)
@@ -336,7 +346,8 @@ template <class Kernel3x3, class Kernel5x5, Layout L, bool IsLenient = false, cl
 inline ZorStatus filterSelected(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask,
                                 ForkHeights heights3x3, ForkHeights heights5x5)
 {
-  if (auto s = firstFailure(imageStatus(pSrc, srcStep, pDst, dstStep, roi), IsLenient ? ZorOk : maskStatus(mask)); s != ZorOk)
+  if (auto s = firstFailure(imageStatus(pSrc, srcStep, pDst, dstStep, roi), IsLenient ? ZorOk : maskStatus(mask));
+      s != ZorOk)
     return s;
   if (mask == ZorMask3x3) return filterRegion<Kernel3x3, L>(pSrc, srcStep, pDst, dstStep, roi, heights3x3);
   return filterRegion<Kernel5x5, L>(pSrc, srcStep, pDst, dstStep, roi, heights5x5);

@@ -1,8 +1,8 @@
 // Filters with the caller's kernel: what one call is made of, and how its sums become samples.
 //
 // The kernel is applied reversed. "Source order" below is the order in which the pixels lie in memory: the first pixel
-// of the rectangle that is read meets the kernel's last element. Rows and columns are kernels of one row and one column,
-// pixels of any channel count are runs of samples whose neighbours lie `channels` apart.
+// of the rectangle that is read meets the kernel's last element. Rows and columns are kernels of one row and one
+// column, pixels of any channel count are runs of samples whose neighbours lie `channels` apart.
 //
 // Sums are formed in one place for all families (general_sums.cpp):
 //
@@ -41,7 +41,8 @@ template <class S, class K> struct Convolution {
   // Element of the reversed kernel, in source order.
   K at(int row, int column) const
   {
-    const std::ptrdiff_t index = std::ptrdiff_t{kernelSize.height - 1 - row} * kernelSize.width + (kernelSize.width - 1 - column);
+    const std::ptrdiff_t index =
+      std::ptrdiff_t{kernelSize.height - 1 - row} * kernelSize.width + (kernelSize.width - 1 - column);
     return get<K>(pKernel + index);
   }
   std::ptrdiff_t rowSamples() const { return std::ptrdiff_t{roi.width} * channels; }
@@ -55,8 +56,15 @@ inline Convolution<S, K> convolution(const S* pSrc, int srcStep, D* pDst, int ds
   const long long rows = 1LL + anchor.y - kernelSize.height, pixels = 1LL + anchor.x - kernelSize.width;
   const long long bytes = rows * srcStep + pixels * static_cast<long long>(channels<L> * sizeof(S));
   const char* const first = reinterpret_cast<const char*>(pSrc) + static_cast<std::ptrdiff_t>(bytes);
-  return {{reinterpret_cast<const S*>(first), srcStep}, {reinterpret_cast<char*>(pDst), dstStep},
-          static_cast<int>(sizeof(D)), roi, channels<L>, pKernel, kernelSize, {}, {}};
+  return {{reinterpret_cast<const S*>(first), srcStep},
+          {reinterpret_cast<char*>(pDst), dstStep},
+          static_cast<int>(sizeof(D)),
+          roi,
+          channels<L>,
+          pKernel,
+          kernelSize,
+          {},
+          {}};
 }
 
 // Computes the region: a team of threads when it is 64 pixels wide and high. Under round to nearest, whatever the
@@ -74,7 +82,7 @@ template <Layout L, class S, class D>
 inline ZorStatus rowsFit(const S*, int srcStep, D*, int dstStep, ZorImgSize roi, int kernelWidth)
 {
   return require(srcStep >= (1LL * roi.width + kernelWidth - 1) * channels<L> * static_cast<long long>(sizeof(S)) &&
-                     dstStep >= 1LL * roi.width * channels<L> * static_cast<long long>(sizeof(D)),
+                   dstStep >= 1LL * roi.width * channels<L> * static_cast<long long>(sizeof(D)),
                  ZorErrStep);
 }
 

@@ -12,8 +12,8 @@ namespace general {
 namespace {
 
 template <class T, Layout L>
-ZorStatus filterWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel,
-                             ZorImgSize kernelSize, ZorImgPoint anchor, int divisor)
+ZorStatus filterWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pKernel), nonEmpty(roiSize), nonEmpty(kernelSize), divides(divisor),
                             rowsFit<L>(pSrc, srcStep, pDst, dstStep, roiSize, kernelSize.width));
@@ -44,8 +44,8 @@ ZorStatus filterWithFloats(const T* pSrc, int srcStep, D* pDst, int dstStep, Zor
 
 // The kernel alone is looked at here, everything else by the float form.
 template <Layout L>
-ZorStatus filterDivided(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel,
-                        ZorImgSize kernelSize, ZorImgPoint anchor, int divisor)
+ZorStatus filterDivided(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                        const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor)
 {
   if (auto s = firstFailure(nonNull(pKernel), nonEmpty(kernelSize), divides(divisor)); s != ZorOk) return s;
   const DividedKernel divided(pKernel, kernelSize, divisor);
@@ -78,6 +78,7 @@ ZorStatus zoriFilterGetBufSize_64f_C1R(ZorImgSize kernelSize, int roiWidth, int*
   return ZorOk;
 }
 
+// clang-format off
 #define PARAMETERS(type, kernel)                                                                                      \
   const Zor##type *pSrc, int srcStep, Zor##type *pDst, int dstStep, ZorImgSize roiSize, const Zor##kernel *pKernel,   \
     ZorImgSize kernelSize, ZorImgPoint anchor

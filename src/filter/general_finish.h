@@ -76,7 +76,8 @@ template <class D> struct ExactQuotient {
 
   F64x2 clamped(F64x2 sum) const
   {
-    return max(min(sum / divisor, splat<Zor64f>(std::numeric_limits<D>::max())), splat<Zor64f>(std::numeric_limits<D>::lowest()));
+    return max(min(sum / divisor, splat<Zor64f>(std::numeric_limits<D>::max())),
+               splat<Zor64f>(std::numeric_limits<D>::lowest()));
   }
   static F64x2 halfFurther(F64x2 q) { return q + (splat(0.5) | (q & splat(-0.0))); }
   Group<D> operator()(Group<Zor32s> sums) const
@@ -105,7 +106,8 @@ template <class D> struct RoundedBy {
         n.part[k] = toIntTruncated(v);
         if (mode == ZorRoundNearestAway) { // by the fraction, because v + 0.5 may round up to the next integer
           const F32x4 fraction = v - toFloat(n.part[k]);
-          n.part[k] = n.part[k] - as<Zor32s>(greaterEqual(fraction, splat(0.5f))) + as<Zor32s>(lessEqual(fraction, splat(-0.5f)));
+          n.part[k] =
+            n.part[k] - as<Zor32s>(greaterEqual(fraction, splat(0.5f))) + as<Zor32s>(lessEqual(fraction, splat(-0.5f)));
         }
       }
     }

@@ -4,7 +4,7 @@
 //
 // The same on all paths: the exact quotient, or the float sum, is rounded toward zero, to nearest with ties to even, or
 // to nearest with ties away from zero.
-#include "frame/corelib.h"
+#include "frame/machine.h"
 #include "general_finish.h"
 #include "zori/filter.h"
 
@@ -14,8 +14,9 @@ namespace {
 
 // The caller's buffer must be there but is not used: its size knows nothing of the ring of rows that the sums need.
 template <class T, Layout L>
-ZorStatus filterRoundWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel,
-                                  ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer)
+ZorStatus filterRoundWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                  ZorRoundMode roundMode, Zor8u* pBuffer)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pKernel), nonEmpty(roiSize), nonEmpty(kernelSize), divides(divisor),
                             rowsFit<L>(pSrc, srcStep, pDst, dstStep, roiSize, kernelSize.width), isRoundMode(roundMode),
@@ -29,8 +30,9 @@ ZorStatus filterRoundWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstSt
 }
 
 template <class T, Layout L>
-ZorStatus filterRoundWithFloats(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel,
-                                ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer)
+ZorStatus filterRoundWithFloats(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                ZorRoundMode roundMode, Zor8u* pBuffer)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pKernel), nonEmpty(roiSize), nonEmpty(kernelSize),
                             rowsFit<L>(pSrc, srcStep, pDst, dstStep, roiSize, kernelSize.width), isRoundMode(roundMode),
@@ -56,7 +58,7 @@ ZorStatus bufferSize(const BufferRule& rule, ZorImgSize kernelSize, int roiWidth
   if (auto s = firstFailure(nonNull(pBufferSize), nonEmpty(kernelSize), positiveSize(roiWidth)); s != ZorOk) return s;
   const unsigned elements = static_cast<unsigned>(kernelSize.width) * static_cast<unsigned>(kernelSize.height);
   const unsigned bytes = rule.perElement * elements + rule.perPixel * static_cast<unsigned>(roiWidth) + rule.rest;
-  *pBufferSize = static_cast<int>(bytes * static_cast<unsigned>(ownGetNumThreads()));
+  *pBufferSize = static_cast<int>(bytes * static_cast<unsigned>(allowedThreads()));
   return ZorOk;
 }
 
@@ -67,17 +69,18 @@ ZorStatus bufferSize(const BufferRule& rule, ZorImgSize kernelSize, int roiWidth
 using namespace zori;
 using namespace zori::general;
 
+// clang-format off
 #define PARAMETERS(type, kernel)                                                                                      \
   const Zor##type *pSrc, int srcStep, Zor##type *pDst, int dstStep, ZorImgSize roiSize, const Zor##kernel *pKernel,   \
     ZorImgSize kernelSize, ZorImgPoint anchor
 #define ARGUMENTS pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor
-#define STAMP_SIZE(kernel, type, layout)                                                                              \
-  ZorStatus zoriFilterRoundGetBufSize##kernel##_##type##_##layout##R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize) \
+#define STAMP_SIZE(kernel, type, layout)                                                                               \
+  ZorStatus zoriFilterRoundGetBufSize##kernel##_##type##_##layout##R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize)\
   { return bufferSize(buffer##kernel, kernelSize, roiWidth, pBufferSize); }
-#define STAMP_INTEGERS(kernel, type, layout)                                                                          \
-  ZorStatus zoriFilter_Round##kernel##_##type##_##layout##R(PARAMETERS(type, 32s), int divisor, ZorRoundMode roundMode, \
-                                                            Zor8u* pBuffer)                                           \
-  { return filterRoundWithIntegers<Zor##type, layout>(ARGUMENTS, divisor, roundMode, pBuffer); }                      \
+#define STAMP_INTEGERS(kernel, type, layout)                                                                           \
+  ZorStatus zoriFilter_Round##kernel##_##type##_##layout##R(PARAMETERS(type, 32s), int divisor, ZorRoundMode roundMode,\
+                                                            Zor8u* pBuffer)                                            \
+  { return filterRoundWithIntegers<Zor##type, layout>(ARGUMENTS, divisor, roundMode, pBuffer); }                       \
   STAMP_SIZE(kernel, type, layout)
 #define STAMP_FLOATS(type, layout)                                                                                    \
   ZorStatus zoriFilter_Round32f_##type##_##layout##R(PARAMETERS(type, 32f), ZorRoundMode roundMode, Zor8u* pBuffer)   \

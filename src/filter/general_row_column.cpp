@@ -21,8 +21,8 @@ struct Column {
 };
 
 template <class Line, Layout L>
-ZorStatus lineWithIntegers(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel,
-                           int kernelSize, int anchor, int divisor)
+ZorStatus lineWithIntegers(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor32s* pKernel, int kernelSize, int anchor, int divisor)
 {
   const ZorImgSize size = Line::size(kernelSize);
   if (auto s = firstFailure(nonNull(pSrc, pDst, pKernel), nonEmpty(roiSize), positiveSize(kernelSize), divides(divisor),
@@ -30,7 +30,8 @@ ZorStatus lineWithIntegers(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
       s != ZorOk)
     return s;
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, size, Line::anchor(anchor));
-  finishQuotient_8u<L>(call, divisor, isWide(kernelSize, roiSize.width) && elementsWithin(pKernel, size, -32768, 32767));
+  finishQuotient_8u<L>(call, divisor,
+                       isWide(kernelSize, roiSize.width) && elementsWithin(pKernel, size, -32768, 32767));
   piFilter(call);
   return ZorOk;
 }
@@ -52,8 +53,8 @@ ZorStatus lineWithFloats(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorIm
 
 // The kernel alone is looked at here, everything else by the float form.
 template <class Line, class T, Layout L>
-ZorStatus lineDivided(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize,
-                      int anchor, int divisor)
+ZorStatus lineDivided(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel,
+                      int kernelSize, int anchor, int divisor)
 {
   if (auto s = firstFailure(nonNull(pKernel), positiveSize(kernelSize), divides(divisor)); s != ZorOk) return s;
   const DividedKernel divided(pKernel, {kernelSize, 1}, divisor);
@@ -68,6 +69,7 @@ ZorStatus lineDivided(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
 using namespace zori;
 using namespace zori::general;
 
+// clang-format off
 #define PARAMETERS(type, kernel)                                                                                      \
   const Zor##type *pSrc, int srcStep, Zor##type *pDst, int dstStep, ZorImgSize roiSize, const Zor##kernel *pKernel,   \
     int kernelSize, int anchor

@@ -2,7 +2,8 @@
 //
 // Source rows are brought into stored rows of four bytes a sample, which every tap of the kernel then reads:
 //
-//   integer kernels   pairs of 16-bit samples, one above the other (of a kernel with one row: side by side), so that one
+//   integer kernels   pairs of 16-bit samples, one above the other (of a kernel with one row: side by side), so that
+//   one
 //                     multiply-add of pairs serves two taps. 16u is moved to the signed range, which a constant makes
 //                     up for. A kernel element of more than 16 bits is two taps, its high half shifted afterwards
 //   float kernels     samples as floats; the rows of a 32f image are read where they are
@@ -10,7 +11,7 @@
 // The stored rows are a ring, each made once. Two output rows are formed at a time, since most taps serve both: a tap
 // is a place in a stored row and what it is multiplied with for either output row. The sums of 16 samples of both rows
 // stay in registers. The rows of sums are finished while they are in the cache; wide regions go in vertical strips.
-#include "frame/corelib.h"
+#include "frame/numeric_mode.h"
 #include "frame/parallel.h"
 #include "general.h"
 #include "rowkernels/convert.h"
@@ -76,8 +77,8 @@ template <class Lanes, int Rows, int N> using BlockSums = Vec<typename Lanes::Su
 
 // The taps first..end - 1 for the output rows From..To - 1.
 template <int From, int To, class Lanes, int Rows, int N>
-[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps, int first, int end,
-                                           std::ptrdiff_t offset)
+[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps, int first,
+                                           int end, std::ptrdiff_t offset)
 {
   for (int t = first; t < end; ++t) {
     const char* const p = taps.at[t] + offset;
@@ -89,7 +90,8 @@ template <int From, int To, class Lanes, int Rows, int N>
 }
 
 template <class Lanes, int Rows, int N>
-[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps, std::ptrdiff_t offset)
+[[gnu::always_inline]] inline void addTaps(BlockSums<Lanes, Rows, N>& sums, const TapList<Lanes>& taps,
+                                           std::ptrdiff_t offset)
 {
   if constexpr (Rows == 1) {
     addTaps<0, 1, Lanes>(sums, taps, 0, taps.bothEnd, offset);
@@ -247,7 +249,8 @@ private:
           const std::uint32_t upper = upright ? pair(2 * row, i, 2 * row + 1, i) : pair(0, 2 * i, 0, 2 * i + 1);
           const std::uint32_t lower = upright ? pair(2 * row - 1, i, 2 * row, i) : 0;
           if ((upper ? Upper : 0) + (lower ? Lower : 0) == wanted)
-            list.add({row, i * (upright ? 1 : 2) * call.channels}, as<int16_t>(splat(upper)), as<int16_t>(splat(lower)));
+            list.add({row, i * (upright ? 1 : 2) * call.channels}, as<int16_t>(splat(upper)),
+                     as<int16_t>(splat(lower)));
         }
       return list.end;
     };
@@ -292,12 +295,13 @@ template <class S> struct Stored<S, Zor32f> {
 
 // ---- A slab of rows ----
 
-// Room for a slab's taps, ring and two rows of sums. Little comes from the stack, more from the heap; wide regions go in
-// strips so that it stays in the second-level cache.
+// Room for a slab's taps, ring and two rows of sums. Little comes from the stack, more from the heap; wide regions go
+// in strips so that it stays in the second-level cache.
 class Room {
 public:
   static constexpr std::ptrdiff_t onStack = 24576, wanted = 98304;
-  explicit Room(long long bytes) : heap_(bytes <= onStack ? 0 : bytes), next_(bytes <= onStack ? local_ : heap_.get()) {}
+  explicit Room(long long bytes) : heap_(bytes <= onStack ? 0 : bytes), next_(bytes <= onStack ? local_ : heap_.get())
+  {}
   explicit operator bool() const { return next_ != nullptr; }
   template <class T> T* take(long long count) // of objects that keep the next ones aligned to 16 bytes
   {
@@ -319,8 +323,7 @@ template <class Sum> void finishRow(const Finish<Sum>& finish, const Sum* sums, 
 }
 
 // Rows first..first + count - 1 of the region; false when there is no working memory.
-template <class S, class K>
-[[gnu::noinline]] bool ownCFilter(const Convolution<S, K>& call, int first, int count)
+template <class S, class K> [[gnu::noinline]] bool ownCFilter(const Convolution<S, K>& call, int first, int count)
 {
   using Stores = Stored<S, K>;
   using Lanes = typename Stores::Lanes;
@@ -365,10 +368,12 @@ template <class S, class K>
     // blocks are read whole: where that is the image itself, a last strip short of one overlaps the strip before
     const std::ptrdiff_t x = isInPlace ? std::min<std::ptrdiff_t>(begin, length - blockLength) : begin;
     const std::ptrdiff_t samples = std::min(strip, length - x);
-    if (samples < blockLength) std::memset(ring, 0, static_cast<std::size_t>(ringRows * pitch) * sizeof(K)); // the rest of a block
+    if (samples < blockLength)
+      std::memset(ring, 0, static_cast<std::size_t>(ringRows * pitch) * sizeof(K)); // the rest of a block
     for (int y = 0, base = 0, made = 0; y < count; y += stored.rowsPerPass(), base += stored.advance()) {
       for (; !isInPlace && made < std::min(base + ringRows, storedRows); ++made)
-        stored.make(made, first, sourceRows, x, samples + static_cast<std::ptrdiff_t>(overlap), ring + made % ringRows * pitch);
+        stored.make(made, first, sourceRows, x, samples + static_cast<std::ptrdiff_t>(overlap),
+                    ring + made % ringRows * pitch);
       const int turn = isInPlace ? 0 : base % ringRows;
       for (int k = 0; k < stored.lists(); ++k)
         used[k]->pointTo([&](int row) {
@@ -416,15 +421,15 @@ template <class S, class K> [[gnu::noinline]] void plainFilter(const Convolution
 
 template <class S, class K> void piFilter(const Convolution<S, K>& call)
 {
-  const bool isWorthATeam = call.roi.width >= 64 && call.roi.height >= 64;
-  masterSlabs(
-    call.roi.height, 0,
-    [&](const Slab& slab) {
-      const RoundingScope nearest(roundNearest);
-      if (!ownCFilter(call, slab.first, slab.count)) plainFilter(call, slab.first, slab.count);
-      return ZorOk;
-    },
-    isWorthATeam ? INT_MAX : 1);
+  constexpr int picosecondsPerTap = 50;
+  const long long taps = 1LL * call.kernelSize.width * call.kernelSize.height,
+                  samples = 1LL * call.roi.height * call.rowSamples();
+  const TeamRule team = TeamRule::forWork(samples, static_cast<int>(std::min(taps, 1000000LL)) * picosecondsPerTap)
+                          .fromSize(call.roi.width >= 64 && call.roi.height >= 64);
+  masterSlabs(team, Rounding::Nearest, call.roi.height, 0, [&](const Slab& slab) {
+    if (!ownCFilter(call, slab.first, slab.count)) plainFilter(call, slab.first, slab.count);
+    return ZorOk;
+  });
 }
 
 template void piFilter(const Convolution<Zor8u, Zor32s>&);
@@ -437,7 +442,7 @@ template void piFilter(const Convolution<Zor32f, Zor32f>&);
 
 void piFilter_64f(const Convolution<Zor64f, Zor64f>& call)
 {
-  const RoundingScope nearest(roundNearest);
+  const RoundingScope nearest(Rounding::Nearest);
   plainFilter(call, 0, call.roi.height);
 }
 
@@ -454,7 +459,7 @@ DividedKernel::DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int d
   const long long count = 1LL * kernelSize.width * kernelSize.height;
   elements_ = count <= onStack ? local_ : Scratch<Zor32f>(count).release();
   if (!elements_) return;
-  const RoundingScope nearest(roundNearest);
+  const RoundingScope nearest(Rounding::Nearest);
   divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_);
 }
 

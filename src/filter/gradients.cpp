@@ -30,7 +30,8 @@ template <class S, class D> using SobelVertSecond5x5 = Gradient<S, D, W<1, 4, 6,
 template <class S, class D> using SobelCross3x3 = Gradient<S, D, W<-1, 0, 1>, W<1, 0, -1>>;
 template <class S, class D> using SobelCross5x5 = Gradient<S, D, W<-1, -2, 0, 2, 1>, W<1, 2, 0, -2, -1>>;
 template <class S, class D> using ScharrHoriz = Gradient<S, D, W<-1, 0, 1>, W<3, 10, 3>>;
-template <class S, class D> using ScharrVert = Gradient<S, D, W<3, 10, 3>, W<-1, 0, 1>>; // right less left, unlike the others
+template <class S, class D>
+using ScharrVert = Gradient<S, D, W<3, 10, 3>, W<-1, 0, 1>>; // right less left, unlike the others
 
 constexpr ForkHeights onlyAC4 = {never, never, never, always}, serial = {never, never, never, never};
 
@@ -46,17 +47,18 @@ ZorStatus gradient(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize 
 template <template <class, class> class Kernel3x3, template <class, class> class Kernel5x5, class S, class D>
 ZorStatus selectedGradient(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<Kernel3x3<S, D>, Kernel5x5<S, D>, C1, !isInt<S>>(pSrc, srcStep, pDst, dstStep, roi, mask, serial,
-                                                                         serial);
+  return filterSelected<Kernel3x3<S, D>, Kernel5x5<S, D>, C1, !isInt<S>>(pSrc, srcStep, pDst, dstStep, roi, mask,
+                                                                         serial, serial);
 }
 
 // The image less itself shifted by one row and one pixel to either side: shift -1 takes the pixel above and to the
 // left, 1 that above and to the right. The step to the row above is cut to whole samples.
 template <Layout L, class T, class Subtract>
-ZorStatus ownzoriFilterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, Subtract subtract)
+ZorStatus ownzoriFilterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi,
+                               Subtract subtract)
 {
   if (auto s = imageStatus(pSrc, srcStep, pDst, dstStep, roi); s != ZorOk) return s;
-  const RoundingScope rounding(roundNearest);
+  const RoundingScope rounding(Rounding::Nearest);
   const T* neighbour = rowAt(pSrc, maskedStep<T>(srcStep), -1) + shift * channels<L>;
   return subtract(neighbour, srcStep, pSrc, srcStep, pDst, dstStep, roi);
 }
@@ -66,6 +68,7 @@ ZorStatus ownzoriFilterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, i
 
 using namespace zori;
 
+// clang-format off
 #define LAYOUTS(STAMP, name, type) STAMP(name, type, C1) STAMP(name, type, C3) STAMP(name, type, C4) STAMP(name, type, AC4)
 #define TYPES(STAMP, name) LAYOUTS(STAMP, name, 8u) LAYOUTS(STAMP, name, 16s) LAYOUTS(STAMP, name, 32f)
 

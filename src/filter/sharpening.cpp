@@ -42,7 +42,8 @@ template <class T> using Sharpen3x3 = Separable<T, T, Ones3, Ones3, Sharpened>;
 template <class S, class D> using ownzoriFilterLaplace3x3 = Separable<S, D, Ones3, Ones3, CentreLessSum<9>>;
 template <class T> using ownzoriFilterHipass5x5 = Separable<T, T, Ones5, Ones5, CentreLessSum<25>>;
 template <class S, class D>
-using Laplace5x5 = ownzoriFilterLaplGaus5x5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>, Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
+using Laplace5x5 = ownzoriFilterLaplGaus5x5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>,
+                                            Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -90,6 +91,7 @@ ZorStatus ownzoriFilterLaplace(const S* pSrc, int srcStep, D* pDst, int dstStep,
 
 using namespace zori;
 
+// clang-format off
 #define LAYOUTS(STAMP, type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 
 // zoriFilterSharpen_{8u,16s,32f}_{C1,C3,C4,AC4}R

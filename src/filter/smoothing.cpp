@@ -3,10 +3,11 @@
 // T or S is the exact (weighted) sum over the window. How it is divided:
 //
 //               8u                             16u                          16s (S' = S of samples + 32768)   32f
-//   Gauss 3x3   T / 16, ties to even           the same                     the same                          T * 0.0625f
-//   Gauss 5x5   nearest(float(T) * (1f/571))   ((T+286) * 0x72C62A) >> 32   nearest(T * (1.0/571))            T * (1f/571)
-//   Lowp. 3x3   ((S+5) * 7281) >> 16           ((S+5) * 0x1C71C71C) >> 32   as 16u on S', less 32768          S * 0.11111111f
-//   Lowp. 5x5   ((S+13) * 10485) >> 18         nearest(float(S) * 0.04f)    ((S'+13) * 0x0A3D70A3) >> 32 less 32768   S * 0.04f
+//   Gauss 3x3   T / 16, ties to even           the same                     the same                          T *
+//   0.0625f Gauss 5x5   nearest(float(T) * (1f/571))   ((T+286) * 0x72C62A) >> 32   nearest(T * (1.0/571))            T
+//   * (1f/571) Lowp. 3x3   ((S+5) * 7281) >> 16           ((S+5) * 0x1C71C71C) >> 32   as 16u on S', less 32768 S *
+//   0.11111111f Lowp. 5x5   ((S+13) * 10485) >> 18         nearest(float(S) * 0.04f)    ((S'+13) * 0x0A3D70A3) >> 32
+//   less 32768   S * 0.04f
 #include "fixed.h"
 
 #include "zori/filter.h"
@@ -35,7 +36,8 @@ struct By571 {
   static Vec<std::int16_t> nearest(Vec<std::int16_t> outer, Vec<std::int16_t> inner, Vec<std::int16_t> own)
   {
     using V = Vec<std::uint16_t>;
-    const V a = as<std::uint16_t>(outer) + splat<std::uint16_t>(285), b = as<std::uint16_t>(inner), c = as<std::uint16_t>(own);
+    const V a = as<std::uint16_t>(outer) + splat<std::uint16_t>(285), b = as<std::uint16_t>(inner),
+            c = as<std::uint16_t>(own);
     const V quarter = shiftRight<1>(average(b, c)) + shiftRight<2>(a);
     const V estimate = mulHigh(quarter, splat<std::uint16_t>(459));
     const auto rest = as<std::int16_t>(a + b + c - mulLow(estimate, splat<std::uint16_t>(571)));
@@ -57,7 +59,8 @@ struct By571 {
   }
 };
 template <class T>
-using Gauss5x5 = ownzoriFilterLaplGaus5x5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>, Weights<12, 52, 127, 52, 12>, By571>;
+using Gauss5x5 = ownzoriFilterLaplGaus5x5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>,
+                                          Weights<12, 52, 127, 52, 12>, By571>;
 
 // ---- Lowpass ----
 
@@ -99,7 +102,8 @@ template <> struct Mean<25> {
   }
 };
 template <class T> using ownzoriFilterLowpass3x3 = Separable<T, T, Weights<1, 1, 1>, Weights<1, 1, 1>, Mean<9>>;
-template <class T> using ownzoriFilterLowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
+template <class T>
+using ownzoriFilterLowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -123,15 +127,15 @@ template <> constexpr ForkHeights lowpass5x5Heights<Zor16s> = {400, 400, never, 
 template <class T, Layout L>
 ZorStatus ownzoriFilterGauss(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterGauss3x3<T>, Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask, gauss3x3Heights<T>,
-                                                                  gauss5x5Heights<T>);
+  return filterSelected<ownzoriFilterGauss3x3<T>, Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
+                                                                  gauss3x3Heights<T>, gauss5x5Heights<T>);
 }
 
 template <class T, Layout L>
 ZorStatus ownzoriFilterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterLowpass3x3<T>, ownzoriFilterLowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
-                                                                                   serial<T>, lowpass5x5Heights<T>);
+  return filterSelected<ownzoriFilterLowpass3x3<T>, ownzoriFilterLowpass5x5<T>, L>(
+    pSrc, srcStep, pDst, dstStep, roi, mask, serial<T>, lowpass5x5Heights<T>);
 }
 
 } // namespace
@@ -139,6 +143,7 @@ ZorStatus ownzoriFilterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep,
 
 using namespace zori;
 
+// clang-format off
 #define STAMP(name, type, layout)                                                                                      \
   ZorStatus zoriFilter##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,  \
                                                     ZorImgSize roiSize, ZorMaskSize mask)                              \

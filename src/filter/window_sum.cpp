@@ -1,5 +1,5 @@
-// zoriSumWindowRow_{8u,16u,16s}32f_{C1,C3,C4}R, zoriSumWindowColumn_{8u,16u,16s}32f_{C1,C3,C4}R: sums over a window along
-// the row or down the column, as floats.
+// zoriSumWindowRow_{8u,16u,16s}32f_{C1,C3,C4}R, zoriSumWindowColumn_{8u,16u,16s}32f_{C1,C3,C4}R: sums over a window
+// along the row or down the column, as floats.
 //
 // The sums are defined as running sums in single precision: add the samples of the first window, then what enters less
 // what leaves. Along the row they are formed in integers wherever these give the same, which is as long as no sum can
@@ -52,15 +52,18 @@ template <class T, int CH> void floatSums(const T* src, Zor32f* dst, std::ptrdif
   }
 }
 
-template <class T, int CH> void owniSumWindowRow(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
+template <class T, int CH>
+void owniSumWindowRow(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
 {
   using Wide = std::conditional_t<isSigned<T>, int32_t, uint32_t>;
   const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(roi.width) * CH;
   for (int y = 0; y < roi.height; ++y) {
     const T* const row = src[y] - static_cast<std::ptrdiff_t>(anchor) * CH;
     if (mask > largestExactMask<T>) floatSums<T, CH>(row, dst[y], n, mask);
-    else if (sizeof(T) > 1 || mask > largestShortMask) runningSums<CH, false>(Exact<Wide, T>{row}, dst[y], n, mask, ToFloat<Wide>{});
-    else if constexpr (sizeof(T) == 1) runningSums<CH, false>(Exact<uint16_t, T>{row}, dst[y], n, mask, ToFloat<uint16_t>{});
+    else if (sizeof(T) > 1 || mask > largestShortMask)
+      runningSums<CH, false>(Exact<Wide, T>{row}, dst[y], n, mask, ToFloat<Wide>{});
+    else if constexpr (sizeof(T) == 1)
+      runningSums<CH, false>(Exact<uint16_t, T>{row}, dst[y], n, mask, ToFloat<uint16_t>{});
   }
 }
 
@@ -88,11 +91,13 @@ template <class Sum, class T> inline void addDifferences(Sum* sums, Vec<T> enter
 template <class Sum, class T>
 [[gnu::noinline]] void slideSums(Sum* sums, const T* entering, const T* leaving, std::ptrdiff_t n)
 {
-  eachBlock(sums, n, [](Sum* s, Vec<T> in, Vec<T> out) { addDifferences(s, in, out); }, entering, leaving);
+  eachBlock(
+    sums, n, [](Sum* s, Vec<T> in, Vec<T> out) { addDifferences(s, in, out); }, entering, leaving);
 }
 template <class Sum, class T> [[gnu::noinline]] void addToSums(Sum* sums, const T* row, std::ptrdiff_t n)
 {
-  eachBlock(sums, n, [](Sum* s, Vec<T> x) { addDifferences(s, x, zero<T>()); }, row);
+  eachBlock(
+    sums, n, [](Sum* s, Vec<T> x) { addDifferences(s, x, zero<T>()); }, row);
 }
 
 struct IntToFloat {
@@ -138,7 +143,8 @@ inline ZorStatus windowStatus(SizeCheck check, const void* src, const void* dst,
 }
 
 template <class T, Layout L>
-ZorStatus ownzi_SumRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
+ZorStatus ownzi_SumRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                       int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
@@ -147,7 +153,8 @@ ZorStatus ownzi_SumRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst
 }
 
 template <class T, Layout L>
-ZorStatus ownziSumWinCol(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor)
+ZorStatus ownziSumWinCol(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                         int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
@@ -159,11 +166,12 @@ ZorStatus ownziSumWinCol(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pD
 
 using namespace zori;
 
-#define STAMP(name, operation, type, layout, check)                                                                     \
-  ZorStatus zoriSumWindow##name##_##type##32f_##layout##R(const Zor##type* pSrc, int srcStep, Zor32f* pDst, int dstStep, \
+// clang-format off
+#define STAMP(name, operation, type, layout, check)                                                                    \
+  ZorStatus zoriSumWindow##name##_##type##32f_##layout##R(const Zor##type* pSrc, int srcStep, Zor32f* pDst, int dstStep,\
                                                           ZorImgSize roiSize, int maskSize, int anchor)                \
   {                                                                                                                    \
-    return box::operation<Zor##type, layout>(box::SizeCheck::check, pSrc, srcStep, pDst, dstStep, roiSize, maskSize, anchor); \
+    return box::operation<Zor##type, layout>(box::SizeCheck::check, pSrc, srcStep, pDst, dstStep, roiSize, maskSize, anchor);\
   }
 #define ROW(type, layout, check) STAMP(Row, ownzi_SumRow, type, layout, check)
 #define COLUMN(type, layout, check) STAMP(Column, ownziSumWinCol, type, layout, check)

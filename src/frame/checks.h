@@ -1,6 +1,6 @@
 // Argument checks that read like the contract: the order of the arguments is the order of the checks.
 //
-//   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
+//   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep)); s != ZorOk) return s;
 #pragma once
 
 #include "zori/types.h"
@@ -32,7 +32,10 @@ template <int N, class T> inline ZorStatus nonNullPlanes(T* const* planes)
 
 inline ZorStatus nonEmpty(ZorImgSize size) { return require(size.width >= 1 && size.height >= 1, ZorErrSize); }
 
-template <class... N> inline ZorStatus positiveSize(N... extents) { return require(((extents >= 1) && ...), ZorErrSize); }
+template <class... N> inline ZorStatus positiveSize(N... extents)
+{
+  return require(((extents >= 1) && ...), ZorErrSize);
+}
 
 template <class... N> inline ZorStatus positive(N... steps) { return require(((steps >= 1) && ...), ZorErrStep); }
 

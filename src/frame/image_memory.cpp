@@ -26,6 +26,9 @@ template <class T, Layout L> static T* imageBlock(int width, int height, int* pS
 
 using namespace zori;
 
+void zoriFree(void* pBlock) { zorsFree(pBlock); }
+
+// clang-format off
 #define STAMP(type, layout) \
   Zor##type* zoriMalloc_##type##_##layout(int width, int height, int* pStepBytes) \
   { return imageBlock<Zor##type, layout>(width, height, pStepBytes); }
@@ -33,5 +36,3 @@ using namespace zori;
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f) STAMPS(32sc) STAMPS(32fc)
 #undef STAMPS
 #undef STAMP
-
-void zoriFree(void* pBlock) { zorsFree(pBlock); }

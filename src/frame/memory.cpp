@@ -16,7 +16,8 @@
 
 static std::atomic<int> allocations{0}, failAt{0}, liveBlocks{0};
 
-// The n-th allocation from now on fails (1 is the next); n <= 0 switches that off. Returns the allocations since the last call.
+// The n-th allocation from now on fails (1 is the next); n <= 0 switches that off. Returns the allocations since the
+// last call.
 extern "C" int zoriTestFailAllocationAt(int n)
 {
   failAt = n;
@@ -65,11 +66,6 @@ template <class T> static T* vectorBlock(int length)
   return static_cast<T*>(alignedBlock(bytes));
 }
 
-#define STAMP(type) \
-  Zor##type* zorsMalloc_##type(int length) { return vectorBlock<Zor##type>(length); }
-STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32u) STAMP(32s) STAMP(32f) STAMP(64s) STAMP(16sc) STAMP(32sc) STAMP(32fc)
-#undef STAMP
-
 void zorsFree(void* block)
 {
   if (!block) return;
@@ -77,3 +73,9 @@ void zorsFree(void* block)
   std::memcpy(&raw, static_cast<char*>(block) - sizeof raw, sizeof raw);
   systemFree(raw);
 }
+
+// clang-format off
+#define STAMP(type) \
+  Zor##type* zorsMalloc_##type(int length) { return vectorBlock<Zor##type>(length); }
+STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32u) STAMP(32s) STAMP(32f) STAMP(64s) STAMP(16sc) STAMP(32sc) STAMP(32fc)
+#undef STAMP

@@ -1,29 +1,36 @@
 // The team of threads: the only file with OpenMP pragmas.
 //
 // A region is entered afresh in each call; nothing survives it and nothing takes a lock. A team of one, a runtime that
-// refuses to fork and the child of a fork all run the body in the calling thread. Results do not depend on the team.
+// refuses to fork and the child of a fork all run the body in the calling thread. Every thread works under the rounding
+// that the call names, the calling one too. Results do not depend on the team.
 #pragma once
 
-#include "corelib.h"
+#include "machine.h"
 #include "memory.h"
+#include "numeric_mode.h"
 
 #include <atomic>
-#include <climits>
 #include <cstdint>
 #include <omp.h>
 
 namespace zori {
 
 // Rows 0 to height - 1, each thread one contiguous range: body(y).
-template <class Body> inline void staticRows(int height, Body body)
+template <class Body> inline void staticRows(TeamRule team, Rounding rounding, int height, Body body)
 {
-  const int threads = ownGetNumThreads();
-  if (threads == 1 || height == 1) {
+  const unsigned field = fieldOf(rounding);
+  const int threads = team.threads(height);
+  if (threads == 1) {
+    const RoundingScope scope(field);
     for (int y = 0; y < height; ++y) body(y);
     return;
   }
-#pragma omp parallel for schedule(static) num_threads(threads)
-  for (int y = 0; y < height; ++y) body(y);
+#pragma omp parallel num_threads(threads)
+  {
+    const RoundingScope scope(field);
+#pragma omp for schedule(static)
+    for (int y = 0; y < height; ++y) body(y);
+  }
 }
 
 // A thread's share of the work: units first .. first + count - 1, and its slice of the team's buffer.
@@ -59,13 +66,15 @@ private:
 // One buffer serves the team, a slice of bytesPerThread each; ZorErrAlloc when it cannot be had, before any work.
 // The body gets its Slab (of no units too: it may have a share of another kind) and returns a status.
 template <class Body>
-inline ZorStatus masterSlabs(int units, std::size_t bytesPerThread, Body body, int maxThreads = INT_MAX)
+inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::size_t bytesPerThread, Body body)
 {
+  const unsigned field = fieldOf(rounding);
   const std::size_t slice = roundUp(bytesPerThread, 16);
-  const int wanted = ownGetNumThreads() < maxThreads ? ownGetNumThreads() : maxThreads;
-  if (wanted <= 1) {
+  const int wanted = rule.threads(units);
+  if (wanted == 1) {
     Scratch<Zor8u> buffer(static_cast<long long>(slice));
     if (slice && !buffer) return ZorErrAlloc;
+    const RoundingScope scope(field);
     return body(Slab{0, units, 0, 1, buffer.get()});
   }
 
@@ -87,6 +96,7 @@ inline ZorStatus masterSlabs(int units, std::size_t bytesPerThread, Body body, i
     }
 #pragma omp barrier
     if (!failed) {
+      const RoundingScope scope(field);
       const int t = omp_get_thread_num();
       const int count = slabUnits + (t == threads - 1 ? slabRest : 0);
       team.report(t, body(Slab{t * slabUnits, count, t, threads, slice ? teamBuffer + slice * t : nullptr}));

@@ -1,8 +1,9 @@
 // zori{Compare,CompareC}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R, zori{CompareEqualEps,CompareEqualEpsC}_32f_{C1,C3,C4,AC4}R:
 // masks of one byte a pixel, 255 where the comparison holds in every processed channel.
 //
-// Sixteen pixels at a time: samples compare in their own type to vectors of byte masks, and the masks of a pixel's channels
-// meet by a bitwise and. Greater (or equal) is less (or equal) with the operands exchanged; a NaN fails every comparison.
+// Sixteen pixels at a time: samples compare in their own type to vectors of byte masks, and the masks of a pixel's
+// channels meet by a bitwise and. Greater (or equal) is less (or equal) with the operands exchanged; a NaN fails every
+// comparison.
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "rowkernels/channels.h"
@@ -83,7 +84,8 @@ template <class T, Layout L> struct Constant {
 using Bytes = Vec<Zor8u>;
 
 // Byte masks of a group.
-template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inline]] inline Bytes groupMasks(Compare compare, A a, B b, int group)
+template <Layout L, class T, class A, class B, class Compare>
+[[gnu::always_inline]] inline Bytes groupMasks(Compare compare, A a, B b, int group)
 {
   const auto part = [&](int k) { return compare(a.template part<L>(group, k), b.template part<L>(group, k)); };
   const auto words = [](auto low, auto high) { // 32-bit masks to 16-bit masks
@@ -95,7 +97,8 @@ template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inli
 }
 
 // Masks of 16 pixels.
-template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inline]] inline Bytes pixelMasks(Compare compare, A a, B b)
+template <Layout L, class T, class A, class B, class Compare>
+[[gnu::always_inline]] inline Bytes pixelMasks(Compare compare, A a, B b)
 {
   const auto masks = [&](int group) __attribute__((always_inline)) { return groupMasks<L, T>(compare, a, b, group); };
   if constexpr (L == C1) return masks(0);
@@ -112,7 +115,8 @@ template <Layout L, class T, class A, class B, class Compare> [[gnu::always_inli
       if constexpr (L == AC4) x = x | splat<Zor32s>(static_cast<Zor32s>(0xff000000u));
       pixels[k] = equal(x, splat<Zor32s>(-1));
     }
-    return as<Zor8u>(narrowSat<Zor8s>(narrowSat<Zor16s>(pixels[0], pixels[1]), narrowSat<Zor16s>(pixels[2], pixels[3])));
+    return as<Zor8u>(
+      narrowSat<Zor8s>(narrowSat<Zor16s>(pixels[0], pixels[1]), narrowSat<Zor16s>(pixels[2], pixels[3])));
   }
 }
 
@@ -124,7 +128,8 @@ template <Layout L, class T, class B, class Compare>
   constexpr std::ptrdiff_t block = 16, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
   const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
   Image<T> a{src};
-  const auto oneBlock = [&]() __attribute__((always_inline)) {
+  const auto oneBlock = [&]() __attribute__((always_inline))
+  {
     store(dst, pixelMasks<L, T>(compare, a, b));
     a.advance(samples);
     b.advance(samples);
@@ -164,10 +169,11 @@ void compareRows(Rows<const T> a, const Constant<T, L>& b, Rows<Zor8u> dst, ZorI
 }
 
 template <class T, Layout L>
-ZorStatus compareRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
-                        ZorCmpOp cmpOp)
+ZorStatus compareRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                        ZorImgSize roiSize, ZorCmpOp cmpOp)
 {
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize));
+      s != ZorOk)
     return s;
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
   const Rows dst{pDst, dstStep};
@@ -189,9 +195,11 @@ template <class Compare> struct Exchanged {
 };
 
 template <class T, Layout L>
-ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp)
+ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                          ZorCmpOp cmpOp)
 {
-  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk)
+    return s;
   const Constant<T, L> constant(value);
   const Rows a{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
@@ -206,23 +214,30 @@ ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDs
   return ZorOk;
 }
 
-inline ZorStatus knownTolerance(Zor32f eps) { return require(!(eps < 0.0f), ZorErrEpsilon); } // a NaN passes and never holds
+inline ZorStatus knownTolerance(Zor32f eps)
+{
+  return require(!(eps < 0.0f), ZorErrEpsilon);
+} // a NaN passes and never holds
 
 template <Layout L>
-ZorStatus compareEqualEps(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
-                          ZorImgSize roiSize, Zor32f eps)
+ZorStatus compareEqualEps(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst,
+                          int dstStep, ZorImgSize roiSize, Zor32f eps)
 {
   if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pDst), positive(src1Step, src2Step, dstStep), nonEmpty(roiSize),
-                            knownTolerance(eps)); s != ZorOk)
+                            knownTolerance(eps));
+      s != ZorOk)
     return s;
   compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
   return ZorOk;
 }
 
 template <Layout L>
-ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps)
+ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value, Zor8u* pDst, int dstStep,
+                           ZorImgSize roiSize, Zor32f eps)
 {
-  if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), knownTolerance(eps)); s != ZorOk)
+  if (auto s =
+        firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), knownTolerance(eps));
+      s != ZorOk)
     return s;
   const Constant<Zor32f, L> constant(value);
   compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
@@ -234,29 +249,30 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
 
 using namespace zori;
 
-#define STAMP_IMAGES(type, layout)                                                                                        \
-  ZorStatus zoriCompare_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, int src2Step,  \
-                                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp)                \
+// clang-format off
+#define STAMP_IMAGES(type, layout)                                                                                     \
+  ZorStatus zoriCompare_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, int src2Step,\
+                                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp)             \
   { return compareRegion<Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, cmpOp); }
-#define STAMP_CONSTANT(type, layout, parameter, address)                                                                  \
-  ZorStatus zoriCompareC_##type##_##layout##R(const Zor##type* pSrc, int srcStep, parameter, Zor8u* pDst, int dstStep,    \
-                                              ZorImgSize roiSize, ZorCmpOp cmpOp)                                         \
+#define STAMP_CONSTANT(type, layout, parameter, address)                                                               \
+  ZorStatus zoriCompareC_##type##_##layout##R(const Zor##type* pSrc, int srcStep, parameter, Zor8u* pDst, int dstStep, \
+                                              ZorImgSize roiSize, ZorCmpOp cmpOp)                                      \
   { return compareConstant<Zor##type, layout>(pSrc, srcStep, address, pDst, dstStep, roiSize, cmpOp); }
-#define STAMPS(type)                                                                                                      \
-  STAMP_IMAGES(type, C1) STAMP_IMAGES(type, C3) STAMP_IMAGES(type, C4) STAMP_IMAGES(type, AC4)                            \
-  STAMP_CONSTANT(type, C1, Zor##type value, &value) STAMP_CONSTANT(type, C3, const Zor##type value[3], value)             \
+#define STAMPS(type)                                                                                          \
+  STAMP_IMAGES(type, C1) STAMP_IMAGES(type, C3) STAMP_IMAGES(type, C4) STAMP_IMAGES(type, AC4)                \
+  STAMP_CONSTANT(type, C1, Zor##type value, &value) STAMP_CONSTANT(type, C3, const Zor##type value[3], value) \
   STAMP_CONSTANT(type, C4, const Zor##type value[4], value) STAMP_CONSTANT(type, AC4, const Zor##type value[3], value)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)
 #undef STAMPS
 #undef STAMP_CONSTANT
 #undef STAMP_IMAGES
 
-#define STAMP(layout, parameter, address)                                                                                 \
-  ZorStatus zoriCompareEqualEps_32f_##layout##R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,     \
-                                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps)                 \
-  { return compareEqualEps<layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, eps); }                      \
-  ZorStatus zoriCompareEqualEpsC_32f_##layout##R(const Zor32f* pSrc, int srcStep, parameter, Zor8u* pDst, int dstStep,    \
-                                                 ZorImgSize roiSize, Zor32f eps)                                          \
+#define STAMP(layout, parameter, address)                                                                              \
+  ZorStatus zoriCompareEqualEps_32f_##layout##R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,  \
+                                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps)              \
+  { return compareEqualEps<layout>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, eps); }                   \
+  ZorStatus zoriCompareEqualEpsC_32f_##layout##R(const Zor32f* pSrc, int srcStep, parameter, Zor8u* pDst, int dstStep, \
+                                                 ZorImgSize roiSize, Zor32f eps)                                       \
   { return compareEqualEpsC<layout>(pSrc, srcStep, address, pDst, dstStep, roiSize, eps); }
 STAMP(C1, Zor32f value, &value) STAMP(C3, const Zor32f value[3], value)
 STAMP(C4, const Zor32f value[4], value) STAMP(AC4, const Zor32f value[3], value)

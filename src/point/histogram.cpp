@@ -1,8 +1,8 @@
-// zoriHistogramEven_{8u,16u,16s}_{C1,C3,C4,AC4}R, zoriHistogramRange_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R: counts of samples in
-// intervals, pHist[k] for level k <= x < level k + 1.
+// zoriHistogramEven_{8u,16u,16s}_{C1,C3,C4,AC4}R, zoriHistogramRange_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R: counts of
+// samples in intervals, pHist[k] for level k <= x < level k + 1.
 //
-// Four methods count alike; which one a call takes depends on the size of the region, the number of levels and whether they
-// ascend (the tables below):
+// Four methods count alike; which one a call takes depends on the size of the region, the number of levels and whether
+// they ascend (the tables below):
 //
 //   brute force      every bin tests every sample; the only method for levels out of order, besides the table
 //   forward search   the first interval that holds the sample
@@ -23,18 +23,18 @@ namespace {
 
 enum class Method { BruteForce, ForwardSearch, BinarySearch, FullTable };
 
-// Regions of fewer than `pixels` pixels search up to `levels` levels; with more levels they take the full table. The last
-// row serves every larger region.
+// Regions of fewer than `pixels` pixels search up to `levels` levels; with more levels they take the full table. The
+// last row serves every larger region.
 struct SearchLimit {
   long long pixels;
   int levels;
 };
 constexpr SearchLimit ascendingLimits[] = {{12544, 2147483647}, {16384, 214}, {20736, 74}, {25600, 38}, {30976, 34},
-                                           {43264, 22}, {50176, 18}, {65536, 14}, {123904, 3}, {INT64_MAX, 2}};
-constexpr SearchLimit unorderedLimits[] = {{1024, 2147483647}, {2304, 442}, {4096, 202}, {6400, 114}, {9216, 74},
-                                           {12544, 54}, {16384, 42}, {20736, 30}, {30976, 22}, {36864, 18}, {50176, 14},
-                                           {82944, 10}, {INT64_MAX, 6}};
-constexpr int leastForBinarySearch = 27;                                         // 16-bit samples
+                                           {43264, 22},         {50176, 18},  {65536, 14}, {123904, 3}, {INT64_MAX, 2}};
+constexpr SearchLimit unorderedLimits[] = {{1024, 2147483647}, {2304, 442}, {4096, 202},   {6400, 114}, {9216, 74},
+                                           {12544, 54},        {16384, 42}, {20736, 30},   {30976, 22}, {36864, 18},
+                                           {50176, 14},        {82944, 10}, {INT64_MAX, 6}};
+constexpr int leastForBinarySearch = 27;                                                // 16-bit samples
 constexpr int mostForForwardSearchFloat = 102, mostForForwardSearchFloatChannels = 106; // 32f, one channel and several
 
 template <class T> using Level = std::conditional_t<std::is_same_v<T, Zor32f>, Zor32f, Zor32s>;
@@ -101,8 +101,8 @@ template <Method M, class T> void searchRow(const T* row, int width, int stride,
 
 template <class T> inline constexpr int tableSize = sizeof(T) == 1 ? 256 : 65536;
 
-// Counts of all values, a table a channel and lane. Neighbouring pixels count in different tables, so that equal ones do not
-// wait for each other's stores. One store a sample is the limit.
+// Counts of all values, a table a channel and lane. Neighbouring pixels count in different tables, so that equal ones
+// do not wait for each other's stores. One store a sample is the limit.
 template <class T, int Channels, int Processed, int Lanes>
 [[gnu::noinline]] void countRow(const T* p, std::ptrdiff_t width, Zor32u* tables)
 {
@@ -136,14 +136,16 @@ template <class T, int Lanes> void sumIntervals(const Zor32u* tables, const Bins
     counts = lanesSum;
   }
   for (int k = 0; k < b.bins(); ++k) {
-    const int from = std::clamp<int>(b.levels[k], low, end) - low, to = std::clamp<int>(b.levels[k + 1], low, end) - low;
+    const int from = std::clamp<int>(b.levels[k], low, end) - low,
+              to = std::clamp<int>(b.levels[k + 1], low, end) - low;
     Zor32u sum = 0;
     for (int i = from; i < to; ++i) sum += counts[i];
     b.hist[k] = static_cast<Zor32s>(sum);
   }
 }
 
-template <class T, int Channels, int Processed> ZorStatus ownzi_Histogram(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+template <class T, int Channels, int Processed>
+ZorStatus ownzi_Histogram(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   if constexpr (sizeof(T) == 1) {
     constexpr int lanes = Channels == 1 ? 4 : 2;
@@ -161,14 +163,16 @@ template <class T, int Channels, int Processed> ZorStatus ownzi_Histogram(Rows<c
   return ZorOk;
 }
 
-template <Method M, class T, int Channels, int Processed> void ownzi_Histogram_Search(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+template <Method M, class T, int Channels, int Processed>
+void ownzi_Histogram_Search(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   for (int y = 0; y < roi.height; ++y)
     for (int c = 0; c < Processed; ++c) searchRow<M>(src[y] + c, roi.width, Channels, bins[c]);
 }
 
 // The counters start from zero, and stand so when the table cannot be had.
-template <class T, int Channels, int Processed> ZorStatus countRegion(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+template <class T, int Channels, int Processed>
+ZorStatus countRegion(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   bool ascending = true;
   int levels = bins[0].count;
@@ -184,8 +188,12 @@ template <class T, int Channels, int Processed> ZorStatus countRegion(Rows<const
   const long long pixels = static_cast<long long>(roi.width) * roi.height;
   switch (chooseMethod<T>(pixels, ascending, levels, Processed == 1)) {
   case Method::BruteForce: ownzi_Histogram_Search<Method::BruteForce, T, Channels, Processed>(src, roi, bins); break;
-  case Method::ForwardSearch: ownzi_Histogram_Search<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins); break;
-  case Method::BinarySearch: ownzi_Histogram_Search<Method::BinarySearch, T, Channels, Processed>(src, roi, bins); break;
+  case Method::ForwardSearch:
+    ownzi_Histogram_Search<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins);
+    break;
+  case Method::BinarySearch:
+    ownzi_Histogram_Search<Method::BinarySearch, T, Channels, Processed>(src, roi, bins);
+    break;
   case Method::FullTable:
     if constexpr (!std::is_same_v<T, Zor32f>) return ownzi_Histogram<T, Channels, Processed>(src, roi, bins);
   }
@@ -228,21 +236,25 @@ inline ZorStatus enoughLevels(int nLevels) { return require(nLevels >= 2, ZorErr
 template <class T>
 ZorStatus rangeC1(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Level<T>* pLevels, int nLevels)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pHist, pLevels), nonEmpty(roiSize), positive(srcStep), enoughLevels(nLevels)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc, pHist, pLevels), nonEmpty(roiSize), positive(srcStep), enoughLevels(nLevels));
+      s != ZorOk)
     return s;
   const Bins<T> bins{pHist, pLevels, nLevels};
   return countRegion<T, 1, 1>(Rows{pSrc, srcStep}, roiSize, &bins);
 }
 
 template <class T>
-ZorStatus evenC1(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel)
+ZorStatus evenC1(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels,
+                 int lowerLevel, int upperLevel)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pHist, pLevels), nonEmpty(roiSize), positive(srcStep), enoughLevels(nLevels)); s != ZorOk)
+  if (auto s = firstFailure(nonNull(pSrc, pHist, pLevels), nonEmpty(roiSize), positive(srcStep), enoughLevels(nLevels));
+      s != ZorOk)
     return s;
   makeLevels(pLevels, nLevels, lowerLevel, upperLevel);
   const Bins<T> bins{pHist, pLevels, nLevels};
   if constexpr (std::is_same_v<T, Zor16u>) {
-    const long long d = static_cast<long long>(upperLevel) - lowerLevel, pixels = static_cast<long long>(roiSize.width) * roiSize.height;
+    const long long d = static_cast<long long>(upperLevel) - lowerLevel,
+                    pixels = static_cast<long long>(roiSize.width) * roiSize.height;
     if (d % (nLevels - 1) == 0 && d > 0 && pixels < 65536 && d / (nLevels - 1) <= INT32_MAX) {
       ownzi_HistogramEven(Rows{pSrc, srcStep}, roiSize, bins, static_cast<int>(d / (nLevels - 1)));
       return ZorOk;
@@ -260,23 +272,28 @@ template <int N, class L> ZorStatus channelChecks(Zor32s* const* pHist, L* const
 }
 
 template <class T, Layout L>
-ZorStatus rangeChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const* pHist, const Level<T>* const* pLevels, const int* nLevels)
+ZorStatus rangeChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const* pHist,
+                        const Level<T>* const* pLevels, const int* nLevels)
 {
   constexpr int n = processed<L>;
   if (auto s = nonNull(pSrc, pHist, pLevels, nLevels); s != ZorOk) return s;
-  if (auto s = firstFailure(channelChecks<n>(pHist, pLevels, nLevels), nonEmpty(roiSize), positive(srcStep)); s != ZorOk) return s;
+  if (auto s = firstFailure(channelChecks<n>(pHist, pLevels, nLevels), nonEmpty(roiSize), positive(srcStep));
+      s != ZorOk)
+    return s;
   Bins<T> bins[n];
   for (int c = 0; c < n; ++c) bins[c] = {pHist[c], pLevels[c], nLevels[c]};
   return countRegion<T, channels<L>, n>(Rows{pSrc, srcStep}, roiSize, bins);
 }
 
 template <class T, Layout L>
-ZorStatus evenChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const* pHist, Zor32s* const* pLevels, const int* nLevels,
-                       const int* lowerLevel, const int* upperLevel)
+ZorStatus evenChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const* pHist, Zor32s* const* pLevels,
+                       const int* nLevels, const int* lowerLevel, const int* upperLevel)
 {
   constexpr int n = processed<L>;
   if (auto s = nonNull(pSrc, pHist, pLevels, nLevels, lowerLevel, upperLevel); s != ZorOk) return s;
-  if (auto s = firstFailure(channelChecks<n>(pHist, pLevels, nLevels), nonEmpty(roiSize), positive(srcStep)); s != ZorOk) return s;
+  if (auto s = firstFailure(channelChecks<n>(pHist, pLevels, nLevels), nonEmpty(roiSize), positive(srcStep));
+      s != ZorOk)
+    return s;
   for (int c = 0; c < n; ++c) makeLevels(pLevels[c], nLevels[c], lowerLevel[c], upperLevel[c]);
   Bins<T> bins[n];
   for (int c = 0; c < n; ++c) bins[c] = {pHist[c], pLevels[c], nLevels[c]};
@@ -288,27 +305,28 @@ ZorStatus evenChannels(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* c
 
 using namespace zori;
 
-#define STAMP_RANGE(type, leveltype)                                                                                      \
-  ZorStatus zoriHistogramRange_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,        \
-                                            const Zor##leveltype* pLevels, int nLevels)                                   \
-  { return rangeC1(pSrc, srcStep, roiSize, pHist, pLevels, nLevels); }                                                    \
+// clang-format off
+#define STAMP_RANGE(type, leveltype)                                                                               \
+  ZorStatus zoriHistogramRange_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, \
+                                            const Zor##leveltype* pLevels, int nLevels)                            \
+  { return rangeC1(pSrc, srcStep, roiSize, pHist, pLevels, nLevels); }                                             \
   STAMP_RANGE_N(type, leveltype, C3, 3) STAMP_RANGE_N(type, leveltype, C4, 4) STAMP_RANGE_N(type, leveltype, AC4, 3)
-#define STAMP_RANGE_N(type, leveltype, layout, n)                                                                         \
-  ZorStatus zoriHistogramRange_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize,               \
-    Zor32s* const pHist[n], const Zor##leveltype* const pLevels[n], const int nLevels[n])                                 \
+#define STAMP_RANGE_N(type, leveltype, layout, n)                                                           \
+  ZorStatus zoriHistogramRange_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, \
+    Zor32s* const pHist[n], const Zor##leveltype* const pLevels[n], const int nLevels[n])                   \
   { return rangeChannels<Zor##type, layout>(pSrc, srcStep, roiSize, pHist, pLevels, nLevels); }
 STAMP_RANGE(8u, 32s) STAMP_RANGE(16u, 32s) STAMP_RANGE(16s, 32s) STAMP_RANGE(32f, 32f)
 #undef STAMP_RANGE_N
 #undef STAMP_RANGE
 
-#define STAMP_EVEN(type)                                                                                                  \
-  ZorStatus zoriHistogramEven_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,         \
-                                           Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel)                  \
-  { return evenC1(pSrc, srcStep, roiSize, pHist, pLevels, nLevels, lowerLevel, upperLevel); }                             \
+#define STAMP_EVEN(type)                                                                                          \
+  ZorStatus zoriHistogramEven_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, \
+                                           Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel)          \
+  { return evenC1(pSrc, srcStep, roiSize, pHist, pLevels, nLevels, lowerLevel, upperLevel); }                     \
   STAMP_EVEN_N(type, C3, 3) STAMP_EVEN_N(type, C4, 4) STAMP_EVEN_N(type, AC4, 3)
-#define STAMP_EVEN_N(type, layout, n)                                                                                     \
-  ZorStatus zoriHistogramEven_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize,                \
-    Zor32s* const pHist[n], Zor32s* const pLevels[n], const int nLevels[n], const int lowerLevel[n], const int upperLevel[n]) \
+#define STAMP_EVEN_N(type, layout, n)                                                                                  \
+  ZorStatus zoriHistogramEven_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize,             \
+    Zor32s* const pHist[n], Zor32s* const pLevels[n], const int nLevels[n], const int lowerLevel[n], const int upperLevel[n])\
   { return evenChannels<Zor##type, layout>(pSrc, srcStep, roiSize, pHist, pLevels, nLevels, lowerLevel, upperLevel); }
 STAMP_EVEN(8u) STAMP_EVEN(16u) STAMP_EVEN(16s)
 #undef STAMP_EVEN_N

@@ -1,8 +1,8 @@
 // zori{LUT,LUT_Linear,LUT_Cubic}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}: samples through a curve that nodes describe.
 //
 // Interval k reaches from level k up to, but not including, level k + 1. In it, LUT gives value k, LUT_Linear the
-// straight line between nodes k and k + 1, LUT_Cubic the cubic through four nodes; fewer than four nodes, in any channel,
-// are joined by lines. A sample in no interval passes unchanged.
+// straight line between nodes k and k + 1, LUT_Cubic the cubic through four nodes; fewer than four nodes, in any
+// channel, are joined by lines. A sample in no interval passes unchanged.
 //
 //   8u, 16u, 16s   the curve is written into a map of all values, and samples are looked up. Intervals are written in
 //                  order, a later one over an earlier one. Values are cut toward zero, then clamped to the type
@@ -80,8 +80,8 @@ template <class T> Cubic cubicOfInterval(const Nodes<T>& nodes, int k)
 {
   const int m = firstNodeOfCubic(k, nodes.count);
   const Node<T>*x = nodes.levels + m, *y = nodes.values + m;
-  return cubicThrough(difference(x[0], x[1]), difference(x[2], x[1]), difference(x[3], x[1]),
-                      difference(y[0], y[1]), difference(y[2], y[1]), difference(y[3], y[1]));
+  return cubicThrough(difference(x[0], x[1]), difference(x[2], x[1]), difference(x[3], x[1]), difference(y[0], y[1]),
+                      difference(y[2], y[1]), difference(y[3], y[1]));
 }
 
 // ---- Maps of all values ----
@@ -348,7 +348,8 @@ ZorStatus curveC1(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize r
                   const Node<T>* pLevels, int nLevels)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pValues, pLevels), nonEmpty(roiSize), positive(srcStep, dstStep),
-                            enoughLevels(nLevels)); s != ZorOk)
+                            enoughLevels(nLevels));
+      s != ZorOk)
     return s;
   const Nodes<T> nodes{pValues, pLevels, nLevels};
   return ownzi_LUT<C, T, C1>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, &nodes);
@@ -373,28 +374,29 @@ ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
 
 using namespace zori;
 
-#define STAMP(name, curve, type, node)                                                                                    \
-  ZorStatus zori##name##_##type##_C1R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,                    \
-    ZorImgSize roiSize, const Zor##node* pValues, const Zor##node* pLevels, int nLevels)                                  \
-  { return curveC1<Curve::curve>(pSrc, srcStep, pDst, dstStep, roiSize, pValues, pLevels, nLevels); }                     \
-  ZorStatus zori##name##_##type##_C1IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor##node* pValues,   \
-    const Zor##node* pLevels, int nLevels)                                                                                \
-  {                                                                                                                       \
-    return zori##name##_##type##_C1R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels);       \
-  }                                                                                                                       \
+// clang-format off
+#define STAMP(name, curve, type, node)                                                                                 \
+  ZorStatus zori##name##_##type##_C1R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,                \
+    ZorImgSize roiSize, const Zor##node* pValues, const Zor##node* pLevels, int nLevels)                               \
+  { return curveC1<Curve::curve>(pSrc, srcStep, pDst, dstStep, roiSize, pValues, pLevels, nLevels); }                  \
+  ZorStatus zori##name##_##type##_C1IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor##node* pValues,\
+    const Zor##node* pLevels, int nLevels)                                                                             \
+  {                                                                                                                    \
+    return zori##name##_##type##_C1R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels);    \
+  }                                                                                                                    \
   STAMP_N(name, curve, type, node, C3, 3) STAMP_N(name, curve, type, node, C4, 4) STAMP_N(name, curve, type, node, AC4, 3)
-#define STAMP_N(name, curve, type, node, layout, n)                                                                       \
-  ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,            \
-    ZorImgSize roiSize, const Zor##node* const pValues[n], const Zor##node* const pLevels[n], const int nLevels[n])       \
-  {                                                                                                                       \
-    return curveChannels<Curve::curve, Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, pValues, pLevels, nLevels); \
-  }                                                                                                                       \
-  ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,                     \
-    const Zor##node* const pValues[n], const Zor##node* const pLevels[n], const int nLevels[n])                           \
-  {                                                                                                                       \
-    return zori##name##_##type##_##layout##R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels); \
+#define STAMP_N(name, curve, type, node, layout, n)                                                                    \
+  ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,        \
+    ZorImgSize roiSize, const Zor##node* const pValues[n], const Zor##node* const pLevels[n], const int nLevels[n])    \
+  {                                                                                                                    \
+    return curveChannels<Curve::curve, Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, pValues, pLevels, nLevels);\
+  }                                                                                                                    \
+  ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,                 \
+    const Zor##node* const pValues[n], const Zor##node* const pLevels[n], const int nLevels[n])                        \
+  {                                                                                                                    \
+    return zori##name##_##type##_##layout##R(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, pValues, pLevels, nLevels);\
   }
-#define STAMP_CURVE(name, curve)                                                                                          \
+#define STAMP_CURVE(name, curve) \
   STAMP(name, curve, 8u, 32s) STAMP(name, curve, 16u, 32s) STAMP(name, curve, 16s, 32s) STAMP(name, curve, 32f, 32f)
 STAMP_CURVE(LUT, Step) STAMP_CURVE(LUT_Linear, Linear) STAMP_CURVE(LUT_Cubic, Cubic)
 #undef STAMP_CURVE

@@ -45,7 +45,8 @@ static int otsuLevel(const double counts[256])
   double total = 0, sumX = 0;
   for (int i = 0; i < 256; ++i) total += counts[i];
   for (int i = 0; i < 256; ++i) sumX += counts[i] * (i + 0.5);
-  const double scale = static_cast<float>(static_cast<long long>(std::fabs(total))) > 1.1920928955078125e-07f ? 1.0 / total : 0.0;
+  const double scale =
+    static_cast<float>(static_cast<long long>(std::fabs(total))) > 1.1920928955078125e-07f ? 1.0 / total : 0.0;
   const double meanAll = sumX * scale;
   double w = 0, m = 0, best = 0, level = 0;
   for (int i = 0; i < 256; ++i) {
@@ -74,7 +75,9 @@ using namespace zori;
 
 ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pThreshold)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pThreshold), nonEmpty(roiSize), require(srcStep >= roiSize.width, ZorErrStep)); s != ZorOk)
+  if (auto s =
+        firstFailure(nonNull(pSrc, pThreshold), nonEmpty(roiSize), require(srcStep >= roiSize.width, ZorErrStep));
+      s != ZorOk)
     return s;
   double counts[256];
   countLevels(pSrc, srcStep, roiSize, counts);

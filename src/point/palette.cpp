@@ -41,7 +41,8 @@ template <class S> ZorStatus indexBits(int nBitSize)
 }
 
 template <class S, class D, class Pixels>
-void ownziLUTPalette(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize, Pixels pixels)
+void ownziLUTPalette(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize,
+                     Pixels pixels)
 {
   const auto walk = [&](auto index) {
     for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, index, pixels);
@@ -96,25 +97,26 @@ ZorStatus threeTablesAndAlpha(const T* pSrc, int srcStep, int alphaValue, T* pDs
 
 using namespace zori;
 
-#define STAMP_ONE(types, S, D, entry)                                                                                    \
-  ZorStatus zoriLUTPalette_##types##_C1R(const Zor##S* pSrc, int srcStep, Zor##D* pDst, int dstStep, ZorImgSize roiSize,  \
-                                         const Zor##D* pTable, int nBitSize)                                             \
+// clang-format off
+#define STAMP_ONE(types, S, D, entry)                                                                                  \
+  ZorStatus zoriLUTPalette_##types##_C1R(const Zor##S* pSrc, int srcStep, Zor##D* pDst, int dstStep, ZorImgSize roiSize,\
+                                         const Zor##D* pTable, int nBitSize)                                           \
   { return oneTable<entry>(pSrc, srcStep, pDst, dstStep, roiSize, pTable, nBitSize); }
 STAMP_ONE(8u, 8u, 8u, Zor8u) STAMP_ONE(16u, 16u, 16u, Zor16u) STAMP_ONE(16u8u, 16u, 8u, Zor8u)
 STAMP_ONE(8u24u, 8u, 8u, ThreeBytes) STAMP_ONE(16u24u, 16u, 8u, ThreeBytes)
 STAMP_ONE(8u32u, 8u, 32u, Zor32u) STAMP_ONE(16u32u, 16u, 32u, Zor32u)
 #undef STAMP_ONE
 
-#define STAMP_THREE(type, layout)                                                                                        \
-  ZorStatus zoriLUTPalette_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,         \
-                                                ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize)      \
+#define STAMP_THREE(type, layout)                                                                                   \
+  ZorStatus zoriLUTPalette_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,   \
+                                                ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize) \
   { return threeTables<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, pTable, nBitSize); }
 STAMP_THREE(8u, C3) STAMP_THREE(8u, AC4) STAMP_THREE(16u, C3) STAMP_THREE(16u, AC4)
 #undef STAMP_THREE
 
-#define STAMP_ALPHA(name, type, pixels)                                                                                  \
-  ZorStatus name##_##type##_C3A0C4R(const Zor##type* pSrc, int srcStep, int alphaValue, Zor##type* pDst, int dstStep,     \
-                                    ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize)                  \
+#define STAMP_ALPHA(name, type, pixels)                                                                               \
+  ZorStatus name##_##type##_C3A0C4R(const Zor##type* pSrc, int srcStep, int alphaValue, Zor##type* pDst, int dstStep, \
+                                    ZorImgSize roiSize, const Zor##type* const pTable[3], int nBitSize)               \
   { return threeTablesAndAlpha<pixels>(pSrc, srcStep, alphaValue, pDst, dstStep, roiSize, pTable, nBitSize); }
 STAMP_ALPHA(zoriLUTPalette, 8u, AlphaFirst) STAMP_ALPHA(zoriLUTPalette, 16u, AlphaFirst)
 STAMP_ALPHA(zoriLUTPaletteSwap, 8u, ReversedAlphaLast)

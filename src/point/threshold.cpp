@@ -8,7 +8,7 @@
 //
 // The order of the operands is what decides about a NaN. AC4 leaves the destination's fourth channel alone.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/point.h"
 
 namespace zori {
@@ -34,8 +34,8 @@ template <Side S> struct Clamp {
   template <class T> Vec<T> operator()(Vec<T> x, Vec<T> t) const { return S == Side::Greater ? min(x, t) : max(x, t); }
 };
 
-// Types whose minimum and maximum are one instruction: a sample is clamped, which tells by comparison whether it was beyond
-// the threshold, and if so the way from the threshold to the value is added, modulo the type's range.
+// Types whose minimum and maximum are one instruction: a sample is clamped, which tells by comparison whether it was
+// beyond the threshold, and if so the way from the threshold to the value is added, modulo the type's range.
 template <class T> inline constexpr bool isClampedFirst = std::is_same_v<T, Zor8u> || std::is_same_v<T, Zor16s>;
 
 // What an operation takes for the value.
@@ -70,16 +70,23 @@ struct ReplaceBothSides {
 
 // Integers whose values are the thresholds.
 struct ClampBothSides {
-  template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const { return min(max(x, c[0]), c[1]); }
+  template <class T, class Constants> Vec<T> operator()(Vec<T> x, const Constants& c) const
+  {
+    return min(max(x, c[0]), c[1]);
+  }
 };
 
-template <class... P> ZorStatus imageChecks(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roiSize,
-                                            const P*... constants)
+template <class... P>
+ZorStatus imageChecks(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roiSize,
+                      const P*... constants)
 {
   return firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep), nonNull(constants...));
 }
 
-inline ZorStatus knownSide(ZorCmpOp cmpOp) { return require(cmpOp == ZorCmpLess || cmpOp == ZorCmpGreater, ZorErrMode); }
+inline ZorStatus knownSide(ZorCmpOp cmpOp)
+{
+  return require(cmpOp == ZorCmpLess || cmpOp == ZorCmpGreater, ZorErrMode);
+}
 
 // A constant's array of the processed channels, as it lies in memory for AC4 too: the fourth is never used.
 template <Layout L, class T> Pattern<T> channelConstant(const T* constant)
@@ -98,36 +105,41 @@ template <Layout L, class T> Pattern<T> channelReplacement(const T* threshold, c
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold, ZorCmpOp cmpOp)
+ZorStatus ownzoriThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
+                           ZorCmpOp cmpOp)
 {
-  if (auto s = firstFailure(imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold), knownSide(cmpOp)); s != ZorOk) return s;
+  if (auto s = firstFailure(imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold), knownSide(cmpOp));
+      s != ZorOk)
+    return s;
   const Pattern<T> t = channelConstant<L>(threshold);
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
-  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(t, Serial{}, roiSize, Clamp<Side::Greater>{}, dst, src);
-  else mapRegionWith<L>(t, Serial{}, roiSize, Clamp<Side::Less>{}, dst, src);
+  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(t, roiSize, Clamp<Side::Greater>{}, dst, src);
+  else mapRegionWith<L>(t, roiSize, Clamp<Side::Less>{}, dst, src);
   return ZorOk;
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold_V(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold, const T* value,
-                        ZorCmpOp cmpOp)
+ZorStatus ownzoriThreshold_V(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
+                             const T* value, ZorCmpOp cmpOp)
 {
-  if (auto s = firstFailure(knownSide(cmpOp), imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value)); s != ZorOk)
+  if (auto s = firstFailure(knownSide(cmpOp), imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value));
+      s != ZorOk)
     return s;
   const Patterns<T, 2> constants{{channelConstant<L>(threshold), channelReplacement<L>(threshold, value)}};
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
-  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(constants, Serial{}, roiSize, Replace<Side::Greater>{}, dst, src);
-  else mapRegionWith<L>(constants, Serial{}, roiSize, Replace<Side::Less>{}, dst, src);
+  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(constants, roiSize, Replace<Side::Greater>{}, dst, src);
+  else mapRegionWith<L>(constants, roiSize, Replace<Side::Less>{}, dst, src);
   return ZorOk;
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold_GLV(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* thresholdLT,
-                           const T* valueLT, const T* thresholdGT, const T* valueGT)
+ZorStatus ownzoriThreshold_GLV(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
+                               const T* thresholdLT, const T* valueLT, const T* thresholdGT, const T* valueGT)
 {
-  if (auto s = imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, thresholdLT, valueLT, thresholdGT, valueGT); s != ZorOk)
+  if (auto s = imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, thresholdLT, valueLT, thresholdGT, valueGT);
+      s != ZorOk)
     return s;
   bool toThresholds = isInt<T>;
   for (int k = 0; k < processed<L>; ++k) {
@@ -140,12 +152,12 @@ ZorStatus ownzoriThreshold_GLV(const T* pSrc, int srcStep, T* pDst, int dstStep,
   if constexpr (isInt<T>)
     if (toThresholds) {
       const Patterns<T, 2> constants{{channelConstant<L>(thresholdLT), channelConstant<L>(thresholdGT)}};
-      mapRegionWith<L>(constants, Serial{}, roiSize, ClampBothSides{}, dst, src);
+      mapRegionWith<L>(constants, roiSize, ClampBothSides{}, dst, src);
       return ZorOk;
     }
   const Patterns<T, 4> constants{{channelConstant<L>(thresholdLT), channelReplacement<L>(thresholdLT, valueLT),
                                   channelConstant<L>(thresholdGT), channelReplacement<L>(thresholdGT, valueGT)}};
-  mapRegionWith<L>(constants, Serial{}, roiSize, ReplaceBothSides{}, dst, src);
+  mapRegionWith<L>(constants, roiSize, ReplaceBothSides{}, dst, src);
   return ZorOk;
 }
 
@@ -154,30 +166,31 @@ ZorStatus ownzoriThreshold_GLV(const T* pSrc, int srcStep, T* pDst, int dstStep,
 
 using namespace zori;
 
+// clang-format off
 // A form and its in-place twin. PARAMETER spells a constant's parameter, A its address: by value in C1, else an array.
-#define STAMP(name, type, layout, function, parameters, ...)                                                            \
-  ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,         \
-                                              ZorImgSize roiSize, UNPACK parameters)                                    \
-  { return function<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, __VA_ARGS__); }                           \
-  ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, UNPACK parameters) \
+#define STAMP(name, type, layout, function, parameters, ...)                                                           \
+  ZorStatus zori##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,        \
+                                              ZorImgSize roiSize, UNPACK parameters)                                   \
+  { return function<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, __VA_ARGS__); }                          \
+  ZorStatus zori##name##_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, UNPACK parameters)\
   { return function<Zor##type, layout>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, __VA_ARGS__); }
 #define UNPACK(...) __VA_ARGS__
 #define SCALAR(type, name) Zor##type name
 #define ARRAY3(type, name) const Zor##type name[3]
 #define ARRAY4(type, name) const Zor##type name[4]
-#define STAMP_VALUES(type, layout, P, A)                                                                                \
-  STAMP(Threshold_GTVal, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpGreater) \
+#define STAMP_VALUES(type, layout, P, A)                                                                               \
+  STAMP(Threshold_GTVal, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpGreater)\
   STAMP(Threshold_LTVal, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpLess)
-#define STAMP_LAYOUT(type, layout, P, A)                                                                                \
-  STAMP(Threshold, type, layout, ownzoriThreshold, (P(type, threshold), ZorCmpOp cmpOp), A threshold, cmpOp)                 \
-  STAMP(Threshold_GT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpGreater)                      \
-  STAMP(Threshold_LT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpLess)                         \
-  STAMP(Threshold_Val, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value), ZorCmpOp cmpOp), A threshold, A value, cmpOp) \
-  STAMP(Threshold_LTValGTVal, type, layout, ownzoriThreshold_GLV,                                                           \
-        (P(type, thresholdLT), P(type, valueLT), P(type, thresholdGT), P(type, valueGT)),                               \
-        A thresholdLT, A valueLT, A thresholdGT, A valueGT)                                                             \
+#define STAMP_LAYOUT(type, layout, P, A)                                                                               \
+  STAMP(Threshold, type, layout, ownzoriThreshold, (P(type, threshold), ZorCmpOp cmpOp), A threshold, cmpOp)           \
+  STAMP(Threshold_GT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpGreater)                \
+  STAMP(Threshold_LT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpLess)                   \
+  STAMP(Threshold_Val, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value), ZorCmpOp cmpOp), A threshold, A value, cmpOp)\
+  STAMP(Threshold_LTValGTVal, type, layout, ownzoriThreshold_GLV,                                                      \
+        (P(type, thresholdLT), P(type, valueLT), P(type, thresholdGT), P(type, valueGT)),                              \
+        A thresholdLT, A valueLT, A thresholdGT, A valueGT)                                                            \
   STAMP_VALUES(type, layout, P, A)
-#define STAMP_TYPE(type)                                                                                                \
+#define STAMP_TYPE(type) \
   STAMP_LAYOUT(type, C1, SCALAR, &) STAMP_LAYOUT(type, C3, ARRAY3, ) STAMP_LAYOUT(type, AC4, ARRAY3, ) STAMP_VALUES(type, C4, ARRAY4, )
 STAMP_TYPE(8u) STAMP_TYPE(16u) STAMP_TYPE(16s) STAMP_TYPE(32f)
 #undef STAMP_TYPE

@@ -2,7 +2,7 @@
 #include "convert.h"
 
 #include "frame/checks.h"
-#include "frame/corelib.h"
+#include "frame/numeric_mode.h"
 
 namespace zori {
 
@@ -26,6 +26,7 @@ static ZorStatus zorsConvert_Sfs(const Zor32f* pSrc, D* pDst, int length, ZorRou
   return ZorOk;
 }
 
+// clang-format off
 #define STAMP(type)                                                                     \
   ZorStatus zorsConvert_##type##32f(const Zor##type* pSrc, Zor32f* pDst, int length)    \
   { return zorsConvert(pSrc, pDst, length); }

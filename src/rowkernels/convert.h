@@ -1,8 +1,8 @@
 // Row kernels of type conversion: the operations on groups, and the kernels of one row that other families call.
 //
 // Integers widen exactly and narrow with saturation; to 32f they are exact up to 24 bits, 32s beyond that is rounded by
-// the control register. 32f to integers clamps to the bounds of the destination type, a NaN to the upper one, and rounds
-// by one of two rules.
+// the control register. 32f to integers clamps to the bounds of the destination type, a NaN to the upper one, and
+// rounds by one of two rules.
 #pragma once
 
 #include "drivers.h"
@@ -130,16 +130,14 @@ template <class S, class D> inline void ownzorsCnvrt(const S* pSrc, D* pDst, std
   else mapGroups(pDst, length, Converted<D>{}, pSrc);
 }
 
-template <class D>
-inline void ownzorsCnvrt_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
+template <class D> inline void ownzorsCnvrt_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
 {
   if (scaleFactor == 0) ownzorsCnvrt(pSrc, pDst, length);
   else mapGroups(pDst, length, Scaled<Rounded<D>>(scaleFactor), pSrc);
 }
 
 // Ties away from zero; the control register plays no part but in the sum.
-template <class D>
-inline void ownzorsCnvrtFin_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
+template <class D> inline void ownzorsCnvrtFin_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
 {
   if (scaleFactor == 0) mapGroups(pDst, length, RoundedAway<D>{}, pSrc);
   else mapGroups(pDst, length, Scaled<RoundedAway<D>>(scaleFactor), pSrc);

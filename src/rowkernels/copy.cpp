@@ -108,6 +108,7 @@ template <class T, class Kernel> static ZorStatus checked(const T* pSrc, T* pDst
 
 static void copyOne(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes) { ownsCopyRow_8u(src, dst, bytes, bytes); }
 
+// clang-format off
 #define STAMP(type)                                                             \
   ZorStatus zorsCopy_##type(const Zor##type* pSrc, Zor##type* pDst, int length) \
   { return checked(pSrc, pDst, length, copyOne); }                              \

@@ -15,6 +15,7 @@ void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes);
 // A row of a region of regionBytes in all: picks what is fastest at that size. The row may be its own source.
 void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
 
+// clang-format off
 // The checking forms: ZorErrNullPtr, then ZorErrSize for a length below 1.
 #define ZORI_DECLARE(type)                                                       \
   ZorStatus zorsCopy_##type(const Zor##type* pSrc, Zor##type* pDst, int length); \

@@ -7,19 +7,17 @@
 #pragma once
 
 #include "convert.h"
-#include "frame/corelib.h"
+#include "frame/numeric_mode.h"
 
 namespace zori {
 
 // Quotients of samples of type T as an operation on groups, in whole numbers rounded by Mode.
 template <class T, ZorRoundMode Mode = ZorRoundNearestEven> struct Quotient;
 
-// The rounding field under which rows of T are divided: integers ask for nearest, floats leave the caller's.
-template <class T> unsigned divisionRounding()
-{
-  constexpr bool isFloat = std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc>;
-  return isFloat ? zs_get_ssx() & roundingMask : roundNearest;
-}
+// The rounding under which rows of T are divided.
+template <class T>
+inline constexpr Rounding divisionRounding =
+  std::is_same_v<T, Zor32f> || std::is_same_v<T, Zor32fc> ? Rounding::Callers : Rounding::Nearest;
 
 // ---- Integers ----
 
@@ -79,7 +77,8 @@ template <> struct Quotient<Zor32f> {
     }
     if (moveMask(anyZero))
       for (int k = 0; k < q.parts; ++k)
-        q.part[k] = select(zeros.part[k] & unordered(q.part[k], q.part[k]), splat(zorConstantOfNAN_32f), q.part[k]);
+        q.part[k] = select(zeros.part[k] & unordered(q.part[k], q.part[k]),
+                           splat(std::numeric_limits<Zor32f>::quiet_NaN()), q.part[k]);
     return q;
   }
 };

@@ -23,7 +23,7 @@ inline F32x4 operator-(F32x4 a, const Lanes& b) { return a - F32x4(b); }
 inline F32x4 operator-(const Lanes& a, F32x4 b) { return F32x4(a) - b; }
 
 struct Constants {
-  Lanes log2e = 0x1.715476p0f, ln2 = 0x1.62e43p-24f; // the latter times 2^-23
+  Lanes log2e = 0x1.715476p0f, ln2 = 0x1.62e43p-24f;      // the latter times 2^-23
   Lanes ln2High = 0x1.62e4p-1f, ln2Low = 0x1.7f7d1cp-20f; // ln 2; multiples of the first, up to 2^8, are exact
   Lanes toInteger = 0x1.8p23f; // a sum with it is rounded to an integer, which is in its low bits
   Lanes half = 0.5f, one = 1.0f, two = 2.0f, expBound = 87.0f;

@@ -1,8 +1,8 @@
 // One row through tables: dst = table[index of src], a table a channel.
 //
-// No vector instruction of this level reads a table: a load of the index and one of the entry are needed for every sample.
-// As the processor stores but once a clock, results are put together in a register and stored as a word. A row may be its
-// own source, where its entries are no wider than its samples.
+// No vector instruction of this level reads a table: a load of the index and one of the entry are needed for every
+// sample. As the processor stores but once a clock, results are put together in a register and stored as a word. A row
+// may be its own source, where its entries are no wider than its samples.
 #pragma once
 
 #include "frame/layout.h"
@@ -18,7 +18,10 @@ template <class Word, class D> inline Word asBits(D entry) { return static_cast<
 template <Layout L> struct AlikePixels {
   static constexpr int src = channels<L>, dst = channels<L>, tables = processed<L>;
   static constexpr int place(int c) { return c; }
-  template <class Word, class D> Word rest(const D* pixel) const { return asBits<Word>(get<D>(pixel + 3)) << 24 * sizeof(D); }
+  template <class Word, class D> Word rest(const D* pixel) const
+  {
+    return asBits<Word>(get<D>(pixel + 3)) << 24 * sizeof(D);
+  }
 };
 
 // Which bits of a sample are the index.

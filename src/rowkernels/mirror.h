@@ -34,7 +34,8 @@ template <> struct OddPixels<3> {
   static constexpr int count = 4;
   static void reverse(const Zor8u* src, Zor8u* dst)
   {
-    const auto pairs = interleaveLow(loadLow8<std::uint64_t>(src + 4), loadLow8<std::uint64_t>(src - 2)); // . . a a a b b b
+    const auto pairs =
+      interleaveLow(loadLow8<std::uint64_t>(src + 4), loadLow8<std::uint64_t>(src - 2)); // . . a a a b b b
     const auto second = splat<std::uint64_t>(0xffffff000000);
     const auto swapped = shiftRight<40>(pairs) | (shiftLeft<8>(pairs) & second);
     storeLow8(dst, swapped);
@@ -83,7 +84,9 @@ template <int PixelBytes, bool KeepsFourth>
     constexpr std::ptrdiff_t lanes = 16 / PixelBytes;
     using T = std::conditional_t<PixelBytes == 4, std::uint8_t,
                                  std::conditional_t<PixelBytes == 8, std::uint16_t, std::uint32_t>>;
-    const auto take = [=](std::ptrdiff_t at) { return reversed<PixelBytes>(load<Zor8u>(end - (at + lanes) * PixelBytes)); };
+    const auto take = [=](std::ptrdiff_t at) {
+      return reversed<PixelBytes>(load<Zor8u>(end - (at + lanes) * PixelBytes));
+    };
     const auto write = [=](std::ptrdiff_t at, Vec<Zor8u> x) {
       Zor8u* const to = dst + at * PixelBytes;
       if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T>()), x, load<Zor8u>(to));

@@ -1,8 +1,11 @@
-// Reductions of rows to numbers. PixelVectors are taken apart into a vector a channel, and every channel has a reducer of its own:
+// Reductions of rows to numbers. PixelVectors are taken apart into a vector a channel, and every channel has a reducer
+// of its own:
 //
-//   add(j, x...)   takes Vec<T>::size pixels of the channel, of one image or of two; j counts the vectors of a row modulo
+//   add(j, x...)   takes Vec<T>::size pixels of the channel, of one image or of two; j counts the vectors of a row
+//   modulo
 //                  `groups`, for reducers with several accumulators
-//   flush()        is called after at most `capacity` vectors and at the end of a row (endRow), and widens what is narrow
+//   flush()        is called after at most `capacity` vectors and at the end of a row (endRow), and widens what is
+//   narrow
 //
 // What is missing to a whole vector at the end of a row is zero, or the row's last pixel again where `repeats` says so.
 #pragma once
@@ -24,7 +27,8 @@ template <Layout L, class T> inline PixelVectors<L, T> loadPixelVectors(const T*
   PixelVectors<L, T> pixels;
   if constexpr (L == C1) pixels.channel[0] = load<T>(p);
   else {
-    using U = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
+    using U = std::conditional_t<sizeof(T) == 1, std::uint8_t,
+                                 std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
     Vec<U> channel[channels<L>];
     split(reinterpret_cast<const U*>(p), channel);
     for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = as<T>(channel[k]);
@@ -83,7 +87,8 @@ template <Layout L, class R, class... T>
   forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) {
     if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
     else if (x < width)
-      add(j, loadPixelVectors<L>(static_cast<const T*>(LastPixels<L, T, R::repeats>(row + x * channels<L>, width - x).values))...);
+      add(j, loadPixelVectors<L>(
+               static_cast<const T*>(LastPixels<L, T, R::repeats>(row + x * channels<L>, width - x).values))...);
     x += lanes;
   });
   for (int k = 0; k < n; ++k) {
@@ -215,7 +220,8 @@ template <> struct SquareSum<std::uint16_t> : IntegerReducer {
 
 // ---- Extremes ----
 
-// Minima of floats take the processor longer than those of integers: several accumulators keep it busy. A NaN is passed over.
+// Minima of floats take the processor longer than those of integers: several accumulators keep it busy. A NaN is passed
+// over.
 template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 4 : 2;
 
 template <class T, bool Greatest> struct Extreme : IntegerReducer {
@@ -262,7 +268,8 @@ struct OrderedReducer : IntegerReducer {
   static constexpr bool orderFree = false;
 };
 
-// Pixel i of a row goes to lane i mod 16; the lanes of a row are added in pairs down to two, those in double to the total.
+// Pixel i of a row goes to lane i mod 16; the lanes of a row are added in pairs down to two, those in double to the
+// total.
 struct FastSum : OrderedReducer {
   static constexpr int groups = 4;
   F32x4 lanes[4] = {zero<float>(), zero<float>(), zero<float>(), zero<float>()};

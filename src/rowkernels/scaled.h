@@ -236,8 +236,8 @@ template <class T> struct ComplexProduct {
       const auto inHighHalf = [](Vec<Zor32u> p) { return as<L>(p) & splat(~L{0} << 32); };
       const Vec<T> swapped = shuffle<2, 3, 0, 1>(y), b = as<T>(shiftRight<32>(as<L>(x)));
       const Vec<L> ofRe = excess(x, y), ofIm = excess(x, swapped); // ac, bd in turn; ad, bc in turn
-      const Vec<L> re = product(x, y) - product(b, swapped) +
-                        inHighHalf(as<Zor32u>(ofRe) - as<Zor32u>(fromBelow(ofRe)));
+      const Vec<L> re =
+        product(x, y) - product(b, swapped) + inHighHalf(as<Zor32u>(ofRe) - as<Zor32u>(fromBelow(ofRe)));
       Vec<L> im = product(x, swapped) + product(b, y) - inHighHalf(as<Zor32u>(ofIm) + as<Zor32u>(fromBelow(ofIm)));
       const Vec<T> isLeast = equal(as<T>(im), as<T>(splat(L{1} << 63)));
       im += as<L>(isLeast & shuffle<2, 3, 0, 1>(isLeast));
@@ -290,8 +290,8 @@ using ConstantKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const 
 // What a kernel writes of a row: everything, or all but the fourth of four samples.
 enum class Shape { Whole, KeepFourth, KeepFourthComplex };
 
-// Three complex samples of each pixel of four, which has 8 parts: at(i, part) gives the vector from place i of the row on,
-// which is that part of its pixel.
+// Three complex samples of each pixel of four, which has 8 parts: at(i, part) gives the vector from place i of the row
+// on, which is that part of its pixel.
 template <class T, class At> inline void mapThreeOfFour(T* dst, std::ptrdiff_t length, At at)
 {
   for (std::ptrdiff_t i = 0; i < length; i += 8) {

@@ -65,6 +65,7 @@ template <class T> static ZorStatus checkedSet(const T& value, T* pDst, int leng
   return ZorOk;
 }
 
+// clang-format off
 #define STAMP(type)                                                                                                   \
   ZorStatus zorsSet_##type(Zor##type value, Zor##type* pDst, int length) { return checkedSet(value, pDst, length); } \
   ZorStatus zorsZero_##type(Zor##type* pDst, int length) { return checkedSet(Zor##type{}, pDst, length); }

@@ -48,6 +48,7 @@ void ownsSet_32s(Zor32s value, Zor32s* pDst, std::ptrdiff_t length);
 void ownsSet_64s(Zor64s value, Zor64s* pDst, std::ptrdiff_t length);
 void ownsZero_8u(Zor8u* pDst, std::ptrdiff_t bytes);
 
+// clang-format off
 // The checking forms: ZorErrNullPtr, then ZorErrSize for a length below 1.
 #define ZORI_DECLARE(type)                                                \
   ZorStatus zorsSet_##type(Zor##type value, Zor##type* pDst, int length); \

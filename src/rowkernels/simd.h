@@ -97,8 +97,8 @@ template <class T> inline void stream(void* p, Vec<T> x)
 inline void streamFence() { _mm_sfence(); }
 inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
 
-// x itself, of which the compiler forgets where it came from: what several operations share is then copied from register
-// to register and not loaded again for each, and a product with a constant stays a product.
+// x itself, of which the compiler forgets where it came from: what several operations share is then copied from
+// register to register and not loaded again for each, and a product with a constant stays a product.
 template <class T> inline Vec<T> loadedOnce(Vec<T> x)
 {
   asm("" : "+x"(x.v));
@@ -316,8 +316,14 @@ template <int N, class T> inline Vec<T> shiftRight(Vec<T> a)
   }
 }
 // The whole vector moved by N bytes towards higher (up) or lower (down) addresses; zeros come in.
-template <int N, class T> inline Vec<T> bytesUp(Vec<T> a) { return as<T>(Vec<uint8_t>{_mm_slli_si128(as<uint8_t>(a).v, N)}); }
-template <int N, class T> inline Vec<T> bytesDown(Vec<T> a) { return as<T>(Vec<uint8_t>{_mm_srli_si128(as<uint8_t>(a).v, N)}); }
+template <int N, class T> inline Vec<T> bytesUp(Vec<T> a)
+{
+  return as<T>(Vec<uint8_t>{_mm_slli_si128(as<uint8_t>(a).v, N)});
+}
+template <int N, class T> inline Vec<T> bytesDown(Vec<T> a)
+{
+  return as<T>(Vec<uint8_t>{_mm_srli_si128(as<uint8_t>(a).v, N)});
+}
 
 // ---- Comparison: lanes of all ones where it holds ----
 
@@ -397,12 +403,24 @@ template <class T> inline Vec<T> interleaveHigh(Vec<T> a, Vec<T> b)
 }
 
 template <class T> struct Wider;
-template <> struct Wider<uint8_t> { using Type = uint16_t; };
-template <> struct Wider<int8_t> { using Type = int16_t; };
-template <> struct Wider<uint16_t> { using Type = uint32_t; };
-template <> struct Wider<int16_t> { using Type = int32_t; };
-template <> struct Wider<uint32_t> { using Type = uint64_t; };
-template <> struct Wider<int32_t> { using Type = int64_t; };
+template <> struct Wider<uint8_t> {
+  using Type = uint16_t;
+};
+template <> struct Wider<int8_t> {
+  using Type = int16_t;
+};
+template <> struct Wider<uint16_t> {
+  using Type = uint32_t;
+};
+template <> struct Wider<int16_t> {
+  using Type = int32_t;
+};
+template <> struct Wider<uint32_t> {
+  using Type = uint64_t;
+};
+template <> struct Wider<int32_t> {
+  using Type = int64_t;
+};
 template <class T> using WiderT = typename Wider<T>::Type;
 
 template <class T> inline Vec<T> signs(Vec<T> a) { return greater(zero<T>(), a); }
@@ -479,10 +497,5 @@ template <int D, int C, int B, int A> inline F32x4 shuffle(F32x4 a, F32x4 b)
 {
   return {_mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(D, C, B, A))};
 }
-
-// ---- The control register ----
-
-inline unsigned controlWord() { return _mm_getcsr(); }
-inline void setControlWord(unsigned word) { _mm_setcsr(word); }
 
 } // namespace zori

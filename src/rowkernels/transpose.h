@@ -1,7 +1,9 @@
-// Tiles: a few pixels by a few, their rows turned into columns in registers. A pixel is 1, 2, 3, 4, 6, 8, 12 or 16 bytes.
+// Tiles: a few pixels by a few, their rows turned into columns in registers. A pixel is 1, 2, 3, 4, 6, 8, 12 or 16
+// bytes.
 //
-// Pixels of 1, 2, 4 and 8 bytes: rows are interleaved in pairs, in lanes that double from the pixel up to 8 bytes; every
-// half of a vector is then a column. Pixels of 3 bytes: two rows meet in lanes of 8 bytes. What is longer moves as it is.
+// Pixels of 1, 2, 4 and 8 bytes: rows are interleaved in pairs, in lanes that double from the pixel up to 8 bytes;
+// every half of a vector is then a column. Pixels of 3 bytes: two rows meet in lanes of 8 bytes. What is longer moves
+// as it is.
 #pragma once
 
 #include "drivers.h"
@@ -54,7 +56,8 @@ inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8
 {
   using U64x2 = Vec<std::uint64_t>;
   const auto pixelPairs = [=](const Zor8u* p) {
-    return as<std::uint64_t>(interleaveLow(loadLow8<std::uint64_t>(p), as<std::uint64_t>(loadFront<6>(p + 6, exactReads))));
+    return as<std::uint64_t>(
+      interleaveLow(loadLow8<std::uint64_t>(p), as<std::uint64_t>(loadFront<6>(p + 6, exactReads))));
   };
   const U64x2 first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff000000);
   const U64x2 a = pixelPairs(src), b = pixelPairs(src + srcStep); // a0 a1 . . | a2 a3 . .
@@ -88,9 +91,10 @@ template <int PixelBytes> struct owniTransposeTile {
       Zor8u* const to = dst + y * PixelBytes;
       const bool isLast = y + unitRows == rows;
       if constexpr (isLane) {
-        using T = std::conditional_t<PixelBytes == 1, std::uint8_t,
-                                     std::conditional_t<PixelBytes == 2, std::uint16_t,
-                                                        std::conditional_t<PixelBytes == 4, std::uint32_t, std::uint64_t>>>;
+        using T =
+          std::conditional_t<PixelBytes == 1, std::uint8_t,
+                             std::conditional_t<PixelBytes == 2, std::uint16_t,
+                                                std::conditional_t<PixelBytes == 4, std::uint32_t, std::uint64_t>>>;
         Vec<T> row[unitRows];
         for (int i = 0; i < unitRows; ++i) row[i] = load<T>(from + i * srcStep);
         storeColumns(row, to, dstStep);
@@ -105,9 +109,10 @@ template <int PixelBytes> struct owniTransposeTile {
     }
   }
 
-  // Asks for a share of the cache lines of a tile that lies as this one in a block to come, so that the tiles of a block
-  // share out its lines: `column` and `row` count the tiles of the block.
-  static void fetch(const Zor8u* src, std::ptrdiff_t srcStep, int column, const Zor8u* dst, std::ptrdiff_t dstStep, int row)
+  // Asks for a share of the cache lines of a tile that lies as this one in a block to come, so that the tiles of a
+  // block share out its lines: `column` and `row` count the tiles of the block.
+  static void fetch(const Zor8u* src, std::ptrdiff_t srcStep, int column, const Zor8u* dst, std::ptrdiff_t dstStep,
+                    int row)
   {
     constexpr int lines = (columns * rows * PixelBytes + 63) / 64; // as many on either side
     constexpr int share = lines <= 2 ? 2 : lines <= 4 ? 4 : 8;

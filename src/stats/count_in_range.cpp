@@ -33,7 +33,8 @@ template <class T> struct RangeCount : IntegerReducer {
 template <class T, Layout L>
 ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count, const T* lower, const T* upper)
 {
-  if (auto s = firstFailure(nonNull(pSrc, count, lower, upper), positive(srcStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc, count, lower, upper), positive(srcStep), nonEmpty(roiSize)); s != ZorOk)
+    return s;
   RangeCount<T> reducers[processed<L>];
   for (int k = 0; k < processed<L>; ++k) {
     reducers[k].lower = get<T>(lower + k);
@@ -44,7 +45,8 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
   for (int y = 0; y < roiSize.height; ++y) reduceRow<L>(reducers, roiSize.width, src[y]);
   // the zeros that fill the last vector of a row may lie in the range
   constexpr int lanes = Vec<T>::size;
-  const std::uint64_t filled = static_cast<std::uint64_t>((lanes - roiSize.width % lanes) % lanes) * static_cast<unsigned>(roiSize.height);
+  const std::uint64_t filled =
+    static_cast<std::uint64_t>((lanes - roiSize.width % lanes) % lanes) * static_cast<unsigned>(roiSize.height);
   for (int k = 0; k < processed<L>; ++k) {
     const bool zeroCounts = reducers[k].lower <= T(0) && T(0) <= reducers[k].upper;
     count[k] = static_cast<int>(static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? filled : 0)));
@@ -57,14 +59,15 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
 
 using namespace zori;
 
-#define STAMPS(type)                                                                                                      \
-  ZorStatus zoriCountInRange_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int* pCount,            \
-                                          Zor##type lower, Zor##type upper)                                               \
-  { return countRegion<Zor##type, C1>(pSrc, srcStep, roiSize, pCount, &lower, &upper); }                                  \
+// clang-format off
+#define STAMPS(type)                                                                                           \
+  ZorStatus zoriCountInRange_##type##_C1R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, \
+                                          Zor##type lower, Zor##type upper)                                    \
+  { return countRegion<Zor##type, C1>(pSrc, srcStep, roiSize, pCount, &lower, &upper); }                       \
   STAMP(type, C3) STAMP(type, AC4)
-#define STAMP(type, layout)                                                                                               \
-  ZorStatus zoriCountInRange_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int count[3],   \
-                                                  const Zor##type lower[3], const Zor##type upper[3])                     \
+#define STAMP(type, layout)                                                                                            \
+  ZorStatus zoriCountInRange_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, int count[3],\
+                                                  const Zor##type lower[3], const Zor##type upper[3])                  \
   { return countRegion<Zor##type, layout>(pSrc, srcStep, roiSize, count, lower, upper); }
 STAMPS(8u) STAMPS(32f)
 #undef STAMP

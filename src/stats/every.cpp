@@ -1,6 +1,6 @@
 // zori{MinEvery,MaxEvery}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR: the lesser or greater of two images, element by element.
 #include "frame/checks.h"
-#include "frame/walk.h"
+#include "walk/map.h"
 #include "zori/stats.h"
 
 namespace zori {
@@ -16,8 +16,9 @@ struct ownMaxEvery {
 template <class T, Layout L, class Op>
 ZorStatus everyRegion(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, ZorImgSize roiSize, Op op)
 {
-  if (auto s = firstFailure(nonNull(pSrc, pSrcDst), nonEmpty(roiSize), positive(srcStep, srcDstStep)); s != ZorOk) return s;
-  mapRegion<L>(Serial{}, roiSize, op, Rows{pSrcDst, srcDstStep}, Rows{pSrc, srcStep},
+  if (auto s = firstFailure(nonNull(pSrc, pSrcDst), nonEmpty(roiSize), positive(srcStep, srcDstStep)); s != ZorOk)
+    return s;
+  mapRegion<L>(roiSize, op, Rows{pSrcDst, srcDstStep}, Rows{pSrc, srcStep},
                Rows{static_cast<const T*>(pSrcDst), srcDstStep});
   return ZorOk;
 }
@@ -27,9 +28,10 @@ ZorStatus everyRegion(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, Zo
 
 using namespace zori;
 
-#define STAMP(name, op, type, layout)                                                                                     \
-  ZorStatus zori##name##_##type##_##layout##IR(const Zor##type* pSrc, int srcStep, Zor##type* pSrcDst, int srcDstStep,    \
-                                               ZorImgSize roiSize)                                                        \
+// clang-format off
+#define STAMP(name, op, type, layout)                                                                                  \
+  ZorStatus zori##name##_##type##_##layout##IR(const Zor##type* pSrc, int srcStep, Zor##type* pSrcDst, int srcDstStep, \
+                                               ZorImgSize roiSize)                                                     \
   { return everyRegion<Zor##type, layout>(pSrc, srcStep, pSrcDst, srcDstStep, roiSize, op{}); }
 #define STAMPS(name, op, type) STAMP(name, op, type, C1) STAMP(name, op, type, C3) STAMP(name, op, type, C4) STAMP(name, op, type, AC4)
 STAMPS(MinEvery, ownMinEvery, 8u) STAMPS(MinEvery, ownMinEvery, 16u) STAMPS(MinEvery, ownMinEvery, 16s) STAMPS(MinEvery, ownMinEvery, 32f)

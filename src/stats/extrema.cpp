@@ -1,7 +1,8 @@
-// zori{Min,Max,MinMax,MinIndx,MaxIndx}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R: extreme values of a region, and where they stand.
+// zori{Min,Max,MinMax,MinIndx,MaxIndx}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R: extreme values of a region, and where they
+// stand.
 //
-// The position is found in two phases: the first row whose extreme is strictly better than those above it, then the first
-// pixel of that row with the value.
+// The position is found in two phases: the first row whose extreme is strictly better than those above it, then the
+// first pixel of that row with the value.
 #include "frame/checks.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
@@ -85,25 +86,26 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
 
 using namespace zori;
 
-#define STAMP(type, layout, P, least, greatest, x, y)                                                                     \
-  ZorStatus zoriMin_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least))     \
-  { return extremeRegion<Zor##type, layout, false>(pSrc, srcStep, roiSize, least); }                                      \
-  ZorStatus zoriMax_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, greatest))  \
-  { return extremeRegion<Zor##type, layout, true>(pSrc, srcStep, roiSize, greatest); }                                    \
-  ZorStatus zoriMinMax_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least),  \
-                                            P(Zor##type, greatest))                                                       \
-  { return bothExtremes<Zor##type, layout>(pSrc, srcStep, roiSize, least, greatest); }                                    \
-  ZorStatus zoriMinIndx_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least), \
-                                             P(int, x), P(int, y))                                                        \
-  { return extremeWithIndex<Zor##type, layout, false>(pSrc, srcStep, roiSize, least, x, y); }                             \
-  ZorStatus zoriMaxIndx_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, greatest), \
-                                             P(int, x), P(int, y))                                                        \
+// clang-format off
+#define STAMP(type, layout, P, least, greatest, x, y)                                                                  \
+  ZorStatus zoriMin_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least))  \
+  { return extremeRegion<Zor##type, layout, false>(pSrc, srcStep, roiSize, least); }                                   \
+  ZorStatus zoriMax_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, greatest))\
+  { return extremeRegion<Zor##type, layout, true>(pSrc, srcStep, roiSize, greatest); }                                 \
+  ZorStatus zoriMinMax_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least),\
+                                            P(Zor##type, greatest))                                                    \
+  { return bothExtremes<Zor##type, layout>(pSrc, srcStep, roiSize, least, greatest); }                                 \
+  ZorStatus zoriMinIndx_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, least),\
+                                             P(int, x), P(int, y))                                                     \
+  { return extremeWithIndex<Zor##type, layout, false>(pSrc, srcStep, roiSize, least, x, y); }                          \
+  ZorStatus zoriMaxIndx_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, P(Zor##type, greatest),\
+                                             P(int, x), P(int, y))                                                     \
   { return extremeWithIndex<Zor##type, layout, true>(pSrc, srcStep, roiSize, greatest, x, y); }
 #define ONE(type, name) type* name
 #define THREE(type, name) type name[3]
 #define FOUR(type, name) type name[4]
-#define STAMPS(type)                                                                                                      \
-  STAMP(type, C1, ONE, pMin, pMax, pIndexX, pIndexY) STAMP(type, C3, THREE, min, max, indexX, indexY)                     \
+#define STAMPS(type)                                                                                  \
+  STAMP(type, C1, ONE, pMin, pMax, pIndexX, pIndexY) STAMP(type, C3, THREE, min, max, indexX, indexY) \
   STAMP(type, C4, FOUR, min, max, indexX, indexY) STAMP(type, AC4, THREE, min, max, indexX, indexY)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)
 #undef STAMPS

@@ -1,8 +1,8 @@
 // zoriMoments64f_{8u,16u,32f}_{C1,C3,AC4}R, zoriMoments64s_{8u,16u}_{C1,C3,AC4}R and the moment state: raw moments
 // m(i, j) = sum of x^i y^j I(x, y) up to the third order, and the central, normalised and Hu moments derived from them.
 //
-// A row is reduced to S_k = sum of x^k I for k = 0..3; then m(i, j) += y^j S_i. Integer rows are summed exactly in chunks
-// about an origin of their own and moved to the region's; the 64s states stay in 64-bit integers throughout.
+// A row is reduced to S_k = sum of x^k I for k = 0..3; then m(i, j) += y^j S_i. Integer rows are summed exactly in
+// chunks about an origin of their own and moved to the region's; the 64s states stay in 64-bit integers throughout.
 #include "frame/checks.h"
 #include "frame/memory.h"
 #include "rowkernels/reduce.h"
@@ -57,10 +57,11 @@ struct FourTotals {
   std::int64_t operator[](int k) const { return total[k]; }
 };
 
-// Samples of at most 8 bits as words, four vectors of eight columns a block: column 8j + c is sample c of vector j. Sums of
-// j^r times vector j, which still are words, leave ten products for the powers of the column up to the third. Over the
-// blocks, running sums of running sums give the powers of the block's number: with w = blocks - b (from `blocks` down to 1)
-// they are the sums of t, w t, w (w + 1) / 2 t and w (w + 1) (w + 2) / 6 t. No lane and no total of lanes passes 2^30.
+// Samples of at most 8 bits as words, four vectors of eight columns a block: column 8j + c is sample c of vector j.
+// Sums of j^r times vector j, which still are words, leave ten products for the powers of the column up to the third.
+// Over the blocks, running sums of running sums give the powers of the block's number: with w = blocks - b (from
+// `blocks` down to 1) they are the sums of t, w t, w (w + 1) / 2 t and w (w + 1) (w + 2) / 6 t. No lane and no total of
+// lanes passes 2^30.
 template <class Words> [[gnu::noinline]] ChunkSums sumChunk(int blocks, Words words)
 {
   // binomials of (8j + c)^k
@@ -155,7 +156,9 @@ template <Layout L, class A, class T> void sumRow(const T* row, int width, RowSu
       for (int i = 0; !direct && i < blocks * blockPixels; i += lanes) {
         PixelVectors<L, T> v;
         if (i + lanes <= pixels) v = loadPixelVectors<L>(row + i * channels<L>);
-        else if (i < pixels) v = loadPixelVectors<L>(static_cast<const T*>(LastPixels<L, T, false>(row + i * channels<L>, pixels - i).values));
+        else if (i < pixels)
+          v = loadPixelVectors<L>(
+            static_cast<const T*>(LastPixels<L, T, false>(row + i * channels<L>, pixels - i).values));
         else
           for (auto& c : v.channel) c = zero<T>();
         for (int k = 0; k < n; ++k) storeAligned(planes[k] + i, v.channel[k]);
@@ -178,8 +181,10 @@ ZorStatus momentsRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, ZorMomen
   using A = std::conditional_t<Integer, std::uint64_t, double>;
   constexpr int n = processed<L>;
   if (auto s = nonNull(pSrc, pState); s != ZorOk) return s;
-  if (auto s = firstFailure(require(pState->tag == (Integer ? tag64s : tag64f), ZorErrContext), positive(srcStep), nonEmpty(roiSize),
-                            require(srcStep >= static_cast<long long>(roiSize.width) * channels<L> * static_cast<int>(sizeof(T)), ZorErrStepTooSmall));
+  if (auto s = firstFailure(
+        require(pState->tag == (Integer ? tag64s : tag64f), ZorErrContext), positive(srcStep), nonEmpty(roiSize),
+        require(srcStep >= static_cast<long long>(roiSize.width) * channels<L> * static_cast<int>(sizeof(T)),
+                ZorErrStepTooSmall));
       s != ZorOk)
     return s;
   A m[n][16] = {};
@@ -199,7 +204,8 @@ ZorStatus momentsRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, ZorMomen
 
 // ---- Queries ----
 
-static ZorStatus queryChecks(const ZorMomentState* pState, const void* pValue, Zor32u tag, int mOrd, int nOrd, int nChannel)
+static ZorStatus queryChecks(const ZorMomentState* pState, const void* pValue, Zor32u tag, int mOrd, int nOrd,
+                             int nChannel)
 {
   if (auto s = nonNull(pState, pValue); s != ZorOk) return s;
   return firstFailure(require(pState->tag == tag, ZorErrContext),
@@ -212,7 +218,8 @@ struct Raw {
   double m[16];
   Raw(const ZorMomentState& state, int channel)
   {
-    for (int i = 0; i < 16; ++i) m[i] = state.tag == tag64f ? state.f[channel][i] : static_cast<double>(state.s[channel][i]);
+    for (int i = 0; i < 16; ++i)
+      m[i] = state.tag == tag64f ? state.f[channel][i] : static_cast<double>(state.s[channel][i]);
   }
   double total() const { return m[0]; }
   bool vanishes() const { return !(std::fabs(m[0]) > 2.220446049250313e-16); }
@@ -227,7 +234,8 @@ template <class A, class M> A spatialMoment(const M* m, int mOrd, int nOrd, A x0
   A sum = 0;
   for (int i = mOrd; i >= 0; --i)
     for (int j = nOrd; j >= 0; --j) {
-      const A term = static_cast<A>(binomial[mOrd][i] * binomial[nOrd][j]) * xPower[mOrd - i] * yPower[nOrd - j] * static_cast<A>(m[4 * i + j]);
+      const A term = static_cast<A>(binomial[mOrd][i] * binomial[nOrd][j]) * xPower[mOrd - i] * yPower[nOrd - j] *
+                     static_cast<A>(m[4 * i + j]);
       if (magnitude) *magnitude += std::fabs(static_cast<double>(term));
       sum += term;
     }
@@ -287,12 +295,14 @@ static Zor64s scaledInteger(Zor64s value, int scaleFactor)
   if (scaleFactor <= 0) {
     if (value == 0) return 0;
     const int shift = -(scaleFactor < -64 ? -64 : scaleFactor);
-    if (shift < 63 && value <= (INT64_MAX >> shift) && value >= (INT64_MIN >> shift)) return value * (Zor64s(1) << shift);
+    if (shift < 63 && value <= (INT64_MAX >> shift) && value >= (INT64_MIN >> shift))
+      return value * (Zor64s(1) << shift);
     return value > 0 ? INT64_MAX : INT64_MIN;
   }
   if (scaleFactor > 63) return 0; // at most a half of one
   const Zor64s quotient = scaleFactor == 63 ? (value < 0 ? -1 : 0) : value >> scaleFactor;
-  const auto rest = static_cast<std::uint64_t>(value) & ((std::uint64_t(1) << scaleFactor) - 1), half = std::uint64_t(1) << (scaleFactor - 1);
+  const auto rest = static_cast<std::uint64_t>(value) & ((std::uint64_t(1) << scaleFactor) - 1),
+             half = std::uint64_t(1) << (scaleFactor - 1);
   return quotient + (rest > half || (rest == half && (quotient & 1)) ? 1 : 0);
 }
 
@@ -332,7 +342,10 @@ ZorStatus zoriMomentInitAlloc_64f(ZorMomentState** ppState, ZorHint hint) { retu
 ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint) { return newState(ppState, tag64s, hint); }
 ZorStatus zoriMomentFree_64f(ZorMomentState* pState) { return freeState(pState, tag64f); }
 ZorStatus zoriMomentFree_64s(ZorMomentState* pState) { return freeState(pState, tag64s); }
-ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint) { return pState ? initState(pState, tag64s, hint) : ZorErrNullPtr; }
+ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint)
+{
+  return pState ? initState(pState, tag64s, hint) : ZorErrNullPtr;
+}
 
 ZorStatus zoriMomentGetStateSize_64s(ZorHint, int* pSize)
 {
@@ -341,8 +354,9 @@ ZorStatus zoriMomentGetStateSize_64s(ZorHint, int* pSize)
   return ZorOk;
 }
 
-#define STAMP(form, integer, type, layout)                                                                                \
-  ZorStatus zoriMoments##form##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState) \
+// clang-format off
+#define STAMP(form, integer, type, layout)                                                                             \
+  ZorStatus zoriMoments##form##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState)\
   { return momentsRegion<Zor##type, layout, integer>(pSrc, srcStep, roiSize, pState); }
 #define STAMPS(form, integer, type) STAMP(form, integer, type, C1) STAMP(form, integer, type, C3) STAMP(form, integer, type, AC4)
 STAMPS(64f, false, 8u) STAMPS(64f, false, 16u) STAMPS(64f, false, 32f) STAMPS(64s, true, 8u) STAMPS(64s, true, 16u)
@@ -374,22 +388,22 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
 }
 
 // A query of one value: the checks, the test of the normalising moment, the value in double.
-#define STAMP(name, offset, value)                                                                                        \
-  ZorStatus zoriGet##name##_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64f* pValue) \
-  {                                                                                                                       \
-    if (auto s = queryChecks(pState, pValue, tag64f, mOrd, nOrd, nChannel); s != ZorOk) return s;                         \
-    const Raw raw(*pState, nChannel);                                                                                     \
-    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                      \
-    *pValue = value;                                                                                                      \
-    return ZorOk;                                                                                                         \
-  }                                                                                                                       \
-  ZorStatus zoriGet##name##_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64s* pValue, int scaleFactor) \
-  {                                                                                                                       \
-    if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;                         \
-    const Raw raw(*pState, nChannel);                                                                                     \
-    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                      \
-    *pValue = scaledInteger(value, scaleFactor);                                                                          \
-    return ZorOk;                                                                                                         \
+#define STAMP(name, offset, value)                                                                                     \
+  ZorStatus zoriGet##name##_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64f* pValue)\
+  {                                                                                                                    \
+    if (auto s = queryChecks(pState, pValue, tag64f, mOrd, nOrd, nChannel); s != ZorOk) return s;                      \
+    const Raw raw(*pState, nChannel);                                                                                  \
+    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                   \
+    *pValue = value;                                                                                                   \
+    return ZorOk;                                                                                                      \
+  }                                                                                                                    \
+  ZorStatus zoriGet##name##_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64s* pValue, int scaleFactor)\
+  {                                                                                                                    \
+    if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;                      \
+    const Raw raw(*pState, nChannel);                                                                                  \
+    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                   \
+    *pValue = scaledInteger(value, scaleFactor);                                                                       \
+    return ZorOk;                                                                                                      \
   }
 #define UNPACK(...) __VA_ARGS__
 STAMP(CentralMoment, (), centralMoment(raw, mOrd, nOrd))
@@ -398,6 +412,7 @@ STAMP(NormalizedSpatialMoment, (ZorImgPoint roiOffset, ),
       spatialMoment<double>(raw.m, mOrd, nOrd, roiOffset.x, roiOffset.y) * raw.normaliser(mOrd, nOrd))
 #undef UNPACK
 #undef STAMP
+// clang-format on
 
 ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7])
 {

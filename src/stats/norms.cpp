@@ -1,9 +1,10 @@
 // zori{Norm,NormDiff,NormRel}_{Inf,L1,L2}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R, zoriNorm_Inf_32s_C1R.
 //
-// Integers are exact up to the last conversion. Floats go one of two ways by the hint: in double (accurate), or each row in
-// four lanes of single precision and the rows in double.
+// Integers are exact up to the last conversion. Floats go one of two ways by the hint: in double (accurate), or each
+// row in four lanes of single precision and the rows in double.
 //
-// A relative norm is formed in one of two ways, which differ in the last place and in what a vanishing denominator leaves:
+// A relative norm is formed in one of two ways, which differ in the last place and in what a vanishing denominator
+// leaves:
 //
 //   together   numerators and denominators in one pass; L2 is the root of the quotient of the sums of squares
 //   composed   the norm of the second image, then the norm of the difference, then the quotients
@@ -98,7 +99,8 @@ using Reducer = decltype(reducerOf<N, T, L, Images, IsAccurate>());
 template <class Numerator, class Denominator> struct Quotient : IntegerReducer {
   static constexpr bool orderFree = Numerator::orderFree, repeats = false;
   static constexpr int groups = Numerator::groups;
-  static constexpr std::ptrdiff_t capacity = Numerator::capacity < Denominator::capacity ? Numerator::capacity : Denominator::capacity;
+  static constexpr std::ptrdiff_t capacity =
+    Numerator::capacity < Denominator::capacity ? Numerator::capacity : Denominator::capacity;
   Numerator numerator;
   Denominator denominator;
   template <class V> void add(int j, V a, V b)
@@ -135,7 +137,8 @@ template <class R, Layout L, class... T> void measureStrips(ZorImgSize roi, Zor6
   for (int x = 0; x < roi.width; x += stripWidth) {
     const ZorImgSize strip{roi.width - x < stripWidth ? roi.width - x : stripWidth, roi.height};
     double norms[processed<L>];
-    measure<R, L>(strip, norms, true, Rows<const T>{image.first + static_cast<std::ptrdiff_t>(x) * channels<L>, image.step}...);
+    measure<R, L>(strip, norms, true,
+                  Rows<const T>{image.first + static_cast<std::ptrdiff_t>(x) * channels<L>, image.step}...);
     for (int k = 0; k < processed<L>; ++k) sums[k] += norms[k] * norms[k];
     if (strip.width < stripWidth) break;
   }
@@ -166,7 +169,8 @@ template <Norm N, class T, Layout L> constexpr bool isComposed(bool accurate)
   return std::is_same_v<T, Zor8u> ? N != Norm::Inf : accurate && N != Norm::Inf;
 }
 
-template <Norm N, Layout L, class T> ZorStatus composedQuotients(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T> a, Rows<const T> b)
+template <Norm N, Layout L, class T>
+ZorStatus composedQuotients(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T> a, Rows<const T> b)
 {
   double denominators[processed<L>];
   norms<N, L>(roi, denominators, hint, b);
@@ -221,7 +225,8 @@ ZorStatus normRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* nor
 }
 
 template <Norm N, class T, Layout L>
-ZorStatus normDiffRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* norm, ZorHint hint = ZorHintNone)
+ZorStatus normDiffRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* norm,
+                         ZorHint hint = ZorHintNone)
 {
   if (auto s = normChecks<T>(roiSize, positive(src1Step, src2Step), pSrc1, pSrc2, norm); s != ZorOk) return s;
   norms<N, L>(roiSize, norm, hint, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
@@ -229,7 +234,8 @@ ZorStatus normDiffRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
 }
 
 template <Norm N, class T, Layout L>
-ZorStatus normRelRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* norm, ZorHint hint = ZorHintNone)
+ZorStatus normRelRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* norm,
+                        ZorHint hint = ZorHintNone)
 {
   if (auto s = normChecks<T>(roiSize, positive(src1Step, src2Step), pSrc1, pSrc2, norm); s != ZorOk) return s;
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
@@ -246,18 +252,29 @@ ZorStatus normRelRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
 
 using namespace zori;
 
+ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm)
+{
+  if (auto s = normChecks<Zor32s>(roiSize, positive(srcStep), pSrc, pNorm); s != ZorOk) return s;
+  BothExtremes<Zor32s> extremes(0, 0);
+  reduceRegion<C1>(&extremes, roiSize, Rows{pSrc, srcStep});
+  const double least = extremes.least.value(), greatest = extremes.greatest.value();
+  *pNorm = -least > greatest ? -least : greatest;
+  return ZorOk;
+}
+
+// clang-format off
 #define UNPACK(...) __VA_ARGS__
-#define STAMP(n, type, layout, result, norm, hint, passed)                                                                \
-  ZorStatus zoriNorm_##n##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result UNPACK hint) \
-  { return normRegion<Norm::n, Zor##type, layout>(pSrc, srcStep, roiSize, norm UNPACK passed); }                          \
-  ZorStatus zoriNormDiff_##n##_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,         \
-                                                    int src2Step, ZorImgSize roiSize, result UNPACK hint)                 \
-  { return normDiffRegion<Norm::n, Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, roiSize, norm UNPACK passed); }   \
-  ZorStatus zoriNormRel_##n##_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,          \
-                                                   int src2Step, ZorImgSize roiSize, result UNPACK hint)                  \
+#define STAMP(n, type, layout, result, norm, hint, passed)                                                             \
+  ZorStatus zoriNorm_##n##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result UNPACK hint)\
+  { return normRegion<Norm::n, Zor##type, layout>(pSrc, srcStep, roiSize, norm UNPACK passed); }                       \
+  ZorStatus zoriNormDiff_##n##_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,      \
+                                                    int src2Step, ZorImgSize roiSize, result UNPACK hint)              \
+  { return normDiffRegion<Norm::n, Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, roiSize, norm UNPACK passed); }\
+  ZorStatus zoriNormRel_##n##_##type##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,       \
+                                                   int src2Step, ZorImgSize roiSize, result UNPACK hint)               \
   { return normRelRegion<Norm::n, Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, roiSize, norm UNPACK passed); }
-#define STAMP_LAYOUTS(n, type, hint, passed)                                                                              \
-  STAMP(n, type, C1, Zor64f* pNorm, pNorm, hint, passed) STAMP(n, type, C3, Zor64f norm[3], norm, hint, passed)           \
+#define STAMP_LAYOUTS(n, type, hint, passed)                                                                    \
+  STAMP(n, type, C1, Zor64f* pNorm, pNorm, hint, passed) STAMP(n, type, C3, Zor64f norm[3], norm, hint, passed) \
   STAMP(n, type, C4, Zor64f norm[4], norm, hint, passed) STAMP(n, type, AC4, Zor64f norm[3], norm, hint, passed)
 #define STAMP_INTEGERS(n) STAMP_LAYOUTS(n, 8u, (), ()) STAMP_LAYOUTS(n, 16u, (), ()) STAMP_LAYOUTS(n, 16s, (), ())
 STAMP_INTEGERS(Inf) STAMP_INTEGERS(L1) STAMP_INTEGERS(L2)
@@ -268,13 +285,3 @@ STAMP_LAYOUTS(L2, 32f, (, ZorHint hint), (, hint))
 #undef STAMP_LAYOUTS
 #undef STAMP
 #undef UNPACK
-
-ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm)
-{
-  if (auto s = normChecks<Zor32s>(roiSize, positive(srcStep), pSrc, pNorm); s != ZorOk) return s;
-  BothExtremes<Zor32s> extremes(0, 0);
-  reduceRegion<C1>(&extremes, roiSize, Rows{pSrc, srcStep});
-  const double least = extremes.least.value(), greatest = extremes.greatest.value();
-  *pNorm = -least > greatest ? -least : greatest;
-  return ZorOk;
-}

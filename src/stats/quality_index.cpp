@@ -1,7 +1,8 @@
 // zoriQualityIndex_{8u32f,16u32f,32f}_{C1,C3,AC4}R: the universal quality index of two images,
 // Q = 4 S12 m1 m2 / ((S11 + S22) (m1^2 + m2^2)) with the means m and the sums S of products of centred samples.
 //
-// The rows are summed in strips that do not depend on the team; partial sums are single precision and are added in order.
+// The rows are summed in strips that do not depend on the team; partial sums are single precision and are added in
+// order.
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/parallel.h"
@@ -11,18 +12,21 @@
 namespace zori {
 namespace {
 
-// Twelve lanes hold whole pixels of one, three and four channels: element i of a row is channel i mod channels everywhere.
+// Twelve lanes hold whole pixels of one, three and four channels: element i of a row is channel i mod channels
+// everywhere.
 constexpr int lanesInTurn = 12, chunkElements = 64 * lanesInTurn;
 
 struct CentredSums {
   F32x4 s11[3], s12[3], s22[3];
 };
 
-static void addProducts(CentredSums& sums, const Zor32f* a, const Zor32f* b, int length, const Zor32f* mean1, const Zor32f* mean2)
+static void addProducts(CentredSums& sums, const Zor32f* a, const Zor32f* b, int length, const Zor32f* mean1,
+                        const Zor32f* mean2)
 {
   for (int i = 0; i < length; i += lanesInTurn)
     for (int j = 0; j < 3; ++j) {
-      const F32x4 x = load<Zor32f>(a + i + 4 * j) - load<Zor32f>(mean1 + 4 * j), y = load<Zor32f>(b + i + 4 * j) - load<Zor32f>(mean2 + 4 * j);
+      const F32x4 x = load<Zor32f>(a + i + 4 * j) - load<Zor32f>(mean1 + 4 * j),
+                  y = load<Zor32f>(b + i + 4 * j) - load<Zor32f>(mean2 + 4 * j);
       sums.s11[j] += x * x;
       sums.s12[j] += x * y;
       sums.s22[j] += y * y;
@@ -31,9 +35,14 @@ static void addProducts(CentredSums& sums, const Zor32f* a, const Zor32f* b, int
 
 inline void toFloats(const Zor8u* from, Zor32f* to, int n) { zorsConvert_8u32f(from, to, n); }
 inline void toFloats(const Zor16u* from, Zor32f* to, int n) { zorsConvert_16u32f(from, to, n); }
-inline void toFloats(const Zor32f* from, Zor32f* to, int n) { std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(Zor32f)); }
+inline void toFloats(const Zor32f* from, Zor32f* to, int n)
+{
+  std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(Zor32f));
+}
 
-template <class T> [[gnu::noinline]] void sumRow(CentredSums& sums, const T* row1, const T* row2, std::ptrdiff_t length, const Zor32f* mean1, const Zor32f* mean2)
+template <class T>
+[[gnu::noinline]] void sumRow(CentredSums& sums, const T* row1, const T* row2, std::ptrdiff_t length,
+                              const Zor32f* mean1, const Zor32f* mean2)
 {
   alignas(16) Zor32f a[chunkElements], b[chunkElements];
   for (std::ptrdiff_t i = 0; i < length; i += chunkElements) {
@@ -64,31 +73,41 @@ template <Layout L> void addChannels(const F32x4 (&lanes)[3], Zor32f* sums)
 // the team.
 constexpr int mostStrips = 32;
 
+constexpr int picosecondsPerSample = 300;
+
 template <class T, Layout L>
-ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex,
-                       ZorStatus (*mean)(const T*, int, ZorImgSize, Zor64f*))
+ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, ZorImgSize roiSize,
+                       Zor32f* pQualityIndex, ZorStatus (*mean)(const T*, int, ZorImgSize, Zor64f*))
 {
   constexpr int n = processed<L>;
-  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pQualityIndex), nonEmpty(roiSize), positive(src1Step, src2Step)); s != ZorOk) return s;
+  if (auto s = firstFailure(nonNull(pSrc1, pSrc2, pQualityIndex), nonEmpty(roiSize), positive(src1Step, src2Step));
+      s != ZorOk)
+    return s;
 
+  const long long samples = static_cast<long long>(roiSize.width) * roiSize.height * channels<L>;
+  const TeamRule team = TeamRule::forWork(samples, picosecondsPerSample);
   const int strips = std::min(roiSize.height, mostStrips);
   Zor32f partials[mostStrips][3 * n] = {};
 
   double means[2][n];
-  staticRows(2, [&](int i) { mean(i == 0 ? pSrc1 : pSrc2, i == 0 ? src1Step : src2Step, roiSize, means[i]); });
+  staticRows(team, Rounding::Nearest, 2,
+             [&](int i) { mean(i == 0 ? pSrc1 : pSrc2, i == 0 ? src1Step : src2Step, roiSize, means[i]); });
   Zor32f mean1[lanesInTurn], mean2[lanesInTurn];
   for (int i = 0; i < lanesInTurn; ++i) { // the alpha of AC4 goes along and is never looked at
     mean1[i] = i % channels<L> < n ? static_cast<Zor32f>(means[0][i % channels<L>]) : 0.0f;
     mean2[i] = i % channels<L> < n ? static_cast<Zor32f>(means[1][i % channels<L>]) : 0.0f;
   }
 
-  const auto firstRow = [=](int strip) { return static_cast<int>(static_cast<long long>(roiSize.height) * strip / strips); };
-  staticRows(strips, [&](int strip) {
+  const auto firstRow = [=](int strip) {
+    return static_cast<int>(static_cast<long long>(roiSize.height) * strip / strips);
+  };
+  staticRows(team, Rounding::Nearest, strips, [&](int strip) {
     Zor32f* sums = partials[strip];
     for (int y = firstRow(strip); y < firstRow(strip + 1); ++y) {
       CentredSums row;
       for (int j = 0; j < 3; ++j) row.s11[j] = row.s12[j] = row.s22[j] = zero<Zor32f>();
-      sumRow(row, rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>, mean1, mean2);
+      sumRow(row, rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y),
+             static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>, mean1, mean2);
       addChannels<L>(row.s11, sums);
       addChannels<L>(row.s12, sums + n);
       addChannels<L>(row.s22, sums + 2 * n);
@@ -108,7 +127,7 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
     if (denominator >= 1.1920928955078125e-07) {
       pQualityIndex[k] = static_cast<Zor32f>(static_cast<double>(s12 * 4.0f) * m1 * m2 / denominator);
     } else {
-      pQualityIndex[k] = zorConstantOfNAN_32f;
+      pQualityIndex[k] = std::numeric_limits<Zor32f>::quiet_NaN();
       status = ZorErrQualitySize;
     }
   }
@@ -120,14 +139,15 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
 
 using namespace zori;
 
-#define STAMP(name, type, layout, result, mean)                                                                           \
-  ZorStatus zoriQualityIndex_##name##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2,           \
-                                                  int src2Step, ZorImgSize roiSize, result)                               \
+// clang-format off
+#define STAMP(name, type, layout, result, mean)                                                                 \
+  ZorStatus zoriQualityIndex_##name##_##layout##R(const Zor##type* pSrc1, int src1Step, const Zor##type* pSrc2, \
+                                                  int src2Step, ZorImgSize roiSize, result)                     \
   { return qualityIndex<Zor##type, layout>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, mean); }
-#define STAMPS(name, type, mean)                                                                                          \
-  STAMP(name, type, C1, Zor32f* pQualityIndex, mean(C1)) STAMP(name, type, C3, Zor32f pQualityIndex[3], mean(C3))         \
+#define STAMPS(name, type, mean)                                                                                  \
+  STAMP(name, type, C1, Zor32f* pQualityIndex, mean(C1)) STAMP(name, type, C3, Zor32f pQualityIndex[3], mean(C3)) \
   STAMP(name, type, AC4, Zor32f pQualityIndex[3], mean(AC4))
-#define FAST(layout)                                                                                                      \
+#define FAST(layout) \
   [](const Zor32f* p, int step, ZorImgSize roi, Zor64f* m) { return zoriMean_32f_##layout##R(p, step, roi, m, ZorHintFast); }
 #define BYTES(layout) zoriMean_8u_##layout##R
 #define WORDS(layout) zoriMean_16u_##layout##R

@@ -1,7 +1,7 @@
 // zoriSum_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R, zoriMean_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R.
 //
-// Integers are summed exactly. Floats go one of two ways by the hint: in double (accurate), or rows in single precision and
-// their totals in double. The mean divides in C1 and multiplies by the reciprocal elsewhere.
+// Integers are summed exactly. Floats go one of two ways by the hint: in double (accurate), or rows in single precision
+// and their totals in double. The mean divides in C1 and multiplies by the reciprocal elsewhere.
 #include "frame/checks.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
@@ -46,21 +46,22 @@ ZorStatus meanRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* mea
 
 using namespace zori;
 
-#define STAMP(type, layout, result, sum, mean)                                                                            \
-  ZorStatus zoriSum_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(sum))             \
-  { return sumRegion<Zor##type, layout>(pSrc, srcStep, roiSize, sum); }                                                   \
-  ZorStatus zoriMean_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(mean))           \
+// clang-format off
+#define STAMP(type, layout, result, sum, mean)                                                                  \
+  ZorStatus zoriSum_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(sum))   \
+  { return sumRegion<Zor##type, layout>(pSrc, srcStep, roiSize, sum); }                                         \
+  ZorStatus zoriMean_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, result(mean)) \
   { return meanRegion<Zor##type, layout>(pSrc, srcStep, roiSize, mean); }
-#define STAMP_HINT(layout, result, sum, mean)                                                                             \
-  ZorStatus zoriSum_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(sum), ZorHint hint)       \
-  { return sumRegion<Zor32f, layout>(pSrc, srcStep, roiSize, sum, hint); }                                                \
-  ZorStatus zoriMean_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(mean), ZorHint hint)     \
+#define STAMP_HINT(layout, result, sum, mean)                                                                         \
+  ZorStatus zoriSum_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(sum), ZorHint hint)   \
+  { return sumRegion<Zor32f, layout>(pSrc, srcStep, roiSize, sum, hint); }                                            \
+  ZorStatus zoriMean_32f_##layout##R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, result(mean), ZorHint hint) \
   { return meanRegion<Zor32f, layout>(pSrc, srcStep, roiSize, mean, hint); }
 #define ONE(name) Zor64f* name
 #define THREE(name) Zor64f name[3]
 #define FOUR(name) Zor64f name[4]
-#define STAMPS(type)                                                                                                      \
-  STAMP(type, C1, ONE, pSum, pMean) STAMP(type, C3, THREE, sum, mean) STAMP(type, C4, FOUR, sum, mean)                    \
+#define STAMPS(type)                                                                                   \
+  STAMP(type, C1, ONE, pSum, pMean) STAMP(type, C3, THREE, sum, mean) STAMP(type, C4, FOUR, sum, mean) \
   STAMP(type, AC4, THREE, sum, mean)
 STAMPS(8u) STAMPS(16u) STAMPS(16s)
 STAMP_HINT(C1, ONE, pSum, pMean) STAMP_HINT(C3, THREE, sum, mean) STAMP_HINT(C4, FOUR, sum, mean) STAMP_HINT(AC4, THREE, sum, mean)

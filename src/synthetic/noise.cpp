@@ -1,8 +1,9 @@
-// zoriAddRandUniform_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR, zoriAddRandGauss_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR:
-// noise added in place. Samples are drawn in memory order, from one generator a call.
+// zoriAddRandUniform_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR,
+// zoriAddRandGauss_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR: noise added in place. Samples are drawn in memory order,
+// from one generator a call.
 #include "frame/checks.h"
-#include "frame/corelib.h"
 #include "frame/layout.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/simd.h"
 #include "zori/synthetic.h"
 
@@ -39,7 +40,8 @@ private:
 class Uniform {
 public:
   Uniform(Zor32u seed, double low, double high)
-    : word_(seed), factor_((high - low) * 2.3283064365387e-10), middle_((low + high) * 0.5) {}
+    : word_(seed), factor_((high - low) * 2.3283064365387e-10), middle_((low + high) * 0.5)
+  {}
   double operator()() { return word_() * factor_ + middle_; }
   Zor32u state() const { return word_.state(); }
 
@@ -92,7 +94,7 @@ template <Layout L, class Source, class T>
 ZorStatus owniAddRand_Direct(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
 {
   if (auto s = firstFailure(nonNull(pSrcDst, pSeed), nonEmpty(roiSize), positive(srcDstStep)); s != ZorOk) return s;
-  const RoundingScope rounding(roundNearest);
+  const RoundingScope rounding(Rounding::Nearest);
   Source noise(*pSeed, static_cast<double>(parameter1), static_cast<double>(parameter2));
   for (int y = 0; y < roiSize.height; ++y) {
     T* p = rowAt(pSrcDst, srcDstStep, y);
@@ -108,12 +110,13 @@ ZorStatus owniAddRand_Direct(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T p
 
 using namespace zori;
 
-#define STAMP(type, layout)                                                                                               \
-  ZorStatus zoriAddRandUniform_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,       \
-                                                            Zor##type low, Zor##type high, Zor32u* pSeed)                 \
-  { return owniAddRand_Direct<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                                   \
-  ZorStatus zoriAddRandGauss_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,         \
-                                                          Zor##type mean, Zor##type stdDev, Zor32u* pSeed)                \
+// clang-format off
+#define STAMP(type, layout)                                                                                         \
+  ZorStatus zoriAddRandUniform_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, \
+                                                            Zor##type low, Zor##type high, Zor32u* pSeed)           \
+  { return owniAddRand_Direct<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                   \
+  ZorStatus zoriAddRandGauss_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,   \
+                                                          Zor##type mean, Zor##type stdDev, Zor32u* pSeed)          \
   { return owniAddRand_Direct<layout, Gauss>(pSrcDst, srcDstStep, roiSize, mean, stdDev, pSeed); }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)

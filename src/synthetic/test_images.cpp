@@ -31,7 +31,8 @@ template <Layout L, class T> void copyRow(const T* from, T* to, int width)
 template <class T> T jaehneSample(double v)
 {
   if constexpr (std::is_same_v<T, Zor32f>) return static_cast<Zor32f>((v + 1.0) * 0.49999);
-  else if constexpr (std::is_unsigned_v<T>) return static_cast<T>((v + 1.0) * (sizeof(T) == 1 ? 127.99999 : 32767.99999));
+  else if constexpr (std::is_unsigned_v<T>)
+    return static_cast<T>((v + 1.0) * (sizeof(T) == 1 ? 127.99999 : 32767.99999));
   else return static_cast<T>(v * (static_cast<double>(std::numeric_limits<T>::max()) + 0.99999));
 }
 
@@ -57,13 +58,15 @@ template <class T, Layout L> ZorStatus imageJaehne(T* pDst, int dstStep, ZorImgS
 
 // ---- Ramps ----
 
-// To the nearest integer, halves away from zero, within the bounds of the type. 32s is computed in double, which holds it.
+// To the nearest integer, halves away from zero, within the bounds of the type. 32s is computed in double, which holds
+// it.
 template <class T> T rampSample(Zor32f v)
 {
   if constexpr (std::is_same_v<T, Zor32f>) return v;
   else {
     using F = std::conditional_t<sizeof(T) == 4, double, float>;
-    constexpr F greatest = static_cast<F>(std::numeric_limits<T>::max()), least = static_cast<F>(std::numeric_limits<T>::min());
+    constexpr F greatest = static_cast<F>(std::numeric_limits<T>::max()),
+                least = static_cast<F>(std::numeric_limits<T>::min());
     const F x = v, half = F(0.5);
     if (x >= greatest - half) return std::numeric_limits<T>::max();
     if (!(x > least)) return std::numeric_limits<T>::min(); // a NaN too
@@ -82,9 +85,10 @@ ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor
       continue;
     }
     for (int x = 0; x < roiSize.width; ++x) {
-      const Zor32f position = static_cast<int>(axis) == ZorRampAlongX   ? static_cast<Zor32f>(x)
-                              : static_cast<int>(axis) == ZorRampAlongY ? static_cast<Zor32f>(y)
-                                                                        : static_cast<Zor32f>(static_cast<double>(x) * y);
+      const Zor32f position = static_cast<int>(axis) == ZorRampAlongX ? static_cast<Zor32f>(x)
+                              : static_cast<int>(axis) == ZorRampAlongY
+                                ? static_cast<Zor32f>(y)
+                                : static_cast<Zor32f>(static_cast<double>(x) * y);
       putPixel<L>(row, x, rampSample<T>(position * slope + offset));
     }
   }
@@ -96,11 +100,12 @@ ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor
 
 using namespace zori;
 
-#define STAMP(type, layout)                                                                                               \
-  ZorStatus zoriImageJaehne_##type##_##layout##R(Zor##type* pDst, int dstStep, ZorImgSize roiSize)                        \
-  { return imageJaehne<Zor##type, layout>(pDst, dstStep, roiSize); }                                                      \
-  ZorStatus zoriImageRamp_##type##_##layout##R(Zor##type* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset,           \
-                                               Zor32f slope, ZorRampAxis axis)                                            \
+// clang-format off
+#define STAMP(type, layout)                                                                                     \
+  ZorStatus zoriImageJaehne_##type##_##layout##R(Zor##type* pDst, int dstStep, ZorImgSize roiSize)              \
+  { return imageJaehne<Zor##type, layout>(pDst, dstStep, roiSize); }                                            \
+  ZorStatus zoriImageRamp_##type##_##layout##R(Zor##type* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, \
+                                               Zor32f slope, ZorRampAxis axis)                                  \
   { return imageRamp<Zor##type, layout>(pDst, dstStep, roiSize, offset, slope, axis); }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 STAMPS(8u) STAMPS(8s) STAMPS(16u) STAMPS(16s) STAMPS(32s) STAMPS(32f)

@@ -1,12 +1,12 @@
-// zoriWin{Bartlett,Hamming}_{8u,16u,32f}_{C1R,C1IR}, zoriWin{Bartlett,Hamming}Sep_{8u,16u,32f}_{C1R,C1IR}: an image times a
-// taper, radial or separable. Both are symmetric: half a window is computed and mirrored.
+// zoriWin{Bartlett,Hamming}_{8u,16u,32f}_{C1R,C1IR}, zoriWin{Bartlett,Hamming}Sep_{8u,16u,32f}_{C1R,C1IR}: an image
+// times a taper, radial or separable. Both are symmetric: half a window is computed and mirrored.
 //
 //   Bartlett   w(i) = 1 - |2 i / (n - 1) - 1|             radial: 1 - (2 / W) r inside the ellipse, 0 outside
 //   Hamming    w(i) = 0.54 - 0.46 cos(2 pi i / (n - 1))   radial: 0.54 - 0.46 cos((W / 2 - r) 2 pi / W), 0.08 outside
 #include "frame/checks.h"
-#include "frame/corelib.h"
 #include "frame/layout.h"
 #include "frame/memory.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/convert.h"
 #include "zori/synthetic.h"
 
@@ -65,7 +65,8 @@ template <class T> struct Taper {
 
 template <class T> ZorStatus windowChecks(const T* pSrc, int srcStep, const T* pDst, int dstStep, ZorImgSize roi)
 {
-  return firstFailure(nonNull(pSrc, pDst), require(roi.width >= 3 && roi.height >= 3, ZorErrSize), positive(srcStep, dstStep));
+  return firstFailure(nonNull(pSrc, pDst), require(roi.width >= 3 && roi.height >= 3, ZorErrSize),
+                      positive(srcStep, dstStep));
 }
 
 template <Window W, class T> ZorStatus separable(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
@@ -76,9 +77,10 @@ template <Window W, class T> ZorStatus separable(const T* pSrc, int srcStep, T* 
   Zor32f *const row = windows.get(), *const column = row + roiSize.width;
   fillWindow<W>(row, roiSize.width);
   fillWindow<W>(column, roiSize.height);
-  const RoundingScope nearest(roundNearest);
+  const RoundingScope nearest(Rounding::Nearest);
   for (int y = 0; y < roiSize.height; ++y)
-    mapGroups(rowAt(pDst, dstStep, y), roiSize.width, Taper<T>{column[y]}, rowAt(pSrc, srcStep, y), static_cast<const Zor32f*>(row));
+    mapGroups(rowAt(pDst, dstStep, y), roiSize.width, Taper<T>{column[y]}, rowAt(pSrc, srcStep, y),
+              static_cast<const Zor32f*>(row));
   return ZorOk;
 }
 
@@ -87,12 +89,13 @@ template <Window W, class T> ZorStatus radial(const T* pSrc, int srcStep, T* pDs
   if (auto s = windowChecks(pSrc, srcStep, pDst, dstStep, roiSize); s != ZorOk) return s;
   Scratch<Zor32f> row(roiSize.width);
   if (!row) return ZorErrAlloc;
-  const RoundingScope nearest(roundNearest);
+  const RoundingScope nearest(Rounding::Nearest);
   for (int y = 0; y <= (roiSize.height - 1) / 2; ++y) {
     fillRadialRow<W>(row.get(), y, roiSize);
     const int mirrored = roiSize.height - 1 - y;
     for (int line = y;; line = mirrored) {
-      mapGroups(rowAt(pDst, dstStep, line), roiSize.width, Taper<T>{1.0f}, rowAt(pSrc, srcStep, line), static_cast<const Zor32f*>(row.get()));
+      mapGroups(rowAt(pDst, dstStep, line), roiSize.width, Taper<T>{1.0f}, rowAt(pSrc, srcStep, line),
+                static_cast<const Zor32f*>(row.get()));
       if (line == mirrored) break;
     }
   }
@@ -104,10 +107,11 @@ template <Window W, class T> ZorStatus radial(const T* pSrc, int srcStep, T* pDs
 
 using namespace zori;
 
-#define STAMP(name, function, window, type)                                                                               \
-  ZorStatus zoriWin##name##_##type##_C1R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep, ZorImgSize roiSize) \
-  { return function<Window::window>(pSrc, srcStep, pDst, dstStep, roiSize); }                                             \
-  ZorStatus zoriWin##name##_##type##_C1IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize)                         \
+// clang-format off
+#define STAMP(name, function, window, type)                                                                            \
+  ZorStatus zoriWin##name##_##type##_C1R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep, ZorImgSize roiSize)\
+  { return function<Window::window>(pSrc, srcStep, pDst, dstStep, roiSize); }                                          \
+  ZorStatus zoriWin##name##_##type##_C1IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize)                      \
   { return function<Window::window, Zor##type>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize); }
 #define STAMPS(name, function, window) STAMP(name, function, window, 8u) STAMP(name, function, window, 16u) STAMP(name, function, window, 32f)
 STAMPS(Bartlett, radial, Bartlett) STAMPS(Hamming, radial, Hamming)

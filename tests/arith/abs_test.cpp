@@ -53,7 +53,10 @@ TEST(Abs, StepsAreMaskedInOneAndThreeChannels)
 TEST(Abs, WideFloatRowsWithAlpha)
 {
   // 256-pixel steps that start 64 pixels apart: the number of leading pixels that are written
-  struct { int width, covered; } cases[] = {{1, 1}, {255, 255}, {256, 256}, {257, 256}, {300, 256}, {511, 319}, {512, 320}, {513, 320}, {800, 384}, {1023, 447}};
+  struct {
+    int width, covered;
+  } cases[] = {{1, 1},     {255, 255}, {256, 256}, {257, 256}, {300, 256},
+               {511, 319}, {512, 320}, {513, 320}, {800, 384}, {1023, 447}};
   for (auto c : cases) {
     std::vector<float> src(static_cast<size_t>(c.width) * 4, -3.0f), dst(src.size(), -9.0f), inPlace = src;
     ASSERT_EQ(zoriAbs_32f_AC4R(src.data(), c.width * 16, dst.data(), c.width * 16, {c.width, 1}), ZorOk);

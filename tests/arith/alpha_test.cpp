@@ -35,7 +35,8 @@ template <class T> unsigned composed(int op, unsigned p1, unsigned a1, unsigned 
 }
 template <class T> T sample(int op, unsigned s1, unsigned a1, unsigned s2, unsigned a2)
 {
-  return static_cast<T>(op < 6 ? composed<T>(op, product<T>(s1, a1), a1, product<T>(s2, a2), a2) : composed<T>(op, s1, a1, s2, a2));
+  return static_cast<T>(op < 6 ? composed<T>(op, product<T>(s1, a1), a1, product<T>(s2, a2), a2)
+                               : composed<T>(op, s1, a1, s2, a2));
 }
 
 // Noise with many samples at the ends of the range.
@@ -52,20 +53,23 @@ template <class T> std::vector<T> noise(size_t n, unsigned seed)
 constexpr int width = 131, height = 3, step4 = width * 4 + 4;
 
 template <class T> struct Functions;
-#define FUNCTIONS(type)                                                                                                   \
-  template <> struct Functions<Zor##type> {                                                                               \
-    static constexpr auto compAC1 = zoriAlphaComp_##type##_AC1R, compAC4 = zoriAlphaComp_##type##_AC4R;                   \
-    static constexpr auto compAP4 = zoriAlphaComp_##type##_AP4R;                                                          \
-    static constexpr auto compC1 = zoriAlphaCompC_##type##_C1R, compC3 = zoriAlphaCompC_##type##_C3R;                     \
-    static constexpr auto compC4 = zoriAlphaCompC_##type##_C4R, compCAC4 = zoriAlphaCompC_##type##_AC4R;                  \
-    static constexpr auto compCAP4 = zoriAlphaCompC_##type##_AP4R;                                                        \
-    static constexpr auto premulAC4 = zoriAlphaPremul_##type##_AC4R; static constexpr auto premulAC4I = zoriAlphaPremul_##type##_AC4IR; \
-    static constexpr auto premulAP4 = zoriAlphaPremul_##type##_AP4R; static constexpr auto premulAP4I = zoriAlphaPremul_##type##_AP4IR; \
-    static constexpr auto premulCC1 = zoriAlphaPremulC_##type##_C1R, premulCC3 = zoriAlphaPremulC_##type##_C3R;           \
-    static constexpr auto premulCC4 = zoriAlphaPremulC_##type##_C4R, premulCAC4 = zoriAlphaPremulC_##type##_AC4R;         \
-    static constexpr auto premulCAP4 = zoriAlphaPremulC_##type##_AP4R; \
+#define FUNCTIONS(type)                                                                                                \
+  template <> struct Functions<Zor##type> {                                                                            \
+    static constexpr auto compAC1 = zoriAlphaComp_##type##_AC1R, compAC4 = zoriAlphaComp_##type##_AC4R;                \
+    static constexpr auto compAP4 = zoriAlphaComp_##type##_AP4R;                                                       \
+    static constexpr auto compC1 = zoriAlphaCompC_##type##_C1R, compC3 = zoriAlphaCompC_##type##_C3R;                  \
+    static constexpr auto compC4 = zoriAlphaCompC_##type##_C4R, compCAC4 = zoriAlphaCompC_##type##_AC4R;               \
+    static constexpr auto compCAP4 = zoriAlphaCompC_##type##_AP4R;                                                     \
+    static constexpr auto premulAC4 = zoriAlphaPremul_##type##_AC4R;                                                   \
+    static constexpr auto premulAC4I = zoriAlphaPremul_##type##_AC4IR;                                                 \
+    static constexpr auto premulAP4 = zoriAlphaPremul_##type##_AP4R;                                                   \
+    static constexpr auto premulAP4I = zoriAlphaPremul_##type##_AP4IR;                                                 \
+    static constexpr auto premulCC1 = zoriAlphaPremulC_##type##_C1R, premulCC3 = zoriAlphaPremulC_##type##_C3R;        \
+    static constexpr auto premulCC4 = zoriAlphaPremulC_##type##_C4R, premulCAC4 = zoriAlphaPremulC_##type##_AC4R;      \
+    static constexpr auto premulCAP4 = zoriAlphaPremulC_##type##_AP4R;                                                 \
   };
-FUNCTIONS(8u) FUNCTIONS(16u)
+FUNCTIONS(8u)
+FUNCTIONS(16u)
 
 template <class T> class Alpha : public testing::Test {
 protected:
@@ -91,7 +95,10 @@ protected:
   }
   struct Planes {
     T* p[4];
-    explicit Planes(std::vector<T>& v) { for (int k = 0; k < 4; ++k) p[k] = v.data() + k * (width + 1); }
+    explicit Planes(std::vector<T>& v)
+    {
+      for (int k = 0; k < 4; ++k) p[k] = v.data() + k * (width + 1);
+    }
     const T* const* read() const { return p; }
   };
 };
@@ -114,7 +121,8 @@ TYPED_TEST(Alpha, Composition)
     ASSERT_EQ(F::compAC4(a.data(), step, b.data(), step, dst.data(), step, roi, type), ZorOk);
     this->expect(width * 4, [&](size_t i, int x) {
       const size_t alpha = i - static_cast<size_t>(x % 4) + 3;
-      return x % 4 == 3 ? static_cast<T>(composed<T>(op, a[i], a[i], b[i], b[i])) : sample<T>(op, a[i], a[alpha], b[i], b[alpha]);
+      return x % 4 == 3 ? static_cast<T>(composed<T>(op, a[i], a[i], b[i], b[i]))
+                        : sample<T>(op, a[i], a[alpha], b[i], b[alpha]);
     });
     this->compare("AC4", op);
 
@@ -124,7 +132,8 @@ TYPED_TEST(Alpha, Composition)
       const int plane = x / (width + 1);
       if (x % (width + 1) == width) return this->before[i];
       const size_t alpha = i + static_cast<size_t>((3 - plane) * (width + 1));
-      return plane == 3 ? static_cast<T>(composed<T>(op, a[i], a[i], b[i], b[i])) : sample<T>(op, a[i], a[alpha], b[i], b[alpha]);
+      return plane == 3 ? static_cast<T>(composed<T>(op, a[i], a[i], b[i], b[i]))
+                        : sample<T>(op, a[i], a[alpha], b[i], b[alpha]);
     });
     this->compare("AP4", op);
 
@@ -146,7 +155,8 @@ TYPED_TEST(Alpha, Composition)
         this->compare("AC4 constant", op);
         pd = typename Alpha<T>::Planes(dst);
         ASSERT_EQ(F::compCAP4(pa.read(), step, c1, pb.read(), step, c2, pd.p, step, roi, type), ZorOk);
-        this->expect(3 * (width + 1), [&](size_t i, int x) { return x % (width + 1) == width ? this->before[i] : constant(i, x); });
+        this->expect(3 * (width + 1),
+                     [&](size_t i, int x) { return x % (width + 1) == width ? this->before[i] : constant(i, x); });
         this->compare("AP4 constant", op);
       }
   }
@@ -168,7 +178,8 @@ TYPED_TEST(Alpha, Premultiplication)
   auto inPlace = a;
   ASSERT_EQ(F::premulAC4I(inPlace.data(), step, roi), ZorOk);
   for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width * 4; ++x) ASSERT_EQ(inPlace[static_cast<size_t>(y * step4 + x)], pixel(static_cast<size_t>(y * step4 + x), x));
+    for (int x = 0; x < width * 4; ++x)
+      ASSERT_EQ(inPlace[static_cast<size_t>(y * step4 + x)], pixel(static_cast<size_t>(y * step4 + x), x));
 
   typename Alpha<T>::Planes pa(a), pd(dst);
   ASSERT_EQ(F::premulAP4(pa.read(), step, pd.p, step, roi), ZorOk);
@@ -183,7 +194,9 @@ TYPED_TEST(Alpha, Premultiplication)
   typename Alpha<T>::Planes pi(inPlace);
   ASSERT_EQ(F::premulAP4I(pi.p, step, roi), ZorOk);
   for (int x = 0; x < step4; ++x)
-    if (x % (width + 1) != width) { ASSERT_EQ(inPlace[static_cast<size_t>(x)], plane(static_cast<size_t>(x), x)); }
+    if (x % (width + 1) != width) {
+      ASSERT_EQ(inPlace[static_cast<size_t>(x)], plane(static_cast<size_t>(x), x));
+    }
 
   for (unsigned alpha : {0u, 77u, full<T>}) {
     const T c = static_cast<T>(alpha);
@@ -239,32 +252,41 @@ template <class T, class Call> void keyed(int channels, const T* key, Call call)
   }
 }
 
-TEST(ColorKey, TheSecondImageShowsThrough)
-{
-#define KEYED(type)                                                                                                       \
-  {                                                                                                                       \
-    static const Zor##type key[4] = {200, 3, Zor##type(-1), 77};                                                          \
-    keyed<Zor##type>(1, key, [](auto a, auto b, auto d, int s, ZorImgSize r) { return zoriCompColorKey_##type##_C1R(a, s, b, s, d, s, r, key[0]); }); \
-    keyed<Zor##type>(3, key, [](auto a, auto b, auto d, int s, ZorImgSize r) { return zoriCompColorKey_##type##_C3R(a, s, b, s, d, s, r, key); }); \
-    keyed<Zor##type>(4, key, [](auto a, auto b, auto d, int s, ZorImgSize r) { return zoriCompColorKey_##type##_C4R(a, s, b, s, d, s, r, key); }); \
+TEST(ColorKey, TheSecondImageShowsThrough){
+#define KEYED(type)                                                                                                    \
+  {                                                                                                                    \
+    static const Zor##type key[4] = {200, 3, Zor##type(-1), 77};                                                       \
+    keyed<Zor##type>(1, key, [](auto a, auto b, auto d, int s, ZorImgSize r) {                                         \
+      return zoriCompColorKey_##type##_C1R(a, s, b, s, d, s, r, key[0]);                                               \
+    });                                                                                                                \
+    keyed<Zor##type>(3, key, [](auto a, auto b, auto d, int s, ZorImgSize r) {                                         \
+      return zoriCompColorKey_##type##_C3R(a, s, b, s, d, s, r, key);                                                  \
+    });                                                                                                                \
+    keyed<Zor##type>(4, key, [](auto a, auto b, auto d, int s, ZorImgSize r) {                                         \
+      return zoriCompColorKey_##type##_C4R(a, s, b, s, d, s, r, key);                                                  \
+    });                                                                                                                \
   }
-  KEYED(8u) KEYED(16u) KEYED(16s)
-}
+  KEYED(8u) KEYED(16u) KEYED(16s)}
 
 TEST(ColorKey, ComposedElsewhere)
 {
   const Zor8u key[4] = {9, 8, 7, 6};
-  const Zor8u a[16] = {9, 8, 7, 6, 9, 8, 7, 5, 200, 100, 50, 0, 9, 8, 7, 6}, b[16] = {1, 2, 3, 4, 50, 60, 70, 80, 250, 240, 230, 220, 5, 6, 7, 8};
+  const Zor8u a[16] = {9, 8, 7, 6, 9, 8, 7, 5, 200, 100, 50, 0, 9, 8, 7, 6},
+              b[16] = {1, 2, 3, 4, 50, 60, 70, 80, 250, 240, 230, 220, 5, 6, 7, 8};
   for (int op = 0; op < 6; ++op) {
     Zor8u dst[16] = {11, 11, 11, 11, 22, 22, 22, 22, 33, 33, 33, 33, 44, 44, 44, 44};
-    ASSERT_EQ(zoriAlphaCompColorKey_8u_AC4R(a, 16, 120, b, 16, 77, dst, 16, {4, 1}, key, static_cast<ZorAlphaOp>(op)), ZorOk);
+    ASSERT_EQ(zoriAlphaCompColorKey_8u_AC4R(a, 16, 120, b, 16, 77, dst, 16, {4, 1}, key, static_cast<ZorAlphaOp>(op)),
+              ZorOk);
     for (int i = 0; i < 16; ++i) {
-      const int expected = i % 4 == 3 ? 11 * (i / 4 + 1) : i / 4 % 3 == 0 ? b[i] : sample<Zor8u>(op, a[i], 120, b[i], 77);
+      const int expected = i % 4 == 3       ? 11 * (i / 4 + 1)
+                           : i / 4 % 3 == 0 ? b[i]
+                                            : sample<Zor8u>(op, a[i], 120, b[i], 77);
       EXPECT_EQ(dst[i], expected) << op << ' ' << i;
     }
   }
   Zor8u dst[16] = {};
-  EXPECT_EQ(zoriAlphaCompColorKey_8u_AC4R(a, 16, 1, b, 16, 1, dst, 16, {4, 1}, key, ZorAlphaOverPremul), ZorErrAlphaType);
+  EXPECT_EQ(zoriAlphaCompColorKey_8u_AC4R(a, 16, 1, b, 16, 1, dst, 16, {4, 1}, key, ZorAlphaOverPremul),
+            ZorErrAlphaType);
   EXPECT_EQ(zoriAlphaCompColorKey_8u_AC4R(a, 16, 1, b, 16, 1, dst, 16, {0, 1}, key, ZorAlphaOverPremul), ZorErrSize);
 }
 

@@ -189,14 +189,20 @@ template <auto function, auto inPlace, class T, class... A> ConstantForm<T, A...
 
 } // namespace
 
-#define FORM(count, keeps, type, layout, suffix) \
-  {count, keeps, zoriDivC_##type##_##layout##R##suffix, zoriDivC_##type##_##layout##IR##suffix}
-#define SCALED(type, ...)                                                                  \
-  {oneChannel<zoriDivC_##type##_C1RSfs, zoriDivC_##type##_C1IRSfs, Zor##type, int>(),      \
-   FORM(3, false, type, C3, Sfs), FORM(4, true, type, AC4, Sfs), ##__VA_ARGS__}
-#define FLOATS(type, ...)                                                                  \
-  {oneChannel<zoriDivC_##type##_C1R, zoriDivC_##type##_C1IR, Zor##type>(),                 \
-   FORM(3, false, type, C3, ), FORM(4, true, type, AC4, ), ##__VA_ARGS__}
+#define FORM(count, keeps, type, layout, suffix)                                                                       \
+  {                                                                                                                    \
+    count, keeps, zoriDivC_##type##_##layout##R##suffix, zoriDivC_##type##_##layout##IR##suffix                        \
+  }
+#define SCALED(type, ...)                                                                                              \
+  {                                                                                                                    \
+    oneChannel<zoriDivC_##type##_C1RSfs, zoriDivC_##type##_C1IRSfs, Zor##type, int>(), FORM(3, false, type, C3, Sfs),  \
+      FORM(4, true, type, AC4, Sfs), ##__VA_ARGS__                                                                     \
+  }
+#define FLOATS(type, ...)                                                                                              \
+  {                                                                                                                    \
+    oneChannel<zoriDivC_##type##_C1R, zoriDivC_##type##_C1IR, Zor##type>(), FORM(3, false, type, C3, ),                \
+      FORM(4, true, type, AC4, ), ##__VA_ARGS__                                                                        \
+  }
 #define C4(type, suffix) FORM(4, false, type, C4, suffix)
 
 TEST(DivC, LayoutsAgreeWithSingleSamples)

@@ -77,7 +77,9 @@ template <class T, class Div, class DivRound> void expectQuotients(Div div, DivR
     ASSERT_EQ(divideRow<T>(div, pairs.den, pairs.num, dst, scale), ZorWarnDivByZero);
     for (const ZorRoundMode mode : modes) {
       ASSERT_EQ(divideRow<T>(divRound, pairs.den, pairs.num, rounded, mode, scale), ZorWarnDivByZero);
-      if (mode == ZorRoundNearestEven) { ASSERT_EQ(rounded, dst); }
+      if (mode == ZorRoundNearestEven) {
+        ASSERT_EQ(rounded, dst);
+      }
       for (std::size_t i = 0; i < dst.size(); ++i)
         expectNearlyExact(rounded[i], pairs.num[i], pairs.den[i], scale, mode);
     }
@@ -94,10 +96,12 @@ TEST(Div, EveryPairOfBytesAtEveryScale)
     ASSERT_EQ(divideRow(zoriDiv_8u_C1RSfs, pairs.den, pairs.num, dst, scale), ZorWarnDivByZero);
     for (const ZorRoundMode mode : modes) {
       ASSERT_EQ(divideRow(zoriDiv_Round_8u_C1RSfs, pairs.den, pairs.num, rounded, mode, scale), ZorWarnDivByZero);
-      if (mode == ZorRoundNearestEven) { ASSERT_EQ(rounded, dst); }
+      if (mode == ZorRoundNearestEven) {
+        ASSERT_EQ(rounded, dst);
+      }
       for (std::size_t i = 0; i < 65536; ++i)
         ASSERT_EQ(+rounded[i], +exactQuotient(pairs.num[i], pairs.den[i], scale, mode))
-            << +pairs.num[i] << " / " << +pairs.den[i] << " at scale " << scale << ", mode " << mode;
+          << +pairs.num[i] << " / " << +pairs.den[i] << " at scale " << scale << ", mode " << mode;
     }
   }
 }
@@ -231,11 +235,15 @@ TEST(Div, Complex16)
 TEST(Div, Complex32)
 {
   const Zor32s low = INT32_MIN, high = INT32_MAX;
-  struct { Zor32sc num, den; int scale; Zor32sc expected; } cases[] = {
+  struct {
+    Zor32sc num, den;
+    int scale;
+    Zor32sc expected;
+  } cases[] = {
     {{5, -5}, {2, 0}, 0, {2, -2}},
-    {{7, 5}, {0, 2}, 0, {2, -4}},                  // 2.5 - 3.5i
+    {{7, 5}, {0, 2}, 0, {2, -4}}, // 2.5 - 3.5i
     {{4, 7}, {0, 0}, 0, {0, 0}},
-    {{low, low}, {low, low}, -4, {16, 0}},         // numerator and square at 2^63
+    {{low, low}, {low, low}, -4, {16, 0}}, // numerator and square at 2^63
     {{low, low}, {low, low}, -31, {high, 0}},
     {{low, low}, {1, 1}, 0, {low, 0}},
     {{low, high}, {1, 0}, 0, {low, high}},
@@ -247,7 +255,7 @@ TEST(Div, Complex32)
     {{1, 0}, {high, 0}, INT_MIN, {high, 0}},
     {{-1, 1}, {high, 0}, -1000, {low, high}},
     {{low, low}, {1, 0}, INT_MAX, {0, 0}},
-    {{low, low}, {1, 0}, 32, {0, 0}},              // -1/2
+    {{low, low}, {1, 0}, 32, {0, 0}}, // -1/2
     {{low, low}, {1, 0}, 31, {-1, -1}},
   };
   for (const auto& c : cases) {
@@ -289,15 +297,23 @@ TEST(Div, ComplexFloats)
 
 // ---- Layouts, rounding mode ----
 
-#define FORMS(name, type, suffix)                                                                                    \
-  {{1, false, name##_##type##_C1R##suffix, name##_##type##_C1IR##suffix},                                            \
-   {3, false, name##_##type##_C3R##suffix, name##_##type##_C3IR##suffix},                                            \
-   {4, false, name##_##type##_C4R##suffix, name##_##type##_C4IR##suffix},                                            \
-   {4, true, name##_##type##_AC4R##suffix, name##_##type##_AC4IR##suffix}}
-#define FORMS_WITHOUT_C4(name, type, suffix)                                                                         \
-  {{1, false, name##_##type##_C1R##suffix, name##_##type##_C1IR##suffix},                                            \
-   {3, false, name##_##type##_C3R##suffix, name##_##type##_C3IR##suffix},                                            \
-   {4, true, name##_##type##_AC4R##suffix, name##_##type##_AC4IR##suffix}}
+#define FORMS(name, type, suffix)                                                                                      \
+  {                                                                                                                    \
+    {1, false, name##_##type##_C1R##suffix, name##_##type##_C1IR##suffix},                                             \
+      {3, false, name##_##type##_C3R##suffix, name##_##type##_C3IR##suffix},                                           \
+      {4, false, name##_##type##_C4R##suffix, name##_##type##_C4IR##suffix},                                           \
+    {                                                                                                                  \
+      4, true, name##_##type##_AC4R##suffix, name##_##type##_AC4IR##suffix                                             \
+    }                                                                                                                  \
+  }
+#define FORMS_WITHOUT_C4(name, type, suffix)                                                                           \
+  {                                                                                                                    \
+    {1, false, name##_##type##_C1R##suffix, name##_##type##_C1IR##suffix},                                             \
+      {3, false, name##_##type##_C3R##suffix, name##_##type##_C3IR##suffix},                                           \
+    {                                                                                                                  \
+      4, true, name##_##type##_AC4R##suffix, name##_##type##_AC4IR##suffix                                             \
+    }                                                                                                                  \
+  }
 
 TEST(Div, LayoutsAgreeWithSingleSamples)
 {

@@ -97,7 +97,10 @@ template <class T> struct LooseImage {
 // Rows of every length up to a few vectors, with gaps and without, on even and odd addresses.
 template <class Body> void forEachShape(int channels, Body body)
 {
-  struct { std::size_t offset; int gap; } places[] = {{0, 0}, {0, 16}, {1, 7}, {4, 3}};
+  struct {
+    std::size_t offset;
+    int gap;
+  } places[] = {{0, 0}, {0, 16}, {1, 7}, {4, 3}};
   for (const auto& place : places)
     for (int width = 1; width * channels <= 72; ++width) body(width, place.offset, place.gap);
   body(800, std::size_t{0}, 8);

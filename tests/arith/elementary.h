@@ -83,7 +83,8 @@ template <class T, class... A> void expectLayoutsAgree(std::initializer_list<For
         std::vector<T> inPlace = src;
         if (form.plain) {
           ASSERT_GE(form.plain(src.data(), step, dst.data(), step, {width, height}, arguments...), ZorOk);
-          ASSERT_EQ(std::memcmp(dst.data(), expected.data(), dst.size() * sizeof(T)), 0) << form.channels << " " << width;
+          ASSERT_EQ(std::memcmp(dst.data(), expected.data(), dst.size() * sizeof(T)), 0)
+            << form.channels << " " << width;
         }
         ASSERT_GE(form.inPlace(inPlace.data(), step, {width, height}, arguments...), ZorOk);
         for (std::size_t i = 0; i < src.size(); ++i) {
@@ -126,7 +127,8 @@ void expectLastPlace(ZorStatus (*function)(const Zor32f*, int, Zor32f*, int, Zor
       const float rounded = static_cast<float>(exact);
       if (rounded != rounded) ASSERT_NE(dst[i], dst[i]) << src[i];
       else if (rounded - rounded != 0 || dst[i] - dst[i] != 0) ASSERT_EQ(dst[i], rounded) << src[i];
-      else ASSERT_LE(std::abs(place(dst[i]) - place(rounded)), 1) << src[i] << " gives " << dst[i] << " for " << rounded;
+      else
+        ASSERT_LE(std::abs(place(dst[i]) - place(rounded)), 1) << src[i] << " gives " << dst[i] << " for " << rounded;
     }
   }
 }

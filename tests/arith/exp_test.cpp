@@ -50,7 +50,8 @@ TEST(Exp, StepsAtTheEndsOfTheRange)
 
 TEST(Exp, FloatsWithinTheLastPlace)
 {
-  expectLastPlace(zoriExp_32f_C1R, [](double x) { return std::exp(x); }, [](float) { return true; });
+  expectLastPlace(
+    zoriExp_32f_C1R, [](double x) { return std::exp(x); }, [](float) { return true; });
   // where results are denormal, and where they pass the bounds
   for (const float from : {-104.2f, -103.5f, -87.5f, 86.99f, 88.7f}) {
     std::vector<float> src, dst(4000);
@@ -67,8 +68,10 @@ TEST(Exp, FloatsWithinTheLastPlace)
 TEST(Exp, FloatsOutsideTheOrdinaryRange)
 {
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-  struct { float x, y; } cases[] = {{0, 1}, {-0.0f, 1}, {inf, inf}, {-inf, 0}, {nan, nan}, {-nan, nan}, {89, inf},
-                                    {-104, 0}, {1e-45f, 1}, {std::numeric_limits<float>::max(), inf}};
+  struct {
+    float x, y;
+  } cases[] = {{0, 1},      {-0.0f, 1}, {inf, inf}, {-inf, 0},   {nan, nan},
+               {-nan, nan}, {89, inf},  {-104, 0},  {1e-45f, 1}, {std::numeric_limits<float>::max(), inf}};
   for (const auto& c : cases)
     for (int length = 1; length <= 40; ++length)
       for (int at = 0; at < length; ++at) {
@@ -96,8 +99,8 @@ TEST(Exp, TheCallersRoundingModeDoesNotMatter)
 
 TEST(Exp, LayoutsAgree)
 {
-#define FORMS(type, suffix)                                                                                          \
-  {1, false, zoriExp_##type##_C1R##suffix, zoriExp_##type##_C1IR##suffix},                                           \
+#define FORMS(type, suffix)                                                                                            \
+  {1, false, zoriExp_##type##_C1R##suffix, zoriExp_##type##_C1IR##suffix},                                             \
     {3, false, zoriExp_##type##_C3R##suffix, zoriExp_##type##_C3IR##suffix}
   expectLayoutsAgree<Zor8u, int>({FORMS(8u, Sfs)}, 300);
   expectLayoutsAgree<Zor16u, int>({FORMS(16u, Sfs)}, 60000);

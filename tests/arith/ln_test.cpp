@@ -36,7 +36,8 @@ template <class T, class F> static void expectRowsAlike(F function)
     const ZorStatus status = function(src.data(), step, whole.data(), step, {width, height}, scale);
     EXPECT_EQ(status, ZorWarnLnZeroArg);
     EXPECT_EQ(function(inPlace.data(), step, inPlace.data(), step, {width, height}, scale), status);
-    for (int y = 0; y < height; ++y) function(src.data() + y * width, step, rows.data() + y * width, step, {width, 1}, scale);
+    for (int y = 0; y < height; ++y)
+      function(src.data() + y * width, step, rows.data() + y * width, step, {width, 1}, scale);
     EXPECT_EQ(whole, rows) << scale;
     EXPECT_EQ(inPlace, rows) << scale;
   }
@@ -50,7 +51,8 @@ TEST(Ln, LargeRegionsAreAsTheirRows)
 
 TEST(Ln, FloatsWithinTheLastPlace)
 {
-  expectLastPlace(zoriLn_32f_C1R, [](double x) { return std::log(x); }, [](float x) { return !(x <= 0); });
+  expectLastPlace(
+    zoriLn_32f_C1R, [](double x) { return std::log(x); }, [](float x) { return !(x <= 0); });
   // near 1, where the logarithm vanishes
   for (float x = 1 - 1000 * 0x1p-24f; x <= 1 + 1000 * 0x1p-23f; x = std::nextafter(x, 2.0f)) {
     float y;
@@ -62,10 +64,20 @@ TEST(Ln, FloatsWithinTheLastPlace)
 TEST(Ln, FloatsOutsideTheOrdinaryRange)
 {
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-  struct { float x, y; ZorStatus status; } cases[] = {
-    {0, -inf, ZorWarnLnZeroArg}, {-0.0f, -inf, ZorWarnLnZeroArg},
-    {-1, nan, ZorWarnLnNegArg}, {-inf, nan, ZorWarnLnNegArg}, {-1e-45f, nan, ZorWarnLnNegArg}, {inf, inf, ZorOk}, {nan, nan, ZorOk}, {-nan, nan, ZorOk}, {1, 0, ZorOk},
-    {1e-45f, -103.278929f, ZorOk}, {std::numeric_limits<float>::max(), 88.722839f, ZorOk}};
+  struct {
+    float x, y;
+    ZorStatus status;
+  } cases[] = {{0, -inf, ZorWarnLnZeroArg},
+               {-0.0f, -inf, ZorWarnLnZeroArg},
+               {-1, nan, ZorWarnLnNegArg},
+               {-inf, nan, ZorWarnLnNegArg},
+               {-1e-45f, nan, ZorWarnLnNegArg},
+               {inf, inf, ZorOk},
+               {nan, nan, ZorOk},
+               {-nan, nan, ZorOk},
+               {1, 0, ZorOk},
+               {1e-45f, -103.278929f, ZorOk},
+               {std::numeric_limits<float>::max(), 88.722839f, ZorOk}};
   for (const auto& c : cases)
     for (int length = 1; length <= 40; ++length)
       for (int at = 0; at < length; ++at) {
@@ -120,8 +132,8 @@ TEST(Ln, TheCallersRoundingModeDoesNotMatter)
 
 TEST(Ln, LayoutsAgree)
 {
-#define FORMS(type, suffix)                                                                                          \
-  {1, false, zoriLn_##type##_C1R##suffix, zoriLn_##type##_C1IR##suffix},                                             \
+#define FORMS(type, suffix)                                                                                            \
+  {1, false, zoriLn_##type##_C1R##suffix, zoriLn_##type##_C1IR##suffix},                                               \
     {3, false, zoriLn_##type##_C3R##suffix, zoriLn_##type##_C3IR##suffix}
   expectLayoutsAgree<Zor8u, int>({FORMS(8u, Sfs)}, -5);
   expectLayoutsAgree<Zor16u, int>({FORMS(16u, Sfs)}, -12);

@@ -79,9 +79,13 @@ template <class T> static void expectProducts(std::initializer_list<Layouts<T>> 
 
 TEST(MulScale, Layouts)
 {
-#define LAYOUT(type, layout, channels, keeps)                                                                         \
-  {channels, keeps, zoriMulScale_##type##_##layout##R, zoriMulScale_##type##_##layout##IR,                            \
-   zoriMulCScale_##type##_##layout##R, zoriMulCScale_##type##_##layout##IR}
+#define LAYOUT(type, layout, channels, keeps)                                                                          \
+  {channels,                                                                                                           \
+   keeps,                                                                                                              \
+   zoriMulScale_##type##_##layout##R,                                                                                  \
+   zoriMulScale_##type##_##layout##IR,                                                                                 \
+   zoriMulCScale_##type##_##layout##R,                                                                                 \
+   zoriMulCScale_##type##_##layout##IR}
   expectProducts<Zor8u>({LAYOUT(8u, C3, 3, false), LAYOUT(8u, C4, 4, false), LAYOUT(8u, AC4, 4, true)});
   expectProducts<Zor16u>({LAYOUT(16u, C3, 3, false), LAYOUT(16u, C4, 4, false), LAYOUT(16u, AC4, 4, true)});
 #undef LAYOUT

@@ -16,10 +16,18 @@ enum Operation { Sum, Difference, Product };
 
 // ---- Elements as real and imaginary part ----
 
-template <class T> struct PartOf { using Type = T; };
-template <> struct PartOf<Zor16sc> { using Type = Zor16s; };
-template <> struct PartOf<Zor32sc> { using Type = Zor32s; };
-template <> struct PartOf<Zor32fc> { using Type = Zor32f; };
+template <class T> struct PartOf {
+  using Type = T;
+};
+template <> struct PartOf<Zor16sc> {
+  using Type = Zor16s;
+};
+template <> struct PartOf<Zor32sc> {
+  using Type = Zor32s;
+};
+template <> struct PartOf<Zor32fc> {
+  using Type = Zor32f;
+};
 template <class T> using Part = typename PartOf<T>::Type;
 template <class T> constexpr int parts = sizeof(T) / sizeof(Part<T>);
 
@@ -90,39 +98,49 @@ template <class T> std::vector<Images<T>> images();
 template <class T> std::vector<Constants<T>> constants();
 
 // SFS is the end of a name, VALUE what makes a constant of its address.
-#define IMAGES(type, name, operation, layout, channels, processed, SFS)                                               \
-  {#name " " #type " " #layout, operation, channels, processed,                                                       \
-   [](const Zor##type* a, int aStep, const Zor##type* b, int bStep, Zor##type* d, int dStep, ZorImgSize roi, int s) { \
-     return call(s, zori##name##_##type##_##layout##R##SFS, a, aStep, b, bStep, d, dStep, roi);                       \
-   },                                                                                                                 \
-   [](const Zor##type* a, int aStep, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                            \
-     return call(scale, zori##name##_##type##_##layout##IR##SFS, a, aStep, d, dStep, roi);                            \
+#define IMAGES(type, name, operation, layout, channels, processed, SFS)                                                \
+  {#name " " #type " " #layout,                                                                                        \
+   operation,                                                                                                          \
+   channels,                                                                                                           \
+   processed,                                                                                                          \
+   [](const Zor##type* a, int aStep, const Zor##type* b, int bStep, Zor##type* d, int dStep, ZorImgSize roi, int s) {  \
+     return call(s, zori##name##_##type##_##layout##R##SFS, a, aStep, b, bStep, d, dStep, roi);                        \
+   },                                                                                                                  \
+   [](const Zor##type* a, int aStep, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                             \
+     return call(scale, zori##name##_##type##_##layout##IR##SFS, a, aStep, d, dStep, roi);                             \
    }},
-#define CONSTANTS(type, name, operation, layout, channels, processed, VALUE, SFS)                              \
-  {#name " " #type " " #layout, operation, channels, processed,                                                \
-   [](const Zor##type* a, int aStep, const Zor##type* c, Zor##type* d, int dStep, ZorImgSize roi, int scale) { \
-     return call(scale, zori##name##_##type##_##layout##R##SFS, a, aStep, VALUE c, d, dStep, roi);             \
-   },                                                                                                          \
-   [](const Zor##type* c, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                                \
-     return call(scale, zori##name##_##type##_##layout##IR##SFS, VALUE c, d, dStep, roi);                      \
+#define CONSTANTS(type, name, operation, layout, channels, processed, VALUE, SFS)                                      \
+  {#name " " #type " " #layout,                                                                                        \
+   operation,                                                                                                          \
+   channels,                                                                                                           \
+   processed,                                                                                                          \
+   [](const Zor##type* a, int aStep, const Zor##type* c, Zor##type* d, int dStep, ZorImgSize roi, int scale) {         \
+     return call(scale, zori##name##_##type##_##layout##R##SFS, a, aStep, VALUE c, d, dStep, roi);                     \
+   },                                                                                                                  \
+   [](const Zor##type* c, Zor##type* d, int dStep, ZorImgSize roi, int scale) {                                        \
+     return call(scale, zori##name##_##type##_##layout##IR##SFS, VALUE c, d, dStep, roi);                              \
    }},
-#define COMPLEX(type, name, operation, SFS)    \
-  IMAGES(type, name, operation, C1, 1, 1, SFS) \
-  IMAGES(type, name, operation, C3, 3, 3, SFS) \
+#define COMPLEX(type, name, operation, SFS)                                                                            \
+  IMAGES(type, name, operation, C1, 1, 1, SFS)                                                                         \
+  IMAGES(type, name, operation, C3, 3, 3, SFS)                                                                         \
   IMAGES(type, name, operation, AC4, 4, 3, SFS)
-#define REAL(type, name, operation, SFS) \
+#define REAL(type, name, operation, SFS)                                                                               \
   COMPLEX(type, name, operation, SFS) IMAGES(type, name, operation, C4, 4, 4, SFS)
-#define COMPLEX_C(type, name, operation, SFS)        \
-  CONSTANTS(type, name, operation, C1, 1, 1, *, SFS) \
-  CONSTANTS(type, name, operation, C3, 3, 3, , SFS)  \
+#define COMPLEX_C(type, name, operation, SFS)                                                                          \
+  CONSTANTS(type, name, operation, C1, 1, 1, *, SFS)                                                                   \
+  CONSTANTS(type, name, operation, C3, 3, 3, , SFS)                                                                    \
   CONSTANTS(type, name, operation, AC4, 4, 3, , SFS)
-#define REAL_C(type, name, operation, SFS) \
+#define REAL_C(type, name, operation, SFS)                                                                             \
   COMPLEX_C(type, name, operation, SFS) CONSTANTS(type, name, operation, C4, 4, 4, , SFS)
-#define TABLES(type, kind, SFS)                                                                          \
-  template <> inline std::vector<Images<Zor##type>> images()                                             \
-  { return {kind(type, Add, Sum, SFS) kind(type, Sub, Difference, SFS) kind(type, Mul, Product, SFS)}; } \
-  template <> inline std::vector<Constants<Zor##type>> constants()                                       \
-  { return {kind##_C(type, AddC, Sum, SFS) kind##_C(type, SubC, Difference, SFS) kind##_C(type, MulC, Product, SFS)}; }
+#define TABLES(type, kind, SFS)                                                                                        \
+  template <> inline std::vector<Images<Zor##type>> images()                                                           \
+  {                                                                                                                    \
+    return {kind(type, Add, Sum, SFS) kind(type, Sub, Difference, SFS) kind(type, Mul, Product, SFS)};                 \
+  }                                                                                                                    \
+  template <> inline std::vector<Constants<Zor##type>> constants()                                                     \
+  {                                                                                                                    \
+    return {kind##_C(type, AddC, Sum, SFS) kind##_C(type, SubC, Difference, SFS) kind##_C(type, MulC, Product, SFS)};  \
+  }
 TABLES(8u, REAL, Sfs)
 TABLES(16u, REAL, Sfs)
 TABLES(16s, REAL, Sfs)

@@ -47,8 +47,7 @@ template <class T> struct Image {
 };
 
 // The image that a call into d must give: a op b in the channels that are processed.
-template <class T, class B>
-Image<T> result(Operation operation, Image<T> a, B b, Image<T> d, int processed, int scale)
+template <class T, class B> Image<T> result(Operation operation, Image<T> a, B b, Image<T> d, int processed, int scale)
 {
   for (int y = 0; y < d.height; ++y)
     for (int i = 0; i < d.width * d.channels; ++i)
@@ -83,7 +82,8 @@ TYPED_TEST(ScaledLayouts, TwoImages)
       Image<T> a(roi, f.channels, 1, turn % 3), b(roi, f.channels, 2, turn % 3), d(roi, f.channels, 3, turn % 3);
       const auto wanted = [&](Image<T> x, Image<T> y, const Image<T>& into) {
         if (f.operation == Difference) std::swap(x, y); // the first image is subtracted
-        return result(f.operation, x, [&](int row, int i) { return y.get(row, i); }, into, f.processed, scale);
+        return result(
+          f.operation, x, [&](int row, int i) { return y.get(row, i); }, into, f.processed, scale);
       };
       const std::string where = f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale);
 
@@ -127,7 +127,7 @@ TYPED_TEST(ScaledLayouts, Constants)
             return result(f.operation, a, ofChannel, into, f.processed, scale);
           };
           const std::string where =
-              f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale) + ", constant " + kind;
+            f.name + (" " + std::to_string(width)) + " at " + std::to_string(scale) + ", constant " + kind;
 
           Image<T> got = d;
           ASSERT_EQ(f.to(a.data(), a.step, constant, got.data(), got.step, roi, scale), ZorOk);
@@ -161,15 +161,17 @@ TYPED_TEST(ScaledInTeams, GiveWhatOneThreadGives)
     for (int scale : {0, 1, 3, -2, -60}) {
       if (isFloat<T> && scale) continue;
       for (const auto& f : images<T>())
-        if (f.channels == channels) compare(f.name, [&](Image<T>& d) {
-          f.inPlace(a.data(), a.step, d.data(), d.step, roi, scale);
-          f.to(a.data(), a.step, b.data(), b.step, d.data(), 0, roi, scale);
-        });
+        if (f.channels == channels)
+          compare(f.name, [&](Image<T>& d) {
+            f.inPlace(a.data(), a.step, d.data(), d.step, roi, scale);
+            f.to(a.data(), a.step, b.data(), b.step, d.data(), 0, roi, scale);
+          });
       for (const auto& f : constants<T>())
-        if (f.channels == channels) compare(f.name, [&](Image<T>& d) {
-          f.to(a.data(), a.step, a.data(), d.data(), d.step, roi, scale);
-          f.inPlace(a.data(), d.data(), 0, roi, scale);
-        });
+        if (f.channels == channels)
+          compare(f.name, [&](Image<T>& d) {
+            f.to(a.data(), a.step, a.data(), d.data(), d.step, roi, scale);
+            f.inPlace(a.data(), d.data(), 0, roi, scale);
+          });
     }
   }
   std::fesetround(FE_TONEAREST);

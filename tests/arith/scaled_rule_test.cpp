@@ -143,9 +143,12 @@ TYPED_TEST(ScaledRule, AllPairsOfTheLimits)
 // The oracle itself, by hand.
 TEST(ScaledRuleByHand, TiesGoToTheEvenNeighbour)
 {
-  struct { int a, b, scale, sum; } cases[] = {{1, 2, 1, 2}, {2, 3, 1, 2}, {3, 4, 1, 4}, {-1, -2, 1, -2}, {5, 1, 2, 2},
-                                              {-5, -1, 2, -2}, {1, 0, -16, 32767}, {-1, 0, -15, -32768}, {9, 9, 17, 0},
-                                              {-32768, -32768, 16, -1}, {-32768, -32768, 17, 0}};
+  struct {
+    int a, b, scale, sum;
+  } cases[] = {
+    {1, 2, 1, 2},           {2, 3, 1, 2},       {3, 4, 1, 4},         {-1, -2, 1, -2}, {5, 1, 2, 2},
+    {-5, -1, 2, -2},        {1, 0, -16, 32767}, {-1, 0, -15, -32768}, {9, 9, 17, 0},   {-32768, -32768, 16, -1},
+    {-32768, -32768, 17, 0}};
   for (const auto& c : cases) {
     const Zor16s a = static_cast<Zor16s>(c.a), b = static_cast<Zor16s>(c.b);
     Zor16s d = 77;

@@ -31,11 +31,13 @@ TEST(Sqr, Floats)
 
 TEST(Sqr, LayoutsAgree)
 {
-#define FORMS(type, suffix)                                                                                          \
-  {1, false, zoriSqr_##type##_C1R##suffix, zoriSqr_##type##_C1IR##suffix},                                           \
-    {3, false, zoriSqr_##type##_C3R##suffix, zoriSqr_##type##_C3IR##suffix},                                         \
-    {4, false, zoriSqr_##type##_C4R##suffix, zoriSqr_##type##_C4IR##suffix},                                         \
-    {4, true, zoriSqr_##type##_AC4R##suffix, zoriSqr_##type##_AC4IR##suffix}
+#define FORMS(type, suffix)                                                                                            \
+  {1, false, zoriSqr_##type##_C1R##suffix, zoriSqr_##type##_C1IR##suffix},                                             \
+    {3, false, zoriSqr_##type##_C3R##suffix, zoriSqr_##type##_C3IR##suffix},                                           \
+    {4, false, zoriSqr_##type##_C4R##suffix, zoriSqr_##type##_C4IR##suffix},                                           \
+  {                                                                                                                    \
+    4, true, zoriSqr_##type##_AC4R##suffix, zoriSqr_##type##_AC4IR##suffix                                             \
+  }
   for (const int scale : {-2, 0, 5, 99}) {
     expectLayoutsAgree<Zor8u, int>({FORMS(8u, Sfs)}, scale);
     expectLayoutsAgree<Zor16u, int>({FORMS(16u, Sfs)}, scale);

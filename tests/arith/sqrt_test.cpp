@@ -104,10 +104,12 @@ TEST(Sqrt, WarnsOfOneSampleAnywhereButInTheFourthChannel)
 
 TEST(Sqrt, LayoutsAgree)
 {
-#define FORMS(type, suffix)                                                                                          \
-  {1, false, zoriSqrt_##type##_C1R##suffix, zoriSqrt_##type##_C1IR##suffix},                                         \
-    {3, false, zoriSqrt_##type##_C3R##suffix, zoriSqrt_##type##_C3IR##suffix},                                       \
-    {4, true, zoriSqrt_##type##_AC4R##suffix, zoriSqrt_##type##_AC4IR##suffix}
+#define FORMS(type, suffix)                                                                                            \
+  {1, false, zoriSqrt_##type##_C1R##suffix, zoriSqrt_##type##_C1IR##suffix},                                           \
+    {3, false, zoriSqrt_##type##_C3R##suffix, zoriSqrt_##type##_C3IR##suffix},                                         \
+  {                                                                                                                    \
+    4, true, zoriSqrt_##type##_AC4R##suffix, zoriSqrt_##type##_AC4IR##suffix                                           \
+  }
   for (const int scale : {-7, 0, 1}) {
     expectLayoutsAgree<Zor8u, int>({FORMS(8u, Sfs)}, scale);
     expectLayoutsAgree<Zor16u, int>({FORMS(16u, Sfs)}, scale);

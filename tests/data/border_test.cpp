@@ -37,33 +37,33 @@ template <class T> const T* numbers(const Zor8u* bytes) { return reinterpret_cas
 std::vector<Case> cases(const Zor8u* constant)
 {
   std::vector<Case> all;
-#define CONSTANT(type, layout, n, moved, value)                                                                       \
-  all.push_back({"Const_" #type "_" #layout, Kind::Constant, n * static_cast<int>(sizeof(Zor##type)),                 \
-                 moved * static_cast<int>(sizeof(Zor##type)),                                                         \
-                 [constant](const void* src, int srcStep, void* dst, int dstStep, const Frame& f) {                   \
-                   return zoriCopyConstBorder_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep, f.inner, \
-                                                                   static_cast<Zor##type*>(dst), dstStep, f.outer,    \
-                                                                   f.top, f.left, value numbers<Zor##type>(constant)); \
+#define CONSTANT(type, layout, n, moved, value)                                                                        \
+  all.push_back({"Const_" #type "_" #layout, Kind::Constant, n * static_cast<int>(sizeof(Zor##type)),                  \
+                 moved * static_cast<int>(sizeof(Zor##type)),                                                          \
+                 [constant](const void* src, int srcStep, void* dst, int dstStep, const Frame& f) {                    \
+                   return zoriCopyConstBorder_##type##_##layout##R(                                                    \
+                     static_cast<const Zor##type*>(src), srcStep, f.inner, static_cast<Zor##type*>(dst), dstStep,      \
+                     f.outer, f.top, f.left, value numbers<Zor##type>(constant));                                      \
                  }});
-#define COPIED(op, kind, type, layout, n, moved)                                                                      \
-  all.push_back({#op "_" #type "_" #layout, Kind::kind, n * static_cast<int>(sizeof(Zor##type)),                      \
-                 moved * static_cast<int>(sizeof(Zor##type)),                                                         \
-                 [](const void* src, int srcStep, void* dst, int dstStep, const Frame& f) {                           \
-                   return zoriCopy##op##Border_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,      \
-                                                                    f.inner, static_cast<Zor##type*>(dst), dstStep,   \
-                                                                    f.outer, f.top, f.left);                          \
-                 },                                                                                                   \
-                 [](void* image, int step, const Frame& f) {                                                          \
-                   return zoriCopy##op##Border_##type##_##layout##IR(static_cast<Zor##type*>(image), step, f.inner,   \
-                                                                     f.outer, f.top, f.left);                         \
+#define COPIED(op, kind, type, layout, n, moved)                                                                       \
+  all.push_back({#op "_" #type "_" #layout, Kind::kind, n * static_cast<int>(sizeof(Zor##type)),                       \
+                 moved * static_cast<int>(sizeof(Zor##type)),                                                          \
+                 [](const void* src, int srcStep, void* dst, int dstStep, const Frame& f) {                            \
+                   return zoriCopy##op##Border_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,       \
+                                                                    f.inner, static_cast<Zor##type*>(dst), dstStep,    \
+                                                                    f.outer, f.top, f.left);                           \
+                 },                                                                                                    \
+                 [](void* image, int step, const Frame& f) {                                                           \
+                   return zoriCopy##op##Border_##type##_##layout##IR(static_cast<Zor##type*>(image), step, f.inner,    \
+                                                                     f.outer, f.top, f.left);                          \
                  }});
-#define CASES(type)                                                                                                   \
-  CONSTANT(type, C1, 1, 1, *) CONSTANT(type, C3, 3, 3, ) CONSTANT(type, C4, 4, 4, ) CONSTANT(type, AC4, 4, 3, )       \
-  COPIED(Replicate, Replicate, type, C1, 1, 1) COPIED(Replicate, Replicate, type, C3, 3, 3)                           \
-  COPIED(Replicate, Replicate, type, C4, 4, 4) COPIED(Replicate, Replicate, type, AC4, 4, 3)
-  CASES(8u) CASES(16u) CASES(16s) CASES(32s)
-  COPIED(Wrap, Wrap, 32s, C1, 1, 1)
-  return all;
+#define CASES(type)                                                                                                    \
+  CONSTANT(type, C1, 1, 1, *)                                                                                          \
+  CONSTANT(type, C3, 3, 3, )                                                                                           \
+  CONSTANT(type, C4, 4, 4, ) CONSTANT(type, AC4, 4, 3, ) COPIED(Replicate, Replicate, type, C1, 1, 1)                  \
+    COPIED(Replicate, Replicate, type, C3, 3, 3) COPIED(Replicate, Replicate, type, C4, 4, 4)                          \
+      COPIED(Replicate, Replicate, type, AC4, 4, 3)
+  CASES(8u) CASES(16u) CASES(16s) CASES(32s) COPIED(Wrap, Wrap, 32s, C1, 1, 1) return all;
 }
 
 class Border : public testing::TestWithParam<Case> {};
@@ -92,7 +92,8 @@ void frame(const Case& c, const Frame& f, const PixelImage& inner, int x0, int y
 std::vector<Frame> frames()
 {
   std::vector<Frame> all;
-  const int margins[][4] = {{0, 0, 0, 0}, {1, 0, 0, 0}, {0, 0, 0, 2}, {0, 3, 5, 0}, {2, 3, 4, 5}, {16, 16, 16, 16}, {7, 40, 33, 9}};
+  const int margins[][4] = {{0, 0, 0, 0}, {1, 0, 0, 0},     {0, 0, 0, 2},  {0, 3, 5, 0},
+                            {2, 3, 4, 5}, {16, 16, 16, 16}, {7, 40, 33, 9}};
   for (ZorImgSize inner : {ZorImgSize{1, 1}, ZorImgSize{3, 2}, ZorImgSize{17, 4}, ZorImgSize{67, 3}})
     for (auto& m : margins) // top, left, right, bottom
       all.push_back({inner, {inner.width + m[1] + m[2], inner.height + m[0] + m[3]}, m[0], m[1]});
@@ -109,8 +110,8 @@ void checkFrames(const Case& c, const Zor8u* constant)
         auto expected = dst.bytes();
         frame(c, f, src, 0, 0, before, constant, dst, expected);
         ASSERT_EQ(c.call(src.at(0, 0), src.step, dst.at(0, 0), dst.step, f), ZorOk);
-        ASSERT_TRUE(dst.bytes() == expected) << f.inner.width << 'x' << f.inner.height << " in " << f.outer.width << 'x'
-                                             << f.outer.height;
+        ASSERT_TRUE(dst.bytes() == expected)
+          << f.inner.width << 'x' << f.inner.height << " in " << f.outer.width << 'x' << f.outer.height;
         ASSERT_TRUE(src.bytes() == before);
       }
 }
@@ -133,8 +134,8 @@ TEST_P(Border, InPlaceFillsTheRingAlone)
       auto expected = image.bytes();
       frame(c, f, image, f.left, f.top, image.bytes(), nullptr, image, expected);
       ASSERT_EQ(c.inPlace(image.at(f.left, f.top), image.step, f), ZorOk);
-      ASSERT_TRUE(image.bytes() == expected) << f.inner.width << 'x' << f.inner.height << " in " << f.outer.width << 'x'
-                                             << f.outer.height;
+      ASSERT_TRUE(image.bytes() == expected)
+        << f.inner.width << 'x' << f.inner.height << " in " << f.outer.width << 'x' << f.outer.height;
     }
 }
 
@@ -143,11 +144,12 @@ TEST_P(Border, ExtentsAreComparedWithoutOverflow)
   const Case& c = GetParam();
   const PixelImage src({5, 4}, c.pixelBytes, 0, Edge::End, 1), dst({9, 8}, c.pixelBytes, 0, Edge::End, 2);
   const auto before = dst.bytes();
-  const Frame bad[] = {{{5, 4}, {9, 8}, 5, 0},        {{5, 4}, {9, 8}, 0, 5},        {{5, 4}, {9, 8}, -1, 0},
-                       {{5, 4}, {9, 8}, 0, -1},       {{5, 4}, {9, 8}, INT_MAX, 0},  {{5, 4}, {9, 8}, 0, INT_MAX},
-                       {{INT_MAX, 4}, {9, 8}, 0, 2},  {{5, INT_MAX}, {9, 8}, 2, 0},  {{5, 4}, {9, 8}, INT_MIN, 0},
-                       {{5, 4}, {9, 8}, 0, INT_MIN},  {{0, 4}, {9, 8}, 0, 0},        {{5, 0}, {9, 8}, 0, 0},
-                       {{5, 4}, {0, 8}, 0, 0},        {{5, 4}, {9, -1}, 0, 0},       {{INT_MAX, INT_MAX}, {9, 8}, INT_MAX, INT_MAX}};
+  const Frame bad[] = {
+    {{5, 4}, {9, 8}, 5, 0},       {{5, 4}, {9, 8}, 0, 5},       {{5, 4}, {9, 8}, -1, 0},
+    {{5, 4}, {9, 8}, 0, -1},      {{5, 4}, {9, 8}, INT_MAX, 0}, {{5, 4}, {9, 8}, 0, INT_MAX},
+    {{INT_MAX, 4}, {9, 8}, 0, 2}, {{5, INT_MAX}, {9, 8}, 2, 0}, {{5, 4}, {9, 8}, INT_MIN, 0},
+    {{5, 4}, {9, 8}, 0, INT_MIN}, {{0, 4}, {9, 8}, 0, 0},       {{5, 0}, {9, 8}, 0, 0},
+    {{5, 4}, {0, 8}, 0, 0},       {{5, 4}, {9, -1}, 0, 0},      {{INT_MAX, INT_MAX}, {9, 8}, INT_MAX, INT_MAX}};
   for (const Frame& f : bad) {
     EXPECT_EQ(c.call(src.at(0, 0), src.step, dst.at(0, 0), dst.step, f), ZorErrSize) << f.top << ' ' << f.left;
     if (c.inPlace) {

@@ -88,7 +88,7 @@ private:
       }
     const auto before = src;
     ASSERT_EQ(call(reinterpret_cast<const S*>(s), srcStep, reinterpret_cast<D*>(dst.data() + d), dstStep, roi), ZorOk)
-        << name;
+      << name;
     ASSERT_TRUE(src == before);
     for (size_t i = 0; i < dst.size(); ++i)
       if (dst[i] != expected[i]) {
@@ -99,14 +99,17 @@ private:
         FAIL() << name << " of " << roi.width << 'x' << roi.height << ", offset " << offset << ": byte " << i << " is "
                << int(dst[i]) << " instead of " << int(expected[i])
                << (inside ? ", sample " + std::to_string(x) + " of row " + std::to_string(y) + ", from " +
-                                std::to_string(sample)
+                              std::to_string(sample)
                           : std::string(", outside the pixels"));
       }
   }
 };
 
 // The four forms of a function.
-#define ZORI_FORMS(function) {function##_C1R, function##_C3R, function##_C4R, function##_AC4R}
+#define ZORI_FORMS(function)                                                                                           \
+  {                                                                                                                    \
+    function##_C1R, function##_C3R, function##_C4R, function##_AC4R                                                    \
+  }
 
 inline unsigned controlWord() { return __builtin_ia32_stmxcsr(); }
 

@@ -22,8 +22,8 @@ template <class D> D saturated(double x)
 template <class D> D rounded(float x, int mode)
 {
   if (std::isnan(x)) return std::numeric_limits<D>::max();
-  const float clamped = std::clamp(x, static_cast<float>(std::numeric_limits<D>::min()),
-                                   static_cast<float>(std::numeric_limits<D>::max()));
+  const float clamped =
+    std::clamp(x, static_cast<float>(std::numeric_limits<D>::min()), static_cast<float>(std::numeric_limits<D>::max()));
   if (mode == 0) return static_cast<D>(std::trunc(static_cast<double>(clamped)));
   if (mode == 1) { // nearest, ties to even
     const double low = std::floor(static_cast<double>(clamped)), part = clamped - low;
@@ -59,22 +59,37 @@ template <class D> void checkRounding(const char* name, const Rounding<D> (&func
 TEST(Convert, IntegersWidenExactlyAndNarrowWithSaturation)
 {
 #define CHECK(from, to) checkPlain<Zor##from, Zor##to>(#from #to, ZORI_FORMS(zoriConvert_##from##to))
-  CHECK(8u, 16u); CHECK(8u, 16s); CHECK(8u, 32s); CHECK(8u, 32f); CHECK(8s, 32s); CHECK(8s, 32f); CHECK(16u, 8u);
-  CHECK(16u, 32s); CHECK(16u, 32f); CHECK(16s, 8u); CHECK(16s, 32s); CHECK(16s, 32f); CHECK(32s, 8u); CHECK(32s, 8s);
+  CHECK(8u, 16u);
+  CHECK(8u, 16s);
+  CHECK(8u, 32s);
+  CHECK(8u, 32f);
+  CHECK(8s, 32s);
+  CHECK(8s, 32f);
+  CHECK(16u, 8u);
+  CHECK(16u, 32s);
+  CHECK(16u, 32f);
+  CHECK(16s, 8u);
+  CHECK(16s, 32s);
+  CHECK(16s, 32f);
+  CHECK(32s, 8u);
+  CHECK(32s, 8s);
 #undef CHECK
 }
 
 TEST(Convert, FloatsClampAndRoundByTheMode)
 {
 #define CHECK(to) checkRounding<Zor##to>("32f" #to, ZORI_FORMS(zoriConvert_32f##to))
-  CHECK(8u); CHECK(8s); CHECK(16u); CHECK(16s);
+  CHECK(8u);
+  CHECK(8s);
+  CHECK(16u);
+  CHECK(16s);
 #undef CHECK
 }
 
 TEST(Convert, WorkedRoundings)
 {
   const Zor32f x[6] = {
-      2.5f, -0.7f, 300.0f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), -2.5f};
+    2.5f, -0.7f, 300.0f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), -2.5f};
   const Zor8u bytes[3][6] = {{2, 0, 255, 255, 255, 0}, {2, 0, 255, 255, 255, 0}, {3, 0, 255, 255, 255, 0}};
   const Zor16s least[3] = {-2, -2, -3};
   for (int mode = 0; mode < 3; ++mode) {
@@ -127,7 +142,7 @@ TEST(ConvertBits, ToBytesAtAllOffsets)
 {
   // the bits end where the memory does
   auto* const map =
-      static_cast<Zor8u*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    static_cast<Zor8u*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(static_cast<void*>(map), MAP_FAILED);
   for (int i = 0; i < 4096; ++i) map[i] = static_cast<Zor8u>(i * 73 + i / 3 * 5);
   ASSERT_EQ(mprotect(map + 4096, 4096, PROT_NONE), 0);

@@ -25,31 +25,44 @@ template <class T> constexpr int bytesOf = static_cast<int>(sizeof(T));
 std::vector<Case> cases()
 {
   std::vector<Case> all;
-#define ACROSS(type, layouts, sp, sc, dp, dc, ...)                                                             \
-  all.push_back({#type "_" #layouts "R", bytesOf<Zor##type>, sp, sc, dp, dc, {__VA_ARGS__},                    \
+#define ACROSS(type, layouts, sp, sc, dp, dc, ...)                                                                     \
+  all.push_back({#type "_" #layouts "R",                                                                               \
+                 bytesOf<Zor##type>,                                                                                   \
+                 sp,                                                                                                   \
+                 sc,                                                                                                   \
+                 dp,                                                                                                   \
+                 dc,                                                                                                   \
+                 {__VA_ARGS__},                                                                                        \
                  call(zoriCopy_##type##_##layouts##R)});
-#define SAME(type, layout, n, ...)                                                                             \
-  ACROSS(type, layout, 1, n, 1, n, __VA_ARGS__)                                                                \
-  all.push_back({#type "_" #layout "MR", bytesOf<Zor##type>, 1, n, 1, n, {__VA_ARGS__},                        \
-                 call(zoriCopy_##type##_##layout##MR), true});
+#define SAME(type, layout, n, ...)                                                                                     \
+  ACROSS(type, layout, 1, n, 1, n, __VA_ARGS__)                                                                        \
+  all.push_back({#type "_" #layout "MR",                                                                               \
+                 bytesOf<Zor##type>,                                                                                   \
+                 1,                                                                                                    \
+                 n,                                                                                                    \
+                 1,                                                                                                    \
+                 n,                                                                                                    \
+                 {__VA_ARGS__},                                                                                        \
+                 call(zoriCopy_##type##_##layout##MR),                                                                 \
+                 true});
 // channel `from` of n channels to channel `to` of m
-#define CHANNEL(type, form, n, m, source, target)                                                              \
-  {                                                                                                            \
-    std::vector<int> rule(m, -1);                                                                              \
-    rule[target] = source;                                                                                     \
-    all.push_back({#type "_" #form "R" #source #target, bytesOf<Zor##type>, 1, n, 1, m, rule,                  \
-                   call(zoriCopy_##type##_##form##R), false, source, target});                                 \
+#define CHANNEL(type, form, n, m, source, target)                                                                      \
+  {                                                                                                                    \
+    std::vector<int> rule(m, -1);                                                                                      \
+    rule[target] = source;                                                                                             \
+    all.push_back({#type "_" #form "R" #source #target, bytesOf<Zor##type>, 1, n, 1, m, rule,                          \
+                   call(zoriCopy_##type##_##form##R), false, source, target});                                         \
   }
-#define ALL(type)                                                                                              \
-  SAME(type, C1, 1, 0) SAME(type, C3, 3, 0, 1, 2) SAME(type, C4, 4, 0, 1, 2, 3) SAME(type, AC4, 4, 0, 1, 2, -1) \
-  ACROSS(type, C3AC4, 1, 3, 1, 4, 0, 1, 2, -1) ACROSS(type, AC4C3, 1, 4, 1, 3, 0, 1, 2)                        \
-  ACROSS(type, C3P3, 1, 3, 3, 1, 0, 1, 2) ACROSS(type, C4P4, 1, 4, 4, 1, 0, 1, 2, 3)                           \
-  ACROSS(type, P3C3, 3, 1, 1, 3, 0, 1, 2) ACROSS(type, P4C4, 4, 1, 1, 4, 0, 1, 2, 3)                           \
-  CHANNEL(type, C3C1, 3, 1, 0, 0) CHANNEL(type, C3C1, 3, 1, 2, 0) CHANNEL(type, C4C1, 4, 1, 1, 0)              \
-  CHANNEL(type, C4C1, 4, 1, 3, 0) CHANNEL(type, C1C3, 1, 3, 0, 1) CHANNEL(type, C1C4, 1, 4, 0, 3)              \
-  CHANNEL(type, C3C, 3, 3, 2, 0) CHANNEL(type, C4C, 4, 4, 1, 3)
-  ALL(8u) ALL(16u) ALL(16s) ALL(32s) ALL(32f)
-  all.push_back({"Dup", 1, 1, 1, 1, 3, {0, 0, 0}, call(zoriDup_8u_C1C3R)});
+#define ALL(type)                                                                                                      \
+  SAME(type, C1, 1, 0)                                                                                                 \
+  SAME(type, C3, 3, 0, 1, 2)                                                                                           \
+  SAME(type, C4, 4, 0, 1, 2, 3) SAME(type, AC4, 4, 0, 1, 2, -1) ACROSS(type, C3AC4, 1, 3, 1, 4, 0, 1, 2, -1)           \
+    ACROSS(type, AC4C3, 1, 4, 1, 3, 0, 1, 2) ACROSS(type, C3P3, 1, 3, 3, 1, 0, 1, 2)                                   \
+      ACROSS(type, C4P4, 1, 4, 4, 1, 0, 1, 2, 3) ACROSS(type, P3C3, 3, 1, 1, 3, 0, 1, 2)                               \
+        ACROSS(type, P4C4, 4, 1, 1, 4, 0, 1, 2, 3) CHANNEL(type, C3C1, 3, 1, 0, 0) CHANNEL(type, C3C1, 3, 1, 2, 0)     \
+          CHANNEL(type, C4C1, 4, 1, 1, 0) CHANNEL(type, C4C1, 4, 1, 3, 0) CHANNEL(type, C1C3, 1, 3, 0, 1)              \
+            CHANNEL(type, C1C4, 1, 4, 0, 3) CHANNEL(type, C3C, 3, 3, 2, 0) CHANNEL(type, C4C, 4, 4, 1, 3)
+  ALL(8u) ALL(16u) ALL(16s) ALL(32s) ALL(32f) all.push_back({"Dup", 1, 1, 1, 1, 3, {0, 0, 0}, call(zoriDup_8u_C1C3R)});
   for (int flags : {0, 1, 2, -1})
     all.push_back({"Managed" + std::to_string(flags), 1, 1, 1, 1, 1, {0}, [flags](const Operands& o) {
                      return zoriCopyManaged_8u_C1R(o.src.at(0, 0, 0, 0), o.src.step, o.dst.at(0, 0, 0, 0), o.dst.step,

@@ -23,18 +23,18 @@ void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 std::vector<Case> cases()
 {
   std::vector<Case> all;
-#define CASE(type, layout, n, moved)                                                                                  \
-  all.push_back({#type "_" #layout, n * static_cast<int>(sizeof(Zor##type)), moved * static_cast<int>(sizeof(Zor##type)), \
-                 [](const void* src, int srcStep, void* dst, int dstStep, ZorImgSize size, ZorAxis flip) {            \
-                   return zoriMirror_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,                \
-                                                          static_cast<Zor##type*>(dst), dstStep, size, flip);         \
-                 },                                                                                                   \
-                 [](void* image, int step, ZorImgSize size, ZorAxis flip) {                                           \
-                   return zoriMirror_##type##_##layout##IR(static_cast<Zor##type*>(image), step, size, flip);         \
+#define CASE(type, layout, n, moved)                                                                                   \
+  all.push_back({#type "_" #layout, n * static_cast<int>(sizeof(Zor##type)),                                           \
+                 moved * static_cast<int>(sizeof(Zor##type)),                                                          \
+                 [](const void* src, int srcStep, void* dst, int dstStep, ZorImgSize size, ZorAxis flip) {             \
+                   return zoriMirror_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,                 \
+                                                          static_cast<Zor##type*>(dst), dstStep, size, flip);          \
+                 },                                                                                                    \
+                 [](void* image, int step, ZorImgSize size, ZorAxis flip) {                                            \
+                   return zoriMirror_##type##_##layout##IR(static_cast<Zor##type*>(image), step, size, flip);          \
                  }});
 #define CASES(type) CASE(type, C1, 1, 1) CASE(type, C3, 3, 3) CASE(type, C4, 4, 4) CASE(type, AC4, 4, 3)
-  CASES(8u) CASES(16u) CASES(16s) CASES(32s) CASES(32f)
-  return all;
+  CASES(8u) CASES(16u) CASES(16s) CASES(32s) CASES(32f) return all;
 }
 
 class Mirror : public testing::TestWithParam<Case> {};
@@ -93,7 +93,8 @@ TEST_P(Mirror, InPlace)
       const PixelImage image(size, c.pixelBytes, 5, edge, 3);
       const auto expected = mirrored(c, image, image, size, flip);
       void* const p = image.at(0, 0);
-      ASSERT_EQ(ownForm ? c.inPlace(p, image.step, size, flip) : c.call(p, image.step, p, image.step, size, flip), ZorOk);
+      ASSERT_EQ(ownForm ? c.inPlace(p, image.step, size, flip) : c.call(p, image.step, p, image.step, size, flip),
+                ZorOk);
       ASSERT_TRUE(image.bytes() == expected) << size.width << 'x' << size.height << " axis " << flip;
     }
   });

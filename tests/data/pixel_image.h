@@ -27,7 +27,8 @@ public:
   // Where a pixel stands in bytes().
   std::size_t offset(int x, int y) const
   {
-    return first_ + static_cast<std::size_t>(y) * static_cast<std::size_t>(step) + static_cast<std::size_t>(x * pixelBytes_);
+    return first_ + static_cast<std::size_t>(y) * static_cast<std::size_t>(step) +
+           static_cast<std::size_t>(x * pixelBytes_);
   }
   // Everything within reach of the image, with what lies around it.
   std::vector<Zor8u> bytes() const { return {block_.begin(), block_.end()}; }

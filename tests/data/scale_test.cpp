@@ -29,7 +29,7 @@ void checkRepeated(const char* name, const Plain<Zor8u, D> (&functions)[4], std:
 {
   for (Form form : allForms)
     Conversion<Zor8u, D>{name, form, samplesOf<Zor8u>()}.check(
-        functions[form], [=](Zor8u x) { return static_cast<D>(x * factor - offset); });
+      functions[form], [=](Zor8u x) { return static_cast<D>(x * factor - offset); });
 }
 
 // The accurate rule in 32f under round to nearest, and the fast one in integers.
@@ -113,7 +113,7 @@ TEST(Scale, ARangeToBytes)
   // with the cancellation of the last two, results leave the byte
   const float inf = std::numeric_limits<float>::infinity();
   const float ranges[][2] = {
-      {0, 255}, {0, 1}, {-300, 300}, {0, inf}, {-inf, 0}, {16777216, 16777218}, {-1e9f, -0.99999e9f}};
+    {0, 255}, {0, 1}, {-300, 300}, {0, inf}, {-inf, 0}, {16777216, 16777218}, {-1e9f, -0.99999e9f}};
   for (Form form : allForms)
     for (auto range : ranges)
       for (unsigned field : fields) {
@@ -143,7 +143,12 @@ TEST(Scale, FailedChecksOfRangeToBytesLeaveRoundToNearest)
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const Zor32f src[4] = {};
   Zor8u dst[4] = {};
-  struct { const Zor32f* pSrc; int step; ZorImgSize roi; float vMin, vMax; ZorStatus status;
+  struct {
+    const Zor32f* pSrc;
+    int step;
+    ZorImgSize roi;
+    float vMin, vMax;
+    ZorStatus status;
   } cases[] = {{nullptr, 0, {0, 0}, 1, 1, ZorErrScaleRange}, {src, 4, {1, 1}, 2, 1, ZorErrScaleRange},
                {src, 4, {1, 1}, nan, 1, ZorErrScaleRange},   {nullptr, 0, {0, 0}, 0, 1, ZorErrNullPtr},
                {src, 0, {1, 0}, 0, 1, ZorErrSize},           {src, 0, {1, 1}, 0, 1, ZorErrStep}};

@@ -12,17 +12,19 @@ using namespace zoritest;
 namespace {
 
 template <class T> struct Functions;
-#define TABLE(type)                                                                       \
-  template <> struct Functions<Zor##type> {                                               \
-    static constexpr auto c3 = zoriSwapChannels_##type##_C3R;                             \
-    static constexpr auto ac4 = zoriSwapChannels_##type##_AC4R;                           \
-    static constexpr auto c3c4 = zoriSwapChannels_##type##_C3C4R;                         \
-    static constexpr auto c4c3 = zoriSwapChannels_##type##_C4C3R;                         \
+#define TABLE(type)                                                                                                    \
+  template <> struct Functions<Zor##type> {                                                                            \
+    static constexpr auto c3 = zoriSwapChannels_##type##_C3R;                                                          \
+    static constexpr auto ac4 = zoriSwapChannels_##type##_AC4R;                                                        \
+    static constexpr auto c3c4 = zoriSwapChannels_##type##_C3C4R;                                                      \
+    static constexpr auto c4c3 = zoriSwapChannels_##type##_C4C3R;                                                      \
   };
-TABLE(8u) TABLE(16u) TABLE(16s) TABLE(32s) TABLE(32f)
+TABLE(8u)
+TABLE(16u)
+TABLE(16s) TABLE(32s) TABLE(32f)
 
-// All orders of n entries out of the given ones.
-std::vector<std::vector<int>> orders(int n, const std::vector<int>& entries)
+  // All orders of n entries out of the given ones.
+  std::vector<std::vector<int>> orders(int n, const std::vector<int>& entries)
 {
   std::vector<std::vector<int>> all = {{}};
   for (int k = 0; k < n; ++k) {

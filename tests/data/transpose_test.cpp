@@ -23,18 +23,17 @@ void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 std::vector<Case> cases()
 {
   std::vector<Case> all;
-#define CASE(type, layout, n)                                                                                         \
-  all.push_back({#type "_" #layout, n * static_cast<int>(sizeof(Zor##type)),                                          \
-                 [](const void* src, int srcStep, void* dst, int dstStep, ZorImgSize size) {                          \
-                   return zoriTranspose_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,             \
-                                                             static_cast<Zor##type*>(dst), dstStep, size);            \
-                 },                                                                                                   \
-                 [](void* image, int step, ZorImgSize size) {                                                         \
-                   return zoriTranspose_##type##_##layout##IR(static_cast<Zor##type*>(image), step, size);            \
+#define CASE(type, layout, n)                                                                                          \
+  all.push_back({#type "_" #layout, n * static_cast<int>(sizeof(Zor##type)),                                           \
+                 [](const void* src, int srcStep, void* dst, int dstStep, ZorImgSize size) {                           \
+                   return zoriTranspose_##type##_##layout##R(static_cast<const Zor##type*>(src), srcStep,              \
+                                                             static_cast<Zor##type*>(dst), dstStep, size);             \
+                 },                                                                                                    \
+                 [](void* image, int step, ZorImgSize size) {                                                          \
+                   return zoriTranspose_##type##_##layout##IR(static_cast<Zor##type*>(image), step, size);             \
                  }});
 #define CASES(type) CASE(type, C1, 1) CASE(type, C3, 3) CASE(type, C4, 4)
-  CASES(8u) CASES(16u) CASES(16s) CASES(32s)
-  return all;
+  CASES(8u) CASES(16u) CASES(16s) CASES(32s) return all;
 }
 
 class Transpose : public testing::TestWithParam<Case> {};

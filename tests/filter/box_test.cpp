@@ -1,4 +1,5 @@
-// The box filter against a filter that follows the rules of each form pixel by pixel, in memory that ends with the windows.
+// The box filter against a filter that follows the rules of each form pixel by pixel, in memory that ends with the
+// windows.
 #include "covered_image.h"
 #include "zori/filter.h"
 
@@ -28,28 +29,37 @@ struct Box {
 
 std::ostream& operator<<(std::ostream& out, const Box& b)
 {
-  return out << b.region.width << 'x' << b.region.height << " mask " << b.mask.width << 'x' << b.mask.height << " anchor " << b.anchor.x << ',' << b.anchor.y;
+  return out << b.region.width << 'x' << b.region.height << " mask " << b.mask.width << 'x' << b.mask.height
+             << " anchor " << b.anchor.x << ',' << b.anchor.y;
 }
 
 // ---- The rules ----
 
 // Exact sums of the windows of one channel; samples of 16s are raised to be positive.
-template <class T> std::vector<std::int64_t> exactSums(const CoveredImage<T>& image, const std::vector<T>& pixels, const Box& b, int k)
+template <class T>
+std::vector<std::int64_t> exactSums(const CoveredImage<T>& image, const std::vector<T>& pixels, const Box& b, int k)
 {
   const int w = b.covered().width, h = b.covered().height;
   std::vector<std::int64_t> integral(static_cast<std::size_t>(w + 1) * static_cast<std::size_t>(h + 1)), sums;
-  const auto at = [&](int x, int y) -> std::int64_t& { return integral[static_cast<std::size_t>(y) * static_cast<std::size_t>(w + 1) + static_cast<std::size_t>(x)]; };
+  const auto at = [&](int x, int y) -> std::int64_t& {
+    return integral[static_cast<std::size_t>(y) * static_cast<std::size_t>(w + 1) + static_cast<std::size_t>(x)];
+  };
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x)
-      at(x + 1, y + 1) = at(x, y + 1) + at(x + 1, y) - at(x, y) + static_cast<std::int64_t>(pixels[image.index(x, y, k)]) + (std::is_same_v<T, Zor16s> ? 32768 : 0);
+      at(x + 1, y + 1) = at(x, y + 1) + at(x + 1, y) - at(x, y) +
+                         static_cast<std::int64_t>(pixels[image.index(x, y, k)]) +
+                         (std::is_same_v<T, Zor16s> ? 32768 : 0);
   for (int y = 0; y < b.region.height; ++y)
     for (int x = 0; x < b.region.width; ++x)
-      sums.push_back(at(x + b.mask.width, y + b.mask.height) - at(x, y + b.mask.height) - at(x + b.mask.width, y) + at(x, y));
+      sums.push_back(at(x + b.mask.width, y + b.mask.height) - at(x, y + b.mask.height) - at(x + b.mask.width, y) +
+                     at(x, y));
   return sums;
 }
 
 // Running sums of floats, begun anew with each slab of rows.
-template <class T> std::vector<float> runningSums(const CoveredImage<T>& image, const std::vector<T>& pixels, const Box& b, int k, int team)
+template <class T>
+std::vector<float> runningSums(const CoveredImage<T>& image, const std::vector<T>& pixels, const Box& b, int k,
+                               int team)
 {
   const auto sample = [&](int x, int y) { return static_cast<float>(pixels[image.index(x, y, k)]); };
   std::vector<float> sums, columns(static_cast<std::size_t>(b.covered().width));
@@ -68,7 +78,8 @@ template <class T> std::vector<float> runningSums(const CoveredImage<T>& image, 
     for (int x = 0; x < b.mask.width; ++x) sum += columns[static_cast<std::size_t>(x)];
     for (int x = 0; x < b.region.width; ++x) {
       sums.push_back(sum);
-      if (x + 1 < b.region.width) sum = (sum + columns[static_cast<std::size_t>(x + b.mask.width)]) - columns[static_cast<std::size_t>(x)];
+      if (x + 1 < b.region.width)
+        sum = (sum + columns[static_cast<std::size_t>(x + b.mask.width)]) - columns[static_cast<std::size_t>(x)];
     }
   }
   return sums;
@@ -87,7 +98,8 @@ int clamp(long x, int low, int high) { return static_cast<int>(x < low ? low : x
 
 int byteResult(Layout layout, bool shortcuts, bool inPlace, const Box& b, std::int64_t s, float running)
 {
-  const bool three = shortcuts && b.mask.width == 3 && b.mask.height == 3, five = shortcuts && b.mask.width == 5 && b.mask.height == 5;
+  const bool three = shortcuts && b.mask.width == 3 && b.mask.height == 3,
+             five = shortcuts && b.mask.width == 5 && b.mask.height == 5;
   const int sum = static_cast<int>(s);
   if (b.area() > 8100) return static_cast<int>(running * (1.0f / static_cast<float>(b.area())) + 9e-6f);
   if (three && layout == C1 && inPlace) return (sum * 7282) >> 16;
@@ -98,7 +110,9 @@ int byteResult(Layout layout, bool shortcuts, bool inPlace, const Box& b, std::i
   return fixedPoint(s, b.area());
 }
 
-template <class T> std::vector<T> expected(const CoveredImage<T>& image, const std::vector<T>& pixels, Layout layout, bool inPlace, const Box& b, int k, int team)
+template <class T>
+std::vector<T> expected(const CoveredImage<T>& image, const std::vector<T>& pixels, Layout layout, bool inPlace,
+                        const Box& b, int k, int team)
 {
   const auto sums = exactSums(image, pixels, b, k);
   const auto running = runningSums(image, pixels, b, k, team);
@@ -110,16 +124,24 @@ template <class T> std::vector<T> expected(const CoveredImage<T>& image, const s
       const auto s = sums[static_cast<std::size_t>(i)];
       const float quotient = static_cast<float>(s) * r;
       if (b.area() == 1) out.push_back(pixels[image.index(x, y, k)]);
-      else if constexpr (std::is_same_v<T, Zor8u>) out.push_back(static_cast<T>(byteResult(layout, shortcuts, inPlace, b, s, running[static_cast<std::size_t>(i)])));
+      else if constexpr (std::is_same_v<T, Zor8u>)
+        out.push_back(
+          static_cast<T>(byteResult(layout, shortcuts, inPlace, b, s, running[static_cast<std::size_t>(i)])));
       else if constexpr (std::is_same_v<T, Zor16u>) {
         const bool tail = x >= b.region.width / 8 * 8;
-        out.push_back(static_cast<T>(clamp(tail ? static_cast<long>(static_cast<double>(quotient) + 0.5000001) : std::lrintf(quotient), 0, 65535)));
+        out.push_back(static_cast<T>(clamp(
+          tail ? static_cast<long>(static_cast<double>(quotient) + 0.5000001) : std::lrintf(quotient), 0, 65535)));
       } else if constexpr (std::is_same_v<T, Zor16s>) {
-        const bool truncates = layout == C4 && !inPlace && b.mask.width == b.mask.height && (b.mask.width == 3 || b.mask.width == 5);
+        const bool truncates =
+          layout == C4 && !inPlace && b.mask.width == b.mask.height && (b.mask.width == 3 || b.mask.width == 5);
         const float product = static_cast<float>(s) * (b.mask.width == 3 ? 0.11111111f : 0.04f);
-        out.push_back(static_cast<T>(clamp((truncates ? static_cast<long>(product) : std::lrintf(quotient)) - 32768, -32768, 32767)));
+        out.push_back(static_cast<T>(
+          clamp((truncates ? static_cast<long>(product) : std::lrintf(quotient)) - 32768, -32768, 32767)));
       } else if (layout == C4 && !inPlace && b.mask.width == 3 && b.mask.height == 3) {
-        const auto row = [&](int j) { return (pixels[image.index(x, y + j, k)] + pixels[image.index(x + 1, y + j, k)]) + pixels[image.index(x + 2, y + j, k)]; };
+        const auto row = [&](int j) {
+          return (pixels[image.index(x, y + j, k)] + pixels[image.index(x + 1, y + j, k)]) +
+                 pixels[image.index(x + 2, y + j, k)];
+        };
         out.push_back(((row(0) + row(1)) + row(2)) * 0.11111111f);
       } else out.push_back(running[static_cast<std::size_t>(i)] * r);
     }
@@ -134,9 +156,15 @@ template <class T> struct Functions {
   ZorStatus (*inPlace)(T*, int, ZorImgSize, ZorImgSize, ZorImgPoint);
 };
 
-#define FUNCTIONS(type)                                                                                                 \
-  {{C1, zoriFilterBox_##type##_C1R, zoriFilterBox_##type##_C1IR}, {C3, zoriFilterBox_##type##_C3R, zoriFilterBox_##type##_C3IR}, \
-   {C4, zoriFilterBox_##type##_C4R, zoriFilterBox_##type##_C4IR}, {AC4, zoriFilterBox_##type##_AC4R, zoriFilterBox_##type##_AC4IR}}
+#define FUNCTIONS(type)                                                                                                \
+  {                                                                                                                    \
+    {C1, zoriFilterBox_##type##_C1R, zoriFilterBox_##type##_C1IR},                                                     \
+      {C3, zoriFilterBox_##type##_C3R, zoriFilterBox_##type##_C3IR},                                                   \
+      {C4, zoriFilterBox_##type##_C4R, zoriFilterBox_##type##_C4IR},                                                   \
+    {                                                                                                                  \
+      AC4, zoriFilterBox_##type##_AC4R, zoriFilterBox_##type##_AC4IR                                                   \
+    }                                                                                                                  \
+  }
 const std::vector<Functions<Zor8u>> forms8u = FUNCTIONS(8u);
 const std::vector<Functions<Zor16u>> forms16u = FUNCTIONS(16u);
 const std::vector<Functions<Zor16s>> forms16s = FUNCTIONS(16s);
@@ -160,7 +188,10 @@ template <class T> void compare(const Functions<T>& f, const Box& b, unsigned se
     }
     std::vector<T> wanted = all;
     if (inPlace) all = image.copy();
-    else ASSERT_EQ(f.apart(image.region(), image.step(), all.data(), pitch * static_cast<int>(sizeof(T)), b.region, b.mask, b.anchor), ZorOk);
+    else
+      ASSERT_EQ(f.apart(image.region(), image.step(), all.data(), pitch * static_cast<int>(sizeof(T)), b.region, b.mask,
+                        b.anchor),
+                ZorOk);
     for (int k = 0; k < processedOf(f.layout); ++k) {
       const std::vector<T> results = expected(image, before, f.layout, inPlace, b, k, inPlace ? 1 : team);
       for (int y = 0, i = 0; y < b.region.height; ++y)
@@ -169,14 +200,16 @@ template <class T> void compare(const Functions<T>& f, const Box& b, unsigned se
     }
     for (std::size_t i = 0; i < wanted.size(); ++i)
       ASSERT_EQ(std::memcmp(&all[i], &wanted[i], sizeof(T)), 0)
-        << b << (inPlace ? " in place" : "") << " layout " << f.layout << " element " << i << ": " << +all[i] << " for " << +wanted[i];
+        << b << (inPlace ? " in place" : "") << " layout " << f.layout << " element " << i << ": " << +all[i] << " for "
+        << +wanted[i];
   }
 }
 
 template <class T> void compareAll(const std::vector<Functions<T>>& forms)
 {
   omp_set_num_threads(1);
-  const ZorImgSize masks[] = {{1, 1}, {2, 1}, {1, 2}, {3, 3}, {5, 5}, {3, 1}, {5, 2}, {4, 3}, {7, 9}, {15, 15}, {16, 16}, {17, 17}, {31, 33}, {2, 258}};
+  const ZorImgSize masks[] = {{1, 1}, {2, 1}, {1, 2},   {3, 3},   {5, 5},   {3, 1},   {5, 2},
+                              {4, 3}, {7, 9}, {15, 15}, {16, 16}, {17, 17}, {31, 33}, {2, 258}};
   const ZorImgSize regions[] = {{1, 1}, {3, 4}, {7, 3}, {8, 6}, {13, 5}, {16, 17}, {33, 9}, {101, 7}};
   unsigned seed = 1;
   for (const auto& f : forms)
@@ -198,7 +231,8 @@ TEST(FilterBox, LargeMasks)
 {
   omp_set_num_threads(1);
   // around the largest fixed-point area, and where running sums of floats become inexact
-  for (ZorImgSize mask : {ZorImgSize{90, 90}, ZorImgSize{8101, 1}, ZorImgSize{1, 8101}, ZorImgSize{256, 257}, ZorImgSize{300, 300}})
+  for (ZorImgSize mask :
+       {ZorImgSize{90, 90}, ZorImgSize{8101, 1}, ZorImgSize{1, 8101}, ZorImgSize{256, 257}, ZorImgSize{300, 300}})
     for (const auto& f : forms8u) compare(f, {{19, 6}, mask, {mask.width - 1, mask.height / 2}}, 4);
   // sums of 16 bits beyond 2^31
   for (ZorImgSize mask : {ZorImgSize{181, 181}, ZorImgSize{256, 256}}) {
@@ -216,7 +250,9 @@ TEST(FilterBox, QuotientsNextToAWholeNumber)
       CoveredImage<Zor8u> image(b.covered(), b.anchor, 1, true, 1);
       image.fill(static_cast<Zor8u>(value));
       const auto wanted = expected(image, image.copy(), C1, false, b, 0, 1);
-      if (mask.width < 401) { EXPECT_EQ(wanted[0], value); }
+      if (mask.width < 401) {
+        EXPECT_EQ(wanted[0], value);
+      }
       std::vector<Zor8u> out(18);
       ASSERT_EQ(zoriFilterBox_8u_C1R(image.region(), image.step(), out.data(), 9, b.region, mask, b.anchor), ZorOk);
       EXPECT_EQ(out, wanted) << b << ' ' << value;
@@ -237,10 +273,13 @@ TEST(FilterBox, EveryByteSumOfSmallAreas)
     // column c, window y: y samples of c + 1, the others c
     std::vector<Zor8u> image(static_cast<std::size_t>(columns) * static_cast<std::size_t>(2 * area)), out(image.size());
     for (int y = 0; y < 2 * area - 1; ++y)
-      for (int c = 0; c < columns; ++c) image[static_cast<std::size_t>(y * columns + c)] = static_cast<Zor8u>(clamp(c + (y >= area), 0, 255));
+      for (int c = 0; c < columns; ++c)
+        image[static_cast<std::size_t>(y * columns + c)] = static_cast<Zor8u>(clamp(c + (y >= area), 0, 255));
     ASSERT_EQ(zoriFilterBox_8u_C1R(image.data(), columns, out.data(), columns, region, mask, {0, 0}), ZorOk);
     for (int y = 0; y < area; ++y)
-      for (int c = 0; c < columns; ++c) ASSERT_EQ(out[static_cast<std::size_t>(y * columns + c)], fixedPoint(std::min(c * area + y, sums - 1), area)) << area << ' ' << c << ' ' << y;
+      for (int c = 0; c < columns; ++c)
+        ASSERT_EQ(out[static_cast<std::size_t>(y * columns + c)], fixedPoint(std::min(c * area + y, sums - 1), area))
+          << area << ' ' << c << ' ' << y;
   }
 }
 
@@ -290,7 +329,8 @@ TEST(FilterBox, Teams)
     for (const auto& f : forms8u) compare(f, b, ++seed, team);
     for (const auto& f : forms16s) compare(f, b, ++seed, team);
     for (const auto& f : forms32f) compare(f, b, ++seed, team);
-    for (const auto& f : forms32f) compare(f, {{30, 5}, {3, 4}, {1, 1}}, ++seed, f.layout == C4 ? team : 1); // C4 always forks
+    for (const auto& f : forms32f)
+      compare(f, {{30, 5}, {3, 4}, {1, 1}}, ++seed, f.layout == C4 ? team : 1); // C4 always forks
   }
   omp_set_num_threads(1);
 }
@@ -305,14 +345,17 @@ TEST(FilterBox, TallMasksInPlaceAreAsOutOfPlace)
     CoveredImage<Zor32f> image({region.width + mask.width - 1, region.height + mask.height - 1}, anchor, 3, true, 7);
     const auto before = image.copy();
     std::vector<Zor32f> wanted(static_cast<std::size_t>(region.width * region.height * 3));
-    ASSERT_EQ(zoriFilterBox_32f_C3R(image.region(), image.step(), wanted.data(), region.width * 12, region, mask, anchor), ZorOk);
+    ASSERT_EQ(
+      zoriFilterBox_32f_C3R(image.region(), image.step(), wanted.data(), region.width * 12, region, mask, anchor),
+      ZorOk);
     ASSERT_EQ(zoriFilterBox_32f_C3IR(image.region(), image.step(), region, mask, anchor), ZorOk);
     for (int y = 0; y < region.height + mask.height - 1; ++y)
       for (int x = 0; x < region.width + mask.width - 1; ++x)
         for (int k = 0; k < 3; ++k) {
           const int rx = x - anchor.x, ry = y - anchor.y;
           const bool inside = rx >= 0 && rx < region.width && ry >= 0 && ry < region.height;
-          ASSERT_EQ(image.at(x, y, k), inside ? wanted[static_cast<std::size_t>((ry * region.width + rx) * 3 + k)] : before[image.index(x, y, k)]);
+          ASSERT_EQ(image.at(x, y, k), inside ? wanted[static_cast<std::size_t>((ry * region.width + rx) * 3 + k)]
+                                              : before[image.index(x, y, k)]);
         }
   }
   omp_set_num_threads(1);

@@ -29,6 +29,8 @@ extern "C" void GOMP_parallel(void (*body)(void*), void* data, unsigned threads,
 }
 #endif
 
+extern "C" void zoriTestShareAllWork(int on);
+
 namespace {
 
 using Matrix = std::vector<int>; // row by row
@@ -94,10 +96,16 @@ template <class D> D saturate(long long x)
 // What becomes of the exact sum t.
 template <class D> D finish(const std::string& name, long long t)
 {
-  const bool gauss3 = name == "Gauss33", gauss5 = name == "Gauss55", low3 = name == "Lowpass33", low5 = name == "Lowpass55";
+  const bool gauss3 = name == "Gauss33", gauss5 = name == "Gauss55", low3 = name == "Lowpass33",
+             low5 = name == "Lowpass55";
   if constexpr (std::is_same_v<D, Zor32f>) {
     const float f = static_cast<float>(t);
-    return f * (gauss3 ? 0.0625f : gauss5 ? 1.0f / 571 : low3 ? 0.11111111f : low5 ? 0.04f : name == "Sharpen33" ? 0.125f : 1.0f);
+    return f * (gauss3                ? 0.0625f
+                : gauss5              ? 1.0f / 571
+                : low3                ? 0.11111111f
+                : low5                ? 0.04f
+                : name == "Sharpen33" ? 0.125f
+                                      : 1.0f);
   } else {
     if (gauss3) return saturate<D>(roundHalfEven(t, 16));
     if (name == "Sharpen33") return saturate<D>(roundHalfEven(t, 8));
@@ -135,7 +143,8 @@ std::string compare(const std::string& filter, Layout layout, ZorImgSize size, i
         long long t = 0;
         for (int j = 0; j < side; ++j)
           for (int i = 0; i < side; ++i)
-            t += kernel[static_cast<size_t>(j * side + i)] * static_cast<long long>(src.get(x + i - reach, y + j - reach, k));
+            t += kernel[static_cast<size_t>(j * side + i)] *
+                 static_cast<long long>(src.get(x + i - reach, y + j - reach, k));
         expected.put(x, y, k, finish<D>(filter, t));
       }
   const ZorStatus status = call(src.pointer(), src.step(), dst.pointer(), dst.step(), size);
@@ -148,28 +157,31 @@ std::vector<Case> cases()
   std::vector<Case> all;
 #define CASE(filter, mask, types, source, dest, layout, layoutOf, ...)                                                 \
   all.push_back({#filter #mask "_" #types "_" #layout, [](ZorImgSize size, int variant) {                              \
-                   return compare<Zor##source, Zor##dest>(#filter #mask, layoutOf, size, variant,                      \
-                                                          [](auto... a) { return zoriFilter##filter##_##types##_##layout##R(a... __VA_ARGS__); }); \
+                   return compare<Zor##source, Zor##dest>(#filter #mask, layoutOf, size, variant, [](auto... a) {      \
+                     return zoriFilter##filter##_##types##_##layout##R(a... __VA_ARGS__);                              \
+                   });                                                                                                 \
                  }});
 #define FIXED(filter, type, layout, layoutOf) CASE(filter, 33, type, type, type, layout, layoutOf, )
 #define SELECTED(filter, type, layout, layoutOf)                                                                       \
-  CASE(filter, 33, type, type, type, layout, layoutOf, , ZorMask3x3) CASE(filter, 55, type, type, type, layout, layoutOf, , ZorMask5x5)
+  CASE(filter, 33, type, type, type, layout, layoutOf, , ZorMask3x3)                                                   \
+  CASE(filter, 55, type, type, type, layout, layoutOf, , ZorMask5x5)
 #define THREE(kind, filter, type) kind(filter, type, C1, c1) kind(filter, type, C3, c3) kind(filter, type, AC4, ac4)
 #define FOUR(kind, filter, type) THREE(kind, filter, type) kind(filter, type, C4, c4)
 #define TYPES(kind, filter) FOUR(kind, filter, 8u) FOUR(kind, filter, 16s) FOUR(kind, filter, 32f)
 #define MIXED(filter, mask, ...)                                                                                       \
   CASE(filter, mask, 8u16s, 8u, 16s, C1, c1, __VA_ARGS__) CASE(filter, mask, 8s16s, 8s, 16s, C1, c1, __VA_ARGS__)
 #define MIXED_SELECTED(filter) MIXED(filter, 33, , ZorMask3x3) MIXED(filter, 55, , ZorMask5x5)
-  TYPES(SELECTED, Gauss) FOUR(SELECTED, Gauss, 16u)
-  THREE(SELECTED, Lowpass, 8u) THREE(SELECTED, Lowpass, 16u) THREE(SELECTED, Lowpass, 16s) THREE(SELECTED, Lowpass, 32f)
-  TYPES(SELECTED, Hipass) TYPES(SELECTED, Laplace) MIXED_SELECTED(Laplace)
-  TYPES(FIXED, Sharpen) TYPES(FIXED, PrewittHoriz) TYPES(FIXED, PrewittVert) TYPES(FIXED, SobelHoriz) TYPES(FIXED, SobelVert)
-  MIXED(ScharrHoriz, 33, ) MIXED(ScharrVert, 33, ) FIXED(ScharrHoriz, 32f, C1, c1) FIXED(ScharrVert, 32f, C1, c1)
-  MIXED_SELECTED(SobelHoriz) MIXED_SELECTED(SobelVert)
-  SELECTED(SobelHorizMask, 32f, C1, c1) SELECTED(SobelVertMask, 32f, C1, c1)
-  MIXED_SELECTED(SobelHorizSecond) MIXED_SELECTED(SobelVertSecond) MIXED_SELECTED(SobelCross)
-  SELECTED(SobelHorizSecond, 32f, C1, c1) SELECTED(SobelVertSecond, 32f, C1, c1) SELECTED(SobelCross, 32f, C1, c1)
-  return all;
+  TYPES(SELECTED, Gauss)
+  FOUR(SELECTED, Gauss, 16u)
+  THREE(SELECTED, Lowpass, 8u)
+  THREE(SELECTED, Lowpass, 16u) THREE(SELECTED, Lowpass, 16s) THREE(SELECTED, Lowpass, 32f) TYPES(SELECTED, Hipass)
+    TYPES(SELECTED, Laplace) MIXED_SELECTED(Laplace) TYPES(FIXED, Sharpen) TYPES(FIXED, PrewittHoriz)
+      TYPES(FIXED, PrewittVert) TYPES(FIXED, SobelHoriz) TYPES(FIXED, SobelVert) MIXED(ScharrHoriz, 33, )
+        MIXED(ScharrVert, 33, ) FIXED(ScharrHoriz, 32f, C1, c1) FIXED(ScharrVert, 32f, C1, c1)
+          MIXED_SELECTED(SobelHoriz) MIXED_SELECTED(SobelVert) SELECTED(SobelHorizMask, 32f, C1, c1)
+            SELECTED(SobelVertMask, 32f, C1, c1) MIXED_SELECTED(SobelHorizSecond) MIXED_SELECTED(SobelVertSecond)
+              MIXED_SELECTED(SobelCross) SELECTED(SobelHorizSecond, 32f, C1, c1) SELECTED(SobelVertSecond, 32f, C1, c1)
+                SELECTED(SobelCross, 32f, C1, c1) return all;
 }
 
 class FixedKernel : public testing::TestWithParam<Case> {};
@@ -177,7 +189,8 @@ INSTANTIATE_TEST_SUITE_P(All, FixedKernel, testing::ValuesIn(cases()), [](const 
 
 TEST_P(FixedKernel, AppliesItsKernel)
 {
-  for (ZorImgSize size : {ZorImgSize{1, 1}, {2, 7}, {3, 2}, {5, 3}, {7, 1}, {15, 2}, {16, 3}, {17, 2}, {31, 2}, {70, 5}})
+  for (ZorImgSize size :
+       {ZorImgSize{1, 1}, {2, 7}, {3, 2}, {5, 3}, {7, 1}, {15, 2}, {16, 3}, {17, 2}, {31, 2}, {70, 5}})
     for (int variant : {0, 1, 2}) EXPECT_EQ(GetParam().differs(size, variant), "") << size.width << "x" << size.height;
 
   const int before = omp_get_max_threads();
@@ -195,15 +208,15 @@ struct Heights {
   int layouts[4];
 };
 constexpr Heights forkHeights[] = {
-  {"Gauss33_8u", {256, 0, 400, 0}},      {"Gauss33_16s", {400, 400, 256, 0}},     {"Gauss33_32f", {-1, -1, -1, 0}},
-  {"Gauss55_8u", {0, 0, 0, 0}},          {"Gauss55_16s", {0, 0, 0, 0}},           {"Lowpass55_8u", {-1, 0, -1, 0}},
-  {"Lowpass55_16s", {400, 400, -1, 0}},  {"Laplace33_8u", {256, 0, 400, 400}},    {"Laplace33_16s", {400, 400, -1, 0}},
-  {"Laplace33_32f", {-1, -1, -1, 100}},  {"Laplace33_8s16s", {256, -1, -1, -1}},  {"Laplace55_8u", {256, 0, 512, 0}},
-  {"Laplace55_16s", {256, 0, 512, 0}},   {"Hipass33_8u", {256, 0, 400, 400}},     {"Hipass33_16s", {400, 400, -1, 0}},
-  {"Hipass33_32f", {-1, -1, -1, 100}},   {"Hipass55_8u", {-1, 256, -1, 256}},     {"Hipass55_16s", {512, 512, 0, 256}},
-  {"Sharpen33_8u", {256, 0, 400, 0}},    {"Sharpen33_16s", {-1, 400, 256, 0}},    {"Sharpen33_32f", {-1, -1, -1, 0}},
-  {"PrewittHoriz33_", {-1, -1, -1, 0}},  {"PrewittVert33_", {-1, -1, -1, 0}},     {"SobelHoriz33_8u", {-1, -1, -1, 0}},
-  {"SobelHoriz33_16s", {-1, -1, -1, 0}}, {"SobelHoriz33_32f", {-1, -1, -1, 0}},   {"SobelVert33_8u", {-1, -1, -1, 0}},
+  {"Gauss33_8u", {256, 0, 400, 0}},      {"Gauss33_16s", {400, 400, 256, 0}},    {"Gauss33_32f", {-1, -1, -1, 0}},
+  {"Gauss55_8u", {0, 0, 0, 0}},          {"Gauss55_16s", {0, 0, 0, 0}},          {"Lowpass55_8u", {-1, 0, -1, 0}},
+  {"Lowpass55_16s", {400, 400, -1, 0}},  {"Laplace33_8u", {256, 0, 400, 400}},   {"Laplace33_16s", {400, 400, -1, 0}},
+  {"Laplace33_32f", {-1, -1, -1, 100}},  {"Laplace33_8s16s", {256, -1, -1, -1}}, {"Laplace55_8u", {256, 0, 512, 0}},
+  {"Laplace55_16s", {256, 0, 512, 0}},   {"Hipass33_8u", {256, 0, 400, 400}},    {"Hipass33_16s", {400, 400, -1, 0}},
+  {"Hipass33_32f", {-1, -1, -1, 100}},   {"Hipass55_8u", {-1, 256, -1, 256}},    {"Hipass55_16s", {512, 512, 0, 256}},
+  {"Sharpen33_8u", {256, 0, 400, 0}},    {"Sharpen33_16s", {-1, 400, 256, 0}},   {"Sharpen33_32f", {-1, -1, -1, 0}},
+  {"PrewittHoriz33_", {-1, -1, -1, 0}},  {"PrewittVert33_", {-1, -1, -1, 0}},    {"SobelHoriz33_8u", {-1, -1, -1, 0}},
+  {"SobelHoriz33_16s", {-1, -1, -1, 0}}, {"SobelHoriz33_32f", {-1, -1, -1, 0}},  {"SobelVert33_8u", {-1, -1, -1, 0}},
   {"SobelVert33_16s", {-1, -1, -1, 0}},  {"SobelVert33_32f", {-1, -1, -1, 0}},
 };
 
@@ -212,20 +225,26 @@ int forkHeightOf(const std::string& member)
   const size_t end = member.rfind('_');
   const std::string filter = member.substr(0, end), layout = member.substr(end + 1);
   for (const Heights& h : forkHeights)
-    if (const std::string name = h.filter; name.back() == '_' ? filter.compare(0, name.size(), name) == 0 : filter == name)
+    if (const std::string name = h.filter;
+        name.back() == '_' ? filter.compare(0, name.size(), name) == 0 : filter == name)
       return h.layouts[layout == "C1" ? 0 : layout == "C3" ? 1 : layout == "C4" ? 2 : 3];
   return -1;
 }
 
-TEST_P(FixedKernel, ForksFromItsHeightOn)
+TEST_P(FixedKernel, TakesATeamOrNone)
 {
-  const int height = forkHeightOf(GetParam().name), before = omp_get_max_threads();
+  const bool takesTeam = forkHeightOf(GetParam().name) >= 0;
+  const int before = omp_get_max_threads();
   omp_set_num_threads(2);
-  for (int h : {1, 99, 100, 255, 256, 399, 400, 511, 512}) {
-    regionsBegun = 0;
-    ASSERT_EQ(GetParam().differs({2, h}, 0), "");
-    EXPECT_EQ(regionsBegun, height >= 0 && h >= height ? 1 : 0) << h << " rows";
+  for (const bool isSmallWorkShared : {false, true}) {
+    zoriTestShareAllWork(isSmallWorkShared);
+    for (int h : {1, 100}) {
+      regionsBegun = 0;
+      ASSERT_EQ(GetParam().differs({2, h}, 0), "");
+      EXPECT_EQ(regionsBegun, takesTeam && isSmallWorkShared && h > 1 ? 1 : 0) << h << " rows";
+    }
   }
+  zoriTestShareAllWork(0);
   omp_set_num_threads(before);
 }
 #endif
@@ -258,9 +277,11 @@ TEST(FixedKernels, RoundToNearestInAnyModeOfTheCaller)
 {
   const int before = omp_get_max_threads();
   omp_set_num_threads(3);
-  expectIndependenceOfTheRoundingMode<Zor16u>(1, 2, [](auto... a) { return zoriFilterLowpass_16u_C1R(a..., ZorMask5x5); });
+  expectIndependenceOfTheRoundingMode<Zor16u>(1, 2,
+                                              [](auto... a) { return zoriFilterLowpass_16u_C1R(a..., ZorMask5x5); });
   expectIndependenceOfTheRoundingMode<Zor32f>(4, 1, [](auto... a) { return zoriFilterSharpen_32f_AC4R(a...); });
-  expectIndependenceOfTheRoundingMode<Zor32f>(4, 1, [](auto... a) { return zoriFilterGauss_32f_AC4R(a..., ZorMask3x3); });
+  expectIndependenceOfTheRoundingMode<Zor32f>(4, 1,
+                                              [](auto... a) { return zoriFilterGauss_32f_AC4R(a..., ZorMask3x3); });
   omp_set_num_threads(before);
 }
 
@@ -270,7 +291,8 @@ TEST(FixedKernels, GaussInSinglePrecisionKeepsItsOrder)
   const ZorImgSize size = {37, 4};
   Image<Zor32f> src(size, 1, 1, 1, 5, 1), dst(size, 1, 0, 0, 1, 0), expected = dst;
   for (int y = -1; y <= size.height; ++y)
-    for (int x = -1; x <= size.width; ++x) src.put(x, y, 0, src.get(x, y, 0) * 1.2345678f + 1e3f / static_cast<float>(x + 3));
+    for (int x = -1; x <= size.width; ++x)
+      src.put(x, y, 0, src.get(x, y, 0) * 1.2345678f + 1e3f / static_cast<float>(x + 3));
   for (int y = 0; y < size.height; ++y)
     for (int x = 0; x < size.width; ++x) {
       const auto column = [&](int i) { return (src.get(i, y - 1, 0) + src.get(i, y + 1, 0)) + 2 * src.get(i, y, 0); };
@@ -284,8 +306,9 @@ TEST(FixedKernels, FiveFormsInSinglePrecisionTakeAnyOtherSelectorAs5x5)
 {
   const ZorImgSize size = {20, 3};
   const Image<Zor32f> src(size, 1, 2, 2, 3, 0);
-  for (auto function : {zoriFilterSobelHorizMask_32f_C1R, zoriFilterSobelVertMask_32f_C1R, zoriFilterSobelHorizSecond_32f_C1R,
-                        zoriFilterSobelVertSecond_32f_C1R, zoriFilterSobelCross_32f_C1R}) {
+  for (auto function :
+       {zoriFilterSobelHorizMask_32f_C1R, zoriFilterSobelVertMask_32f_C1R, zoriFilterSobelHorizSecond_32f_C1R,
+        zoriFilterSobelVertSecond_32f_C1R, zoriFilterSobelCross_32f_C1R}) {
     Image<Zor32f> a(size, 1, 0, 0, 1, 0), b = a;
     EXPECT_EQ(function(src.pointer(), src.step(), a.pointer(), a.step(), size, ZorMask5x5), ZorOk);
     EXPECT_EQ(function(src.pointer(), src.step(), b.pointer(), b.step(), size, ZorMask3x1), ZorOk);
@@ -294,7 +317,8 @@ TEST(FixedKernels, FiveFormsInSinglePrecisionTakeAnyOtherSelectorAs5x5)
 }
 
 // dst = src less the pixel above to the left (Down) or to the right (Up); the row above is reached by whole samples.
-template <class T, class Call> std::string robertsDiffers(Layout layout, int shift, ZorImgSize size, int padding, Call call)
+template <class T, class Call>
+std::string robertsDiffers(Layout layout, int shift, ZorImgSize size, int padding, Call call)
 {
   const Image<T> src(size, layout.channels, 1, 1, 7, padding);
   Image<T> dst(size, layout.channels, 0, 0, 9, 1), expected = dst;
@@ -316,9 +340,11 @@ TEST(Roberts, SubtractsADiagonalNeighbour)
 #define ROBERTS(type, layout, layoutOf)                                                                                \
   EXPECT_EQ(robertsDiffers<Zor##type>(layoutOf, -1, size, 2, zoriFilterRobertsDown_##type##_##layout##R), "");         \
   EXPECT_EQ(robertsDiffers<Zor##type>(layoutOf, 1, size, 2, zoriFilterRobertsUp_##type##_##layout##R), "");
-    ROBERTS(8u, C1, c1) ROBERTS(8u, C3, c3) ROBERTS(8u, AC4, ac4)
-    ROBERTS(16s, C1, c1) ROBERTS(16s, C3, c3) ROBERTS(16s, AC4, ac4)
-    ROBERTS(32f, C1, c1) ROBERTS(32f, C3, c3) ROBERTS(32f, AC4, ac4)
+    ROBERTS(8u, C1, c1)
+    ROBERTS(8u, C3, c3)
+    ROBERTS(8u, AC4, ac4)
+    ROBERTS(16s, C1, c1) ROBERTS(16s, C3, c3) ROBERTS(16s, AC4, ac4) ROBERTS(32f, C1, c1) ROBERTS(32f, C3, c3)
+      ROBERTS(32f, AC4, ac4)
   }
 }
 

@@ -26,19 +26,22 @@ struct Shape {
 };
 inline std::ostream& operator<<(std::ostream& out, const Shape& s)
 {
-  return out << "region " << s.roi.width << 'x' << s.roi.height << " kernel " << s.kernel.width << 'x' << s.kernel.height;
+  return out << "region " << s.roi.width << 'x' << s.roi.height << " kernel " << s.kernel.width << 'x'
+             << s.kernel.height;
 }
 
 // Regions below and above a block of samples, of odd and even height, worth a team, longer than a strip.
 inline const std::vector<Shape> shapes = {
-  {{1, 1}, {1, 1}, {0, 0}},   {{3, 2}, {3, 3}, {1, 1}},   {{15, 3}, {3, 3}, {0, 2}},  {{16, 4}, {3, 3}, {5, -7}},
-  {{17, 5}, {2, 2}, {1, 0}},  {{20, 3}, {4, 5}, {3, 3}},  {{33, 2}, {5, 1}, {2, 0}},  {{37, 1}, {5, 5}, {2, 2}},
-  {{18, 4}, {1, 6}, {0, 2}},  {{64, 64}, {5, 4}, {1, 1}}, {{70, 67}, {3, 3}, {1, 1}}, {{3001, 3}, {3, 2}, {2, 1}},
+  {{1, 1}, {1, 1}, {0, 0}},    {{3, 2}, {3, 3}, {1, 1}},    {{15, 3}, {3, 3}, {0, 2}},  {{16, 4}, {3, 3}, {5, -7}},
+  {{17, 5}, {2, 2}, {1, 0}},   {{20, 3}, {4, 5}, {3, 3}},   {{33, 2}, {5, 1}, {2, 0}},  {{37, 1}, {5, 5}, {2, 2}},
+  {{18, 4}, {1, 6}, {0, 2}},   {{64, 64}, {5, 4}, {1, 1}},  {{70, 67}, {3, 3}, {1, 1}}, {{3001, 3}, {3, 2}, {2, 1}},
   {{40, 5}, {31, 17}, {9, 9}}, {{961, 2}, {46, 45}, {0, 0}}};
-inline const std::vector<Shape> rows = {{{1, 1}, {1, 1}, {0, 0}},  {{2, 3}, {3, 1}, {1, 0}},  {{16, 2}, {3, 1}, {2, 0}},
-                                        {{45, 3}, {9, 1}, {4, 0}}, {{64, 65}, {4, 1}, {-3, 0}}, {{1025, 2}, {33, 1}, {40, 0}}};
-inline const std::vector<Shape> columns = {{{1, 1}, {1, 1}, {0, 0}},  {{2, 3}, {1, 3}, {0, 1}},  {{16, 2}, {1, 3}, {0, 2}},
-                                           {{45, 3}, {1, 9}, {0, 4}}, {{64, 65}, {1, 4}, {0, -3}}, {{1025, 5}, {1, 2}, {0, 40}}};
+inline const std::vector<Shape> rows = {{{1, 1}, {1, 1}, {0, 0}},    {{2, 3}, {3, 1}, {1, 0}},
+                                        {{16, 2}, {3, 1}, {2, 0}},   {{45, 3}, {9, 1}, {4, 0}},
+                                        {{64, 65}, {4, 1}, {-3, 0}}, {{1025, 2}, {33, 1}, {40, 0}}};
+inline const std::vector<Shape> columns = {{{1, 1}, {1, 1}, {0, 0}},    {{2, 3}, {1, 3}, {0, 1}},
+                                           {{16, 2}, {1, 3}, {0, 2}},   {{45, 3}, {1, 9}, {0, 4}},
+                                           {{64, 65}, {1, 4}, {0, -3}}, {{1025, 5}, {1, 2}, {0, 40}}};
 
 // Numbers below n, from a seed.
 class Random {
@@ -73,7 +76,8 @@ void compare(Layout layout, const Shape& shape, const std::vector<K>& kernel, Ca
 {
   using zoritest::Edge;
   using zoritest::PixelImage;
-  const int n = layout.channels, sample = static_cast<int>(sizeof(T)), kw = shape.kernel.width, kh = shape.kernel.height;
+  const int n = layout.channels, sample = static_cast<int>(sizeof(T)), kw = shape.kernel.width,
+            kh = shape.kernel.height;
   const int width = shape.roi.width, height = shape.roi.height;
   static unsigned seed = 0;
   const Edge edge = ++seed % 2 ? Edge::End : Edge::Begin;
@@ -113,8 +117,8 @@ void compare(Layout layout, const Shape& shape, const std::vector<K>& kernel, Ca
   const std::vector<Zor8u> bytes = dst.bytes();
   for (size_t i = 0; i < bytes.size(); ++i)
     ASSERT_EQ(static_cast<int>(bytes[i]), static_cast<int>(expected[i]))
-      << shape << " channels " << n << ", byte " << static_cast<std::ptrdiff_t>(i - dst.offset(0, 0)) << " of the region, "
-      << sizeof(T) << " a sample";
+      << shape << " channels " << n << ", byte " << static_cast<std::ptrdiff_t>(i - dst.offset(0, 0))
+      << " of the region, " << sizeof(T) << " a sample";
 }
 
 // ---- Rules ----
@@ -127,11 +131,14 @@ template <class T> double saturated(double x)
 enum class Ties { Even, Up };
 template <class T> double rounded(float f, Ties ties)
 {
-  return saturated<T>(ties == Ties::Even ? std::nearbyint(static_cast<double>(f)) : std::floor(static_cast<double>(f) + 0.5));
+  return saturated<T>(ties == Ties::Even ? std::nearbyint(static_cast<double>(f))
+                                         : std::floor(static_cast<double>(f) + 0.5));
 }
 template <class T> double roundedBy(double x, ZorRoundMode mode)
 {
-  return saturated<T>(mode == ZorRoundTowardZero ? std::trunc(x) : mode == ZorRoundNearestEven ? std::nearbyint(x) : std::round(x));
+  return saturated<T>(mode == ZorRoundTowardZero    ? std::trunc(x)
+                      : mode == ZorRoundNearestEven ? std::nearbyint(x)
+                                                    : std::round(x));
 }
 
 // The exact quotient in whole numbers.
@@ -150,6 +157,9 @@ template <class T> double divided(Zor32s sum, int divisor, Ties ties)
   return rounded<T>(static_cast<float>(sum) * (1.0f / static_cast<float>(divisor)), ties);
 }
 
-inline Ties tiesOf(int kernelLength, int roiWidth) { return kernelLength >= 3 && roiWidth >= 16 ? Ties::Even : Ties::Up; }
+inline Ties tiesOf(int kernelLength, int roiWidth)
+{
+  return kernelLength >= 3 && roiWidth >= 16 ? Ties::Even : Ties::Up;
+}
 
 } // namespace general

@@ -59,7 +59,7 @@ template <class T, class F> void floats(const std::vector<Shape>& lines, Layout 
   }
 }
 
-#define LAYOUTS(test, lines, name) \
+#define LAYOUTS(test, lines, name)                                                                                     \
   test(lines, c1, name##_C1R), test(lines, c3, name##_C3R), test(lines, c4, name##_C4R), test(lines, ac4, name##_AC4R)
 
 TEST(FilterRow, Integers)
@@ -100,7 +100,8 @@ TEST(FilterRow, TiesOfTheTwoPaths)
     const int length = static_cast<int>(kernel.size());
     Zor8u row[20] = {}, column[20] = {};
     EXPECT_EQ(zoriFilterRow_8u_C1R(src.data(), 20, row, 20, {width, 1}, kernel.data(), length, length - 1, 6), ZorOk);
-    EXPECT_EQ(zoriFilterColumn_8u_C1R(src.data(), 20, column, 20, {width, 1}, kernel.data(), length, length - 1, 6), ZorOk);
+    EXPECT_EQ(zoriFilterColumn_8u_C1R(src.data(), 20, column, 20, {width, 1}, kernel.data(), length, length - 1, 6),
+              ZorOk);
     EXPECT_EQ(row[0], column[0]);
     return int{row[0]};
   };

@@ -71,7 +71,8 @@ TEST(Filter, TiesOfTheTwoPaths)
   const std::vector<Zor8u> src(40 * 3, 15);
   const auto first = [&](std::vector<Zor32s> kernel, int kw, int width) {
     std::vector<Zor8u> dst(40);
-    EXPECT_EQ(zoriFilter_8u_C1R(src.data(), 40, dst.data(), 40, {width, 1}, kernel.data(), {kw, 1}, {kw - 1, 0}, 6), ZorOk);
+    EXPECT_EQ(zoriFilter_8u_C1R(src.data(), 40, dst.data(), 40, {width, 1}, kernel.data(), {kw, 1}, {kw - 1, 0}, 6),
+              ZorOk);
     return int{dst[0]};
   };
   EXPECT_EQ(first({0, 1, 0}, 3, 16), 2);
@@ -101,8 +102,8 @@ template <class T, class F> void floats(Layout layout, F function, int seed)
 
 TEST(Filter, Floats)
 {
-#define LAYOUTS(name, type)                                                                              \
-  floats<Zor##type>(c1, name##_##type##_C1R, 1), floats<Zor##type>(c3, name##_##type##_C3R, 20);         \
+#define LAYOUTS(name, type)                                                                                            \
+  floats<Zor##type>(c1, name##_##type##_C1R, 1), floats<Zor##type>(c3, name##_##type##_C3R, 20);                       \
   floats<Zor##type>(c4, name##_##type##_C4R, 40), floats<Zor##type>(ac4, name##_##type##_AC4R, 60);
   LAYOUTS(zoriFilter, 32f) LAYOUTS(zoriFilter32f, 8u) LAYOUTS(zoriFilter32f, 16u) LAYOUTS(zoriFilter32f, 16s)
 #undef LAYOUTS
@@ -128,7 +129,9 @@ TEST(Filter, SumsThatAreNoNumbers)
     Zor8u dst[20] = {}, buffer[4096];
     ASSERT_EQ(zoriFilter32f_8u_C1R(src, 20, dst, 20, {width, 1}, kernel, {3, 1}, {2, 0}), ZorOk);
     EXPECT_EQ(dst[0], 255);
-    ASSERT_EQ(zoriFilter_Round32f_8u_C1R(src, 20, dst, 20, {width, 1}, kernel, {3, 1}, {2, 0}, ZorRoundTowardZero, buffer), ZorOk);
+    ASSERT_EQ(
+      zoriFilter_Round32f_8u_C1R(src, 20, dst, 20, {width, 1}, kernel, {3, 1}, {2, 0}, ZorRoundTowardZero, buffer),
+      ZorOk);
     EXPECT_EQ(dst[0], 255);
   }
 }
@@ -192,7 +195,8 @@ template <class T, class F> void roundIntegers(Layout layout, F function, int se
       compare<T>(
         layout, shape, kernel,
         [&](auto src, int srcStep, auto dst, int dstStep, const Shape& s) {
-          return function(src, srcStep, dst, dstStep, s.roi, kernel.data(), s.kernel, s.anchor, divisor, mode, buffer.data());
+          return function(src, srcStep, dst, dstStep, s.roi, kernel.data(), s.kernel, s.anchor, divisor, mode,
+                          buffer.data());
         },
         [&](Zor32s sum) { return dividedExactly<T>(sum, divisor, mode); });
     }
@@ -216,10 +220,10 @@ template <class T, class F> void roundFloats(Layout layout, F function, int seed
 
 TEST(FilterRound, Integers)
 {
-#define LAYOUTS(kernel, type)                                                 \
-  roundIntegers<Zor##type>(c1, zoriFilter_Round##kernel##_##type##_C1R, 0);   \
-  roundIntegers<Zor##type>(c3, zoriFilter_Round##kernel##_##type##_C3R, 4);   \
-  roundIntegers<Zor##type>(c4, zoriFilter_Round##kernel##_##type##_C4R, 8);   \
+#define LAYOUTS(kernel, type)                                                                                          \
+  roundIntegers<Zor##type>(c1, zoriFilter_Round##kernel##_##type##_C1R, 0);                                            \
+  roundIntegers<Zor##type>(c3, zoriFilter_Round##kernel##_##type##_C3R, 4);                                            \
+  roundIntegers<Zor##type>(c4, zoriFilter_Round##kernel##_##type##_C4R, 8);                                            \
   roundIntegers<Zor##type>(ac4, zoriFilter_Round##kernel##_##type##_AC4R, 6);
   LAYOUTS(16s, 8u) LAYOUTS(32s, 16u) LAYOUTS(32s, 16s)
 #undef LAYOUTS
@@ -227,10 +231,10 @@ TEST(FilterRound, Integers)
 
 TEST(FilterRound, Floats)
 {
-#define LAYOUTS(type)                                                \
-  roundFloats<Zor##type>(c1, zoriFilter_Round32f_##type##_C1R, 0);   \
-  roundFloats<Zor##type>(c3, zoriFilter_Round32f_##type##_C3R, 4);   \
-  roundFloats<Zor##type>(c4, zoriFilter_Round32f_##type##_C4R, 8);   \
+#define LAYOUTS(type)                                                                                                  \
+  roundFloats<Zor##type>(c1, zoriFilter_Round32f_##type##_C1R, 0);                                                     \
+  roundFloats<Zor##type>(c3, zoriFilter_Round32f_##type##_C3R, 4);                                                     \
+  roundFloats<Zor##type>(c4, zoriFilter_Round32f_##type##_C4R, 8);                                                     \
   roundFloats<Zor##type>(ac4, zoriFilter_Round32f_##type##_AC4R, 6);
   LAYOUTS(8u) LAYOUTS(16u) LAYOUTS(16s)
 #undef LAYOUTS
@@ -247,7 +251,9 @@ TEST(FilterRound, HalvesOfBothSigns)
     const auto convolve = [&](std::vector<Zor16s>& dst, const Zor32f* k) {
       return zoriFilter_Round32f_16s_C1R(src, 40, dst.data(), 14, {7, 1}, k, {1, 1}, {0, 0}, mode, buffer);
     };
-    EXPECT_EQ(zoriFilter_Round32s_16s_C1R(src, 40, integers.data(), 14, {7, 1}, kernel, {1, 1}, {0, 0}, 2, mode, buffer), ZorOk);
+    EXPECT_EQ(
+      zoriFilter_Round32s_16s_C1R(src, 40, integers.data(), 14, {7, 1}, kernel, {1, 1}, {0, 0}, 2, mode, buffer),
+      ZorOk);
     EXPECT_EQ(convolve(floats, half), ZorOk);
     EXPECT_EQ(integers, floats);
     EXPECT_EQ(convolve(floats, nearHalf), ZorOk);
@@ -306,7 +312,8 @@ TEST(Filter, KernelsOfAnySizeAndNoMemory)
   // the divided kernel has to be somewhere
   std::vector<Zor16u> src(100 * 60), dst(100 * 60, 7);
   zoriTestFailAllocationAt(1);
-  EXPECT_EQ(zoriFilter_16u_C1R(src.data(), 200, dst.data(), 200, {19, 3}, kernel.data(), {20, 20}, {19, 19}, 5), ZorErrAlloc);
+  EXPECT_EQ(zoriFilter_16u_C1R(src.data(), 200, dst.data(), 200, {19, 3}, kernel.data(), {20, 20}, {19, 19}, 5),
+            ZorErrAlloc);
   EXPECT_EQ(zoriTestFailAllocationAt(0), 1);
   EXPECT_EQ(dst, std::vector<Zor16u>(100 * 60, 7));
 }
@@ -331,13 +338,16 @@ TEST(Filter, ControlRegisterOfTheCaller)
       compare<Zor8u>(
         c1, shape, kernel,
         [&](auto src, int srcStep, auto dst, int dstStep, const Shape& s) {
-          return under([&] { return zoriFilter_8u_C1R(src, srcStep, dst, dstStep, s.roi, kernel.data(), s.kernel, s.anchor, 37); });
+          return under([&] {
+            return zoriFilter_8u_C1R(src, srcStep, dst, dstStep, s.roi, kernel.data(), s.kernel, s.anchor, 37);
+          });
         },
         [](Zor32s sum) { return divided<Zor8u>(sum, 37, Ties::Even); });
       compare<Zor32f>(
         c1, shape, floats,
         [&](auto src, int srcStep, auto dst, int dstStep, const Shape& s) {
-          return under([&] { return zoriFilter_32f_C1R(src, srcStep, dst, dstStep, s.roi, floats.data(), s.kernel, s.anchor); });
+          return under(
+            [&] { return zoriFilter_32f_C1R(src, srcStep, dst, dstStep, s.roi, floats.data(), s.kernel, s.anchor); });
         },
         [](Zor32f sum) { return sum; });
     }

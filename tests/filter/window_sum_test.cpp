@@ -1,4 +1,5 @@
-// Window sums against sums of the samples, in memory that ends with the windows; the checks, which differ between forms.
+// Window sums against sums of the samples, in memory that ends with the windows; the checks, which differ between
+// forms.
 #include "covered_image.h"
 #include "zori/filter.h"
 
@@ -25,15 +26,22 @@ template <class T, class Sum, class At> std::vector<float> running(int length, i
   return sums;
 }
 
-template <class T> void compare(bool alongRow, int channels, Function<T> function, ZorImgSize region, int mask, unsigned seed, bool isAligned = false)
+template <class T>
+void compare(bool alongRow, int channels, Function<T> function, ZorImgSize region, int mask, unsigned seed,
+             bool isAligned = false)
 {
-  const int anchor = static_cast<int>(seed * 11) % mask, pitch = isAligned ? (region.width * channels + 4) / 4 * 4 : region.width * channels + 1;
-  const ZorImgSize covered = alongRow ? ZorImgSize{region.width + mask - 1, region.height} : ZorImgSize{region.width, region.height + mask - 1};
-  CoveredImage<T> image(covered, alongRow ? ZorImgPoint{anchor, 0} : ZorImgPoint{0, anchor}, channels, seed % 2 == 0, seed);
+  const int anchor = static_cast<int>(seed * 11) % mask,
+            pitch = isAligned ? (region.width * channels + 4) / 4 * 4 : region.width * channels + 1;
+  const ZorImgSize covered =
+    alongRow ? ZorImgSize{region.width + mask - 1, region.height} : ZorImgSize{region.width, region.height + mask - 1};
+  CoveredImage<T> image(covered, alongRow ? ZorImgPoint{anchor, 0} : ZorImgPoint{0, anchor}, channels, seed % 2 == 0,
+                        seed);
   std::vector<float> out(static_cast<std::size_t>(pitch * region.height + 4), -7.0f), wanted = out;
   const int first = static_cast<int>(-reinterpret_cast<std::uintptr_t>(out.data()) % 16 / 4) + (isAligned ? 0 : 1);
   ASSERT_EQ(function(image.region(), image.step(), out.data() + first % 4, pitch * 4, region, mask, anchor), ZorOk);
-  const auto put = [&](int x, int y, int k, float v) { wanted[static_cast<std::size_t>(first % 4 + y * pitch + x * channels + k)] = v; };
+  const auto put = [&](int x, int y, int k, float v) {
+    wanted[static_cast<std::size_t>(first % 4 + y * pitch + x * channels + k)] = v;
+  };
   for (int k = 0; k < channels; ++k)
     if (alongRow) {
       for (int y = 0; y < region.height; ++y) {
@@ -48,7 +56,8 @@ template <class T> void compare(bool alongRow, int channels, Function<T> functio
         for (int y = 0; y < region.height; ++y) put(x, y, k, sums[static_cast<std::size_t>(y)]);
       }
     }
-  ASSERT_EQ(out, wanted) << region.width << 'x' << region.height << " mask " << mask << " channels " << channels << (alongRow ? " row" : " column");
+  ASSERT_EQ(out, wanted) << region.width << 'x' << region.height << " mask " << mask << " channels " << channels
+                         << (alongRow ? " row" : " column");
 }
 
 template <class T> void compareAll(bool alongRow, Function<T> c1, Function<T> c3, Function<T> c4)
@@ -56,7 +65,8 @@ template <class T> void compareAll(bool alongRow, Function<T> c1, Function<T> c3
   unsigned seed = 3;
   // below, at and above the masks whose sums fit 16 bits and 24 bits
   for (int mask : {1, 2, 5, 15, 100, 256, 257, 258, 512, 513, 3000})
-    for (ZorImgSize region : {ZorImgSize{1, 1}, ZorImgSize{3, 2}, ZorImgSize{4, 3}, ZorImgSize{8, 2}, ZorImgSize{9, 4}, ZorImgSize{16, 2}, ZorImgSize{50, 3}}) {
+    for (ZorImgSize region : {ZorImgSize{1, 1}, ZorImgSize{3, 2}, ZorImgSize{4, 3}, ZorImgSize{8, 2}, ZorImgSize{9, 4},
+                              ZorImgSize{16, 2}, ZorImgSize{50, 3}}) {
       compare(alongRow, 1, c1, region, mask, ++seed);
       compare(alongRow, 3, c3, region, mask, ++seed);
       compare(alongRow, 4, c4, region, mask, ++seed);
@@ -78,8 +88,10 @@ TEST(SumWindow, Row)
 TEST(SumWindow, Column)
 {
   compareAll<Zor8u>(false, zoriSumWindowColumn_8u32f_C1R, zoriSumWindowColumn_8u32f_C3R, zoriSumWindowColumn_8u32f_C4R);
-  compareAll<Zor16u>(false, zoriSumWindowColumn_16u32f_C1R, zoriSumWindowColumn_16u32f_C3R, zoriSumWindowColumn_16u32f_C4R);
-  compareAll<Zor16s>(false, zoriSumWindowColumn_16s32f_C1R, zoriSumWindowColumn_16s32f_C3R, zoriSumWindowColumn_16s32f_C4R);
+  compareAll<Zor16u>(false, zoriSumWindowColumn_16u32f_C1R, zoriSumWindowColumn_16u32f_C3R,
+                     zoriSumWindowColumn_16u32f_C4R);
+  compareAll<Zor16s>(false, zoriSumWindowColumn_16s32f_C1R, zoriSumWindowColumn_16s32f_C3R,
+                     zoriSumWindowColumn_16s32f_C4R);
 }
 
 // The steps are used as they are, and what is tested when depends on the form.

@@ -1,6 +1,6 @@
 // Version record, image memory, team of threads, numeric mode.
 #include "frame/checks.h"
-#include "frame/corelib.h"
+#include "frame/machine.h"
 #include "frame/memory.h"
 #include "frame/parallel.h"
 #include "rowkernels/simd.h"
@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <sys/wait.h>
@@ -15,6 +18,8 @@
 #include <vector>
 
 extern "C" int zoriTestFailAllocationAt(int n);
+extern "C" void zoriTestShareAllWork(int on);
+extern "C" int zoriTestTeams();
 extern "C" int zoriTestLiveBlocks();
 
 using namespace zori;
@@ -46,10 +51,14 @@ TEST(ImageMemory, StepsAndAlignment)
     void* (*call)(int, int, int*);
     int width, step;
   };
-#define CASE(name, width, step) {[](int w, int h, int* s) { return static_cast<void*>(zoriMalloc_##name(w, h, s)); }, width, step}
-  for (const Case& c : {Case CASE(8u_C1, 1, 32), Case CASE(8u_C1, 33, 64), Case CASE(8u_C2, 16, 32), Case CASE(8u_C3, 11, 64),
-                        Case CASE(8u_AC4, 9, 64), Case CASE(16u_C3, 5, 32), Case CASE(16s_C4, 4, 32), Case CASE(32s_C3, 3, 64),
-                        Case CASE(32f_AC4, 3, 64), Case CASE(32sc_C2, 3, 64), Case CASE(32fc_C3, 3, 96), Case CASE(32fc_C4, 3, 96)}) {
+#define CASE(name, width, step)                                                                                        \
+  {                                                                                                                    \
+    [](int w, int h, int* s) { return static_cast<void*>(zoriMalloc_##name(w, h, s)); }, width, step                   \
+  }
+  for (const Case& c :
+       {Case CASE(8u_C1, 1, 32), Case CASE(8u_C1, 33, 64), Case CASE(8u_C2, 16, 32), Case CASE(8u_C3, 11, 64),
+        Case CASE(8u_AC4, 9, 64), Case CASE(16u_C3, 5, 32), Case CASE(16s_C4, 4, 32), Case CASE(32s_C3, 3, 64),
+        Case CASE(32f_AC4, 3, 64), Case CASE(32sc_C2, 3, 64), Case CASE(32fc_C3, 3, 96), Case CASE(32fc_C4, 3, 96)}) {
     int step = -1;
     char* p = static_cast<char*>(c.call(c.width, 7, &step));
     ASSERT_NE(p, nullptr);
@@ -127,24 +136,26 @@ TEST_P(Team, EveryRowIsDoneOnce)
 {
   for (int height : {1, 2, 3, 7, 8, 100}) {
     std::vector<int> done(static_cast<size_t>(height));
-    staticRows(height, [&](int y) { ++done[static_cast<size_t>(y)]; });
+    staticRows(TeamRule::byContract(true), Rounding::Callers, height, [&](int y) { ++done[static_cast<size_t>(y)]; });
     EXPECT_EQ(done, std::vector<int>(static_cast<size_t>(height), 1));
-    ASSERT_EQ(masterSlabs(height, 40, [&](const Slab& slab) {
-                EXPECT_TRUE(isAligned(slab.buffer, 16));
-                std::memset(slab.buffer, slab.thread, 40);
-                const int share = height / slab.threads;
-                EXPECT_EQ(slab.first, slab.thread * share);
-                EXPECT_EQ(slab.count, slab.thread == slab.threads - 1 ? height - slab.first : share);
-                for (int y = slab.first; y < slab.first + slab.count; ++y) ++done[static_cast<size_t>(y)];
-                return ZorOk;
-              }), ZorOk);
+    ASSERT_EQ(masterSlabs(TeamRule::byContract(true), Rounding::Nearest, height, 40,
+                          [&](const Slab& slab) {
+                            EXPECT_TRUE(isAligned(slab.buffer, 16));
+                            std::memset(slab.buffer, slab.thread, 40);
+                            const int share = height / slab.threads;
+                            EXPECT_EQ(slab.first, slab.thread * share);
+                            EXPECT_EQ(slab.count, slab.thread == slab.threads - 1 ? height - slab.first : share);
+                            for (int y = slab.first; y < slab.first + slab.count; ++y) ++done[static_cast<size_t>(y)];
+                            return ZorOk;
+                          }),
+              ZorOk);
     EXPECT_EQ(done, std::vector<int>(static_cast<size_t>(height), 2));
   }
 }
 
 TEST_P(Team, StatusOfTheFirstThread)
 {
-  const auto status = masterSlabs(100, 0, [](const Slab& slab) {
+  const auto status = masterSlabs(TeamRule::byContract(true), Rounding::Nearest, 100, 0, [](const Slab& slab) {
     if (slab.thread == slab.threads - 1) return ZorErrMode;
     return slab.thread == 1 ? ZorErrAlloc : slab.thread == 2 ? ZorWarnDivByZero : ZorOk;
   });
@@ -155,17 +166,21 @@ TEST_P(Team, FailedBufferLeavesTheWorkUndone)
 {
   zoriTestFailAllocationAt(1);
   bool worked = false;
-  EXPECT_EQ(masterSlabs(10, 8, [&](const Slab&) { worked = true; return ZorOk; }), ZorErrAlloc);
+  EXPECT_EQ(masterSlabs(TeamRule::byContract(true), Rounding::Nearest, 10, 8,
+                        [&](const Slab&) {
+                          worked = true;
+                          return ZorOk;
+                        }),
+            ZorErrAlloc);
   EXPECT_FALSE(worked);
   zoriTestFailAllocationAt(0);
 }
 
-TEST_P(Team, LimitAndNesting)
+TEST_P(Team, InsideOfATeamWorksAlone)
 {
-  masterSlabs(10, 0, [](const Slab& slab) { EXPECT_LE(slab.threads, 2); return ZorOk; }, 2);
-  masterSlabs(4, 0, [&](const Slab&) {
+  masterSlabs(TeamRule::byContract(true), Rounding::Nearest, 4, 0, [&](const Slab&) {
     std::atomic<int> rows{0};
-    staticRows(9, [&](int) { ++rows; });
+    staticRows(TeamRule::byContract(true), Rounding::Callers, 9, [&](int) { ++rows; });
     EXPECT_EQ(rows, 9);
     return ZorOk;
   });
@@ -173,44 +188,77 @@ TEST_P(Team, LimitAndNesting)
 
 TEST_P(Team, ChildOfAForkWorksAlone)
 {
-  staticRows(50, [](int) {});
+  staticRows(TeamRule::byContract(true), Rounding::Callers, 50, [](int) {});
   const pid_t child = fork();
   if (child == 0) {
     alarm(20); // a hanging run-time ends here
     int rows = 0;
-    staticRows(50, [&](int) { ++rows; });
-    masterSlabs(50, 16, [&](const Slab& slab) { rows += slab.count; return ZorOk; });
-    _exit(rows == 100 && ownGetNumThreads() == 1 ? 0 : 1);
+    staticRows(TeamRule::byContract(true), Rounding::Callers, 50, [&](int) { ++rows; });
+    masterSlabs(TeamRule::byContract(true), Rounding::Nearest, 50, 16, [&](const Slab& slab) {
+      rows += slab.count;
+      return ZorOk;
+    });
+    _exit(rows == 100 && allowedThreads() == 1 ? 0 : 1);
   }
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, Team, testing::Values(1, 2, 3, 7));
-
 TEST(NumericMode, RoundingScopeRestores)
 {
   const unsigned before = controlWord();
-  zs_set_ssx(0x4000, roundingMask); // upward
+  setControlWord((before & ~roundingField) | roundUpward);
   {
-    RoundingScope nearest(roundNearest);
-    EXPECT_EQ(zs_get_ssx() & roundingMask, 0u);
+    RoundingScope nearest(Rounding::Nearest);
+    EXPECT_EQ(controlWord() & roundingField, roundNearest);
     {
       RoundingScope chop(roundTowardZero);
-      EXPECT_EQ(zs_get_ssx() & roundingMask, 0x6000u);
+      EXPECT_EQ(controlWord() & roundingField, roundTowardZero);
     }
-    EXPECT_EQ(zs_get_ssx() & roundingMask, 0u);
+    RoundingScope callers(Rounding::Callers);
+    EXPECT_EQ(controlWord() & roundingField, roundNearest);
   }
-  EXPECT_EQ(zs_get_ssx() & roundingMask, 0x4000u);
+  EXPECT_EQ(controlWord() & roundingField, roundUpward);
   setControlWord(before);
 }
 
-TEST(NumericMode, Constants)
+// Every thread works under the rounding that was named, and leaves its own as it was.
+TEST_P(Team, WorksUnderTheRoundingNamed)
 {
-  EXPECT_TRUE(std::isnan(zorConstantOfNAN_32f));
-  EXPECT_TRUE(std::isnan(zorConstantOfNAN_64f));
-  int bytes = -1;
-  if (zorGetMaxCacheSizeB(&bytes) == 0) EXPECT_GE(bytes, 16 * 1024);
-  else EXPECT_EQ(bytes, -1);
+  const unsigned before = controlWord();
+  setControlWord((before & ~roundingField) | roundUpward);
+  std::atomic<int> wrong{0};
+  const auto expect = [&](unsigned field) { wrong += (controlWord() & roundingField) != field; };
+  for (const auto& [rounding, field] : {std::pair{Rounding::Nearest, roundNearest}, {Rounding::Callers, roundUpward}}) {
+    staticRows(TeamRule::byContract(true), rounding, 40, [&](int) { expect(field); });
+    masterSlabs(TeamRule::byContract(true), rounding, 40, 0, [&](const Slab&) {
+      expect(field);
+      return ZorOk;
+    });
+    expect(roundUpward);
+  }
+  EXPECT_EQ(wrong, 0);
+  setControlWord(before);
 }
+
+// Little work keeps to the calling thread, and no team is larger than its units of work, unless results depend on it.
+TEST_P(Team, FollowsTheRule)
+{
+  const int allowed = GetParam();
+  EXPECT_EQ(TeamRule::alone().threads(100), 1);
+  EXPECT_EQ(TeamRule::forWork(49999, 1000).threads(100), 1);
+  EXPECT_EQ(TeamRule::forWork(50000, 1000).threads(100), allowed);
+  EXPECT_EQ(TeamRule::forWork(50000, 1000).threads(2), std::min(allowed, 2));
+  EXPECT_EQ(TeamRule::forWork(50000, 1000).fromSize(false).threads(100), 1);
+  EXPECT_EQ(TeamRule::forWork(50000, 1000).when(false).threads(100), 1);
+  EXPECT_EQ(TeamRule::byContract(true).threads(2), allowed);
+  zoriTestShareAllWork(1);
+  zoriTestTeams();
+  EXPECT_EQ(TeamRule::forWork(1, 1).fromSize(false).threads(100), allowed);
+  EXPECT_EQ(TeamRule::forWork(1, 1).when(false).threads(100), 1);
+  EXPECT_EQ(zoriTestTeams(), allowed > 1);
+  zoriTestShareAllWork(0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Team, testing::Values(1, 2, 3, 7));

@@ -16,7 +16,8 @@ template <class T> std::vector<T> samples(size_t n, unsigned seed)
     seed = seed * 1664525u + 1013904223u;
     const int few = static_cast<int>(seed >> 16) % 5; // equal samples are common
     if (seed >> 29) v = static_cast<T>(std::is_signed_v<T> ? few - 2 : few);
-    else if constexpr (std::is_floating_point_v<T>) v = seed & 0x100000 ? T(NAN) : seed & 0x200000 ? T(INFINITY) : T(0.25f);
+    else if constexpr (std::is_floating_point_v<T>)
+      v = seed & 0x100000 ? T(NAN) : seed & 0x200000 ? T(INFINITY) : T(0.25f);
     else v = static_cast<T>(seed >> 8);
   }
   return x;
@@ -42,7 +43,9 @@ void check(const char* name, int channels, int compared, bool constant, Call cal
     const auto a = samples<T>(pitch * 3, 1);
     auto b = samples<T>(pitch * 3, 2);
     std::vector<Zor8u> dst(static_cast<size_t>(width + 3) * 3, 77), expected = dst;
-    ASSERT_EQ(call(a.data(), b.data(), static_cast<int>(pitch * sizeof(T)), dst.data(), width + 3, ZorImgSize{width, 3}), ZorOk);
+    ASSERT_EQ(
+      call(a.data(), b.data(), static_cast<int>(pitch * sizeof(T)), dst.data(), width + 3, ZorImgSize{width, 3}),
+      ZorOk);
     for (size_t y = 0; y < 3; ++y)
       for (size_t x = 0; x < static_cast<size_t>(width); ++x) {
         bool all = true;
@@ -56,32 +59,51 @@ void check(const char* name, int channels, int compared, bool constant, Call cal
   }
 }
 
-#define CHECK(type, layout, n, compared, byValue)                                                                        \
-  for (int op = 0; op < 5; ++op) {                                                                                       \
-    using T = Zor##type;                                                                                                 \
-    const auto rule = [=](T a, T b) { return holds(op, a, b); };                                                         \
-    const auto cmp = static_cast<ZorCmpOp>(op);                                                                          \
-    check<T>("Compare_" #type "_" #layout, n, compared, false,                                                           \
-      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) { return zoriCompare_##type##_##layout##R(a, s, b, s, d, ds, r, cmp); }, rule); \
-    check<T>("CompareC_" #type "_" #layout, n, compared, true,                                                           \
-      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) { return zoriCompareC_##type##_##layout##R(a, s, byValue b, d, ds, r, cmp); }, rule); \
+#define CHECK(type, layout, n, compared, byValue)                                                                      \
+  for (int op = 0; op < 5; ++op) {                                                                                     \
+    using T = Zor##type;                                                                                               \
+    const auto rule = [=](T a, T b) { return holds(op, a, b); };                                                       \
+    const auto cmp = static_cast<ZorCmpOp>(op);                                                                        \
+    check<T>(                                                                                                          \
+      "Compare_" #type "_" #layout, n, compared, false,                                                                \
+      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) {                                                       \
+        return zoriCompare_##type##_##layout##R(a, s, b, s, d, ds, r, cmp);                                            \
+      },                                                                                                               \
+      rule);                                                                                                           \
+    check<T>(                                                                                                          \
+      "CompareC_" #type "_" #layout, n, compared, true,                                                                \
+      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) {                                                       \
+        return zoriCompareC_##type##_##layout##R(a, s, byValue b, d, ds, r, cmp);                                      \
+      },                                                                                                               \
+      rule);                                                                                                           \
   }
-#define CHECK_TYPE(type) { CHECK(type, C1, 1, 1, *) CHECK(type, C3, 3, 3, ) CHECK(type, C4, 4, 4, ) CHECK(type, AC4, 4, 3, ) }
+#define CHECK_TYPE(type)                                                                                               \
+  {                                                                                                                    \
+    CHECK(type, C1, 1, 1, *) CHECK(type, C3, 3, 3, ) CHECK(type, C4, 4, 4, ) CHECK(type, AC4, 4, 3, )                  \
+  }
 
-TEST(Compare, Bytes) CHECK_TYPE(8u)
-TEST(Compare, UnsignedWords) CHECK_TYPE(16u)
-TEST(Compare, SignedWords) CHECK_TYPE(16s)
-TEST(Compare, FloatsWithNan) CHECK_TYPE(32f)
+TEST(Compare, Bytes)
+CHECK_TYPE(8u)
+TEST(Compare, UnsignedWords) CHECK_TYPE(16u) TEST(Compare, SignedWords) CHECK_TYPE(16s) TEST(Compare, FloatsWithNan)
+  CHECK_TYPE(32f)
 
-TEST(Compare, WithinATolerance)
+    TEST(Compare, WithinATolerance)
 {
   for (float eps : {0.0f, 0.25f, 1.0f, -0.0f, INFINITY, NAN}) {
     const auto rule = [=](float a, float b) { return std::fabs(a - b) <= eps; };
-#define CHECK_EPS(layout, n, compared, byValue)                                                                          \
-    check<float>("CompareEqualEps_" #layout, n, compared, false,                                                         \
-      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) { return zoriCompareEqualEps_32f_##layout##R(a, s, b, s, d, ds, r, eps); }, rule); \
-    check<float>("CompareEqualEpsC_" #layout, n, compared, true,                                                         \
-      [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) { return zoriCompareEqualEpsC_32f_##layout##R(a, s, byValue b, d, ds, r, eps); }, rule);
+#define CHECK_EPS(layout, n, compared, byValue)                                                                        \
+  check<float>(                                                                                                        \
+    "CompareEqualEps_" #layout, n, compared, false,                                                                    \
+    [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) {                                                         \
+      return zoriCompareEqualEps_32f_##layout##R(a, s, b, s, d, ds, r, eps);                                           \
+    },                                                                                                                 \
+    rule);                                                                                                             \
+  check<float>(                                                                                                        \
+    "CompareEqualEpsC_" #layout, n, compared, true,                                                                    \
+    [=](auto a, auto b, int s, auto d, int ds, ZorImgSize r) {                                                         \
+      return zoriCompareEqualEpsC_32f_##layout##R(a, s, byValue b, d, ds, r, eps);                                     \
+    },                                                                                                                 \
+    rule);
     CHECK_EPS(C1, 1, 1, *) CHECK_EPS(C3, 3, 3, ) CHECK_EPS(C4, 4, 4, ) CHECK_EPS(AC4, 4, 3, )
   }
   float x[4] = {};

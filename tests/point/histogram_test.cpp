@@ -24,7 +24,8 @@ template <class T> std::vector<T> noise(size_t n, unsigned seed, int spread)
   return x;
 }
 
-template <class T, class L> std::vector<Zor32s> expectedCounts(const std::vector<T>& image, int channels, int c, const std::vector<L>& levels)
+template <class T, class L>
+std::vector<Zor32s> expectedCounts(const std::vector<T>& image, int channels, int c, const std::vector<L>& levels)
 {
   std::vector<Zor32s> hist(levels.size() - 1);
   for (size_t i = static_cast<size_t>(c); i < image.size(); i += static_cast<size_t>(channels))
@@ -43,11 +44,13 @@ template <class L> std::vector<L> someLevels(int count, int from, int step, bool
 template <class T, class L, class C1, class CN>
 void check(int channels, int counted, int spread, int from, int to, C1 one, CN many)
 {
-  for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{7, 3}, ZorImgSize{40, 41}, ZorImgSize{131, 101}, ZorImgSize{300, 220}, ZorImgSize{400, 320}})
+  for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{7, 3}, ZorImgSize{40, 41}, ZorImgSize{131, 101},
+                         ZorImgSize{300, 220}, ZorImgSize{400, 320}})
     for (int count : {2, 3, 8, 26, 27, 60, 120, 500})
       for (bool ordered : {true, false}) {
         if (roi.width > 100 && count != 2 && count != 26 && count != 60) continue; // the naive count is slow
-        const auto image = noise<T>(static_cast<size_t>(roi.width * roi.height * channels), static_cast<unsigned>(count), spread);
+        const auto image =
+          noise<T>(static_cast<size_t>(roi.width * roi.height * channels), static_cast<unsigned>(count), spread);
         const int step = roi.width * channels * static_cast<int>(sizeof(T));
         std::vector<L> levels[4];
         std::vector<Zor32s> hist[4];
@@ -62,22 +65,23 @@ void check(int channels, int counted, int spread, int from, int to, C1 one, CN m
           nLevels[c] = count + c;
         }
         ASSERT_EQ(counted == 1 ? one(image.data(), step, roi, pHist[0], pLevels[0], nLevels[0])
-                               : many(image.data(), step, roi, pHist, pLevels, nLevels), ZorOk);
+                               : many(image.data(), step, roi, pHist, pLevels, nLevels),
+                  ZorOk);
         for (int c = 0; c < counted; ++c)
-          ASSERT_EQ(hist[c], expectedCounts(image, channels, c, levels[c])) << roi.width << ' ' << count << ' ' << ordered << ' ' << c;
+          ASSERT_EQ(hist[c], expectedCounts(image, channels, c, levels[c]))
+            << roi.width << ' ' << count << ' ' << ordered << ' ' << c;
       }
 }
 
-#define RANGE(type, L, spread, from, to)                                                                                 \
-  check<Zor##type, L>(1, 1, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C3R);         \
-  check<Zor##type, L>(3, 3, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C3R);         \
-  check<Zor##type, L>(4, 4, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C4R);         \
+#define RANGE(type, L, spread, from, to)                                                                               \
+  check<Zor##type, L>(1, 1, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C3R);       \
+  check<Zor##type, L>(3, 3, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C3R);       \
+  check<Zor##type, L>(4, 4, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_C4R);       \
   check<Zor##type, L>(4, 3, spread, from, to, zoriHistogramRange_##type##_C1R, zoriHistogramRange_##type##_AC4R);
 
-TEST(HistogramRange, Bytes) { RANGE(8u, Zor32s, 256, -20, 300) }
-TEST(HistogramRange, UnsignedWords) { RANGE(16u, Zor32s, 65536, -100, 70000) }
-TEST(HistogramRange, SignedWords) { RANGE(16s, Zor32s, 65536, -40000, 30000) }
-TEST(HistogramRange, FloatsWithNan) { RANGE(32f, Zor32f, 1000, -450, 480) }
+TEST(HistogramRange, Bytes){RANGE(8u, Zor32s, 256, -20, 300)} TEST(HistogramRange, UnsignedWords){
+  RANGE(16u, Zor32s, 65536, -100, 70000)} TEST(HistogramRange, SignedWords){
+  RANGE(16s, Zor32s, 65536, -40000, 30000)} TEST(HistogramRange, FloatsWithNan){RANGE(32f, Zor32f, 1000, -450, 480)}
 
 // Levels made one by one: even steps, the wider ones at the end that is met first.
 std::vector<Zor32s> evenLevels(int n, int lower, int upper)
@@ -96,20 +100,28 @@ TEST(HistogramEven, LevelsAndCounts)
   const auto image = noise<Zor16u>(200 * 150, 3, 5000);
   for (ZorImgSize roi : {ZorImgSize{200, 150}, ZorImgSize{13, 9}})
     for (int n : {2, 4, 5, 33, 257})
-      for (auto range : {std::pair{0, 4096}, {0, 256}, {-7, 4990}, {100, 103}, {300, 100}, {40, 40}, {5, 3}, {-3000, 70000}}) {
+      for (auto range :
+           {std::pair{0, 4096}, {0, 256}, {-7, 4990}, {100, 103}, {300, 100}, {40, 40}, {5, 3}, {-3000, 70000}}) {
         std::vector<Zor32s> hist(static_cast<size_t>(n) - 1, -1), levels(static_cast<size_t>(n), -1);
-        ASSERT_EQ(zoriHistogramEven_16u_C1R(image.data(), 400, roi, hist.data(), levels.data(), n, range.first, range.second), ZorOk);
+        ASSERT_EQ(
+          zoriHistogramEven_16u_C1R(image.data(), 400, roi, hist.data(), levels.data(), n, range.first, range.second),
+          ZorOk);
         ASSERT_EQ(levels, evenLevels(n, range.first, range.second)) << n << ' ' << range.first;
-        EXPECT_EQ(levels.back(), (range.second - range.first) / (n - 1) < 0 || range.second >= range.first ? range.second : range.first);
+        EXPECT_EQ(levels.back(), (range.second - range.first) / (n - 1) < 0 || range.second >= range.first
+                                   ? range.second
+                                   : range.first);
         std::vector<Zor16u> region;
-        for (int y = 0; y < roi.height; ++y) region.insert(region.end(), image.begin() + y * 200, image.begin() + y * 200 + roi.width);
-        ASSERT_EQ(hist, expectedCounts(region, 1, 0, levels)) << roi.width << ' ' << n << ' ' << range.first << ' ' << range.second;
+        for (int y = 0; y < roi.height; ++y)
+          region.insert(region.end(), image.begin() + y * 200, image.begin() + y * 200 + roi.width);
+        ASSERT_EQ(hist, expectedCounts(region, 1, 0, levels))
+          << roi.width << ' ' << n << ' ' << range.first << ' ' << range.second;
       }
   Zor32s hist[3], levels[6], *pHist[3] = {hist, hist + 1, hist + 2}, *pLevels[3] = {levels, levels + 2, levels + 4};
   const int n[3] = {2, 2, 2}, lower[3] = {0, 10, 20}, upper[3] = {256, 200, 21};
   const auto colour = noise<Zor8u>(300, 5, 256);
   ASSERT_EQ(zoriHistogramEven_8u_C3R(colour.data(), 30, {10, 10}, pHist, pLevels, n, lower, upper), ZorOk);
-  for (int c = 0; c < 3; ++c) EXPECT_EQ(hist[c], expectedCounts(colour, 3, c, std::vector<Zor32s>{lower[c], upper[c]})[0]);
+  for (int c = 0; c < 3; ++c)
+    EXPECT_EQ(hist[c], expectedCounts(colour, 3, c, std::vector<Zor32s>{lower[c], upper[c]})[0]);
 }
 
 TEST(Histogram, ChecksAndTheFailedTable)
@@ -118,7 +130,8 @@ TEST(Histogram, ChecksAndTheFailedTable)
   Zor32s hist[4] = {7, 7, 7, 7}, levels[4] = {0, 5, 9, 12}, *pHist[3] = {hist, hist, nullptr};
   const Zor32s* pLevels[3] = {levels, levels, levels};
   int n[3] = {4, 1, 4};
-  EXPECT_EQ(zoriHistogramRange_8u_C3R(x, 0, {0, 1}, pHist, pLevels, n), ZorErrHistLevels); // the second channel's levels first
+  EXPECT_EQ(zoriHistogramRange_8u_C3R(x, 0, {0, 1}, pHist, pLevels, n),
+            ZorErrHistLevels); // the second channel's levels first
   n[1] = 4;
   EXPECT_EQ(zoriHistogramRange_8u_C3R(x, 0, {0, 1}, pHist, pLevels, n), ZorErrNullPtr);
   pHist[2] = hist;

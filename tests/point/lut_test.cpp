@@ -1,4 +1,5 @@
-// Step functions, polygons and cubics against the rules written out for one sample, over types, layouts, sizes and nodes.
+// Step functions, polygons and cubics against the rules written out for one sample, over types, layouts, sizes and
+// nodes.
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +50,8 @@ int origin(int k, int count) { return std::min(std::max(k - 1, 0), count - 4) + 
 
 template <class T> T clampedTo(double y)
 {
-  return static_cast<T>(std::clamp<double>(std::trunc(y), std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+  return static_cast<T>(
+    std::clamp<double>(std::trunc(y), std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
 }
 
 // The images of all values of an integer type.
@@ -101,7 +103,8 @@ Zor32f imageOf(Curve curve, const Nodes<Zor32f>& f, Zor32f x)
     if (curve == Linear) {
       const Zor32f slope = (f.values[k + 1] - f.values[k]) / (f.levels[k + 1] - f.levels[k]);
       const Zor32f d = x - f.levels[k];
-      return static_cast<Zor32f>(static_cast<double>(d) * static_cast<double>(slope) + static_cast<double>(f.values[k]));
+      return static_cast<Zor32f>(static_cast<double>(d) * static_cast<double>(slope) +
+                                 static_cast<double>(f.values[k]));
     }
     const auto o = static_cast<size_t>(origin(static_cast<int>(k), f.count()));
     const Coefficients g = cubicThrough(&f.levels[o - 1], &f.values[o - 1]);
@@ -121,11 +124,18 @@ template <class T> struct Functions {
   ZorStatus (*many[3])(const T*, int, T*, int, ZorImgSize, const N* const*, const N* const*, const int*); // C3, C4, AC4
   ZorStatus (*manyInPlace[3])(T*, int, ZorImgSize, const N* const*, const N* const*, const int*);
 };
-#define FUNCTIONS(name, type)                                                                                              \
-  {zori##name##_##type##_C1R, zori##name##_##type##_C1IR,                                                                  \
-   {zori##name##_##type##_C3R, zori##name##_##type##_C4R, zori##name##_##type##_AC4R},                                     \
-   {zori##name##_##type##_C3IR, zori##name##_##type##_C4IR, zori##name##_##type##_AC4IR}}
-#define FAMILY(type) {FUNCTIONS(LUT, type), FUNCTIONS(LUT_Linear, type), FUNCTIONS(LUT_Cubic, type)}
+#define FUNCTIONS(name, type)                                                                                          \
+  {                                                                                                                    \
+    zori##name##_##type##_C1R, zori##name##_##type##_C1IR,                                                             \
+      {zori##name##_##type##_C3R, zori##name##_##type##_C4R, zori##name##_##type##_AC4R},                              \
+    {                                                                                                                  \
+      zori##name##_##type##_C3IR, zori##name##_##type##_C4IR, zori##name##_##type##_AC4IR                              \
+    }                                                                                                                  \
+  }
+#define FAMILY(type)                                                                                                   \
+  {                                                                                                                    \
+    FUNCTIONS(LUT, type), FUNCTIONS(LUT_Linear, type), FUNCTIONS(LUT_Cubic, type)                                      \
+  }
 const Functions<Zor8u> bytes[3] = FAMILY(8u);
 const Functions<Zor16u> unsignedWords[3] = FAMILY(16u);
 const Functions<Zor16s> signedWords[3] = FAMILY(16s);
@@ -195,11 +205,11 @@ std::vector<Nodes<Zor32s>> integerNodes(int low, int high)
     {{low + 10, low + 50, low + 100, low + 220}, {low - 300, high + 200, low + 30, high}},
     {{low - 40, low + w / 4, low + w / 2, high + 90, high + 500}, {-1, 3, -77, high, low}},
     {{low, low + 1, low + 2, low + 7, high, high + 1}, {40, -3, 17, 1000000, -1000000, 5}},
-    {{low + 50, low + 20, low + 90, low + 60, low + 200}, {1, 2, 300, 4, 5}},          // out of order
-    {{low + 9, low + 30, low + 30, low + 77, low + 91}, {5, 60, 200, 90, 7}},           // an empty interval
-    {{high + 10, high + 20, high + 40}, {17, 33, 2}},                                   // all above
-    {{low - 90, low - 50, low - 7}, {17, 33, 2}},                                       // all below
-    {{low - 90, low - 50, low + 1, low + 90, high + 7}, {170, 33, 21, -9, 4}},          // reaches in by one value
+    {{low + 50, low + 20, low + 90, low + 60, low + 200}, {1, 2, 300, 4, 5}},  // out of order
+    {{low + 9, low + 30, low + 30, low + 77, low + 91}, {5, 60, 200, 90, 7}},  // an empty interval
+    {{high + 10, high + 20, high + 40}, {17, 33, 2}},                          // all above
+    {{low - 90, low - 50, low - 7}, {17, 33, 2}},                              // all below
+    {{low - 90, low - 50, low + 1, low + 90, high + 7}, {170, 33, 21, -9, 4}}, // reaches in by one value
     {{INT_MIN, low + 7, INT_MAX}, {INT_MAX, INT_MIN, 0}},
     {{INT_MIN, INT_MAX}, {low, high}},
     {{INT_MIN, -1, 0, 100, INT_MAX}, {INT_MIN, INT_MAX, 7, 60, INT_MIN}},
@@ -221,7 +231,8 @@ std::vector<Nodes<Zor32s>> integerNodes(int low, int high)
 template <class N> bool hasCubics(const Nodes<N>& f)
 {
   for (size_t k = 0; k < f.levels.size(); ++k) {
-    if (!std::isfinite(static_cast<double>(f.levels[k])) || !std::isfinite(static_cast<double>(f.values[k]))) return false;
+    if (!std::isfinite(static_cast<double>(f.levels[k])) || !std::isfinite(static_cast<double>(f.values[k])))
+      return false;
     if (k > 0 && f.levels[k] == f.levels[k - 1]) return false;
   }
   return true;
@@ -234,7 +245,8 @@ template <class T> void checkIntegers(const Functions<T> (&family)[3])
   std::vector<T> samples;
   for (const auto& f : sets)
     for (int level : f.levels)
-      for (int x = -1; x <= 1; ++x) samples.push_back(static_cast<T>(static_cast<unsigned>(level) + static_cast<unsigned>(x)));
+      for (int x = -1; x <= 1; ++x)
+        samples.push_back(static_cast<T>(static_cast<unsigned>(level) + static_cast<unsigned>(x)));
   unsigned seed = 9;
   for (int i = 0; i < 4500; ++i) samples.push_back(static_cast<T>((seed = seed * 1664525u + 1013904223u) >> 13));
 
@@ -253,8 +265,8 @@ template <class T> void checkIntegers(const Functions<T> (&family)[3])
         for (int c = 0; c < form.processed; ++c)
           maps.push_back(mapOf<T>(lines ? Linear : curve, nodes[static_cast<size_t>(c)]));
         for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{9, 3}, ZorImgSize{64, 64}, ZorImgSize{241, 17}}) {
-          SCOPED_TRACE(::testing::Message() << "curve " << curve << " nodes " << first << " form " << form.channels << '/'
-                                            << form.processed << " width " << roi.width);
+          SCOPED_TRACE(::testing::Message() << "curve " << curve << " nodes " << first << " form " << form.channels
+                                            << '/' << form.processed << " width " << roi.width);
           const bool searches = sizeof(T) == 2 && curve == Step && form.channels < 4 && roi.width * roi.height <= 4096;
           check<T>(family[curve], form, roi, nodes, samples, [&](int c, T x) {
             const auto at = static_cast<size_t>(c);
@@ -275,8 +287,8 @@ TEST(Lut, Floats)
   std::vector<Nodes<Zor32f>> sets = {
     {{10, 20}, {100, 200}},
     {{-1.5f, 0.0f, 0.25f, 7.0f, 1e6f}, {3, -0.0f, 1e30f, -7.25f, 2}},
-    {{5, 1, 9, 3, 8, 2}, {1, 2, 3, 4, 5, 6}},                       // out of order: the first interval that holds x
-    {{0, 2, 2, 6, 9}, {1, 5, 7, 2, 3}},                             // an empty interval
+    {{5, 1, 9, 3, 8, 2}, {1, 2, 3, 4, 5, 6}}, // out of order: the first interval that holds x
+    {{0, 2, 2, 6, 9}, {1, 5, 7, 2, 3}},       // an empty interval
     {{-INFINITY, -3, 4, INFINITY}, {1, 2, 3, 4}},
     {{0, NAN, 4, 8}, {1, 2, 3, 4}},
     {{0, 0.1f, 0.2f}, {INFINITY, 1, -INFINITY}},
@@ -292,7 +304,8 @@ TEST(Lut, Floats)
   std::vector<Zor32f> samples = {NAN, INFINITY, -INFINITY, 0.0f, -0.0f, 1e-40f};
   for (const auto& f : sets)
     for (Zor32f level : f.levels)
-      for (Zor32f x : {std::nextafterf(level, -INFINITY), level, std::nextafterf(level, INFINITY)}) samples.push_back(x);
+      for (Zor32f x : {std::nextafterf(level, -INFINITY), level, std::nextafterf(level, INFINITY)})
+        samples.push_back(x);
   unsigned seed = 3;
   for (int i = 0; i < 999; ++i) {
     seed = seed * 1664525u + 1013904223u;
@@ -311,10 +324,11 @@ TEST(Lut, Floats)
         }
         if (curve == Cubic && !lines && !defined) continue;
         for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{7, 3}, ZorImgSize{101, 7}}) {
-          SCOPED_TRACE(::testing::Message() << "curve " << curve << " nodes " << first << " form " << form.channels << '/'
-                                            << form.processed << " width " << roi.width);
-          check<Zor32f>(floats[curve], form, roi, nodes, samples,
-                        [&](int c, Zor32f x) { return imageOf(lines ? Linear : curve, nodes[static_cast<size_t>(c)], x); });
+          SCOPED_TRACE(::testing::Message() << "curve " << curve << " nodes " << first << " form " << form.channels
+                                            << '/' << form.processed << " width " << roi.width);
+          check<Zor32f>(floats[curve], form, roi, nodes, samples, [&](int c, Zor32f x) {
+            return imageOf(lines ? Linear : curve, nodes[static_cast<size_t>(c)], x);
+          });
           if (::testing::Test::HasFatalFailure()) return;
         }
       }

@@ -73,7 +73,8 @@ void check(const Form& form, const Call& call)
 
         const Zor32u mask = (1u << bits) - 1;
         const auto index = [&](int y, int i) {
-          return sampleAt(images.src, static_cast<size_t>(1 + y * images.srcStep + i * form.srcBytes), form.srcBytes) & mask;
+          return sampleAt(images.src, static_cast<size_t>(1 + y * images.srcStep + i * form.srcBytes), form.srcBytes) &
+                 mask;
         };
         Bytes contents[3];
         std::vector<std::unique_ptr<TableAtPageEnd>> tables;
@@ -93,7 +94,8 @@ void check(const Form& form, const Call& call)
         const auto size = static_cast<size_t>(form.entryBytes);
         for (int y = 0; y < roi.height; ++y)
           for (int x = 0; x < roi.width; ++x) {
-            const size_t pixel = static_cast<size_t>(1 + y * images.dstStep) + static_cast<size_t>(x * form.dstChannels) * size;
+            const size_t pixel =
+              static_cast<size_t>(1 + y * images.dstStep) + static_cast<size_t>(x * form.dstChannels) * size;
             for (int t = 0; t < form.tables(); ++t)
               std::memcpy(&expected[pixel + static_cast<size_t>(form.place[t]) * size],
                           &contents[t][index(y, x * form.srcChannels + t) * size], size);
@@ -105,15 +107,17 @@ void check(const Form& form, const Call& call)
       }
 }
 
-#define CALL_ONE(types, S, D)                                                                                              \
-  [](Images& i, ZorImgSize roi, const TableAtPageEnd* const* t, int, int bits) {                                           \
-    return zoriLUTPalette_##types##_C1R(as<Zor##S>(i.src), i.srcStep, as<Zor##D>(i.dst), i.dstStep, roi, t[0]->as<Zor##D>(), bits); \
+#define CALL_ONE(types, S, D)                                                                                          \
+  [](Images& i, ZorImgSize roi, const TableAtPageEnd* const* t, int, int bits) {                                       \
+    return zoriLUTPalette_##types##_C1R(as<Zor##S>(i.src), i.srcStep, as<Zor##D>(i.dst), i.dstStep, roi,               \
+                                        t[0]->as<Zor##D>(), bits);                                                     \
   }
-#define CALL_THREE(name, type, layout, ...)                                                                                \
-  [](Images& i, ZorImgSize roi, const TableAtPageEnd* const* t, int alpha, int bits) {                                     \
-    (void)alpha;                                                                                                           \
-    const Zor##type* tables[3] = {t[0]->as<Zor##type>(), t[1]->as<Zor##type>(), t[2]->as<Zor##type>()};                    \
-    return name##_##type##_##layout##R(as<Zor##type>(i.src), i.srcStep __VA_ARGS__, as<Zor##type>(i.dst), i.dstStep, roi, tables, bits); \
+#define CALL_THREE(name, type, layout, ...)                                                                            \
+  [](Images& i, ZorImgSize roi, const TableAtPageEnd* const* t, int alpha, int bits) {                                 \
+    (void)alpha;                                                                                                       \
+    const Zor##type* tables[3] = {t[0]->as<Zor##type>(), t[1]->as<Zor##type>(), t[2]->as<Zor##type>()};                \
+    return name##_##type##_##layout##R(as<Zor##type>(i.src), i.srcStep __VA_ARGS__, as<Zor##type>(i.dst), i.dstStep,   \
+                                       roi, tables, bits);                                                             \
   }
 
 TEST(Palette, OneTable)

@@ -20,7 +20,8 @@ template <class T> std::vector<T> samples(size_t n, unsigned seed)
       const float special[] = {NAN, INFINITY, -INFINITY, -0.0f};
       v = seed >> 29 ? static_cast<T>(static_cast<int>(seed >> 16 & 255) - 100) : special[seed >> 20 & 3];
     } else {
-      v = seed >> 28 ? static_cast<T>(static_cast<int>(seed >> 16 & 255) - (std::is_signed_v<T> ? 100 : 0)) : static_cast<T>(seed >> 12);
+      v = seed >> 28 ? static_cast<T>(static_cast<int>(seed >> 16 & 255) - (std::is_signed_v<T> ? 100 : 0))
+                     : static_cast<T>(seed >> 12);
     }
   }
   return x;
@@ -39,7 +40,8 @@ template <class T> bool sameBits(const std::vector<T>& a, const std::vector<T>& 
 }
 
 // Calls out of place and in place over several widths, with a padded and odd row step.
-template <class T, class R, class I, class F> void check(const char* name, int channels, bool keepsFourth, R region, I inPlace, F rule)
+template <class T, class R, class I, class F>
+void check(const char* name, int channels, bool keepsFourth, R region, I inPlace, F rule)
 {
   for (int width : {1, 2, 3, 7, 16, 61})
     for (int offset : {0, 1}) {
@@ -61,42 +63,58 @@ template <class T, class R, class I, class F> void check(const char* name, int c
     }
 }
 
-#define CHECK_FORM(form, type, layout, n, keeps, rule, ...)                                                               \
-  check<Zor##type>(#form "_" #type "_" #layout, n, keeps,                                                                 \
-    [=](auto s, int ss, auto d, int ds, ZorImgSize roi) { return zori##form##_##type##_##layout##R(s, ss, d, ds, roi, __VA_ARGS__); }, \
-    [=](auto d, int ds, ZorImgSize roi) { return zori##form##_##type##_##layout##IR(d, ds, roi, __VA_ARGS__); }, rule);
+#define CHECK_FORM(form, type, layout, n, keeps, rule, ...)                                                            \
+  check<Zor##type>(                                                                                                    \
+    #form "_" #type "_" #layout, n, keeps,                                                                             \
+    [=](auto s, int ss, auto d, int ds, ZorImgSize roi) {                                                              \
+      return zori##form##_##type##_##layout##R(s, ss, d, ds, roi, __VA_ARGS__);                                        \
+    },                                                                                                                 \
+    [=](auto d, int ds, ZorImgSize roi) { return zori##form##_##type##_##layout##IR(d, ds, roi, __VA_ARGS__); },       \
+    rule);
 
-#define CHECK_VALUES(type, layout, n, keeps, a, v)                                                                        \
-  CHECK_FORM(Threshold_GTVal, type, layout, n, keeps, [=](T x, int k) { return replaceAbove(x, t[k], value[k]); }, a, v)  \
-  CHECK_FORM(Threshold_LTVal, type, layout, n, keeps, [=](T x, int k) { return replaceBelow(x, t[k], value[k]); }, a, v)
+#define CHECK_VALUES(type, layout, n, keeps, a, v)                                                                     \
+  CHECK_FORM(                                                                                                          \
+    Threshold_GTVal, type, layout, n, keeps, [=](T x, int k) { return replaceAbove(x, t[k], value[k]); }, a, v)        \
+  CHECK_FORM(                                                                                                          \
+    Threshold_LTVal, type, layout, n, keeps, [=](T x, int k) { return replaceBelow(x, t[k], value[k]); }, a, v)
 
-#define CHECK_LAYOUT(type, layout, n, keeps, a, v, b, w)                                                                  \
-  CHECK_FORM(Threshold, type, layout, n, keeps, [=](T x, int k) { return clampAbove(x, t[k]); }, a, ZorCmpGreater)        \
-  CHECK_FORM(Threshold, type, layout, n, keeps, [=](T x, int k) { return clampBelow(x, t[k]); }, a, ZorCmpLess)           \
-  CHECK_FORM(Threshold_GT, type, layout, n, keeps, [=](T x, int k) { return clampAbove(x, t[k]); }, a)                    \
-  CHECK_FORM(Threshold_LT, type, layout, n, keeps, [=](T x, int k) { return clampBelow(x, t[k]); }, a)                    \
-  CHECK_FORM(Threshold_Val, type, layout, n, keeps, [=](T x, int k) { return replaceAbove(x, t[k], value[k]); }, a, v, ZorCmpGreater) \
-  CHECK_FORM(Threshold_Val, type, layout, n, keeps, [=](T x, int k) { return replaceBelow(x, t[k], value[k]); }, a, v, ZorCmpLess)    \
-  CHECK_FORM(Threshold_LTValGTVal, type, layout, n, keeps,                                                                \
-             [=](T x, int k) { return replaceOutside(x, t[k], value[k], upper[k], other[k]); }, a, v, b, w)               \
+#define CHECK_LAYOUT(type, layout, n, keeps, a, v, b, w)                                                               \
+  CHECK_FORM(                                                                                                          \
+    Threshold, type, layout, n, keeps, [=](T x, int k) { return clampAbove(x, t[k]); }, a, ZorCmpGreater)              \
+  CHECK_FORM(                                                                                                          \
+    Threshold, type, layout, n, keeps, [=](T x, int k) { return clampBelow(x, t[k]); }, a, ZorCmpLess)                 \
+  CHECK_FORM(                                                                                                          \
+    Threshold_GT, type, layout, n, keeps, [=](T x, int k) { return clampAbove(x, t[k]); }, a)                          \
+  CHECK_FORM(                                                                                                          \
+    Threshold_LT, type, layout, n, keeps, [=](T x, int k) { return clampBelow(x, t[k]); }, a)                          \
+  CHECK_FORM(                                                                                                          \
+    Threshold_Val, type, layout, n, keeps, [=](T x, int k) { return replaceAbove(x, t[k], value[k]); }, a, v,          \
+    ZorCmpGreater)                                                                                                     \
+  CHECK_FORM(                                                                                                          \
+    Threshold_Val, type, layout, n, keeps, [=](T x, int k) { return replaceBelow(x, t[k], value[k]); }, a, v,          \
+    ZorCmpLess)                                                                                                        \
+  CHECK_FORM(                                                                                                          \
+    Threshold_LTValGTVal, type, layout, n, keeps,                                                                      \
+    [=](T x, int k) { return replaceOutside(x, t[k], value[k], upper[k], other[k]); }, a, v, b, w)                     \
   CHECK_VALUES(type, layout, n, keeps, a, v)
 
-#define CHECK_TYPE(type)                                                                                                  \
-  {                                                                                                                       \
-    using T = Zor##type;                                                                                                  \
-    static const T t[4] = {50, 20, 99, 3}, value[4] = {1, 200, 7, 90}, upper[4] = {100, 20, 120, 60}, other[4] = {9, 4, 250, 33}; \
-    CHECK_LAYOUT(type, C1, 1, false, t[0], value[0], upper[0], other[0])                                                  \
-    CHECK_LAYOUT(type, C3, 3, false, t, value, upper, other)                                                              \
-    CHECK_LAYOUT(type, AC4, 4, true, t, value, upper, other)                                                              \
-    CHECK_VALUES(type, C4, 4, false, t, value)                                                                            \
+#define CHECK_TYPE(type)                                                                                               \
+  {                                                                                                                    \
+    using T = Zor##type;                                                                                               \
+    static const T t[4] = {50, 20, 99, 3}, value[4] = {1, 200, 7, 90}, upper[4] = {100, 20, 120, 60},                  \
+                   other[4] = {9, 4, 250, 33};                                                                         \
+    CHECK_LAYOUT(type, C1, 1, false, t[0], value[0], upper[0], other[0])                                               \
+    CHECK_LAYOUT(type, C3, 3, false, t, value, upper, other)                                                           \
+    CHECK_LAYOUT(type, AC4, 4, true, t, value, upper, other)                                                           \
+    CHECK_VALUES(type, C4, 4, false, t, value)                                                                         \
   }
 
-TEST(Threshold, Bytes) CHECK_TYPE(8u)
-TEST(Threshold, UnsignedWords) CHECK_TYPE(16u)
-TEST(Threshold, SignedWords) CHECK_TYPE(16s)
-TEST(Threshold, FloatsWithNan) CHECK_TYPE(32f)
+TEST(Threshold, Bytes)
+CHECK_TYPE(8u)
+TEST(Threshold, UnsignedWords) CHECK_TYPE(16u) TEST(Threshold, SignedWords) CHECK_TYPE(16s)
+  TEST(Threshold, FloatsWithNan) CHECK_TYPE(32f)
 
-TEST(Threshold, OrderOfChecks)
+    TEST(Threshold, OrderOfChecks)
 {
   Zor8u x[12] = {}, t[3] = {9, 9, 9}, lower[3] = {1, 1, 10};
   EXPECT_EQ(zoriThreshold_8u_C1R(nullptr, 1, x, 1, {1, 1}, 5, static_cast<ZorCmpOp>(2)), ZorErrNullPtr);

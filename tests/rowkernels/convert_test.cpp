@@ -24,8 +24,8 @@ const std::vector<float>& samples()
     for (size_t i = 0, n = x.size(); i < n; ++i) x.push_back(-x[i]);
     std::mt19937 random(5);
     for (int i = 0; i < 170; ++i)
-      x.push_back(std::ldexp(static_cast<float>(static_cast<int>(random() % 4001) - 2000) / 4,
-                             static_cast<int>(random() % 24)));
+      x.push_back(
+        std::ldexp(static_cast<float>(static_cast<int>(random() % 4001) - 2000) / 4, static_cast<int>(random() % 24)));
     return x;
   }();
   return all;
@@ -54,7 +54,7 @@ template <class D> void checkKernel(Kernel<D> kernel)
       ASSERT_EQ(kernel(samples().data(), dst.data(), n, static_cast<ZorRoundMode>(mode), scaleFactor), ZorOk);
       for (size_t i = 0; i < dst.size(); ++i)
         ASSERT_EQ(dst[i], expected<D>(samples()[i], mode, scaleFactor))
-            << samples()[i] << " mode " << mode << " scale " << scaleFactor;
+          << samples()[i] << " mode " << mode << " scale " << scaleFactor;
     }
   // a row that is its own source, at every length and alignment
   for (int length = 1; length <= 100; ++length)
@@ -66,7 +66,7 @@ template <class D> void checkKernel(Kernel<D> kernel)
       for (int i = 0; i < length; ++i)
         ASSERT_EQ(get<D>(bytes.data() + offset + static_cast<size_t>(i) * sizeof(D)),
                   expected<D>(samples()[static_cast<size_t>(i + 20)], 1, 0))
-            << length << ' ' << i;
+          << length << ' ' << i;
     }
   EXPECT_EQ(kernel(nullptr, dst.data(), 0, ZorRoundNearestEven, 0), ZorErrNullPtr);
   EXPECT_EQ(kernel(samples().data(), nullptr, 1, ZorRoundNearestEven, 0), ZorErrNullPtr);

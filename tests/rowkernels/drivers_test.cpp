@@ -16,9 +16,11 @@ constexpr int longest = 150, margin = 32;
 template <class T> struct Row {
   std::vector<unsigned char> bytes;
   int offset, length;
-  Row(int offset_, int length_, int seed) : bytes((longest + 8) * sizeof(T) + 2 * margin), offset(margin + offset_), length(length_)
+  Row(int offset_, int length_, int seed)
+    : bytes((longest + 8) * sizeof(T) + 2 * margin), offset(margin + offset_), length(length_)
   {
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i * 37 + static_cast<size_t>(seed) * 101 + i / 7);
+    for (size_t i = 0; i < bytes.size(); ++i)
+      bytes[i] = static_cast<unsigned char>(i * 37 + static_cast<size_t>(seed) * 101 + i / 7);
   }
   T* data() { return reinterpret_cast<T*>(bytes.data() + offset); }
   T at(int i) { return get<T>(bytes.data() + offset + i * static_cast<int>(sizeof(T))); }
@@ -57,7 +59,8 @@ TYPED_TEST(Drivers, MapRowAtAllLengthsAndAlignments)
       Row<T> a(offset, length, 1), b(16 - offset, length, 2), dst(offset * 5 % 16, length, 3);
       Row<T> before = dst;
       mapRow(dst.data(), length, Sum{}, a.data(), b.data());
-      for (int i = 0; i < length; ++i) ASSERT_EQ(dst.at(i), T(a.at(i) + b.at(i))) << length << ' ' << offset << ' ' << i;
+      for (int i = 0; i < length; ++i)
+        ASSERT_EQ(dst.at(i), T(a.at(i) + b.at(i))) << length << ' ' << offset << ' ' << i;
       ASSERT_TRUE(dst.sameOutside(before));
 
       Row<T> inPlace = a;
@@ -78,11 +81,13 @@ TYPED_TEST(Drivers, PatternsAndTheFourthChannel)
         Row<T> before = dst;
         const Pattern<T> pattern(constant, channels);
         mapRowWith(pattern, dst.data(), length, Sum{}, static_cast<const T*>(a.data()));
-        for (int i = 0; i < length; ++i) ASSERT_EQ(dst.at(i), T(a.at(i) + constant[i % channels])) << length << ' ' << i;
+        for (int i = 0; i < length; ++i)
+          ASSERT_EQ(dst.at(i), T(a.at(i) + constant[i % channels])) << length << ' ' << i;
         ASSERT_TRUE(dst.sameOutside(before));
         if (channels == 4) {
           dst = before;
-          mapRow(dst.data(), length, KeepFourth<Negative>{}, static_cast<const T*>(dst.data()), static_cast<const T*>(a.data()));
+          mapRow(dst.data(), length, KeepFourth<Negative>{}, static_cast<const T*>(dst.data()),
+                 static_cast<const T*>(a.data()));
           for (int i = 0; i < length; ++i) ASSERT_EQ(dst.at(i), i % 4 == 3 ? before.at(i) : T(-a.at(i)));
           ASSERT_TRUE(dst.sameOutside(before));
         }
@@ -108,7 +113,8 @@ TEST(VectorParts, EveryNumberOfBytes)
     for (int offset = 0; offset < 16; ++offset) {
       for (int i = 0; i < 48; ++i) from[i] = static_cast<unsigned char>(i + 1), to[i] = 200;
       storePart(to + offset, loadPart<uint8_t>(from + offset, static_cast<size_t>(bytes)), static_cast<size_t>(bytes));
-      for (int i = 0; i < 48; ++i) ASSERT_EQ(to[i], i >= offset && i < offset + bytes ? from[i] : 200) << bytes << ' ' << i;
+      for (int i = 0; i < 48; ++i)
+        ASSERT_EQ(to[i], i >= offset && i < offset + bytes ? from[i] : 200) << bytes << ' ' << i;
     }
 }
 

@@ -29,7 +29,8 @@ template <class T> long double rawMoment(const Image<T>& image, int channel, int
   long double sum = 0;
   for (int y = 0; y < image.height; ++y)
     for (int x = 0; x < image.width; ++x)
-      sum += std::pow(static_cast<long double>(x + x0), i) * std::pow(static_cast<long double>(y + y0), j) * static_cast<long double>(image.at(x, y, channel));
+      sum += std::pow(static_cast<long double>(x + x0), i) * std::pow(static_cast<long double>(y + y0), j) *
+             static_cast<long double>(image.at(x, y, channel));
   return sum;
 }
 
@@ -56,9 +57,15 @@ template <class T, class Pass> void spatial64f(Shape shape, Pass pass)
 }
 TEST(Moments, SpatialInDouble)
 {
-  spatial64f<Zor8u>(c1, zoriMoments64f_8u_C1R); spatial64f<Zor8u>(c3, zoriMoments64f_8u_C3R); spatial64f<Zor8u>(ac4, zoriMoments64f_8u_AC4R);
-  spatial64f<Zor16u>(c1, zoriMoments64f_16u_C1R); spatial64f<Zor16u>(c3, zoriMoments64f_16u_C3R); spatial64f<Zor16u>(ac4, zoriMoments64f_16u_AC4R);
-  spatial64f<Zor32f>(c1, zoriMoments64f_32f_C1R); spatial64f<Zor32f>(c3, zoriMoments64f_32f_C3R); spatial64f<Zor32f>(ac4, zoriMoments64f_32f_AC4R);
+  spatial64f<Zor8u>(c1, zoriMoments64f_8u_C1R);
+  spatial64f<Zor8u>(c3, zoriMoments64f_8u_C3R);
+  spatial64f<Zor8u>(ac4, zoriMoments64f_8u_AC4R);
+  spatial64f<Zor16u>(c1, zoriMoments64f_16u_C1R);
+  spatial64f<Zor16u>(c3, zoriMoments64f_16u_C3R);
+  spatial64f<Zor16u>(ac4, zoriMoments64f_16u_AC4R);
+  spatial64f<Zor32f>(c1, zoriMoments64f_32f_C1R);
+  spatial64f<Zor32f>(c3, zoriMoments64f_32f_C3R);
+  spatial64f<Zor32f>(ac4, zoriMoments64f_32f_AC4R);
 }
 
 template <class T, class Pass> void spatial64s(Shape shape, Pass pass)
@@ -86,8 +93,12 @@ template <class T, class Pass> void spatial64s(Shape shape, Pass pass)
 }
 TEST(Moments, SpatialInIntegersIsExact)
 {
-  spatial64s<Zor8u>(c1, zoriMoments64s_8u_C1R); spatial64s<Zor8u>(c3, zoriMoments64s_8u_C3R); spatial64s<Zor8u>(ac4, zoriMoments64s_8u_AC4R);
-  spatial64s<Zor16u>(c1, zoriMoments64s_16u_C1R); spatial64s<Zor16u>(c3, zoriMoments64s_16u_C3R); spatial64s<Zor16u>(ac4, zoriMoments64s_16u_AC4R);
+  spatial64s<Zor8u>(c1, zoriMoments64s_8u_C1R);
+  spatial64s<Zor8u>(c3, zoriMoments64s_8u_C3R);
+  spatial64s<Zor8u>(ac4, zoriMoments64s_8u_AC4R);
+  spatial64s<Zor16u>(c1, zoriMoments64s_16u_C1R);
+  spatial64s<Zor16u>(c3, zoriMoments64s_16u_C3R);
+  spatial64s<Zor16u>(ac4, zoriMoments64s_16u_AC4R);
 }
 
 TEST(Moments, IntegersScaleToTheNearest)
@@ -95,7 +106,10 @@ TEST(Moments, IntegersScaleToTheNearest)
   const Zor8u five = 5, three = 3;
   State64s state;
   Zor64s value = 0;
-  const auto query = [&](int scale) { EXPECT_EQ(zoriGetSpatialMoment_64s(state.p, 0, 0, 0, {0, 0}, &value, scale), ZorOk); return value; };
+  const auto query = [&](int scale) {
+    EXPECT_EQ(zoriGetSpatialMoment_64s(state.p, 0, 0, 0, {0, 0}, &value, scale), ZorOk);
+    return value;
+  };
   zoriMoments64s_8u_C1R(&five, 1, {1, 1}, state.p);
   EXPECT_EQ(query(1), 2); // 2.5, to even
   EXPECT_EQ(query(2), 1);
@@ -127,14 +141,18 @@ TEST(Moments, DerivedMoments)
   const Image<Zor8u> image(23, 17, 1, 11);
   State64f state;
   ASSERT_EQ(zoriMoments64f_8u_C1R(image.begin(), image.step(), image.size(), state.p), ZorOk);
-  const long double m00 = rawMoment(image, 0, 0, 0), xbar = rawMoment(image, 0, 1, 0) / m00, ybar = rawMoment(image, 0, 0, 1) / m00;
+  const long double m00 = rawMoment(image, 0, 0, 0), xbar = rawMoment(image, 0, 1, 0) / m00,
+                    ybar = rawMoment(image, 0, 0, 1) / m00;
   long double eta[4][4] = {};
   for (int i = 0; i < 4; ++i)
     for (int j = 0; i + j < 4; ++j) {
       long double mu = 0;
       for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x) mu += std::pow(x - xbar, static_cast<long double>(i)) * std::pow(y - ybar, static_cast<long double>(j)) * image.at(x, y, 0);
-      const long double power = std::pow(m00, -(i + j) / 2.0L - 1), scale = std::pow(20.0L, static_cast<long double>(i + j)) * m00 * 1e-10L;
+        for (int x = 0; x < image.width; ++x)
+          mu += std::pow(x - xbar, static_cast<long double>(i)) * std::pow(y - ybar, static_cast<long double>(j)) *
+                image.at(x, y, 0);
+      const long double power = std::pow(m00, -(i + j) / 2.0L - 1),
+                        scale = std::pow(20.0L, static_cast<long double>(i + j)) * m00 * 1e-10L;
       eta[i][j] = mu * power;
       double value = 0;
       ASSERT_EQ(zoriGetCentralMoment_64f(state.p, i, j, 0, &value), ZorOk);
@@ -147,12 +165,18 @@ TEST(Moments, DerivedMoments)
     }
   double hu[7];
   ASSERT_EQ(zoriGetHuMoments_64f(state.p, 0, hu), ZorOk);
-  const auto n20 = eta[2][0], n02 = eta[0][2], n11 = eta[1][1], n30 = eta[3][0], n21 = eta[2][1], n12 = eta[1][2], n03 = eta[0][3];
+  const auto n20 = eta[2][0], n02 = eta[0][2], n11 = eta[1][1], n30 = eta[3][0], n21 = eta[2][1], n12 = eta[1][2],
+             n03 = eta[0][3];
   const auto b = n03 + n21, c = n12 + n30, d = n03 - 3 * n21, e = 3 * n12 - n30, f = n21 + n30;
-  const long double expected[7] = {n20 + n02, (n20 - n02) * (n20 - n02) + 4 * n11 * n11, d * d + e * e, b * b + c * c,
-                                   d * b * (f * f - 3 * c * c) + e * c * (3 * b * b - c * c), (n02 - n20) * (b * b - c * c) + 4 * n11 * b * c,
+  const long double expected[7] = {n20 + n02,
+                                   (n20 - n02) * (n20 - n02) + 4 * n11 * n11,
+                                   d * d + e * e,
+                                   b * b + c * c,
+                                   d * b * (f * f - 3 * c * c) + e * c * (3 * b * b - c * c),
+                                   (n02 - n20) * (b * b - c * c) + 4 * n11 * b * c,
                                    e * b * (b * b - 3 * c * c) - d * c * (3 * b * b - c * c)};
-  for (int i = 0; i < 7; ++i) EXPECT_NEAR(hu[i], static_cast<double>(expected[i]), std::fabs(static_cast<double>(expected[i])) * 1e-6) << i;
+  for (int i = 0; i < 7; ++i)
+    EXPECT_NEAR(hu[i], static_cast<double>(expected[i]), std::fabs(static_cast<double>(expected[i])) * 1e-6) << i;
 }
 
 TEST(Moments, StatesAndChecks)
@@ -185,7 +209,8 @@ TEST(Moments, StatesAndChecks)
 template <class T, class F> void quality(Shape shape, F function)
 {
   for (ZorImgSize size : {ZorImgSize{2, 2}, ZorImgSize{17, 9}, ZorImgSize{400, 33}}) {
-    Image<T> a(size.width, size.height, shape.channels, 3, size.width % 2), b(size.width, size.height, shape.channels, 4, size.width % 2);
+    Image<T> a(size.width, size.height, shape.channels, 3, size.width % 2),
+      b(size.width, size.height, shape.channels, 4, size.width % 2);
     for (size_t i = 0; i < a.data.size(); ++i) {
       a.data[i] = static_cast<T>(std::fabs(static_cast<double>(a.data[i])) / 3 + 20);
       b.data[i] = static_cast<T>(a.data[i] / 2 + b.data[i] / 5 * 2);
@@ -201,7 +226,8 @@ template <class T, class F> void quality(Shape shape, F function)
           const long double da = a.at(x, y, k) - s1 / n, db = b.at(x, y, k) - s2 / n;
           s11 += da * da, s12 += da * db, s22 += db * db;
         }
-      const double expected = static_cast<double>(4 * s12 * (s1 / n) * (s2 / n) / ((s11 + s22) * (s1 * s1 + s2 * s2) / n / n));
+      const double expected =
+        static_cast<double>(4 * s12 * (s1 / n) * (s2 / n) / ((s11 + s22) * (s1 * s1 + s2 * s2) / n / n));
       EXPECT_NEAR(q[k], expected, 2e-6 + std::fabs(expected) * 2e-6);
     }
     EXPECT_EQ(q[3], 9);
@@ -216,9 +242,15 @@ template <class T, class F> void quality(Shape shape, F function)
 }
 TEST(QualityIndex, FormulaAndFlatImages)
 {
-  quality<Zor8u>(c1, zoriQualityIndex_8u32f_C1R); quality<Zor8u>(c3, zoriQualityIndex_8u32f_C3R); quality<Zor8u>(ac4, zoriQualityIndex_8u32f_AC4R);
-  quality<Zor16u>(c1, zoriQualityIndex_16u32f_C1R); quality<Zor16u>(c3, zoriQualityIndex_16u32f_C3R); quality<Zor16u>(ac4, zoriQualityIndex_16u32f_AC4R);
-  quality<Zor32f>(c1, zoriQualityIndex_32f_C1R); quality<Zor32f>(c3, zoriQualityIndex_32f_C3R); quality<Zor32f>(ac4, zoriQualityIndex_32f_AC4R);
+  quality<Zor8u>(c1, zoriQualityIndex_8u32f_C1R);
+  quality<Zor8u>(c3, zoriQualityIndex_8u32f_C3R);
+  quality<Zor8u>(ac4, zoriQualityIndex_8u32f_AC4R);
+  quality<Zor16u>(c1, zoriQualityIndex_16u32f_C1R);
+  quality<Zor16u>(c3, zoriQualityIndex_16u32f_C3R);
+  quality<Zor16u>(ac4, zoriQualityIndex_16u32f_AC4R);
+  quality<Zor32f>(c1, zoriQualityIndex_32f_C1R);
+  quality<Zor32f>(c3, zoriQualityIndex_32f_C3R);
+  quality<Zor32f>(ac4, zoriQualityIndex_32f_AC4R);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
-// Norms against exact integers and the written orders of float sums; relative norms and what a vanishing denominator leaves.
+// Norms against exact integers and the written orders of float sums; relative norms and what a vanishing denominator
+// leaves.
 #include "reference.h"
 #include "zori/stats.h"
 
@@ -58,7 +59,8 @@ void check(const char* name, Kind kind, Shape shape, Norm norm, Diff diff, Rel r
 {
   for (ZorImgSize size : sizes)
     for (ZorHint hint : {ZorHintNone, ZorHintAccurate}) {
-      Image<T> a(size.width, size.height, shape.channels, 3, size.width % 3), b(size.width, size.height, shape.channels, 4, size.width % 3);
+      Image<T> a(size.width, size.height, shape.channels, 3, size.width % 3),
+        b(size.width, size.height, shape.channels, 4, size.width % 3);
       double n[4] = {-1, -1, -1, -1}, d[4] = {-1, -1, -1, -1}, r[4] = {-1, -1, -1, -1};
       ASSERT_EQ(norm(b.begin(), b.step(), size, n, hint), ZorOk);
       ASSERT_EQ(diff(a.begin(), a.step(), b.begin(), b.step(), size, d, hint), ZorOk);
@@ -73,7 +75,8 @@ void check(const char* name, Kind kind, Shape shape, Norm norm, Diff diff, Rel r
         ASSERT_EQ(n[k], rooted(denominator)) << name << ' ' << size.width;
         ASSERT_EQ(d[k], rooted(numerator)) << name << ' ' << size.width;
         const bool apart = composed<T>(kind, shape, hint == ZorHintAccurate && std::is_floating_point_v<T>);
-        ASSERT_EQ(r[k], apart ? rooted(numerator) / rooted(denominator) : rooted(numerator / denominator)) << name << ' ' << size.width;
+        ASSERT_EQ(r[k], apart ? rooted(numerator) / rooted(denominator) : rooted(numerator / denominator))
+          << name << ' ' << size.width;
       }
 
       // the last channel of the reference vanishes
@@ -84,7 +87,9 @@ void check(const char* name, Kind kind, Shape shape, Norm norm, Diff diff, Rel r
       const bool words = sizeof(T) == 2 && shape.channels > 1;
       for (int k = 0; k < shape.processed; ++k) {
         const double numerator = raw<T>(kind, hint, a, &b, k);
-        const double left = kind == Inf && words ? -1 : kind == L2 && words && std::is_same_v<T, Zor16u> ? numerator : rooted(numerator);
+        const double left = kind == Inf && words                               ? -1
+                            : kind == L2 && words && std::is_same_v<T, Zor16u> ? numerator
+                                                                               : rooted(numerator);
         ASSERT_EQ(w[k], left) << name << ' ' << k;
       }
     }
@@ -92,25 +97,34 @@ void check(const char* name, Kind kind, Shape shape, Norm norm, Diff diff, Rel r
 
 template <class F> struct WithoutHint {
   F f;
-  template <class... A> ZorStatus operator()(A... a) const { return call(std::index_sequence_for<A...>{}, std::make_tuple(a...)); }
-  template <size_t... i, class Tuple> ZorStatus call(std::index_sequence<i...>, Tuple t) const { return drop(std::make_index_sequence<sizeof...(i) - 1>{}, t); }
-  template <size_t... i, class Tuple> ZorStatus drop(std::index_sequence<i...>, Tuple t) const { return f(std::get<i>(t)...); }
+  template <class... A> ZorStatus operator()(A... a) const
+  {
+    return call(std::index_sequence_for<A...>{}, std::make_tuple(a...));
+  }
+  template <size_t... i, class Tuple> ZorStatus call(std::index_sequence<i...>, Tuple t) const
+  {
+    return drop(std::make_index_sequence<sizeof...(i) - 1>{}, t);
+  }
+  template <size_t... i, class Tuple> ZorStatus drop(std::index_sequence<i...>, Tuple t) const
+  {
+    return f(std::get<i>(t)...);
+  }
 };
 template <class F> WithoutHint(F) -> WithoutHint<F>;
 
-#define PLAIN(kind, type, shape, layout)                                                                                 \
-  check<Zor##type>(#kind " " #type " " #layout, kind, shape, WithoutHint{zoriNorm_##kind##_##type##_##layout##R},        \
-                   WithoutHint{zoriNormDiff_##kind##_##type##_##layout##R}, WithoutHint{zoriNormRel_##kind##_##type##_##layout##R});
-#define HINTED(kind, type, shape, layout)                                                                                \
-  check<Zor##type>(#kind " " #type " " #layout, kind, shape, zoriNorm_##kind##_##type##_##layout##R,                     \
+#define PLAIN(kind, type, shape, layout)                                                                               \
+  check<Zor##type>(#kind " " #type " " #layout, kind, shape, WithoutHint{zoriNorm_##kind##_##type##_##layout##R},      \
+                   WithoutHint{zoriNormDiff_##kind##_##type##_##layout##R},                                            \
+                   WithoutHint{zoriNormRel_##kind##_##type##_##layout##R});
+#define HINTED(kind, type, shape, layout)                                                                              \
+  check<Zor##type>(#kind " " #type " " #layout, kind, shape, zoriNorm_##kind##_##type##_##layout##R,                   \
                    zoriNormDiff_##kind##_##type##_##layout##R, zoriNormRel_##kind##_##type##_##layout##R);
-#define LAYOUTS(form, kind, type) form(kind, type, c1, C1) form(kind, type, c3, C3) form(kind, type, c4, C4) form(kind, type, ac4, AC4)
+#define LAYOUTS(form, kind, type)                                                                                      \
+  form(kind, type, c1, C1) form(kind, type, c3, C3) form(kind, type, c4, C4) form(kind, type, ac4, AC4)
 #define KINDS(type) LAYOUTS(PLAIN, Inf, type) LAYOUTS(PLAIN, L1, type) LAYOUTS(PLAIN, L2, type)
 
-TEST(Norms, Bytes) { KINDS(8u) }
-TEST(Norms, UnsignedWords) { KINDS(16u) }
-TEST(Norms, SignedWords) { KINDS(16s) }
-TEST(Norms, Floats) { LAYOUTS(PLAIN, Inf, 32f) LAYOUTS(HINTED, L1, 32f) LAYOUTS(HINTED, L2, 32f) }
+TEST(Norms, Bytes){KINDS(8u)} TEST(Norms, UnsignedWords){KINDS(16u)} TEST(Norms, SignedWords){
+  KINDS(16s)} TEST(Norms, Floats){LAYOUTS(PLAIN, Inf, 32f) LAYOUTS(HINTED, L1, 32f) LAYOUTS(HINTED, L2, 32f)}
 
 TEST(Norms, WideAndExtreme)
 {

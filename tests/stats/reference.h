@@ -19,12 +19,16 @@ template <class T> struct Image {
   std::vector<T> data;
 
   // Noise over the whole range with runs of the extreme values; floats are small numbers of both signs.
-  Image(int w, int h, int c, unsigned seed, int padding = 1) : width(w), height(h), channels(c), pitch(w * c + padding), data(static_cast<size_t>(pitch * h + 1))
+  Image(int w, int h, int c, unsigned seed, int padding = 1)
+    : width(w), height(h), channels(c), pitch(w * c + padding), data(static_cast<size_t>(pitch * h + 1))
   {
     for (auto& v : data) {
       seed = seed * 1664525u + 1013904223u;
       if constexpr (std::is_floating_point_v<T>) v = static_cast<T>(static_cast<int>(seed >> 12) - (1 << 19)) / 1024;
-      else v = seed >> 29 == 0 ? static_cast<T>(~T(0)) : seed >> 29 == 1 ? static_cast<T>(T(1) << (8 * sizeof(T) - 1)) : static_cast<T>(seed >> 7);
+      else
+        v = seed >> 29 == 0   ? static_cast<T>(~T(0))
+            : seed >> 29 == 1 ? static_cast<T>(T(1) << (8 * sizeof(T) - 1))
+                              : static_cast<T>(seed >> 7);
     }
   }
   int step() const { return pitch * static_cast<int>(sizeof(T)); }

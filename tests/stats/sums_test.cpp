@@ -15,7 +15,8 @@ namespace {
 template <class T, class F> void forImages(Shape shape, F f)
 {
   for (ZorImgSize size : sizes)
-    for (int padding : {0, 1, 4}) f(Image<T>(size.width, size.height, shape.channels, static_cast<unsigned>(size.width), padding));
+    for (int padding : {0, 1, 4})
+      f(Image<T>(size.width, size.height, shape.channels, static_cast<unsigned>(size.width), padding));
 }
 
 template <class T, class Sum, class Mean> void sums(Shape shape, Sum sum, Mean mean)
@@ -28,18 +29,21 @@ template <class T, class Sum, class Mean> void sums(Shape shape, Sum sum, Mean m
     for (int k = 0; k < 4; ++k) {
       long long total = 0;
       for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x) total += k < shape.channels ? static_cast<long long>(image.at(x, y, k)) : 0;
+        for (int x = 0; x < image.width; ++x)
+          total += k < shape.channels ? static_cast<long long>(image.at(x, y, k)) : 0;
       const double exact = static_cast<double>(total);
       ASSERT_EQ(s[k], k < shape.processed ? exact : -1) << image.width << ' ' << k;
       ASSERT_EQ(m[k], k >= shape.processed ? -1 : shape.channels == 1 ? exact / pixels : exact * (1.0 / pixels));
     }
   });
 }
-#define SUMS(type)                                                                                                       \
-  sums<Zor##type>(c1, zoriSum_##type##_C1R, zoriMean_##type##_C1R); sums<Zor##type>(c3, zoriSum_##type##_C3R, zoriMean_##type##_C3R); \
-  sums<Zor##type>(c4, zoriSum_##type##_C4R, zoriMean_##type##_C4R); sums<Zor##type>(ac4, zoriSum_##type##_AC4R, zoriMean_##type##_AC4R);
+#define SUMS(type)                                                                                                     \
+  sums<Zor##type>(c1, zoriSum_##type##_C1R, zoriMean_##type##_C1R);                                                    \
+  sums<Zor##type>(c3, zoriSum_##type##_C3R, zoriMean_##type##_C3R);                                                    \
+  sums<Zor##type>(c4, zoriSum_##type##_C4R, zoriMean_##type##_C4R);                                                    \
+  sums<Zor##type>(ac4, zoriSum_##type##_AC4R, zoriMean_##type##_AC4R);
 
-TEST(Sum, IntegersAreExact) { SUMS(8u) SUMS(16u) SUMS(16s) }
+TEST(Sum, IntegersAreExact){SUMS(8u) SUMS(16u) SUMS(16s)}
 
 TEST(Sum, WideRowsDoNotOverflow)
 {
@@ -93,7 +97,10 @@ template <class Sum> void floatSums(Shape shape, Sum sum)
       double s[4] = {-1, -1, -1, -1};
       ASSERT_EQ(sum(image.begin(), image.step(), image.size(), s, hint), ZorOk);
       for (int k = 0; k < 4; ++k)
-        ASSERT_EQ(s[k], k >= shape.processed ? -1 : hint == ZorHintAccurate ? accurateSum(image, k) : fastSum(image, k)) << image.width << ' ' << hint;
+        ASSERT_EQ(s[k], k >= shape.processed      ? -1
+                        : hint == ZorHintAccurate ? accurateSum(image, k)
+                                                  : fastSum(image, k))
+          << image.width << ' ' << hint;
     }
   });
 }
@@ -112,7 +119,7 @@ void extrema(Shape shape, Min least, Max greatest, MinMax both, MinIndx leastAt,
     for (auto& v : image.data) v = static_cast<T>(v / 7 * 7); // equal extremes are likely
     T lo[4] = {9, 9, 9, 9}, hi[4] = {9, 9, 9, 9}, lo2[4], hi2[4], lo3[4], hi3[4];
     int x0[4], y0[4], x1[4], y1[4];
-    const auto *p = image.begin();
+    const auto* p = image.begin();
     const int step = image.step();
     const auto size = image.size();
     ASSERT_EQ(least(p, step, size, lo), ZorOk);
@@ -130,22 +137,27 @@ void extrema(Shape shape, Min least, Max greatest, MinMax both, MinIndx leastAt,
       const T low = image.at(bestX[0], bestY[0], k), high = image.at(bestX[1], bestY[1], k);
       ASSERT_TRUE(lo[k] == low && lo2[k] == low && lo3[k] == low) << image.width;
       ASSERT_TRUE(hi[k] == high && hi2[k] == high && hi3[k] == high) << image.width;
-      ASSERT_TRUE(x0[k] == bestX[0] && y0[k] == bestY[0] && x1[k] == bestX[1] && y1[k] == bestY[1]) << image.width << ' ' << image.height << ' ' << k;
+      ASSERT_TRUE(x0[k] == bestX[0] && y0[k] == bestY[0] && x1[k] == bestX[1] && y1[k] == bestY[1])
+        << image.width << ' ' << image.height << ' ' << k;
     }
     for (int k = shape.processed; k < 4; ++k) ASSERT_TRUE(lo[k] == 9 && hi[k] == 9);
   });
 }
-#define EXTREMA(type, shape, layout)                                                                                     \
-  extrema<Zor##type>(shape, zoriMin_##type##_##layout##R, zoriMax_##type##_##layout##R, zoriMinMax_##type##_##layout##R, \
-                     zoriMinIndx_##type##_##layout##R, zoriMaxIndx_##type##_##layout##R);
-#define EXTREMA_TYPE(type) { EXTREMA(type, c1, C1) EXTREMA(type, c3, C3) EXTREMA(type, c4, C4) EXTREMA(type, ac4, AC4) }
+#define EXTREMA(type, shape, layout)                                                                                   \
+  extrema<Zor##type>(shape, zoriMin_##type##_##layout##R, zoriMax_##type##_##layout##R,                                \
+                     zoriMinMax_##type##_##layout##R, zoriMinIndx_##type##_##layout##R,                                \
+                     zoriMaxIndx_##type##_##layout##R);
+#define EXTREMA_TYPE(type)                                                                                             \
+  {                                                                                                                    \
+    EXTREMA(type, c1, C1) EXTREMA(type, c3, C3) EXTREMA(type, c4, C4) EXTREMA(type, ac4, AC4)                          \
+  }
 
-TEST(Extrema, Bytes) EXTREMA_TYPE(8u)
-TEST(Extrema, UnsignedWords) EXTREMA_TYPE(16u)
-TEST(Extrema, SignedWords) EXTREMA_TYPE(16s)
-TEST(Extrema, Floats) EXTREMA_TYPE(32f)
+TEST(Extrema, Bytes)
+EXTREMA_TYPE(8u)
+TEST(Extrema, UnsignedWords) EXTREMA_TYPE(16u) TEST(Extrema, SignedWords) EXTREMA_TYPE(16s) TEST(Extrema, Floats)
+  EXTREMA_TYPE(32f)
 
-TEST(Extrema, OnlyInfinities)
+    TEST(Extrema, OnlyInfinities)
 {
   const float x[6] = {-INFINITY, -INFINITY, -INFINITY, -INFINITY, -INFINITY, -INFINITY};
   float value = 0;
@@ -165,13 +177,15 @@ template <class T, class F> void every(Shape shape, F function, bool greatest)
     for (int y = 0; y < a.height; ++y)
       for (int x = 0; x < a.width; ++x)
         for (int k = 0; k < shape.processed; ++k)
-          expected.at(x, y, k) = greatest ? std::max(a.at(x, y, k), b.at(x, y, k)) : std::min(a.at(x, y, k), b.at(x, y, k));
+          expected.at(x, y, k) =
+            greatest ? std::max(a.at(x, y, k), b.at(x, y, k)) : std::min(a.at(x, y, k), b.at(x, y, k));
     ASSERT_EQ(function(a.begin(), a.step(), const_cast<T*>(b.begin()), b.step(), a.size()), ZorOk);
     ASSERT_EQ(b.data, expected.data);
   });
 }
-#define EVERY(type, shape, layout)                                                                                       \
-  every<Zor##type>(shape, zoriMinEvery_##type##_##layout##IR, false); every<Zor##type>(shape, zoriMaxEvery_##type##_##layout##IR, true);
+#define EVERY(type, shape, layout)                                                                                     \
+  every<Zor##type>(shape, zoriMinEvery_##type##_##layout##IR, false);                                                  \
+  every<Zor##type>(shape, zoriMaxEvery_##type##_##layout##IR, true);
 #define EVERY_TYPE(type) EVERY(type, c1, C1) EVERY(type, c3, C3) EVERY(type, c4, C4) EVERY(type, ac4, AC4)
 TEST(Every, LesserAndGreater) { EVERY_TYPE(8u) EVERY_TYPE(16u) EVERY_TYPE(16s) EVERY_TYPE(32f) }
 
@@ -179,7 +193,10 @@ template <class T, class F> void counts(Shape shape, F function)
 {
   const T bounds[][2] = {{0, 255}, {0, 0}, {17, 99}, {200, 200}, {1, 3}};
   forImages<T>(shape, [&](Image<T> image) {
-    for (auto& v : image.data) v = std::is_floating_point_v<T> && v > 300 ? T(NAN) : static_cast<T>(static_cast<int>(v) % 130 + (sizeof(T) == 1 ? 100 : 0));
+    for (auto& v : image.data)
+      v = std::is_floating_point_v<T> && v > 300
+            ? T(NAN)
+            : static_cast<T>(static_cast<int>(v) % 130 + (sizeof(T) == 1 ? 100 : 0));
     for (auto& b : bounds) {
       T lower[3] = {b[0], b[0], 0}, upper[3] = {b[1], b[1], 120};
       int count[4] = {-1, -1, -1, -1};
@@ -187,7 +204,8 @@ template <class T, class F> void counts(Shape shape, F function)
       for (int k = 0; k < shape.processed; ++k) {
         int expected = 0;
         for (int y = 0; y < image.height; ++y)
-          for (int x = 0; x < image.width; ++x) expected += image.at(x, y, k) >= lower[k] && image.at(x, y, k) <= upper[k];
+          for (int x = 0; x < image.width; ++x)
+            expected += image.at(x, y, k) >= lower[k] && image.at(x, y, k) <= upper[k];
         ASSERT_EQ(count[k], expected) << image.width << ' ' << k;
       }
       ASSERT_EQ(count[3], -1);
@@ -196,8 +214,12 @@ template <class T, class F> void counts(Shape shape, F function)
 }
 TEST(CountInRange, BothBoundsIncluded)
 {
-  counts<Zor8u>(c1, [](auto p, int s, ZorImgSize r, int* n, auto lo, auto hi) { return zoriCountInRange_8u_C1R(p, s, r, n, *lo, *hi); });
-  counts<Zor32f>(c1, [](auto p, int s, ZorImgSize r, int* n, auto lo, auto hi) { return zoriCountInRange_32f_C1R(p, s, r, n, *lo, *hi); });
+  counts<Zor8u>(c1, [](auto p, int s, ZorImgSize r, int* n, auto lo, auto hi) {
+    return zoriCountInRange_8u_C1R(p, s, r, n, *lo, *hi);
+  });
+  counts<Zor32f>(c1, [](auto p, int s, ZorImgSize r, int* n, auto lo, auto hi) {
+    return zoriCountInRange_32f_C1R(p, s, r, n, *lo, *hi);
+  });
   counts<Zor8u>(c3, zoriCountInRange_8u_C3R);
   counts<Zor8u>(ac4, zoriCountInRange_8u_AC4R);
   counts<Zor32f>(c3, zoriCountInRange_32f_C3R);

@@ -130,9 +130,9 @@ static std::uint64_t operandSeed(const Function& function, const Argument& argum
 }
 
 Call::Call(const Function& function, const Plan& plan, void* record)
-    : function_(function), plan_(plan), recordPointer_(record),
-      values_(static_cast<std::size_t>(function.arguments.size)),
-      images_(static_cast<std::size_t>(function.arguments.size))
+  : function_(function), plan_(plan), recordPointer_(record),
+    values_(static_cast<std::size_t>(function.arguments.size)),
+    images_(static_cast<std::size_t>(function.arguments.size))
 {
   if (!record && function.makers.size) {
     record_ = std::make_unique<Record>(function, plan);

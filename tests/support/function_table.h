@@ -93,7 +93,11 @@ struct Stage {
 };
 
 enum Exemption {
-  kAlphaExempt = 1, kThreadsExempt = 2, kAlignmentExempt = 4, kStepsExempt = 8, kInplaceExempt = 16,
+  kAlphaExempt = 1,
+  kThreadsExempt = 2,
+  kAlignmentExempt = 4,
+  kStepsExempt = 8,
+  kInplaceExempt = 16,
   kAllocationExempt = 32
 };
 

@@ -30,20 +30,15 @@ Arena::~Arena()
 int elementBytes(Element element)
 {
   switch (element) {
-  case Element::Pointer:
-    return sizeof(void*);
+  case Element::Pointer: return sizeof(void*);
   case Element::T16u:
-  case Element::T16s:
-    return 2;
+  case Element::T16s: return 2;
   case Element::T32u:
   case Element::T32s:
-  case Element::T32f:
-    return 4;
+  case Element::T32f: return 4;
   case Element::T64s:
-  case Element::T64f:
-    return 8;
-  default:
-    return 1;
+  case Element::T64f: return 8;
+  default: return 1;
   }
 }
 

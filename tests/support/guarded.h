@@ -86,7 +86,7 @@ private:
 
   Memory memory_;
   int rows_, pixelBytes_, step_;
-  int firstWritten_, endWritten_; // rows that a function may write
+  int firstWritten_, endWritten_;       // rows that a function may write
   std::vector<unsigned char> writable_; // for each byte of a row: the bits that a function may write
   std::vector<std::unique_ptr<Arena>> arenas_;
   std::vector<unsigned char*> first_; // of each plane, with the margins

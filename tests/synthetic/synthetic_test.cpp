@@ -22,7 +22,8 @@ template <class T, class Call, class F> void compare(const char* name, int chann
     ASSERT_EQ(call(image.data(), pitch * static_cast<int>(sizeof(T)), size), ZorOk) << name;
     for (int y = 0; y < size.height; ++y)
       for (int x = 0; x < size.width; ++x)
-        for (int k = 0; k < processed; ++k) expected[static_cast<size_t>(y * pitch + x * channels + k)] = sample(x, y, size);
+        for (int k = 0; k < processed; ++k)
+          expected[static_cast<size_t>(y * pitch + x * channels + k)] = sample(x, y, size);
     ASSERT_EQ(image, expected) << name << ' ' << size.width << 'x' << size.height;
   }
 }
@@ -48,19 +49,26 @@ template <class T> T ramp(float v)
   }
 }
 
-#define JAEHNE(type, layout, n, p) compare<Zor##type>("Jaehne " #type #layout, n, p, zoriImageJaehne_##type##_##layout##R, ring<Zor##type>);
-#define RAMP(type, layout, n, p)                                                                                         \
-  for (int axis : {0, 1, 2, 7, -1})                                                                                      \
-    for (auto [offset, slope] : {std::pair{0.0f, 1.0f}, {-3.5f, 0.5f}, {250.25f, 9.0f}, {-200.0f, -13.5f}, {1e9f, 1e9f}, {-4e9f, 77.0f}}) \
-      compare<Zor##type>("Ramp " #type #layout, n, p,                                                                    \
-        [=](auto d, int s, ZorImgSize r) { return zoriImageRamp_##type##_##layout##R(d, s, r, offset, slope, static_cast<ZorRampAxis>(axis)); }, \
-        [=](int x, int y, ZorImgSize) { return ramp<Zor##type>(static_cast<float>(axis == 0 ? x : axis == 1 ? y : x * y) * slope + offset); });
+#define JAEHNE(type, layout, n, p)                                                                                     \
+  compare<Zor##type>("Jaehne " #type #layout, n, p, zoriImageJaehne_##type##_##layout##R, ring<Zor##type>);
+#define RAMP(type, layout, n, p)                                                                                       \
+  for (int axis : {0, 1, 2, 7, -1})                                                                                    \
+    for (auto [offset, slope] :                                                                                        \
+         {std::pair{0.0f, 1.0f}, {-3.5f, 0.5f}, {250.25f, 9.0f}, {-200.0f, -13.5f}, {1e9f, 1e9f}, {-4e9f, 77.0f}})     \
+      compare<Zor##type>(                                                                                              \
+        "Ramp " #type #layout, n, p,                                                                                   \
+        [=](auto d, int s, ZorImgSize r) {                                                                             \
+          return zoriImageRamp_##type##_##layout##R(d, s, r, offset, slope, static_cast<ZorRampAxis>(axis));           \
+        },                                                                                                             \
+        [=](int x, int y, ZorImgSize) {                                                                                \
+          return ramp<Zor##type>(static_cast<float>(axis == 0 ? x : axis == 1 ? y : x * y) * slope + offset);          \
+        });
 #define LAYOUTS(form, type) form(type, C1, 1, 1) form(type, C3, 3, 3) form(type, C4, 4, 4) form(type, AC4, 4, 3)
-#define TYPES(form) LAYOUTS(form, 8u) LAYOUTS(form, 8s) LAYOUTS(form, 16u) LAYOUTS(form, 16s) LAYOUTS(form, 32s) LAYOUTS(form, 32f)
+#define TYPES(form)                                                                                                    \
+  LAYOUTS(form, 8u) LAYOUTS(form, 8s) LAYOUTS(form, 16u) LAYOUTS(form, 16s) LAYOUTS(form, 32s) LAYOUTS(form, 32f)
 
-TEST(TestImages, RadialPattern) { TYPES(JAEHNE) }
-TEST(TestImages, Ramps) { TYPES(RAMP) }
-TEST(TestImages, TheLastHalfSaturates)
+TEST(TestImages, RadialPattern){TYPES(JAEHNE)} TEST(TestImages, Ramps){TYPES(RAMP)} TEST(TestImages,
+                                                                                         TheLastHalfSaturates)
 {
   std::vector<Zor8u> row(300);
   ASSERT_EQ(zoriImageRamp_8u_C1R(row.data(), 300, {300, 1}, 0, 1, ZorRampAlongX), ZorOk);
@@ -71,7 +79,10 @@ TEST(TestImages, TheLastHalfSaturates)
 struct Words {
   std::int64_t s0, s1, s2, carry = -1, lcg = 1131199209;
   static std::int64_t wrap(std::int64_t v) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(v)); }
-  static std::int64_t chain(std::int64_t v) { return wrap(static_cast<std::int64_t>(static_cast<std::uint64_t>(v) * 69069u + 1013904243u)); }
+  static std::int64_t chain(std::int64_t v)
+  {
+    return wrap(static_cast<std::int64_t>(static_cast<std::uint64_t>(v) * 69069u + 1013904243u));
+  }
   explicit Words(Zor32u seed) : s0(wrap(seed)), s1(chain(s0)), s2(chain(s1)) {}
   std::int64_t operator()()
   {
@@ -87,7 +98,9 @@ struct Words {
 template <class T> T added(T x, double noise)
 {
   if constexpr (std::is_same_v<T, float>) return x + static_cast<float>(noise);
-  else return static_cast<T>(std::clamp<double>(x + std::rint(noise), std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+  else
+    return static_cast<T>(
+      std::clamp<double>(x + std::rint(noise), std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
 }
 
 template <class T, class Call> void noise(bool gauss, int channels, int processed, T a, T b, Call call)
@@ -102,10 +115,13 @@ template <class T, class Call> void noise(bool gauss, int channels, int processe
       double second = 0;
       bool waits = false;
       const auto draw = [&]() -> double {
-        if (!gauss) return static_cast<double>(words()) * ((static_cast<double>(b) - a) * 2.3283064365387e-10) + (static_cast<double>(a) + b) * 0.5;
+        if (!gauss)
+          return static_cast<double>(words()) * ((static_cast<double>(b) - a) * 2.3283064365387e-10) +
+                 (static_cast<double>(a) + b) * 0.5;
         if (waits) return waits = false, second;
         for (;;) {
-          const double g1 = static_cast<double>(words()) * 4.656612873077e-10, g2 = static_cast<double>(words()) * 4.656612873077e-10, q = g1 * g1 + g2 * g2;
+          const double g1 = static_cast<double>(words()) * 4.656612873077e-10,
+                       g2 = static_cast<double>(words()) * 4.656612873077e-10, q = g1 * g1 + g2 * g2;
           if (q >= 1.0 || q == 0) continue;
           const double f = std::sqrt(-2.0 * std::log(q) / q);
           waits = true;
@@ -123,11 +139,11 @@ template <class T, class Call> void noise(bool gauss, int channels, int processe
       ASSERT_EQ(state, static_cast<Zor32u>(words.s0));
     }
 }
-#define NOISE(type, layout, n, p)                                                                                        \
-  noise<Zor##type>(false, n, p, 3, 77, zoriAddRandUniform_Direct_##type##_##layout##IR);                                 \
-  noise<Zor##type>(false, n, p, 0, 0, zoriAddRandUniform_Direct_##type##_##layout##IR);                                  \
+#define NOISE(type, layout, n, p)                                                                                      \
+  noise<Zor##type>(false, n, p, 3, 77, zoriAddRandUniform_Direct_##type##_##layout##IR);                               \
+  noise<Zor##type>(false, n, p, 0, 0, zoriAddRandUniform_Direct_##type##_##layout##IR);                                \
   noise<Zor##type>(true, n, p, 5, 90, zoriAddRandGauss_Direct_##type##_##layout##IR);
-TEST(Noise, DrawsInMemoryOrder) { LAYOUTS(NOISE, 8u) LAYOUTS(NOISE, 16u) LAYOUTS(NOISE, 16s) LAYOUTS(NOISE, 32f) }
+TEST(Noise, DrawsInMemoryOrder){LAYOUTS(NOISE, 8u) LAYOUTS(NOISE, 16u) LAYOUTS(NOISE, 16s) LAYOUTS(NOISE, 32f)}
 
 TEST(Noise, HasTheAskedMoments)
 {
@@ -164,19 +180,23 @@ template <class T, class R, class I> void taper(R function, I inPlace, bool radi
     for (int y = 0; y < size.height; ++y)
       for (int x = 0; x < size.width; ++x) {
         const size_t i = static_cast<size_t>(y * size.width + x);
-        const double w = radial ? radialWindow(hamming, x, y, size) : window(hamming, x, size.width) * window(hamming, y, size.height);
+        const double w =
+          radial ? radialWindow(hamming, x, y, size) : window(hamming, x, size.width) * window(hamming, y, size.height);
         const double exact = src[i] * w;
-        ASSERT_NEAR(dst[i], exact, (std::is_integral_v<T> ? 0.5 : 0) + src[i] * 4e-7) << x << ' ' << y << ' ' << size.width;
-        if (!radial && !hamming && (x == 0 || y == 0 || x == size.width - 1 || y == size.height - 1)) { ASSERT_EQ(dst[i], 0); }
+        ASSERT_NEAR(dst[i], exact, (std::is_integral_v<T> ? 0.5 : 0) + src[i] * 4e-7)
+          << x << ' ' << y << ' ' << size.width;
+        if (!radial && !hamming && (x == 0 || y == 0 || x == size.width - 1 || y == size.height - 1)) {
+          ASSERT_EQ(dst[i], 0);
+        }
       }
     ASSERT_EQ(inPlace(src.data(), step, size), ZorOk);
     ASSERT_EQ(src, dst);
   }
 }
-#define TAPER(type)                                                                                                      \
-  taper<Zor##type>(zoriWinBartlett_##type##_C1R, zoriWinBartlett_##type##_C1IR, true, false);                            \
-  taper<Zor##type>(zoriWinHamming_##type##_C1R, zoriWinHamming_##type##_C1IR, true, true);                               \
-  taper<Zor##type>(zoriWinBartlettSep_##type##_C1R, zoriWinBartlettSep_##type##_C1IR, false, false);                     \
+#define TAPER(type)                                                                                                    \
+  taper<Zor##type>(zoriWinBartlett_##type##_C1R, zoriWinBartlett_##type##_C1IR, true, false);                          \
+  taper<Zor##type>(zoriWinHamming_##type##_C1R, zoriWinHamming_##type##_C1IR, true, true);                             \
+  taper<Zor##type>(zoriWinBartlettSep_##type##_C1R, zoriWinBartlettSep_##type##_C1IR, false, false);                   \
   taper<Zor##type>(zoriWinHammingSep_##type##_C1R, zoriWinHammingSep_##type##_C1IR, false, true);
 TEST(Windows, RadialAndSeparable) { TAPER(8u) TAPER(16u) TAPER(32f) }
 
