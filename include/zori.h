@@ -8,6 +8,7 @@
 #include "zori/data.h"
 #include "zori/filter.h"
 #include "zori/point.h"
+#include "zori/spectral.h"
 #include "zori/stats.h"
 #include "zori/synthetic.h"
 

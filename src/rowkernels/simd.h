@@ -492,6 +492,12 @@ template <int D, int C, int B, int A, class T> inline Vec<T> shuffleWords(Vec<T>
   static_assert(isInt<T>);
   return {_mm_shufflehi_epi16(_mm_shufflelo_epi16(a.v, _MM_SHUFFLE(D, C, B, A)), _MM_SHUFFLE(D, C, B, A))};
 }
+// The four words of the upper half alone.
+template <int D, int C, int B, int A, class T> inline Vec<T> shuffleWordsHigh(Vec<T> a)
+{
+  static_assert(isInt<T>);
+  return {_mm_shufflehi_epi16(a.v, _MM_SHUFFLE(D, C, B, A))};
+}
 // Lanes A and B of a, then C and D of b.
 template <int D, int C, int B, int A> inline F32x4 shuffle(F32x4 a, F32x4 b)
 {
