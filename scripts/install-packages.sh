@@ -44,6 +44,7 @@ need_test() {
   need python3 have python3
   need pkg-config have pkg-config
   need binutils have readelf
+  need clang-format have clang-format
   need googletest test -e /usr/src/googletest/CMakeLists.txt
   need_examples
 }

@@ -31,7 +31,7 @@ template <class T> struct KeyedPixel {
 
 // Pixels of three channels. A vector holds several and a part of the next one, which is written back as it was.
 template <class T>
-[[gnu::noinline]] void keyedRow(const T* src1, const T* src2, T* dst, std::ptrdiff_t width, const T key[3])
+ZORI_ONE_COPY void keyedRow(const T* src1, const T* src2, T* dst, std::ptrdiff_t width, const T key[3])
 {
   constexpr int bytes = sizeof(T), lanes = Vec<T>::size, pixels = lanes / 3;
   const Vec<T> keys = Pattern<T>(key, 3).at(0);

@@ -17,20 +17,22 @@ using RowDivision = bool (*)(T* dst, std::ptrdiff_t length, int scaleFactor, con
 
 // Walks the region with a row kernel. The last check is that of a parameter.
 template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den,
-                                                       Rows<const T> num, Rows<T> dst, ZorImgSize roiSize,
-                                                       int scaleFactor, ZorStatus lastCheck = ZorOk)
+ZORI_ONE_COPY ZorStatus divideRegion(RowDivision<T> divide, int channelCount, Rows<const T> den, Rows<const T> num,
+                                     Rows<T> dst, ZorImgSize roiSize, int scaleFactor, ZorStatus lastCheck = ZorOk)
 {
   if (auto s = firstFailure(nonNull(den.first, num.first, dst.first), nonEmpty(roiSize),
                             positive(den.step, num.step, dst.step), lastCheck);
       s != ZorOk)
     return s;
-  const RoundingScope rounding(divisionRounding<T>);
-  const RowRun run(roiSize, channelCount, sizeof(T), den.step, num.step, dst.step);
-  ZorStatus status = ZorOk;
-  for (int y = 0; y < run.height; ++y)
-    if (divide(dst[y], run.length, scaleFactor, num[y], den[y])) status = ZorWarnDivByZero;
-  return status;
+  const int pixelBytes = channelCount * static_cast<int>(sizeof(T));
+  roiSize = joinedRows(roiSize, Pitch{pixelBytes, den.step}, Pitch{pixelBytes, num.step}, Pitch{pixelBytes, dst.step});
+  const std::ptrdiff_t length = elementsOf(roiSize.width, channelCount);
+  return underRounding(divisionRounding<T>, [&] {
+    ZorStatus status = ZorOk;
+    for (int y = 0; y < roiSize.height; ++y)
+      if (divide(dst[y], length, scaleFactor, num[y], den[y])) status = ZorWarnDivByZero;
+    return status;
+  });
 }
 
 template <Layout L, class T>

@@ -71,7 +71,7 @@ using FactorKernel = void (*)(T* dst, std::ptrdiff_t length, int scaleFactor, co
 
 // Not inlined, so that the reciprocals are formed under the rounding field that is set by then.
 template <class T>
-[[gnu::noinline]] void fillFactors(Factor<T>* row, std::ptrdiff_t length, const T* divisors, int count, int scaleFactor)
+ZORI_ONE_COPY void fillFactors(Factor<T>* row, std::ptrdiff_t length, const T* divisors, int count, int scaleFactor)
 {
   for (std::ptrdiff_t i = 0; i < length; ++i) {
     if (i >= count) row[i] = row[i - count];
@@ -88,9 +88,8 @@ template <class T>
 
 // The region in pieces of rows, each met by a row of factors.
 template <class T>
-[[gnu::noinline, gnu::noclone]] ZorStatus divideRegion(FactorKernel<T> divide, int processedCount, int channelCount,
-                                                       Rows<const T> src, const T* value, Rows<T> dst,
-                                                       ZorImgSize roiSize, int scaleFactor)
+ZORI_ONE_COPY ZorStatus divideRegion(FactorKernel<T> divide, int processedCount, int channelCount, Rows<const T> src,
+                                     const T* value, Rows<T> dst, ZorImgSize roiSize, int scaleFactor)
 {
   if (auto s = firstFailure(nonNull(src.first, value, dst.first), nonEmpty(roiSize), positive(src.step, dst.step));
       s != ZorOk)
@@ -101,15 +100,18 @@ template <class T>
     if (isZeroDivisor(divisors[k])) return ZorErrDivByZero;
   }
 
-  const RoundingScope rounding(divisionRounding<T>);
   constexpr std::ptrdiff_t piece = 768; // whole pixels of any layout and whole groups
   Factor<T> factors[piece];
-  const RowRun run(roiSize, channelCount, sizeof(T), src.step, dst.step);
-  fillFactors(factors, run.length < piece ? run.length : piece, divisors, channelCount, scaleFactor);
-  for (int y = 0; y < run.height; ++y)
-    for (std::ptrdiff_t i = 0; i < run.length; i += piece)
-      divide(dst[y] + i, run.length - i < piece ? run.length - i : piece, scaleFactor, src[y] + i, factors);
-  return ZorOk;
+  const int pixelBytes = channelCount * static_cast<int>(sizeof(T));
+  roiSize = joinedRows(roiSize, Pitch{pixelBytes, src.step}, Pitch{pixelBytes, dst.step});
+  const std::ptrdiff_t length = elementsOf(roiSize.width, channelCount);
+  return underRounding(divisionRounding<T>, [&] {
+    fillFactors(factors, length < piece ? length : piece, divisors, channelCount, scaleFactor);
+    for (int y = 0; y < roiSize.height; ++y)
+      for (std::ptrdiff_t i = 0; i < length; i += piece)
+        divide(dst[y] + i, length - i < piece ? length - i : piece, scaleFactor, src[y] + i, factors);
+    return ZorOk;
+  });
 }
 
 template <Layout L, class T>

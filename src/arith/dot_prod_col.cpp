@@ -4,6 +4,7 @@
 // the rows. A null row ends the sum: the rows before it are in the result. Rows are summed piece by piece, so that the
 // sums stay in the cache.
 #include "frame/checks.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/drivers.h"
 #include "zori/arith.h"
 
@@ -30,18 +31,8 @@ template <int N> struct WeightedSum {
 
 const Zor32f* rowOf(const Zor32f* const* ppSrc, int i) { return get<const Zor32f*>(ppSrc + i); }
 
-} // namespace
-} // namespace zori
-
-using namespace zori;
-
-ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count, int length)
+void sumRows(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int rows, int length)
 {
-  if (auto s = firstFailure(nonNull(ppSrc, pWeights, pDst), positiveSize(length, count)); s != ZorOk) return s;
-  int rows = 0;
-  while (rows < count && rowOf(ppSrc, rows)) ++rows;
-  if (rows == 0) return ZorErrNullPtr;
-
   constexpr int piece = 2048;
   for (std::ptrdiff_t j = 0; j < length; j += piece) {
     const std::ptrdiff_t n = std::min<std::ptrdiff_t>(piece, length - j);
@@ -56,5 +47,20 @@ ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeigh
              row(i + 2), row(i + 3));
     for (; i < rows; ++i) mapRow(dst, n, WeightedSum<1>{{weight(i)}}, sum, row(i));
   }
+}
+
+} // namespace
+} // namespace zori
+
+using namespace zori;
+
+ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count, int length)
+{
+  if (auto s = firstFailure(nonNull(ppSrc, pWeights, pDst), positiveSize(length, count)); s != ZorOk) return s;
+  int rows = 0;
+  while (rows < count && rowOf(ppSrc, rows)) ++rows;
+  if (rows == 0) return ZorErrNullPtr;
+
+  underRounding(Rounding::Nearest, [&] { sumRows(ppSrc, pWeights, pDst, rows, length); });
   return rows == count ? ZorOk : ZorErrNullPtr;
 }

@@ -77,12 +77,13 @@ template <class T, Layout L>
 ZorStatus expRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor = 0)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
   const Rows<T> dst{pDst, dstStep};
   const Rows<const T> src{pSrc, srcStep};
-  if constexpr (isInt<T>) mapRegion<L>(roiSize, ExpStaircase<T>(scaleFactor), dst, src);
-  else mapRegionOfGroups<L>(roiSize, FloatExp{}, dst, src);
-  return ZorOk;
+  return underRounding(Rounding::Nearest, [&] {
+    if constexpr (isInt<T>) mapRegion<L>(roiSize, ExpStaircase<T>(scaleFactor), dst, src);
+    else mapRegionOfGroups<L>(roiSize, FloatExp{}, dst, src);
+    return ZorOk;
+  });
 }
 
 } // namespace

@@ -4,8 +4,8 @@
 // logarithm of an integer above 1 is irrational, and none comes as near to a tie as the error of double precision.
 // Zero gives 0 in 8u and 16u; zero and negative samples give -32768 in 16s.
 #include "frame/checks.h"
-#include "frame/numeric_mode.h"
 #include "frame/memory.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/convert.h"
 #include "rowkernels/exp_log.h"
 #include "rowkernels/lookup.h"
@@ -144,10 +144,11 @@ ZorStatus lnRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize 
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
   const Rows<T> dst{pDst, dstStep};
   const Rows<const T> src{pSrc, srcStep};
-  const RoundingScope scope(Rounding::Nearest);
   const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>;
-  if constexpr (isInt<T>) return integerRows(roiSize, length, dst, src, scaleFactor);
-  else return floatRows(roiSize, length, dst, src);
+  return underRounding(Rounding::Nearest, [&] {
+    if constexpr (isInt<T>) return integerRows(roiSize, length, dst, src, scaleFactor);
+    else return floatRows(roiSize, length, dst, src);
+  });
 }
 
 } // namespace

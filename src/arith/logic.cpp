@@ -34,9 +34,10 @@ ZorStatus bitwise(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T*
   if constexpr (L == AC4) {
     mapRegion<AC4>(roiSize, Op{}, Rows{pDst, dstStep}, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
   } else {
-    const RowRun run(roiSize, channels<L>, sizeof(T), dstStep, src1Step, src2Step);
-    for (int y = 0; y < run.height; ++y)
-      mapRow(asBytes(rowAt(pDst, dstStep, y)), run.length * static_cast<int>(sizeof(T)), Op{},
+    constexpr int pixelBytes = channels<L> * static_cast<int>(sizeof(T));
+    roiSize = joinedRows(roiSize, Pitch{pixelBytes, dstStep}, Pitch{pixelBytes, src1Step}, Pitch{pixelBytes, src2Step});
+    for (int y = 0; y < roiSize.height; ++y)
+      mapRow(asBytes(rowAt(pDst, dstStep, y)), elementsOf(roiSize.width, pixelBytes), Op{},
              asBytes(rowAt(pSrc1, src1Step, y)), asBytes(rowAt(pSrc2, src2Step, y)));
   }
   return ZorOk;

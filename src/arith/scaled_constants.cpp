@@ -3,7 +3,7 @@
 //
 // dst = saturate(round(v * 2^-scaleFactor)) of the exact v = src + value, src - value, src * value; floats unscaled.
 // The constant stands by itself in C1, else there is one a channel. The paths by scale stand in arith/scaled.h.
-#include "scaled.h"
+#include "scaled_regions.h"
 #include "zori/arith.h"
 
 using namespace zori;

@@ -3,7 +3,7 @@
 //
 // dst = saturate(round(v * 2^-scaleFactor)) of the exact v = src1 + src2, src2 - src1, src1 * src2; floats unscaled.
 // In place the destination is the second image. The paths by scale stand in arith/scaled.h.
-#include "scaled.h"
+#include "scaled_regions.h"
 #include "zori/arith.h"
 
 using namespace zori;

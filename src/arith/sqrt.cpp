@@ -78,15 +78,16 @@ template <class T, Layout L> Vec<T> mapRoots(ZorImgSize roi, Rows<T> dst, Rows<c
   if constexpr (!isInt<T>) {
     map(FloatRoot{&negative});
   } else {
-    const RoundingScope scope(Rounding::Nearest);
     const int scale = scaleFactor > greatestScale ? greatestScale : scaleFactor < leastScale ? leastScale : scaleFactor;
     const Zor32f factor = std::ldexp(1.0f, -scale);
     const auto mapRoot = [&](auto root) {
       if constexpr (isSigned<T>) map(RootOfPositive<decltype(root)>{root, &negative});
       else map(root);
     };
-    if (sizeof(T) == 1 || scale >= leastScaleInSingle) mapRoot(RootInSingle<T>{factor});
-    else mapRoot(RootInDouble<T>{factor});
+    underRounding(Rounding::Nearest, [&] {
+      if (sizeof(T) == 1 || scale >= leastScaleInSingle) mapRoot(RootInSingle<T>{factor});
+      else mapRoot(RootInDouble<T>{factor});
+    });
   }
   return negative;
 }

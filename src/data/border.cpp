@@ -32,9 +32,6 @@ template <class... Step> static ZorStatus frameStatus(const void* src, const voi
                       require(fits, ZorErrSize));
 }
 
-struct Unchanged {
-  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
-};
 template <class T> struct Repeated {
   Vec<T> pixels;
   Vec<T> operator()() const { return pixels; }
@@ -47,11 +44,8 @@ template <class T, Layout L> struct Runs {
   static void copy(const T* src, T* dst, std::ptrdiff_t pixels, long long regionBytes)
   {
     if (src == dst) return;
-    if constexpr (L == AC4)
-      mapRow(dst, pixels * pixelElements, KeepFourth<Unchanged>{}, const_cast<const T*>(dst), src);
-    else
-      ownsCopyRow_8u(reinterpret_cast<const Zor8u*>(src), reinterpret_cast<Zor8u*>(dst), pixels * pixelBytes,
-                     regionBytes);
+    if constexpr (L == AC4) mapRowOf<AC4>(dst, pixels * pixelElements, Unchanged{}, src);
+    else copyRow(reinterpret_cast<const Zor8u*>(src), reinterpret_cast<Zor8u*>(dst), pixels * pixelBytes, regionBytes);
   }
 
   // One pixel over and over.
@@ -73,14 +67,14 @@ template <class T, Layout L> struct Runs {
         store(to + bytes - 16, x);
       }
     } else {
-      ownsSet_8u(PixelPattern::of<pixelBytes>(pixel), to, bytes, bytes);
+      fillRow(PixelPattern::of<pixelBytes>(pixel), to, bytes, bytes);
     }
   }
 };
 
 // value: a number for each channel that is written.
 template <class T, Layout L>
-static void owniCopyConstBorder(Rows<const T> src, Rows<T> dst, const Frame& f, const void* value)
+static void frameWithConstant(Rows<const T> src, Rows<T> dst, const Frame& f, const void* value)
 {
   using Run = Runs<T, L>;
   T pixel[4] = {};
@@ -89,7 +83,7 @@ static void owniCopyConstBorder(Rows<const T> src, Rows<T> dst, const Frame& f, 
   const auto pattern = PixelPattern::of<Run::pixelBytes>(pixel);
   const auto fill = [&](T* p, std::ptrdiff_t pixels) {
     if constexpr (L == AC4) Run::repeat(pixel, p, pixels);
-    else ownsSet_8u(pattern, reinterpret_cast<Zor8u*>(p), pixels * Run::pixelBytes, bytes);
+    else fillRow(pattern, reinterpret_cast<Zor8u*>(p), pixels * Run::pixelBytes, bytes);
   };
   for (int y = 0; y < f.outer.height; ++y) {
     T* const row = dst[y];
@@ -104,7 +98,7 @@ static void owniCopyConstBorder(Rows<const T> src, Rows<T> dst, const Frame& f, 
   }
 }
 
-template <class T, Layout L> static void owniCopyReplicateBorder(Rows<const T> src, Rows<T> dst, const Frame& f)
+template <class T, Layout L> static void frameWithEdges(Rows<const T> src, Rows<T> dst, const Frame& f)
 {
   using Run = Runs<T, L>;
   const long long bytes = 1LL * f.outer.width * Run::pixelBytes * f.outer.height;
@@ -122,7 +116,7 @@ template <class T, Layout L> static void owniCopyReplicateBorder(Rows<const T> s
   }
 }
 
-template <class T> static void owniCopyWrapBorder(Rows<const T> src, Rows<T> dst, const Frame& f)
+template <class T> static void frameWithTiles(Rows<const T> src, Rows<T> dst, const Frame& f)
 {
   using Run = Runs<T, C1>;
   const long long bytes = 1LL * f.outer.width * Run::pixelBytes * f.outer.height;
@@ -158,7 +152,7 @@ ZorStatus constBorder(const T* pSrc, int srcStep, ZorImgSize srcRoiSize, T* pDst
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = firstFailure(frameStatus(pSrc, pDst, f, srcStep, dstStep), nonNull(value)); s != ZorOk) return s;
-  owniCopyConstBorder<Raw<T>, L>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, f, value);
+  frameWithConstant<Raw<T>, L>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, f, value);
   return ZorOk;
 }
 
@@ -168,7 +162,7 @@ ZorStatus replicateBorder(const T* pSrc, int srcStep, ZorImgSize srcRoiSize, T* 
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = frameStatus(pSrc, pDst, f, srcStep, dstStep); s != ZorOk) return s;
-  owniCopyReplicateBorder<Raw<T>, L>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, f);
+  frameWithEdges<Raw<T>, L>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, f);
   return ZorOk;
 }
 
@@ -178,8 +172,8 @@ ZorStatus replicateBorderInPlace(T* pSrcDst, int srcDstStep, ZorImgSize srcRoiSi
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = frameStatus(pSrcDst, pSrcDst, f, srcDstStep); s != ZorOk) return s;
-  owniCopyReplicateBorder<Raw<T>, L>({raw(pSrcDst), srcDstStep},
-                                     {frameStart<channels<L>>(raw(pSrcDst), srcDstStep, f), srcDstStep}, f);
+  frameWithEdges<Raw<T>, L>({raw(pSrcDst), srcDstStep},
+                            {frameStart<channels<L>>(raw(pSrcDst), srcDstStep, f), srcDstStep}, f);
   return ZorOk;
 }
 
@@ -193,7 +187,7 @@ ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = frameStatus(pSrc, pDst, f, srcStep, dstStep); s != ZorOk) return s;
-  owniCopyWrapBorder<Zor32s>({pSrc, srcStep}, {pDst, dstStep}, f);
+  frameWithTiles<Zor32s>({pSrc, srcStep}, {pDst, dstStep}, f);
   return ZorOk;
 }
 
@@ -202,7 +196,7 @@ ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSiz
 {
   const Frame f{srcRoiSize, dstRoiSize, topBorderHeight, leftBorderWidth};
   if (auto s = frameStatus(pSrcDst, pSrcDst, f, srcDstStep); s != ZorOk) return s;
-  owniCopyWrapBorder<Zor32s>({pSrcDst, srcDstStep}, {frameStart<1>(pSrcDst, srcDstStep, f), srcDstStep}, f);
+  frameWithTiles<Zor32s>({pSrcDst, srcDstStep}, {frameStart<1>(pSrcDst, srcDstStep, f), srcDstStep}, f);
   return ZorOk;
 }
 

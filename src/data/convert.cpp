@@ -35,8 +35,8 @@ ZorStatus roundRegion(const Zor32f* pSrc, int srcStep, D* pDst, int dstStep, Zor
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
   if (roundMode == ZorRoundTowardZero || roundMode == ZorRoundNearestEven) {
-    const RoundingScope rounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest);
-    mapRegionOfGroups<L>(roiSize, Rounded<D>{}, dst, src);
+    underRounding(roundMode == ZorRoundTowardZero ? roundTowardZero : roundNearest,
+                  [&] { mapRegionOfGroups<L>(roiSize, Rounded<D>{}, dst, src); });
   } else {
     mapRegionOfGroups<L>(roiSize, RoundedAway<D>{}, dst, src);
   }

@@ -37,7 +37,7 @@ static inline void bitsToBytes(const Zor8u* p, int shift, Zor8u* dst)
   }
 }
 
-[[gnu::noinline]] static void bitsToBytesRow(const Zor8u* src, int bitOffset, Zor8u* dst, std::ptrdiff_t length)
+ZORI_ONE_COPY static void bitsToBytesRow(const Zor8u* src, int bitOffset, Zor8u* dst, std::ptrdiff_t length)
 {
   if (length < 64) {
     alignas(16) Zor8u bits[16] = {}, out[64];
@@ -99,7 +99,7 @@ struct DitherRows {
   }
 };
 
-[[gnu::noinline]] static void gatherFromAbove(const Zor8u* src, int length, const DitherRows& rows)
+ZORI_ONE_COPY static void gatherFromAbove(const Zor8u* src, int length, const DitherRows& rows)
 {
   const auto at = [](const Zor16s* e, int column) { return load<Zor16s>(e + column); };
   const Vec<Zor16s> weights1 = as<Zor16s>(splat<Zor32s>(92 << 16 | 184));
@@ -122,7 +122,7 @@ struct DitherRows {
 
 // Adds 184 * e1[c-1] + 92 * e1[c-2]. The time of a pixel is that of the way from one t to the next, so it is kept
 // short: e1 = u + correction with u = t >> 10, and the product of u does not wait for the comparison.
-[[gnu::noinline]] static void walkRow(Zor32s* t, int length, Zor32s limit)
+ZORI_ONE_COPY static void walkRow(Zor32s* t, int length, Zor32s limit)
 {
   Zor32s last = 0, lastBut1 = 0; // 184 * u, 92 * e1
   Zor32s correction = 0;         // 92 * what the set bit takes from the last e1
@@ -142,7 +142,7 @@ static inline void putBits(Zor8u* p, int bits, int count)
   *p = static_cast<Zor8u>((bits & ~kept) | (*p & kept));
 }
 
-[[gnu::noinline]] static void finishRow(const DitherRows& rows, int length, Zor32s limit, Zor8u* dst, int bitOffset)
+ZORI_ONE_COPY static void finishRow(const DitherRows& rows, int length, Zor32s limit, Zor8u* dst, int bitOffset)
 {
   const Vec<Zor32s> limits = splat(limit), lowering = splat<Zor32s>(-2047);
   const Vec<Zor8u> bitOf = load<Zor8u>(bitOfPixel);

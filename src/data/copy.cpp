@@ -15,11 +15,11 @@ template <class T, Layout L> ZorStatus copyRegion(const T* pSrc, int srcStep, T*
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   constexpr int pixelBytes = channels<L> * bytesOf<T>;
-  const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, srcStep}, Operand{pixelBytes, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{pixelBytes, srcStep}, Pitch{pixelBytes, dstStep});
   const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
   const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
   const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
-  for (int y = 0; y < rows.height; ++y) ownsCopyRow_8u(src[y], dst[y], bytes, 1LL * bytes * rows.height);
+  for (int y = 0; y < rows.height; ++y) copyRow(src[y], dst[y], bytes, 1LL * bytes * rows.height);
   return ZorOk;
 }
 
@@ -29,7 +29,7 @@ ZorStatus copyColourRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   const ZorImgSize rows =
-    mergedRows(roiSize, Operand{SrcChannels * bytesOf<T>, srcStep}, Operand{DstChannels * bytesOf<T>, dstStep});
+    joinedRows(roiSize, Pitch{SrcChannels * bytesOf<T>, srcStep}, Pitch{DstChannels * bytesOf<T>, dstStep});
   const Rows src{raw(pSrc), srcStep};
   const Rows dst{raw(pDst), dstStep};
   for (int y = 0; y < rows.height; ++y)
@@ -47,10 +47,10 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
                                  int flags)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
-  const ZorImgSize rows = mergedRows(roiSize, Operand{1, srcStep}, Operand{1, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{1, srcStep}, Pitch{1, dstStep});
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
-  for (int y = 0; y < rows.height; ++y) ownsCopy_8u(src[y], dst[y], rows.width, flags & 1);
+  for (int y = 0; y < rows.height; ++y) copyForward(src[y], dst[y], rows.width, flags & 1);
   return ZorOk;
 }
 

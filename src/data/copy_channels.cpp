@@ -24,7 +24,7 @@ ZorStatus splitRegion(const T* pSrc, int srcStep, T* const* pDst, int dstStep, Z
   using R = Raw<T>;
   Planar<R, N> dst;
   for (int k = 0; k < N; ++k) dst.run[k] = raw(pDst[k]);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{N * bytesOf<T>, srcStep}, Operand{bytesOf<T>, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{N * bytesOf<T>, srcStep}, Pitch{bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y)
     moveChannels<true>(Interleaved<const R, N>{raw(rowAt(pSrc, srcStep, y))}, planesAt(dst, dstStep, y), rows.width,
                        SameChannels{}, zero<R>());
@@ -38,7 +38,7 @@ ZorStatus mergeRegion(const T* const* pSrc, int srcStep, T* pDst, int dstStep, Z
   using R = Raw<T>;
   Planar<const R, N> src;
   for (int k = 0; k < N; ++k) src.run[k] = raw(pSrc[k]);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{bytesOf<T>, srcStep}, Operand{N * bytesOf<T>, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{bytesOf<T>, srcStep}, Pitch{N * bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y)
     moveChannels<true>(planesAt(src, srcStep, y), Interleaved<R, N>{raw(rowAt(pDst, dstStep, y))}, rows.width,
                        SameChannels{}, zero<R>());
@@ -66,7 +66,7 @@ using namespace zori;
 ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
-  const ZorImgSize rows = mergedRows(roiSize, Operand{1, srcStep}, Operand{3, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{1, srcStep}, Pitch{3, dstStep});
   for (int y = 0; y < rows.height; ++y)
     moveChannels<true>(Planar<const Zor8u, 1>{{rowAt(pSrc, srcStep, y)}},
                        Interleaved<Zor8u, 3>{{rowAt(pDst, dstStep, y)}}, rows.width, OneChannel{}, zero<Zor8u>());

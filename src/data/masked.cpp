@@ -18,7 +18,7 @@ ZorStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, pMask), nonEmpty(roiSize)); s != ZorOk) return s;
   constexpr int bytes = pixelBytes<T, L>;
-  const ZorImgSize rows = mergedRows(roiSize, Operand{bytes, srcStep}, Operand{bytes, dstStep}, Operand{1, maskStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{bytes, srcStep}, Pitch{bytes, dstStep}, Pitch{1, maskStep});
   const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
   const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
   const Rows mask{pMask, maskStep};
@@ -36,7 +36,7 @@ ZorStatus setMasked(const T* pValue, T* pDst, int dstStep, ZorImgSize roiSize, c
   Zor8u pixel[bytes] = {};
   std::memcpy(pixel, pValue, usedBytes<T, L>);
   const PixelPattern pattern = PixelPattern::of<bytes>(pixel);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{bytes, dstStep}, Operand{1, maskStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{bytes, dstStep}, Pitch{1, maskStep});
   const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
   const Rows mask{pMask, maskStep};
   for (int y = 0; y < rows.height; ++y)

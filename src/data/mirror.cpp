@@ -7,16 +7,13 @@
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/copy.h"
+#include "walk/map.h"
 #include "zori/data.h"
 
 #include <algorithm>
 
 namespace zori {
 namespace {
-
-struct Unchanged {
-  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
-};
 
 // Rows of pixels of PixelBytes; with KeepsFourth those of four elements whose last one stays.
 template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
@@ -26,16 +23,14 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
   static void copy(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels)
   {
     if constexpr (KeepsFourth) {
-      const auto to = reinterpret_cast<Element*>(dst);
-      mapRow(to, pixels * 4, KeepFourth<Unchanged>{}, const_cast<const Element*>(to),
-             reinterpret_cast<const Element*>(src));
+      mapRowOf<AC4>(reinterpret_cast<Element*>(dst), pixels * 4, Unchanged{}, reinterpret_cast<const Element*>(src));
     } else {
       std::memcpy(dst, src, static_cast<std::size_t>(pixels) * PixelBytes);
     }
   }
 
   // The pixels from a on change places with those from b on, or with those in front of b, in reverse order.
-  template <bool Reversed> static void owniExchange(Zor8u* a, Zor8u* b, std::ptrdiff_t pixels)
+  template <bool Reversed> static void exchange(Zor8u* a, Zor8u* b, std::ptrdiff_t pixels)
   {
     constexpr std::ptrdiff_t most = 4096 / PixelBytes;
     alignas(16) Zor8u buffer[most * PixelBytes];
@@ -56,15 +51,15 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
     }
   }
 
-  static void owniFlip(Rows<Zor8u> image, ZorImgSize roi, ZorAxis flip)
+  static void mirrorInPlace(Rows<Zor8u> image, ZorImgSize roi, ZorAxis flip)
   {
     const std::ptrdiff_t rowBytes = static_cast<std::ptrdiff_t>(roi.width) * PixelBytes;
     const int pairs = flip == ZorAxsVertical ? 0 : roi.height / 2; // of rows that change places
     for (int y = 0; y < pairs; ++y)
-      if (flip == ZorAxsHorizontal) owniExchange<false>(image[y], image[roi.height - 1 - y], roi.width);
-      else owniExchange<true>(image[y], image[roi.height - 1 - y] + rowBytes, roi.width);
+      if (flip == ZorAxsHorizontal) exchange<false>(image[y], image[roi.height - 1 - y], roi.width);
+      else exchange<true>(image[y], image[roi.height - 1 - y] + rowBytes, roi.width);
     if (flip != ZorAxsHorizontal) // the rows that stay: all of them, or the middle one
-      for (int y = pairs; y < roi.height - pairs; ++y) owniExchange<true>(image[y], image[y] + rowBytes, roi.width / 2);
+      for (int y = pairs; y < roi.height - pairs; ++y) exchange<true>(image[y], image[y] + rowBytes, roi.width / 2);
   }
 
   // From this size on an image is fetched by rows: the processor does not foresee where a row that is read backward
@@ -89,15 +84,15 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       } else if (KeepsFourth) {
         copy(src[y], to, roi.width);
       } else {
-        ownsCopyRow_8u(src[y], to, rowBytes, bytes);
+        copyRow(src[y], to, rowBytes, bytes);
       }
     }
   }
 };
 
 template <int PixelBytes, bool KeepsFourth>
-[[gnu::noinline]] ZorStatus mirrorRegion(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize,
-                                         ZorAxis flip)
+ZORI_ONE_COPY ZorStatus mirrorRegion(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorAxis flip)
 {
   const bool isAxis = flip == ZorAxsHorizontal || flip == ZorAxsVertical || flip == ZorAxsBoth;
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), require(isAxis, ZorErrAxis),
@@ -107,7 +102,7 @@ template <int PixelBytes, bool KeepsFourth>
     return s;
   using Pixels = MirrorRows<PixelBytes, KeepsFourth>;
   const Rows dst{static_cast<Zor8u*>(pDst), dstStep};
-  if (pSrc == pDst && srcStep == dstStep) Pixels::owniFlip(dst, roiSize, flip);
+  if (pSrc == pDst && srcStep == dstStep) Pixels::mirrorInPlace(dst, roiSize, flip);
   else Pixels::flipCopy({static_cast<const Zor8u*>(pSrc), srcStep}, dst, roiSize, flip);
   return ZorOk;
 }

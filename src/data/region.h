@@ -1,7 +1,7 @@
-// What the copies and fills share: elements by width alone, and regions without gaps as one row.
+// What the copies and fills share: elements by width alone.
 #pragma once
 
-#include "frame/layout.h"
+#include "walk/rows.h"
 
 namespace zori {
 
@@ -12,19 +12,6 @@ using Raw =
 
 template <class T> inline const Raw<T>* raw(const T* p) { return reinterpret_cast<const Raw<T>*>(p); }
 template <class T> inline Raw<T>* raw(T* p) { return reinterpret_cast<Raw<T>*>(p); }
-
-// An operand: bytes of a pixel, and the step.
-struct Operand {
-  int pixelBytes, step;
-};
-
-// The region as one long row when the rows of all operands adjoin, else as it is.
-template <class... O> inline ZorImgSize mergedRows(ZorImgSize roi, O... operands)
-{
-  const bool merged =
-    (isContiguous(static_cast<long long>(roi.width) * operands.pixelBytes, roi.height, operands.step) && ...);
-  return merged ? ZorImgSize{roi.width * roi.height, 1} : roi;
-}
 
 template <class T> inline constexpr int bytesOf = static_cast<int>(sizeof(T));
 

@@ -85,8 +85,7 @@ ZorStatus scaleDownRegion(const S* pSrc, int srcStep, Zor8u* pDst, int dstStep, 
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
   if (hint == ZorHintAccurate) {
-    const RoundingScope rounding(Rounding::Nearest);
-    mapRegionOfGroups<L>(roiSize, TopByteAccurate<S>{}, dst, src);
+    underRounding(Rounding::Nearest, [&] { mapRegionOfGroups<L>(roiSize, TopByteAccurate<S>{}, dst, src); });
   } else {
     mapRegionOfGroups<L>(roiSize, TopByteFast<S>{}, dst, src);
   }
@@ -127,13 +126,15 @@ template <Layout L>
 ZorStatus scaleToRangeRegion(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin,
                              Zor32f vMax)
 {
-  if (auto s =
-        firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
-      s != ZorOk)
-    return s;
-  const ByteToRange op{(vMax - vMin) / 255, vMin};
-  mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
-  return ZorOk;
+  return underRounding(Rounding::Nearest, [&] {
+    if (auto s =
+          firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+        s != ZorOk)
+      return s;
+    const ByteToRange op{(vMax - vMin) / 255, vMin};
+    mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+    return ZorOk;
+  });
 }
 
 template <Layout L>
@@ -142,17 +143,20 @@ ZorStatus scaleFromRangeRegion(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
 {
   // The contract: the rounding field is set before anything else, and stays as set when a check fails.
   const unsigned callersField = controlWord() & roundingField;
-  setControlWord(controlWord() & ~roundingField);
-  const volatile Zor32f least = vMin, greatest = vMax; // so that their arithmetic is done under the new field
-  if (auto s = firstFailure(nonEmptyRange(least, greatest), nonNull(pSrc, pDst), nonEmpty(roiSize),
-                            positive(srcStep, dstStep));
-      s != ZorOk)
-    return s;
-  const Zor32f factor = 255 / (greatest - least), offset = (0.0f - factor) * least;
-  const RangeToByte op{vMin, vMax, factor, offset};
-  mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
-  setControlWord(controlWord() | callersField);
-  return ZorOk;
+  setRoundingField(roundNearest);
+  const auto scale = [&] {
+    if (auto s =
+          firstFailure(nonEmptyRange(vMin, vMax), nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep));
+        s != ZorOk)
+      return s;
+    const Zor32f factor = 255 / (vMax - vMin), offset = (0.0f - factor) * vMin;
+    const RangeToByte op{vMin, vMax, factor, offset};
+    mapRegionOfGroups<L>(roiSize, op, Rows{pDst, dstStep}, Rows{pSrc, srcStep});
+    return ZorOk;
+  };
+  const ZorStatus status = callApart(scale);
+  if (status == ZorOk) setRoundingField(callersField);
+  return status;
 }
 
 } // namespace

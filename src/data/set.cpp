@@ -9,7 +9,7 @@
 namespace zori {
 namespace {
 
-struct Constant {
+struct TakeConstant {
   template <class T> Vec<T> operator()(Vec<T> constant) const { return constant; }
 };
 
@@ -20,14 +20,14 @@ template <class T, Layout L> ZorStatus setRegion(const T* pValue, T* pDst, int d
   if constexpr (L == AC4) {
     Raw<T> pixel[4] = {};
     std::memcpy(pixel, pValue, 3 * sizeof(T));
-    mapRegionWith<L>(Pattern<Raw<T>>(pixel, 4), roiSize, Constant{}, Rows{raw(pDst), dstStep});
+    mapRegionWith<L>(Pattern<Raw<T>>(pixel, 4), roiSize, TakeConstant{}, Rows{raw(pDst), dstStep});
   } else {
     constexpr int pixelBytes = channels<L> * bytesOf<T>;
     const PixelPattern pattern = PixelPattern::of<pixelBytes>(pValue);
-    const ZorImgSize rows = mergedRows(roiSize, Operand{pixelBytes, dstStep});
+    const ZorImgSize rows = joinedRows(roiSize, Pitch{pixelBytes, dstStep});
     const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
     const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
-    for (int y = 0; y < rows.height; ++y) ownsSet_8u(pattern, dst[y], bytes, 1LL * bytes * rows.height);
+    for (int y = 0; y < rows.height; ++y) fillRow(pattern, dst[y], bytes, 1LL * bytes * rows.height);
   }
   return ZorOk;
 }

@@ -28,7 +28,7 @@ static void swapRows(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
 {
   using R = Raw<T>;
   const ChannelOrder<R, N> order(dstOrder, Moved);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{N * bytesOf<T>, srcStep}, Operand{N * bytesOf<T>, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{N * bytesOf<T>, srcStep}, Pitch{N * bytesOf<T>, dstStep});
   const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(rows.width) * N;
   for (int y = 0; y < rows.height; ++y)
     order.template row<Moved>(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), length);
@@ -73,7 +73,7 @@ ZorStatus swapToFour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
     all &= !stays;
   }
   const Vec<R> kept = load<R>(lanes);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{3 * bytesOf<T>, srcStep}, Operand{4 * bytesOf<T>, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{3 * bytesOf<T>, srcStep}, Pitch{4 * bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y) {
     const Interleaved<const R, 3> src{raw(rowAt(pSrc, srcStep, y))};
     const Interleaved<R, 4> dst{raw(rowAt(pDst, dstStep, y))};
@@ -90,7 +90,7 @@ ZorStatus swapToThree(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize)); s != ZorOk) return s;
   if (auto s = ordered(dstOrder, 3, 3); s != ZorOk) return s;
   const ChannelOrder<Raw<T>, 4> order(dstOrder, 3);
-  const ZorImgSize rows = mergedRows(roiSize, Operand{4 * bytesOf<T>, srcStep}, Operand{3 * bytesOf<T>, dstStep});
+  const ZorImgSize rows = joinedRows(roiSize, Pitch{4 * bytesOf<T>, srcStep}, Pitch{3 * bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y)
     order.rowToThree(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), rows.width);
   return ZorOk;

@@ -46,7 +46,7 @@ template <int PixelBytes> struct Transposer {
   static constexpr Count side = PixelBytes < 4 || PixelBytes == 6 ? 64 : PixelBytes == 4 ? 32 : 16;
 
   // One block, exact at the edges of the region. The region holds a tile at least.
-  [[gnu::noinline]] static void block(const TransposedPair& p, Block b, Ahead ahead)
+  ZORI_ONE_COPY static void block(const TransposedPair& p, Block b, Ahead ahead)
   {
     for (Count x = 0; x < b.width; x += Tile::columns) {
       const Count column = std::min(b.x + x, p.width - Count{Tile::columns});
@@ -179,8 +179,7 @@ template <int PixelBytes> struct Transposer {
   }
 };
 
-template <int PixelBytes>
-[[gnu::noinline]] ZorStatus owniTransposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
+template <int PixelBytes> ZORI_ONE_COPY ZorStatus transposeSquare(void* pSrcDst, int srcDstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrcDst), nonEmpty(roiSize), require(roiSize.width == roiSize.height, ZorErrSize));
       s != ZorOk)
@@ -190,11 +189,11 @@ template <int PixelBytes>
 }
 
 template <int PixelBytes>
-[[gnu::noinline]] ZorStatus owniTranspose(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize)
+ZORI_ONE_COPY ZorStatus transposeRegion(const void* pSrc, int srcStep, void* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if (pSrc == pDst && srcStep == dstStep && roiSize.width == roiSize.height)
-    return owniTransposeSquare<PixelBytes>(pDst, dstStep, roiSize);
+    return transposeSquare<PixelBytes>(pDst, dstStep, roiSize);
   Transposer<PixelBytes>::region(
     {static_cast<const Zor8u*>(pSrc), srcStep, static_cast<Zor8u*>(pDst), dstStep, roiSize.width, roiSize.height});
   return ZorOk;
@@ -209,9 +208,9 @@ using namespace zori;
 #define STAMP(type, layout)                                                                                            \
   ZorStatus zoriTranspose_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,      \
                                                ZorImgSize roiSize)                                                     \
-  { return owniTranspose<channels<layout> * bytesOf<Zor##type>>(pSrc, srcStep, pDst, dstStep, roiSize); }              \
+  { return transposeRegion<channels<layout> * bytesOf<Zor##type>>(pSrc, srcStep, pDst, dstStep, roiSize); }              \
   ZorStatus zoriTranspose_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize)                \
-  { return owniTransposeSquare<channels<layout> * bytesOf<Zor##type>>(pSrcDst, srcDstStep, roiSize); }
+  { return transposeSquare<channels<layout> * bytesOf<Zor##type>>(pSrcDst, srcDstStep, roiSize); }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32s)
 #undef STAMPS

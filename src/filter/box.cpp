@@ -12,7 +12,7 @@
 namespace zori {
 namespace box {
 
-template <class T, Layout L, bool InPlace> struct ownBlur {
+template <class T, Layout L, bool InPlace> struct BoxFilter {
   static constexpr int CH = channels<L>;
   static constexpr bool keepAlpha = L == AC4 && !InPlace; // in place the way back into the image sees to it
 
@@ -24,22 +24,22 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
   {
     return runPath<T, L, InPlace>(windows, dst, team, path);
   }
-  template <class Col, class Quotient> ZorStatus integers(const Rule& rule) const
+  template <class Col, class Finish> ZorStatus integers(const Rule& rule) const
   {
-    return run(IntegerPath<T, Col, CH, keepAlpha, Quotient>{rule});
+    return run(IntegerPath<T, Col, CH, keepAlpha, Finish>{rule});
   }
 
   ZorStatus bytes(const Rule& rule) const
   {
     const long long area = areaOf(windows.mask), largest = 65535 / 255;
     const bool shortColumns = windows.mask.height <= largest;
-    if (rule.quotient == Quotient::FloatSum) {
+    if (rule.arithmetic == Arithmetic::FloatSum) {
       // while every sum is below 2^24, that of a window and a column too, running sums of floats are exact: these are
       // they
       if ((area + windows.mask.height) * 255 > 1 << 24) return run(FloatPath<T, CH, keepAlpha>{rule});
       return shortColumns ? integers<uint16_t, ByteTruncated>(rule) : integers<uint32_t, ByteTruncated>(rule);
     }
-    if (rule.quotient == Quotient::Product || (area > 2 && area <= largest))
+    if (rule.arithmetic == Arithmetic::Product || (area > 2 && area <= largest))
       return integers<uint16_t, HighProduct>(rule);
     return shortColumns ? integers<uint16_t, FullProduct>(rule) : integers<uint32_t, FullProduct>(rule);
   }
@@ -47,7 +47,7 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
   ZorStatus words(const Rule& rule) const
   {
     if constexpr (sampleOf<T> == Sample::S16 && L == C4 && !InPlace)
-      if (rule.quotient == Quotient::Truncated) return integers<uint32_t, WordQuotient<T, false, true>>(rule);
+      if (rule.arithmetic == Arithmetic::Truncated) return integers<uint32_t, WordQuotient<T, false, true>>(rule);
     if (areaOf(windows.mask) <= 32768) return integers<uint32_t, WordQuotient<T, false, false>>(rule); // below 2^31
     return integers<uint32_t, WordQuotient<T, true, false>>(rule);
   }
@@ -58,7 +58,7 @@ template <class T, Layout L, bool InPlace> struct ownBlur {
     else if constexpr (sampleOf<T> == Sample::U8) return bytes(rule);
     else {
       if constexpr (L == C4 && !InPlace)
-        if (rule.quotient == Quotient::NineFloats) return run(NineFloatsPath<CH>{rule});
+        if (rule.arithmetic == Arithmetic::NineFloats) return run(NineFloatsPath<CH>{rule});
       return run(FloatPath<T, CH, keepAlpha>{rule});
     }
   }
@@ -84,23 +84,21 @@ template <class T, Layout L> ZorStatus throughCopy(const Windows<T>& w, Rows<T> 
   for (std::ptrdiff_t y = 0; y < rows; ++y)
     std::memcpy(copy.get() + y * static_cast<std::ptrdiff_t>(rowBytes), w.template row<CH>(y),
                 static_cast<std::size_t>(rowBytes));
-  return ownBlur<T, L, false>{windows, dst, teamRule(sampleOf<T>, L, false, rule, w.roi, CH)}.filter(rule);
+  return BoxFilter<T, L, false>{windows, dst, teamRule(sampleOf<T>, L, false, rule, w.roi, CH)}.filter(rule);
 }
 
-// Apart from the change of the rounding field, so that no arithmetic moves across it.
 template <class T, Layout L, bool InPlace>
-[[gnu::noinline]] ZorStatus filterUnderNearest(Rows<const T> src, Rows<T> dst, ZorImgSize roiSize, ZorImgSize maskSize,
-                                               ZorImgPoint anchor)
+ZorStatus filterByRule(Rows<const T> src, Rows<T> dst, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor)
 {
   const Rule rule = ruleOf(sampleOf<T>, L, InPlace, maskSize, roiSize.height);
-  if (rule.quotient == Quotient::Copy) {
+  if (rule.arithmetic == Arithmetic::Copy) {
     if (!InPlace) mapRegion<L>(roiSize, Unchanged{}, dst, src);
     return ZorOk;
   }
   const Windows<T> windows{src, roiSize, maskSize, anchor};
   if constexpr (InPlace && sampleOf<T> != Sample::U16)
     if (maskSize.height >= roiSize.height) return throughCopy<T, L>(windows, dst, rule);
-  return ownBlur<T, L, InPlace>{windows, dst, teamRule(sampleOf<T>, L, InPlace, rule, roiSize, channels<L>)}.filter(
+  return BoxFilter<T, L, InPlace>{windows, dst, teamRule(sampleOf<T>, L, InPlace, rule, roiSize, channels<L>)}.filter(
     rule);
 }
 
@@ -112,9 +110,10 @@ ZorStatus filterBox(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize
         firstFailure(nonNull(pSrc, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), maskStatus(maskSize, anchor));
       s != ZorOk)
     return s;
-  const RoundingScope nearest(Rounding::Nearest);
-  return filterUnderNearest<T, L, InPlace>({pSrc, maskedStep<T>(srcStep)}, {pDst, maskedStep<T>(dstStep)}, roiSize,
-                                           maskSize, anchor);
+  return underRounding(Rounding::Nearest, [&] {
+    return filterByRule<T, L, InPlace>({pSrc, maskedStep<T>(srcStep)}, {pDst, maskedStep<T>(dstStep)}, roiSize,
+                                       maskSize, anchor);
+  });
 }
 
 } // namespace box

@@ -24,7 +24,7 @@ inline FourRows transposed(const FourRows& x)
 }
 
 // col[i] += row[i]
-template <class T> [[gnu::noinline]] void addRowOfFloats(float* col, const T* row, std::ptrdiff_t n)
+template <class T> ZORI_ONE_COPY void addRowOfFloats(float* col, const T* row, std::ptrdiff_t n)
 {
   std::ptrdiff_t i = 0;
   for (; i + 4 <= n; i += 4) storeAligned(col + i, loadAligned<float>(col + i) + loadFour(row + i));
@@ -33,8 +33,8 @@ template <class T> [[gnu::noinline]] void addRowOfFloats(float* col, const T* ro
 
 // Four rows that enter and four that leave: slides the columns by four rows. turned[i] is column i before each slide.
 template <class T>
-[[gnu::noinline]] void slideFourRows(float* col, float* turned, const T* const* entering, const T* const* leaving,
-                                     std::ptrdiff_t n)
+ZORI_ONE_COPY void slideFourRows(float* col, float* turned, const T* const* entering, const T* const* leaving,
+                                 std::ptrdiff_t n)
 {
   const T *in0 = entering[0], *in1 = entering[1], *in2 = entering[2], *in3 = entering[3];
   const T *out0 = leaving[0], *out1 = leaving[1], *out2 = leaving[2], *out3 = leaving[3];
@@ -75,7 +75,7 @@ template <bool KeepAlpha> inline void storeFour(Zor8u* p, F32x4 x)
 // The windows of four rows at once: dst[k][i] from turned columns. A row that is not wanted goes where row 0 does,
 // which is stored last.
 template <class T, int CH, bool KeepAlpha>
-[[gnu::noinline]] void runFourRows(const float* turned, T* const* dst, std::ptrdiff_t n, int mask, float factor)
+ZORI_ONE_COPY void runFourRows(const float* turned, T* const* dst, std::ptrdiff_t n, int mask, float factor)
 {
   constexpr int turn = CH == 3 ? 12 : 4; // elements that are whole pixels and whole vectors
   const std::ptrdiff_t span = static_cast<std::ptrdiff_t>(mask) * CH;
@@ -122,8 +122,8 @@ template <class T, int CH, bool KeepAlpha>
 
 // c[i] = the sum of row[i] and its next two pixels; dst[i] = ((a[i] + b[i]) + c[i]) * factor unless dst is null.
 template <int CH>
-[[gnu::noinline]] void sumThreeRows(const float* a, const float* b, float* c, const float* row, float* dst,
-                                    std::ptrdiff_t n, float factor)
+ZORI_ONE_COPY void sumThreeRows(const float* a, const float* b, float* c, const float* row, float* dst,
+                                std::ptrdiff_t n, float factor)
 {
   static_assert(CH == 4);
   const F32x4 r = splat(factor);

@@ -6,6 +6,7 @@
 #include "box_float.h"
 #include "box_quotients.h"
 #include "frame/parallel.h"
+#include "walk/map.h"
 
 namespace zori {
 namespace box {
@@ -26,34 +27,39 @@ template <class T> struct Windows {
 
 // ---- Paths: bufferBytes for a slab, rowsAtOnce, run(windows, first row, rows, buffer, target) ----
 
-// Sums in integers: columns of Col, windows of Quotient::Sum.
-template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct IntegerPath {
+// Sums in integers: columns of Col, windows of Finish::Sum.
+template <class T, class Col, int CH, bool KeepAlpha, class Finish> struct IntegerPath {
   static constexpr int rowsAtOnce = 1;
-  using Columns = Buffered<typename Quotient::Sum, Col>;
+  using Columns = Buffered<typename Finish::Sum, Col>;
   Rule rule;
 
+  // Of the columns of an output row, those of the next one beside them: what has just been stored is slow to read at
+  // other addresses, so that the sums of a row are formed a row ahead.
+  static long long columnElements(const Windows<T>& w) { return (w.columns(CH) + 3 * Columns::margin + 15) / 16 * 16; }
   static long long bufferBytes(const Windows<T>& w)
   {
-    return (w.columns(CH) + 3 * Columns::margin) * static_cast<long long>(sizeof(Col));
+    return 2 * columnElements(w) * static_cast<long long>(sizeof(Col));
   }
 
   template <class Target>
-  [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
+  ZORI_ONE_COPY void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
   {
-    Col* const col = static_cast<Col*>(buffer) + Columns::margin;
+    Col* col = static_cast<Col*>(buffer) + Columns::margin;
+    Col* next = col + static_cast<std::ptrdiff_t>(columnElements(w));
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(w.columns(CH));
-    const Quotient quotient(rule);
+    const Finish quotient(rule);
     std::memset(buffer, 0, static_cast<std::size_t>(bufferBytes(w)));
     for (int j = 0; j < w.mask.height; ++j) addRow(col, w.template row<CH>(std::ptrdiff_t{first} + j), n);
     for (int y = first; y < first + rows; ++y) {
-      finish(w, quotient, {col}, target.row(y));
       if (y + 1 < first + rows)
-        slideColumns(col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);
+        slideColumns(next, col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);
+      finish(w, quotient, {col}, target.row(y));
+      std::swap(col, next);
       target.done(y);
     }
   }
 
-  void finish(const Windows<T>& w, const Quotient& quotient, Columns columns, T* dst) const
+  void finish(const Windows<T>& w, const Finish& quotient, Columns columns, T* dst) const
   {
     const std::ptrdiff_t n = w.template rowElements<CH>();
     if constexpr (std::is_same_v<T, Zor16u>) {
@@ -66,9 +72,9 @@ template <class T, class Col, int CH, bool KeepAlpha, class Quotient> struct Int
     }
   }
 
-  static void windowSums(const Quotient& quotient, Columns columns, T* dst, std::ptrdiff_t n, int mask)
+  static void windowSums(const Finish& quotient, Columns columns, T* dst, std::ptrdiff_t n, int mask)
   {
-    if constexpr (Quotient::smallMasks) {
+    if constexpr (Finish::smallMasks) {
       if (mask == 3) return directSums<CH, 3, KeepAlpha>(columns, dst, n, quotient);
       if (mask == 5) return directSums<CH, 5, KeepAlpha>(columns, dst, n, quotient);
     }
@@ -88,7 +94,7 @@ template <class T, int CH, bool KeepAlpha> struct FloatPath {
   }
 
   template <class Target>
-  [[gnu::noinline]] void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
+  ZORI_ONE_COPY void run(const Windows<T>& w, int first, int rows, void* buffer, Target& target) const
   {
     float* const col = static_cast<float*>(buffer);
     float* const turned = col + paddedColumns(w);
@@ -124,7 +130,7 @@ template <int CH> struct NineFloatsPath {
   }
 
   template <class Target>
-  [[gnu::noinline]] void run(const Windows<Zor32f>& w, int first, int rows, void* buffer, Target& target) const
+  ZORI_ONE_COPY void run(const Windows<Zor32f>& w, int first, int rows, void* buffer, Target& target) const
   {
     const std::ptrdiff_t n = w.template rowElements<CH>();
     float* sums[3] = {static_cast<float*>(buffer), static_cast<float*>(buffer) + n,
@@ -142,10 +148,6 @@ template <int CH> struct NineFloatsPath {
 };
 
 // ---- Targets ----
-
-struct Unchanged {
-  template <class V> V operator()(V x) const { return x; }
-};
 
 template <class T> struct Image {
   Rows<T> dst;
@@ -176,9 +178,7 @@ public:
   {
     for (; written_ <= last; ++written_) {
       T* const dst = image_[written_];
-      if constexpr (L == AC4)
-        mapRow(dst, elements_, KeepFourth<Unchanged>{}, static_cast<const T*>(dst),
-               static_cast<const T*>(row(written_)));
+      if constexpr (L == AC4) mapRowOf<AC4>(dst, elements_, Unchanged{}, static_cast<const T*>(row(written_)));
       else std::memcpy(dst, row(written_), static_cast<std::size_t>(elements_) * sizeof(T));
     }
   }

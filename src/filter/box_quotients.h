@@ -20,7 +20,7 @@ struct HighProduct {
   // to 257 leaves room for four bits more.
   explicit HighProduct(const Rule& rule)
   {
-    const bool rounds = rule.quotient == Quotient::FixedPoint;
+    const bool rounds = rule.arithmetic == Arithmetic::FixedPoint;
     const int up = rounds ? 4 : 0;
     shift = rule.shift + up - 16;
     multiplier = splat(static_cast<uint16_t>(rule.multiplier << up));

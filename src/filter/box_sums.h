@@ -4,6 +4,8 @@
 // Pixels of CH interleaved channels are runs of elements; the same channel of the next pixel is CH elements on.
 #pragma once
 
+#include "frame/compiler.h"
+#include "rowkernels/copy.h"
 #include "rowkernels/drivers.h"
 
 namespace zori {
@@ -26,9 +28,9 @@ template <class Sum, class Col> inline Vec<Sum> loadAs(const Col* p)
 // ---- Down the columns ----
 
 // a - b of unsigned or signed samples, as lanes of twice the width: low and high half.
-template <class T> struct Difference {
+template <class T> struct WidenedDifference {
   Vec<int16_t> low, high; // 8 bits
-  Difference(Vec<T> a, Vec<T> b)
+  WidenedDifference(Vec<T> a, Vec<T> b)
     : low(as<int16_t>(widenLow(a) - widenLow(b))), high(as<int16_t>(widenHigh(a) - widenHigh(b)))
   {}
 };
@@ -44,22 +46,24 @@ template <class T> struct WordDifference {
     high = mulAddPairs(interleaveHigh(x, y), signs);
   }
 };
-template <> struct Difference<uint16_t> : WordDifference<uint16_t> {
+template <> struct WidenedDifference<uint16_t> : WordDifference<uint16_t> {
   using WordDifference::WordDifference;
 };
-template <> struct Difference<int16_t> : WordDifference<int16_t> {
+template <> struct WidenedDifference<int16_t> : WordDifference<int16_t> {
   using WordDifference::WordDifference;
 };
 
-template <class Col, class D> inline void addTo(Col* col, Vec<D> x)
+// to[i] = col[i] + x[i]
+template <class Col, class D> inline void addTo(Col* to, const Col* col, Vec<D> x)
 {
   if constexpr (sizeof(Col) == sizeof(D)) {
-    storeAligned(col, loadAligned<Col>(col) + as<Col>(x));
+    store(to, load<Col>(col) + as<Col>(x));
   } else {
-    addTo(col, widenLow(x));
-    addTo(col + Vec<Col>::size, widenHigh(x));
+    addTo(to, col, widenLow(x));
+    addTo(to + Vec<Col>::size, col + Vec<Col>::size, widenHigh(x));
   }
 }
+template <class Col, class D> inline void addTo(Col* col, Vec<D> x) { addTo(col, col, x); }
 
 // op(col, i) for blocks of Vec<T>::size elements, the last one from copies of the rows that go on with zeros.
 template <class Col, class T, class Op, class... Row>
@@ -74,22 +78,28 @@ template <class Col, class T, class Op, class... Row>
   }
 }
 
-// col[i] += entering[i] - leaving[i]. The columns lie at an aligned address and have room for whole blocks.
+// to[i] = col[i] + entering[i] - leaving[i]. Both rows of columns have room for whole blocks; they do not overlap, so
+// that the last block may be formed twice.
 template <class Col, class T>
-[[gnu::noinline]] void slideColumns(Col* col, const T* entering, const T* leaving, std::ptrdiff_t n)
+ZORI_ONE_COPY void slideColumns(Col* to, const Col* col, const T* entering, const T* leaving, std::ptrdiff_t n)
 {
-  eachBlock(
-    col, n,
-    [](Col* c, Vec<T> in, Vec<T> out) {
-      const Difference<T> d(in, out);
-      addTo(c, d.low);
-      addTo(c + Vec<T>::size / 2, d.high);
-    },
-    entering, leaving);
+  constexpr std::ptrdiff_t block = Vec<T>::size, half = block / 2;
+  const auto slide = [=](std::ptrdiff_t i, Vec<T> in, Vec<T> out) {
+    const WidenedDifference<T> d(in, out);
+    addTo(to + i, col + i, d.low);
+    addTo(to + i + half, col + i + half, d.high);
+  };
+  if (n < block) {
+    const std::size_t bytes = static_cast<std::size_t>(n) * sizeof(T);
+    return slide(0, loadPart<T>(entering, bytes), loadPart<T>(leaving, bytes));
+  }
+  std::ptrdiff_t i = 0;
+  for (; i + block <= n; i += block) slide(i, load<T>(entering + i), load<T>(leaving + i));
+  if (i < n) slide(n - block, load<T>(entering + n - block), load<T>(leaving + n - block));
 }
 
 // col[i] += row[i]; signed samples enter with their sign bit flipped, so that all are positive.
-template <class Col, class T> [[gnu::noinline]] void addRow(Col* col, const T* row, std::ptrdiff_t n)
+template <class Col, class T> ZORI_ONE_COPY void addRow(Col* col, const T* row, std::ptrdiff_t n)
 {
   eachBlock(
     col, n,
@@ -212,17 +222,20 @@ template <bool KeepAlpha, class Finish, class Sums>
   for (; i + block <= n; i += block) result(i, block, dst + i, dst + i);
   if (i < n) {
     alignas(16) Out last[block] = {};
+    const auto copyPart = [](Out* to, const Out* from, std::size_t count) {
+      if constexpr (sizeof last <= 32) copyBelow<sizeof last>(to, from, count);
+      else std::memcpy(to, from, count);
+    };
     const std::size_t bytes = static_cast<std::size_t>(n - i) * sizeof(Out);
-    if (KeepAlpha) std::memcpy(last, dst + i, bytes);
+    if (KeepAlpha) copyPart(last, dst + i, bytes);
     result(i, n - i, last, last);
-    std::memcpy(dst + i, last, bytes);
+    copyPart(dst + i, last, bytes);
   }
 }
 
 // Sums of the windows of `mask` pixels: each pixel's from its neighbour's.
 template <int CH, bool KeepAlpha, class Source, class Finish>
-[[gnu::noinline]] void runningSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, int mask,
-                                   const Finish& given)
+ZORI_ONE_COPY void runningSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, int mask, const Finish& given)
 {
   using Sum = typename Source::Sum;
   constexpr int lanes = Vec<Sum>::size;
@@ -246,7 +259,7 @@ template <int CH, bool KeepAlpha, class Source, class Finish>
 
 // The same for a small mask: every window anew.
 template <int CH, int Mask, bool KeepAlpha, class Source, class Finish>
-[[gnu::noinline]] void directSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, const Finish& given)
+ZORI_ONE_COPY void directSums(Source in, typename Finish::Out* dst, std::ptrdiff_t n, const Finish& given)
 {
   using Sum = typename Source::Sum;
   const Finish finish = given;

@@ -9,8 +9,9 @@
 
 #include "frame/checks.h"
 #include "frame/layout.h"
-#include "frame/parallel.h"
+#include "rowkernels/copy.h"
 #include "rowkernels/drivers.h"
+#include "walk/pipeline.h"
 
 #include <climits>
 
@@ -169,7 +170,7 @@ template <class S_, class D_, class Vertical, class Horizontal, class Finish> st
 
 // A 5x5 kernel that is the same upside down and left to right but no product: three weight vectors, one for the columns
 // two away from the pixel, one for those beside it, one for its own. Each gives a row of sums of its own.
-template <class S_, class D_, class Outer, class Inner, class Own, class Finish> struct ownzoriFilterLaplGaus5x5 {
+template <class S_, class D_, class Outer, class Inner, class Own, class Finish> struct MirroredKernel5x5 {
   using S = S_;
   using D = D_;
   using A = Sum<S>;
@@ -210,29 +211,32 @@ struct PlainOfThree {
 
 // ---- The stages along a row ----
 
-// sums[0 .. length - 1]; they have room for a whole block, the rows have not. What `next` points to will soon be read.
+// sums[0 .. length - 1] of the first rows; they have room for a whole block, the rows have not. The row behind them
+// will soon be read.
 template <class Kernel>
-[[gnu::noinline]] void columnStage(const typename Kernel::S* const* rows, const typename Kernel::S* next,
-                                   std::ptrdiff_t length, typename Kernel::A* sums, std::ptrdiff_t plane)
+ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> rows, std::ptrdiff_t length, typename Kernel::A* sums,
+                               std::ptrdiff_t plane)
 {
   using S = typename Kernel::S;
   constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
   const S* from[Kernel::size];
   if (length < block) {
-    S padded[Kernel::size][block] = {};
+    alignas(16) S padded[Kernel::size][block] = {};
     for (int k = 0; k < Kernel::size; ++k) {
-      std::memcpy(padded[k], rows[k], static_cast<std::size_t>(length) * sizeof(S));
+      copyBelow<sizeof padded[0]>(padded[k], rows[k], static_cast<std::size_t>(length) * sizeof(S));
       from[k] = padded[k];
     }
     Kernel::columns(from, 0, sums, plane);
     return;
   }
-  std::copy(rows, rows + Kernel::size, from);
-  for (std::ptrdiff_t i = 0; i + block <= length; i += block) {
+  for (int k = 0; k < Kernel::size; ++k) from[k] = rows[k];
+  const S* const next = rows[Kernel::size];
+  std::ptrdiff_t i = 0;
+  for (; i + block <= length; i += block) {
     prefetch(next + i);
     Kernel::columns(from, i, sums + i, plane);
   }
-  Kernel::columns(from, length - block, sums + length - block, plane);
+  if (i < length) Kernel::columns(from, length - block, sums + length - block, plane);
 }
 
 template <class Kernel, Layout L>
@@ -248,21 +252,25 @@ inline void rowBlock(const typename Kernel::A* sums, std::ptrdiff_t plane, const
 }
 
 template <class Kernel, Layout L>
-[[gnu::noinline]] void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
-                                typename Kernel::D* dst, std::ptrdiff_t length)
+ZORI_ONE_COPY void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
+                            typename Kernel::D* dst, std::ptrdiff_t length)
 {
   using S = typename Kernel::S;
   using D = typename Kernel::D;
   constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
   if (length < block) {
-    PaddedBlock<D, block> out(dst, length);
-    rowBlock<Kernel, L>(sums, plane, PaddedBlock<S, block>(centre, length).values, out.values);
-    std::memcpy(dst, out.values, static_cast<std::size_t>(length) * sizeof(D));
+    alignas(16) D out[block] = {};
+    alignas(16) S samples[block] = {};
+    if (L == AC4) copyBelow<sizeof out>(out, dst, static_cast<std::size_t>(length) * sizeof(D));
+    copyBelow<sizeof samples>(samples, centre, static_cast<std::size_t>(length) * sizeof(S));
+    rowBlock<Kernel, L>(sums, plane, samples, out);
+    copyBelow<sizeof out>(dst, out, static_cast<std::size_t>(length) * sizeof(D));
     return;
   }
-  for (std::ptrdiff_t i = 0; i + block <= length; i += block) rowBlock<Kernel, L>(sums + i, plane, centre + i, dst + i);
+  std::ptrdiff_t i = 0;
+  for (; i + block <= length; i += block) rowBlock<Kernel, L>(sums + i, plane, centre + i, dst + i);
   const std::ptrdiff_t last = length - block;
-  rowBlock<Kernel, L>(sums + last, plane, centre + last, dst + last);
+  if (i < length) rowBlock<Kernel, L>(sums + last, plane, centre + last, dst + last);
 }
 
 // ---- The region ----
@@ -283,37 +291,33 @@ template <Layout L> inline TeamRule teamRule(ForkHeights heights, ZorImgSize roi
 
 // A filter for one layout: its stages and what the walk must know of them.
 template <class S, class D> struct Filter {
-  void (*columns)(const S* const* rows, const S* next, std::ptrdiff_t length, Sum<S>* sums, std::ptrdiff_t plane);
+  void (*columns)(Rows<const S> rows, std::ptrdiff_t length, Sum<S>* sums, std::ptrdiff_t plane);
   void (*row)(const Sum<S>* sums, std::ptrdiff_t plane, const S* centre, D* dst, std::ptrdiff_t length);
   int size, planes, channels;
 };
 
-// Independent of the rounding mode that the caller has set, in every thread.
+// The two stages, a row of sums ahead. Independent of the rounding mode that the caller has set, in every thread.
 template <class S, class D>
-[[gnu::noinline]] ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcStep, D* pDst, int dstStep,
-                                       ZorImgSize roi, TeamRule team)
+ZORI_ONE_COPY ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcStep, D* pDst, int dstStep,
+                                   ZorImgSize roi, TeamRule team)
 {
   using A = Sum<S>;
   const int reach = filter.size / 2, margin = reach * filter.channels;
   const long long samples = static_cast<long long>(roi.width) * filter.channels, length = samples + 2 * margin;
   // room for the last block of the row stage, that of a row of one pixel too
   const long long plane = (length + 2 * Pair<A>::size - 1) / Pair<A>::size * Pair<A>::size;
-  const long long bytes = plane * filter.planes * static_cast<long long>(sizeof(A));
-  if (bytes > PTRDIFF_MAX / 2) return ZorErrAlloc;
-
   const Rows<const S> src{pSrc, srcStep};
   const Rows<D> dst{pDst, dstStep};
-  return masterSlabs(team, Rounding::Nearest, roi.height, static_cast<std::size_t>(bytes), [=](Slab slab) {
-    A* const sums = reinterpret_cast<A*>(slab.buffer);
-    for (int y = slab.first; y < slab.first + slab.count; ++y) {
-      const S* rows[5];
-      for (int k = 0; k < filter.size; ++k) rows[k] = src[std::ptrdiff_t{y} + k - reach] - margin;
-      const S* const next = src[std::ptrdiff_t{y} + reach + 1] - margin;
-      filter.columns(rows, next, static_cast<std::ptrdiff_t>(length), sums, static_cast<std::ptrdiff_t>(plane));
-      filter.row(sums, static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
-    }
-    return ZorOk;
-  });
+  const auto columns = [=](int y, A* sums) {
+    filter.columns({src[std::ptrdiff_t{y} - reach] - margin, srcStep}, static_cast<std::ptrdiff_t>(length), sums,
+                   static_cast<std::ptrdiff_t>(plane));
+  };
+  const auto row = [=](int y, const RowWindow<A>& sums) {
+    filter.row(sums[0], static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
+  };
+  const auto sameRow = [](int y) { return RowRange{y, y + 1}; };
+  const int ahead = length <= 160 ? 1 : 0; // a long row's sums have long been stored when it has been made
+  return pipeRows<A>(team, Rounding::Nearest, roi.height, {plane * filter.planes, 1, ahead}, sameRow, columns, row);
 }
 
 template <class Kernel, Layout L, class S, class D>

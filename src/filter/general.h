@@ -70,10 +70,10 @@ inline Convolution<S, K> convolution(const S* pSrc, int srcStep, D* pDst, int ds
 // Computes the region: a team of threads when it is 64 pixels wide and high. Under round to nearest, whatever the
 // caller's control register says. Never fails: without working memory it goes on as a plain loop.
 // For S of 8u, 16u, 16s with kernels of 32s and 32f, and 32f with a kernel of 32f.
-template <class S, class K> void piFilter(const Convolution<S, K>& call);
+template <class S, class K> void convolve(const Convolution<S, K>& call);
 
 // The plain loop alone, in the calling thread.
-void piFilter_64f(const Convolution<Zor64f, Zor64f>& call);
+void convolveInDouble(const Convolution<Zor64f, Zor64f>& call);
 
 // ---- Checks ----
 

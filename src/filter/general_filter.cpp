@@ -24,7 +24,7 @@ ZorStatus filterWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstStep, Z
     finishQuotient_8u<L>(call, divisor,
                          isWide(kernelSize.width, roiSize.width) && elementsWithin(pKernel, kernelSize, -32767, 32766));
   else call.fast = call.plain = divisionBy<L, T, Rounded<T>>(divisor);
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 
@@ -38,7 +38,7 @@ ZorStatus filterWithFloats(const T* pSrc, int srcStep, D* pDst, int dstStep, Zor
     return s;
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor);
   finishNearest<L, D>(call, isWide(kernelSize.width, roiSize.width));
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 
@@ -67,7 +67,7 @@ ZorStatus zoriFilter_64f_C1R(const Zor64f* pSrc, int srcStep, Zor64f* pDst, int 
                             rowsFit<C1>(pSrc, srcStep, pDst, dstStep, roiSize, kernelSize.width));
       s != ZorOk)
     return s;
-  piFilter_64f(convolution<C1>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor));
+  convolveInDouble(convolution<C1>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor));
   return ZorOk;
 }
 

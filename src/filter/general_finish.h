@@ -51,20 +51,20 @@ struct RoundedUp {
   }
 };
 
-template <class D, class Rounding> struct Multiplied {
+template <class D, class Round> struct Multiplied {
   F32x4 reciprocal;
   explicit Multiplied(const Finish<Zor32s>& f) : reciprocal(splat(1.0f / static_cast<Zor32f>(f.divisor))) {}
   Group<D> operator()(const Group<Zor32s>& sums) const
   {
     Group<Zor32f> x;
     for (int k = 0; k < x.parts; ++k) x.part[k] = toFloat(sums.part[k]) * reciprocal;
-    return Rounding{}(x);
+    return Round{}(x);
   }
 };
 
-template <class Rounding> struct Plainly {
+template <class Round> struct Plainly {
   explicit Plainly(const Finish<Zor32f>&) {}
-  template <class S> auto operator()(const Group<S>& x) const { return Rounding{}(x); }
+  template <class S> auto operator()(const Group<S>& x) const { return Round{}(x); }
 };
 
 // The quotient of two 32-bit integers in double is an integer or halfway between two only where the exact one is, so
@@ -122,7 +122,7 @@ struct Same {
 // ---- Rows ----
 
 template <Layout L, class D, class Op, class Sum>
-void ownAConvert(const Finish<Sum>& finish, const Sum* sums, void* dst, std::ptrdiff_t samples)
+void finishSums(const Finish<Sum>& finish, const Sum* sums, void* dst, std::ptrdiff_t samples)
 {
   D* const to = static_cast<D*>(dst);
   if constexpr (L == AC4) mapGroups(to, samples, KeepFourth<Op>{Op(finish)}, static_cast<const D*>(to), sums);
@@ -130,25 +130,25 @@ void ownAConvert(const Finish<Sum>& finish, const Sum* sums, void* dst, std::ptr
 }
 
 // What the divisor of an integer kernel asks for.
-enum class Scale { None, PowerOfTwo, Other };
+enum class Divisor { None, PowerOfTwo, Other };
 
-inline Scale GetScale(int divisor, int& shift)
+inline Divisor kindOf(int divisor, int& shift)
 {
-  if (divisor == 1) return Scale::None;
-  if (divisor < 1 || (divisor & (divisor - 1)) != 0) return Scale::Other;
+  if (divisor == 1) return Divisor::None;
+  if (divisor < 1 || (divisor & (divisor - 1)) != 0) return Divisor::Other;
   shift = __builtin_ctz(static_cast<unsigned>(divisor));
-  return Scale::PowerOfTwo;
+  return Divisor::PowerOfTwo;
 }
 
 // Rounding: of the divisors that are neither 1 nor a power of two.
-template <Layout L, class D, class Rounding> Finish<Zor32s> divisionBy(int divisor)
+template <Layout L, class D, class Round> Finish<Zor32s> divisionBy(int divisor)
 {
   Finish<Zor32s> finish;
   finish.divisor = divisor;
-  switch (GetScale(divisor, finish.shift)) {
-  case Scale::None: finish.row = ownAConvert<L, D, Saturated<D>>; break;
-  case Scale::PowerOfTwo: finish.row = ownAConvert<L, D, Shifted<D>>; break;
-  case Scale::Other: finish.row = ownAConvert<L, D, Multiplied<D, Rounding>>; break;
+  switch (kindOf(divisor, finish.shift)) {
+  case Divisor::None: finish.row = finishSums<L, D, Saturated<D>>; break;
+  case Divisor::PowerOfTwo: finish.row = finishSums<L, D, Shifted<D>>; break;
+  case Divisor::Other: finish.row = finishSums<L, D, Multiplied<D, Round>>; break;
   }
   return finish;
 }
@@ -156,17 +156,17 @@ template <Layout L, class D, class Rounding> Finish<Zor32s> divisionBy(int divis
 template <Layout L, class D> Finish<Zor32s> exactDivisionBy(int divisor, ZorRoundMode mode)
 {
   Finish<Zor32s> finish;
-  finish.row = ownAConvert<L, D, ExactQuotient<D>>;
+  finish.row = finishSums<L, D, ExactQuotient<D>>;
   finish.divisor = divisor;
   finish.roundMode = mode;
   return finish;
 }
 
-template <Layout L, class D, class Rounding> Finish<Zor32f> roundingTo()
+template <Layout L, class D, class Round> Finish<Zor32f> roundingTo()
 {
   Finish<Zor32f> finish;
-  if constexpr (!std::is_same_v<D, Zor32f>) finish.row = ownAConvert<L, D, Plainly<Rounding>>;
-  else if constexpr (L == AC4) finish.row = ownAConvert<L, D, Plainly<Same>>;
+  if constexpr (!std::is_same_v<D, Zor32f>) finish.row = finishSums<L, D, Plainly<Round>>;
+  else if constexpr (L == AC4) finish.row = finishSums<L, D, Plainly<Same>>;
   return finish;
 }
 

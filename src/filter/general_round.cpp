@@ -25,7 +25,7 @@ ZorStatus filterRoundWithIntegers(const T* pSrc, int srcStep, T* pDst, int dstSt
     return s;
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor);
   call.fast = call.plain = exactDivisionBy<L, T>(divisor, roundMode);
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 
@@ -40,10 +40,10 @@ ZorStatus filterRoundWithFloats(const T* pSrc, int srcStep, T* pDst, int dstStep
       s != ZorOk)
     return s;
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, kernelSize, anchor);
-  call.fast.row = ownAConvert<L, T, RoundedBy<T>>;
+  call.fast.row = finishSums<L, T, RoundedBy<T>>;
   call.fast.roundMode = roundMode;
   call.plain = call.fast;
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 

@@ -32,7 +32,7 @@ ZorStatus lineWithIntegers(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, size, Line::anchor(anchor));
   finishQuotient_8u<L>(call, divisor,
                        isWide(kernelSize, roiSize.width) && elementsWithin(pKernel, size, -32768, 32767));
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 
@@ -47,7 +47,7 @@ ZorStatus lineWithFloats(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorIm
     return s;
   auto call = convolution<L>(pSrc, srcStep, pDst, dstStep, roiSize, pKernel, size, Line::anchor(anchor));
   finishNearest<L, T>(call, isWide(kernelSize, roiSize.width));
-  piFilter(call);
+  convolve(call);
   return ZorOk;
 }
 

@@ -128,7 +128,7 @@ template <int Rows, int N, class Lanes>
 
 // The sums of a row; of fewer samples than a block, of a whole block.
 template <class Lanes>
-[[gnu::noinline]] void ownAFilterRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* out)
+ZORI_ONE_COPY void sumRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* out)
 {
   typename Lanes::Sum* const row[1] = {out};
   constexpr std::ptrdiff_t step = 8 * vectors; // one row leaves registers for twice the vectors
@@ -145,8 +145,8 @@ template <class Lanes>
 
 // The same of two output rows.
 template <class Lanes>
-[[gnu::noinline]] void ownBFilterRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* upper,
-                                     typename Lanes::Sum* lower)
+ZORI_ONE_COPY void sumTwoRows(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* upper,
+                              typename Lanes::Sum* lower)
 {
   typename Lanes::Sum* const rows[2] = {upper, lower};
   constexpr std::ptrdiff_t step = 4 * vectors;
@@ -323,7 +323,7 @@ template <class Sum> void finishRow(const Finish<Sum>& finish, const Sum* sums, 
 }
 
 // Rows first..first + count - 1 of the region; false when there is no working memory.
-template <class S, class K> [[gnu::noinline]] bool ownCFilter(const Convolution<S, K>& call, int first, int count)
+template <class S, class K> ZORI_ONE_COPY bool convolveSlab(const Convolution<S, K>& call, int first, int count)
 {
   using Stores = Stored<S, K>;
   using Lanes = typename Stores::Lanes;
@@ -390,8 +390,8 @@ template <class S, class K> [[gnu::noinline]] bool ownCFilter(const Convolution<
         to[r] = call.dst[first + y + r] + x * call.dstSampleBytes;
         out[r] = isDirect ? reinterpret_cast<K*>(to[r]) : sums + r * strip;
       }
-      if (rows == 2) ownBFilterRow<Lanes>(lists, samples, out[0], out[1]);
-      else ownAFilterRow<Lanes>(lists, samples, out[0]);
+      if (rows == 2) sumTwoRows<Lanes>(lists, samples, out[0], out[1]);
+      else sumRow<Lanes>(lists, samples, out[0]);
       for (int r = 0; !isDirect && r < rows; ++r) finishRow(call.fast, out[r], to[r], samples);
     }
   }
@@ -399,7 +399,7 @@ template <class S, class K> [[gnu::noinline]] bool ownCFilter(const Convolution<
 }
 
 // The same in a plain loop, for any number of samples.
-template <class S, class K> [[gnu::noinline]] void plainFilter(const Convolution<S, K>& call, int first, int count)
+template <class S, class K> ZORI_ONE_COPY void plainFilter(const Convolution<S, K>& call, int first, int count)
 {
   using Sum = std::conditional_t<isInt<K>, std::uint32_t, K>;
   constexpr std::ptrdiff_t chunk = 64;
@@ -419,7 +419,7 @@ template <class S, class K> [[gnu::noinline]] void plainFilter(const Convolution
 
 } // namespace
 
-template <class S, class K> void piFilter(const Convolution<S, K>& call)
+template <class S, class K> void convolve(const Convolution<S, K>& call)
 {
   constexpr int picosecondsPerTap = 50;
   const long long taps = 1LL * call.kernelSize.width * call.kernelSize.height,
@@ -427,28 +427,27 @@ template <class S, class K> void piFilter(const Convolution<S, K>& call)
   const TeamRule team = TeamRule::forWork(samples, static_cast<int>(std::min(taps, 1000000LL)) * picosecondsPerTap)
                           .fromSize(call.roi.width >= 64 && call.roi.height >= 64);
   masterSlabs(team, Rounding::Nearest, call.roi.height, 0, [&](const Slab& slab) {
-    if (!ownCFilter(call, slab.first, slab.count)) plainFilter(call, slab.first, slab.count);
+    if (!convolveSlab(call, slab.first, slab.count)) plainFilter(call, slab.first, slab.count);
     return ZorOk;
   });
 }
 
-template void piFilter(const Convolution<Zor8u, Zor32s>&);
-template void piFilter(const Convolution<Zor16u, Zor32s>&);
-template void piFilter(const Convolution<Zor16s, Zor32s>&);
-template void piFilter(const Convolution<Zor8u, Zor32f>&);
-template void piFilter(const Convolution<Zor16u, Zor32f>&);
-template void piFilter(const Convolution<Zor16s, Zor32f>&);
-template void piFilter(const Convolution<Zor32f, Zor32f>&);
+template void convolve(const Convolution<Zor8u, Zor32s>&);
+template void convolve(const Convolution<Zor16u, Zor32s>&);
+template void convolve(const Convolution<Zor16s, Zor32s>&);
+template void convolve(const Convolution<Zor8u, Zor32f>&);
+template void convolve(const Convolution<Zor16u, Zor32f>&);
+template void convolve(const Convolution<Zor16s, Zor32f>&);
+template void convolve(const Convolution<Zor32f, Zor32f>&);
 
-void piFilter_64f(const Convolution<Zor64f, Zor64f>& call)
+void convolveInDouble(const Convolution<Zor64f, Zor64f>& call)
 {
-  const RoundingScope nearest(Rounding::Nearest);
-  plainFilter(call, 0, call.roi.height);
+  underRounding(Rounding::Nearest, [&] { plainFilter(call, 0, call.roi.height); });
 }
 
 // ---- Integer kernels of 16-bit images ----
 
-[[gnu::noinline]] static void divide(const Zor32s* pKernel, std::ptrdiff_t count, int divisor, Zor32f* elements)
+static void divide(const Zor32s* pKernel, std::ptrdiff_t count, int divisor, Zor32f* elements)
 {
   const Zor32f factor = 1.0f / static_cast<Zor32f>(divisor);
   for (std::ptrdiff_t i = 0; i < count; ++i) elements[i] = static_cast<Zor32f>(get<Zor32s>(pKernel + i)) * factor;
@@ -459,13 +458,12 @@ DividedKernel::DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int d
   const long long count = 1LL * kernelSize.width * kernelSize.height;
   elements_ = count <= onStack ? local_ : Scratch<Zor32f>(count).release();
   if (!elements_) return;
-  const RoundingScope nearest(Rounding::Nearest);
-  divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_);
+  underRounding(Rounding::Nearest, [&] { divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_); });
 }
 
 DividedKernel::~DividedKernel()
 {
-  if (elements_ != local_) zorsFree(elements_);
+  if (elements_ != local_) releaseBlock(elements_);
 }
 
 } // namespace general

@@ -54,13 +54,12 @@ ZorStatus selectedGradient(const S* pSrc, int srcStep, D* pDst, int dstStep, Zor
 // The image less itself shifted by one row and one pixel to either side: shift -1 takes the pixel above and to the
 // left, 1 that above and to the right. The step to the row above is cut to whole samples.
 template <Layout L, class T, class Subtract>
-ZorStatus ownzoriFilterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi,
-                               Subtract subtract)
+ZorStatus filterRoberts(int shift, const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, Subtract subtract)
 {
   if (auto s = imageStatus(pSrc, srcStep, pDst, dstStep, roi); s != ZorOk) return s;
-  const RoundingScope rounding(Rounding::Nearest);
   const T* neighbour = rowAt(pSrc, maskedStep<T>(srcStep), -1) + shift * channels<L>;
-  return subtract(neighbour, srcStep, pSrc, srcStep, pDst, dstStep, roi);
+  return underRounding(Rounding::Nearest,
+                       [&] { return subtract(neighbour, srcStep, pSrc, srcStep, pDst, dstStep, roi); });
 }
 
 } // namespace
@@ -122,7 +121,7 @@ MIXED(SobelCross) STAMP(SobelCross, 32f, 32f, 32f)
   ZorStatus zoriFilterRoberts##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst,        \
                                                            int dstStep, ZorImgSize roiSize)                            \
   {                                                                                                                    \
-    return ownzoriFilterRoberts<layout>(shift, pSrc, srcStep, pDst, dstStep, roiSize,                                  \
+    return filterRoberts<layout>(shift, pSrc, srcStep, pDst, dstStep, roiSize,                                  \
                                         [](auto... arguments) { return __VA_ARGS__; });                                \
   }
 #define SCALED(name, shift, type, layout) STAMP(name, shift, type, layout, zoriSub_##type##_##layout##RSfs(arguments..., 0))

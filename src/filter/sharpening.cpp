@@ -39,11 +39,11 @@ struct Sharpened {
 using Ones3 = Weights<1, 1, 1>;
 using Ones5 = Weights<1, 1, 1, 1, 1>;
 template <class T> using Sharpen3x3 = Separable<T, T, Ones3, Ones3, Sharpened>;
-template <class S, class D> using ownzoriFilterLaplace3x3 = Separable<S, D, Ones3, Ones3, CentreLessSum<9>>;
-template <class T> using ownzoriFilterHipass5x5 = Separable<T, T, Ones5, Ones5, CentreLessSum<25>>;
+template <class S, class D> using Laplace3x3 = Separable<S, D, Ones3, Ones3, CentreLessSum<9>>;
+template <class T> using Hipass5x5 = Separable<T, T, Ones5, Ones5, CentreLessSum<25>>;
 template <class S, class D>
-using Laplace5x5 = ownzoriFilterLaplGaus5x5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>,
-                                            Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
+using Laplace5x5 = MirroredKernel5x5<S, D, Weights<-1, -3, -4, -3, -1>, Weights<-3, 0, 6, 0, -3>,
+                                     Weights<-4, 6, 20, 6, -4>, PlainOfThree>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -66,24 +66,23 @@ template <> constexpr ForkHeights hipass5x5Heights<Zor16s> = {512, 512, always, 
 
 // ---- Forms ----
 
-template <class T, Layout L>
-ZorStatus ownzoriFilterSharpen(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi)
+template <class T, Layout L> ZorStatus filterSharpen(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi)
 {
   return filterImage<Sharpen3x3<T>, L>(pSrc, srcStep, pDst, dstStep, roi, sharpenHeights<T>);
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriFilterHipass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
+ZorStatus filterHipass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterLaplace3x3<T, T>, ownzoriFilterHipass5x5<T>, L>(
-    pSrc, srcStep, pDst, dstStep, roi, mask, laplace3x3Heights<T, T>, hipass5x5Heights<T>);
+  return filterSelected<Laplace3x3<T, T>, Hipass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
+                                                           laplace3x3Heights<T, T>, hipass5x5Heights<T>);
 }
 
 template <Layout L, class S, class D>
-ZorStatus ownzoriFilterLaplace(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
+ZorStatus filterLaplace(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterLaplace3x3<S, D>, Laplace5x5<S, D>, L>(
-    pSrc, srcStep, pDst, dstStep, roi, mask, laplace3x3Heights<S, D>, laplace5x5Heights<S, D>);
+  return filterSelected<Laplace3x3<S, D>, Laplace5x5<S, D>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
+                                                               laplace3x3Heights<S, D>, laplace5x5Heights<S, D>);
 }
 
 } // namespace
@@ -99,7 +98,7 @@ using namespace zori;
   ZorStatus zoriFilterSharpen_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,   \
                                                    ZorImgSize roiSize)                                                 \
   {                                                                                                                    \
-    return ownzoriFilterSharpen<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize);                             \
+    return filterSharpen<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize);                             \
   }
 LAYOUTS(STAMP, 8u) LAYOUTS(STAMP, 16s) LAYOUTS(STAMP, 32f)
 #undef STAMP
@@ -109,7 +108,7 @@ LAYOUTS(STAMP, 8u) LAYOUTS(STAMP, 16s) LAYOUTS(STAMP, 32f)
   ZorStatus zoriFilterHipass_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,    \
                                                   ZorImgSize roiSize, ZorMaskSize mask)                                \
   {                                                                                                                    \
-    return ownzoriFilterHipass<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                        \
+    return filterHipass<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                        \
   }
 LAYOUTS(STAMP, 8u) LAYOUTS(STAMP, 16s) LAYOUTS(STAMP, 32f)
 #undef STAMP
@@ -119,7 +118,7 @@ LAYOUTS(STAMP, 8u) LAYOUTS(STAMP, 16s) LAYOUTS(STAMP, 32f)
   ZorStatus zoriFilterLaplace_##types##_##layout##R(const Zor##source* pSrc, int srcStep, Zor##dest* pDst,             \
                                                     int dstStep, ZorImgSize roiSize, ZorMaskSize mask)                 \
   {                                                                                                                    \
-    return ownzoriFilterLaplace<layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                                  \
+    return filterLaplace<layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                                  \
   }
 #define STAMP(type, layout) STAMP_BETWEEN(type, type, type, layout)
 LAYOUTS(STAMP, 8u) LAYOUTS(STAMP, 16s) LAYOUTS(STAMP, 32f)

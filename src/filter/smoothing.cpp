@@ -26,7 +26,7 @@ struct Sixteenth {
     else return {{sum.low * splat(0.0625f), sum.high * splat(0.0625f)}};
   }
 };
-template <class T> using ownzoriFilterGauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1, 2, 1>, Sixteenth>;
+template <class T> using Gauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1, 2, 1>, Sixteenth>;
 
 // No whole sum lies halfway between two multiples of 571: nearest is floor((T + 285) / 571), and for 8u and 16-bit sums
 // every way in the table gives just that.
@@ -59,8 +59,8 @@ struct By571 {
   }
 };
 template <class T>
-using Gauss5x5 = ownzoriFilterLaplGaus5x5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>,
-                                          Weights<12, 52, 127, 52, 12>, By571>;
+using Gauss5x5 =
+  MirroredKernel5x5<T, T, Weights<2, 7, 12, 7, 2>, Weights<7, 31, 52, 31, 7>, Weights<12, 52, 127, 52, 12>, By571>;
 
 // ---- Lowpass ----
 
@@ -101,9 +101,8 @@ template <> struct Mean<25> {
     }
   }
 };
-template <class T> using ownzoriFilterLowpass3x3 = Separable<T, T, Weights<1, 1, 1>, Weights<1, 1, 1>, Mean<9>>;
-template <class T>
-using ownzoriFilterLowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
+template <class T> using Lowpass3x3 = Separable<T, T, Weights<1, 1, 1>, Weights<1, 1, 1>, Mean<9>>;
+template <class T> using Lowpass5x5 = Separable<T, T, Weights<1, 1, 1, 1, 1>, Weights<1, 1, 1, 1, 1>, Mean<25>>;
 
 // ---- Teams: the heights from which they pay ----
 
@@ -125,17 +124,17 @@ template <> constexpr ForkHeights lowpass5x5Heights<Zor16s> = {400, 400, never, 
 // ---- Forms ----
 
 template <class T, Layout L>
-ZorStatus ownzoriFilterGauss(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
+ZorStatus filterGauss(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterGauss3x3<T>, Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask,
-                                                                  gauss3x3Heights<T>, gauss5x5Heights<T>);
+  return filterSelected<Gauss3x3<T>, Gauss5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask, gauss3x3Heights<T>,
+                                                     gauss5x5Heights<T>);
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriFilterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
+ZorStatus filterLowpass(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
 {
-  return filterSelected<ownzoriFilterLowpass3x3<T>, ownzoriFilterLowpass5x5<T>, L>(
-    pSrc, srcStep, pDst, dstStep, roi, mask, serial<T>, lowpass5x5Heights<T>);
+  return filterSelected<Lowpass3x3<T>, Lowpass5x5<T>, L>(pSrc, srcStep, pDst, dstStep, roi, mask, serial<T>,
+                                                         lowpass5x5Heights<T>);
 }
 
 } // namespace
@@ -148,7 +147,7 @@ using namespace zori;
   ZorStatus zoriFilter##name##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst, int dstStep,  \
                                                     ZorImgSize roiSize, ZorMaskSize mask)                              \
   {                                                                                                                    \
-    return ownzoriFilter##name<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                        \
+    return filter##name<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask);                        \
   }
 #define TYPES(name, layout) STAMP(name, 8u, layout) STAMP(name, 16u, layout) STAMP(name, 16s, layout) STAMP(name, 32f, layout)
 TYPES(Gauss, C1) TYPES(Gauss, C3) TYPES(Gauss, C4) TYPES(Gauss, AC4)

@@ -8,6 +8,7 @@
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/memory.h"
+#include "frame/numeric_mode.h"
 #include "zori/filter.h"
 
 namespace zori {
@@ -52,8 +53,7 @@ template <class T, int CH> void floatSums(const T* src, Zor32f* dst, std::ptrdif
   }
 }
 
-template <class T, int CH>
-void owniSumWindowRow(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
+template <class T, int CH> void rowWindowSums(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
 {
   using Wide = std::conditional_t<isSigned<T>, int32_t, uint32_t>;
   const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(roi.width) * CH;
@@ -72,7 +72,7 @@ void owniSumWindowRow(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int m
 // sums[i] += Sum(entering[i] - leaving[i])
 template <class Sum, class T> inline void addDifferences(Sum* sums, Vec<T> entering, Vec<T> leaving)
 {
-  const Difference<T> d(entering, leaving);
+  const WidenedDifference<T> d(entering, leaving);
   const auto add = [](Zor32f* p, F32x4 x) { storeAligned(p, loadAligned<Zor32f>(p) + x); };
   if constexpr (isInt<Sum>) {
     addTo(sums, d.low);
@@ -89,12 +89,12 @@ template <class Sum, class T> inline void addDifferences(Sum* sums, Vec<T> enter
 }
 
 template <class Sum, class T>
-[[gnu::noinline]] void slideSums(Sum* sums, const T* entering, const T* leaving, std::ptrdiff_t n)
+ZORI_ONE_COPY void slideSums(Sum* sums, const T* entering, const T* leaving, std::ptrdiff_t n)
 {
   eachBlock(
     sums, n, [](Sum* s, Vec<T> in, Vec<T> out) { addDifferences(s, in, out); }, entering, leaving);
 }
-template <class Sum, class T> [[gnu::noinline]] void addToSums(Sum* sums, const T* row, std::ptrdiff_t n)
+template <class Sum, class T> ZORI_ONE_COPY void addToSums(Sum* sums, const T* row, std::ptrdiff_t n)
 {
   eachBlock(
     sums, n, [](Sum* s, Vec<T> x) { addDifferences(s, x, zero<T>()); }, row);
@@ -124,7 +124,7 @@ ZorStatus sumColumns(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int ma
 
 // Words that go to aligned rows are summed in integers of 32 bits, all else in single precision.
 template <class T, int CH>
-ZorStatus owniSumWindowColumn(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
+ZorStatus columnWindowSums(Rows<const T> src, Rows<Zor32f> dst, ZorImgSize roi, int mask, int anchor)
 {
   if constexpr (std::is_same_v<T, Zor16s>)
     if (isAligned(dst.first, 16) && dst.step % 16 == 0) return sumColumns<int32_t, T, CH>(src, dst, roi, mask, anchor);
@@ -143,22 +143,26 @@ inline ZorStatus windowStatus(SizeCheck check, const void* src, const void* dst,
 }
 
 template <class T, Layout L>
-ZorStatus ownzi_SumRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+ZorStatus sumWindowRow(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                        int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
-  owniSumWindowRow<T, channels<L>>({pSrc, srcStep}, {pDst, dstStep}, roiSize, maskSize, anchor);
-  return ZorOk;
+  return underRounding(Rounding::Nearest, [&] {
+    rowWindowSums<T, channels<L>>({pSrc, srcStep}, {pDst, dstStep}, roiSize, maskSize, anchor);
+    return ZorOk;
+  });
 }
 
 template <class T, Layout L>
-ZorStatus ownziSumWinCol(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
-                         int maskSize, int anchor)
+ZorStatus sumWindowColumn(SizeCheck check, const T* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                          int maskSize, int anchor)
 {
   if (auto s = windowStatus(check, pSrc, pDst, roiSize, maskSize, anchor); s != ZorOk) return s;
   if (nonEmpty(roiSize) != ZorOk) return ZorOk;
-  return owniSumWindowColumn<T, channels<L>>({pSrc, srcStep}, {pDst, dstStep}, roiSize, maskSize, anchor);
+  return underRounding(Rounding::Nearest, [&] {
+    return columnWindowSums<T, channels<L>>({pSrc, srcStep}, {pDst, dstStep}, roiSize, maskSize, anchor);
+  });
 }
 
 } // namespace box
@@ -173,8 +177,8 @@ using namespace zori;
   {                                                                                                                    \
     return box::operation<Zor##type, layout>(box::SizeCheck::check, pSrc, srcStep, pDst, dstStep, roiSize, maskSize, anchor);\
   }
-#define ROW(type, layout, check) STAMP(Row, ownzi_SumRow, type, layout, check)
-#define COLUMN(type, layout, check) STAMP(Column, ownziSumWinCol, type, layout, check)
+#define ROW(type, layout, check) STAMP(Row, sumWindowRow, type, layout, check)
+#define COLUMN(type, layout, check) STAMP(Column, sumWindowColumn, type, layout, check)
 ROW(8u, C1, None) ROW(8u, C3, None) ROW(8u, C4, None)
 ROW(16u, C1, Second) ROW(16u, C3, Second) ROW(16u, C4, Second)
 ROW(16s, C1, None) ROW(16s, C3, None) ROW(16s, C4, None)

@@ -3,6 +3,7 @@
 //   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep)); s != ZorOk) return s;
 #pragma once
 
+#include "compiler.h"
 #include "zori/types.h"
 
 namespace zori {

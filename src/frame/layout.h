@@ -1,6 +1,7 @@
 // The image model in types: pixel layouts, rows of a region, planes.
 #pragma once
 
+#include "compiler.h"
 #include "zori/types.h"
 
 #include <cstddef>
@@ -40,12 +41,5 @@ template <class T> Rows(T*, int) -> Rows<T>;
 
 // The step with its low bits cleared to whole elements: the row walk of Abs, Sqr and Sqrt in C1 and C3.
 template <class T> inline int maskedStep(int step) { return step & ~static_cast<int>(sizeof(T) - 1); }
-
-// True when rows of rowBytes follow each other without a gap on every operand and the whole fits an int, so that
-// the region can be walked as one row.
-template <class... Step> inline bool isContiguous(long long rowBytes, int height, Step... steps)
-{
-  return ((steps == rowBytes) && ...) && rowBytes * height <= INT32_MAX;
-}
 
 } // namespace zori

@@ -43,30 +43,20 @@ static void* systemBlock(std::size_t bytes) { return std::malloc(bytes); }
 static void systemFree(void* p) { std::free(p); }
 #endif
 
-static constexpr std::size_t headroom = 36;
+namespace zori {
 
-static void* alignedBlock(std::size_t bytesWithHeadroom)
+void* alignedBlock(std::size_t bytes)
 {
-  void* const raw = systemBlock(bytesWithHeadroom);
+  constexpr std::size_t headroom = 36;
+  if (bytes < 1 || bytes > SIZE_MAX - headroom) return nullptr;
+  void* const raw = systemBlock(bytes + headroom);
   if (!raw) return nullptr;
   const std::uintptr_t aligned = (reinterpret_cast<std::uintptr_t>(raw) + 35) & ~std::uintptr_t(31);
   std::memcpy(reinterpret_cast<void*>(aligned - sizeof raw), &raw, sizeof raw);
   return reinterpret_cast<void*>(aligned);
 }
 
-void* ownAlignedBlock(std::size_t bytes)
-{
-  return bytes < 1 || bytes > SIZE_MAX - headroom ? nullptr : alignedBlock(bytes + headroom);
-}
-
-template <class T> static T* vectorBlock(int length)
-{
-  if (length < 1) return nullptr;
-  const std::uint32_t bytes = static_cast<std::uint32_t>(length) * std::uint32_t(sizeof(T)) + std::uint32_t(headroom);
-  return static_cast<T*>(alignedBlock(bytes));
-}
-
-void zorsFree(void* block)
+void releaseBlock(void* block)
 {
   if (!block) return;
   void* raw;
@@ -74,8 +64,4 @@ void zorsFree(void* block)
   systemFree(raw);
 }
 
-// clang-format off
-#define STAMP(type) \
-  Zor##type* zorsMalloc_##type(int length) { return vectorBlock<Zor##type>(length); }
-STAMP(8u) STAMP(8s) STAMP(16u) STAMP(16s) STAMP(32u) STAMP(32s) STAMP(32f) STAMP(64s) STAMP(16sc) STAMP(32sc) STAMP(32fc)
-#undef STAMP
+} // namespace zori

@@ -6,24 +6,11 @@
 #include <cstddef>
 #include <utility>
 
-// A block of `bytes` bytes on a 32-byte boundary, null when there is none (or none was asked for).
-void* ownAlignedBlock(std::size_t bytes);
-
-// The vector allocators: `length` elements; the byte count is formed in 32 bits and wraps.
-Zor8u* zorsMalloc_8u(int length);
-Zor8s* zorsMalloc_8s(int length);
-Zor16u* zorsMalloc_16u(int length);
-Zor16s* zorsMalloc_16s(int length);
-Zor32u* zorsMalloc_32u(int length);
-Zor32s* zorsMalloc_32s(int length);
-Zor32f* zorsMalloc_32f(int length);
-Zor64s* zorsMalloc_64s(int length);
-Zor16sc* zorsMalloc_16sc(int length);
-Zor32sc* zorsMalloc_32sc(int length);
-Zor32fc* zorsMalloc_32fc(int length);
-void zorsFree(void* block);
-
 namespace zori {
+
+// A block of `bytes` bytes on a 32-byte boundary, null when there is none (or none was asked for).
+void* alignedBlock(std::size_t bytes);
+void releaseBlock(void* block);
 
 // Owns `length` elements of working memory; false when they could not be had. Sizes are full width: a length that
 // does not fit the address space counts as a failure.
@@ -32,11 +19,11 @@ public:
   explicit Scratch(long long length) : p_(nullptr)
   {
     if (length > 0 && static_cast<unsigned long long>(length) <= static_cast<std::size_t>(-1) / 2 / sizeof(T))
-      p_ = static_cast<T*>(ownAlignedBlock(static_cast<std::size_t>(length) * sizeof(T)));
+      p_ = static_cast<T*>(alignedBlock(static_cast<std::size_t>(length) * sizeof(T)));
   }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
-  ~Scratch() { zorsFree(p_); }
+  ~Scratch() { releaseBlock(p_); }
 
   explicit operator bool() const { return p_ != nullptr; }
   T* get() const { return p_; }

@@ -5,6 +5,7 @@
 // that the call names, the calling one too. Results do not depend on the team.
 #pragma once
 
+#include "compiler.h"
 #include "machine.h"
 #include "memory.h"
 #include "numeric_mode.h"
@@ -20,24 +21,22 @@ template <class Body> inline void staticRows(TeamRule team, Rounding rounding, i
 {
   const unsigned field = fieldOf(rounding);
   const int threads = team.threads(height);
-  if (threads == 1) {
-    const RoundingScope scope(field);
+  const auto allRows = [&] {
     for (int y = 0; y < height; ++y) body(y);
-    return;
-  }
+  };
+  if (threads == 1) return underRounding(field, allRows);
 #pragma omp parallel num_threads(threads)
-  {
-    const RoundingScope scope(field);
+  underRounding(field, [&] {
 #pragma omp for schedule(static)
     for (int y = 0; y < height; ++y) body(y);
-  }
+  });
 }
 
 // A thread's share of the work: units first .. first + count - 1, and its slice of the team's buffer.
 struct Slab {
   int first, count;
   int thread, threads;
-  Zor8u* buffer; // bytesPerThread rounded up to 16 (aligned to 16), null when none was asked for
+  Zor8u* buffer; // bytesPerThread, aligned to 32; null when none was asked for
 };
 
 // The first non-zero status in thread order.
@@ -69,13 +68,16 @@ template <class Body>
 inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::size_t bytesPerThread, Body body)
 {
   const unsigned field = fieldOf(rounding);
-  const std::size_t slice = roundUp(bytesPerThread, 16);
+  if (bytesPerThread > PTRDIFF_MAX / 2) return ZorErrAlloc;
+  const std::size_t slice = roundUp(bytesPerThread, 64);
   const int wanted = rule.threads(units);
-  if (wanted == 1) {
-    Scratch<Zor8u> buffer(static_cast<long long>(slice));
-    if (slice && !buffer) return ZorErrAlloc;
-    const RoundingScope scope(field);
-    return body(Slab{0, units, 0, 1, buffer.get()});
+  if (wanted == 1) { // little memory comes from the stack: small regions feel the price of the heap
+    constexpr std::size_t onStack = 4096;
+    alignas(64) Zor8u local[onStack];
+    Scratch<Zor8u> heap(slice > onStack ? static_cast<long long>(slice) : 0);
+    if (slice > onStack && !heap) return ZorErrAlloc;
+    const Slab all{0, units, 0, 1, slice == 0 ? nullptr : heap ? heap.get() : local};
+    return underRounding(field, [&] { return body(all); });
   }
 
   Zor8u* teamBuffer = nullptr;
@@ -96,13 +98,13 @@ inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::s
     }
 #pragma omp barrier
     if (!failed) {
-      const RoundingScope scope(field);
       const int t = omp_get_thread_num();
       const int count = slabUnits + (t == threads - 1 ? slabRest : 0);
-      team.report(t, body(Slab{t * slabUnits, count, t, threads, slice ? teamBuffer + slice * t : nullptr}));
+      const Slab slab{t * slabUnits, count, t, threads, slice ? teamBuffer + slice * t : nullptr};
+      team.report(t, underRounding(field, [&] { return body(slab); }));
     }
   }
-  zorsFree(teamBuffer);
+  releaseBlock(teamBuffer);
   return failed ? ZorErrAlloc : team.status();
 }
 

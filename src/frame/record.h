@@ -44,7 +44,7 @@ inline ZorStatus releaseRecord(void* record, std::uint32_t tag)
   if (const ZorStatus s = isOfKind(record, tag); s != ZorOk) return s;
   const volatile std::uint32_t none = 0;
   std::memcpy(record, const_cast<const std::uint32_t*>(&none), sizeof none);
-  zorsFree(record);
+  releaseBlock(record);
   return ZorOk;
 }
 

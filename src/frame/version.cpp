@@ -1,4 +1,7 @@
 // The version record.
+//
+// "q7" is the name of the class of processors that the library is made for, those with SSE3. It stands in the record
+// and in the names of the library files at every width of addresses and vectors.
 #include "zori/core.h"
 
 static const ZorVersionRecord versionRecord = {

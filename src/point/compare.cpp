@@ -6,6 +6,7 @@
 // comparison.
 #include "frame/checks.h"
 #include "frame/layout.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/channels.h"
 #include "zori/point.h"
 
@@ -14,10 +15,10 @@ namespace {
 
 // ---- Comparisons of vectors: lanes of all ones where they hold ----
 
-struct ownzi_CmpLT {
+struct Less {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return greater(b, a); }
 };
-struct ownzi_CmpLE {
+struct LessOrEqual {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
   {
     if constexpr (std::is_same_v<T, Zor32f>) return lessEqual(a, b);
@@ -25,10 +26,10 @@ struct ownzi_CmpLE {
     else return equal(subSat(a, b), zero<T>());
   }
 };
-struct ownzi_CmpEQ {
+struct Equal {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return equal(a, b); }
 };
-struct ownzi_CmpEqEps {
+struct WithinTolerance {
   Zor32f eps;
   F32x4 operator()(F32x4 a, F32x4 b) const { return lessEqual(abs(a - b), splat(eps)); }
 };
@@ -123,7 +124,7 @@ template <Layout L, class T, class A, class B, class Compare>
 // ---- Rows and regions ----
 
 template <Layout L, class T, class B, class Compare>
-[[gnu::noinline]] void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
+ZORI_ONE_COPY void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
 {
   constexpr std::ptrdiff_t block = 16, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
   const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
@@ -178,11 +179,11 @@ ZorStatus compareRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: compareRows<L>(a, b, dst, roiSize, ownzi_CmpLT{}); break;
-  case ZorCmpLessEq: compareRows<L>(a, b, dst, roiSize, ownzi_CmpLE{}); break;
-  case ZorCmpEq: compareRows<L>(a, b, dst, roiSize, ownzi_CmpEQ{}); break;
-  case ZorCmpGreaterEq: compareRows<L>(b, a, dst, roiSize, ownzi_CmpLE{}); break;
-  case ZorCmpGreater: compareRows<L>(b, a, dst, roiSize, ownzi_CmpLT{}); break;
+  case ZorCmpLess: compareRows<L>(a, b, dst, roiSize, Less{}); break;
+  case ZorCmpLessEq: compareRows<L>(a, b, dst, roiSize, LessOrEqual{}); break;
+  case ZorCmpEq: compareRows<L>(a, b, dst, roiSize, Equal{}); break;
+  case ZorCmpGreaterEq: compareRows<L>(b, a, dst, roiSize, LessOrEqual{}); break;
+  case ZorCmpGreater: compareRows<L>(b, a, dst, roiSize, Less{}); break;
   default: break; // an unknown selector writes nothing and is no error
   }
   return ZorOk;
@@ -204,11 +205,11 @@ ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDs
   const Rows a{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: compareRows(a, constant, dst, roiSize, ownzi_CmpLT{}); break;
-  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, ownzi_CmpLE{}); break;
-  case ZorCmpEq: compareRows(a, constant, dst, roiSize, ownzi_CmpEQ{}); break;
-  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<ownzi_CmpLE>{}); break;
-  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<ownzi_CmpLT>{}); break;
+  case ZorCmpLess: compareRows(a, constant, dst, roiSize, Less{}); break;
+  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, LessOrEqual{}); break;
+  case ZorCmpEq: compareRows(a, constant, dst, roiSize, Equal{}); break;
+  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<LessOrEqual>{}); break;
+  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<Less>{}); break;
   default: break;
   }
   return ZorOk;
@@ -227,7 +228,9 @@ ZorStatus compareEqualEps(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2
                             knownTolerance(eps));
       s != ZorOk)
     return s;
-  compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
+  underRounding(Rounding::Nearest, [&] {
+    compareRows<L>(Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step}, Rows{pDst, dstStep}, roiSize, WithinTolerance{eps});
+  });
   return ZorOk;
 }
 
@@ -240,7 +243,9 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
       s != ZorOk)
     return s;
   const Constant<Zor32f, L> constant(value);
-  compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, ownzi_CmpEqEps{eps});
+  underRounding(Rounding::Nearest, [&] {
+    compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, WithinTolerance{eps});
+  });
   return ZorOk;
 }
 

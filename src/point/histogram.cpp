@@ -104,7 +104,7 @@ template <class T> inline constexpr int tableSize = sizeof(T) == 1 ? 256 : 65536
 // Counts of all values, a table a channel and lane. Neighbouring pixels count in different tables, so that equal ones
 // do not wait for each other's stores. One store a sample is the limit.
 template <class T, int Channels, int Processed, int Lanes>
-[[gnu::noinline]] void countRow(const T* p, std::ptrdiff_t width, Zor32u* tables)
+ZORI_ONE_COPY void countRow(const T* p, std::ptrdiff_t width, Zor32u* tables)
 {
   constexpr int bias = std::is_signed_v<T> ? 32768 : 0;
   const auto count = [=](const T* pixel, int lane) {
@@ -145,7 +145,7 @@ template <class T, int Lanes> void sumIntervals(const Zor32u* tables, const Bins
 }
 
 template <class T, int Channels, int Processed>
-ZorStatus ownzi_Histogram(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+ZorStatus countByTable(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   if constexpr (sizeof(T) == 1) {
     constexpr int lanes = Channels == 1 ? 4 : 2;
@@ -164,7 +164,7 @@ ZorStatus ownzi_Histogram(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins
 }
 
 template <Method M, class T, int Channels, int Processed>
-void ownzi_Histogram_Search(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
+void countBySearch(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   for (int y = 0; y < roi.height; ++y)
     for (int c = 0; c < Processed; ++c) searchRow<M>(src[y] + c, roi.width, Channels, bins[c]);
@@ -187,15 +187,11 @@ ZorStatus countRegion(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
   }
   const long long pixels = static_cast<long long>(roi.width) * roi.height;
   switch (chooseMethod<T>(pixels, ascending, levels, Processed == 1)) {
-  case Method::BruteForce: ownzi_Histogram_Search<Method::BruteForce, T, Channels, Processed>(src, roi, bins); break;
-  case Method::ForwardSearch:
-    ownzi_Histogram_Search<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins);
-    break;
-  case Method::BinarySearch:
-    ownzi_Histogram_Search<Method::BinarySearch, T, Channels, Processed>(src, roi, bins);
-    break;
+  case Method::BruteForce: countBySearch<Method::BruteForce, T, Channels, Processed>(src, roi, bins); break;
+  case Method::ForwardSearch: countBySearch<Method::ForwardSearch, T, Channels, Processed>(src, roi, bins); break;
+  case Method::BinarySearch: countBySearch<Method::BinarySearch, T, Channels, Processed>(src, roi, bins); break;
   case Method::FullTable:
-    if constexpr (!std::is_same_v<T, Zor32f>) return ownzi_Histogram<T, Channels, Processed>(src, roi, bins);
+    if constexpr (!std::is_same_v<T, Zor32f>) return countByTable<T, Channels, Processed>(src, roi, bins);
   }
   return ZorOk;
 }
@@ -217,7 +213,7 @@ static void makeLevels(Zor32s* levels, int nLevels, int lower, int upper)
 }
 
 // 16u with bins of one width in a small region: the bin is the quotient. Half a unit keeps products off the integers.
-static void ownzi_HistogramEven(Rows<const Zor16u> src, ZorImgSize roi, const Bins<Zor16u>& b, int width)
+static void countEvenBins(Rows<const Zor16u> src, ZorImgSize roi, const Bins<Zor16u>& b, int width)
 {
   const int lower = b.levels[0], upper = b.levels[b.bins()];
   const double reciprocal = 1.0 / width;
@@ -256,7 +252,7 @@ ZorStatus evenC1(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, 
     const long long d = static_cast<long long>(upperLevel) - lowerLevel,
                     pixels = static_cast<long long>(roiSize.width) * roiSize.height;
     if (d % (nLevels - 1) == 0 && d > 0 && pixels < 65536 && d / (nLevels - 1) <= INT32_MAX) {
-      ownzi_HistogramEven(Rows{pSrc, srcStep}, roiSize, bins, static_cast<int>(d / (nLevels - 1)));
+      countEvenBins(Rows{pSrc, srcStep}, roiSize, bins, static_cast<int>(d / (nLevels - 1)));
       return ZorOk;
     }
   }

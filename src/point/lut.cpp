@@ -13,6 +13,7 @@
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/memory.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/drivers.h"
 #include "rowkernels/lookup.h"
 #include "zori/point.h"
@@ -155,7 +156,7 @@ template <Curve C, class T> void fillInterval(T* map, const Nodes<T>& nodes, int
 }
 
 // map points to the image of 0.
-template <Curve C, class T> [[gnu::noinline]] void ownzi_LUT_FullMap(T* map, const Nodes<T>& nodes)
+template <Curve C, class T> ZORI_ONE_COPY void fillMap(T* map, const Nodes<T>& nodes)
 {
   fillIdentity(map, low<T>, std::clamp(nodes.levels[0], low<T>, high<T> + 1));
   for (int k = 0; k < nodes.intervals(); ++k) fillInterval<C>(map, nodes, k);
@@ -168,7 +169,7 @@ void throughMaps(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>*
   const T* tables[processed<L>];
   for (int c = 0; c < processed<L>; ++c) {
     T* map = maps + c * mapSize<T> - low<T>;
-    ownzi_LUT_FullMap<C>(map, nodes[c]);
+    fillMap<C>(map, nodes[c]);
     tables[c] = map;
   }
   for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, WholeSample{}, AlikePixels<L>{});
@@ -201,8 +202,8 @@ template <class T> int intervalOf(Node<T> x, const Nodes<T>& nodes)
 // One channel of a row. With ascending levels several samples are searched side by side, in steps that depend on the
 // number of levels alone; at most one interval holds a sample then, and both ways find it.
 template <class T, class Evaluate>
-[[gnu::noinline, gnu::noclone]] void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride,
-                                               const Nodes<T>& nodes, bool ascending, Evaluate evaluate)
+ZORI_ONE_COPY void searchRow(const T* src, T* dst, std::ptrdiff_t pixels, int stride, const Nodes<T>& nodes,
+                             bool ascending, Evaluate evaluate)
 {
   if (!ascending) {
     for (; pixels > 0; --pixels, src += stride, dst += stride) {
@@ -239,7 +240,7 @@ template <class T, class Evaluate>
 
 // evaluatorOf(c) gives what makes an image of interval k and sample x of channel c.
 template <class T, Layout L, class EvaluatorOf>
-void ownzi_LUT_BS(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, EvaluatorOf evaluatorOf)
+void mapBySearch(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes, EvaluatorOf evaluatorOf)
 {
   for (int c = 0; c < processed<L>; ++c) {
     const bool ascending = nodes[c].ascend();
@@ -300,12 +301,12 @@ template <Curve C> struct Pieces {
 // ---- The functions ----
 
 template <Curve C, class T, Layout L>
-ZorStatus ownzi_LUT(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes)
+ZorStatus mapRegionByCurve(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes)
 {
   constexpr int n = processed<L>;
   if constexpr (C == Curve::Cubic) {
     for (int c = 0; c < n; ++c)
-      if (nodes[c].count < leastNodesOfCubic) return ownzi_LUT<Curve::Linear, T, L>(src, dst, roi, nodes);
+      if (nodes[c].count < leastNodesOfCubic) return mapRegionByCurve<Curve::Linear, T, L>(src, dst, roi, nodes);
   }
   if constexpr (sizeof(T) == 1) {
     T maps[n * mapSize<T>];
@@ -313,14 +314,14 @@ ZorStatus ownzi_LUT(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<
     return ZorOk;
   } else if constexpr (isFloat<T>) {
     if constexpr (C == Curve::Step) {
-      ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
+      mapBySearch<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
     } else {
       long long total = 0;
       for (int c = 0; c < n; ++c) total += nodes[c].intervals();
       Scratch<Piece<C>> pieces(total);
       if (!pieces) return ZorErrAlloc;
       Piece<C>* end = pieces.get();
-      ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [&](int c) {
+      mapBySearch<T, L>(src, dst, roi, nodes, [&](int c) {
         Piece<C>* const own = end;
         for (int k = 0; k < nodes[c].intervals(); ++k) *end++ = Piece<C>(nodes[c], k);
         return Pieces<C>{own};
@@ -330,7 +331,7 @@ ZorStatus ownzi_LUT(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<
   } else {
     if constexpr (C == Curve::Step && (L == C1 || L == C3)) {
       if (static_cast<long long>(roi.width) * roi.height <= mostPixelsToSearch) {
-        ownzi_LUT_BS<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
+        mapBySearch<T, L>(src, dst, roi, nodes, [=](int c) { return StepValues<T>{nodes[c].values}; });
         return ZorOk;
       }
     }
@@ -339,6 +340,13 @@ ZorStatus ownzi_LUT(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<
     throughMaps<C, T, L>(src, dst, roi, nodes, maps.get());
     return ZorOk;
   }
+}
+
+template <Curve C, class T, Layout L>
+ZorStatus mapUnderNearest(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const Nodes<T>* nodes)
+{
+  const auto map = [&] { return mapRegionByCurve<C, T, L>(src, dst, roi, nodes); };
+  return C == Curve::Step ? map() : underRounding(Rounding::Nearest, map); // steps take no arithmetic
 }
 
 inline ZorStatus enoughLevels(int nLevels) { return require(nLevels >= 2, ZorErrLutLevels); }
@@ -352,7 +360,7 @@ ZorStatus curveC1(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize r
       s != ZorOk)
     return s;
   const Nodes<T> nodes{pValues, pLevels, nLevels};
-  return ownzi_LUT<C, T, C1>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, &nodes);
+  return mapUnderNearest<C, T, C1>({pSrc, srcStep}, {pDst, dstStep}, roiSize, &nodes);
 }
 
 template <Curve C, class T, Layout L>
@@ -366,7 +374,7 @@ ZorStatus curveChannels(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
     nodes[c] = {pValues[c], pLevels[c], nLevels[c]};
   }
   if (auto s = firstFailure(nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
-  return ownzi_LUT<C, T, L>(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, nodes);
+  return mapUnderNearest<C, T, L>({pSrc, srcStep}, {pDst, dstStep}, roiSize, nodes);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // zoriComputeThreshold_Otsu_8u_C1R: the threshold with the greatest variance between the two classes it makes.
 #include "frame/checks.h"
 #include "frame/layout.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/simd.h"
 #include "zori/point.h"
 
@@ -81,6 +82,6 @@ ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorIm
     return s;
   double counts[256];
   countLevels(pSrc, srcStep, roiSize, counts);
-  *pThreshold = static_cast<Zor8u>(otsuLevel(counts));
+  *pThreshold = underRounding(Rounding::Nearest, [&] { return static_cast<Zor8u>(otsuLevel(counts)); });
   return ZorOk;
 }

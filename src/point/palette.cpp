@@ -41,8 +41,7 @@ template <class S> ZorStatus indexBits(int nBitSize)
 }
 
 template <class S, class D, class Pixels>
-void ownziLUTPalette(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize,
-                     Pixels pixels)
+void mapPalette(Rows<const S> src, Rows<D> dst, ZorImgSize roi, const D* const* tables, int nBitSize, Pixels pixels)
 {
   const auto walk = [&](auto index) {
     for (int y = 0; y < roi.height; ++y) lookUpRow(src[y], dst[y], roi.width, tables, index, pixels);
@@ -59,7 +58,7 @@ ZorStatus oneTable(const S* pSrc, int srcStep, D* pDst, int dstStep, ZorImgSize 
     return s;
   const E* table = reinterpret_cast<const E*>(pTable);
   const Rows dst{reinterpret_cast<E*>(pDst), dstStep};
-  ownziLUTPalette(Rows{pSrc, srcStep}, dst, roiSize, &table, nBitSize, AlikePixels<C1>{});
+  mapPalette(Rows{pSrc, srcStep}, dst, roiSize, &table, nBitSize, AlikePixels<C1>{});
   return ZorOk;
 }
 
@@ -75,7 +74,7 @@ ZorStatus threeTables(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
                       int nBitSize)
 {
   if (auto s = checksOfThree(pSrc, pDst, roiSize, pTable, nBitSize); s != ZorOk) return s;
-  ownziLUTPalette(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, pTable, nBitSize, AlikePixels<L>{});
+  mapPalette(Rows{pSrc, srcStep}, Rows{pDst, dstStep}, roiSize, pTable, nBitSize, AlikePixels<L>{});
   return ZorOk;
 }
 
@@ -87,8 +86,8 @@ ZorStatus threeTablesAndAlpha(const T* pSrc, int srcStep, int alphaValue, T* pDs
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   const T alpha = static_cast<T>(alphaValue);
-  if (alpha == alphaValue) ownziLUTPalette(src, dst, roiSize, pTable, nBitSize, Pixels<T, true>{alpha});
-  else ownziLUTPalette(src, dst, roiSize, pTable, nBitSize, Pixels<T, false>{});
+  if (alpha == alphaValue) mapPalette(src, dst, roiSize, pTable, nBitSize, Pixels<T, true>{alpha});
+  else mapPalette(src, dst, roiSize, pTable, nBitSize, Pixels<T, false>{});
   return ZorOk;
 }
 

@@ -105,7 +105,7 @@ template <Layout L, class T> Pattern<T> channelReplacement(const T* threshold, c
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
+ZorStatus clampToThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
                            ZorCmpOp cmpOp)
 {
   if (auto s = firstFailure(imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold), knownSide(cmpOp));
@@ -120,8 +120,8 @@ ZorStatus ownzoriThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold_V(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
-                             const T* value, ZorCmpOp cmpOp)
+ZorStatus replaceBeyond(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* threshold,
+                        const T* value, ZorCmpOp cmpOp)
 {
   if (auto s = firstFailure(knownSide(cmpOp), imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value));
       s != ZorOk)
@@ -135,8 +135,8 @@ ZorStatus ownzoriThreshold_V(const T* pSrc, int srcStep, T* pDst, int dstStep, Z
 }
 
 template <class T, Layout L>
-ZorStatus ownzoriThreshold_GLV(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize,
-                               const T* thresholdLT, const T* valueLT, const T* thresholdGT, const T* valueGT)
+ZorStatus replaceBothSides(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize, const T* thresholdLT,
+                           const T* valueLT, const T* thresholdGT, const T* valueGT)
 {
   if (auto s = imageChecks(pSrc, srcStep, pDst, dstStep, roiSize, thresholdLT, valueLT, thresholdGT, valueGT);
       s != ZorOk)
@@ -179,14 +179,14 @@ using namespace zori;
 #define ARRAY3(type, name) const Zor##type name[3]
 #define ARRAY4(type, name) const Zor##type name[4]
 #define STAMP_VALUES(type, layout, P, A)                                                                               \
-  STAMP(Threshold_GTVal, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpGreater)\
-  STAMP(Threshold_LTVal, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpLess)
+  STAMP(Threshold_GTVal, type, layout, replaceBeyond, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpGreater)\
+  STAMP(Threshold_LTVal, type, layout, replaceBeyond, (P(type, threshold), P(type, value)), A threshold, A value, ZorCmpLess)
 #define STAMP_LAYOUT(type, layout, P, A)                                                                               \
-  STAMP(Threshold, type, layout, ownzoriThreshold, (P(type, threshold), ZorCmpOp cmpOp), A threshold, cmpOp)           \
-  STAMP(Threshold_GT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpGreater)                \
-  STAMP(Threshold_LT, type, layout, ownzoriThreshold, (P(type, threshold)), A threshold, ZorCmpLess)                   \
-  STAMP(Threshold_Val, type, layout, ownzoriThreshold_V, (P(type, threshold), P(type, value), ZorCmpOp cmpOp), A threshold, A value, cmpOp)\
-  STAMP(Threshold_LTValGTVal, type, layout, ownzoriThreshold_GLV,                                                      \
+  STAMP(Threshold, type, layout, clampToThreshold, (P(type, threshold), ZorCmpOp cmpOp), A threshold, cmpOp)           \
+  STAMP(Threshold_GT, type, layout, clampToThreshold, (P(type, threshold)), A threshold, ZorCmpGreater)                \
+  STAMP(Threshold_LT, type, layout, clampToThreshold, (P(type, threshold)), A threshold, ZorCmpLess)                   \
+  STAMP(Threshold_Val, type, layout, replaceBeyond, (P(type, threshold), P(type, value), ZorCmpOp cmpOp), A threshold, A value, cmpOp)\
+  STAMP(Threshold_LTValGTVal, type, layout, replaceBothSides,                                                      \
         (P(type, thresholdLT), P(type, valueLT), P(type, thresholdGT), P(type, valueGT)),                              \
         A thresholdLT, A valueLT, A thresholdGT, A valueGT)                                                            \
   STAMP_VALUES(type, layout, P, A)

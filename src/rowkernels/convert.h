@@ -1,4 +1,4 @@
-// Row kernels of type conversion: the operations on groups, and the kernels of one row that other families call.
+// Row kernels of type conversion: the operations on groups, and the kernel of one row that other families call.
 //
 // Integers widen exactly and narrow with saturation; to 32f they are exact up to 24 bits, 32s beyond that is rounded by
 // the control register. 32f to integers clamps to the bounds of the destination type, a NaN to the upper one, and
@@ -99,64 +99,13 @@ template <class D> struct RoundedAway {
   }
 };
 
-// The samples times 2^-scaleFactor, then op. In two factors, which covers every scale that matters: beyond, each result
-// is a bound or zero.
-template <class Op> struct Scaled {
-  F32x4 factor1, factor2;
-  Op op;
-
-  explicit Scaled(int scaleFactor)
-  {
-    const int exponent = scaleFactor < -252 ? 252 : scaleFactor > 252 ? -252 : -scaleFactor;
-    factor1 = powerOfTwo(exponent / 2);
-    factor2 = powerOfTwo(exponent - exponent / 2);
-  }
-  auto operator()(Group<Zor32f> x) const
-  {
-    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] * factor1 * factor2;
-    return op(x);
-  }
-
-private:
-  static F32x4 powerOfTwo(int exponent) { return as<Zor32f>(splat<Zor32s>((127 + exponent) << 23)); }
-};
-
-// ---- Bare kernels of one row ----
+// ---- The kernel of one row that other families call ----
 
 // 32f to an integer is rounded by the control register.
-template <class S, class D> inline void ownzorsCnvrt(const S* pSrc, D* pDst, std::ptrdiff_t length)
+template <class S, class D> inline void convertRow(const S* pSrc, D* pDst, std::ptrdiff_t length)
 {
   if constexpr (std::is_same_v<S, Zor32f>) mapGroups(pDst, length, Rounded<D>{}, pSrc);
   else mapGroups(pDst, length, Converted<D>{}, pSrc);
 }
-
-template <class D> inline void ownzorsCnvrt_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
-{
-  if (scaleFactor == 0) ownzorsCnvrt(pSrc, pDst, length);
-  else mapGroups(pDst, length, Scaled<Rounded<D>>(scaleFactor), pSrc);
-}
-
-// Ties away from zero; the control register plays no part but in the sum.
-template <class D> inline void ownzorsCnvrtFin_Sfs(const Zor32f* pSrc, D* pDst, std::ptrdiff_t length, int scaleFactor)
-{
-  if (scaleFactor == 0) mapGroups(pDst, length, RoundedAway<D>{}, pSrc);
-  else mapGroups(pDst, length, Scaled<RoundedAway<D>>(scaleFactor), pSrc);
-}
-
-// ---- Checking kernels: null pointers give ZorErrNullPtr, a length below 1 ZorErrSize ----
-
-ZorStatus zorsConvert_8u32f(const Zor8u* pSrc, Zor32f* pDst, int length);
-ZorStatus zorsConvert_8s32f(const Zor8s* pSrc, Zor32f* pDst, int length);
-ZorStatus zorsConvert_16u32f(const Zor16u* pSrc, Zor32f* pDst, int length);
-ZorStatus zorsConvert_16s32f(const Zor16s* pSrc, Zor32f* pDst, int length);
-ZorStatus zorsConvert_32s32f(const Zor32s* pSrc, Zor32f* pDst, int length);
-
-// dst = saturate(round(src * 2^-scaleFactor)) by the rounding rule of Convert. The control register is the caller's own
-// on return.
-ZorStatus zorsConvert_32f8u_Sfs(const Zor32f* pSrc, Zor8u* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
-ZorStatus zorsConvert_32f8s_Sfs(const Zor32f* pSrc, Zor8s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
-ZorStatus zorsConvert_32f16u_Sfs(const Zor32f* pSrc, Zor16u* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
-ZorStatus zorsConvert_32f16s_Sfs(const Zor32f* pSrc, Zor16s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
-ZorStatus zorsConvert_32f32s_Sfs(const Zor32f* pSrc, Zor32s* pDst, int length, ZorRoundMode roundMode, int scaleFactor);
 
 } // namespace zori

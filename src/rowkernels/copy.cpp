@@ -1,13 +1,11 @@
-// Copies of one row: the forward copy of 64 bytes a round, and the checking forms by type.
+// Copies of one row: the forward copy of 64 bytes a round, and the choice by size.
 #include "copy.h"
 
 #include "drivers.h"
-#include "frame/checks.h"
 
 #include <cstring>
 
-using namespace zori;
-
+namespace zori {
 namespace {
 
 template <class Unit> inline void copyUnit(const Zor8u*& src, Zor8u*& dst)
@@ -46,7 +44,7 @@ struct Streaming {
   static void fetch(const Zor8u*, const Zor8u*, std::ptrdiff_t) {}
 };
 
-template <class Store> void copyForward(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
+template <class Store> void copyWith(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
 {
   const auto head = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(dst) & 15);
   if (bytes >= 16 + head) {
@@ -73,46 +71,24 @@ template <class Store> void copyForward(const Zor8u* src, Zor8u* dst, std::ptrdi
 
 } // namespace
 
-void ownsCopy_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, bool streaming)
+void copyForward(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, bool streaming)
 {
   if (streaming) {
-    copyForward<Streaming>(pSrc, pDst, bytes);
+    copyWith<Streaming>(pSrc, pDst, bytes);
     streamFence();
   } else {
-    copyForward<Ordinary>(pSrc, pDst, bytes);
+    copyWith<Ordinary>(pSrc, pDst, bytes);
   }
-}
-
-void ownsMove_8u_W7(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes)
-{
-  std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
 }
 
 // What lies in the cache the C library copies fastest (it may use wider vectors). For more than that, fetching ahead is
 // worth more.
 static constexpr long long libraryCopyLimit = 3 << 19;
 
-void ownsCopyRow_8u(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
+void copyRow(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes)
 {
-  if (regionBytes <= libraryCopyLimit) ownsMove_8u_W7(pSrc, pDst, bytes);
-  else ownsCopy_8u(pSrc, pDst, bytes, false);
+  if (regionBytes <= libraryCopyLimit) std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
+  else copyForward(pSrc, pDst, bytes, false);
 }
 
-template <class T, class Kernel> static ZorStatus checked(const T* pSrc, T* pDst, int length, Kernel kernel)
-{
-  if (auto s = firstFailure(nonNull(pSrc, pDst), positiveSize(length)); s != ZorOk) return s;
-  const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(length) * static_cast<std::ptrdiff_t>(sizeof(T));
-  kernel(reinterpret_cast<const Zor8u*>(pSrc), reinterpret_cast<Zor8u*>(pDst), bytes);
-  return ZorOk;
-}
-
-static void copyOne(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes) { ownsCopyRow_8u(src, dst, bytes, bytes); }
-
-// clang-format off
-#define STAMP(type)                                                             \
-  ZorStatus zorsCopy_##type(const Zor##type* pSrc, Zor##type* pDst, int length) \
-  { return checked(pSrc, pDst, length, copyOne); }                              \
-  ZorStatus zorsMove_##type(const Zor##type* pSrc, Zor##type* pDst, int length) \
-  { return checked(pSrc, pDst, length, ownsMove_8u_W7); }
-STAMP(8u) STAMP(16s) STAMP(32s) STAMP(32f) STAMP(64s) STAMP(64f) STAMP(32fc) STAMP(64fc)
-#undef STAMP
+} // namespace zori

@@ -39,26 +39,7 @@ private:
   bool uniform_;
 };
 
-} // namespace zori
-
 // A row of a region of regionBytes in all, from the start of a pixel on: picks what is fastest at that size.
-void ownsSet_8u(const zori::PixelPattern& pattern, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
+void fillRow(const PixelPattern& pattern, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
 
-void ownsSet_32s(Zor32s value, Zor32s* pDst, std::ptrdiff_t length);
-void ownsSet_64s(Zor64s value, Zor64s* pDst, std::ptrdiff_t length);
-void ownsZero_8u(Zor8u* pDst, std::ptrdiff_t bytes);
-
-// clang-format off
-// The checking forms: ZorErrNullPtr, then ZorErrSize for a length below 1.
-#define ZORI_DECLARE(type)                                                \
-  ZorStatus zorsSet_##type(Zor##type value, Zor##type* pDst, int length); \
-  ZorStatus zorsZero_##type(Zor##type* pDst, int length);
-ZORI_DECLARE(8u)
-ZORI_DECLARE(16s)
-ZORI_DECLARE(32s)
-ZORI_DECLARE(32f)
-ZORI_DECLARE(64s)
-ZORI_DECLARE(64f)
-ZORI_DECLARE(32fc)
-ZORI_DECLARE(64fc)
-#undef ZORI_DECLARE
+} // namespace zori

@@ -6,10 +6,10 @@
 namespace zori {
 namespace {
 
-struct ownMinEvery {
+struct Lesser {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return min(a, b); }
 };
-struct ownMaxEvery {
+struct Greater {
   template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return max(a, b); }
 };
 
@@ -34,7 +34,7 @@ using namespace zori;
                                                ZorImgSize roiSize)                                                     \
   { return everyRegion<Zor##type, layout>(pSrc, srcStep, pSrcDst, srcDstStep, roiSize, op{}); }
 #define STAMPS(name, op, type) STAMP(name, op, type, C1) STAMP(name, op, type, C3) STAMP(name, op, type, C4) STAMP(name, op, type, AC4)
-STAMPS(MinEvery, ownMinEvery, 8u) STAMPS(MinEvery, ownMinEvery, 16u) STAMPS(MinEvery, ownMinEvery, 16s) STAMPS(MinEvery, ownMinEvery, 32f)
-STAMPS(MaxEvery, ownMaxEvery, 8u) STAMPS(MaxEvery, ownMaxEvery, 16u) STAMPS(MaxEvery, ownMaxEvery, 16s) STAMPS(MaxEvery, ownMaxEvery, 32f)
+STAMPS(MinEvery, Lesser, 8u) STAMPS(MinEvery, Lesser, 16u) STAMPS(MinEvery, Lesser, 16s) STAMPS(MinEvery, Lesser, 32f)
+STAMPS(MaxEvery, Greater, 8u) STAMPS(MaxEvery, Greater, 16u) STAMPS(MaxEvery, Greater, 16s) STAMPS(MaxEvery, Greater, 32f)
 #undef STAMPS
 #undef STAMP

@@ -4,7 +4,9 @@
 // A row is reduced to S_k = sum of x^k I for k = 0..3; then m(i, j) += y^j S_i. Integer rows are summed exactly in
 // chunks about an origin of their own and moved to the region's; the 64s states stay in 64-bit integers throughout.
 #include "frame/checks.h"
-#include "frame/memory.h"
+#include "frame/numeric_mode.h"
+#include "frame/record.h"
+#include "moments_sums.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
 
@@ -26,102 +28,6 @@ static_assert(sizeof(ZorMomentState) == 400);
 
 namespace zori {
 namespace {
-
-// ---- Sums of a chunk of integer samples ----
-
-constexpr int blockPixels = 32, chunkBlocks = 16, chunkPixels = blockPixels * chunkBlocks;
-
-// s += the sums t of u^k I as sums of x^k I, where x = u + by.
-template <class A> inline void addMoved(A* s, A t0, A t1, A t2, A t3, A by)
-{
-  s[0] += t0;
-  s[1] += t1 + by * t0;
-  s[2] += t2 + by * (A(2) * t1 + by * t0);
-  s[3] += t3 + by * (A(3) * t2 + by * (A(3) * t1 + by * t0));
-}
-
-// Sums of u^k I about an origin behind the chunk: u = x - end, so u runs from -length to -1.
-struct ChunkSums {
-  std::int64_t t[4];
-};
-
-// The total of each vector's lanes.
-struct FourTotals {
-  Zor32s total[4];
-  FourTotals(Vec<Zor32s> a, Vec<Zor32s> b, Vec<Zor32s> c, Vec<Zor32s> d)
-  {
-    const auto ab = as<std::uint64_t>(interleaveLow(a, b) + interleaveHigh(a, b));
-    const auto cd = as<std::uint64_t>(interleaveLow(c, d) + interleaveHigh(c, d));
-    store(total, as<Zor32s>(interleaveLow(ab, cd)) + as<Zor32s>(interleaveHigh(ab, cd)));
-  }
-  std::int64_t operator[](int k) const { return total[k]; }
-};
-
-// Samples of at most 8 bits as words, four vectors of eight columns a block: column 8j + c is sample c of vector j.
-// Sums of j^r times vector j, which still are words, leave ten products for the powers of the column up to the third.
-// Over the blocks, running sums of running sums give the powers of the block's number: with w = blocks - b (from
-// `blocks` down to 1) they are the sums of t, w t, w (w + 1) / 2 t and w (w + 1) (w + 2) / 6 t. No lane and no total of
-// lanes passes 2^30.
-template <class Words> [[gnu::noinline]] ChunkSums sumChunk(int blocks, Words words)
-{
-  // binomials of (8j + c)^k
-  struct alignas(16) Weights {
-    Zor16s one[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-    Zor16s c[8] = {0, 1, 2, 3, 4, 5, 6, 7}, eight[8] = {8, 8, 8, 8, 8, 8, 8, 8};
-    Zor16s c2[8] = {0, 1, 4, 9, 16, 25, 36, 49}, c16[8] = {0, 16, 32, 48, 64, 80, 96, 112};
-    Zor16s c3[8] = {0, 1, 8, 27, 64, 125, 216, 343}, c2by24[8] = {0, 24, 96, 216, 384, 600, 864, 1176};
-    Zor16s c192[8] = {0, 192, 384, 576, 768, 960, 1152, 1344};
-    Zor16s square[8] = {64, 64, 64, 64, 64, 64, 64, 64}, cube[8] = {512, 512, 512, 512, 512, 512, 512, 512};
-    Zor16s nine[8] = {9, 9, 9, 9, 9, 9, 9, 9}, twentySeven[8] = {27, 27, 27, 27, 27, 27, 27, 27};
-  };
-  static constexpr Weights weights;
-  const auto times = [](Vec<Zor16s> v, const Zor16s* weight) { return mulAddPairs(v, loadAligned<Zor16s>(weight)); };
-  Vec<Zor32s> a1 = zero<Zor32s>(), a2 = a1, a3 = a1, a4 = a1, b1 = a1, b2 = a1, b3 = a1, c1 = a1, c2 = a1, d1 = a1;
-  for (int b = 0; b < blocks; ++b) {
-    Vec<Zor16s> v[4];
-    words(b, v);
-    const Vec<Zor16s> above = v[2] + v[3], p0 = v[0] + v[1] + above, p1 = v[1] + above + above + v[3];
-    const Vec<Zor16s> p2 = v[1] + shiftLeft<2>(v[2]) + mulLow(v[3], loadAligned<Zor16s>(weights.nine));
-    const Vec<Zor16s> p3 = v[1] + shiftLeft<3>(v[2]) + mulLow(v[3], loadAligned<Zor16s>(weights.twentySeven));
-    d1 += times(p0, weights.c3) + times(p1, weights.c2by24) + times(p2, weights.c192) + times(p3, weights.cube);
-    c1 += times(p0, weights.c2) + times(p1, weights.c16) + times(p2, weights.square), c2 += c1;
-    b1 += times(p0, weights.c) + times(p1, weights.eight), b2 += b1, b3 += b2;
-    a1 += times(p0, weights.one), a2 += a1, a3 += a2, a4 += a3;
-  }
-  const FourTotals a(a1, a2, a3, a4), b(b1, b2, b3, zero<Zor32s>()), c(c1, c2, d1, zero<Zor32s>());
-  const std::int64_t A1 = a[1], A2 = 2 * a[2] - A1, A3 = 6 * a[3] - 6 * a[2] + A1;
-  const std::int64_t B1 = b[1], B2 = 2 * b[2] - B1, C1_ = c[1];
-  // u = column in the block - 32 w
-  return {{a[0], b[0] - 32 * A1, c[0] - 64 * B1 + 1024 * A2, c[2] - 96 * C1_ + 3072 * B2 - 32768 * A3}};
-}
-
-inline ChunkSums sumPlane(const Zor8u* p, int blocks)
-{
-  return sumChunk(blocks, [=](int b, Vec<Zor16s>* v) {
-    for (int k = 0; k < 2; ++k) {
-      const Vec<Zor8u> x = load<Zor8u>(p + b * blockPixels + 16 * k);
-      v[2 * k] = as<Zor16s>(widenLow(x));
-      v[2 * k + 1] = as<Zor16s>(widenHigh(x));
-    }
-  });
-}
-
-// Words as their low and high bytes.
-inline ChunkSums sumPlane(const Zor16u* p, int blocks)
-{
-  const auto bytes = [=](bool upper) {
-    return sumChunk(blocks, [=](int b, Vec<Zor16s>* v) {
-      for (int k = 0; k < 4; ++k) {
-        const Vec<Zor16u> x = load<Zor16u>(p + b * blockPixels + 8 * k);
-        v[k] = as<Zor16s>(upper ? shiftRight<8>(x) : x & splat<Zor16u>(255));
-      }
-    });
-  };
-  const ChunkSums low = bytes(false), high = bytes(true);
-  ChunkSums sums;
-  for (int k = 0; k < 4; ++k) sums.t[k] = low.t[k] + 256 * high.t[k];
-  return sums;
-}
 
 // ---- Rows ----
 
@@ -182,20 +88,22 @@ ZorStatus momentsRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, ZorMomen
   constexpr int n = processed<L>;
   if (auto s = nonNull(pSrc, pState); s != ZorOk) return s;
   if (auto s = firstFailure(
-        require(pState->tag == (Integer ? tag64s : tag64f), ZorErrContext), positive(srcStep), nonEmpty(roiSize),
+        isOfKind(pState, Integer ? tag64s : tag64f), positive(srcStep), nonEmpty(roiSize),
         require(srcStep >= static_cast<long long>(roiSize.width) * channels<L> * static_cast<int>(sizeof(T)),
                 ZorErrStepTooSmall));
       s != ZorOk)
     return s;
   A m[n][16] = {};
-  for (int y = 0; y < roiSize.height; ++y) {
-    RowSums<A> sums[n];
-    sumRow<L>(rowAt(pSrc, srcStep, y), roiSize.width, sums);
-    const A y1 = static_cast<A>(y), y2 = y1 * y1, y3 = y2 * y1, powers[4] = {A(1), y1, y2, y3};
-    for (int k = 0; k < n; ++k)
-      for (int i = 0; i < 4; ++i)
-        for (int j = 0; i + j < 4; ++j) m[k][4 * i + j] += powers[j] * sums[k].s[i];
-  }
+  underRounding(Rounding::Nearest, [&] {
+    for (int y = 0; y < roiSize.height; ++y) {
+      RowSums<A> sums[n];
+      sumRow<L>(rowAt(pSrc, srcStep, y), roiSize.width, sums);
+      const A y1 = static_cast<A>(y), y2 = y1 * y1, y3 = y2 * y1, powers[4] = {A(1), y1, y2, y3};
+      for (int k = 0; k < n; ++k)
+        for (int i = 0; i < 4; ++i)
+          for (int j = 0; i + j < 4; ++j) m[k][4 * i + j] += powers[j] * sums[k].s[i];
+    }
+  });
   std::memset(pState->s, 0, sizeof pState->s);
   std::memcpy(pState->s, m, sizeof m);
   pState->channels = n;
@@ -208,15 +116,15 @@ static ZorStatus queryChecks(const ZorMomentState* pState, const void* pValue, Z
                              int nChannel)
 {
   if (auto s = nonNull(pState, pValue); s != ZorOk) return s;
-  return firstFailure(require(pState->tag == tag, ZorErrContext),
+  return firstFailure(isOfKind(pState, tag),
                       require(mOrd >= 0 && nOrd >= 0 && mOrd <= 3 && nOrd <= 3 && mOrd + nOrd <= 3, ZorErrSize),
                       require(nChannel >= 0 && nChannel < pState->channels, ZorErrMomentChannel));
 }
 
 // A channel's moments in double.
-struct Raw {
+struct RawMoments {
   double m[16];
-  Raw(const ZorMomentState& state, int channel)
+  RawMoments(const ZorMomentState& state, int channel)
   {
     for (int i = 0; i < 16; ++i)
       m[i] = state.tag == tag64f ? state.f[channel][i] : static_cast<double>(state.s[channel][i]);
@@ -242,7 +150,7 @@ template <class A, class M> A spatialMoment(const M* m, int mOrd, int nOrd, A x0
   return sum;
 }
 
-static double centralMoment(const Raw& raw, int mOrd, int nOrd)
+static double centralMoment(const RawMoments& raw, int mOrd, int nOrd)
 {
   const double* m = raw.m;
   const double xbar = m[4] / m[0], ybar = m[1] / m[0];
@@ -259,14 +167,14 @@ static double centralMoment(const Raw& raw, int mOrd, int nOrd)
   }
 }
 
-static void huMoments(const Raw& raw, double* hu)
+static void huMoments(const RawMoments& raw, double* hu)
 {
   const double m00 = raw.total(), second = 1.0 / (m00 * m00), third = 1.0 / (std::sqrt(m00) * m00 * m00);
   const auto eta = [&](int i, int j) { return centralMoment(raw, i, j) * (i + j == 2 ? second : third); };
   const double eta20 = eta(2, 0), eta02 = eta(0, 2), eta11 = eta(1, 1);
   const double eta30 = eta(3, 0), eta21 = eta(2, 1), eta12 = eta(1, 2), eta03 = eta(0, 3);
   const double b = eta03 + eta21, c = eta12 + eta30, d = eta03 - 3 * eta21, e = 3 * eta12 - eta30;
-  const double f = eta21 + eta30; // a deliberate deviation in the fifth moment: not eta03 + eta21
+  const double f = eta21 + eta30; // in the fifth moment, where the textbooks have b
   const double g = 3 * (b * b) - c * c;
   hu[0] = eta02 + eta20;
   hu[1] = 4 * (eta11 * eta11) + (eta02 - eta20) * (eta02 - eta20);
@@ -318,19 +226,71 @@ static ZorStatus initState(ZorMomentState* pState, Zor32u tag, ZorHint hint)
 static ZorStatus newState(ZorMomentState** ppState, Zor32u tag, ZorHint hint)
 {
   if (!ppState) return ZorErrNullPtr;
-  auto* state = reinterpret_cast<ZorMomentState*>(zorsMalloc_8u(sizeof(ZorMomentState)));
+  auto* state = static_cast<ZorMomentState*>(alignedBlock(sizeof(ZorMomentState)));
   if (!state) return ZorErrAlloc;
   *ppState = state;
   return initState(state, tag, hint);
 }
 
-static ZorStatus freeState(ZorMomentState* pState, Zor32u tag)
+// A value that is formed in double from a channel's moments, if their total does not vanish: give(value of raw).
+template <class Value, class Give>
+static ZorStatus derived(const ZorMomentState* pState, const void* pValue, Zor32u tag, int mOrd, int nOrd, int nChannel,
+                         Value value, Give give)
 {
-  if (!pState) return ZorErrNullPtr;
-  if (pState->tag != tag) return ZorErrContext;
-  pState->tag = 0;
-  zorsFree(pState);
-  return ZorOk;
+  if (auto s = queryChecks(pState, pValue, tag, mOrd, nOrd, nChannel); s != ZorOk) return s;
+  return underRounding(Rounding::Nearest, [&] {
+    const RawMoments raw(*pState, nChannel);
+    if (raw.vanishes()) return ZorErrMomentTooSmall;
+    give(value(raw));
+    return ZorOk;
+  });
+}
+template <class Value>
+static ZorStatus derivedFloat(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue,
+                              Value value)
+{
+  return derived(pState, pValue, tag64f, mOrd, nOrd, nChannel, value, [=](double v) { *pValue = v; });
+}
+template <class Value>
+static ZorStatus derivedInteger(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue,
+                                int scaleFactor, Value value)
+{
+  return derived(pState, pValue, tag64s, mOrd, nOrd, nChannel, value,
+                 [=](double v) { *pValue = scaledInteger(v, scaleFactor); });
+}
+
+static auto centralOf(int mOrd, int nOrd)
+{
+  return [=](const RawMoments& raw) { return centralMoment(raw, mOrd, nOrd); };
+}
+static auto normalisedCentralOf(int mOrd, int nOrd)
+{
+  return [=](const RawMoments& raw) { return centralMoment(raw, mOrd, nOrd) * raw.normaliser(mOrd, nOrd); };
+}
+static auto normalisedSpatialOf(int mOrd, int nOrd, ZorImgPoint offset)
+{
+  return [=](const RawMoments& raw) {
+    return spatialMoment<double>(raw.m, mOrd, nOrd, offset.x, offset.y) * raw.normaliser(mOrd, nOrd);
+  };
+}
+
+struct SevenMoments {
+  double hu[7];
+  explicit SevenMoments(const RawMoments& raw) { huMoments(raw, hu); }
+};
+static SevenMoments huOf(const RawMoments& raw) { return SevenMoments(raw); }
+
+// Exact where it fits 64 bits, an estimate where it does not.
+static Zor64s exactSpatialMoment(const Zor64s* m, int mOrd, int nOrd, ZorImgPoint offset, int scaleFactor)
+{
+  const auto wide = [](int by) { return static_cast<std::uint64_t>(static_cast<Zor64s>(by)); };
+  double magnitude = 0;
+  const double estimate = spatialMoment<double>(m, mOrd, nOrd, offset.x, offset.y, &magnitude);
+  if (std::fabs(estimate) + std::ldexp(magnitude, -45) >= 9223372036854775808.0)
+    return scaledInteger(estimate, scaleFactor);
+  // it fits, so that sums may wrap on the way
+  const auto exact = spatialMoment<std::uint64_t>(m, mOrd, nOrd, wide(offset.x), wide(offset.y));
+  return scaledInteger(static_cast<Zor64s>(exact), scaleFactor);
 }
 
 } // namespace
@@ -340,8 +300,8 @@ using namespace zori;
 
 ZorStatus zoriMomentInitAlloc_64f(ZorMomentState** ppState, ZorHint hint) { return newState(ppState, tag64f, hint); }
 ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint) { return newState(ppState, tag64s, hint); }
-ZorStatus zoriMomentFree_64f(ZorMomentState* pState) { return freeState(pState, tag64f); }
-ZorStatus zoriMomentFree_64s(ZorMomentState* pState) { return freeState(pState, tag64s); }
+ZorStatus zoriMomentFree_64f(ZorMomentState* pState) { return releaseRecord(pState, tag64f); }
+ZorStatus zoriMomentFree_64s(ZorMomentState* pState) { return releaseRecord(pState, tag64s); }
 ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint)
 {
   return pState ? initState(pState, tag64s, hint) : ZorErrNullPtr;
@@ -354,6 +314,70 @@ ZorStatus zoriMomentGetStateSize_64s(ZorHint, int* pSize)
   return ZorOk;
 }
 
+ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                   ZorImgPoint roiOffset, Zor64f* pValue)
+{
+  if (auto s = queryChecks(pState, pValue, tag64f, mOrd, nOrd, nChannel); s != ZorOk) return s;
+  *pValue = underRounding(Rounding::Nearest, [&] {
+    return spatialMoment<double>(pState->f[nChannel], mOrd, nOrd, roiOffset.x, roiOffset.y);
+  });
+  return ZorOk;
+}
+
+ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                   ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor)
+{
+  if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;
+  *pValue = underRounding(Rounding::Nearest,
+                          [&] { return exactSpatialMoment(pState->s[nChannel], mOrd, nOrd, roiOffset, scaleFactor); });
+  return ZorOk;
+}
+
+ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue)
+{
+  return derivedFloat(pState, mOrd, nOrd, nChannel, pValue, centralOf(mOrd, nOrd));
+}
+ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue,
+                                   int scaleFactor)
+{
+  return derivedInteger(pState, mOrd, nOrd, nChannel, pValue, scaleFactor, centralOf(mOrd, nOrd));
+}
+
+ZorStatus zoriGetNormalizedCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             Zor64f* pValue)
+{
+  return derivedFloat(pState, mOrd, nOrd, nChannel, pValue, normalisedCentralOf(mOrd, nOrd));
+}
+ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             Zor64s* pValue, int scaleFactor)
+{
+  return derivedInteger(pState, mOrd, nOrd, nChannel, pValue, scaleFactor, normalisedCentralOf(mOrd, nOrd));
+}
+
+ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             ZorImgPoint roiOffset, Zor64f* pValue)
+{
+  return derivedFloat(pState, mOrd, nOrd, nChannel, pValue, normalisedSpatialOf(mOrd, nOrd, roiOffset));
+}
+ZorStatus zoriGetNormalizedSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor)
+{
+  return derivedInteger(pState, mOrd, nOrd, nChannel, pValue, scaleFactor, normalisedSpatialOf(mOrd, nOrd, roiOffset));
+}
+
+ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7])
+{
+  return derived(pState, pHu, tag64f, 0, 0, nChannel, huOf,
+                 [=](const SevenMoments& m) { std::memcpy(pHu, m.hu, sizeof m.hu); });
+}
+
+ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64s pHu[7], int scaleFactor)
+{
+  return derived(pState, pHu, tag64s, 0, 0, nChannel, huOf, [=](const SevenMoments& m) {
+    for (int i = 0; i < 7; ++i) pHu[i] = scaledInteger(m.hu[i], scaleFactor);
+  });
+}
+
 // clang-format off
 #define STAMP(form, integer, type, layout)                                                                             \
   ZorStatus zoriMoments##form##_##type##_##layout##R(const Zor##type* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState)\
@@ -362,74 +386,3 @@ ZorStatus zoriMomentGetStateSize_64s(ZorHint, int* pSize)
 STAMPS(64f, false, 8u) STAMPS(64f, false, 16u) STAMPS(64f, false, 32f) STAMPS(64s, true, 8u) STAMPS(64s, true, 16u)
 #undef STAMPS
 #undef STAMP
-
-ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64f* pValue)
-{
-  if (auto s = queryChecks(pState, pValue, tag64f, mOrd, nOrd, nChannel); s != ZorOk) return s;
-  *pValue = spatialMoment<double>(pState->f[nChannel], mOrd, nOrd, roiOffset.x, roiOffset.y);
-  return ZorOk;
-}
-
-ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset,
-                                   Zor64s* pValue, int scaleFactor)
-{
-  if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;
-  const Zor64s* m = pState->s[nChannel];
-  const auto wide = [](int offset) { return static_cast<std::uint64_t>(static_cast<Zor64s>(offset)); };
-  double magnitude = 0;
-  const double estimate = spatialMoment<double>(m, mOrd, nOrd, roiOffset.x, roiOffset.y, &magnitude);
-  if (std::fabs(estimate) + std::ldexp(magnitude, -45) < 9223372036854775808.0) { // fits, so that sums may wrap on the way
-    const auto exact = spatialMoment<std::uint64_t>(m, mOrd, nOrd, wide(roiOffset.x), wide(roiOffset.y));
-    *pValue = scaledInteger(static_cast<Zor64s>(exact), scaleFactor);
-  } else {
-    *pValue = scaledInteger(estimate, scaleFactor);
-  }
-  return ZorOk;
-}
-
-// A query of one value: the checks, the test of the normalising moment, the value in double.
-#define STAMP(name, offset, value)                                                                                     \
-  ZorStatus zoriGet##name##_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64f* pValue)\
-  {                                                                                                                    \
-    if (auto s = queryChecks(pState, pValue, tag64f, mOrd, nOrd, nChannel); s != ZorOk) return s;                      \
-    const Raw raw(*pState, nChannel);                                                                                  \
-    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                   \
-    *pValue = value;                                                                                                   \
-    return ZorOk;                                                                                                      \
-  }                                                                                                                    \
-  ZorStatus zoriGet##name##_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, UNPACK offset Zor64s* pValue, int scaleFactor)\
-  {                                                                                                                    \
-    if (auto s = queryChecks(pState, pValue, tag64s, mOrd, nOrd, nChannel); s != ZorOk) return s;                      \
-    const Raw raw(*pState, nChannel);                                                                                  \
-    if (raw.vanishes()) return ZorErrMomentTooSmall;                                                                   \
-    *pValue = scaledInteger(value, scaleFactor);                                                                       \
-    return ZorOk;                                                                                                      \
-  }
-#define UNPACK(...) __VA_ARGS__
-STAMP(CentralMoment, (), centralMoment(raw, mOrd, nOrd))
-STAMP(NormalizedCentralMoment, (), centralMoment(raw, mOrd, nOrd) * raw.normaliser(mOrd, nOrd))
-STAMP(NormalizedSpatialMoment, (ZorImgPoint roiOffset, ),
-      spatialMoment<double>(raw.m, mOrd, nOrd, roiOffset.x, roiOffset.y) * raw.normaliser(mOrd, nOrd))
-#undef UNPACK
-#undef STAMP
-// clang-format on
-
-ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7])
-{
-  if (auto s = queryChecks(pState, pHu, tag64f, 0, 0, nChannel); s != ZorOk) return s;
-  const Raw raw(*pState, nChannel);
-  if (raw.vanishes()) return ZorErrMomentTooSmall;
-  huMoments(raw, pHu);
-  return ZorOk;
-}
-
-ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64s pHu[7], int scaleFactor)
-{
-  if (auto s = queryChecks(pState, pHu, tag64s, 0, 0, nChannel); s != ZorOk) return s;
-  const Raw raw(*pState, nChannel);
-  if (raw.vanishes()) return ZorErrMomentTooSmall;
-  double hu[7];
-  huMoments(raw, hu);
-  for (int i = 0; i < 7; ++i) pHu[i] = scaledInteger(hu[i], scaleFactor);
-  return ZorOk;
-}

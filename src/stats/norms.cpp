@@ -4,17 +4,9 @@
 // row in four lanes of single precision and the rows in double.
 //
 // A relative norm is formed in one of two ways, which differ in the last place and in what a vanishing denominator
-// leaves:
-//
-//   together   numerators and denominators in one pass; L2 is the root of the quotient of the sums of squares
-//   composed   the norm of the second image, then the norm of the difference, then the quotients
-//
-//               C1         C3                    C4, AC4
-//   8u          together   composed              composed, Inf together
-//   16u         together   together              together
-//   16s         together   L2 composed           L2 composed
-//   32f         together   composed              together, L1 and L2 composed when accurate
+// leaves; wayOf says which.
 #include "frame/checks.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
 
@@ -96,7 +88,7 @@ template <Norm N, class T, Layout L, int Images, bool IsAccurate>
 using Reducer = decltype(reducerOf<N, T, L, Images, IsAccurate>());
 
 // The difference of two images and the second image alone, in one pass.
-template <class Numerator, class Denominator> struct Quotient : IntegerReducer {
+template <class Numerator, class Denominator> struct NumeratorAndDenominator : IntegerReducer {
   static constexpr bool orderFree = Numerator::orderFree, repeats = false;
   static constexpr int groups = Numerator::groups;
   static constexpr std::ptrdiff_t capacity =
@@ -161,16 +153,58 @@ template <Norm N, Layout L, class... T> void norms(ZorImgSize roi, Zor64f* out, 
 
 inline bool vanishes(double denominator) { return denominator < DBL_MIN; }
 
-template <Norm N, class T, Layout L> constexpr bool isComposed(bool accurate)
+enum class Way {
+  Together, // numerators and denominators in one pass; L2 is the root of the quotient of the sums of squares
+  Composed, // the norm of the second image, then the norm of the difference, then the quotients
+};
+
+// What a vanishing denominator leaves in the results when they are formed together.
+enum class Left { Numerators, NotRooted, Nothing };
+
+// The ways of Inf, L1 and L2, of L1 and L2 in double, and what is left of Inf and of L2.
+struct RelativeRule {
+  Way inf, l1, l2, accurate;
+  Left leftOfInf, leftOfL2;
+};
+
+constexpr Way together = Way::Together, composed = Way::Composed;
+constexpr Left numerators = Left::Numerators, notRooted = Left::NotRooted, nothing = Left::Nothing;
+
+// clang-format off
+//                                                 Inf       L1        L2        accurate  left of Inf, of L2
+template <class T> constexpr RelativeRule relativeRules[] = {};
+template <> constexpr RelativeRule relativeRules<Zor8u>[] = {
+  /* C1      */                                  {together, together, together, together, numerators, numerators},
+  /* C3      */                                  {composed, composed, composed, composed, numerators, numerators},
+  /* C4, AC4 */                                  {together, composed, composed, composed, numerators, numerators}};
+template <> constexpr RelativeRule relativeRules<Zor16u>[] = {
+  /* C1      */                                  {together, together, together, together, numerators, numerators},
+  /* C3      */                                  {together, together, together, together, nothing,    notRooted},
+  /* C4, AC4 */                                  {together, together, together, together, nothing,    notRooted}};
+template <> constexpr RelativeRule relativeRules<Zor16s>[] = {
+  /* C1      */                                  {together, together, together, together, numerators, numerators},
+  /* C3      */                                  {together, together, composed, together, nothing,    numerators},
+  /* C4, AC4 */                                  {together, together, composed, together, nothing,    numerators}};
+template <> constexpr RelativeRule relativeRules<Zor32f>[] = {
+  /* C1      */                                  {together, together, together, together, numerators, numerators},
+  /* C3      */                                  {composed, composed, composed, composed, numerators, numerators},
+  /* C4, AC4 */                                  {together, together, together, composed, numerators, numerators}};
+// clang-format on
+
+template <class T, Layout L> constexpr RelativeRule relativeRule = relativeRules<T>[L == C1 ? 0 : L == C3 ? 1 : 2];
+
+// Only floats have a choice of sums, and only L1 and L2.
+template <Norm N, class T> constexpr bool hasAccurate = std::is_same_v<T, Zor32f>&& N != Norm::Inf;
+
+template <Norm N, class T, Layout L, bool IsAccurate> constexpr Way wayOf()
 {
-  if (L == C1 || std::is_same_v<T, Zor16u>) return false;
-  if (std::is_same_v<T, Zor16s>) return N == Norm::L2;
-  if (L == C3) return true;
-  return std::is_same_v<T, Zor8u> ? N != Norm::Inf : accurate && N != Norm::Inf;
+  constexpr RelativeRule rule = relativeRule<T, L>;
+  if (IsAccurate) return rule.accurate;
+  return N == Norm::Inf ? rule.inf : N == Norm::L1 ? rule.l1 : rule.l2;
 }
 
 template <Norm N, Layout L, class T>
-ZorStatus composedQuotients(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T> a, Rows<const T> b)
+ZorStatus quotientsComposed(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T> a, Rows<const T> b)
 {
   double denominators[processed<L>];
   norms<N, L>(roi, denominators, hint, b);
@@ -185,16 +219,16 @@ template <Norm N, Layout L, bool IsAccurate, class T>
 ZorStatus quotientsTogether(ZorImgSize roi, Zor64f* out, Rows<const T> a, Rows<const T> b)
 {
   constexpr int n = processed<L>;
-  constexpr bool isWord = sizeof(T) == 2, several = L != C1;
-  Quotient<Reducer<N, T, L, 2, IsAccurate>, Reducer<N, T, L, 1, IsAccurate>> reducers[n];
+  NumeratorAndDenominator<Reducer<N, T, L, 2, IsAccurate>, Reducer<N, T, L, 1, IsAccurate>> reducers[n];
   reduceRegion<L>(reducers, roi, a, b);
   bool anyVanishes = false;
   for (auto& r : reducers) anyVanishes = anyVanishes || vanishes(r.denominator.value());
   if (anyVanishes) {
-    constexpr bool leftUnwritten = N == Norm::Inf && isWord && several, unrooted = std::is_same_v<T, Zor16u> && several;
-    for (int k = 0; k < n && !leftUnwritten; ++k) {
+    constexpr RelativeRule rule = relativeRule<T, L>;
+    constexpr Left left = N == Norm::Inf ? rule.leftOfInf : N == Norm::L2 ? rule.leftOfL2 : Left::Numerators;
+    for (int k = 0; k < n && left != Left::Nothing; ++k) {
       const double numerator = reducers[k].numerator.value();
-      out[k] = N == Norm::L2 && !unrooted ? std::sqrt(numerator) : numerator;
+      out[k] = N == Norm::L2 && left != Left::NotRooted ? std::sqrt(numerator) : numerator;
     }
     return ZorWarnDivByZero;
   }
@@ -203,6 +237,13 @@ ZorStatus quotientsTogether(ZorImgSize roi, Zor64f* out, Rows<const T> a, Rows<c
     out[k] = N == Norm::L2 ? std::sqrt(quotient) : quotient;
   }
   return ZorOk;
+}
+
+template <Norm N, Layout L, bool IsAccurate, class T>
+ZorStatus quotients(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T> a, Rows<const T> b)
+{
+  if constexpr (wayOf<N, T, L, IsAccurate>() == Way::Composed) return quotientsComposed<N, L>(roi, out, hint, a, b);
+  else return quotientsTogether<N, L, IsAccurate>(roi, out, a, b);
 }
 
 // ---- The functions ----
@@ -220,7 +261,7 @@ ZorStatus normRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* nor
   if constexpr (N == Norm::L1 && std::is_same_v<T, Zor16u>)
     if (auto s = positive(srcStep); s != ZorOk) return s;
   if (auto s = normChecks<T>(roiSize, positive(srcStep), pSrc, norm); s != ZorOk) return s;
-  norms<N, L>(roiSize, norm, hint, Rows{pSrc, srcStep});
+  underRounding(Rounding::Nearest, [&] { norms<N, L>(roiSize, norm, hint, Rows{pSrc, srcStep}); });
   return ZorOk;
 }
 
@@ -229,7 +270,9 @@ ZorStatus normDiffRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
                          ZorHint hint = ZorHintNone)
 {
   if (auto s = normChecks<T>(roiSize, positive(src1Step, src2Step), pSrc1, pSrc2, norm); s != ZorOk) return s;
-  norms<N, L>(roiSize, norm, hint, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
+  underRounding(Rounding::Nearest, [&] {
+    norms<N, L>(roiSize, norm, hint, Rows{pSrc1, src1Step}, Rows{pSrc2, src2Step});
+  });
   return ZorOk;
 }
 
@@ -239,12 +282,11 @@ ZorStatus normRelRegion(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
 {
   if (auto s = normChecks<T>(roiSize, positive(src1Step, src2Step), pSrc1, pSrc2, norm); s != ZorOk) return s;
   const Rows a{pSrc1, src1Step}, b{pSrc2, src2Step};
-  const bool accurate = hint == ZorHintAccurate;
-  if (isComposed<N, T, L>(accurate)) return composedQuotients<N, L>(roiSize, norm, hint, a, b);
-  if constexpr (std::is_same_v<T, Zor32f> && N != Norm::Inf && L == C1)
-    if (accurate) return quotientsTogether<N, L, true>(roiSize, norm, a, b);
-  if constexpr (!isComposed<N, T, L>(false)) return quotientsTogether<N, L, false>(roiSize, norm, a, b);
-  return ZorOk;
+  return underRounding(Rounding::Nearest, [&] {
+    if constexpr (hasAccurate<N, T>)
+      if (hint == ZorHintAccurate) return quotients<N, L, true>(roiSize, norm, hint, a, b);
+    return quotients<N, L, false>(roiSize, norm, hint, a, b);
+  });
 }
 
 } // namespace

@@ -33,16 +33,15 @@ static void addProducts(CentredSums& sums, const Zor32f* a, const Zor32f* b, int
     }
 }
 
-inline void toFloats(const Zor8u* from, Zor32f* to, int n) { zorsConvert_8u32f(from, to, n); }
-inline void toFloats(const Zor16u* from, Zor32f* to, int n) { zorsConvert_16u32f(from, to, n); }
-inline void toFloats(const Zor32f* from, Zor32f* to, int n)
+template <class T> void toFloats(const T* from, Zor32f* to, int n)
 {
-  std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(Zor32f));
+  if constexpr (std::is_same_v<T, Zor32f>) std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(Zor32f));
+  else convertRow(from, to, n);
 }
 
 template <class T>
-[[gnu::noinline]] void sumRow(CentredSums& sums, const T* row1, const T* row2, std::ptrdiff_t length,
-                              const Zor32f* mean1, const Zor32f* mean2)
+ZORI_ONE_COPY void sumRow(CentredSums& sums, const T* row1, const T* row2, std::ptrdiff_t length, const Zor32f* mean1,
+                          const Zor32f* mean2)
 {
   alignas(16) Zor32f a[chunkElements], b[chunkElements];
   for (std::ptrdiff_t i = 0; i < length; i += chunkElements) {
@@ -93,10 +92,12 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
   staticRows(team, Rounding::Nearest, 2,
              [&](int i) { mean(i == 0 ? pSrc1 : pSrc2, i == 0 ? src1Step : src2Step, roiSize, means[i]); });
   Zor32f mean1[lanesInTurn], mean2[lanesInTurn];
-  for (int i = 0; i < lanesInTurn; ++i) { // the alpha of AC4 goes along and is never looked at
-    mean1[i] = i % channels<L> < n ? static_cast<Zor32f>(means[0][i % channels<L>]) : 0.0f;
-    mean2[i] = i % channels<L> < n ? static_cast<Zor32f>(means[1][i % channels<L>]) : 0.0f;
-  }
+  underRounding(Rounding::Nearest, [&] {
+    for (int i = 0; i < lanesInTurn; ++i) { // the alpha of AC4 goes along and is never looked at
+      mean1[i] = i % channels<L> < n ? static_cast<Zor32f>(means[0][i % channels<L>]) : 0.0f;
+      mean2[i] = i % channels<L> < n ? static_cast<Zor32f>(means[1][i % channels<L>]) : 0.0f;
+    }
+  });
 
   const auto firstRow = [=](int strip) {
     return static_cast<int>(static_cast<long long>(roiSize.height) * strip / strips);
@@ -114,24 +115,27 @@ ZorStatus qualityIndex(const T* pSrc1, int src1Step, const T* pSrc2, int src2Ste
     }
   });
 
-  ZorStatus status = ZorOk;
-  for (int k = 0; k < n; ++k) {
-    Zor32f s11 = 0, s12 = 0, s22 = 0;
-    for (int i = 0; i < strips; ++i) {
-      s11 += partials[i][k];
-      s12 += partials[i][n + k];
-      s22 += partials[i][2 * n + k];
+  const auto index = [&] {
+    ZorStatus status = ZorOk;
+    for (int k = 0; k < n; ++k) {
+      Zor32f s11 = 0, s12 = 0, s22 = 0;
+      for (int i = 0; i < strips; ++i) {
+        s11 += partials[i][k];
+        s12 += partials[i][n + k];
+        s22 += partials[i][2 * n + k];
+      }
+      const double m1 = means[0][k], m2 = means[1][k];
+      const double denominator = static_cast<double>(s11 + s22) * (m1 * m1 + m2 * m2);
+      if (denominator >= 1.1920928955078125e-07) {
+        pQualityIndex[k] = static_cast<Zor32f>(static_cast<double>(s12 * 4.0f) * m1 * m2 / denominator);
+      } else {
+        pQualityIndex[k] = std::numeric_limits<Zor32f>::quiet_NaN();
+        status = ZorErrQualitySize;
+      }
     }
-    const double m1 = means[0][k], m2 = means[1][k];
-    const double denominator = static_cast<double>(s11 + s22) * (m1 * m1 + m2 * m2);
-    if (denominator >= 1.1920928955078125e-07) {
-      pQualityIndex[k] = static_cast<Zor32f>(static_cast<double>(s12 * 4.0f) * m1 * m2 / denominator);
-    } else {
-      pQualityIndex[k] = std::numeric_limits<Zor32f>::quiet_NaN();
-      status = ZorErrQualitySize;
-    }
-  }
-  return status;
+    return status;
+  };
+  return underRounding(Rounding::Nearest, index);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // Integers are summed exactly. Floats go one of two ways by the hint: in double (accurate), or rows in single precision
 // and their totals in double. The mean divides in C1 and multiplies by the reciprocal elsewhere.
 #include "frame/checks.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
 
@@ -16,28 +17,34 @@ template <class R, Layout L, class T> void sumWith(Rows<const T> src, ZorImgSize
   for (int k = 0; k < processed<L>; ++k) sum[k] = reducers[k].value();
 }
 
+template <class T, Layout L> void sumImage(Rows<const T> src, ZorImgSize roi, Zor64f* sum, ZorHint hint)
+{
+  if constexpr (!std::is_same_v<T, Zor32f>) sumWith<IntegerSum<T>, L>(src, roi, sum);
+  else if (hint == ZorHintAccurate) sumWith<AccurateSumOf<L>, L>(src, roi, sum);
+  else sumWith<FastSum, L>(src, roi, sum);
+}
+
 template <class T, Layout L>
 ZorStatus sumRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* sum, ZorHint hint = ZorHintNone)
 {
   if (auto s = firstFailure(nonNull(pSrc, sum), nonEmpty(roiSize)); s != ZorOk) return s;
-  const Rows src{pSrc, srcStep};
-  if constexpr (!std::is_same_v<T, Zor32f>) sumWith<IntegerSum<T>, L>(src, roiSize, sum);
-  else if (hint == ZorHintAccurate) sumWith<AccurateSumOf<L>, L>(src, roiSize, sum);
-  else sumWith<FastSum, L>(src, roiSize, sum);
+  underRounding(Rounding::Nearest, [&] { sumImage<T, L>({pSrc, srcStep}, roiSize, sum, hint); });
   return ZorOk;
 }
 
 template <class T, Layout L>
 ZorStatus meanRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* mean, ZorHint hint = ZorHintNone)
 {
-  if (!mean) return ZorErrNullPtr;
-  if (auto s = sumRegion<T, L>(pSrc, srcStep, roiSize, mean, hint); s != ZorOk) return s;
-  const double pixels = static_cast<double>(static_cast<long long>(roiSize.width) * roiSize.height);
-  if constexpr (L == C1) *mean /= pixels;
-  else {
-    const double reciprocal = 1.0 / pixels;
-    for (int k = 0; k < processed<L>; ++k) mean[k] *= reciprocal;
-  }
+  if (auto s = firstFailure(nonNull(pSrc, mean), nonEmpty(roiSize)); s != ZorOk) return s;
+  underRounding(Rounding::Nearest, [&] {
+    sumImage<T, L>({pSrc, srcStep}, roiSize, mean, hint);
+    const double pixels = static_cast<double>(static_cast<long long>(roiSize.width) * roiSize.height);
+    if constexpr (L == C1) *mean /= pixels;
+    else {
+      const double reciprocal = 1.0 / pixels;
+      for (int k = 0; k < processed<L>; ++k) mean[k] *= reciprocal;
+    }
+  });
   return ZorOk;
 }
 

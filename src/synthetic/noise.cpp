@@ -91,17 +91,18 @@ template <class T> inline T noisy(T sample, double noise)
 }
 
 template <Layout L, class Source, class T>
-ZorStatus owniAddRand_Direct(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
+ZorStatus addNoise(T* pSrcDst, int srcDstStep, ZorImgSize roiSize, T parameter1, T parameter2, Zor32u* pSeed)
 {
   if (auto s = firstFailure(nonNull(pSrcDst, pSeed), nonEmpty(roiSize), positive(srcDstStep)); s != ZorOk) return s;
-  const RoundingScope rounding(Rounding::Nearest);
-  Source noise(*pSeed, static_cast<double>(parameter1), static_cast<double>(parameter2));
-  for (int y = 0; y < roiSize.height; ++y) {
-    T* p = rowAt(pSrcDst, srcDstStep, y);
-    for (int x = 0; x < roiSize.width; ++x, p += channels<L>)
-      for (int k = 0; k < processed<L>; ++k) put(p + k, noisy(get<T>(p + k), noise()));
-  }
-  *pSeed = noise.state();
+  underRounding(Rounding::Nearest, [=] {
+    Source noise(*pSeed, static_cast<double>(parameter1), static_cast<double>(parameter2));
+    for (int y = 0; y < roiSize.height; ++y) {
+      T* p = rowAt(pSrcDst, srcDstStep, y);
+      for (int x = 0; x < roiSize.width; ++x, p += channels<L>)
+        for (int k = 0; k < processed<L>; ++k) put(p + k, noisy(get<T>(p + k), noise()));
+    }
+    *pSeed = noise.state();
+  });
   return ZorOk;
 }
 
@@ -114,10 +115,10 @@ using namespace zori;
 #define STAMP(type, layout)                                                                                         \
   ZorStatus zoriAddRandUniform_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize, \
                                                             Zor##type low, Zor##type high, Zor32u* pSeed)           \
-  { return owniAddRand_Direct<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                   \
+  { return addNoise<layout, Uniform>(pSrcDst, srcDstStep, roiSize, low, high, pSeed); }                   \
   ZorStatus zoriAddRandGauss_Direct_##type##_##layout##IR(Zor##type* pSrcDst, int srcDstStep, ZorImgSize roiSize,   \
                                                           Zor##type mean, Zor##type stdDev, Zor32u* pSeed)          \
-  { return owniAddRand_Direct<layout, Gauss>(pSrcDst, srcDstStep, roiSize, mean, stdDev, pSeed); }
+  { return addNoise<layout, Gauss>(pSrcDst, srcDstStep, roiSize, mean, stdDev, pSeed); }
 #define STAMPS(type) STAMP(type, C1) STAMP(type, C3) STAMP(type, C4) STAMP(type, AC4)
 STAMPS(8u) STAMPS(16u) STAMPS(16s) STAMPS(32f)
 #undef STAMPS

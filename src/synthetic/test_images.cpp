@@ -2,6 +2,7 @@
 // the radial test pattern and linear ramps.
 #include "frame/checks.h"
 #include "frame/layout.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/simd.h"
 #include "zori/synthetic.h"
 
@@ -17,7 +18,7 @@ template <Layout L, class T> inline void putPixel(T* row, int x, T sample)
   for (int k = 0; k < processed<L>; ++k) put(row + static_cast<std::ptrdiff_t>(x) * channels<L> + k, sample);
 }
 
-template <Layout L, class T> void copyRow(const T* from, T* to, int width)
+template <Layout L, class T> void copyPixels(const T* from, T* to, int width)
 {
   for (int x = 0; x < width; ++x)
     for (int k = 0; k < processed<L>; ++k) {
@@ -36,9 +37,8 @@ template <class T> T jaehneSample(double v)
   else return static_cast<T>(v * (static_cast<double>(std::numeric_limits<T>::max()) + 0.99999));
 }
 
-template <class T, Layout L> ZorStatus imageJaehne(T* pDst, int dstStep, ZorImgSize roiSize)
+template <class T, Layout L> void drawJaehne(T* pDst, int dstStep, ZorImgSize roiSize)
 {
-  if (auto s = firstFailure(nonNull(pDst), positive(dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
   const int width = roiSize.width, height = roiSize.height;
   const double x0 = (width - 1) * 0.5, y0 = (height - 1) * 0.5, divisor = 4.0 * height;
   // distances are exact and the pattern symmetric: a quarter is computed, the rest mirrored
@@ -51,8 +51,14 @@ template <class T, Layout L> ZorStatus imageJaehne(T* pDst, int dstStep, ZorImgS
       putPixel<L>(row, x, sample);
       putPixel<L>(row, width - 1 - x, sample);
     }
-    if (y != height - 1 - y) copyRow<L>(row, rowAt(pDst, dstStep, height - 1 - y), width);
+    if (y != height - 1 - y) copyPixels<L>(row, rowAt(pDst, dstStep, height - 1 - y), width);
   }
+}
+
+template <class T, Layout L> ZorStatus imageJaehne(T* pDst, int dstStep, ZorImgSize roiSize)
+{
+  if (auto s = firstFailure(nonNull(pDst), positive(dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  underRounding(Rounding::Nearest, [=] { drawJaehne<T, L>(pDst, dstStep, roiSize); });
   return ZorOk;
 }
 
@@ -75,13 +81,12 @@ template <class T> T rampSample(Zor32f v)
 }
 
 template <class T, Layout L>
-ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis)
+void drawRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis)
 {
-  if (auto s = firstFailure(nonNull(pDst), positive(dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
   for (int y = 0; y < roiSize.height; ++y) {
     T* row = rowAt(pDst, dstStep, y);
     if (static_cast<int>(axis) == ZorRampAlongX && y > 0) {
-      copyRow<L>(static_cast<const T*>(pDst), row, roiSize.width);
+      copyPixels<L>(static_cast<const T*>(pDst), row, roiSize.width);
       continue;
     }
     for (int x = 0; x < roiSize.width; ++x) {
@@ -92,6 +97,13 @@ ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor
       putPixel<L>(row, x, rampSample<T>(position * slope + offset));
     }
   }
+}
+
+template <class T, Layout L>
+ZorStatus imageRamp(T* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis)
+{
+  if (auto s = firstFailure(nonNull(pDst), positive(dstStep), nonEmpty(roiSize)); s != ZorOk) return s;
+  underRounding(Rounding::Nearest, [=] { drawRamp<T, L>(pDst, dstStep, roiSize, offset, slope, axis); });
   return ZorOk;
 }
 

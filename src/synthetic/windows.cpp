@@ -75,12 +75,13 @@ template <Window W, class T> ZorStatus separable(const T* pSrc, int srcStep, T* 
   Scratch<Zor32f> windows(static_cast<long long>(roiSize.width) + roiSize.height);
   if (!windows) return ZorErrAlloc;
   Zor32f *const row = windows.get(), *const column = row + roiSize.width;
-  fillWindow<W>(row, roiSize.width);
-  fillWindow<W>(column, roiSize.height);
-  const RoundingScope nearest(Rounding::Nearest);
-  for (int y = 0; y < roiSize.height; ++y)
-    mapGroups(rowAt(pDst, dstStep, y), roiSize.width, Taper<T>{column[y]}, rowAt(pSrc, srcStep, y),
-              static_cast<const Zor32f*>(row));
+  underRounding(Rounding::Nearest, [=] {
+    fillWindow<W>(row, roiSize.width);
+    fillWindow<W>(column, roiSize.height);
+    for (int y = 0; y < roiSize.height; ++y)
+      mapGroups(rowAt(pDst, dstStep, y), roiSize.width, Taper<T>{column[y]}, rowAt(pSrc, srcStep, y),
+                static_cast<const Zor32f*>(row));
+  });
   return ZorOk;
 }
 
@@ -89,16 +90,17 @@ template <Window W, class T> ZorStatus radial(const T* pSrc, int srcStep, T* pDs
   if (auto s = windowChecks(pSrc, srcStep, pDst, dstStep, roiSize); s != ZorOk) return s;
   Scratch<Zor32f> row(roiSize.width);
   if (!row) return ZorErrAlloc;
-  const RoundingScope nearest(Rounding::Nearest);
-  for (int y = 0; y <= (roiSize.height - 1) / 2; ++y) {
-    fillRadialRow<W>(row.get(), y, roiSize);
-    const int mirrored = roiSize.height - 1 - y;
-    for (int line = y;; line = mirrored) {
-      mapGroups(rowAt(pDst, dstStep, line), roiSize.width, Taper<T>{1.0f}, rowAt(pSrc, srcStep, line),
-                static_cast<const Zor32f*>(row.get()));
-      if (line == mirrored) break;
+  underRounding(Rounding::Nearest, [&] {
+    for (int y = 0; y <= (roiSize.height - 1) / 2; ++y) {
+      fillRadialRow<W>(row.get(), y, roiSize);
+      const int mirrored = roiSize.height - 1 - y;
+      for (int line = y;; line = mirrored) {
+        mapGroups(rowAt(pDst, dstStep, line), roiSize.width, Taper<T>{1.0f}, rowAt(pSrc, srcStep, line),
+                  static_cast<const Zor32f*>(row.get()));
+        if (line == mirrored) break;
+      }
     }
-  }
+  });
   return ZorOk;
 }
 

@@ -172,8 +172,10 @@ TEST(Shift, EveryTypeAndCount)
 {
   SHIFT(LShiftC, 8u, shiftedLeft)
   SHIFT(LShiftC, 16u, shiftedLeft)
-  SHIFT(LShiftC, 32s, shiftedLeft) SHIFT(RShiftC, 8u, shiftedRight) SHIFT(RShiftC, 8s, shiftedRight)
-    SHIFT(RShiftC, 16u, shiftedRight) SHIFT(RShiftC, 16s, shiftedRight) SHIFT(RShiftC, 32s, shiftedRight)
+  SHIFT(LShiftC, 32s, shiftedLeft)
+  SHIFT(RShiftC, 8u, shiftedRight)
+  SHIFT(RShiftC, 8s, shiftedRight)
+  SHIFT(RShiftC, 16u, shiftedRight) SHIFT(RShiftC, 16s, shiftedRight) SHIFT(RShiftC, 32s, shiftedRight)
 }
 
 } // namespace

@@ -60,9 +60,11 @@ std::vector<Case> cases(const Zor8u* constant)
 #define CASES(type)                                                                                                    \
   CONSTANT(type, C1, 1, 1, *)                                                                                          \
   CONSTANT(type, C3, 3, 3, )                                                                                           \
-  CONSTANT(type, C4, 4, 4, ) CONSTANT(type, AC4, 4, 3, ) COPIED(Replicate, Replicate, type, C1, 1, 1)                  \
-    COPIED(Replicate, Replicate, type, C3, 3, 3) COPIED(Replicate, Replicate, type, C4, 4, 4)                          \
-      COPIED(Replicate, Replicate, type, AC4, 4, 3)
+  CONSTANT(type, C4, 4, 4, )                                                                                           \
+  CONSTANT(type, AC4, 4, 3, )                                                                                          \
+  COPIED(Replicate, Replicate, type, C1, 1, 1)                                                                         \
+  COPIED(Replicate, Replicate, type, C3, 3, 3)                                                                         \
+  COPIED(Replicate, Replicate, type, C4, 4, 4) COPIED(Replicate, Replicate, type, AC4, 4, 3)
   CASES(8u) CASES(16u) CASES(16s) CASES(32s) COPIED(Wrap, Wrap, 32s, C1, 1, 1) return all;
 }
 

@@ -56,12 +56,20 @@ std::vector<Case> cases()
 #define ALL(type)                                                                                                      \
   SAME(type, C1, 1, 0)                                                                                                 \
   SAME(type, C3, 3, 0, 1, 2)                                                                                           \
-  SAME(type, C4, 4, 0, 1, 2, 3) SAME(type, AC4, 4, 0, 1, 2, -1) ACROSS(type, C3AC4, 1, 3, 1, 4, 0, 1, 2, -1)           \
-    ACROSS(type, AC4C3, 1, 4, 1, 3, 0, 1, 2) ACROSS(type, C3P3, 1, 3, 3, 1, 0, 1, 2)                                   \
-      ACROSS(type, C4P4, 1, 4, 4, 1, 0, 1, 2, 3) ACROSS(type, P3C3, 3, 1, 1, 3, 0, 1, 2)                               \
-        ACROSS(type, P4C4, 4, 1, 1, 4, 0, 1, 2, 3) CHANNEL(type, C3C1, 3, 1, 0, 0) CHANNEL(type, C3C1, 3, 1, 2, 0)     \
-          CHANNEL(type, C4C1, 4, 1, 1, 0) CHANNEL(type, C4C1, 4, 1, 3, 0) CHANNEL(type, C1C3, 1, 3, 0, 1)              \
-            CHANNEL(type, C1C4, 1, 4, 0, 3) CHANNEL(type, C3C, 3, 3, 2, 0) CHANNEL(type, C4C, 4, 4, 1, 3)
+  SAME(type, C4, 4, 0, 1, 2, 3)                                                                                        \
+  SAME(type, AC4, 4, 0, 1, 2, -1)                                                                                      \
+  ACROSS(type, C3AC4, 1, 3, 1, 4, 0, 1, 2, -1)                                                                         \
+  ACROSS(type, AC4C3, 1, 4, 1, 3, 0, 1, 2)                                                                             \
+  ACROSS(type, C3P3, 1, 3, 3, 1, 0, 1, 2)                                                                              \
+  ACROSS(type, C4P4, 1, 4, 4, 1, 0, 1, 2, 3)                                                                           \
+  ACROSS(type, P3C3, 3, 1, 1, 3, 0, 1, 2)                                                                              \
+  ACROSS(type, P4C4, 4, 1, 1, 4, 0, 1, 2, 3)                                                                           \
+  CHANNEL(type, C3C1, 3, 1, 0, 0)                                                                                      \
+  CHANNEL(type, C3C1, 3, 1, 2, 0)                                                                                      \
+  CHANNEL(type, C4C1, 4, 1, 1, 0)                                                                                      \
+  CHANNEL(type, C4C1, 4, 1, 3, 0)                                                                                      \
+  CHANNEL(type, C1C3, 1, 3, 0, 1)                                                                                      \
+  CHANNEL(type, C1C4, 1, 4, 0, 3) CHANNEL(type, C3C, 3, 3, 2, 0) CHANNEL(type, C4C, 4, 4, 1, 3)
   ALL(8u) ALL(16u) ALL(16s) ALL(32s) ALL(32f) all.push_back({"Dup", 1, 1, 1, 1, 3, {0, 0, 0}, call(zoriDup_8u_C1C3R)});
   for (int flags : {0, 1, 2, -1})
     all.push_back({"Managed" + std::to_string(flags), 1, 1, 1, 1, 1, {0}, [flags](const Operands& o) {

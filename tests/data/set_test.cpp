@@ -57,9 +57,12 @@ std::vector<Case> cases()
 #define ALL(type)                                                                                                      \
   ONE(type, C1R, 1, 0, 1, false)                                                                                       \
   ONE(type, C3R, 3, 0, 3, false)                                                                                       \
-  ONE(type, C4R, 4, 0, 4, false) ONE(type, AC4R, 4, 0, 3, false) ONE(type, C1MR, 1, 0, 1, true)                        \
-    ONE(type, C3MR, 3, 0, 3, true) ONE(type, C4MR, 4, 0, 4, true) ONE(type, AC4MR, 4, 0, 3, true)                      \
-      ONE(type, C3CR, 3, 1, 1, false) ONE(type, C4CR, 4, 3, 1, false)
+  ONE(type, C4R, 4, 0, 4, false)                                                                                       \
+  ONE(type, AC4R, 4, 0, 3, false)                                                                                      \
+  ONE(type, C1MR, 1, 0, 1, true)                                                                                       \
+  ONE(type, C3MR, 3, 0, 3, true)                                                                                       \
+  ONE(type, C4MR, 4, 0, 4, true)                                                                                       \
+  ONE(type, AC4MR, 4, 0, 3, true) ONE(type, C3CR, 3, 1, 1, false) ONE(type, C4CR, 4, 3, 1, false)
   ALL(8u) ALL(16u) ALL(16s) ALL(32s) ALL(32f) return all;
 }
 

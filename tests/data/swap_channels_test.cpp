@@ -21,10 +21,12 @@ template <class T> struct Functions;
   };
 TABLE(8u)
 TABLE(16u)
-TABLE(16s) TABLE(32s) TABLE(32f)
+TABLE(16s)
+TABLE(32s)
+TABLE(32f)
 
-  // All orders of n entries out of the given ones.
-  std::vector<std::vector<int>> orders(int n, const std::vector<int>& entries)
+// All orders of n entries out of the given ones.
+std::vector<std::vector<int>> orders(int n, const std::vector<int>& entries)
 {
   std::vector<std::vector<int>> all = {{}};
   for (int k = 0; k < n; ++k) {

@@ -84,10 +84,14 @@ void check(const char* name, int channels, int compared, bool constant, Call cal
 
 TEST(Compare, Bytes)
 CHECK_TYPE(8u)
-TEST(Compare, UnsignedWords) CHECK_TYPE(16u) TEST(Compare, SignedWords) CHECK_TYPE(16s) TEST(Compare, FloatsWithNan)
-  CHECK_TYPE(32f)
+TEST(Compare, UnsignedWords)
+CHECK_TYPE(16u)
+TEST(Compare, SignedWords)
+CHECK_TYPE(16s)
+TEST(Compare, FloatsWithNan)
+CHECK_TYPE(32f)
 
-    TEST(Compare, WithinATolerance)
+TEST(Compare, WithinATolerance)
 {
   for (float eps : {0.0f, 0.25f, 1.0f, -0.0f, INFINITY, NAN}) {
     const auto rule = [=](float a, float b) { return std::fabs(a - b) <= eps; };

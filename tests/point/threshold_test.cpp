@@ -111,10 +111,14 @@ void check(const char* name, int channels, bool keepsFourth, R region, I inPlace
 
 TEST(Threshold, Bytes)
 CHECK_TYPE(8u)
-TEST(Threshold, UnsignedWords) CHECK_TYPE(16u) TEST(Threshold, SignedWords) CHECK_TYPE(16s)
-  TEST(Threshold, FloatsWithNan) CHECK_TYPE(32f)
+TEST(Threshold, UnsignedWords)
+CHECK_TYPE(16u)
+TEST(Threshold, SignedWords)
+CHECK_TYPE(16s)
+TEST(Threshold, FloatsWithNan)
+CHECK_TYPE(32f)
 
-    TEST(Threshold, OrderOfChecks)
+TEST(Threshold, OrderOfChecks)
 {
   Zor8u x[12] = {}, t[3] = {9, 9, 9}, lower[3] = {1, 1, 10};
   EXPECT_EQ(zoriThreshold_8u_C1R(nullptr, 1, x, 1, {1, 1}, 5, static_cast<ZorCmpOp>(2)), ZorErrNullPtr);

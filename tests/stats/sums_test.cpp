@@ -154,10 +154,14 @@ void extrema(Shape shape, Min least, Max greatest, MinMax both, MinIndx leastAt,
 
 TEST(Extrema, Bytes)
 EXTREMA_TYPE(8u)
-TEST(Extrema, UnsignedWords) EXTREMA_TYPE(16u) TEST(Extrema, SignedWords) EXTREMA_TYPE(16s) TEST(Extrema, Floats)
-  EXTREMA_TYPE(32f)
+TEST(Extrema, UnsignedWords)
+EXTREMA_TYPE(16u)
+TEST(Extrema, SignedWords)
+EXTREMA_TYPE(16s)
+TEST(Extrema, Floats)
+EXTREMA_TYPE(32f)
 
-    TEST(Extrema, OnlyInfinities)
+TEST(Extrema, OnlyInfinities)
 {
   const float x[6] = {-INFINITY, -INFINITY, -INFINITY, -INFINITY, -INFINITY, -INFINITY};
   float value = 0;

@@ -125,12 +125,12 @@ struct Walk {
 
   template <class D, class Row, class... S> void operator()(Row row, Rows<D> dst, Rows<const S>... src) const
   {
-    const auto walk = [=](TeamRule rule, const RowRun& run) {
-      const std::ptrdiff_t length = run.length;
-      staticRows(rule, Rounding::Callers, run.height, [=](int y) { row(length, dst[y], src[y]...); });
-    };
-    if (team.threads(roi.height) == 1) walk(TeamRule::alone(), RowRun(roi, parts, sizeof(D), dst.step, src.step...));
-    else walk(team, RowRun::separate(roi, parts));
+    const int pixelBytes = parts * static_cast<int>(sizeof(D));
+    const bool alone = team.threads(roi.height) == 1;
+    const ZorImgSize rows = alone ? joinedRows(roi, Pitch{pixelBytes, dst.step}, Pitch{pixelBytes, src.step}...) : roi;
+    const std::ptrdiff_t length = elementsOf(rows.width, parts);
+    staticRows(alone ? TeamRule::alone() : team, Rounding::Callers, rows.height,
+               [=](int y) { row(length, dst[y], src[y]...); });
   }
 };
 
@@ -146,14 +146,14 @@ template <class T> Walk walkOf(ZorImgSize roi, int channels, int dstStep, bool m
 
 // One walk serves all kernels of a type of parts.
 template <class T>
-[[gnu::noinline]] void walkImages(Walk walk, ImageKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> a,
-                                  Rows<const T> b)
+ZORI_ONE_COPY void walkImages(Walk walk, ImageKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> a,
+                              Rows<const T> b)
 {
   walk([=](std::ptrdiff_t length, T* d, const T* x, const T* y) { kernel(d, length, shift, x, y); }, dst, a, b);
 }
 template <class T>
-[[gnu::noinline]] void walkConstant(Walk walk, ConstantKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> src,
-                                    const Pattern<T>& constant)
+ZORI_ONE_COPY void walkConstant(Walk walk, ConstantKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> src,
+                                const Pattern<T>& constant)
 {
   walk([=, &constant](std::ptrdiff_t length, T* d, const T* x) { kernel(d, length, shift, x, constant); }, dst, src);
 }
@@ -178,8 +178,8 @@ template <class T, Layout L> ZorStatus zeroImage(T* pDst, int dstStep, ZorImgSiz
 // ---- Two images ----
 
 template <template <class> class Operation, class T, Layout L>
-[[gnu::noinline]] ZorStatus scaledImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst,
-                                         int dstStep, ZorImgSize roiSize, int scaleFactor)
+ZORI_ONE_COPY ZorStatus scaledImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                                     ZorImgSize roiSize, int scaleFactor)
 {
   ZorStatus s;
   if constexpr (isComplex<T>)
@@ -205,8 +205,8 @@ template <template <class> class Operation, class T, Layout L>
 // ---- An image and a constant ----
 
 template <template <class> class Operation, class T, Layout L>
-[[gnu::noinline]] ZorStatus scaledConstant(const T* pSrc, int srcStep, const T* value, T* pDst, int dstStep,
-                                           ZorImgSize roiSize, int scaleFactor)
+ZORI_ONE_COPY ZorStatus scaledConstant(const T* pSrc, int srcStep, const T* value, T* pDst, int dstStep,
+                                       ZorImgSize roiSize, int scaleFactor)
 {
   if (auto s = firstFailure(nonNull(pSrc, value, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if constexpr (isComplex<T>)
