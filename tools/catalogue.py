@@ -1,8 +1,14 @@
-"""The catalogue of the library's functions: reads api/*.txt into families and functions (format: api/README.md)."""
+"""The catalogue of the library's functions: reads api/*.txt into families and functions (format: api/README.md).
+
+What is read twice, what serves no function and what contradicts itself is refused with file and line; facts.py reads
+what is known of a function beyond its arguments.
+"""
 import fnmatch
 import itertools
 import pathlib
 import re
+
+import facts
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
@@ -26,14 +32,22 @@ _LAYOUT = "AC1|AC4|AP4|A0C4|C[1-4]|P[2-4]"
 _NAME = re.compile(rf"(?:.*?_({_TYPE})({_TYPE})?)?(?:_({_LAYOUT})({_LAYOUT})?(I?M?C?R?)(Sfs)?)?$")
 _IMAGE = re.compile(r"(src\d?|dst|srcDst|mask)(?::(\w+))?(?:\(([^)]*)\))?(?:@(\S+))?$")
 _CTYPE = re.compile(r"(const )?([A-Za-z]\w*(?: int)?)((?: ?\*(?: ?const)?)*)((?:\[\w+\])*)$")
-_VALUE = re.compile(r"-?\d+(\.\d*)?(e-?\d+)?$|nan$|-?inf$|null$|bad$")
-ROLES = "param in out size step buffer record value".split()
-EXEMPTIONS = "alpha threads alignment steps inplace allocation".split()
-KEYS = "family title args checks example range record release returns exempt built sweep text".split()
+ROLES = "param in out inout size step bits buffer record value".split()
+ONCE = "title returns built sweep text".split()  # keys that a family tells once, for all its functions
+KEYS = ("family args checks example range record bytes release alias status team rounding exempt".split()) + ONCE
 
 
 class CatalogueError(Exception):
     """A fault in a catalogue file; the text starts with file:line."""
+
+
+def _declared():
+    """Types that the shared header declares."""
+    header = (ROOT / "include/zori/types.h").read_text()
+    return set(re.findall(r"^(?:typedef .*?|} )(\w+);", header, re.M))
+
+
+DECLARED = _declared()
 
 
 def fault_at(path, line, fault):
@@ -50,15 +64,6 @@ def split_outside_braces(text, separator=","):
     return re.split(separator + r"(?![^{]*\})", text)
 
 
-def numbers(text):
-    """A value of the catalogue as a list of number texts: 3, {1,2}, 3x4, nan, null, bad."""
-    parts = text[1:-1].split(",") if text.startswith("{") else re.split(r"(?<=\d)x(?=-?\d)", text)
-    parts = [p.strip() for p in parts]
-    if not all(_VALUE.match(p) for p in parts):
-        raise ValueError(f"'{text}' is not a value")
-    return parts
-
-
 class Memory:
     """What a pointer argument points to: an image, or an array (one row)."""
 
@@ -68,17 +73,23 @@ class Memory:
         self.access, self.extent = access, extent
         self.kept = None      # "alpha": the fourth channel is not touched, "other": only the addressed channel is
         self.step = None      # name of the step argument
+        self.bits = None      # name of the argument that tells the first bit of a row
         self.mask = False
+
+    def pixel_bytes(self):
+        return max(int(self.element.rstrip("usf")) // 8, 1) * self.count * self.channels
 
 
 class Parameter:
     """One parameter of the C prototype."""
 
-    def __init__(self, role, name, declaration, memory=None, optional=False, item=None, count=1):
+    def __init__(self, role, name, declaration, memory=None, optional=False, item=None, count=1, element="32s"):
         self.role, self.name, self.declaration = role, name, declaration
         self.memory, self.optional = memory, optional
         self.item = item or name  # the catalogue's name for it: images are known by their role, too
         self.count = count        # numbers in a value
+        self.element = element    # type of its numbers
+        self.size, self.alignment = None, 1  # Link to the query of a block's size
 
 
 class Function:
@@ -94,10 +105,25 @@ class Function:
         self.in_place = "I" in (suffix or "")
         self.parameters, self.checks, self.checks_glob, self.example = [], [], "", {}
         self.ranges, self.makers, self.release, self.exempt = {}, [], None, {}
+        self.limits, self.outcomes, self.aliases = [], [], []
+        self.one_channel_form = self.unmasked = None
+        self.team = self.rounding = None
 
     def partner(self):
         """Name of the form that is not in place."""
         return re.sub(r"(_(?:AC4|AP4|C\d|P\d))I(M?C?R?(?:Sfs)?)$", r"\1\2", self.name)
+
+    def _renamed(self, change):
+        """The name with another layout and suffix: change(layout, suffix) gives both."""
+        match = re.fullmatch(rf"(.*_)({_LAYOUT})({_LAYOUT})?(I?M?C?R?)((?:Sfs)?)", self.name)
+        return match[1] + "".join(change(match[2] + (match[3] or ""), match[4])) + match[5] if match else None
+
+    def one_channel_name(self):
+        return self._renamed(lambda layout, suffix: ("C1", suffix.replace("C", "")))
+
+    def unmasked_name(self):
+        name = self._renamed(lambda layout, suffix: (layout, suffix.replace("M", "")))
+        return name if name != self.name else None
 
     def parameter(self, name):
         return next((p for p in self.parameters if name in (p.name, p.item)), None)
@@ -109,6 +135,9 @@ class Function:
                          if (p.memory or p.role in ("buffer", "record")) and not p.optional],
                 "size": [f"{r}.{side}" for r in regions for side in ("width", "height")],
                 "step": [p.name for p in self.parameters if p.role == "step"]}
+
+    def tested_steps(self):
+        return {name for stage in self.checks if stage.kind == "step" for name in stage.names}
 
     def processed(self):
         layout = self.layouts["D"]
@@ -187,14 +216,22 @@ class Function:
         if not match:
             raise ValueError(f"{self.name}: type '{text}' of {name} is not understood")
         const, base, stars, dims = match.groups()
+        if base not in C_TYPES and base not in DECLARED:
+            raise ValueError(f"{self.name}: no type '{base}' is declared")
         bracket = text.find("[")
         declaration = f"{text} {name}" if bracket < 0 else f"{text[:bracket]} {name}{text[bracket:]}"
         element, count = C_TYPES.get(base, ("32s" if base.startswith("Zor") else "8u", 1))
         stars, dims = stars.count("*"), [int(d) for d in re.findall(r"\d+", dims)]
         if not stars and not dims:  # by value
+            if role == "bits":  # of the packed image in front of it
+                if not self.parameters[-2:] or self.parameters[-2].role != "image":
+                    raise ValueError(f"{self.name}: no image stands in front of the bit offset {name}")
+                self.parameters[-2].memory.bits, role = name, "param"
             role = role or ("size" if base == "ZorImgSize" else "param")
-            self.parameters.append(Parameter(role, name, declaration, None, optional, None, count))
+            self.parameters.append(Parameter(role, name, declaration, None, optional, None, count, element))
             return
+        read_too = role == "inout"
+        role = "out" if read_too else role
         opaque = base not in C_TYPES and stars == 1 and not dims
         item = role if role == "value" else None
         role = "in" if item else role or ("record" if opaque else "in" if const else "out")
@@ -205,10 +242,10 @@ class Function:
                 total *= d
             planes = total if stars and dims else 0
             memory = Memory("pointer" if stars > 1 else element, 1 if stars > 1 else count, 1, planes,
-                            "r" if role == "in" else "rw" if const else "w",
+                            "r" if role == "in" else "rw" if const or read_too else "w",
                             extent or f"{1 if planes else total}x1")
             count *= 1 if planes else total
-        self.parameters.append(Parameter(role, name, declaration, memory, optional, item, count))
+        self.parameters.append(Parameter(role, name, declaration, memory, optional, item, count, element))
 
 
 class Family:
@@ -216,6 +253,8 @@ class Family:
 
     def __init__(self, path):
         self.path, self.lines, self.functions, self.paragraphs = path, {}, [], []
+        self.used = set()                              # (key, line) that serve a function
+        self.assignments, self.served = set(), set()   # (line, key, name=value) of examples and ranges
 
     def at(self, key, fault, line=None):
         return fault_at(self.path, line or (self.lines.get(key) or self.lines["family"])[0][0], fault)
@@ -240,60 +279,77 @@ class Family:
         """(line, text without its glob, glob) of the lines that serve a name."""
         for line, text in self.lines.get(key, []):
             first, _, rest = text.partition(" ")
-            if "*" in first and not re.search(r"[=:]", first):
-                if any(fnmatch.fnmatchcase(name, glob) for glob in expand(first)):
-                    yield line, rest.strip(), first
+            if "*" in first and not re.search(r"[=:(<>]", first):
+                glob = next((g for g in expand(first) if fnmatch.fnmatchcase(name, g)), None)
+                if glob:
+                    yield line, rest.strip(), first, glob
             else:
-                yield line, text, ""
+                yield line, text, "", ""
 
-    def complete(self, statuses):
-        """Builds the functions from the lines, with every reference checked."""
-        for key in ("title", "args"):
-            if key not in self.lines:
+    def first(self, key, name):
+        """The first line that serves a name; it has a use from now on."""
+        for line, text, first, glob in self.matching(key, name):
+            self.used.add((key, line))
+            return line, text, first, glob
+        return None, "", "", ""
+
+    def each(self, key, name):
+        for line, text, first, glob in self.matching(key, name):
+            self.used.add((key, line))
+            yield line, text, glob
+
+    def declare(self):
+        """Builds the functions with their arguments."""
+        for key in ("title", "args", "text"):
+            if key not in self.lines or key == "text" and not any(map(any, self.paragraphs)):
                 raise self.at(key, f"family without '{key}'")
+        for key in ONCE:
+            if len(self.lines.get(key, [])) > 1:
+                raise self.at(key, f"a second '{key}'", self.lines[key][1][0])
+        if self.title.endswith(".") or not self.title:
+            raise self.at("title", "a title is a line without full stop")
         if self.sweep and not re.match(r"no \S", self.sweep):
             raise self.at("sweep", "'sweep' must be 'no' and a reason")
         if self.texts("built") not in ([], ["yes"], ["no"]):
             raise self.at("built", "'built' must be yes or no")
-        for name in itertools.chain.from_iterable(map(expand, self.patterns)):
-            self.functions.append(self._function(name, statuses))
-        mentioned = {p.name for f in self.functions for p in f.parameters}
-        for key in ("example", "range"):
-            for line, text in self.lines.get(key, []):
-                for name in re.findall(r"(\w+)=", text):
-                    if name not in mentioned:
-                        raise self.at(key, f"no function of the family has an argument '{name}'", line)
+        for line, pattern in [(n, p) for n, text in self.lines["family"] for p in text.split()]:
+            for name in expand(pattern):
+                if not re.fullmatch(r"zori[A-Z]\w*", name):
+                    raise self.at("family", f"'{name}' is not a name", line)
+                self.functions.append(self._function(name))
+        if not self.functions:
+            raise self.at("family", "family without names")
 
-    def _function(self, name, statuses):
+    def _function(self, name):
         function = Function(name, self)
-        line = None
+        line, text, _, _ = self.first("args", name)
+        if line is None:
+            raise self.at("args", f"no 'args' line serves {name}")
         try:
-            line, text, _ = next(self.matching("args", name), (None, None, None))
-            if line is None:
-                raise ValueError(f"no 'args' line serves {name}")
             for argument in join_types(text.split()):
                 function.add(argument)
             attach_steps(function)
-            for line, text, _ in self.matching("example", name):
-                function.example |= {k: numbers(v) for k, v in assignments(text) if function.parameter(k)}
-            for line, text, _ in self.matching("range", name):
-                for k, v in assignments(text):
-                    low, high = re.fullmatch(r"(-?[\d.]+)\.\.(-?[\d.]+)", v).groups()
-                    function.ranges[k] = (low, high)
-            for line, text, _ in self.matching("record", name):
-                function.makers = function.makers or text.split()
-            for line, text, _ in self.matching("release", name):
-                function.release = function.release or text
-            for line, text, _ in self.matching("exempt", name):
-                what, _, reason = text.partition(" ")
-                if what not in EXEMPTIONS or not reason:
-                    raise ValueError(f"'exempt' takes one of {', '.join(EXEMPTIONS)} and a reason")
-                function.exempt[what] = reason
-            line, text, function.checks_glob = next(self.matching("checks", name), (None, "", ""))
-            function.checks = parse_checks(function, text, statuses)
-        except (ValueError, AttributeError, KeyError) as fault:
+            names = [p.name for p in function.parameters]
+            if len(set(names)) < len(names):
+                raise ValueError(f"{name} has two arguments of one name")
+        except (ValueError, KeyError) as fault:
             raise self.at("args", fault, line) from None
         return function
+
+    def read_links(self, known):
+        for function in self.functions:
+            facts.links(function, self, known)
+
+    def complete(self, known, statuses):
+        """Reads the facts of all functions; every line must serve one."""
+        for function in self.functions:
+            facts.complete(function, self, known, statuses)
+        for key in set(self.lines) - {"family", *ONCE}:
+            for line, text in self.lines[key]:
+                if (key, line) not in self.used:
+                    raise self.at(key, f"'{key} {text}' serves no function", line)
+        for line, key, assignment in sorted(self.assignments - self.served):
+            raise self.at(key, f"'{assignment}' serves no function", line)
 
 
 def join_types(tokens):
@@ -307,14 +363,6 @@ def join_types(tokens):
     return arguments
 
 
-def assignments(text):
-    for part in text.split():
-        name, equals, value = part.partition("=")
-        if not equals:
-            raise ValueError(f"'{part}' is not name=value")
-        yield name, value
-
-
 def attach_steps(function):
     """An image without a step of its own takes the step argument that bears its name."""
     for p in function.parameters:
@@ -324,55 +372,7 @@ def attach_steps(function):
             p.memory.step = own[0].name if own else None
 
 
-class Stage:
-    """One check: status, kind (null, size, width, height, step, value) and what it looks at."""
-
-    def __init__(self, kind, status, names, faults=()):
-        self.kind, self.status, self.names, self.faults = kind, status, names, faults
-
-
-def parse_checks(function, text, statuses):
-    stages, named = [], {"null": set(), "size": set(), "step": set()}
-    kinds = {"null": "ZorErrNullPtr", "size": "ZorErrSize", "width": "ZorErrSize", "height": "ZorErrSize",
-             "step": "ZorErrStep"}
-    everything = function.checkable()
-    for word in text.split():
-        kind, _, rest = word.partition(":")
-        if kind in ("width", "height"):
-            names = [n for n in everything["size"] if n.endswith("." + kind)][:1]
-            named["size"] |= set(names)
-            stages.append(Stage(kind, "ZorErrSize", names))
-        elif kind in kinds:
-            if rest:
-                names = []
-                for item in rest.split(","):
-                    stem = item.removesuffix("[]")  # pTable[]: the pointers in an array, not that of the array
-                    hits = [p.name for p in function.parameters if stem in (p.name, p.item)]
-                    hits = [n + item[len(stem):] for h in hits for n in everything[kind] if n.split(".")[0] == h]
-                    if not hits:
-                        raise ValueError(f"{function.name} has no argument '{item}' for '{kind}'")
-                    names += hits
-            else:
-                names = everything[kind]
-            names = [n for n in names if n not in named[kind]]
-            if not names:
-                raise ValueError(f"{function.name} has nothing left for the check '{word}'")
-            named[kind] |= set(names)
-            stages.append(Stage(kind, kinds[kind], names))
-        else:
-            if kind not in statuses or not rest:
-                raise ValueError(f"unknown check '{word}'")
-            faults = []
-            for assignment in split_outside_braces(rest):
-                name, _, value = assignment.partition("=")
-                if not function.parameter(name):
-                    raise ValueError(f"{function.name} has no argument '{name}'")
-                faults.append((function.parameter(name).name, numbers(value)))
-            stages.append(Stage("value", kind, [n for n, _ in faults], faults))
-    return stages
-
-
-def read_file(path, statuses):
+def read_file(path):
     families, family, in_text = [], None, False
     for number, raw in enumerate(path.read_text().splitlines(), 1):
         line = raw.rstrip()
@@ -406,32 +406,26 @@ def read_file(path, statuses):
             family.paragraphs = [[text.strip()]] if text.strip() else [[]]
         family.lines.setdefault(key, []).append((number, text.strip()))
     for family in families:
-        family.complete(statuses)
+        family.declare()
     return families
 
 
 def load(folder=ROOT / "api"):
     """All families of all catalogue files; names are unique."""
-    header = (ROOT / "include/zori/types.h").read_text()
-    statuses = set(re.findall(r"\b(Zor(?:Err|Warn)\w+) = ", header))
-    families, seen = [], {}
+    families, known = [], {}
     for path in sorted(pathlib.Path(folder).glob("*.txt")):
-        families += read_file(path, statuses)
+        families += read_file(path)
     for family in families:
         for function in family.functions:
-            if function.name in seen:
+            if function.name in known:
                 raise family.at("family", f"{function.name} stands in the catalogue twice")
-            seen[function.name] = function
-    for function in seen.values():
-        link(function, seen)
+            known[function.name] = function
+    statuses = {name for name in facts.ENUMERATORS if re.match("Zor(Err|Warn)", name)}
+    for family in families:
+        for function in family.functions:
+            facts.examples(function, family)
+    for family in families:
+        family.read_links(known)
+    for family in families:
+        family.complete(known, statuses)
     return families
-
-
-def link(function, seen):
-    """Resolves the functions that others of the catalogue make or release the records of."""
-    if function.release is None:
-        released = function.name.replace("InitAlloc", "Free")
-        function.release = released if released != function.name and released in seen else None
-    for name in function.makers + [function.release] * bool(function.release):
-        if name not in seen:
-            raise function.family.at("record", f"{name} is not in the catalogue")

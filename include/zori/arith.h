@@ -30,6 +30,9 @@ ZORI_BEGIN_DECLS
  * wider regions into columns of 256 pixels.
  *
  * Checks: null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriAbs_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAbs_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -69,59 +72,106 @@ ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
  * layouts are shared among threads.
  *
- * Checks of *_{C3,C4}*: region height, null pointers, region width.
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (8u 16u 16s 32f, C1 AC4): null pointers, region size.
+ * Checks (8u 16u 16s 32f, C3 C4): region height, null pointers, region width.
+ * Checks (others): null pointers, region size, steps.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriAdd_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAdd_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriAdd_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriAdd_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriAdd_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAdd_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAdd_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAdd_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAdd_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAdd_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAdd_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAdd_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -146,59 +196,106 @@ ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
  * layouts are shared among threads.
  *
- * Checks of *_{C3,C4}*: region height, null pointers, region width.
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (8u 16u 16s 32f, C1 AC4): null pointers, region size.
+ * Checks (8u 16u 16s 32f, C3 C4): region height, null pointers, region width.
+ * Checks (others): null pointers, region size, steps.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriSub_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSub_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriSub_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriSub_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriSub_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSub_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSub_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSub_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSub_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSub_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSub_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSub_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -225,59 +322,106 @@ ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * AC4 leaves the fourth channel of the destination as it was. Large images of 8u, 16s and 32f in the other
  * layouts are shared among threads.
  *
- * Checks of *_{C3,C4}*: region height, null pointers, region width.
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (8u 16u 16s 32f, C1 AC4): null pointers, region size.
+ * Checks (8u 16u 16s 32f, C3 C4): region height, null pointers, region width.
+ * Checks (others): null pointers, region size, steps.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriMul_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMul_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriMul_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriMul_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriMul_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMul_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMul_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMul_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMul_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMul_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMul_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMul_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -301,58 +445,101 @@ ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
  * images of 8u and 16s at a scale, are shared among threads.
  *
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (16sc 32sc 32fc, C1 C3 AC4): null pointers, region size, steps.
+ * Checks (others): null pointers, region size.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
+ *   calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriAddC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriAddC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAddC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriAddC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAddC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriAddC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAddC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAddC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAddC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriAddC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAddC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriAddC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAddC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriAddC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAddC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriAddC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriAddC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriAddC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriAddC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriAddC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriAddC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAddC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAddC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAddC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriAddC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriAddC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriAddC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAddC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAddC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -377,58 +564,101 @@ ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
  * images of 8u and 16s at a scale, are shared among threads.
  *
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (16sc 32sc 32fc, C1 C3 AC4): null pointers, region size, steps.
+ * Checks (others): null pointers, region size.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
+ *   calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriSubC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSubC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSubC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriSubC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSubC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSubC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSubC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSubC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSubC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSubC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSubC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriSubC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSubC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSubC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSubC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriSubC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSubC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSubC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriSubC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSubC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriSubC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriSubC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriSubC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriSubC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriSubC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriSubC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriSubC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriSubC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriSubC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -455,58 +685,101 @@ ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * AC4 leaves the fourth channel of the destination as it was. Large C1 images of 8u, 16s and 32f, and C3
  * images of 8u and 16s at a scale, are shared among threads.
  *
- * Checks of *_{16sc,32sc,32fc}_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size.
+ * Checks (16sc 32sc 32fc, C1 C3 AC4): null pointers, region size, steps.
+ * Checks (others): null pointers, region size.
+ * Steps: not tested, may be zero or negative (8u 16u 16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
+ *   calling thread (others).
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriMulC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriMulC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMulC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriMulC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMulC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriMulC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMulC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMulC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMulC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriMulC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMulC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriMulC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMulC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriMulC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMulC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriMulC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriMulC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriMulC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriMulC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriMulC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriMulC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriMulC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriMulC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriMulC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriMulC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriMulC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -542,56 +815,103 @@ ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * warns of it.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorWarnDivByZero.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriDiv_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDiv_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriDiv_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriDiv_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                            Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                             int scaleFactor);
+ZorStatus zoriDiv_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                             Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                             Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDiv_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                              Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
+                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDiv_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                              Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDiv_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
+                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDiv_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDiv_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                          Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                           Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDiv_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDiv_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
+                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -620,56 +940,97 @@ ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * warning. AC4 leaves the fourth channel of the destination as it was.
  *
  * Checks: null pointers, region size, steps, value (ZorErrDivByZero).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
  */
-ZorStatus zoriDivC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriDivC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDivC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                              int scaleFactor);
+ZorStatus zoriDivC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDivC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriDivC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDivC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDivC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDivC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriDivC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDivC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                               int scaleFactor);
+ZorStatus zoriDivC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDivC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriDivC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDivC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriDivC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriDivC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriDivC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                               ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                int scaleFactor);
+ZorStatus zoriDivC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
+                                ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriDivC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                 int scaleFactor);
+ZorStatus zoriDivC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriDivC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriDivC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriDivC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriDivC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriDivC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriDivC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriDivC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDivC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -690,32 +1051,69 @@ ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * a negative one, 0 for 0 / 0. AC4 leaves the fourth channel of the destination as it was and reads that of
  * neither source.
  *
- * Checks: null pointers, region size, steps, rndMode (ZorErrRoundMode).
+ * Checks: null pointers, region size, steps, rndMode not ZorRoundTowardZero, ZorRoundNearestEven or
+ *   ZorRoundNearestAway (ZorErrRoundMode).
+ * Other statuses: ZorWarnDivByZero.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriDiv_Round_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
-ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                   ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                   ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                   ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                    ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                    int scaleFactor);
+ZorStatus zoriDiv_Round_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
+                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                   int scaleFactor);
+ZorStatus zoriDiv_Round_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+ZorStatus zoriDiv_Round_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
+                                    int scaleFactor);
+ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
+                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
 
 /*
  * zoriSqr_{8u,16u,16s}_{C1,C3,C4,AC4}{R,IR}Sfs
@@ -733,30 +1131,45 @@ ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pS
  * was.
  *
  * Checks: null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (32f, R IR); to nearest (others).
  */
-ZorStatus zoriSqr_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriSqr_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriSqr_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_8u_C4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_C4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriSqr_8u_C4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16u_C4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_C4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16u_C4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqr_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16s_C4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_C4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqr_16s_C4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqr_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqr_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqr_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSqr_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSqr_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -787,24 +1200,37 @@ ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * was.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorWarnSqrtNegArg (16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (32f, R IR); to nearest (others).
  */
-ZorStatus zoriSqrt_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqrt_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriSqrt_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqrt_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqrt_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqrt_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                               int scaleFactor);
 ZorStatus zoriSqrt_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqrt_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                              int scaleFactor);
 ZorStatus zoriSqrt_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriSqrt_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriSqrt_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                               int scaleFactor);
 ZorStatus zoriSqrt_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriSqrt_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSqrt_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -830,18 +1256,28 @@ ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * from left to right, is returned.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorWarnLnZeroArg, ZorWarnLnNegArg (16s 32f); ZorWarnLnZeroArg (others).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriLn_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           int scaleFactor);
 ZorStatus zoriLn_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriLn_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           int scaleFactor);
 ZorStatus zoriLn_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriLn_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriLn_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriLn_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriLn_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriLn_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriLn_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriLn_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriLn_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriLn_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriLn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriLn_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -860,18 +1296,27 @@ ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  * infinite. The caller's rounding mode does not matter. There is no warning.
  *
  * Checks: null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriExp_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriExp_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriExp_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            int scaleFactor);
 ZorStatus zoriExp_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriExp_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriExp_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriExp_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriExp_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriExp_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriExp_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
-ZorStatus zoriExp_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriExp_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             int scaleFactor);
 ZorStatus zoriExp_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
 ZorStatus zoriExp_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriExp_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -889,24 +1334,35 @@ ZorStatus zoriExp_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  *
  * AC4 leaves the fourth channel of the destination as it was.
  *
- * Checks of *_{C3,C4}*: region size, null pointers, steps.
- * Checks of the others: null pointers, steps, region size.
+ * Checks (C3 C4): region size, null pointers, steps.
+ * Checks (others): null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriMulScale_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                               Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                               Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                               Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                               Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulScale_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulScale_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -920,22 +1376,33 @@ ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDs
  * so that a constant of full changes nothing. AC4 leaves the fourth channel of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriMulCScale_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriMulCScale_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriMulCScale_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriMulCScale_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                                ZorImgSize roiSize);
 ZorStatus zoriMulCScale_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                                ZorImgSize roiSize);
 ZorStatus zoriMulCScale_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                                ZorImgSize roiSize);
 ZorStatus zoriMulCScale_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                                ZorImgSize roiSize);
 ZorStatus zoriMulCScale_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriMulCScale_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulCScale_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                                 ZorImgSize roiSize);
 ZorStatus zoriMulCScale_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -947,6 +1414,8 @@ ZorStatus zoriMulCScale_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int sr
  * positive samples and -2147483648 keep theirs.
  *
  * Checks: null pointers, steps, region size.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
@@ -961,9 +1430,13 @@ ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize ro
  * A length or a count below 1 gives ZorErrSize. A null row pointer gives ZorErrNullPtr when it is reached,
  * with the rows before it already summed in pDst.
  *
- * Checks: null pointers, length (ZorErrSize), count (ZorErrSize).
+ * Checks: null pointers, length < 1, count < 1 (ZorErrSize).
+ * Other statuses: ZorErrNullPtr (pDst written).
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count, int length);
+ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count,
+                                int length);
 
 /*
  * zoriAnd_{8u,16u,32s}_{C1,C3,C4,AC4}{R,IR}
@@ -973,32 +1446,47 @@ ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeigh
  * dst = src1 & src2; in place, srcDst = src & srcDst. AC4 leaves the fourth channel of the destination as it
  * was.
  *
- * Checks of *_{C3,C4}*: region size, null pointers, steps.
- * Checks of the others: null pointers, steps, region size.
+ * Checks (C3 C4): region size, null pointers, steps.
+ * Checks (others): null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAnd_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriAnd_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriAnd_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriAnd_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriAnd_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAnd_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAnd_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1009,32 +1497,47 @@ ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  * dst = src1 | src2; in place, srcDst = src | srcDst. AC4 leaves the fourth channel of the destination as it
  * was.
  *
- * Checks of *_{C3,C4}*: region size, null pointers, steps.
- * Checks of the others: null pointers, steps, region size.
+ * Checks (C3 C4): region size, null pointers, steps.
+ * Checks (others): null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriOr_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                        ZorImgSize roiSize);
 ZorStatus zoriOr_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                        ZorImgSize roiSize);
 ZorStatus zoriOr_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                        ZorImgSize roiSize);
 ZorStatus zoriOr_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriOr_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                         Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                         Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                         Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                         Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                         Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                         Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOr_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOr_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1045,32 +1548,47 @@ ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int
  * dst = src1 ^ src2; in place, srcDst = src ^ srcDst. AC4 leaves the fourth channel of the destination as it
  * was.
  *
- * Checks of *_{C3,C4}*: region size, null pointers, steps.
- * Checks of the others: null pointers, steps, region size.
+ * Checks (C3 C4): region size, null pointers, steps.
+ * Checks (others): null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriXor_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriXor_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriXor_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriXor_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriXor_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXor_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXor_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1082,30 +1600,44 @@ ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriAndC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAndC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriAndC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriAndC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriAndC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriAndC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAndC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAndC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1117,30 +1649,42 @@ ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriOrC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOrC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriOrC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                         ZorImgSize roiSize);
 ZorStatus zoriOrC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriOrC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 ZorStatus zoriOrC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOrC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriOrC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriOrC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriOrC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 ZorStatus zoriOrC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriOrC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriOrC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriOrC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriOrC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriOrC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1152,30 +1696,44 @@ ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstSt
  * (three for C3 and AC4, four for C4). AC4 leaves the fourth channel of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriXorC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriXorC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriXorC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                          ZorImgSize roiSize);
 ZorStatus zoriXorC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriXorC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
+                           ZorImgSize roiSize);
 ZorStatus zoriXorC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriXorC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriXorC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
+                            ZorImgSize roiSize);
 ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1186,8 +1744,11 @@ ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * dst = ~src, that is 255 - src: the negative of the image. AC4 leaves the fourth channel of the destination
  * as it was.
  *
- * Checks of *_AC4*: null pointers, steps, region size.
- * Checks of the others: region size, null pointers, steps.
+ * Checks (AC4): null pointers, steps, region size.
+ * Checks (others): region size, null pointers, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriNot_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriNot_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -1209,30 +1770,45 @@ ZorStatus zoriNot_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  * fourth channel of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriLShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriLShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriLShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriLShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriLShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriLShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriLShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriLShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1247,46 +1823,69 @@ ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  * of the destination as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriRShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8s_C1R(const Zor8s* pSrc, int srcStep, Zor32u value, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C1R(const Zor8s* pSrc, int srcStep, Zor32u value, Zor8s* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8s_C1IR(Zor32u value, Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8s_C3R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C3R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8s_C3IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8s_C4R(const Zor8s* pSrc, int srcStep, const Zor32u value[4], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_C4R(const Zor8s* pSrc, int srcStep, const Zor32u value[4], Zor8s* pDst, int dstStep,
+                             ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8s_C4IR(const Zor32u value[4], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_8s_AC4R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_8s_AC4R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_8s_AC4IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor32u value, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor32u value, Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16s_C1IR(Zor32u value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16s_C3IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor32u value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor32u value[4], Zor16s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16s_C4IR(const Zor32u value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriRShiftC_16s_AC4IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep,
+                              ZorImgSize roiSize);
 ZorStatus zoriRShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriRShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriRShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
+                               ZorImgSize roiSize);
 ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1316,14 +1915,24 @@ ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  * premultiplied in all cases. AC1 composes two alpha images alone in that way, straight and premultiplied
  * selectors alike. Every plane pointer is required.
  *
- * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ * Checks: null pointers, region size, alphaType < 0, alphaType > 11 (ZorErrAlphaType).
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAlphaComp_8u_AC1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaComp_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaComp_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, const Zor8u* const pSrc2[4], int src2Step, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaComp_16u_AC1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaComp_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, const Zor16u* const pSrc2[4], int src2Step, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_8u_AC1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, const Zor8u* const pSrc2[4], int src2Step,
+                                Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AC1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, const Zor16u* const pSrc2[4], int src2Step,
+                                 Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
 
 /*
  * zoriAlphaCompC_{8u,16u}_{C1,C3,C4,AC4,AP4}R
@@ -1338,18 +1947,34 @@ ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, con
  * destination as it was; AP4 does the same with planes, all of whose pointers are required. An alphaType
  * outside 0..11 gives ZorErrAlphaType.
  *
- * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ * Checks: null pointers, region size, alphaType < 0, alphaType > 11 (ZorErrAlphaType).
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAlphaCompC_8u_C1R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_8u_C3R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_8u_C4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, Zor8u alpha1, const Zor8u* const pSrc2[4], int src2Step, Zor8u alpha2, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_16u_C1R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_16u_C3R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_16u_C4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_16u_AC4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step, Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
-ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zor16u alpha1, const Zor16u* const pSrc2[4], int src2Step, Zor16u alpha2, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_C1R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
+                                Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_C3R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
+                                Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_C4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
+                                Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
+                                 Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, Zor8u alpha1,
+                                 const Zor8u* const pSrc2[4], int src2Step, Zor8u alpha2,
+                                 Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C1R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
+                                 Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C3R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
+                                 Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_C4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
+                                 Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_AC4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
+                                  Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zor16u alpha1,
+                                  const Zor16u* const pSrc2[4], int src2Step, Zor16u alpha2,
+                                  Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
 
 /*
  * zoriAlphaPremul_{8u,16u}_{AC4,AP4}{R,IR}
@@ -1360,14 +1985,20 @@ ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zo
  * fractions of full scale as zoriMulScale forms it; alpha itself is copied. Every plane pointer is required.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriAlphaPremul_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAlphaPremul_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremul_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u* const pDst[4], int dstStep,
+                                  ZorImgSize roiSize);
 ZorStatus zoriAlphaPremul_8u_AP4IR(Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
 ZorStatus zoriAlphaPremul_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAlphaPremul_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremul_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremul_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u* const pDst[4], int dstStep,
+                                   ZorImgSize roiSize);
 ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1380,26 +2011,40 @@ ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, Zo
  * C4 multiply every channel. Every plane pointer is required.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAlphaPremulC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
+                                  ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_8u_C1IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
+                                  ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_8u_C3IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
+                                  ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_8u_C4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
+                                   ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_8u_AC4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u alpha, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u alpha,
+                                   Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_8u_AP4IR(Zor8u alpha, Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
+                                   ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_16u_C1IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
+                                   ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_16u_C3IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
+                                   ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_16u_C4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
+                                    ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_16u_AC4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
-ZorStatus zoriAlphaPremulC_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u alpha, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+ZorStatus zoriAlphaPremulC_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u alpha,
+                                    Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
 ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1411,16 +2056,28 @@ ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int
  * number in C1, an array with one number a channel in C3 and C4.
  *
  * Checks: null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCompColorKey_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u colorKey);
-ZorStatus zoriCompColorKey_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[3]);
-ZorStatus zoriCompColorKey_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4]);
-ZorStatus zoriCompColorKey_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u colorKey);
-ZorStatus zoriCompColorKey_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[3]);
-ZorStatus zoriCompColorKey_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[4]);
-ZorStatus zoriCompColorKey_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s colorKey);
-ZorStatus zoriCompColorKey_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[3]);
-ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[4]);
+ZorStatus zoriCompColorKey_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u colorKey);
+ZorStatus zoriCompColorKey_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[3]);
+ZorStatus zoriCompColorKey_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4]);
+ZorStatus zoriCompColorKey_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u colorKey);
+ZorStatus zoriCompColorKey_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[3]);
+ZorStatus zoriCompColorKey_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[4]);
+ZorStatus zoriCompColorKey_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s colorKey);
+ZorStatus zoriCompColorKey_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[3]);
+ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[4]);
 
 /*
  * zoriAlphaCompColorKey_8u_AC4R
@@ -1432,9 +2089,15 @@ ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor1
  * zoriAlphaComp; another alphaType gives ZorErrAlphaType. The fourth channel of the destination stays as it
  * was.
  *
- * Checks: null pointers, region size, alphaType (ZorErrAlphaType).
+ * Checks: null pointers, region size, alphaType < 0, alphaType > 5 (ZorErrAlphaType).
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4], ZorAlphaOp alphaType);
+ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1,
+                                        const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep,
+                                        ZorImgSize roiSize, const Zor8u colorKey[4], ZorAlphaOp alphaType);
 
 ZORI_END_DECLS
 

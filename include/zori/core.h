@@ -17,6 +17,9 @@ ZORI_BEGIN_DECLS
  * processor class as four characters ("q7" and two zero bytes), name, version and build date as
  * zero-terminated texts. Every call returns the same pointer. The record belongs to the library and is never
  * released.
+ *
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 const ZorVersionRecord* zoriGetLibVersion(void);
 
@@ -37,6 +40,9 @@ const ZorVersionRecord* zoriGetLibVersion(void);
  * Sizes are computed in 32 bits and are not tested for overflow: width * pixel bytes, step * height, and that
  * product with 36 bytes added must stay below 2^31. A product that wraps to zero or below gives a null
  * pointer; one that wraps to a small positive number gives a block that is too small.
+ *
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 Zor8u* zoriMalloc_8u_C1(int width, int height, int* pStepBytes);
 Zor8u* zoriMalloc_8u_C2(int width, int height, int* pStepBytes);
@@ -81,6 +87,9 @@ Zor32fc* zoriMalloc_32fc_AC4(int width, int height, int* pStepBytes);
  *
  * Gives back a block that a zoriMalloc function returned. A null pointer is accepted and does nothing. Any
  * other pointer, one into the middle of an image among them, must not be passed.
+ *
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 void zoriFree(void* pointer);
 

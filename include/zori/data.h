@@ -20,6 +20,10 @@ ZORI_BEGIN_DECLS
  * written stays in the cache as far as it fits; CopyManaged can write past it.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriCopy_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -55,27 +59,51 @@ ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * time, whatever the masks.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCopy_8u_C1MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_8u_C3MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_8u_C4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_8u_AC4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16u_C1MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16u_C3MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16u_C4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16u_AC4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16s_C1MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16s_C3MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16s_C4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_16s_AC4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32s_C1MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32s_C3MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32s_C4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32s_AC4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32f_C1MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32f_C3MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32f_C4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_8u_C1MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_8u_C3MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_8u_C4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_8u_AC4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16u_C1MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16u_C3MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16u_C4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16u_AC4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16s_C1MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16s_C3MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16s_C4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_16s_AC4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32s_C1MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32s_C3MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32s_C4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32s_AC4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32f_C1MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32f_C3MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32f_C4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, int maskStep);
 
 /*
  * zoriCopy_{8u,16u,16s,32s,32f}_{C3,C4}CR
@@ -87,6 +115,10 @@ ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * destination stay as they were.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3CR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriCopy_8u_C4CR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -109,6 +141,9 @@ ZorStatus zoriCopy_32f_C4CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * were.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriCopy_8u_C4C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -140,6 +175,9 @@ ZorStatus zoriCopy_32f_C1C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * the first three channels of a four-channel image and drops its fourth.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriCopy_8u_AC4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -161,6 +199,9 @@ ZorStatus zoriCopy_32f_AC4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * image. The planes share one step and one region size, and each plane pointer is required.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3P3R(const Zor8u* pSrc, int srcStep, Zor8u* const pDst[3], int dstStep, ZorImgSize roiSize);
 ZorStatus zoriCopy_8u_C4P4R(const Zor8u* pSrc, int srcStep, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
@@ -196,8 +237,13 @@ ZorStatus zoriCopy_32f_P4C4R(const Zor32f* const pSrc[4], int srcStep, Zor32f* p
  * cache.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, int flags);
+ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 int flags);
 
 /*
  * zoriSet_{8u,16u,16s,32s,32f}_{C1,C3,C4,AC4}R
@@ -209,6 +255,9 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
  * the speed at which memory is written.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C1R(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSet_8u_C3R(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -243,27 +292,49 @@ ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, Zor
  * time, whatever the masks.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C1MR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_8u_C3MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_8u_C4MR(const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_8u_AC4MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16u_C1MR(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16u_C3MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16u_C4MR(const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16u_AC4MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16s_C1MR(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16s_C3MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16s_C4MR(const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_16s_AC4MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32s_C1MR(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32s_C3MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32s_C4MR(const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32s_AC4MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32f_C1MR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32f_C3MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32f_C4MR(const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
-ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_8u_C3MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_8u_C4MR(const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_8u_AC4MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16u_C1MR(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16u_C3MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16u_C4MR(const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16u_AC4MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16s_C1MR(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16s_C3MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16s_C4MR(const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_16s_AC4MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32s_C1MR(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32s_C3MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32s_C4MR(const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32s_AC4MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32f_C1MR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32f_C3MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32f_C4MR(const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, int maskStep);
+ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, int maskStep);
 
 /*
  * zoriSet_{8u,16u,16s,32s,32f}_{C3,C4}CR
@@ -274,6 +345,9 @@ ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, Zo
  * channels stay as they were.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C3CR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriSet_8u_C4CR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -294,6 +368,9 @@ ZorStatus zoriSet_32f_C4CR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize r
  * Each source sample is written to all three channels of its destination pixel.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 
@@ -306,18 +383,31 @@ ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
  * exchanges red and blue, {0, 0, 0} spreads the first channel over all three. Another entry gives
  * ZorErrChannelOrder. AC4 leaves the fourth channel of the destination as it was.
  *
- * Checks: null pointers, region size, steps, dstOrder (ZorErrChannelOrder).
+ * Checks: null pointers, region size, steps, dstOrder < 0, dstOrder > 2 (ZorErrChannelOrder).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriSwapChannels_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
+ZorStatus zoriSwapChannels_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const int dstOrder[3]);
+ZorStatus zoriSwapChannels_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[3]);
 
 /*
  * zoriSwapChannels_{8u,16u,16s,32s,32f}_C3C4R
@@ -328,13 +418,21 @@ ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  * value, and an entry above 3 leaves the channel as it was. {2, 1, 0, 3} with a value of 255 makes an opaque
  * BGRA image of an RGB one. A negative entry gives ZorErrChannelOrder.
  *
- * Checks: null pointers, region size, dstOrder (ZorErrChannelOrder).
+ * Checks: null pointers, region size, dstOrder < 0 (ZorErrChannelOrder).
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriSwapChannels_8u_C3C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[4], Zor8u value);
-ZorStatus zoriSwapChannels_16u_C3C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[4], Zor16u value);
-ZorStatus zoriSwapChannels_16s_C3C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[4], Zor16s value);
-ZorStatus zoriSwapChannels_32s_C3C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[4], Zor32s value);
-ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[4], Zor32f value);
+ZorStatus zoriSwapChannels_8u_C3C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[4], Zor8u value);
+ZorStatus zoriSwapChannels_16u_C3C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[4], Zor16u value);
+ZorStatus zoriSwapChannels_16s_C3C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[4], Zor16s value);
+ZorStatus zoriSwapChannels_32s_C3C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[4], Zor32s value);
+ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[4], Zor32f value);
 
 /*
  * zoriSwapChannels_{8u,16u,16s,32s,32f}_C4C3R
@@ -344,13 +442,21 @@ ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Destination channel k takes source channel dstOrder[k]. Entries lie in 0..3 and may repeat; another entry
  * gives ZorErrChannelOrder.
  *
- * Checks: null pointers, region size, dstOrder (ZorErrChannelOrder).
+ * Checks: null pointers, region size, dstOrder < 0, dstOrder > 3 (ZorErrChannelOrder).
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriSwapChannels_8u_C4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16u_C4C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_16s_C4C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32s_C4C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
-ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const int dstOrder[3]);
+ZorStatus zoriSwapChannels_8u_C4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16u_C4C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[3]);
+ZorStatus zoriSwapChannels_16s_C4C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32s_C4C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[3]);
+ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     const int dstOrder[3]);
 
 /*
  * zoriSwapChannels_8u_{C3,C4}IR
@@ -361,8 +467,10 @@ ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * 0..3 (C4) and may repeat; another entry gives ZorErrChannelOrder. The C4 form tests the step before the
  * size.
  *
- * Checks of *_C3IR: null pointers, region size, steps, dstOrder (ZorErrChannelOrder).
- * Checks of *_C4IR: null pointers, steps, region size, dstOrder (ZorErrChannelOrder).
+ * Checks (C4): null pointers, steps, region size, dstOrder < 0, dstOrder > 3 (ZorErrChannelOrder).
+ * Checks (others): null pointers, region size, steps, dstOrder < 0, dstOrder > 2 (ZorErrChannelOrder).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSwapChannels_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[3]);
 ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[4]);
@@ -376,8 +484,11 @@ ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize ro
  * ones saturate: 16u8u, 16s8u and 32s8u to 0..255, 32s8s to -128..127. AC4 converts three channels and leaves
  * the fourth channel of the destination as it was. The 16s32s forms do not test the steps.
  *
- * Checks of *_16s32s_*: null pointers, region size.
- * Checks of the others: null pointers, region size, steps.
+ * Checks (16s32s): null pointers, region size.
+ * Checks (others): null pointers, region size, steps.
+ * Steps: not tested, may be zero or negative (16s32s).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriConvert_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriConvert_8u16u_C3R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
@@ -452,23 +563,41 @@ ZorStatus zoriConvert_32s8s_AC4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, i
  * the fourth channel of the destination as it was.
  *
  * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriConvert_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8s_C1R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8s_C3R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8s_C4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f8s_AC4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16u_C1R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16u_C3R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16u_C4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16u_AC4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16s_C1R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16s_C3R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16s_C4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
-ZorStatus zoriConvert_32f16s_AC4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8s_C1R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8s_C3R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8s_C4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f8s_AC4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16u_C1R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16u_C3R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16u_C4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16u_AC4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16s_C1R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16s_C3R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16s_C4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorRoundMode roundMode);
+ZorStatus zoriConvert_32f16s_AC4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorRoundMode roundMode);
 
 /*
  * zoriConvert_1u8u_C1R
@@ -480,9 +609,12 @@ ZorStatus zoriConvert_32f16s_AC4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst,
  * pSrc: 3 starts at bit 4, and 8 and more start in later bytes. Every row starts with the same offset. A
  * negative offset gives ZorErrSize. No byte beyond the one that holds a row's last bit is read.
  *
- * Checks: null pointers, region size, steps, srcBitOffset (ZorErrSize).
+ * Checks: null pointers, region size, steps, srcBitOffset < 0 (ZorErrSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize);
 
 /*
  * zoriConvert_8u1u_C1R
@@ -510,9 +642,14 @@ ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset,
  * ZorErrSize. The error rows are allocated in the call; ZorErrAlloc when there is no memory for them, with
  * nothing written.
  *
- * Checks: null pointers, region size, dstBitOffset (ZorErrSize).
+ * Checks: null pointers, region size, dstBitOffset < 0 (ZorErrSize).
+ * Other statuses: ZorErrAlloc.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, int dstBitOffset, ZorImgSize roiSize, Zor8u threshold);
+ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, int dstBitOffset,
+                               ZorImgSize roiSize, Zor8u threshold);
 
 /*
  * zoriScale_{8u16u,8u16s,8u32s,8u32f,16u8u,16s8u,32s8u,32f8u}_{C1,C3,C4,AC4}R
@@ -546,8 +683,11 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  *
  * In both 32f forms vMax must be above vMin, else ZorErrScaleRange, which is tested before all else.
  *
- * Checks of *32f*: vMin, vMax (ZorErrScaleRange), null pointers, region size, steps.
- * Checks of the others: null pointers, region size, steps.
+ * Checks (8u32f 32f8u): vMax <= vMin (ZorErrScaleRange), null pointers, region size, steps.
+ * Checks (others): null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (8u32f); to nearest, which a failed call leaves set (32f8u); to nearest
+ *   (others).
  */
 ZorStatus zoriScale_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriScale_8u16u_C3R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
@@ -561,26 +701,46 @@ ZorStatus zoriScale_8u32s_C1R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int 
 ZorStatus zoriScale_8u32s_C3R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriScale_8u32s_C4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriScale_8u32s_AC4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriScale_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_8u32f_AC4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16u8u_C3R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16u8u_C4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16u8u_AC4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16s8u_C1R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16s8u_C3R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16s8u_C4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_16s8u_AC4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_32s8u_C1R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_32s8u_C3R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_32s8u_C4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_32s8u_AC4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorHint hint);
-ZorStatus zoriScale_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
-ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_8u32f_AC4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                               Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16u8u_C3R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16u8u_C4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16u8u_AC4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorHint hint);
+ZorStatus zoriScale_16s8u_C1R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16s8u_C3R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16s8u_C4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_16s8u_AC4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorHint hint);
+ZorStatus zoriScale_32s8u_C1R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_32s8u_C3R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_32s8u_C4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorHint hint);
+ZorStatus zoriScale_32s8u_AC4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorHint hint);
+ZorStatus zoriScale_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              Zor32f vMin, Zor32f vMax);
+ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               Zor32f vMin, Zor32f vMax);
 
 /*
  * zoriTranspose_{8u,16u,16s,32s}_{C1,C3,C4}{R,IR}
@@ -594,8 +754,11 @@ ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
  * With the same pointer and step on both sides the other forms transpose a square region in place as well.
  * Large images are walked in square blocks that stay in the cache.
  *
- * Checks of *IR: null pointers, region size, roiSize (ZorErrSize).
- * Checks of the others: null pointers, region size.
+ * Checks (IR): null pointers, region size, roiSize (ZorErrSize).
+ * Checks (others): null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriTranspose_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriTranspose_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -638,7 +801,12 @@ ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roi
  * stays where and as it was. Steps are not tested; a negative source step walks the source upward. With the
  * same pointer and step on both sides the forms that are not in place mirror in place as well.
  *
- * Checks: null pointers, region size, flip (ZorErrAxis), flip, roiSize (ZorErrSize).
+ * Checks: null pointers, region size, flip not ZorAxsHorizontal, ZorAxsVertical or ZorAxsBoth (ZorErrAxis),
+ *   flip, roiSize (ZorErrSize).
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMirror_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
 ZorStatus zoriMirror_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
@@ -646,39 +814,56 @@ ZorStatus zoriMirror_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dst
 ZorStatus zoriMirror_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
 ZorStatus zoriMirror_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
 ZorStatus zoriMirror_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorAxis flip);
 ZorStatus zoriMirror_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorAxis flip);
 ZorStatus zoriMirror_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorAxis flip);
 ZorStatus zoriMirror_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             ZorAxis flip);
 ZorStatus zoriMirror_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
-ZorStatus zoriMirror_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+ZorStatus zoriMirror_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorAxis flip);
 ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
 
 /*
@@ -696,26 +881,59 @@ ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSi
  * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
  * ZorErrSize. The array of values is tested last.
  *
- * Checks of *_C1R: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
- * Checks of the others: null pSrc, pDst, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth
- * (ZorErrSize), null value.
+ * Checks (C1): null pointers, steps, sizes, topBorderHeight < 0, leftBorderWidth < 0, topBorderHeight >
+ *   dstRoiSize.height - srcRoiSize.height, leftBorderWidth > dstRoiSize.width - srcRoiSize.width
+ *   (ZorErrSize).
+ * Checks (others): null pSrc, pDst, steps, sizes, topBorderHeight < 0, leftBorderWidth < 0, topBorderHeight >
+ *   dstRoiSize.height - srcRoiSize.height, leftBorderWidth > dstRoiSize.width - srcRoiSize.width
+ *   (ZorErrSize), null value.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCopyConstBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor8u value);
-ZorStatus zoriCopyConstBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[3]);
-ZorStatus zoriCopyConstBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[4]);
-ZorStatus zoriCopyConstBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor8u value[3]);
-ZorStatus zoriCopyConstBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16u value);
-ZorStatus zoriCopyConstBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[3]);
-ZorStatus zoriCopyConstBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[4]);
-ZorStatus zoriCopyConstBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16u value[3]);
-ZorStatus zoriCopyConstBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16s value);
-ZorStatus zoriCopyConstBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[3]);
-ZorStatus zoriCopyConstBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[4]);
-ZorStatus zoriCopyConstBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor16s value[3]);
-ZorStatus zoriCopyConstBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor32s value);
-ZorStatus zoriCopyConstBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[3]);
-ZorStatus zoriCopyConstBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[4]);
-ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Zor32s value[3]);
+ZorStatus zoriCopyConstBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
+                                     ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor8u value);
+ZorStatus zoriCopyConstBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
+                                     ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                     const Zor8u value[3]);
+ZorStatus zoriCopyConstBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
+                                     ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                     const Zor8u value[4]);
+ZorStatus zoriCopyConstBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor8u value[3]);
+ZorStatus zoriCopyConstBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16u value);
+ZorStatus zoriCopyConstBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor16u value[3]);
+ZorStatus zoriCopyConstBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor16u value[4]);
+ZorStatus zoriCopyConstBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                       Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                       int leftBorderWidth, const Zor16u value[3]);
+ZorStatus zoriCopyConstBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16s value);
+ZorStatus zoriCopyConstBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor16s value[3]);
+ZorStatus zoriCopyConstBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor16s value[4]);
+ZorStatus zoriCopyConstBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                       Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                       int leftBorderWidth, const Zor16s value[3]);
+ZorStatus zoriCopyConstBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor32s value);
+ZorStatus zoriCopyConstBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor32s value[3]);
+ZorStatus zoriCopyConstBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
+                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
+                                      const Zor32s value[4]);
+ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                       Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                       int leftBorderWidth, const Zor32s value[3]);
 
 /*
  * zoriCopyReplicateBorder_{8u,16u,16s,32s}_{C1,C3,C4,AC4}{R,IR}
@@ -734,40 +952,92 @@ ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSi
  * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
  * ZorErrSize.
  *
- * Checks: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
+ * Checks: null pointers, steps, sizes, topBorderHeight < 0, leftBorderWidth < 0, topBorderHeight >
+ *   dstRoiSize.height - srcRoiSize.height, leftBorderWidth > dstRoiSize.width - srcRoiSize.width
+ *   (ZorErrSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCopyReplicateBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                         Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                         int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
+                                          int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                         Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                         int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
+                                          int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                         Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                         int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
+                                          int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
+                                           int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                           Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                           int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                           Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                           int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                          Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                          int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                           ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
+                                           Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
+                                           int leftBorderWidth);
+ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
+                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
 
 /*
  * zoriCopyWrapBorder_32s_C1{R,IR}
@@ -786,10 +1056,16 @@ ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, Zor
  * A size below 1, a negative margin or a destination too small for the rectangle and its margins gives
  * ZorErrSize.
  *
- * Checks: null pointers, steps, sizes, topBorderHeight (ZorErrSize), leftBorderWidth (ZorErrSize).
+ * Checks: null pointers, steps, sizes, topBorderHeight < 0, leftBorderWidth < 0, topBorderHeight >
+ *   dstRoiSize.height - srcRoiSize.height, leftBorderWidth > dstRoiSize.width - srcRoiSize.width
+ *   (ZorErrSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
-ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
+                                     ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
+                                      int topBorderHeight, int leftBorderWidth);
 
 ZORI_END_DECLS
 

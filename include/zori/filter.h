@@ -63,40 +63,77 @@ ZORI_BEGIN_DECLS
  * ZorErrMaskSize: a side of the mask is below 1. ZorErrAnchor: the anchor is outside the mask. ZorErrAlloc:
  * no memory for the sums; nothing is written. The cost of a pixel does not depend on the mask.
  *
- * Checks: null pointers, steps, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks: null pointers, steps, region size, maskSize.width < 1, maskSize.height < 1 (ZorErrMaskSize),
+ *   anchor.x < 0, anchor.y < 0, anchor.x > maskSize.width - 1, anchor.y > maskSize.height - 1 (ZorErrAnchor).
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions (8u 16s, R); team, on whose size the result depends (32f, R); calling
+ *   thread (others).
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterBox_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
-ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                  ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                  ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                 ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
+                                  ZorImgPoint anchor);
 
 /*
  * zoriSumWindowRow_{8u,16u,16s}32f_{C1,C3,C4}R
@@ -113,18 +150,32 @@ ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  *
  * The sum slides along the row: the cost of a pixel does not depend on maskSize.
  *
- * Checks of *_16u32f_*: null pointers, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
- * Checks of the others: null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks (16u32f): null pointers, region size, maskSize < 1 (ZorErrMaskSize), anchor < 0, anchor > maskSize -
+ *   1 (ZorErrAnchor).
+ * Checks (others): null pointers, maskSize < 1 (ZorErrMaskSize), anchor < 0, anchor > maskSize - 1
+ *   (ZorErrAnchor).
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriSumWindowRow_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
+ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      int maskSize, int anchor);
 
 /*
  * zoriSumWindowColumn_{8u,16u,16s}32f_{C1,C3,C4}R
@@ -143,19 +194,35 @@ ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* p
  *
  * The sums slide down the columns: the cost of a pixel does not depend on maskSize.
  *
- * Checks of *_16u32f_*: null pointers, region size, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
- * Checks of *_16s32f_C3R: region size, null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
- * Checks of the others: null pointers, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Checks (16u32f): null pointers, region size, maskSize < 1 (ZorErrMaskSize), anchor < 0, anchor > maskSize -
+ *   1 (ZorErrAnchor).
+ * Checks (16s32f, C3): region size, null pointers, maskSize < 1 (ZorErrMaskSize), anchor < 0, anchor >
+ *   maskSize - 1 (ZorErrAnchor).
+ * Checks (others): null pointers, maskSize < 1 (ZorErrMaskSize), anchor < 0, anchor > maskSize - 1
+ *   (ZorErrAnchor).
+ * Other statuses: ZorErrAlloc.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriSumWindowColumn_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
-ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                        int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                        int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                        int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
+ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         int maskSize, int anchor);
 
 /*
  * zoriFilterGauss_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
@@ -187,24 +254,43 @@ ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread (16u and 32f, C1 C3 C4); team for large regions (others).
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterGauss_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterGauss_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterGauss_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorMaskSize mask);
+ZorStatus zoriFilterGauss_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorMaskSize mask);
+ZorStatus zoriFilterGauss_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorMaskSize mask);
+ZorStatus zoriFilterGauss_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterGauss_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterGauss_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
 
 /*
  * zoriFilterLowpass_{8u,16u,16s,32f}_{C1,C3,AC4}R
@@ -229,20 +315,35 @@ ZorStatus zoriFilterGauss_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions (8u, C3 AC4 and 16s); calling thread (others).
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterLowpass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorMaskSize mask);
 
 /*
  * zoriFilterSharpen_{8u,16s,32f}_{C1,C3,C4,AC4}R
@@ -260,6 +361,9 @@ ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * is written.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread (16s, C1 and 32f, C1 C3 C4); team for large regions (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterSharpen_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterSharpen_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -292,20 +396,35 @@ ZorStatus zoriFilterSharpen_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread (32f, C1 C3 C4); team for large regions (others).
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterHipass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterHipass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterHipass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterHipass_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorMaskSize mask);
+ZorStatus zoriFilterHipass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterHipass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
 
 /*
  * zoriFilterLaplace_{8u,16s,32f}_{C1,C3,C4,AC4}R
@@ -333,22 +452,39 @@ ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread (32f 8u16s, C1 C3 C4); team for large regions (others).
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterLaplace_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterLaplace_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      ZorMaskSize mask);
+ZorStatus zoriFilterLaplace_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      ZorMaskSize mask);
 
 /*
  * zoriFilterPrewitt{Horiz,Vert}_{8u,16s,32f}_{C1,C3,C4,AC4}R
@@ -371,19 +507,30 @@ ZorStatus zoriFilterLaplace_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pD
  * is written.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions (AC4); calling thread (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterPrewittHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittHoriz_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittHoriz_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittHoriz_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                          ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                         ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittHoriz_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                          ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -391,11 +538,13 @@ ZorStatus zoriFilterPrewittVert_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* p
 ZorStatus zoriFilterPrewittVert_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                         ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterPrewittVert_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterPrewittVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterPrewittVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                         ZorImgSize roiSize);
 
 /*
  * zoriFilterSobel{Horiz,Vert}_{8u,16s,32f}_{C1,C3,C4,AC4}R
@@ -418,6 +567,9 @@ ZorStatus zoriFilterPrewittVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f
  * is written.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions (AC4); calling thread (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterSobelHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterSobelHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -468,15 +620,24 @@ ZorStatus zoriFilterSobelVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * not test it: every value but ZorMask3x3 takes the 5x5 kernel. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks of *_32f_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks (FilterSobelHorizMask FilterSobelVertMask, 32f): null pointers, region size, steps.
+ * Checks (others): null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterSobelHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVert_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelHorizMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVertMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterSobelHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterSobelVert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterSobelVert_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterSobelHorizMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                           ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelVertMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                          ZorImgSize roiSize, ZorMaskSize mask);
 
 /*
  * zoriFilterSobel{HorizSecond,VertSecond,Cross}_{8u16s,8s16s,32f}_C1R
@@ -503,18 +664,30 @@ ZorStatus zoriFilterSobelVertMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32
  * not test it: every value but ZorMask3x3 takes the 5x5 kernel. ZorErrAlloc: no memory for the row buffers;
  * nothing is written.
  *
- * Checks of *_32f_*: null pointers, region size, steps.
- * Checks of the others: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks (32f): null pointers, region size, steps.
+ * Checks (others): null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterSobelHorizSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelHorizSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelHorizSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVertSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVertSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelVertSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelCross_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelCross_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
-ZorStatus zoriFilterSobelCross_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelHorizSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                               ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelHorizSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                               ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelHorizSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                             ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelVertSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                              ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelVertSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                              ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelVertSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                            ZorImgSize roiSize, ZorMaskSize mask);
+ZorStatus zoriFilterSobelCross_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterSobelCross_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterSobelCross_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
 
 /*
  * zoriFilterScharr{Horiz,Vert}_{8u16s,8s16s,32f}_C1R
@@ -536,9 +709,14 @@ ZorStatus zoriFilterSobelCross_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * ZorErrAlloc: no memory for the row buffers; nothing is written.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterScharrHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterScharrHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterScharrHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                          ZorImgSize roiSize);
+ZorStatus zoriFilterScharrHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                          ZorImgSize roiSize);
 ZorStatus zoriFilterScharrHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterScharrVert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterScharrVert_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
@@ -559,16 +737,20 @@ ZorStatus zoriFilterScharrVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * cleared to the size of a sample (step & ~1 for 16s, step & ~3 for 32f).
  *
  * Checks: null pointers, region size, steps.
+ * Threads: calling thread (AC4); team for large regions (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterRobertsDown_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterRobertsDown_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterRobertsDown_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                         ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsDown_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
-ZorStatus zoriFilterRobertsDown_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriFilterRobertsDown_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                         ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsUp_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsUp_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriFilterRobertsUp_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -614,22 +796,39 @@ ZorStatus zoriFilterRobertsUp_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * kernel and a wide region need work memory; without it the call goes on more slowly, with the ties of 8u
  * going up.
  *
- * Checks of *_16u_*: null pKernel, size kernelSize, divisor (ZorErrKernelDivisor), null pSrc, pDst, size
- * roiSize, steps, srcStep (ZorErrStep).
- * Checks of the others: null pointers, sizes, divisor (ZorErrKernelDivisor), steps, srcStep (ZorErrStep).
+ * Checks (16u): null pKernel, size kernelSize, divisor (ZorErrKernelDivisor), null pSrc, pDst, size roiSize,
+ *   steps, srcStep < (roiSize.width + kernelSize.width - 1) * pixel bytes, dstStep < roiSize.width * pixel
+ *   bytes (ZorErrStep).
+ * Checks (others): null pointers, sizes, divisor (ZorErrKernelDivisor), steps, srcStep < (roiSize.width +
+ *   kernelSize.width - 1) * pixel bytes, dstStep < roiSize.width * pixel bytes (ZorErrStep).
+ * Other statuses: ZorErrAlloc (16u).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilter_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
-ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
 
 /*
  * zoriFilter_32f_{C1,C3,C4,AC4}R
@@ -655,24 +854,43 @@ ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int
  * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
  * kernelSize.width - 1 pixels, or dstStep than width pixels.
  *
- * Checks: null pointers, sizes, steps, srcStep (ZorErrStep).
+ * Checks: null pointers, sizes, steps, srcStep < (roiSize.width + kernelSize.width - 1) * pixel bytes,
+ *   dstStep < roiSize.width * pixel bytes (ZorErrStep).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilter_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
-ZorStatus zoriFilter32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
 
 /*
  * zoriFilter_64f_C1R
@@ -688,9 +906,13 @@ ZorStatus zoriFilter32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, 
  * ZorErrSize: a side of the region or of the kernel is below 1. ZorErrStep: srcStep is smaller than width +
  * kernelSize.width - 1 pixels, or dstStep than width pixels.
  *
- * Checks: null pointers, sizes, steps, srcStep (ZorErrStep).
+ * Checks: null pointers, sizes, steps, srcStep < (roiSize.width + kernelSize.width - 1) * pixel bytes,
+ *   dstStep < roiSize.width * pixel bytes (ZorErrStep).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilter_64f_C1R(const Zor64f* pSrc, int srcStep, Zor64f* pDst, int dstStep, ZorImgSize roiSize, const Zor64f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+ZorStatus zoriFilter_64f_C1R(const Zor64f* pSrc, int srcStep, Zor64f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor64f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
 
 /*
  * zoriFilterGetBufSize_64f_C1R
@@ -700,7 +922,9 @@ ZorStatus zoriFilter_64f_C1R(const Zor64f* pSrc, int srcStep, Zor64f* pDst, int 
  * *pBufferSize receives 0: zoriFilter_64f_C1R works without a buffer. The query is there so that callers can
  * treat all kernels alike.
  *
- * Checks: null pointers, sizes, roiWidth (ZorErrSize).
+ * Checks: null pointers, sizes, roiWidth < 1 (ZorErrSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterGetBufSize_64f_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
 
@@ -725,21 +949,49 @@ ZorStatus zoriFilterGetBufSize_64f_C1R(ZorImgSize kernelSize, int roiWidth, int*
  * ZorErrStep: srcStep is smaller than width + kernelSize.width - 1 pixels, or dstStep than width pixels.
  * ZorErrRoundMode: roundMode is not one of the three. A null pBuffer is looked at last.
  *
- * Checks: null pSrc, pDst, pKernel, sizes, divisor (ZorErrKernelDivisor), steps, srcStep (ZorErrStep),
- * roundMode (ZorErrRoundMode), null pBuffer.
+ * Checks: null pSrc, pDst, pKernel, sizes, divisor (ZorErrKernelDivisor), steps, srcStep < (roiSize.width +
+ *   kernelSize.width - 1) * pixel bytes, dstStep < roiSize.width * pixel bytes (ZorErrStep), roundMode not
+ *   ZorRoundTowardZero, ZorRoundNearestEven or ZorRoundNearestAway (ZorErrRoundMode), null pBuffer.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: size of pBuffer by zoriFilterRoundGetBufSize16s_8u_C1R, in the other forms their like.
  */
-ZorStatus zoriFilter_Round16s_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round16s_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round16s_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round16s_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round16s_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
+                                       ZorRoundMode roundMode, Zor8u* pBuffer);
 
 /*
  * zoriFilter_Round32f_{8u,16u,16s}_{C1,C3,C4,AC4}R
@@ -758,21 +1010,49 @@ ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
  * kernelSize.width - 1 pixels, or dstStep than width pixels. ZorErrRoundMode: roundMode is not one of the
  * three. A null pBuffer is looked at last.
  *
- * Checks: null pSrc, pDst, pKernel, sizes, steps, srcStep (ZorErrStep), roundMode (ZorErrRoundMode), null
- * pBuffer.
+ * Checks: null pSrc, pDst, pKernel, sizes, steps, srcStep < (roiSize.width + kernelSize.width - 1) * pixel
+ *   bytes, dstStep < roiSize.width * pixel bytes (ZorErrStep), roundMode not ZorRoundTowardZero,
+ *   ZorRoundNearestEven or ZorRoundNearestAway (ZorErrRoundMode), null pBuffer.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: size of pBuffer by zoriFilterRoundGetBufSize32f_8u_C1R, in the other forms their like.
  */
-ZorStatus zoriFilter_Round32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
-ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                     ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
+                                       ZorRoundMode roundMode, Zor8u* pBuffer);
 
 /*
  * zoriFilterRoundGetBufSize16s_8u_{C1,C3,C4,AC4}R
@@ -792,7 +1072,9 @@ ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
  *
  * ZorErrSize: a side of the kernel or roiWidth is below 1.
  *
- * Checks: null pointers, sizes, roiWidth (ZorErrSize).
+ * Checks: null pointers, sizes, roiWidth < 1 (ZorErrSize).
+ * Threads: team, on whose size the result depends.
+ * Rounding: to nearest.
  */
 ZorStatus zoriFilterRoundGetBufSize16s_8u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
 ZorStatus zoriFilterRoundGetBufSize16s_8u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
@@ -844,35 +1126,70 @@ ZorStatus zoriFilterRoundGetBufSize32f_16s_AC4R(ZorImgSize kernelSize, int roiWi
  * srcStep is smaller than width + kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width
  * pixels. ZorErrAlloc, 16u and 16s only: no memory for the kernel; nothing is written.
  *
- * Checks of *_8u_*: null pointers, region size, kernelSize (ZorErrSize), divisor (ZorErrKernelDivisor),
- * steps, srcStep (ZorErrStep).
- * Checks of the others: null pKernel, kernelSize (ZorErrSize), divisor (ZorErrKernelDivisor), null pSrc,
- * pDst, region size, steps, srcStep (ZorErrStep).
+ * Checks (FilterRow, 8u): null pointers, region size, kernelSize < 1 (ZorErrSize), divisor
+ *   (ZorErrKernelDivisor), steps, srcStep < (roiSize.width + kernelSize - 1) * pixel bytes, dstStep <
+ *   roiSize.width * pixel bytes (ZorErrStep).
+ * Checks (FilterColumn, 8u): null pointers, region size, kernelSize < 1 (ZorErrSize), divisor
+ *   (ZorErrKernelDivisor), steps, srcStep < roiSize.width * pixel bytes, dstStep < roiSize.width * pixel
+ *   bytes (ZorErrStep).
+ * Checks (FilterColumn, 16u 16s): null pKernel, kernelSize < 1 (ZorErrSize), divisor (ZorErrKernelDivisor),
+ *   null pSrc, pDst, region size, steps, srcStep < roiSize.width * pixel bytes, dstStep < roiSize.width *
+ *   pixel bytes (ZorErrStep).
+ * Checks (others): null pKernel, kernelSize < 1 (ZorErrSize), divisor (ZorErrKernelDivisor), null pSrc, pDst,
+ *   region size, steps, srcStep < (roiSize.width + kernelSize - 1) * pixel bytes, dstStep < roiSize.width *
+ *   pixel bytes (ZorErrStep).
+ * Other statuses: ZorErrAlloc (16u 16s).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterRow_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterRow_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
-ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterRow_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
 
 /*
  * zoriFilter{Row,Column}_32f_{C1,C3,C4,AC4}R
@@ -895,40 +1212,77 @@ ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDs
  * ZorErrSize: a side of the region or kernelSize is below 1. ZorErrStep: srcStep is smaller than width +
  * kernelSize - 1 pixels (Row) or width pixels (Column), or dstStep than width pixels.
  *
- * Checks: null pointers, region size, kernelSize (ZorErrSize), steps, srcStep (ZorErrStep).
+ * Checks (FilterColumn FilterColumn32f): null pointers, region size, kernelSize < 1 (ZorErrSize), steps,
+ *   srcStep < roiSize.width * pixel bytes, dstStep < roiSize.width * pixel bytes (ZorErrStep).
+ * Checks (others): null pointers, region size, kernelSize < 1 (ZorErrSize), steps, srcStep < (roiSize.width +
+ *   kernelSize - 1) * pixel bytes, dstStep < roiSize.width * pixel bytes (ZorErrStep).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
  */
-ZorStatus zoriFilterRow_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterRow32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
-ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterRow32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f* pKernel, int kernelSize, int anchor);
+ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f* pKernel, int kernelSize, int anchor);
 
 ZORI_END_DECLS
 

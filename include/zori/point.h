@@ -18,34 +18,59 @@ ZORI_BEGIN_DECLS
  * sample comes out as the threshold in both directions. AC4 leaves the fourth channel of the destination as
  * it was.
  *
- * Checks of *_C1*: null pointers, region size, steps, cmpOp (ZorErrMode).
- * Checks of *_{C3,AC4}R: null pSrc, pDst, region size, steps, null threshold, cmpOp (ZorErrMode).
- * Checks of *_{C3,AC4}IR: null pSrcDst, region size, steps, null threshold, cmpOp (ZorErrMode).
+ * Checks (C3 AC4, R): null pSrc, pDst, region size, steps, null threshold, cmpOp not ZorCmpLess or
+ *   ZorCmpGreater (ZorErrMode).
+ * Checks (C3 AC4, IR): null pSrcDst, region size, steps, null threshold, cmpOp not ZorCmpLess or
+ *   ZorCmpGreater (ZorErrMode).
+ * Checks (others): null pointers, region size, steps, cmpOp not ZorCmpLess or ZorCmpGreater (ZorErrMode).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               Zor8u threshold, ZorCmpOp cmpOp);
 ZorStatus zoriThreshold_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor8u threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor8u threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                 ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                Zor16u threshold, ZorCmpOp cmpOp);
 ZorStatus zoriThreshold_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor16u threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                 ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor16u threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                  ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                Zor16s threshold, ZorCmpOp cmpOp);
 ZorStatus zoriThreshold_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor16s threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                 ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor16s threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                  ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                Zor32f threshold, ZorCmpOp cmpOp);
 ZorStatus zoriThreshold_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                 ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f threshold[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                  ZorCmpOp cmpOp);
 
 /*
  * zoriThreshold_GT_{8u,16u,16s,32f}_{C1,C3,AC4}{R,IR}
@@ -56,33 +81,48 @@ ZorStatus zoriThreshold_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * in C1, an array of three in C3 and AC4. A NaN sample comes out as the threshold. AC4 leaves the fourth
  * channel of the destination as it was.
  *
- * Checks of *_C1*: null pointers, region size, steps.
- * Checks of *_{C3,AC4}R: null pSrc, pDst, region size, steps, null threshold.
- * Checks of *_{C3,AC4}IR: null pSrcDst, region size, steps, null threshold.
+ * Checks (C3 AC4, R): null pSrc, pDst, region size, steps, null threshold.
+ * Checks (C3 AC4, IR): null pSrcDst, region size, steps, null threshold.
+ * Checks (others): null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_GT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold);
+ZorStatus zoriThreshold_GT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  Zor8u threshold);
 ZorStatus zoriThreshold_GT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold);
-ZorStatus zoriThreshold_GT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+ZorStatus zoriThreshold_GT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor8u threshold[3]);
 ZorStatus zoriThreshold_GT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
-ZorStatus zoriThreshold_GT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+ZorStatus zoriThreshold_GT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor8u threshold[3]);
 ZorStatus zoriThreshold_GT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
-ZorStatus zoriThreshold_GT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold);
+ZorStatus zoriThreshold_GT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor16u threshold);
 ZorStatus zoriThreshold_GT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold);
-ZorStatus zoriThreshold_GT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+ZorStatus zoriThreshold_GT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor16u threshold[3]);
 ZorStatus zoriThreshold_GT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
-ZorStatus zoriThreshold_GT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+ZorStatus zoriThreshold_GT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16u threshold[3]);
 ZorStatus zoriThreshold_GT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
-ZorStatus zoriThreshold_GT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold);
+ZorStatus zoriThreshold_GT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor16s threshold);
 ZorStatus zoriThreshold_GT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold);
-ZorStatus zoriThreshold_GT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+ZorStatus zoriThreshold_GT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor16s threshold[3]);
 ZorStatus zoriThreshold_GT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
-ZorStatus zoriThreshold_GT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+ZorStatus zoriThreshold_GT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16s threshold[3]);
 ZorStatus zoriThreshold_GT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
-ZorStatus zoriThreshold_GT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold);
+ZorStatus zoriThreshold_GT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor32f threshold);
 ZorStatus zoriThreshold_GT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold);
-ZorStatus zoriThreshold_GT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+ZorStatus zoriThreshold_GT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f threshold[3]);
 ZorStatus zoriThreshold_GT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
-ZorStatus zoriThreshold_GT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+ZorStatus zoriThreshold_GT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f threshold[3]);
 ZorStatus zoriThreshold_GT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
 
 /*
@@ -94,33 +134,48 @@ ZorStatus zoriThreshold_GT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize
  * C1, an array of three in C3 and AC4. A NaN sample comes out as the threshold. AC4 leaves the fourth channel
  * of the destination as it was.
  *
- * Checks of *_C1*: null pointers, region size, steps.
- * Checks of *_{C3,AC4}R: null pSrc, pDst, region size, steps, null threshold.
- * Checks of *_{C3,AC4}IR: null pSrcDst, region size, steps, null threshold.
+ * Checks (C3 AC4, R): null pSrc, pDst, region size, steps, null threshold.
+ * Checks (C3 AC4, IR): null pSrcDst, region size, steps, null threshold.
+ * Checks (others): null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_LT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold);
+ZorStatus zoriThreshold_LT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  Zor8u threshold);
 ZorStatus zoriThreshold_LT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold);
-ZorStatus zoriThreshold_LT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+ZorStatus zoriThreshold_LT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor8u threshold[3]);
 ZorStatus zoriThreshold_LT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
-ZorStatus zoriThreshold_LT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+ZorStatus zoriThreshold_LT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor8u threshold[3]);
 ZorStatus zoriThreshold_LT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
-ZorStatus zoriThreshold_LT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold);
+ZorStatus zoriThreshold_LT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor16u threshold);
 ZorStatus zoriThreshold_LT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold);
-ZorStatus zoriThreshold_LT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+ZorStatus zoriThreshold_LT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor16u threshold[3]);
 ZorStatus zoriThreshold_LT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
-ZorStatus zoriThreshold_LT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+ZorStatus zoriThreshold_LT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16u threshold[3]);
 ZorStatus zoriThreshold_LT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
-ZorStatus zoriThreshold_LT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold);
+ZorStatus zoriThreshold_LT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor16s threshold);
 ZorStatus zoriThreshold_LT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold);
-ZorStatus zoriThreshold_LT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+ZorStatus zoriThreshold_LT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor16s threshold[3]);
 ZorStatus zoriThreshold_LT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
-ZorStatus zoriThreshold_LT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+ZorStatus zoriThreshold_LT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16s threshold[3]);
 ZorStatus zoriThreshold_LT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
-ZorStatus zoriThreshold_LT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold);
+ZorStatus zoriThreshold_LT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor32f threshold);
 ZorStatus zoriThreshold_LT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold);
-ZorStatus zoriThreshold_LT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+ZorStatus zoriThreshold_LT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32f threshold[3]);
 ZorStatus zoriThreshold_LT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
-ZorStatus zoriThreshold_LT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+ZorStatus zoriThreshold_LT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f threshold[3]);
 ZorStatus zoriThreshold_LT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
 
 /*
@@ -133,34 +188,63 @@ ZorStatus zoriThreshold_LT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize
  * else. threshold and value are one number each in C1, arrays of three in C3 and AC4. A NaN sample is kept by
  * "greater" and replaced by "less". AC4 leaves the fourth channel of the destination as it was.
  *
- * Checks of *_C1*: cmpOp (ZorErrMode), null pointers, region size, steps.
- * Checks of *_{C3,AC4}R: cmpOp (ZorErrMode), null pSrc, pDst, region size, steps, null threshold, value.
- * Checks of *_{C3,AC4}IR: cmpOp (ZorErrMode), null pSrcDst, region size, steps, null threshold, value.
+ * Checks (C3 AC4, R): cmpOp not ZorCmpLess or ZorCmpGreater (ZorErrMode), null pSrc, pDst, region size,
+ *   steps, null threshold, value.
+ * Checks (C3 AC4, IR): cmpOp not ZorCmpLess or ZorCmpGreater (ZorErrMode), null pSrcDst, region size, steps,
+ *   null threshold, value.
+ * Checks (others): cmpOp not ZorCmpLess or ZorCmpGreater (ZorErrMode), null pointers, region size, steps.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_Val_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value, ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
-ZorStatus zoriThreshold_Val_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   Zor8u threshold, Zor8u value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value,
+                                    ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                    const Zor8u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                     const Zor8u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    Zor16u threshold, Zor16u value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
+                                     Zor16u value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                     const Zor16u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                      const Zor16u value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    Zor16s threshold, Zor16s value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
+                                     Zor16s value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                     const Zor16s value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                      const Zor16s value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    Zor32f threshold, Zor32f value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
+                                     Zor32f value, ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                     const Zor32f value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
+ZorStatus zoriThreshold_Val_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                      const Zor32f value[3], ZorCmpOp cmpOp);
 
 /*
  * zoriThreshold_GTVal_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
@@ -171,42 +255,76 @@ ZorStatus zoriThreshold_Val_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSiz
  * with one number a channel in the other layouts (three for C3 and AC4, four for C4). A NaN sample is kept.
  * AC4 leaves the fourth channel of the destination as it was.
  *
- * Checks of *_C1*: null pointers, region size, steps.
- * Checks of *_{C3,C4,AC4}R: null pSrc, pDst, region size, steps, null threshold, value.
- * Checks of *_{C3,C4,AC4}IR: null pSrcDst, region size, steps, null threshold, value.
+ * Checks (C1): null pointers, region size, steps.
+ * Checks (C3 C4 AC4, IR): null pSrcDst, region size, steps, null threshold, value.
+ * Checks (others): null pSrc, pDst, region size, steps, null threshold, value.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_GTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
+ZorStatus zoriThreshold_GTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     Zor8u threshold, Zor8u value);
 ZorStatus zoriThreshold_GTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
-ZorStatus zoriThreshold_GTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_GTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_GTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[4], const Zor8u value[4]);
-ZorStatus zoriThreshold_GTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4], const Zor8u value[4]);
-ZorStatus zoriThreshold_GTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_GTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_GTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value);
-ZorStatus zoriThreshold_GTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value);
-ZorStatus zoriThreshold_GTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_GTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_GTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[4], const Zor16u value[4]);
-ZorStatus zoriThreshold_GTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4], const Zor16u value[4]);
-ZorStatus zoriThreshold_GTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_GTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_GTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value);
-ZorStatus zoriThreshold_GTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value);
-ZorStatus zoriThreshold_GTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_GTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_GTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[4], const Zor16s value[4]);
-ZorStatus zoriThreshold_GTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4], const Zor16s value[4]);
-ZorStatus zoriThreshold_GTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_GTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_GTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value);
-ZorStatus zoriThreshold_GTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value);
-ZorStatus zoriThreshold_GTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_GTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_GTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[4], const Zor32f value[4]);
-ZorStatus zoriThreshold_GTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4], const Zor32f value[4]);
-ZorStatus zoriThreshold_GTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_GTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_GTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor8u threshold[3], const Zor8u value[3]);
+ZorStatus zoriThreshold_GTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                      const Zor8u value[3]);
+ZorStatus zoriThreshold_GTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor8u threshold[4], const Zor8u value[4]);
+ZorStatus zoriThreshold_GTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4],
+                                      const Zor8u value[4]);
+ZorStatus zoriThreshold_GTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor8u threshold[3], const Zor8u value[3]);
+ZorStatus zoriThreshold_GTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                       const Zor8u value[3]);
+ZorStatus zoriThreshold_GTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor16u threshold, Zor16u value);
+ZorStatus zoriThreshold_GTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
+                                       Zor16u value);
+ZorStatus zoriThreshold_GTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16u threshold[3], const Zor16u value[3]);
+ZorStatus zoriThreshold_GTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                       const Zor16u value[3]);
+ZorStatus zoriThreshold_GTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16u threshold[4], const Zor16u value[4]);
+ZorStatus zoriThreshold_GTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4],
+                                       const Zor16u value[4]);
+ZorStatus zoriThreshold_GTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor16u threshold[3], const Zor16u value[3]);
+ZorStatus zoriThreshold_GTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                        const Zor16u value[3]);
+ZorStatus zoriThreshold_GTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor16s threshold, Zor16s value);
+ZorStatus zoriThreshold_GTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
+                                       Zor16s value);
+ZorStatus zoriThreshold_GTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16s threshold[3], const Zor16s value[3]);
+ZorStatus zoriThreshold_GTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                       const Zor16s value[3]);
+ZorStatus zoriThreshold_GTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16s threshold[4], const Zor16s value[4]);
+ZorStatus zoriThreshold_GTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4],
+                                       const Zor16s value[4]);
+ZorStatus zoriThreshold_GTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor16s threshold[3], const Zor16s value[3]);
+ZorStatus zoriThreshold_GTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                        const Zor16s value[3]);
+ZorStatus zoriThreshold_GTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor32f threshold, Zor32f value);
+ZorStatus zoriThreshold_GTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
+                                       Zor32f value);
+ZorStatus zoriThreshold_GTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_GTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                       const Zor32f value[3]);
+ZorStatus zoriThreshold_GTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f threshold[4], const Zor32f value[4]);
+ZorStatus zoriThreshold_GTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4],
+                                       const Zor32f value[4]);
+ZorStatus zoriThreshold_GTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_GTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                        const Zor32f value[3]);
 
 /*
  * zoriThreshold_LTVal_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
@@ -217,42 +335,76 @@ ZorStatus zoriThreshold_GTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgS
  * with one number a channel in the other layouts (three for C3 and AC4, four for C4). A NaN sample is
  * replaced. AC4 leaves the fourth channel of the destination as it was.
  *
- * Checks of *_C1*: null pointers, region size, steps.
- * Checks of *_{C3,C4,AC4}R: null pSrc, pDst, region size, steps, null threshold, value.
- * Checks of *_{C3,C4,AC4}IR: null pSrcDst, region size, steps, null threshold, value.
+ * Checks (C1): null pointers, region size, steps.
+ * Checks (C3 C4 AC4, IR): null pSrcDst, region size, steps, null threshold, value.
+ * Checks (others): null pSrc, pDst, region size, steps, null threshold, value.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_LTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
+ZorStatus zoriThreshold_LTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     Zor8u threshold, Zor8u value);
 ZorStatus zoriThreshold_LTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
-ZorStatus zoriThreshold_LTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_LTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_LTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[4], const Zor8u value[4]);
-ZorStatus zoriThreshold_LTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4], const Zor8u value[4]);
-ZorStatus zoriThreshold_LTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_LTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3], const Zor8u value[3]);
-ZorStatus zoriThreshold_LTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value);
-ZorStatus zoriThreshold_LTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold, Zor16u value);
-ZorStatus zoriThreshold_LTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_LTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_LTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[4], const Zor16u value[4]);
-ZorStatus zoriThreshold_LTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4], const Zor16u value[4]);
-ZorStatus zoriThreshold_LTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_LTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3], const Zor16u value[3]);
-ZorStatus zoriThreshold_LTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value);
-ZorStatus zoriThreshold_LTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold, Zor16s value);
-ZorStatus zoriThreshold_LTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_LTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_LTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[4], const Zor16s value[4]);
-ZorStatus zoriThreshold_LTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4], const Zor16s value[4]);
-ZorStatus zoriThreshold_LTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_LTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3], const Zor16s value[3]);
-ZorStatus zoriThreshold_LTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value);
-ZorStatus zoriThreshold_LTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold, Zor32f value);
-ZorStatus zoriThreshold_LTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_LTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_LTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[4], const Zor32f value[4]);
-ZorStatus zoriThreshold_LTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4], const Zor32f value[4]);
-ZorStatus zoriThreshold_LTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
-ZorStatus zoriThreshold_LTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_LTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor8u threshold[3], const Zor8u value[3]);
+ZorStatus zoriThreshold_LTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                      const Zor8u value[3]);
+ZorStatus zoriThreshold_LTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     const Zor8u threshold[4], const Zor8u value[4]);
+ZorStatus zoriThreshold_LTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4],
+                                      const Zor8u value[4]);
+ZorStatus zoriThreshold_LTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor8u threshold[3], const Zor8u value[3]);
+ZorStatus zoriThreshold_LTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
+                                       const Zor8u value[3]);
+ZorStatus zoriThreshold_LTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor16u threshold, Zor16u value);
+ZorStatus zoriThreshold_LTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
+                                       Zor16u value);
+ZorStatus zoriThreshold_LTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16u threshold[3], const Zor16u value[3]);
+ZorStatus zoriThreshold_LTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                       const Zor16u value[3]);
+ZorStatus zoriThreshold_LTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16u threshold[4], const Zor16u value[4]);
+ZorStatus zoriThreshold_LTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4],
+                                       const Zor16u value[4]);
+ZorStatus zoriThreshold_LTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor16u threshold[3], const Zor16u value[3]);
+ZorStatus zoriThreshold_LTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
+                                        const Zor16u value[3]);
+ZorStatus zoriThreshold_LTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor16s threshold, Zor16s value);
+ZorStatus zoriThreshold_LTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
+                                       Zor16s value);
+ZorStatus zoriThreshold_LTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16s threshold[3], const Zor16s value[3]);
+ZorStatus zoriThreshold_LTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                       const Zor16s value[3]);
+ZorStatus zoriThreshold_LTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor16s threshold[4], const Zor16s value[4]);
+ZorStatus zoriThreshold_LTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4],
+                                       const Zor16s value[4]);
+ZorStatus zoriThreshold_LTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor16s threshold[3], const Zor16s value[3]);
+ZorStatus zoriThreshold_LTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
+                                        const Zor16s value[3]);
+ZorStatus zoriThreshold_LTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      Zor32f threshold, Zor32f value);
+ZorStatus zoriThreshold_LTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
+                                       Zor32f value);
+ZorStatus zoriThreshold_LTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_LTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                       const Zor32f value[3]);
+ZorStatus zoriThreshold_LTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                      const Zor32f threshold[4], const Zor32f value[4]);
+ZorStatus zoriThreshold_LTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4],
+                                       const Zor32f value[4]);
+ZorStatus zoriThreshold_LTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                       const Zor32f threshold[3], const Zor32f value[3]);
+ZorStatus zoriThreshold_LTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
+                                        const Zor32f value[3]);
 
 /*
  * zoriThreshold_LTValGTVal_{8u,16u,16s,32f}_{C1,C3,AC4}{R,IR}
@@ -266,36 +418,82 @@ ZorStatus zoriThreshold_LTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgS
  * A lower threshold above its upper one, in any channel, gives ZorErrThreshold. Equal thresholds are allowed
  * and leave only samples equal to them unchanged.
  *
- * Checks of *_C1*: null pointers, region size, steps, thresholdLT, thresholdGT (ZorErrThreshold).
- * Checks of *_{C3,AC4}R: null pSrc, pDst, region size, steps, null thresholdLT, valueLT, thresholdGT,
- * valueGT, thresholdLT, thresholdGT (ZorErrThreshold).
- * Checks of *_{C3,AC4}IR: null pSrcDst, region size, steps, null thresholdLT, valueLT, thresholdGT, valueGT,
- * thresholdLT, thresholdGT (ZorErrThreshold).
+ * Checks (C3 AC4, R): null pSrc, pDst, region size, steps, null thresholdLT, valueLT, thresholdGT, valueGT,
+ *   thresholdLT > thresholdGT (ZorErrThreshold).
+ * Checks (C3 AC4, IR): null pSrcDst, region size, steps, null thresholdLT, valueLT, thresholdGT, valueGT,
+ *   thresholdLT > thresholdGT (ZorErrThreshold).
+ * Checks (others): null pointers, region size, steps, thresholdLT > thresholdGT (ZorErrThreshold).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriThreshold_LTValGTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u thresholdLT, Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
-ZorStatus zoriThreshold_LTValGTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u thresholdLT, Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
-ZorStatus zoriThreshold_LTValGTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u thresholdLT[3], const Zor8u valueLT[3], const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u thresholdLT[3], const Zor8u valueLT[3], const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u thresholdLT[3], const Zor8u valueLT[3], const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u thresholdLT[3], const Zor8u valueLT[3], const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u thresholdLT, Zor16u valueLT, Zor16u thresholdGT, Zor16u valueGT);
-ZorStatus zoriThreshold_LTValGTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u thresholdLT, Zor16u valueLT, Zor16u thresholdGT, Zor16u valueGT);
-ZorStatus zoriThreshold_LTValGTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3], const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3], const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3], const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3], const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s thresholdLT, Zor16s valueLT, Zor16s thresholdGT, Zor16s valueGT);
-ZorStatus zoriThreshold_LTValGTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s thresholdLT, Zor16s valueLT, Zor16s thresholdGT, Zor16s valueGT);
-ZorStatus zoriThreshold_LTValGTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3], const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3], const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3], const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3], const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f thresholdLT, Zor32f valueLT, Zor32f thresholdGT, Zor32f valueGT);
-ZorStatus zoriThreshold_LTValGTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f thresholdLT, Zor32f valueLT, Zor32f thresholdGT, Zor32f valueGT);
-ZorStatus zoriThreshold_LTValGTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3], const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3], const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3], const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
-ZorStatus zoriThreshold_LTValGTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3], const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                          Zor8u thresholdLT, Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
+ZorStatus zoriThreshold_LTValGTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u thresholdLT,
+                                           Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
+ZorStatus zoriThreshold_LTValGTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                          const Zor8u thresholdLT[3], const Zor8u valueLT[3],
+                                          const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                           const Zor8u thresholdLT[3], const Zor8u valueLT[3],
+                                           const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                           const Zor8u thresholdLT[3], const Zor8u valueLT[3],
+                                           const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                            const Zor8u thresholdLT[3], const Zor8u valueLT[3],
+                                            const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
+                                           ZorImgSize roiSize, Zor16u thresholdLT, Zor16u valueLT, Zor16u thresholdGT,
+                                           Zor16u valueGT);
+ZorStatus zoriThreshold_LTValGTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u thresholdLT,
+                                            Zor16u valueLT, Zor16u thresholdGT, Zor16u valueGT);
+ZorStatus zoriThreshold_LTValGTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
+                                           ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3],
+                                           const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                            const Zor16u thresholdLT[3], const Zor16u valueLT[3],
+                                            const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
+                                            ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3],
+                                            const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                             const Zor16u thresholdLT[3], const Zor16u valueLT[3],
+                                             const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                           ZorImgSize roiSize, Zor16s thresholdLT, Zor16s valueLT, Zor16s thresholdGT,
+                                           Zor16s valueGT);
+ZorStatus zoriThreshold_LTValGTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s thresholdLT,
+                                            Zor16s valueLT, Zor16s thresholdGT, Zor16s valueGT);
+ZorStatus zoriThreshold_LTValGTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                           ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3],
+                                           const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                            const Zor16s thresholdLT[3], const Zor16s valueLT[3],
+                                            const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
+                                            ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3],
+                                            const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                             const Zor16s thresholdLT[3], const Zor16s valueLT[3],
+                                             const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                           ZorImgSize roiSize, Zor32f thresholdLT, Zor32f valueLT, Zor32f thresholdGT,
+                                           Zor32f valueGT);
+ZorStatus zoriThreshold_LTValGTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f thresholdLT,
+                                            Zor32f valueLT, Zor32f thresholdGT, Zor32f valueGT);
+ZorStatus zoriThreshold_LTValGTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                           ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3],
+                                           const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                            const Zor32f thresholdLT[3], const Zor32f valueLT[3],
+                                            const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                            ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3],
+                                            const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+ZorStatus zoriThreshold_LTValGTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                             const Zor32f thresholdLT[3], const Zor32f valueLT[3],
+                                             const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
 
 /*
  * zoriComputeThreshold_Otsu_8u_C1R
@@ -309,7 +507,9 @@ ZorStatus zoriThreshold_LTValGTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Zo
  *
  * A source step below the width gives ZorErrStep. One pass over the image.
  *
- * Checks: null pointers, region size, steps, srcStep (ZorErrStep).
+ * Checks: null pointers, region size, steps, srcStep < roiSize.width (ZorErrStep).
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
 ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pThreshold);
 
@@ -326,23 +526,42 @@ ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorIm
  * An unknown selector is not an error: the function returns ZorOk and writes nothing.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2 (8u, C1).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCompare_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompare_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompare_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
 
 /*
  * zoriCompareC_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
@@ -358,23 +577,42 @@ ZorStatus zoriCompare_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* 
  * An unknown selector is not an error: the function returns ZorOk and writes nothing.
  *
  * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc (8u, C1).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCompareC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
-ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                              ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
+                              ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep,
+                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s value, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep,
+                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep,
+                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
+                                ZorImgSize roiSize, ZorCmpOp cmpOp);
 
 /*
  * zoriCompareEqualEps_32f_{C1,C3,C4,AC4}R
@@ -387,12 +625,18 @@ ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f va
  *
  * An eps below zero gives ZorErrEpsilon; -0.0 counts as zero; with a NaN the whole mask is 0.
  *
- * Checks: null pointers, steps, region size, eps (ZorErrEpsilon).
+ * Checks: null pointers, steps, region size, eps < 0 (ZorErrEpsilon).
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriCompareEqualEps_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEps_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEps_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEps_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                      Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEps_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                      Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEps_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                      Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                       Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
 /*
  * zoriCompareEqualEpsC_32f_{C1,C3,C4,AC4}R
@@ -406,12 +650,18 @@ ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const 
  *
  * An eps below zero gives ZorErrEpsilon; -0.0 counts as zero; with a NaN the whole mask is 0.
  *
- * Checks: null pointers, steps, region size, eps (ZorErrEpsilon).
+ * Checks: null pointers, steps, region size, eps < 0 (ZorErrEpsilon).
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriCompareEqualEpsC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEpsC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEpsC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
-ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEpsC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep,
+                                       ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEpsC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
+                                       ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEpsC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep,
+                                       ZorImgSize roiSize, Zor32f eps);
+ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3],
+                                        Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
 /*
  * zoriLUT_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
@@ -434,41 +684,77 @@ ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Z
  * 65536 values that is allocated in the call (ZorErrAlloc); those of up to 4096 pixels in C1 and C3 search
  * their interval, and 32f always does. With levels out of order the two ways may differ.
  *
- * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
- * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ * Checks (C1): null pointers, region size, steps, nLevels < 2 (ZorErrLutLevels).
+ * Checks (others): null pointers, nLevels < 2 (ZorErrLutLevels), region size, steps.
+ * Other statuses: ZorErrAlloc (16u 16s).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriLUT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                         const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                          const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                         const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                          const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                         const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                          const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                           const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                           const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                           const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                           const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                            const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                           const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                           const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                           const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                            const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
+                           const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                           const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                          const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
+                           const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                            const Zor32f* const pLevels[3], const int nLevels[3]);
 
 /*
  * zoriLUT_Linear_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
@@ -492,41 +778,77 @@ ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
  * product and sum in double, rounded once. The slopes are allocated in the call (ZorErrAlloc). A NaN sample
  * passes unchanged.
  *
- * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
- * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ * Checks (C1): null pointers, region size, steps, nLevels < 2 (ZorErrLutLevels).
+ * Checks (others): null pointers, nLevels < 2 (ZorErrLutLevels), region size, steps.
+ * Other statuses: ZorErrAlloc (16u 16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriLUT_Linear_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_Linear_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Linear_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                 const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                 const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                 const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                  const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                  const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                  const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                  const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
+                                  const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Linear_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                                  const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
+                                  const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Linear_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                                   const Zor32f* const pLevels[3], const int nLevels[3]);
 
 /*
  * zoriLUT_Cubic_{8u,16u,16s,32f}_{C1,C3,C4,AC4}{R,IR}
@@ -548,41 +870,77 @@ ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize r
  * other; intervals next to coinciding nodes have no defined curve. 8u maps need no memory; the other types
  * allocate their map or their coefficients in the call (ZorErrAlloc).
  *
- * Checks of *_C1*: null pointers, region size, steps, nLevels (ZorErrLutLevels).
- * Checks of the others: null pointers, nLevels (ZorErrLutLevels), region size, steps.
+ * Checks (C1): null pointers, region size, steps, nLevels < 2 (ZorErrLutLevels).
+ * Checks (others): null pointers, nLevels < 2 (ZorErrLutLevels), region size, steps.
+ * Other statuses: ZorErrAlloc (16u 16s 32f).
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriLUT_Cubic_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriLUT_Cubic_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriLUT_Cubic_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                 const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                 const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                 const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                 const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
+                                 const Zor32s* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                 const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
+                                 const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
+                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
+                                 const Zor32f* pLevels, int nLevels);
+ZorStatus zoriLUT_Cubic_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                                 const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
+                                 const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriLUT_Cubic_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
+                                  const Zor32f* const pLevels[3], const int nLevels[3]);
 
 /*
  * zoriLUTPalette_{8u,16u}_{C1,C3,AC4,C3A0C4}R
@@ -600,22 +958,43 @@ ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * channels of three with alpha first: alphaValue, then the channels 0, 1, 2 of the source through their
  * tables. An alphaValue outside the range of the type leaves that channel of the destination as it was.
  *
- * Checks of *_C1R: null pointers, region size, nBitSize (ZorErrBitSize).
- * Checks of the others: null pointers, region size, null pTable[], nBitSize (ZorErrBitSize).
+ * Checks (8u 8u24u 8u32u, C1): null pointers, region size, nBitSize > 8, nBitSize < 1 (ZorErrBitSize).
+ * Checks (8u, C3 AC4 C3A0C4): null pointers, region size, null pointers in pTable, nBitSize > 8, nBitSize < 1
+ *   (ZorErrBitSize).
+ * Checks (16u, C3 AC4 C3A0C4): null pointers, region size, null pointers in pTable, nBitSize > 16, nBitSize <
+ *   1 (ZorErrBitSize).
+ * Checks (others): null pointers, region size, nBitSize > 16, nBitSize < 1 (ZorErrBitSize).
+ * Steps: not tested, may be zero or negative.
+ * Same image allowed: pDst = pSrc (8u 16u, C1 C3 AC4).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriLUTPalette_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_16u_C3A0C4R(const Zor16u* pSrc, int srcStep, int alphaValue, Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
-ZorStatus zoriLUTPalette_8u24u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_8u32u_C1R(const Zor8u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize, const Zor32u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_16u24u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pTable, int nBitSize);
-ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize, const Zor32u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep,
+                                    ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor16u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                  const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_16u_C3A0C4R(const Zor16u* pSrc, int srcStep, int alphaValue, Zor16u* pDst, int dstStep,
+                                     ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPalette_8u24u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_8u32u_C1R(const Zor8u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor32u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u24u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor8u* pTable, int nBitSize);
+ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize,
+                                    const Zor32u* pTable, int nBitSize);
 
 /*
  * zoriLUTPaletteSwap_8u_C3A0C4R
@@ -628,9 +1007,13 @@ ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDs
  * outside 0..255 leaves the fourth channel of the destination as it was. The three table pointers are tested
  * after the size.
  *
- * Checks: null pointers, region size, null pTable[], nBitSize (ZorErrBitSize).
+ * Checks: null pointers, region size, null pointers in pTable, nBitSize > 8, nBitSize < 1 (ZorErrBitSize).
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep,
+                                        ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
 
 /*
  * zoriHistogramEven_{8u,16u,16s}_{C1,C3,C4,AC4}R
@@ -652,21 +1035,45 @@ ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alph
  * Depending on the size of the image and the number of levels, 16-bit samples are counted by search or
  * through a table of 65536 counters that is allocated in the call (ZorErrAlloc, with the counters cleared).
  *
- * Checks of *_C1R: null pointers, region size, steps, nLevels (ZorErrHistLevels).
- * Checks of the others: null pointers, nLevels (ZorErrHistLevels), region size, steps.
+ * Checks (C1): null pointers, region size, steps, nLevels < 2 (ZorErrHistLevels).
+ * Checks (others): null pointers, nLevels < 2 (ZorErrHistLevels), region size, steps.
+ * Other statuses: ZorErrAlloc (pHist, pLevels written) (16u 16s).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriHistogramEven_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
-ZorStatus zoriHistogramEven_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
-ZorStatus zoriHistogramEven_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
-ZorStatus zoriHistogramEven_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
-ZorStatus zoriHistogramEven_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
-ZorStatus zoriHistogramEven_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
-ZorStatus zoriHistogramEven_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
-ZorStatus zoriHistogramEven_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
-ZorStatus zoriHistogramEven_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels, int nLevels, int lowerLevel, int upperLevel);
-ZorStatus zoriHistogramEven_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
-ZorStatus zoriHistogramEven_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4], const int upperLevel[4]);
-ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3], const int upperLevel[3]);
+ZorStatus zoriHistogramEven_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
+                                   int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                   Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                   const int upperLevel[3]);
+ZorStatus zoriHistogramEven_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                   Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
+                                   const int upperLevel[4]);
+ZorStatus zoriHistogramEven_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                    Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                    const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
+                                    int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                    Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                    const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                    Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
+                                    const int upperLevel[4]);
+ZorStatus zoriHistogramEven_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                     const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
+                                    int nLevels, int lowerLevel, int upperLevel);
+ZorStatus zoriHistogramEven_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                    Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                    const int upperLevel[3]);
+ZorStatus zoriHistogramEven_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                    Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
+                                    const int upperLevel[4]);
+ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
+                                     const int upperLevel[3]);
 
 /*
  * zoriHistogramRange_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
@@ -689,25 +1096,44 @@ ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize
  * Depending on the size of the image and the number of levels, 16-bit samples are counted by search or
  * through a table of 65536 counters that is allocated in the call (ZorErrAlloc, with the counters cleared).
  *
- * Checks of *_C1R: null pointers, region size, steps, nLevels (ZorErrHistLevels).
- * Checks of the others: null pointers, nLevels (ZorErrHistLevels), region size, steps.
+ * Checks (C1): null pointers, region size, steps, nLevels < 2 (ZorErrHistLevels).
+ * Checks (others): null pointers, nLevels < 2 (ZorErrHistLevels), region size, steps.
+ * Other statuses: ZorErrAlloc (pHist written) (16u 16s).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriHistogramRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriHistogramRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriHistogramRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriHistogramRange_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriHistogramRange_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32s* pLevels, int nLevels);
-ZorStatus zoriHistogramRange_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32s* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriHistogramRange_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32s* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, const Zor32f* pLevels, int nLevels);
-ZorStatus zoriHistogramRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32f* const pLevels[3], const int nLevels[3]);
-ZorStatus zoriHistogramRange_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4], const Zor32f* const pLevels[4], const int nLevels[4]);
-ZorStatus zoriHistogramRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
+                                    const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                    const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                    const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
+                                     const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                     const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                      const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
+                                     const Zor32s* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                     const Zor32s* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                      const Zor32s* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
+                                     const Zor32f* pLevels, int nLevels);
+ZorStatus zoriHistogramRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                     const Zor32f* const pLevels[3], const int nLevels[3]);
+ZorStatus zoriHistogramRange_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
+                                     const Zor32f* const pLevels[4], const int nLevels[4]);
+ZorStatus zoriHistogramRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
+                                      const Zor32f* const pLevels[3], const int nLevels[3]);
 
 ZORI_END_DECLS
 

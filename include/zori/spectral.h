@@ -24,6 +24,8 @@ ZORI_BEGIN_DECLS
  * column pass, which wrap. Nothing reports an overflow.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 ZorStatus zoriDCT8x8Fwd_16s_C1I(Zor16s* pSrcDst);
@@ -40,6 +42,8 @@ ZorStatus zoriDCT8x8Inv_16s_C1I(Zor16s* pSrcDst);
  * Results agree with the exact transform to about five significant places. The C1I forms work in place.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_32f_C1(const Zor32f* pSrc, Zor32f* pDst);
 ZorStatus zoriDCT8x8Fwd_32f_C1I(Zor32f* pSrcDst);
@@ -57,6 +61,8 @@ ZorStatus zoriDCT8x8Inv_32f_C1I(Zor32f* pSrcDst);
  * saturated to 0..255. ZorErrStep: the step of the image is below 1.
  *
  * Checks: null pointers, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst);
 ZorStatus zoriDCT8x8Fwd_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst);
@@ -72,6 +78,8 @@ ZorStatus zoriDCT8x8Inv_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep);
  * block as zoriDCT8x8Fwd_16s_C1 does. An addVal of -128 centres bytes around zero.
  *
  * Checks: null pointers, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8FwdLS_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, Zor16s addVal);
 
@@ -85,8 +93,11 @@ ZorStatus zoriDCT8x8FwdLS_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst
  * and 255 the clamp is plain saturation.
  *
  * Checks: null pointers, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep, Zor16s addVal, Zor8u clipMin, Zor8u clipMax);
+ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep, Zor16s addVal, Zor8u clipMin,
+                                        Zor8u clipMax);
 
 /*
  * zori{DCT8x8Inv_2x2,DCT8x8Inv_4x4}_16s_{C1,C1I}
@@ -98,6 +109,8 @@ ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dst
  * values of the result are written.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Inv_2x2_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 ZorStatus zoriDCT8x8Inv_2x2_16s_C1I(Zor16s* pSrcDst);
@@ -114,6 +127,8 @@ ZorStatus zoriDCT8x8Inv_4x4_16s_C1I(Zor16s* pSrcDst);
  * at pDst; in place they take the first values of the block, and the rest of it stays as it was.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8To2x2Inv_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 ZorStatus zoriDCT8x8To2x2Inv_16s_C1I(Zor16s* pSrcDst);
@@ -136,6 +151,8 @@ ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
  * Source and destination must not overlap.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);

@@ -28,6 +28,9 @@ ZORI_BEGIN_DECLS
  * thread.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (32f); to nearest (others).
  */
 ZorStatus zoriSum_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
 ZorStatus zoriSum_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
@@ -59,6 +62,9 @@ ZorStatus zoriSum_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * plane. A single pixel is its own mean. The step is not tested.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
 ZorStatus zoriMean_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
 ZorStatus zoriMean_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
@@ -93,6 +99,9 @@ ZorStatus zoriMean_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize,
  * The step is not tested. The integer forms may stop reading as soon as the extreme of the type is met.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMin_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin);
 ZorStatus zoriMin_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3]);
@@ -138,6 +147,9 @@ ZorStatus zoriMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * not tested.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMinMax_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, Zor8u* pMax);
 ZorStatus zoriMinMax_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], Zor8u max[3]);
@@ -173,39 +185,74 @@ ZorStatus zoriMinMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSiz
  * The step is not tested. The position costs one further reading of a single row.
  *
  * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriMinIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, int* pIndexX, int* pIndexY);
-ZorStatus zoriMinIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMinIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMin, int* pIndexX, int* pIndexY);
-ZorStatus zoriMinIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMinIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMin, int* pIndexX, int* pIndexY);
-ZorStatus zoriMinIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMinIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMin, int* pIndexX, int* pIndexY);
-ZorStatus zoriMinIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMinIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMinIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMax, int* pIndexX, int* pIndexY);
-ZorStatus zoriMaxIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMaxIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMax, int* pIndexX, int* pIndexY);
-ZorStatus zoriMaxIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMaxIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMax, int* pIndexX, int* pIndexY);
-ZorStatus zoriMaxIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMaxIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMax, int* pIndexX, int* pIndexY);
-ZorStatus zoriMaxIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3], int indexY[3]);
-ZorStatus zoriMaxIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[4], int indexX[4], int indexY[4]);
-ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3], int indexY[3]);
+ZorStatus zoriMinIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, int* pIndexX,
+                             int* pIndexY);
+ZorStatus zoriMinIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3],
+                             int indexY[3]);
+ZorStatus zoriMinIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[4], int indexX[4],
+                             int indexY[4]);
+ZorStatus zoriMinIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMinIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMin, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMinIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMinIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMinIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3],
+                               int indexY[3]);
+ZorStatus zoriMinIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMin, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMinIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMinIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMinIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3],
+                               int indexY[3]);
+ZorStatus zoriMinIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMin, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMinIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMinIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMinIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3],
+                               int indexY[3]);
+ZorStatus zoriMaxIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMax, int* pIndexX,
+                             int* pIndexY);
+ZorStatus zoriMaxIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3],
+                             int indexY[3]);
+ZorStatus zoriMaxIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[4], int indexX[4],
+                             int indexY[4]);
+ZorStatus zoriMaxIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMaxIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMax, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMaxIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMaxIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMaxIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3],
+                               int indexY[3]);
+ZorStatus zoriMaxIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMax, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMaxIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMaxIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMaxIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3],
+                               int indexY[3]);
+ZorStatus zoriMaxIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMax, int* pIndexX,
+                              int* pIndexY);
+ZorStatus zoriMaxIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3],
+                              int indexY[3]);
+ZorStatus zoriMaxIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[4], int indexX[4],
+                              int indexY[4]);
+ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3],
+                               int indexY[3]);
 
 /*
  * zoriMinEvery_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR
@@ -218,6 +265,8 @@ ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSi
  * result.
  *
  * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMinEvery_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 ZorStatus zoriMinEvery_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -263,14 +312,22 @@ ZorStatus zoriMaxEvery_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDs
  *
  * ZorErrRange: a lower bound is above its upper bound, in any channel. Counts are 32-bit.
  *
- * Checks: null pointers, steps, region size, lower, upper (ZorErrRange).
+ * Checks: null pointers, steps, region size, lower > upper (ZorErrRange).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriCountInRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor8u lower, Zor8u upper);
-ZorStatus zoriCountInRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3], const Zor8u lower[3], const Zor8u upper[3]);
-ZorStatus zoriCountInRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3], const Zor8u lower[3], const Zor8u upper[3]);
-ZorStatus zoriCountInRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor32f lower, Zor32f upper);
-ZorStatus zoriCountInRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3], const Zor32f lower[3], const Zor32f upper[3]);
-ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3], const Zor32f lower[3], const Zor32f upper[3]);
+ZorStatus zoriCountInRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor8u lower,
+                                  Zor8u upper);
+ZorStatus zoriCountInRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
+                                  const Zor8u lower[3], const Zor8u upper[3]);
+ZorStatus zoriCountInRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
+                                   const Zor8u lower[3], const Zor8u upper[3]);
+ZorStatus zoriCountInRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor32f lower,
+                                   Zor32f upper);
+ZorStatus zoriCountInRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
+                                   const Zor32f lower[3], const Zor32f upper[3]);
+ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
+                                    const Zor32f lower[3], const Zor32f upper[3]);
 
 /*
  * zoriNorm_{Inf,L1,L2}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
@@ -296,9 +353,11 @@ ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize 
  * or underflow to zero. Inf compares in single precision and is exact. NaN pixels leave the 32f results
  * undefined.
  *
- * Checks of *_16u_*: null pointers, steps, region size.
- * Checks of *_L1_16u_*: steps, null pointers, region size.
- * Checks of the others: null pointers, region size, steps.
+ * Checks (Norm_Inf Norm_L2, 16u): null pointers, steps, region size.
+ * Checks (Norm_L1, 16u): steps, null pointers, region size.
+ * Checks (others): null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (Norm_L1, 32f and Norm_L2, 8u 16u 16s 32f); to nearest (others).
  */
 ZorStatus zoriNorm_Inf_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
 ZorStatus zoriNorm_Inf_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
@@ -369,57 +428,107 @@ ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSi
  * subtraction, any other value subtracts and accumulates each row in four lanes of single precision and adds
  * the rows in double.
  *
- * Checks of *_16u_*: null pointers, steps, region size.
- * Checks of the others: null pointers, region size, steps.
+ * Checks (16u): null pointers, steps, region size.
+ * Checks (others): null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: the caller's mode (NormDiff_Inf, 32f and NormDiff_L1, 32f and NormDiff_L2); to nearest (others).
  */
-ZorStatus zoriNormDiff_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
-ZorStatus zoriNormDiff_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormDiff_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
-ZorStatus zoriNormDiff_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormDiff_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormDiff_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormDiff_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormDiff_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
-ZorStatus zoriNormDiff_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormDiff_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
-ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormDiff_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                    ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                    ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                    ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f* pNorm);
+ZorStatus zoriNormDiff_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[4]);
+ZorStatus zoriNormDiff_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+ZorStatus zoriNormDiff_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormDiff_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+ZorStatus zoriNormDiff_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormDiff_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f* pNorm);
+ZorStatus zoriNormDiff_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[4]);
+ZorStatus zoriNormDiff_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormDiff_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormDiff_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormDiff_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+ZorStatus zoriNormDiff_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormDiff_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
 
 /*
  * zoriNormRel_{Inf,L1,L2}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
@@ -442,57 +551,109 @@ ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor3
  * - the sums of squared differences, without the root, in zoriNormRel_L2_16u_{C3,C4,AC4}R;
  * - what they held before the call, in zoriNormRel_Inf_{16s,16u}_{C3,C4,AC4}R.
  *
- * Checks of *_16u_*: null pointers, steps, region size.
- * Checks of the others: null pointers, region size, steps.
+ * Checks (16u): null pointers, steps, region size.
+ * Checks (others): null pointers, region size, steps.
+ * Other statuses: ZorWarnDivByZero (result not written) (NormRel_Inf, 16u 16s, C3 C4 AC4); ZorWarnDivByZero
+ *   (others).
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriNormRel_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
-ZorStatus zoriNormRel_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormRel_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
-ZorStatus zoriNormRel_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormRel_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm);
-ZorStatus zoriNormRel_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4]);
-ZorStatus zoriNormRel_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3]);
-ZorStatus zoriNormRel_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
-ZorStatus zoriNormRel_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
-ZorStatus zoriNormRel_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
-ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormRel_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f* pNorm);
+ZorStatus zoriNormRel_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[4]);
+ZorStatus zoriNormRel_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f* pNorm);
+ZorStatus zoriNormRel_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f norm[4]);
+ZorStatus zoriNormRel_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+ZorStatus zoriNormRel_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormRel_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+ZorStatus zoriNormRel_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormRel_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f* pNorm);
+ZorStatus zoriNormRel_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                Zor64f norm[4]);
+ZorStatus zoriNormRel_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
+                                 Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm);
+ZorStatus zoriNormRel_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4]);
+ZorStatus zoriNormRel_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3]);
+ZorStatus zoriNormRel_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+ZorStatus zoriNormRel_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+ZorStatus zoriNormRel_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                 ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
 
 /*
  * zoriMomentInitAlloc_{64f,64s}
@@ -510,6 +671,9 @@ ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32
  * ZorErrAlloc: there is no memory for the state.
  *
  * Checks: null pointers.
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMomentInitAlloc_64f(ZorMomentState** ppState, ZorHint hint);
 ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint);
@@ -522,6 +686,8 @@ ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint);
  * *pSize receives the number of bytes that zoriMomentInit_64s needs: 400, whatever the hint is.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMomentGetStateSize_64s(ZorHint hint, int* pSize);
 
@@ -535,6 +701,9 @@ ZorStatus zoriMomentGetStateSize_64s(ZorHint hint, int* pSize);
  * on it. The state is as new: it answers no query before a pass.
  *
  * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: size of pState by zoriMomentGetStateSize_64s, aligned to 8.
  */
 ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint);
 
@@ -548,6 +717,8 @@ ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint);
  * ZorErrContext: pState is not a moment state of this type; nothing is released.
  *
  * Checks: null pointers, pState (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMomentFree_64f(ZorMomentState* pState);
 ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
@@ -568,7 +739,11 @@ ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
  * ZorErrContext: the state is not one of this form's type (64f or 64s). ZorErrStepTooSmall: srcStep is
  * smaller than width pixels.
  *
- * Checks: null pointers, pState (ZorErrContext), steps, region size, srcStep (ZorErrStepTooSmall).
+ * Checks: null pointers, pState (ZorErrContext), steps, region size, srcStep < roiSize.width * pixel bytes
+ *   (ZorErrStepTooSmall).
+ * Threads: calling thread.
+ * Rounding: to nearest (Moments64s, 8u 16u); the caller's mode (others).
+ * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriMoments64f_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
 ZorStatus zoriMoments64f_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
@@ -603,10 +778,16 @@ ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize ro
  * ZorErrMomentChannel: nChannel is negative or not below the channel count of the last pass; always before a
  * pass.
  *
- * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ * Checks: null pointers, pState (ZorErrContext), mOrd < 0, nOrd < 0, mOrd > 3 - nOrd (ZorErrSize), nChannel <
+ *   0, nChannel > 2 (ZorErrMomentChannel).
+ * Threads: calling thread.
+ * Rounding: to nearest (64s); the caller's mode (others).
+ * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
-ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64f* pValue);
-ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
+ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                   ZorImgPoint roiOffset, Zor64f* pValue);
+ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                   ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
 
 /*
  * zoriGetCentralMoment_{64f,64s}
@@ -626,10 +807,16 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
  * pass. ZorErrMomentTooSmall: |m00| is not above 2.220446049250313e-16, as in a black image. *pValue keeps
  * its value on every error.
  *
- * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ * Checks: null pointers, pState (ZorErrContext), mOrd < 0, nOrd < 0, mOrd > 3 - nOrd (ZorErrSize), nChannel <
+ *   0, nChannel > 2 (ZorErrMomentChannel).
+ * Other statuses: ZorErrMomentTooSmall.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
+ * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
-ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue, int scaleFactor);
+ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue,
+                                   int scaleFactor);
 
 /*
  * zoriGetNormalizedSpatialMoment_{64f,64s}
@@ -648,12 +835,21 @@ ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int n
  * pass. ZorErrMomentTooSmall: |m00| is not above 2.220446049250313e-16. *pValue keeps its value on every
  * error.
  *
- * Checks: null pointers, pState (ZorErrContext), mOrd, nOrd (ZorErrSize), nChannel (ZorErrMomentChannel).
+ * Checks: null pointers, pState (ZorErrContext), mOrd < 0, nOrd < 0, mOrd > 3 - nOrd (ZorErrSize), nChannel <
+ *   0, nChannel > 2 (ZorErrMomentChannel).
+ * Other statuses: ZorErrMomentTooSmall.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
+ * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
-ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64f* pValue);
-ZorStatus zoriGetNormalizedSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
-ZorStatus zoriGetNormalizedCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
-ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue, int scaleFactor);
+ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             ZorImgPoint roiOffset, Zor64f* pValue);
+ZorStatus zoriGetNormalizedSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
+ZorStatus zoriGetNormalizedCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             Zor64f* pValue);
+ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
+                                             Zor64s* pValue, int scaleFactor);
 
 /*
  * zoriGetHuMoments_{64f,64s}
@@ -680,7 +876,11 @@ ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int m
  * count of the last pass; always before a pass. ZorErrMomentTooSmall: |m00| is not above
  * 2.220446049250313e-16. pHu keeps its values on every error.
  *
- * Checks: null pointers, pState (ZorErrContext), nChannel (ZorErrMomentChannel).
+ * Checks: null pointers, pState (ZorErrContext), nChannel < 0, nChannel > 2 (ZorErrMomentChannel).
+ * Other statuses: ZorErrMomentTooSmall.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
+ * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7]);
 ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64s pHu[7], int scaleFactor);
@@ -704,16 +904,28 @@ ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64
  * constant or two black images. Such channels receive NaN, the others their index.
  *
  * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrQualitySize (pQualityIndex written).
+ * Threads: team for large regions.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
-ZorStatus zoriQualityIndex_8u32f_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
-ZorStatus zoriQualityIndex_8u32f_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
-ZorStatus zoriQualityIndex_16u32f_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
-ZorStatus zoriQualityIndex_16u32f_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
-ZorStatus zoriQualityIndex_16u32f_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
-ZorStatus zoriQualityIndex_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f* pQualityIndex);
-ZorStatus zoriQualityIndex_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
-ZorStatus zoriQualityIndex_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step, ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                     ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_8u32f_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                     ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_8u32f_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
+                                      ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_16u32f_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                      ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_16u32f_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                      ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_16u32f_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
+                                       ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor32f* pQualityIndex);
+ZorStatus zoriQualityIndex_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+ZorStatus zoriQualityIndex_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                    ZorImgSize roiSize, Zor32f pQualityIndex[3]);
 
 ZORI_END_DECLS
 

@@ -31,6 +31,8 @@ ZORI_BEGIN_DECLS
  * was.
  *
  * Checks: null pointers, steps, region size.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
 ZorStatus zoriImageJaehne_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriImageJaehne_8u_C3R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -70,31 +72,57 @@ ZorStatus zoriImageJaehne_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize
  * every channel of a pixel; AC4 stores it in three and leaves the fourth as it was.
  *
  * Checks: null pointers, steps, region size.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
-ZorStatus zoriImageRamp_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8u_C3R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8u_C4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8u_AC4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8s_C1R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8s_C3R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8s_C4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_8s_AC4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16u_C1R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16u_C3R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16u_C4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16u_AC4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16s_C1R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16s_C3R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16s_C4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_16s_AC4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32s_C1R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32s_C3R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32s_C4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32s_AC4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32f_C1R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32f_C3R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32f_C4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
-ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope, ZorRampAxis axis);
+ZorStatus zoriImageRamp_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8u_C3R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8u_C4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8u_AC4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_8s_C1R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8s_C3R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8s_C4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                               ZorRampAxis axis);
+ZorStatus zoriImageRamp_8s_AC4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16u_C1R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16u_C3R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16u_C4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16u_AC4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                 ZorRampAxis axis);
+ZorStatus zoriImageRamp_16s_C1R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16s_C3R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16s_C4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_16s_AC4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                 ZorRampAxis axis);
+ZorStatus zoriImageRamp_32s_C1R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32s_C3R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32s_C4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32s_AC4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                 ZorRampAxis axis);
+ZorStatus zoriImageRamp_32f_C1R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32f_C3R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32f_C4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                ZorRampAxis axis);
+ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
+                                 ZorRampAxis axis);
 
 /*
  * zoriAddRandUniform_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR
@@ -117,23 +145,41 @@ ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, 
  * lcg. With low = high = 0 the image does not change, and the seed still advances.
  *
  * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAddRandUniform_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low, Zor16u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low, Zor16u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low, Zor16u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low, Zor16u high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low, Zor16s high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low, Zor16s high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low, Zor16s high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low, Zor16s high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low, Zor32f high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low, Zor32f high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low, Zor32f high, Zor32u* pSeed);
-ZorStatus zoriAddRandUniform_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low, Zor32f high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
+                                            Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
+                                            Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
+                                            Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
+                                             Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
+                                             Zor16u high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
+                                             Zor16u high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
+                                             Zor16u high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
+                                              Zor16u high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
+                                             Zor16s high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
+                                             Zor16s high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
+                                             Zor16s high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
+                                              Zor16s high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
+                                             Zor32f high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
+                                             Zor32f high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
+                                             Zor32f high, Zor32u* pSeed);
+ZorStatus zoriAddRandUniform_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
+                                              Zor32f high, Zor32u* pSeed);
 
 /*
  * zoriAddRandGauss_Direct_{8u,16u,16s,32f}_{C1,C3,C4,AC4}IR
@@ -153,23 +199,41 @@ ZorStatus zoriAddRandUniform_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Z
  * *pSeed starts the generator and receives its state word s0 on return. The same seed gives the same noise.
  *
  * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
-ZorStatus zoriAddRandGauss_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean, Zor16u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean, Zor16u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean, Zor16u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean, Zor16u stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean, Zor16s stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean, Zor16s stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean, Zor16s stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean, Zor16s stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean, Zor32f stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean, Zor32f stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean, Zor32f stdDev, Zor32u* pSeed);
-ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean, Zor32f stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
+                                          Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
+                                          Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
+                                          Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
+                                           Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
+                                           Zor16u stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
+                                           Zor16u stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
+                                           Zor16u stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
+                                            Zor16u stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
+                                           Zor16s stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
+                                           Zor16s stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
+                                           Zor16s stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
+                                            Zor16s stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
+                                           Zor32f stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
+                                           Zor32f stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
+                                           Zor32f stdDev, Zor32u* pSeed);
+ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
+                                            Zor32f stdDev, Zor32u* pSeed);
 
 /*
  * zoriWin{Bartlett,Hamming}_{8u,16u,32f}_{C1R,C1IR}
@@ -194,7 +258,11 @@ ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Zor
  * ZorErrSize: width or height is below 3. ZorErrAlloc: no memory for the window's two vectors; nothing is
  * written.
  *
- * Checks: null pointers, region size, roiSize (ZorErrSize), steps.
+ * Checks: null pointers, region size, roiSize.width < 3, roiSize.height < 3 (ZorErrSize), steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
  */
 ZorStatus zoriWinBartlett_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriWinBartlett_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
@@ -225,7 +293,11 @@ ZorStatus zoriWinHamming_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  *
  * ZorErrSize: width or height is below 3. ZorErrAlloc: no memory for the two windows; nothing is written.
  *
- * Checks: null pointers, region size, roiSize (ZorErrSize), steps.
+ * Checks: null pointers, region size, roiSize.width < 3, roiSize.height < 3 (ZorErrSize), steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: the caller's mode.
  */
 ZorStatus zoriWinBartlettSep_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 ZorStatus zoriWinBartlettSep_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);

@@ -61,7 +61,8 @@ typedef struct {
   int x, y, width, height;
 } ZorImgRect;
 
-/* ---- Status: negative is an error (nothing was written), positive a warning (the output is complete). ---- */
+/* ---- Status: negative is an error (nothing was written), positive a warning (the output is complete), but where a
+   function's documentation says otherwise. ---- */
 
 typedef enum {
   ZorOk = 0,

@@ -52,12 +52,13 @@ Record::Record(const Function& user, const Plan& plan)
   Plan plain;
   plain.seed = plan.seed;
   for (int i = 0; i < user.makers.size; ++i) {
-    const Function& maker = required(user.makers[i]);
+    const Function& maker = required(user.makers[i].function);
     if (i == 0) {
       own_.resize(recordBytes + 64);
       pointer_ = alignedTo64(own_.data());
     }
     Call call(maker, plain, pointer_);
+    if (i == 0) made_ = call.values();
     const Result result = maker.callable.invoke(maker.callable.function, call.values().data());
     if (result.status < 0) {
       std::fprintf(stderr, "%s makes no record for %s: status %d\n", maker.name, user.name, result.status);
@@ -150,13 +151,21 @@ ZorImgSize Call::sizeOf(const Argument& argument) const
   return plan_.region;
 }
 
-static double drawn(const Argument& argument, Random& random)
+Context Call::context(int plane) const
 {
-  if (argument.low <= argument.high) {
-    const double part = random.next() / 4294967296.0;
-    const bool whole = argument.low == std::floor(argument.low) && argument.high == std::floor(argument.high);
-    return whole ? argument.low + std::floor(part * (argument.high - argument.low + 1))
-                 : argument.low + part * (argument.high - argument.low);
+  return {values_.data(), record_ && !record_->made().empty() ? record_->made().data() : nullptr, plane};
+}
+
+// Number `part` of an argument.
+double Call::drawn(const Argument& argument, int part, Random& random) const
+{
+  for (const Range& range : argument.ranges) {
+    if (range.part >= 0 && range.part != part) continue;
+    if (range.choices.size) return range.choices[random.below(range.choices.size)];
+    const double share = random.next() / 4294967296.0;
+    const double low = range.low(context(part)), high = range.high(context(part));
+    const bool whole = low == std::floor(low) && high == std::floor(high);
+    return whole ? low + std::floor(share * (high - low + 1)) : low + share * (high - low);
   }
   static constexpr double scales[] = {0, 1, 2, 7, 8, 15, 16, 17, 31, 32, 33, 63, 64, 1e9, 2147483647};
   if (argument.role == Role::Scale)
@@ -173,9 +182,9 @@ void Call::addValue(int index, Random& random)
     v.numbers[0] = size.width, v.numbers[1] = size.height;
     return;
   }
-  const bool free = a.low <= a.high || a.role == Role::Scale || a.role == Role::Value;
+  const bool free = a.ranges.size || a.role == Role::Scale || a.role == Role::Value;
   for (int i = 0; i < std::min(a.count, 4); ++i)
-    v.numbers[i] = plan_.vary && free      ? drawn(a, random)
+    v.numbers[i] = plan_.vary && free      ? drawn(a, i, random)
                    : a.example.size        ? a.example[i % a.example.size]
                    : a.role == Role::Scale ? 0
                                            : 1;
@@ -203,20 +212,17 @@ void Call::addMemory(int index)
   ZorImgSize size = plan_.region;
   for (const Argument& other : function_.arguments)
     if (other.role == Role::Region) size = sizeOf(other);
-  if (e.source >= 0) {
-    const Value& source = values_[e.source];
-    size = {static_cast<int>(source.numbers[0]), static_cast<int>(source.numbers[1])};
-    if (function_.arguments[e.source].count == 1) size.height = 1; // a length
-  }
-  if (e.width) size = {e.width, e.height};
-  if (e.swap) std::swap(size.width, size.height);
-  shape.width = size.width, shape.height = size.height;
+  const auto number = [&](Formula formula, int otherwise) {
+    if (!formula) return otherwise;
+    double most = formula(context(0)); // planes are equally long
+    for (int plane = 1; plane < a.memory.planes; ++plane) most = std::max(most, formula(context(plane)));
+    return static_cast<int>(most);
+  };
+  shape.width = number(e.width, size.width), shape.height = number(e.height, size.height);
+  shape.left = number(e.left, 0), shape.right = number(e.right, 0);
+  shape.top = number(e.top, 0), shape.bottom = number(e.bottom, 0);
   if (a.role != Role::Image) shape.width *= shape.height, shape.height = 1;
-
-  if (a.memory.element == Element::T1u) // pSrc has srcBitOffset, pDst dstBitOffset
-    for (int i = 0; i < function_.arguments.size; ++i)
-      if (function_.arguments[i].name + 1 == a.name + 2 + std::string("BitOffset"))
-        shape.bitOffset = static_cast<int>(values_[i].numbers[0]);
+  if (a.memory.bitOffset >= 0) shape.bitOffset = static_cast<int>(values_[a.memory.bitOffset].numbers[0]);
 
   shape.placement = plan_.placement;
   if (a.role == Role::Image) {
@@ -226,10 +232,11 @@ void Call::addMemory(int index)
   }
   auto image = std::make_unique<GuardedImage>(shape);
   image->fill(operandSeed(function_, a, plan_.seed), plan_.fill);
-  if (plan_.vary && a.role == Role::In && (a.low <= a.high || !std::strcmp(a.item, "value"))) {
+  if (plan_.vary && a.role == Role::In && (a.ranges.size || !std::strcmp(a.item, "value"))) {
     std::vector<double> numbers(a.count);
     Random random(plan_.seed + 77);
-    for (double& number : numbers) number = drawn(a, random);
+    for (int k = 0; k < a.count; ++k) // formulas have looked at the first four
+      numbers[k] = k < 4 && !a.memory.planes ? v.numbers[k] : drawn(a, k, random);
     image->fill(Span<double>{numbers.data(), a.count});
   } else if (a.example.size) {
     image->fill(a.example);

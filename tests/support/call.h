@@ -25,9 +25,11 @@ public:
   Record(const Function& user, const Plan& plan);
   ~Record();
   void* pointer() const { return pointer_; }
+  const std::vector<Value>& made() const { return made_; } // the arguments of the call that made it
 
 private:
   void* pointer_ = nullptr;
+  std::vector<Value> made_;
   const Function* release_ = nullptr;
   std::vector<unsigned char> own_; // block of a record that lies in the caller's memory
 };
@@ -58,6 +60,8 @@ public:
 
 private:
   ZorImgSize sizeOf(const Argument& argument) const;
+  Context context(int plane) const;
+  double drawn(const Argument& argument, int part, Random& random) const;
   void addMemory(int index);
   void addValue(int index, Random& random);
   std::string changes(bool failed) const;

@@ -4,6 +4,7 @@
 
 #include "zori/types.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -40,34 +41,71 @@ enum class Role : std::uint8_t { Image, Step, Region, Size, Scale, Value, Param,
 // What a function leaves alone inside an image: nothing, the fourth channel, all but the addressed channel.
 enum class Kept : std::uint8_t { None, Alpha, Other };
 
+// What a formula of the catalogue can look at.
+struct Context {
+  const Value* values;          // the arguments of the call; numbers of an array (its first four) are there, too
+  const Value* maker = nullptr; // the arguments of the call that made the record
+  int plane = 0;                // of an array with one number a plane, the one that is meant
+};
+
+// A number that follows from the arguments. Quotients are cut to whole numbers.
+using Formula = double (*)(const Context&);
+
+// How far an operand reaches. Without width and height it covers the region, and the margins (0 when null) widen it.
+// The margin of an operand in place is only read where it covers the region, but written where it has its own size.
 struct Extent {
-  int source = -1;           // index of the size argument; -1: the region, or width and height if set
-  bool swap = false;         // width and height change places
-  int width = 0, height = 0; // fixed size
-  int left = 0, top = 0, right = 0, bottom = 0;
+  Formula width = nullptr, height = nullptr;
+  Formula left = nullptr, top = nullptr, right = nullptr, bottom = nullptr;
 };
 
 // What a pointer argument points to. An array is an image of one row.
 struct Memory {
   Element element = Element::T8u;
-  int count = 1;    // elements in one sample (2 in complex ones)
-  int channels = 1; // samples in one pixel
-  int planes = 0;   // number of plane pointers; 0: the pointer is that of the data
-  bool read = false, written = false, mask = false;
+  int count = 1;                                    // elements in one sample (2 in complex ones)
+  int channels = 1;                                 // samples in one pixel
+  int planes = 0;                                   // number of plane pointers; 0: the pointer is that of the data
+  bool read = false, written = false, mask = false; // an array that is read and written keeps a state (a seed)
   Kept kept = Kept::None;
-  int step = -1; // index of the step argument
+  int step = -1;      // index of the step argument
+  int bitOffset = -1; // index of the argument that tells the first bit of a row (1u)
   Extent extent;
+};
+
+// Numbers to draw from, for one number of an argument (part) or for each (-1): between low and high, or one of choices.
+// They keep the call valid as long as the arguments in front of this one have been drawn before.
+struct Range {
+  int part;
+  Formula low, high; // null with choices
+  Span<double> choices;
+};
+
+// One number that an argument of another function gets from this call. Its other arguments keep their examples; a
+// record argument gets the record of this call.
+struct Passing {
+  int argument, part;
+  Formula number;
+};
+
+// A call of another function that goes with this one: it makes the record, or tells the size of a block.
+struct Link {
+  const char* function = nullptr;
+  Span<Passing> passing;
+  int output = -1; // query of a size: the argument that receives it
 };
 
 struct Argument {
   const char* name; // in C
   const char* item; // in the catalogue: images are known by their role
   Role role;
-  bool optional;
-  int count; // numbers that a value holds
+  bool optional;  // may be null
+  Element number; // type of the numbers that a value holds (enumerations are T32s)
+  int count;      // how many it holds
   Memory memory;
   Span<double> example;
-  double low, high; // other numbers that keep the example valid; none when low > high
+  Span<Range> ranges; // free numbers (values, scale factors) need none
+  bool anyStep;       // a step that may be zero, or negative to walk upward
+  Link size;          // the query that tells the bytes of a work buffer, or of a record in the caller's memory
+  int alignment;      // that such a block must have
 };
 
 // Numbers with a meaning of their own in example values and faults.
@@ -85,20 +123,54 @@ struct Fault {
   Span<double> values;
 };
 
-// One check of a function, in its order: any of the faults (or all of them together) gives the status.
+// One check of a function, in its order: any of the faults (or all of them together) gives the status. The faults of a
+// check that stands in `limits`, too, are values that are bad in every call, whatever has been drawn for the others.
 struct Stage {
   ZorStatus status;
   bool together;
   Span<Fault> faults;
 };
 
+// When a number is not legal. The bound itself is legal with Below and Above, but not with AtMost and AtLeast.
+enum class Illegal : std::uint8_t { Below, Above, AtMost, AtLeast, NoneOf };
+
+// What a check says of one number: bound and selectors are formulas of the other arguments, or lists.
+struct Limit {
+  int argument;
+  int part; // of a struct or an array; -1: each of them
+  Illegal illegal;
+  Formula bound;      // null with NoneOf
+  Span<double> legal; // NoneOf: the legal numbers
+  ZorStatus status;
+};
+
+// A status that a call with valid arguments may give. After an error nothing is written, after a warning the output is
+// complete, but for the arguments in `written`: only these have been written, or may have been.
+struct Outcome {
+  ZorStatus status;
+  bool complete;
+  Span<int> written;
+};
+
+// Two image arguments that may be the same region: equal pointers and steps. Sources may always be the same.
+struct Alias {
+  int source, destination;
+};
+
+// Whether a function shares its work among a team of threads. Contract: its result depends on the team's size.
+enum class Team : std::uint8_t { No, Yes, Contract };
+
+// Under which rounding a function computes. Kept: to nearest, and a failed call leaves the field at nearest.
+enum class RoundingRule : std::uint8_t { Nearest, Callers, Kept };
+
 enum Exemption {
   kAlphaExempt = 1,
-  kThreadsExempt = 2,
+  kThreadsExempt = 2, // the team's size is part of the contract
   kAlignmentExempt = 4,
   kStepsExempt = 8,
   kInplaceExempt = 16,
-  kAllocationExempt = 32
+  kAllocationExempt = 32,
+  kLayoutExempt = 64
 };
 
 using AnyFunction = void (*)();
@@ -115,9 +187,16 @@ struct Function {
   Callable callable;
   Span<Argument> arguments;
   Span<Stage> stages;
-  Span<const char*> makers; // functions that make the record argument
-  const char* release;      // function that releases what this one makes, or ""
-  const char* partner;      // the form that is not in place, or ""
+  Span<Limit> limits;
+  Span<Outcome> outcomes;
+  Span<Alias> aliases;
+  Span<Link> makers;      // calls that make the record argument: the first makes it, the others fill it
+  const char* release;    // function that releases what this one makes, or ""
+  const char* partner;    // the form that is not in place, or ""
+  const char* oneChannel; // the C1 form that this one equals channel by channel (or plane by plane), or ""
+  const char* unmasked;   // the form without the mask, or ""
+  Team team;
+  RoundingRule rounding;
   int exemptions;
   bool sweep; // the generic tests call it
 };
@@ -131,6 +210,13 @@ const std::vector<Subsystem>& subsystems();
 
 // Null when the table has no function of that name.
 const Function* findFunction(const std::string& name);
+
+// What formulas are made of, beside + - *.
+inline double quotient(double a, double b) { return std::floor(a / b); }
+inline double modulo(double a, double b) { return a - b * std::floor(a / b); }
+inline double shifted(double a, double bits) { return std::ldexp(a, static_cast<int>(bits)); }
+inline double least(double a, double b) { return a < b ? a : b; }
+inline double greatest(double a, double b) { return a < b ? b : a; }
 
 namespace detail {
 

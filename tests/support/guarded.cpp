@@ -82,7 +82,7 @@ static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memo
 GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
 {
   const Memory& m = memory_;
-  const Extent& e = m.extent;
+  const Shape& e = shape; // its margins
   const int width = std::max(shape.width + e.left + e.right, 1);
   rows_ = std::max(shape.height + e.top + e.bottom, 1);
   pixelBytes_ = elementBytes(m.element) * m.count * m.channels;
@@ -102,7 +102,7 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
   }
   firstWritten_ = 0;
   endWritten_ = rows_;
-  if (m.read && m.written && e.source < 0) { // in place, and the margin around the region is only read
+  if (m.read && m.written && !m.extent.width) { // in place, and the margin around the region is only read
     firstWritten_ = e.top;
     endWritten_ -= e.bottom;
     std::fill_n(writable_.begin(), e.left * pixelBytes_, 0);

@@ -54,8 +54,9 @@ public:
   struct Shape {
     Memory memory;
     int width = 1, height = 1; // in pixels, without the margins
-    int stepPadding = 0;       // bytes behind each row
-    int bitOffset = 0;         // of packed bits
+    int left = 0, top = 0, right = 0, bottom = 0;
+    int stepPadding = 0; // bytes behind each row
+    int bitOffset = 0;   // of packed bits
     Placement placement = Placement::End;
     int offset = 0; // bytes by which the data is moved off its place in the middle
   };
