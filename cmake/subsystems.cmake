@@ -3,6 +3,7 @@
 set(ZORI_ALL_SUBSYSTEMS arith data point stats filter geometry spectral correlation synthetic)
 set(ZORI_NEEDED_BY_arith data)
 set(ZORI_NEEDED_BY_filter arith)
+set(ZORI_NEEDED_BY_geometry data)
 set(ZORI_NEEDED_BY_correlation spectral)
 
 # The named subsystems and all that they need, in the order of the whole list.

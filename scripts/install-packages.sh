@@ -56,6 +56,7 @@ need_bench() {
   need_build
   need python3 have python3
   need libbenchmark-dev compiles -include benchmark/benchmark.h -lbenchmark -lpthread
+  need libfftw3-dev compiles -include fftw3.h -lfftw3f
 }
 
 for work in "${@:-build}"; do

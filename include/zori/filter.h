@@ -1284,6 +1284,519 @@ ZorStatus zoriFilterColumn32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* p
 ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f* pKernel, int kernelSize, int anchor);
 
+/*
+ * zoriFilterMedian_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Median over a rectangular window.
+ *
+ * dst(x, y) = the middle one in ascending order of the samples of the window, each channel on its own. The
+ * window of (x, y) covers the source pixels (x - anchor.x + i, y - anchor.y + j), 0 <= i < maskSize.width, 0
+ * <= j < maskSize.height. Both sides of the mask are odd, so the median is unique; 1x1 copies.
+ *
+ * Read is exactly the rectangle that the windows cover: anchor.x columns to the left of the region,
+ * maskSize.width - 1 - anchor.x to the right, anchor.y rows above, maskSize.height - 1 - anchor.y below. The
+ * caller provides that margin. AC4 leaves the fourth channel of the destination as it was. The two images
+ * must not overlap.
+ *
+ * ZorErrMaskSize: a side of the mask is below 1 or even. ZorErrAnchor: the anchor is outside the mask.
+ *
+ * Squares of 3, 5, 7, 9 and 11 and rows or columns of 3 and 5 pixels are the fast cases, and cost the same
+ * whatever the picture. Other masks count samples: in 8u a pixel costs the same at any size of the mask, in
+ * 16u and 16s its cost grows with the mask's height and with the noise. No case needs memory that it cannot
+ * do without.
+ *
+ * Checks: null pointers, region size, steps, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
+ * Other statuses: ZorErrAlloc (16u 16s).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMedian_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMedian_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorImgSize maskSize, ZorImgPoint anchor);
+
+/*
+ * zoriFilterMedian{Horiz,Vert}_{8u,16u,16s}_{C1,C3,C4,AC4}R
+ *
+ * Median of three or five pixels in a row or column.
+ *
+ * dst(x, y) = the median of the pixel and its neighbours: Horiz takes three (ZorMask3x1) or five (ZorMask5x1)
+ * pixels of the row, Vert three (ZorMask1x3) or five (ZorMask1x5) of the column, the pixel in the middle.
+ * Each channel on its own. Read are one or two pixels to the left and right of the region (Horiz) or above
+ * and below it (Vert); the caller provides them. AC4 leaves the fourth channel of the destination as it was.
+ * The two images must not overlap.
+ *
+ * ZorErrMaskSize: mask is none of the two that the function knows.
+ *
+ * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMedianHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                      ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+
+/*
+ * zoriFilterMedianCross_{8u,16u,16s}_{C1,C3,AC4}R
+ *
+ * Median over a cross-shaped window.
+ *
+ * dst(x, y) = the median of the pixel and its neighbours in its row and column: with ZorMask3x3 the five
+ * pixels at distances up to 1, with ZorMask5x5 the nine at distances up to 2. Each channel on its own. The
+ * cross keeps thin horizontal and vertical lines that a square window removes.
+ *
+ * One or two pixels on every side of the region belong to its margin; the caller provides them. AC4 leaves
+ * the fourth channel of the destination as it was. The two images must not overlap.
+ *
+ * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5.
+ *
+ * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMedianCross_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianCross_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+
+/*
+ * zoriFilterMedianColor_{8u,16s,32f}_{C3,AC4}R
+ *
+ * Vector median of colour pixels.
+ *
+ * dst(x, y) = that pixel of the 3x3 (ZorMask3x3) or 5x5 (ZorMask5x5) window around (x, y) whose distances to
+ * all pixels of the window have the least sum; the distance of two pixels is the sum of |a_c - b_c| over
+ * their three colours. Of several pixels with the least sum the first in reading order of the window, from
+ * its top left, is taken. The result is always a colour of the window: unlike a median of each channel, it
+ * makes no new ones.
+ *
+ * 8u and 16s distances are exact. 32f ones are sums in single precision, rounded to nearest: of the three
+ * colours in their order, of the window's pixels by columns, from the left and from the top. Read are one or
+ * two pixels on every side of the region; the caller provides them. AC4 leaves the fourth channel of the
+ * destination as it was and does not use that of the source. The two images must not overlap.
+ *
+ * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5.
+ *
+ * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMedianColor_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                       ZorMaskSize mask);
+ZorStatus zoriFilterMedianColor_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianColor_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianColor_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+ZorStatus zoriFilterMedianColor_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                        ZorMaskSize mask);
+ZorStatus zoriFilterMedianColor_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                         ZorMaskSize mask);
+
+/*
+ * zoriFilterMedianWeightedCenter3x3_8u_C1R
+ *
+ * Median of a 3x3 window with a weighted centre.
+ *
+ * dst(x, y) = the median of the eight neighbours of the pixel and of the pixel itself, counted weight times.
+ * A weight of 1 is the plain 3x3 median; larger weights keep more detail; from 9 on the pixel always wins and
+ * the call copies.
+ *
+ * One pixel on every side of the region is read; the caller provides it. The two images must not overlap.
+ *
+ * ZorWarnEvenMedianWeight: weight was even and the weight less one was used; the output is complete.
+ * ZorErrMedianWeight: weight is below 1.
+ *
+ * Checks: null pointers, region size, steps, weight (ZorErrMedianWeight).
+ * Other statuses: ZorWarnEvenMedianWeight.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMedianWeightedCenter3x3_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                                   ZorImgSize roiSize, int weight);
+
+/*
+ * zoriMedian_8u_P3C1R
+ *
+ * Median of three planes.
+ *
+ * dst(x, y) = the median of the three samples at (x, y) of the three planes. The planes share one step and
+ * one region size; each plane pointer is required. dst may be one of the planes if its step is theirs. Steps
+ * are not tested.
+ *
+ * Checks: null pointers, region size.
+ * Steps: not tested, may be zero or negative.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMedian_8u_P3C1R(const Zor8u* const pSrc[3], int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+
+/*
+ * zori{Dilate,Erode}_{8u,16u,32f}_{C1,C3,AC4}{R,IR}
+ * zori{Dilate,Erode}_{8u,16u,32f}_C4R
+ *
+ * Dilation or erosion with a mask of any shape.
+ *
+ * Dilate: dst(x, y) = the greatest, Erode: the least of the samples under the members of the mask, each
+ * channel on its own. pMask holds maskSize.width * maskSize.height bytes, row by row; a nonzero byte is a
+ * member, and the mask is not reversed: its position (i, j) meets src(x - anchor.x + i, y - anchor.y + j).
+ *
+ * Read is the rectangle that the mask covers: anchor.x columns to the left of the region, maskSize.width - 1
+ * - anchor.x to the right, anchor.y rows above, maskSize.height - 1 - anchor.y below. The caller provides
+ * that margin. The in-place forms read the margin of the image itself, write the region only, and work from
+ * the former pixels. Source and destination of the other forms must not overlap. AC4 leaves the fourth
+ * channel of the destination as it was.
+ *
+ * All forms are exact. 32f results are limited to the finite range: a dilated plus infinity comes out as
+ * FLT_MAX, an eroded minus infinity as -FLT_MAX, and where all members are infinities of the other sign the
+ * result is the finite value of that sign. What a NaN under the mask gives is not defined.
+ *
+ * ZorErrMaskSize: a side of the mask is below 1. ZorErrZeroMask: the mask has no member. ZorErrAnchor: the
+ * anchor is outside the mask. ZorErrStepTooSmall: srcStep (srcDstStep) is smaller than width + maskSize.width
+ * - 1 pixels, or dstStep than width pixels. ZorErrAlloc: no memory for a large mask or for rows; nothing is
+ * written.
+ *
+ * A mask whose members fill a rectangle costs what zoriFilterMax and zoriFilterMin do. Otherwise the cost of
+ * a pixel grows with the number of horizontal runs of members and of their different lengths, or with that of
+ * the members where they are fewer.
+ *
+ * Checks (C1 C3 AC4, IR): null pointers, steps, region size, maskSize (ZorErrMaskSize), pMask
+ *   (ZorErrZeroMask), anchor (ZorErrAnchor), srcDstStep (ZorErrStepTooSmall).
+ * Checks (others): null pointers, steps, region size, maskSize (ZorErrMaskSize), pMask (ZorErrZeroMask),
+ *   anchor (ZorErrAnchor), srcStep (ZorErrStepTooSmall).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDilate_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask, ZorImgSize maskSize,
+                            ZorImgPoint anchor);
+ZorStatus zoriErode_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask, ZorImgSize maskSize,
+                            ZorImgPoint anchor);
+ZorStatus zoriErode_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                             ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
+                              ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriDilate_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                           const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriErode_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+
+/*
+ * zori{Dilate,Erode}3x3_{8u,16u,32f}_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Dilation or erosion with the full 3x3 square.
+ *
+ * Dilate3x3: dst(x, y) = the greatest, Erode3x3: the least of the nine samples around and at (x, y), each
+ * channel on its own.
+ *
+ * Read is one pixel on every side of the region; the caller provides it. The in-place forms read the margin
+ * of the image itself, write the region only, and work from the former pixels. Source and destination of the
+ * other forms must not overlap. AC4 leaves the fourth channel of the destination as it was.
+ *
+ * 32f infinities are samples as any other; what a NaN in the square gives is not defined.
+ *
+ * ZorErrStepTooSmall: srcStep (srcDstStep) is smaller than width + 2 pixels, or dstStep than width pixels.
+ * ZorErrAlloc, in place: no memory for row buffers; nothing is written.
+ *
+ * Checks (IR): null pointers, steps, region size, srcDstStep (ZorErrStepTooSmall).
+ * Checks (others): null pointers, steps, region size, srcStep (ZorErrStepTooSmall).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDilate3x3_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriDilate3x3_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriErode3x3_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+
+/*
+ * zoriFilter{Max,Min}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R
+ *
+ * Maximum or minimum over a rectangular window.
+ *
+ * dst(x, y) = the greatest (Max) or least (Min) of the samples of the window, each channel on its own. The
+ * window of (x, y) covers the source pixels (x - anchor.x + i, y - anchor.y + j), 0 <= i < maskSize.width, 0
+ * <= j < maskSize.height; 1x1 copies.
+ *
+ * Read is exactly the rectangle that the windows cover: anchor.x columns to the left of the region,
+ * maskSize.width - 1 - anchor.x to the right, anchor.y rows above, maskSize.height - 1 - anchor.y below. The
+ * caller provides that margin. AC4 leaves the fourth channel of the destination as it was. The two images
+ * must not overlap.
+ *
+ * ZorErrMaskSize: a side of the mask is below 1. ZorErrAnchor: the anchor is outside the mask. ZorErrAlloc:
+ * no memory for row buffers; nothing is written.
+ *
+ * 32f infinities are samples as any other; results of windows that hold a NaN are not defined. Columns and
+ * rows are filtered one after the other: a pixel costs about maskSize.height / 8 comparisons, and a number
+ * that grows with the logarithm of maskSize.width.
+ *
+ * Checks: null pointers, region size, steps, maskSize.width < 1, maskSize.height < 1 (ZorErrMaskSize),
+ *   anchor.x < 0, anchor.y < 0, anchor.x > maskSize.width - 1, anchor.y > maskSize.height - 1 (ZorErrAnchor).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterMax_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMax_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                               ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorImgSize maskSize, ZorImgPoint anchor);
+ZorStatus zoriFilterMin_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                 ZorImgSize maskSize, ZorImgPoint anchor);
+
 ZORI_END_DECLS
 
 #endif

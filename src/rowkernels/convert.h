@@ -99,6 +99,28 @@ template <class D> struct RoundedAway {
   }
 };
 
+// The samples times 2^-scaleFactor, then op. In two factors, which covers every scale that matters: beyond, each result
+// is a bound or zero.
+template <class Op> struct Scaled {
+  F32x4 factor1, factor2;
+  Op op;
+
+  explicit Scaled(int scaleFactor)
+  {
+    const int exponent = scaleFactor < -252 ? 252 : scaleFactor > 252 ? -252 : -scaleFactor;
+    factor1 = powerOfTwo(exponent / 2);
+    factor2 = powerOfTwo(exponent - exponent / 2);
+  }
+  auto operator()(Group<Zor32f> x) const
+  {
+    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] * factor1 * factor2;
+    return op(x);
+  }
+
+private:
+  static F32x4 powerOfTwo(int exponent) { return as<Zor32f>(splat<Zor32s>((127 + exponent) << 23)); }
+};
+
 // ---- The kernel of one row that other families call ----
 
 // 32f to an integer is rounded by the control register.

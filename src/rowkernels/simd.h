@@ -52,6 +52,7 @@ template <> struct Vec<double> {
 
 using F32x4 = Vec<float>; // four lanes at every vector width
 using F64x2 = Vec<double>;
+using I32x4 = Vec<int32_t>; // the whole numbers of an F32x4
 
 template <class T> inline constexpr bool isInt = std::is_integral_v<T>;
 template <class T> inline constexpr bool isSigned = std::is_signed_v<T>;
@@ -130,6 +131,53 @@ template <class T> inline void storeLow4(void* p, Vec<T> x)
 {
   if constexpr (std::is_same_v<T, float>) put(p, _mm_cvtss_f32(x.v));
   else put(p, _mm_cvtsi128_si32(x.v));
+}
+
+// Four floats, two floats from each of two places, one float four times: at every vector width.
+inline F32x4 loadFour(const float* p) { return {_mm_loadu_ps(p)}; }
+inline F32x4 loadHalves(const float* low, const float* high)
+{
+  const __m128d x = _mm_load_sd(reinterpret_cast<const double*>(low));
+  return {_mm_castpd_ps(_mm_loadh_pd(x, reinterpret_cast<const double*>(high)))};
+}
+inline F32x4 splatFour(float x) { return {_mm_set1_ps(x)}; }
+
+// A vector of lanes from Scale * at[0], Scale * at[1]... bytes behind p. The second form may read the two bytes behind
+// each lane, too.
+template <int Scale> inline Vec<uint16_t> gather16(const void* p, const int32_t* at)
+{
+  const auto lane = [=](int k) { return get<short>(static_cast<const char*>(p) + std::ptrdiff_t{Scale} * at[k]); };
+  return {_mm_set_epi16(lane(7), lane(6), lane(5), lane(4), lane(3), lane(2), lane(1), lane(0))};
+}
+template <int Scale> inline Vec<uint16_t> gather16ReadingOn(const void* p, const int32_t* at)
+{
+  const auto lane = [=](int k) {
+    return _mm_cvtsi32_si128(get<int>(static_cast<const char*>(p) + std::ptrdiff_t{Scale} * at[k]));
+  };
+  const __m128i a = _mm_unpacklo_epi16(lane(0), lane(1)), b = _mm_unpacklo_epi16(lane(2), lane(3)),
+                c = _mm_unpacklo_epi16(lane(4), lane(5)), d = _mm_unpacklo_epi16(lane(6), lane(7));
+  return {_mm_unpacklo_epi64(_mm_unpacklo_epi32(a, b), _mm_unpacklo_epi32(c, d))};
+}
+template <int Scale> inline Vec<uint32_t> gather32(const void* p, const int32_t* at)
+{
+  const auto lane = [=](int k) {
+    return _mm_cvtsi32_si128(get<int>(static_cast<const char*>(p) + std::ptrdiff_t{Scale} * at[k]));
+  };
+  return {_mm_unpacklo_epi64(_mm_unpacklo_epi32(lane(0), lane(1)), _mm_unpacklo_epi32(lane(2), lane(3)))};
+}
+
+// The words at base + offset[i], of which there are as many as lanes.
+inline Vec<uint16_t> gatherWords(const void* base, const int32_t* offset)
+{
+  const char* const p = static_cast<const char*>(base);
+  __m128i x = _mm_cvtsi32_si128(get<uint16_t>(p + offset[0]));
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[1]), 1);
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[2]), 2);
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[3]), 3);
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[4]), 4);
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[5]), 5);
+  x = _mm_insert_epi16(x, get<int16_t>(p + offset[6]), 6);
+  return {_mm_insert_epi16(x, get<int16_t>(p + offset[7]), 7)};
 }
 
 // ---- Making and viewing ----
@@ -272,6 +320,13 @@ inline Vec<int16_t> mulHigh(Vec<int16_t> a, Vec<int16_t> b) { return {_mm_mulhi_
 inline Vec<uint16_t> mulHigh(Vec<uint16_t> a, Vec<uint16_t> b) { return {_mm_mulhi_epu16(a.v, b.v)}; }
 // a0*b0 + a1*b1 of each pair of 16-bit lanes.
 inline Vec<int32_t> mulAddPairs(Vec<int16_t> a, Vec<int16_t> b) { return {_mm_madd_epi16(a.v, b.v)}; }
+// Low halves of the 32-bit products.
+inline I32x4 mulLow(I32x4 a, I32x4 b)
+{
+  const __m128i even = _mm_mul_epu32(a.v, b.v), odd = _mm_mul_epu32(_mm_srli_epi64(a.v, 32), _mm_srli_epi64(b.v, 32));
+  return {_mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
+                             _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)))};
+}
 // 64-bit products of the even 32-bit lanes.
 inline Vec<uint64_t> mulEven(Vec<uint32_t> a, Vec<uint32_t> b) { return {_mm_mul_epu32(a.v, b.v)}; }
 
@@ -502,6 +557,26 @@ template <int D, int C, int B, int A, class T> inline Vec<T> shuffleWordsHigh(Ve
 template <int D, int C, int B, int A> inline F32x4 shuffle(F32x4 a, F32x4 b)
 {
   return {_mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(D, C, B, A))};
+}
+
+// ---- Pairs of floats taken apart, and put together; a square of lanes turned over its diagonal ----
+
+// The first (second) of each pair in a and b. Both keep the same order of pairs, which pairsLow and pairsHigh take
+// back.
+inline Vec<float> evenLanes(Vec<float> a, Vec<float> b) { return shuffle<2, 0, 2, 0>(a, b); }
+inline Vec<float> oddLanes(Vec<float> a, Vec<float> b) { return shuffle<3, 1, 3, 1>(a, b); }
+inline Vec<float> pairsLow(Vec<float> even, Vec<float> odd) { return interleaveLow(even, odd); }
+inline Vec<float> pairsHigh(Vec<float> even, Vec<float> odd) { return interleaveHigh(even, odd); }
+
+// Lane j of vector i becomes lane i of vector j.
+inline void transposeLanes(Vec<float> (&x)[Vec<float>::size])
+{
+  const F64x2 a = as<double>(interleaveLow(x[0], x[1])), b = as<double>(interleaveLow(x[2], x[3]));
+  const F64x2 c = as<double>(interleaveHigh(x[0], x[1])), d = as<double>(interleaveHigh(x[2], x[3]));
+  x[0] = as<float>(interleaveLow(a, b));
+  x[1] = as<float>(interleaveHigh(a, b));
+  x[2] = as<float>(interleaveLow(c, d));
+  x[3] = as<float>(interleaveHigh(c, d));
 }
 
 } // namespace zori

@@ -1,0 +1,234 @@
+// zoriFilterMedianColor_{8u,16s,32f}_{C3,AC4}R: that pixel of the window whose distances to all others have the least
+// sum, the first in reading order where there are several. The distance of two pixels is |a0 - b0| + |a1 - b1| +
+// |a2 - b2|.
+//
+// In strips of columns, from the top down:
+//
+//   planes     the source rows that a window covers, one channel apart from the other
+//   maps       for each way (dx, dy) from one pixel of a window to another, dy >= 0: the distance of every pixel of a
+//              row to the one that lies so. A new row brings the maps that end in it; the others stay
+//   columns    for each row r of the window and each dx: the sum of the distances of a pixel of row r to the window's
+//              pixels dx columns beside it, from top to bottom
+//   choice     the sums of a window's pixels are those of its columns, from left to right
+//
+// Distances are exact, in 16 bits for 8u and 32 bits for 16s; in single precision the order above is the order of sums.
+#include "frame/checks.h"
+#include "frame/layout.h"
+#include "frame/parallel.h"
+#include "rowkernels/channels.h"
+#include "zori/filter.h"
+
+namespace zori {
+namespace median {
+namespace {
+
+// ---- Distances of two rows of pixels ----
+
+inline Vec<uint8_t> difference(Vec<uint8_t> a, Vec<uint8_t> b) { return subSat(a, b) | subSat(b, a); }
+inline Vec<uint16_t> difference(Vec<int16_t> a, Vec<int16_t> b) { return as<uint16_t>(max(a, b) - min(a, b)); }
+inline F32x4 difference(F32x4 a, F32x4 b) { return abs(a - b); }
+
+// Sums of distances: how wide, and what a vector of samples gives.
+template <class T> struct DistanceOf {
+  using Type = std::make_signed_t<WiderT<T>>;
+};
+template <> struct DistanceOf<float> {
+  using Type = float;
+};
+template <class T> using Distance = typename DistanceOf<T>::Type;
+
+template <class T> inline void storeDistance(Distance<T>* to, Vec<T> (&a)[3], Vec<T> (&b)[3])
+{
+  using D = Distance<T>;
+  const auto x = difference(a[0], b[0]), y = difference(a[1], b[1]), z = difference(a[2], b[2]);
+  if constexpr (!isInt<T>) store(to, x + y + z);
+  else {
+    store(to, as<D>(widenLow(x) + widenLow(y) + widenLow(z)));
+    store(to + Vec<D>::size, as<D>(widenHigh(x) + widenHigh(y) + widenHigh(z)));
+  }
+}
+
+// ---- A strip ----
+
+template <class T, int Side> struct Strip {
+  using D = Distance<T>;
+  static constexpr int most = 256 / sizeof(D); // windows beside each other
+  static constexpr int reach = Side - 1;       // dx is -reach to reach
+  static constexpr int ways = 2 * reach + 1;
+  static constexpr int pitch = most + reach + Vec<T>::size;
+
+  // Maps of dy are kept for Side - dy rows.
+  static constexpr int mapRows(int dy) { return ways * (Side - dy); }
+  static constexpr int firstMap(int dy) { return dy == 0 ? 0 : firstMap(dy - 1) + mapRows(dy - 1); }
+
+  alignas(32) T planes[Side][3][pitch];
+  alignas(32) D maps[firstMap(Side)][pitch];
+  alignas(32) D columns[Side][ways][pitch];
+  alignas(32) D choice[most + Vec<D>::size];
+
+  // Of the pixels of a row, counted from the top of the strip.
+  D* map(std::ptrdiff_t row, int dy, int dx)
+  {
+    return maps[firstMap(dy) + (dx + reach) * (Side - dy) + static_cast<int>(row % (Side - dy))];
+  }
+};
+
+template <class T, int Channels> void takePlanes(const T* src, T* const (&planes)[3], std::ptrdiff_t pixels)
+{
+  using Bits =
+    std::conditional_t<sizeof(T) == 1, std::uint8_t, std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
+  const auto colours = [](const Vec<Bits>(&in)[Channels], Vec<Bits>(&out)[3]) {
+    for (int k = 0; k < 3; ++k) out[k] = in[k];
+  };
+  const Planar<Bits, 3> to{
+    {reinterpret_cast<Bits*>(planes[0]), reinterpret_cast<Bits*>(planes[1]), reinterpret_cast<Bits*>(planes[2])}};
+  moveChannels<true>(Interleaved<const Bits, Channels>{{reinterpret_cast<const Bits*>(src)}}, to, pixels, colours,
+                     zero<Bits>());
+}
+
+// The map from `row` to the row dy below it.
+template <class T, int Side>
+[[gnu::noinline]] void fillMap(Strip<T, Side>& strip, std::ptrdiff_t row, int dy, int dx, std::ptrdiff_t pixels)
+{
+  const auto& a = strip.planes[row % Side];
+  const auto& b = strip.planes[(row + dy) % Side];
+  const std::ptrdiff_t first = dx < 0 ? -dx : 0, last = pixels - (dx > 0 ? dx : 0);
+  Distance<T>* const to = strip.map(row, dy, dx);
+  for (std::ptrdiff_t x = first; x < last; x += Vec<T>::size) { // rows have room for what is beyond the last pixel
+    Vec<T> from[3], other[3];
+    for (int k = 0; k < 3; ++k) {
+      from[k] = load<T>(a[k] + x);
+      other[k] = load<T>(b[k] + x + dx);
+    }
+    storeDistance<T>(to + x, from, other);
+  }
+}
+
+// The sums of columns dx away from the pixels of window row r, windows starting at row y.
+template <class T, int Side, std::size_t... K>
+inline void addMaps(Distance<T>* to, const Distance<T>* const* maps, std::ptrdiff_t first, std::ptrdiff_t last,
+                    std::index_sequence<K...>)
+{
+  using D = Distance<T>;
+  for (std::ptrdiff_t x = first; x < last; x += Vec<D>::size) {
+    Vec<D> sum = load<D>(maps[0] + x);
+    ((sum = sum + load<D>(maps[K + 1] + x)), ...);
+    store(to + x, sum);
+  }
+}
+template <class T, int Side>
+[[gnu::noinline]] void sumColumn(Strip<T, Side>& strip, std::ptrdiff_t y, int r, int dx, std::ptrdiff_t pixels)
+{
+  const std::ptrdiff_t first = dx < 0 ? -dx : 0, last = pixels - (dx > 0 ? dx : 0);
+  const Distance<T>* maps[Side];
+  int n = 0;
+  for (int other = 0; other < Side; ++other) {
+    if (other > r || (other == r && dx > 0)) maps[n++] = strip.map(y + r, other - r, dx);
+    else if (other < r || dx < 0) maps[n++] = strip.map(y + other, r - other, -dx) + dx; // the way back
+  }
+  Distance<T>* const to = strip.columns[r][dx + strip.reach];
+  if (dx != 0) addMaps<T, Side>(to, maps, first, last, std::make_index_sequence<Side - 1>{});
+  else addMaps<T, Side>(to, maps, first, last, std::make_index_sequence<Side - 2>{});
+}
+
+// For each window the number of its pixel with the least sum.
+template <class T, int Side> [[gnu::noinline]] void choose(Strip<T, Side>& strip, std::ptrdiff_t windows)
+{
+  using D = Distance<T>;
+  const auto number = [](int k) {
+    if constexpr (isInt<D>) return splat(static_cast<D>(k));
+    else return as<float>(splat(k));
+  };
+  for (std::ptrdiff_t x = 0; x < windows; x += Vec<D>::size) {
+    Vec<D> least{}, best = number(0);
+    for (int r = 0; r < Side; ++r) {
+      for (int c = 0; c < Side; ++c) {
+        Vec<D> sum = load<D>(strip.columns[r][strip.reach - c] + x + c);
+        for (int other = 1; other < Side; ++other)
+          sum = sum + load<D>(strip.columns[r][strip.reach - c + other] + x + c);
+        if (r + c == 0) least = sum;
+        else {
+          const Vec<D> less = greater(least, sum);
+          least = select(less, sum, least);
+          best = select(less, number(r * Side + c), best);
+        }
+      }
+    }
+    store(strip.choice + x, best);
+  }
+}
+
+// ---- The region ----
+
+template <class T, Layout L, int Side>
+[[gnu::noinline]] void filterRows(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int firstRow, int rows)
+{
+  constexpr int CH = channels<L>;
+  using S = Strip<T, Side>;
+  S strip;
+  std::ptrdiff_t offset[Side * Side]; // of a window's pixels, in bytes
+  for (int k = 0; k < Side * Side; ++k)
+    offset[k] = rowOffset(k / Side, src.step) + k % Side * CH * static_cast<std::ptrdiff_t>(sizeof(T));
+
+  for (std::ptrdiff_t at = 0; at < width; at += S::most) {
+    const std::ptrdiff_t windows = std::min<std::ptrdiff_t>(S::most, width - at), pixels = windows + Side - 1;
+    for (std::ptrdiff_t row = 0; row < std::ptrdiff_t{rows} + Side - 1; ++row) {
+      auto& planes = strip.planes[row % Side];
+      takePlanes<T, CH>(src[firstRow + row] + at * CH, {planes[0], planes[1], planes[2]}, pixels);
+      for (int dy = 0; dy < Side && dy <= row; ++dy)
+        for (int dx = dy ? -S::reach : 1; dx <= S::reach; ++dx) fillMap(strip, row - dy, dy, dx, pixels);
+      const std::ptrdiff_t y = row - (Side - 1);
+      if (y < 0) continue;
+
+      for (int r = 0; r < Side; ++r)
+        for (int dx = -S::reach; dx <= S::reach; ++dx) sumColumn(strip, y, r, dx, pixels);
+      choose(strip, windows);
+      const char* from = reinterpret_cast<const char*>(src[firstRow + y] + at * CH);
+      char* to = reinterpret_cast<char*>(dst[firstRow + y] + at * CH);
+      for (std::ptrdiff_t x = 0; x < windows; ++x) {
+        std::int32_t k;
+        if constexpr (sizeof(Distance<T>) == 4) std::memcpy(&k, strip.choice + x, sizeof k);
+        else k = strip.choice[x];
+        std::memcpy(to, from + offset[k], 3 * sizeof(T));
+        from += CH * sizeof(T), to += CH * sizeof(T);
+      }
+    }
+  }
+}
+
+template <class T, Layout L, int Side> ZorStatus filterWindows(Rows<const T> src, Rows<T> dst, ZorImgSize roi)
+{
+  constexpr int picosecondsPerPixel = 5000;
+  const TeamRule team =
+    TeamRule::forWork(static_cast<long long>(roi.width) * roi.height, picosecondsPerPixel).when(Side == 3);
+  const Rows<const T> first{src[-(Side / 2)] - Side / 2 * channels<L>, src.step};
+  return masterSlabs(team, Rounding::Nearest, roi.height, 0, [=](Slab slab) {
+    if (slab.count) filterRows<T, L, Side>(first, dst, roi.width, slab.first, slab.count);
+    return ZorOk;
+  });
+}
+
+template <class T, Layout L>
+ZorStatus filterColor(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roi, ZorMaskSize mask)
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roi), positive(srcStep, dstStep),
+                            require(mask == ZorMask3x3 || mask == ZorMask5x5, ZorErrMaskSize));
+      s != ZorOk)
+    return s;
+  if (mask == ZorMask3x3) return filterWindows<T, L, 3>({pSrc, srcStep}, {pDst, dstStep}, roi);
+  return filterWindows<T, L, 5>({pSrc, srcStep}, {pDst, dstStep}, roi);
+}
+
+} // namespace
+} // namespace median
+} // namespace zori
+
+using namespace zori;
+
+// clang-format off
+#define STAMP(type, layout)                                                                                            \
+  ZorStatus zoriFilterMedianColor_##type##_##layout##R(const Zor##type* pSrc, int srcStep, Zor##type* pDst,            \
+                                                       int dstStep, ZorImgSize roiSize, ZorMaskSize mask)              \
+  { return median::filterColor<Zor##type, layout>(pSrc, srcStep, pDst, dstStep, roiSize, mask); }
+STAMP(8u, C3) STAMP(8u, AC4) STAMP(16s, C3) STAMP(16s, AC4) STAMP(32f, C3) STAMP(32f, AC4)
+#undef STAMP

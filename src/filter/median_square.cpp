@@ -1,0 +1,32 @@
+// The kernels of square windows, one a side and width of sample.
+#include "median_square.h"
+
+#include "sorted_columns.h"
+
+namespace zori {
+namespace median {
+
+template <int Side>
+void squareOfBytes(Rows<const uint8_t> src, Rows<uint8_t> dst, ZorImgSize roi, int channels, bool keepFourth,
+                   TeamRule team)
+{
+  columns::filterSquare<uint8_t, Side>(src, dst, roi, channels, keepFourth, 0, team);
+}
+
+template <int Side>
+void squareOfWords(Rows<const int16_t> src, Rows<int16_t> dst, ZorImgSize roi, int channels, bool keepFourth,
+                   bool isUnsigned)
+{
+  const int16_t flipped = isUnsigned ? INT16_MIN : 0;
+  columns::filterSquare<int16_t, Side>(src, dst, roi, channels, keepFourth, flipped, TeamRule::alone());
+}
+
+// clang-format off
+#define SIDE(side)                                                                                                     \
+  template void squareOfBytes<side>(Rows<const uint8_t>, Rows<uint8_t>, ZorImgSize, int, bool, TeamRule);              \
+  template void squareOfWords<side>(Rows<const int16_t>, Rows<int16_t>, ZorImgSize, int, bool, bool);
+SIDE(3) SIDE(5) SIDE(7) SIDE(9) SIDE(11)
+#undef SIDE
+
+} // namespace median
+} // namespace zori

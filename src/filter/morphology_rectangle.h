@@ -1,0 +1,303 @@
+// The greatest or least samples of rectangles: columns first, then rows.
+//
+//   columns   up to eight rows at once, which share the middle of their windows: a column of height h costs h + 7
+//             samples and some 20 picks more for eight results
+//   rows      runs of 4, 16, 64... neighbours, each from four of the one before; a window is up to five of these, which
+//             may overlap
+//
+// This goes in strips of columns that stay in the cache. Squares of three need no strip: rows first, in registers, four
+// results at once. Neighbouring samples lie `channels` apart. src is the first sample that a window covers.
+#pragma once
+
+#include "morphology.h"
+
+#include <climits>
+#include <utility>
+
+namespace zori {
+namespace morphology {
+
+// Calls body(x) for vectors that cover `length` elements, the last one overlapping; there are as many as it holds. The
+// loop of a short body is unrolled.
+template <class T, bool IsShort, class Body>
+[[gnu::always_inline]] inline void overRow(std::ptrdiff_t length, Body body)
+{
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  if constexpr (IsShort) {
+#pragma GCC unroll 2
+    for (std::ptrdiff_t x = 0; x < length - lanes; x += lanes) body(x);
+    return body(length - lanes);
+  }
+  for (std::ptrdiff_t x = 0;; x = std::min(x + lanes, length - lanes)) {
+    body(x);
+    if (x + lanes >= length) return;
+  }
+}
+
+// ---- Columns ----
+
+// Row `row` from p on, steps in bytes.
+template <class T> inline Vec<T> loadRow(const T* p, std::ptrdiff_t row, std::ptrdiff_t step)
+{
+  return load<T>(reinterpret_cast<const char*>(p) + row * step);
+}
+
+// R rows of results, of windows of `height` >= R rows: to[i * pitch + x] for `length` samples. Windows one row taller
+// than R have kernels of their own.
+template <class Op, int R, bool IsOneTaller, class T = typename Op::Sample>
+[[gnu::noinline]] void pickColumns(Rows<const T> src, std::ptrdiff_t anyHeight, std::ptrdiff_t length, T* to,
+                                   std::ptrdiff_t pitch)
+{
+  const std::ptrdiff_t height = IsOneTaller ? R + 1 : anyHeight, step = src.step;
+  const auto pickAt = [=](std::ptrdiff_t x) {
+    const T* const p = src.first + x;
+    Vec<T> shared = loadRow(p, R - 1, step);
+    for (std::ptrdiff_t row = R; row < height; ++row) shared = Op::pick(shared, loadRow(p, row, step));
+    Vec<T> upper[R];
+    upper[R - 1] = shared;
+    for (int i = R - 2; i >= 0; --i) upper[i] = Op::pick(loadRow(p, i, step), upper[i + 1]);
+    store(to + x, upper[0]);
+    if constexpr (R > 1) {
+      Vec<T> lower = loadRow(p, height, step);
+      store(to + pitch + x, Op::pick(upper[1], lower));
+      for (int i = 2; i < R; ++i) {
+        lower = Op::pick(lower, loadRow(p, height + i - 1, step));
+        store(to + i * pitch + x, Op::pick(upper[i], lower));
+      }
+    }
+  };
+  overRow<T, IsOneTaller>(length, pickAt);
+}
+
+// One row of results of fewer samples than a vector holds.
+template <class Op, class T = typename Op::Sample>
+[[gnu::noinline]] void pickShortColumns(Rows<const T> src, std::ptrdiff_t height, std::ptrdiff_t length, T* to)
+{
+  const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
+  Vec<T> x = loadPart<T>(src[0], bytes);
+  for (std::ptrdiff_t row = 1; row < height; ++row) x = Op::pick(x, loadPart<T>(src[row], bytes));
+  store(to, x);
+}
+
+// ---- Rows ----
+
+// to[x] = the pick of from[x + k * distance] for 0 <= k < Taps - 1, and from[x + last]. May be in place: both rows have
+// room for whole vectors.
+template <class Op, int Taps, class T>
+inline Vec<T> pickTaps(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last)
+{
+  Vec<T> x = load<T>(from);
+  for (int k = 1; k < Taps; ++k) x = Op::pick(x, load<T>(from + (k == Taps - 1 ? last : k * distance)));
+  return x;
+}
+
+template <class Op, class T = typename Op::Sample>
+[[gnu::noinline]] void lengthenRuns(T* row, std::ptrdiff_t distance, std::ptrdiff_t length)
+{
+  for (std::ptrdiff_t x = 0; x < length; x += Vec<T>::size)
+    store(row + x, pickTaps<Op, 4>(row + x, distance, 3 * distance));
+}
+
+template <class Op, int Taps, bool KeepFourth, class T = typename Op::Sample>
+[[gnu::noinline]] void pickRow(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last, T* to,
+                               std::ptrdiff_t length)
+{
+  const auto result = [=](std::ptrdiff_t x) { return Op::finished(pickTaps<Op, Taps>(from + x, distance, last)); };
+  if (length < Vec<T>::size) {
+    storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
+    return;
+  }
+  overRow<T, Taps >= 3>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+}
+
+// The same for any number of taps from 1 to 5.
+template <class Op, bool KeepFourth, class T = typename Op::Sample>
+inline void pickTapsOf(int taps, const T* from, std::ptrdiff_t distance, std::ptrdiff_t last, T* to,
+                       std::ptrdiff_t length)
+{
+  switch (taps) {
+  case 1: return pickRow<Op, 1, KeepFourth>(from, distance, last, to, length);
+  case 2: return pickRow<Op, 2, KeepFourth>(from, distance, last, to, length);
+  case 3: return pickRow<Op, 3, KeepFourth>(from, distance, last, to, length);
+  case 4: return pickRow<Op, 4, KeepFourth>(from, distance, last, to, length);
+  default: return pickRow<Op, 5, KeepFourth>(from, distance, last, to, length);
+  }
+}
+
+// ---- Squares of three ----
+
+// R rows (1 or an even number) of results, length samples each, at least as many as a vector holds.
+template <class Op, int R, bool KeepFourth, class T = typename Op::Sample>
+[[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, T* const* to, std::ptrdiff_t length)
+{
+  const std::ptrdiff_t step = src.step;
+  T* results[R];
+  std::copy(to, to + R, results);
+  overRow<T, false>(length, [=](std::ptrdiff_t x) {
+    const T *const left = src.first + x, *const middle = left + channels, *const right = middle + channels;
+    const auto rowAt = [=](std::ptrdiff_t row) {
+      return Op::pick(Op::pick(loadRow(left, row, step), loadRow(middle, row, step)), loadRow(right, row, step));
+    };
+    const auto put = [=](int i, Vec<T> best) { storeResult<KeepFourth>(results[i] + x, Op::finished(best)); };
+    Vec<T> a = rowAt(0), b = rowAt(1);
+    if constexpr (R == 1) put(0, Op::pick(Op::pick(a, b), rowAt(2)));
+    else {
+      for (int i = 0; i < R; i += 2) {
+        const Vec<T> c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
+        put(i, Op::pick(a, shared));
+        put(i + 1, Op::pick(shared, d));
+        a = c, b = d;
+      }
+    }
+  });
+}
+
+template <class Op, bool KeepFourth, class T = typename Op::Sample>
+[[gnu::noinline]] void pickShortSquares(Rows<const T> src, std::ptrdiff_t channels, T* to, std::ptrdiff_t length)
+{
+  const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
+  const auto rowAt = [=](std::ptrdiff_t y) {
+    const T* const p = src[y];
+    return Op::pick(Op::pick(loadPart<T>(p, bytes), loadPart<T>(p + channels, bytes)),
+                    loadPart<T>(p + 2 * channels, bytes));
+  };
+  storeResultPart<KeepFourth>(to, Op::finished(Op::pick(Op::pick(rowAt(0), rowAt(1)), rowAt(2))), bytes);
+}
+
+template <class Op> class Square {
+  using T = typename Op::Sample;
+
+public:
+  Square(Rows<const T> src, int width, int channels)
+    : src_(src), samples_(std::ptrdiff_t{width} * channels), channels_(channels)
+  {}
+  int rowsAtOnce() const { return 4; }
+  void rows(std::ptrdiff_t y, int count, T* const* to, bool keepFourth) const
+  {
+    if (keepFourth) rows<true>(y, count, to);
+    else rows<false>(y, count, to);
+  }
+
+private:
+  template <bool Keep> void rows(std::ptrdiff_t y, int count, T* const* to) const
+  {
+    while (count > 0) {
+      const bool isShort = samples_ < Vec<T>::size;
+      const int together = isShort ? 1 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
+      const Rows<const T> from{src_[y], src_.step};
+      if (isShort) pickShortSquares<Op, Keep>(from, channels_, *to, samples_);
+      else if (together == 4) pickSquares<Op, 4, Keep>(from, channels_, to, samples_);
+      else if (together == 2) pickSquares<Op, 2, Keep>(from, channels_, to, samples_);
+      else pickSquares<Op, 1, Keep>(from, channels_, to, samples_);
+      y += together, to += together, count -= together;
+    }
+  }
+
+  Rows<const T> src_;
+  std::ptrdiff_t samples_, channels_;
+};
+
+// ---- The filter ----
+
+template <class Op> class Rectangle {
+  using T = typename Op::Sample;
+
+public:
+  Rectangle(Rows<const T> src, ZorImgSize mask, int width, int channels)
+    : src_(src), mask_(mask), channels_(channels), samples_(std::ptrdiff_t{width} * channels),
+      plan_(samples_, (mask.width - 1LL) * channels), memory_(isOnStack() ? 0 : plan_.pitch * rowsAtOnce())
+  {}
+  ZorStatus status() const { return require(isOnStack() || memory_, ZorErrAlloc); }
+  int rowsAtOnce() const { return mask_.height >= 8 ? 8 : mask_.height >= 4 ? 4 : mask_.height >= 2 ? 2 : 1; }
+
+  void rows(std::ptrdiff_t y, int count, T* const* to, bool keepFourth) const
+  {
+    alignas(64) T local[localSamples];
+    T* const strip = isOnStack() ? local : memory_.get();
+    const auto windows = static_cast<std::ptrdiff_t>(plan_.windows);
+    while (count > 0) {
+      const int together = count >= 8 ? 8 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
+      for (std::ptrdiff_t x = 0; x < samples_; x += windows) {
+        const std::ptrdiff_t length = std::min(windows, samples_ - x);
+        columns({src_[y] + x, src_.step}, together, length, strip);
+        for (int i = 0; i < together; ++i) row(strip + i * pitch(), to[i] + x, length, keepFourth);
+      }
+      y += together, to += together, count -= together;
+    }
+  }
+
+private:
+  static constexpr int localSamples = mostRowsAtOnce * 6144 / static_cast<int>(sizeof(T));
+
+  // The strip, in samples: some 4 KB a row, but windows for the most part.
+  struct Plan {
+    static constexpr int spare = 64; // vectors reach beyond the last sample
+    long long windows, pitch;
+
+    Plan(long long samples, long long beyond)
+    {
+      const long long most = std::max<long long>(4096 / static_cast<int>(sizeof(T)) - spare - beyond, 2 * beyond);
+      windows = std::min(samples, most / 16 * 16 + 16);
+      pitch = (windows + beyond + spare) / 16 * 16;
+    }
+  };
+  bool isOnStack() const { return plan_.pitch * rowsAtOnce() <= localSamples; }
+  std::ptrdiff_t pitch() const { return static_cast<std::ptrdiff_t>(plan_.pitch); }
+
+  void columns(Rows<const T> src, int rows, std::ptrdiff_t windows, T* strip) const
+  {
+    const std::ptrdiff_t height = mask_.height, length = windows + (std::ptrdiff_t{mask_.width} - 1) * channels_;
+    if (length < Vec<T>::size)
+      for (int i = 0; i < rows; ++i) pickShortColumns<Op>({src[i], src.step}, height, length, strip + i * pitch());
+    else if (height == rows + 1) columnsOf<true>(src, rows, length, strip);
+    else columnsOf<false>(src, rows, length, strip);
+  }
+  template <bool IsOneTaller> void columnsOf(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
+  {
+    if (rows == 8) pickColumns<Op, 8, false>(src, mask_.height, length, strip, pitch());
+    else if (rows == 4) pickColumns<Op, 4, IsOneTaller>(src, mask_.height, length, strip, pitch());
+    else if (rows == 2) pickColumns<Op, 2, IsOneTaller>(src, mask_.height, length, strip, pitch());
+    else pickColumns<Op, 1, false>(src, mask_.height, length, strip, pitch());
+  }
+
+  void row(T* strip, T* to, std::ptrdiff_t length, bool keepFourth) const
+  {
+    std::ptrdiff_t run = 1; // each sample of the strip is the pick of so many
+    for (; mask_.width > 5 * run; run *= 4)
+      lengthenRuns<Op>(strip, run * channels_, length + (mask_.width - 4 * run) * channels_);
+    if (keepFourth) lastPick<true>(strip, run, to, length);
+    else lastPick<false>(strip, run, to, length);
+  }
+  template <bool Keep> void lastPick(const T* strip, std::ptrdiff_t run, T* to, std::ptrdiff_t length) const
+  {
+    pickTapsOf<Op, Keep>(static_cast<int>((mask_.width + run - 1) / run), strip, run * channels_,
+                         (mask_.width - run) * channels_, to, length);
+  }
+
+  Rows<const T> src_;
+  ZorImgSize mask_;
+  int channels_;
+  std::ptrdiff_t samples_;
+  Plan plan_;
+  Scratch<T> memory_;
+};
+
+// The region; src: from the first sample that a window covers, `above` rows above the region.
+template <class Op, class T = typename Op::Sample>
+inline ZorStatus filterRectangle(Rows<const T> src, ZorImgSize mask, const Target<T>& target, bool inPlace, int above)
+{
+  if (mask.width == 3 && mask.height == 3) {
+    Square<Op> filter(src, target.roi.width, target.channels);
+    if (inPlace) return target.fillInPlace(filter, above);
+    target.fill(filter);
+    return ZorOk;
+  }
+  Rectangle<Op> filter(src, mask, target.roi.width, target.channels);
+  if (auto s = filter.status(); s != ZorOk) return s;
+  if (inPlace) return target.fillInPlace(filter, above);
+  target.fill(filter);
+  return ZorOk;
+}
+
+} // namespace morphology
+} // namespace zori

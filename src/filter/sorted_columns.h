@@ -1,0 +1,328 @@
+// Medians of square windows by sorted columns: what neighbouring windows share is sorted once.
+//
+// Two output rows at a time. The windows of both hold the same rows but one each, and windows beside each other the
+// same columns. So for a strip of the region that fits the cache
+//
+//   columns   each column of shared rows is sorted
+//   joins     neighbouring columns are merged to sorted blocks, of which each window takes two and a column
+//   windows   blocks are merged; of their ranks only the middle ones can be the median, whatever the row that is still
+//             to come. That row, one above and one below, then gives the two medians
+//
+// Everything works on whole vectors of samples (rank_network.h); a strip holds one row for each rank. Pixels of any
+// channel count are runs of samples whose neighbours lie `channels` apart.
+#pragma once
+
+#include "rank_network.h"
+
+#include "frame/layout.h"
+#include "frame/parallel.h"
+#include "rowkernels/drivers.h"
+
+#include <algorithm>
+
+namespace zori {
+namespace columns {
+
+using network::Drawing;
+using network::Index;
+using network::List;
+using network::Network;
+
+// Where an input of the last network lies: a row of the strip, so many columns on.
+struct Place {
+  int row, column;
+};
+
+// A block of sorted columns: two blocks that stand side by side, the second `column` columns on.
+struct Join {
+  int row, column, height, width; // of the result: its first row in the strip, how many, columns that it covers
+  int firstRow, firstHeight;
+  int secondRow, secondHeight;
+};
+
+// ---- 3x3: each column is sorted for both output rows; the median is that of the greatest of the least, the middle of
+// the middle and the least of the greatest ----
+
+struct Square3 {
+  static constexpr int side = 3, joins = 0, rows = 6;
+
+  static constexpr Drawing columns()
+  {
+    Drawing d;
+    const List in = d.inputs(4);
+    const int low = d.lesser(in.at[1], in.at[2]), high = d.greater(in.at[1], in.at[2]);
+    for (const int outer : {in.at[0], in.at[3]}) {
+      const int below = d.lesser(high, outer);
+      d.output(d.lesser(low, outer));
+      d.output(d.greater(low, below));
+      d.output(d.greater(high, outer));
+    }
+    return d;
+  }
+
+  static constexpr int middle(Drawing& d, int a, int b, int c)
+  {
+    return d.greater(d.lesser(a, b), d.lesser(d.greater(a, b), c));
+  }
+  static constexpr Drawing windows()
+  {
+    Drawing d;
+    for (int row = 0; row < 2; ++row) {
+      const List low = d.inputs(3), mid = d.inputs(3), high = d.inputs(3);
+      const int a = d.greater(d.greater(low.at[0], low.at[1]), low.at[2]);
+      const int b = middle(d, mid.at[0], mid.at[1], mid.at[2]);
+      const int c = d.lesser(d.lesser(high.at[0], high.at[1]), high.at[2]);
+      d.output(middle(d, a, b, c));
+    }
+    return d;
+  }
+  static constexpr Place input(int k) { return {k / 3, k % 3}; }
+};
+
+// ---- Larger squares ----
+
+// How blocks are made: block k is a neighbour of the widths (first, second), 0 standing for a column, k for block k
+// - 1. The window takes the blocks of `window` from left to right, in this order. Found by counting exchanges.
+template <int Side> struct Blocks;
+template <> struct Blocks<5> {
+  static constexpr int first[] = {0}, second[] = {0}, window[] = {0, 1, 1};
+};
+template <> struct Blocks<7> {
+  static constexpr int first[] = {0, 1}, second[] = {0, 0}, window[] = {2, 2, 0};
+};
+template <> struct Blocks<9> {
+  static constexpr int first[] = {0, 1}, second[] = {0, 1}, window[] = {2, 2, 0};
+};
+template <> struct Blocks<11> {
+  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 1}, window[] = {3, 3, 0};
+};
+
+template <int Side> struct Square {
+  using B = Blocks<Side>;
+  static constexpr int side = Side, joins = sizeof B::first / sizeof B::first[0];
+  static constexpr int shared = Side - 1; // rows that both windows hold
+  static constexpr int area = Side * Side, median = area / 2;
+
+  static constexpr int width(int block)
+  {
+    return block == 0 ? 1 : width(B::first[block - 1]) + width(B::second[block - 1]);
+  }
+  static constexpr int height(int block) { return shared * width(block); }
+  // The strip: the row above, the row below, the sorted columns, the blocks.
+  static constexpr int row(int block) { return block == 0 ? 2 : row(block - 1) + height(block - 1); }
+  static constexpr int rows = row(joins) + height(joins);
+
+  // Rows from the top to two outputs that pass, and the sorted ones between.
+  static constexpr Drawing columns()
+  {
+    Drawing d;
+    const List in = d.inputs(shared + 2);
+    d.output(in.at[0]);
+    d.output(in.at[shared + 1]);
+    d.output(d.sorted(in.part(1, shared + 1)));
+    return d;
+  }
+
+  static constexpr Join join(int k)
+  {
+    const int a = B::first[k], b = B::second[k];
+    return {row(k + 1), width(a), height(k + 1), width(k + 1), row(a), height(a), row(b), height(b)};
+  }
+  template <int K> static constexpr Drawing joined()
+  {
+    Drawing d;
+    constexpr Join j = join(K);
+    const List a = d.inputs(j.firstHeight), b = d.inputs(j.secondHeight);
+    d.output(d.merged(a, b));
+    return d;
+  }
+
+  // A sorted list that holds the ranks from `from` on of `count` samples. Those that are too many samples away from
+  // either end to be the median of the whole window go.
+  struct Ranks {
+    List list;
+    int from, count;
+  };
+  static constexpr Ranks possible(const Ranks& x)
+  {
+    const int low = x.count - 1 - median, high = median + 1; // ranks low to high - 1
+    const int from = low > x.from ? low - x.from : 0;
+    const int to = high - x.from < x.list.size ? high - x.from : x.list.size;
+    return {x.list.part(from, to), x.from + from, x.count};
+  }
+  static constexpr Drawing windows()
+  {
+    Drawing d;
+    Ranks all{{}, 0, 0};
+    for (const int block : B::window) {
+      const Ranks one = possible({d.inputs(height(block)), 0, height(block)});
+      all = possible({d.merged(all.list, one.list), all.from + one.from, all.count + one.count});
+    }
+    for (int row = 0; row < 2; ++row) {
+      const List ownRow = d.sorted(d.inputs(Side));
+      d.output(d.ranked(all.list, ownRow, median - all.from));
+    }
+    return d;
+  }
+  static constexpr Place input(int k)
+  {
+    int column = 0;
+    for (const int block : B::window) {
+      if (k < height(block)) return {row(block) + k, column};
+      k -= height(block);
+      column += width(block);
+    }
+    return {k / Side, k % Side};
+  }
+};
+template <> struct Square<3> : Square3 {};
+
+// ---- A strip ----
+
+// The samples of a strip are a multiple of the vector; with what its windows reach beyond it they take up to some 32
+// KB.
+template <class T, int Side> struct Strip {
+  using Plan = Square<Side>;
+  static constexpr int lanes = Vec<T>::size, mostChannels = 4;
+  static constexpr int beyond = (Side - 1) * mostChannels + lanes;
+  static constexpr int wanted = 32768 / static_cast<int>(sizeof(T)) / Plan::rows - beyond;
+  static constexpr int most = std::max(std::min(wanted, 2048 / static_cast<int>(sizeof(T))) / lanes, 4) * lanes;
+  static constexpr std::ptrdiff_t pitch = (most + beyond + lanes - 1) / lanes * lanes;
+
+  alignas(32) T samples[Plan::rows * pitch];
+  alignas(32) T medians[2][most];
+
+  T* row(int k) { return samples + k * pitch; }
+};
+
+// Vectors that cover `length` elements, the last one overlapping; one alone where there are fewer than it holds.
+template <class T, class Body> [[gnu::always_inline]] inline void overVectors(std::ptrdiff_t length, Body body)
+{
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  for (std::ptrdiff_t i = 0;; i = std::min(i + lanes, length - lanes)) {
+    body(i);
+    if (i + lanes >= length) return;
+  }
+}
+
+// rows: side + 1 source rows, length samples each, which may be fewer than a vector.
+template <class T, int Side>
+[[gnu::noinline]] void sortColumns(Strip<T, Side>& strip, const T* const* rows, std::ptrdiff_t length, Vec<T> flip)
+{
+  using Sorting = Network<Square<Side>::columns>;
+  constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
+  T* const to = strip.samples;
+  const T* from[Side + 1];
+  std::copy(rows, rows + Side + 1, from);
+  T padded[Side + 1][Vec<T>::size];
+  if (length < Vec<T>::size) {
+    for (int k = 0; k <= Side; ++k) {
+      store(padded[k], loadPart<T>(rows[k], static_cast<std::size_t>(length) * sizeof(T)));
+      from[k] = padded[k];
+    }
+  }
+  overVectors<T>(length, [&](std::ptrdiff_t i) {
+    Sorting::template run<Vec<T>>(
+      [&](auto k) {
+        const Vec<T> x = load<T>(from[k] + i);
+        return sizeof(T) == 1 ? x : x ^ flip;
+      },
+      [&](auto k, Vec<T> x) { store(to + k * pitch + i, x); });
+  });
+}
+
+template <class T, int Side, int K>
+[[gnu::noinline]] void joinBlocks(Strip<T, Side>& strip, std::ptrdiff_t length, int channels)
+{
+  constexpr Join join = Square<Side>::join(K);
+  constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
+  using Merge = Network<Square<Side>::template joined<K>>;
+  const T* const a = strip.row(join.firstRow);
+  const T* const b = strip.row(join.secondRow) + join.column * channels;
+  T* const to = strip.row(join.row);
+  overVectors<T>(length - (join.width - 1) * channels, [=](std::ptrdiff_t i) {
+    Merge::template run<Vec<T>>(
+      [=](auto k) {
+        if constexpr (k < join.firstHeight) return load<T>(a + k * pitch + i);
+        else return load<T>(b + (k - join.firstHeight) * pitch + i);
+      },
+      [=](auto k, Vec<T> x) { store(to + k * pitch + i, x); });
+  });
+}
+
+template <class T, int Side>
+[[gnu::noinline]] void takeMedians(Strip<T, Side>& strip, T* upper, T* lower, std::ptrdiff_t count, int channels,
+                                   Vec<T> flip)
+{
+  using Selection = Network<Square<Side>::windows>;
+  constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
+  const T* const from = strip.samples;
+  overVectors<T>(count, [=](std::ptrdiff_t i) {
+    Selection::template run<Vec<T>>(
+      [=](auto k) {
+        constexpr Place place = Square<Side>::input(k);
+        return load<T>(from + place.row * pitch + std::ptrdiff_t{place.column} * channels + i);
+      },
+      [=](auto k, Vec<T> x) { store((k == 0 ? upper : lower) + i, sizeof(T) == 1 ? x : x ^ flip); });
+  });
+}
+
+template <class T, int Side, int... K>
+inline void joinAll(Strip<T, Side>& strip, std::ptrdiff_t length, int channels, std::integer_sequence<int, K...>)
+{
+  (joinBlocks<T, Side, K>(strip, length, channels), ...);
+  (void)strip, (void)length, (void)channels;
+}
+
+struct Same {
+  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
+};
+
+// The medians of two rows. rows: from the first sample that a window covers.
+template <class T, int Side>
+void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels, bool keepFourth,
+                Vec<T> flip)
+{
+  using S = Strip<T, Side>;
+  S strip;
+  const std::ptrdiff_t strips = (samples + S::most - 1) / S::most;
+  const std::ptrdiff_t most = ((samples + strips - 1) / strips + S::lanes - 1) / S::lanes * S::lanes;
+  for (std::ptrdiff_t at = 0; at < samples; at += most) {
+    const std::ptrdiff_t count = std::min(most, samples - at), length = count + std::ptrdiff_t{Side - 1} * channels;
+    const T* from[Side + 1];
+    for (int k = 0; k <= Side; ++k) from[k] = rows[k] + at;
+    sortColumns<T, Side>(strip, from, length, flip);
+    joinAll<T, Side>(strip, length, channels, std::make_integer_sequence<int, Square<Side>::joins>{});
+    const bool direct = !keepFourth && count >= S::lanes;
+    takeMedians<T, Side>(strip, direct ? upper + at : strip.medians[0], direct ? lower + at : strip.medians[1], count,
+                         channels, flip);
+    if (direct) continue;
+    T* const to[2] = {upper + at, lower + at};
+    for (int k = 0; k < 2; ++k) {
+      if (keepFourth)
+        mapRow(to[k], count, KeepFourth<Same>{}, static_cast<const T*>(to[k]), static_cast<const T*>(strip.medians[k]));
+      else std::memcpy(to[k], strip.medians[k], static_cast<std::size_t>(count) * sizeof(T));
+    }
+  }
+}
+
+// The region. src: from the first sample that a window covers. Samples are compared with their bits flipped, so that
+// one kernel serves signed and unsigned ones.
+template <class T, int Side>
+[[gnu::noinline]] void filterSquare(Rows<const T> src, Rows<T> dst, ZorImgSize roi, int channels, bool keepFourth,
+                                    T flippedBits, TeamRule team)
+{
+  const Vec<T> flip = splat(flippedBits);
+  const std::ptrdiff_t samples = std::ptrdiff_t{roi.width} * channels;
+  staticRows(team, Rounding::Callers, roi.height / 2 + roi.height % 2, [=](int pair) {
+    const std::ptrdiff_t y = std::ptrdiff_t{2} * pair;
+    const bool alone = y + 1 == roi.height; // an odd last row is its own partner: it gets the same outer row
+    const T* rows[Side + 1];
+    for (int k = 0; k < Side; ++k) rows[k] = src[y + k];
+    rows[Side] = alone ? rows[0] : src[y + Side];
+    medianRows<T, Side>(rows, dst[y], alone ? dst[y] : dst[y + 1], samples, channels, keepFourth, flip);
+  });
+}
+
+} // namespace columns
+} // namespace zori
