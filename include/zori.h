@@ -7,6 +7,7 @@
 #include "zori/core.h"
 #include "zori/data.h"
 #include "zori/filter.h"
+#include "zori/geometry.h"
 #include "zori/point.h"
 #include "zori/spectral.h"
 #include "zori/stats.h"

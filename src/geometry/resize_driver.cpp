@@ -1,0 +1,182 @@
+// The driver: tables and rows of sums, and the walk over the destination's rows.
+//
+// A source row is resampled across once and kept in a ring for as long as output rows use it; rows between those that
+// any output uses are never read.
+#include "resize_driver.h"
+
+#include "frame/parallel.h"
+#include "rowkernels/drivers.h"
+#include "walk/row_ring.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zori {
+namespace resize {
+
+Taps tapsFor(int interpolation, Element element)
+{
+  switch (interpolation) {
+  case ZORI_INTER_NN: return Taps::Nearest;
+  case ZORI_INTER_LINEAR: return element == Element::F32 ? Taps::LinearFloat : Taps::LinearInteger;
+  case ZORI_INTER_CUBIC: return Taps::Newton;
+  default: return Taps::Weights6;
+  }
+}
+
+int picosecondsPerSample(Taps taps)
+{
+  return taps == Taps::Nearest                                      ? 100
+         : taps == Taps::LinearInteger || taps == Taps::LinearFloat ? 300
+         : taps == Taps::Weights6                                   ? 1500
+                                                                    : 1000;
+}
+
+namespace {
+
+Kernels kernelsFor(const Images& images, Taps taps)
+{
+  switch (taps) {
+  case Taps::Nearest: return {};
+  case Taps::LinearInteger:
+  case Taps::LinearFloat: return linearKernels(images.element, images.channels);
+  default: return weightedKernels(images.element, images.channels, taps);
+  }
+}
+
+struct SumRows {
+  std::ptrdiff_t pitch; // bytes of a row of sums
+  int rows;
+  std::ptrdiff_t finished; // bytes of a row of results, where they do not go straight into the destination
+};
+
+SumRows sumRows(const Images& images, Taps taps, int width)
+{
+  if (taps == Taps::Nearest) return {0, 0, 0};
+  const int sumBytes = taps == Taps::LinearInteger ? 2 : 4;
+  const long long samples = static_cast<long long>(width) * images.channels;
+  const auto bytes = [](long long n) { return static_cast<std::ptrdiff_t>((n + 63) / 64 * 64); };
+  return {bytes((samples + sumSlack) * sumBytes), tapsOf(taps),
+          images.keepsFourth ? bytes(samples * bytesOf(images.element)) : 0};
+}
+
+struct Same {
+  template <class V> V operator()(V x) const { return x; }
+};
+
+// A finished row into a destination that keeps its fourth channel.
+void storeColours(Element element, const char* row, char* dst, std::ptrdiff_t samples)
+{
+  const auto copy = [=](auto* to) {
+    using T = std::remove_pointer_t<decltype(to)>;
+    mapRow(to, samples, KeepFourth<Same>{}, static_cast<const T*>(to), reinterpret_cast<const T*>(row));
+  };
+  switch (bytesOf(element)) {
+  case 1: return copy(reinterpret_cast<std::uint8_t*>(dst));
+  case 2: return copy(reinterpret_cast<std::uint16_t*>(dst));
+  default: return copy(reinterpret_cast<std::uint32_t*>(dst));
+  }
+}
+
+} // namespace
+
+Walk::Walk(const Images& i, const AxisTable& c, const AxisTable& r)
+  : images(i), columns(c), rows(r), kernels(kernelsFor(i, c.taps))
+{
+  const int pixel = images.pixelBytes();
+  if (columns.taps == Taps::Nearest) copy = nearestKernel(columns, pixel, images.keepsFourth ? pixel / 4 * 3 : pixel);
+}
+
+long long Walk::workBytes(const Images& images, Taps taps, int width)
+{
+  if (static_cast<long long>(width) * images.channels > PTRDIFF_MAX / 64) return BlockPlan::impossible;
+  const SumRows sums = sumRows(images, taps, width);
+  return static_cast<long long>(sums.pitch) * sums.rows + sums.finished;
+}
+
+void Walk::rowsOf(int first, int count, void* work) const
+{
+  if (count <= 0) return;
+  for (int p = 0; p < images.planes; ++p) {
+    if (copy) copyRows(p, first, count);
+    else combineRows(p, first, count, static_cast<char*>(work));
+  }
+}
+
+void Walk::copyRows(int plane, int first, int count) const
+{
+  const std::size_t bytes = static_cast<std::size_t>(columns.count) * images.pixelBytes();
+  for (int y = first; y < first + count; ++y) {
+    char* const dst = images.dstRow(plane, y);
+    if (y > first && rows.at[y] == rows.at[y - 1] && !images.keepsFourth)
+      std::memmove(dst, images.dstRow(plane, y - 1), bytes);
+    else copy(columns, images.srcRow(plane, rows.at[y]), dst);
+  }
+}
+
+void Walk::combineRows(int plane, int first, int count, char* work) const
+{
+  const SumRows layout = sumRows(images, columns.taps, columns.count);
+  const RowRing<char> ring(work, layout.rows, layout.pitch);
+  char* const finished = layout.finished ? work + layout.pitch * layout.rows : nullptr;
+  const std::ptrdiff_t samples = static_cast<std::ptrdiff_t>(columns.count) * images.channels;
+  const int taps = layout.rows, last = rows.image - 1, pixelBytes = images.pixelBytes();
+  const bool isOneWide = columns.image == 1;
+  std::ptrdiff_t made = 0; // rows below have been resampled, as far as they are needed
+  for (int y = first; y < first + count; ++y) {
+    const int top = rows.at[y];
+    const auto inImage = [=](int row) { return std::clamp(row, 0, last); };
+    for (std::ptrdiff_t row = std::max<std::ptrdiff_t>(made, inImage(top)); row <= inImage(top + taps - 1); ++row) {
+      const char* src = images.srcRow(plane, row);
+      char twice[2 * 16];
+      if (isOneWide && taps == 2) { // both taps are its one pixel
+        std::memcpy(twice, src, static_cast<std::size_t>(pixelBytes));
+        std::memcpy(twice + pixelBytes, src, static_cast<std::size_t>(pixelBytes));
+        src = twice;
+      }
+      kernels.across(columns, src, ring[row]);
+    }
+    made = std::max<std::ptrdiff_t>(made, inImage(top + taps - 1) + 1);
+
+    const void* sums[6];
+    for (int t = 0; t < taps; ++t) sums[t] = ring[inImage(top + t)];
+    char* const dst = images.dstRow(plane, y);
+    kernels.down(sums, rows, y, columns.hasNegative, finished ? finished : dst, samples);
+    if (finished) storeColours(images.element, finished, dst, samples);
+  }
+}
+
+namespace {
+
+// Under round to nearest.
+[[gnu::noinline]] void fillTables(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows)
+{
+  fillTable(x, columns, true);
+  fillTable(y, rows, false);
+}
+
+} // namespace
+
+ZorStatus interpolate(const Images& images, const Axis& x, const Axis& y, int interpolation)
+{
+  const Taps taps = tapsFor(interpolation, images.element);
+  BlockPlan plan;
+  const TablePart columnPart = TablePart::in(plan, taps, x.count), rowPart = TablePart::in(plan, taps, y.count);
+  const long long work = Walk::workBytes(images, taps, x.count);
+  if (plan.isImpossible() || work > PTRDIFF_MAX / 2) return ZorErrAlloc;
+  Scratch<char> block(plan.bytes());
+  if (!block) return ZorErrAlloc;
+
+  AxisTable columns = columnPart.table(block.get(), taps, x.count), rows = rowPart.table(block.get(), taps, y.count);
+  fillTables(x, columns, y, rows);
+  const Walk walk(images, columns, rows);
+  const long long samples = static_cast<long long>(x.count) * y.count * images.channels * images.planes;
+  return masterSlabs(TeamRule::forWork(samples, picosecondsPerSample(taps)), Rounding::Nearest, y.count,
+                     static_cast<std::size_t>(work), [&](const Slab& slab) {
+                       walk.rowsOf(slab.first, slab.count, slab.buffer);
+                       return ZorOk;
+                     });
+}
+
+} // namespace resize
+} // namespace zori

@@ -1,0 +1,49 @@
+// The kernels of a resize: they walk tables that have been planned and know nothing of how.
+//
+//   across   resamples one source row into a row of sums: 16-bit integers for linear 8u, 16u and 16s, else floats
+//   down     combines the rows of sums of all taps to a row of samples
+//   copy     nearest: one source row into one destination row
+//
+// Rows of sums belong to the library and have room behind their end; source rows are read and destination rows written
+// exactly.
+#pragma once
+
+#include "resize_plan.h"
+
+#include <cstddef>
+
+namespace zori {
+namespace resize {
+
+enum class Element { U8, U16, F32, S16 };
+template <class T> inline constexpr Element elementOf = Element::U8;
+template <> inline constexpr Element elementOf<Zor16u> = Element::U16;
+template <> inline constexpr Element elementOf<Zor32f> = Element::F32;
+template <> inline constexpr Element elementOf<Zor16s> = Element::S16;
+constexpr int bytesOf(Element e) { return e == Element::U8 ? 1 : e == Element::F32 ? 4 : 2; }
+
+// Samples behind a row of sums that kernels may write.
+inline constexpr int sumSlack = 16;
+
+// row is pixel 0 of the image's row.
+using AcrossRow = void (*)(const AxisTable& columns, const void* row, void* sums);
+// rows: the rows of sums of all taps of output row y. hasNegative: sums of 8u may lie outside 0 to 255.
+using DownRow = void (*)(const void* const* rows, const AxisTable& table, int y, bool hasNegative, void* dst,
+                         std::ptrdiff_t samples);
+
+struct Kernels {
+  AcrossRow across;
+  DownRow down;
+  int sumBytes; // of a sample in a row of sums
+};
+
+// For 1, 3 or 4 channels.
+Kernels linearKernels(Element element, int channels);
+Kernels weightedKernels(Element element, int channels, Taps taps);
+
+// Pixels of 1, 2, 3, 4, 6, 8, 12 or 16 bytes, of which the first `moved` bytes are written.
+using CopyRow = void (*)(const AxisTable& columns, const void* row, void* dst);
+CopyRow nearestKernel(const AxisTable& columns, int pixelBytes, int moved);
+
+} // namespace resize
+} // namespace zori

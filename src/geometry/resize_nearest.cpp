@@ -1,0 +1,77 @@
+// Nearest: pixels are moved as bytes, whatever they mean.
+#include "resize_kernels.h"
+#include "rowkernels/drivers.h"
+
+#include <cstring>
+
+namespace zori {
+namespace resize {
+namespace {
+
+// Outputs first .. count - 1, of pixels of N bytes.
+template <int N, int Moved>
+inline void copyFrom(std::ptrdiff_t first, const AxisTable& columns, const Zor8u* row, Zor8u* dst)
+{
+  const std::int32_t* const at = columns.at;
+  std::ptrdiff_t i = first;
+  if constexpr (N == 1) {
+    for (; i + 4 <= columns.count; i += 4) {
+      const auto pixel = [=](int k) { return static_cast<std::uint32_t>(row[at[i + k]]) << (8 * k); };
+      put(dst + i, (pixel(0) | pixel(1)) | (pixel(2) | pixel(3)));
+    }
+  } else if constexpr (N == 3) { // each pixel's fourth byte is written over by the next
+    for (; i + 1 < columns.count; ++i) {
+      const Zor8u* const p = row + std::ptrdiff_t{at[i]} * 3;
+      put(dst + 3 * i, get<Zor16u>(p) | static_cast<std::uint32_t>(p[2]) << 16);
+    }
+  }
+  for (; i < columns.count; ++i) std::memcpy(dst + i * N, row + std::ptrdiff_t{at[i]} * N, Moved);
+}
+
+template <int N, int Moved> [[gnu::noinline]] void copyPixels(const AxisTable& columns, const void* row, void* dst)
+{
+  copyFrom<N, Moved>(0, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
+}
+
+// Every pixel twice.
+template <class T> [[gnu::noinline]] void doublePixels(const AxisTable& columns, const void* row, void* dst)
+{
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  const T* const src = static_cast<const T*>(row) + columns.at[0];
+  T* const out = static_cast<T*>(dst);
+  std::ptrdiff_t i = 0;
+  for (; 2 * (i + lanes) <= columns.count; i += lanes) {
+    const Vec<T> x = load<T>(src + i);
+    store(out + 2 * i, interleaveLow(x, x));
+    store(out + 2 * i + lanes, interleaveHigh(x, x));
+  }
+  copyFrom<sizeof(T), sizeof(T)>(2 * i, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
+}
+
+bool isDoubling(const AxisTable& columns)
+{
+  for (int i = 0; i < columns.count; ++i)
+    if (columns.at[i] - columns.at[0] != i / 2) return false;
+  return true;
+}
+
+} // namespace
+
+CopyRow nearestKernel(const AxisTable& columns, int pixelBytes, int moved)
+{
+  const bool doubles =
+    moved == pixelBytes && pixelBytes <= 8 && (pixelBytes & (pixelBytes - 1)) == 0 && isDoubling(columns);
+  switch (pixelBytes) {
+  case 1: return doubles ? doublePixels<std::uint8_t> : copyPixels<1, 1>;
+  case 2: return doubles ? doublePixels<std::uint16_t> : copyPixels<2, 2>;
+  case 3: return copyPixels<3, 3>;
+  case 4: return doubles ? doublePixels<std::uint32_t> : moved == 4 ? copyPixels<4, 4> : copyPixels<4, 3>;
+  case 6: return copyPixels<6, 6>;
+  case 8: return doubles ? doublePixels<std::uint64_t> : moved == 8 ? copyPixels<8, 8> : copyPixels<8, 6>;
+  case 12: return copyPixels<12, 12>;
+  default: return moved == 16 ? copyPixels<16, 16> : copyPixels<16, 12>;
+  }
+}
+
+} // namespace resize
+} // namespace zori

@@ -1,0 +1,548 @@
+// Row kernels of the sampling stage: nearest, linear and cubic for 8u, 16u and 32f, and their fine forms.
+#include "sampling.h"
+
+#include "rowkernels/drivers.h"
+#include "sampling_cubic.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zori {
+namespace geometry {
+
+namespace {
+
+constexpr CubicTable cubicTable;
+
+template <class T> constexpr int bytesOf = static_cast<int>(sizeof(T));
+
+// ---- One point with its coordinates in double precision ----
+
+double inside(double x, int limit) { return x > 0 ? (x < limit ? x : double(limit)) : 0.0; }
+
+// x * 2^bits, rounded to the nearest whole number, halves to even.
+long long fixedPoint(double x, int bits)
+{
+  constexpr double toWhole = 6755399441055744.0; // 1.5 * 2^52: what is added to it loses its fraction
+  return static_cast<long long>((x * double(1 << bits) + toWhole) - toWhole);
+}
+
+template <class T> const Zor8u* pixelAt(const Source& s, const Zor8u* plane, std::ptrdiff_t x, std::ptrdiff_t y)
+{
+  return plane + y * s.step + x * s.pixelBytes;
+}
+
+Zor8u blended8(const Zor8u* p, const Zor8u* q, int right, int fx, int fy)
+{
+  const int above = (p[0] * (16384 - fx) + p[right] * fx) >> 8, below = (q[0] * (16384 - fx) + q[right] * fx) >> 8;
+  return static_cast<Zor8u>((above * (16384 - fy) + below * fy + 524288) >> 20);
+}
+
+template <class T> T blended(const Zor8u* p, const Zor8u* q, int right, float fx, float fy)
+{
+  const auto at = [](const Zor8u* from) { return static_cast<float>(get<T>(from)); };
+  const float above = at(p) * (1.0f - fx) + at(p + right) * fx, below = at(q) * (1.0f - fx) + at(q + right) * fx;
+  const float out = above + (below - above) * fy;
+  if constexpr (std::is_same_v<T, Zor16u>) return static_cast<T>(toInt(out));
+  else return out;
+}
+
+// The four taps of a cubic on one axis, those beyond the image brought to its nearest column or row.
+struct Taps {
+  int at[4];
+  Taps(int first, int limit)
+  {
+    for (int k = 0; k < 4; ++k) at[k] = std::clamp(first + k, 0, limit);
+  }
+};
+
+// Coordinates in 1/1024, inside the image.
+template <int Processed>
+[[gnu::noinline]] void cubicPoint8(const Source& s, const Zor8u* plane, long long x, long long y, Zor8u* dst)
+{
+  const Taps columns(static_cast<int>(x >> 10) - 1, s.width - 1), rows(static_cast<int>(y >> 10) - 1, s.height - 1);
+  const std::int16_t *const wx = cubicTable.rows[x & 1023], *const wy = cubicTable.rows[y & 1023];
+  for (int c = 0; c < Processed; ++c) {
+    int sum = 1 << 19;
+    for (int i = 0; i < 4; ++i) {
+      int row = 128;
+      for (int k = 0; k < 4; ++k) row += wx[k] * pixelAt<Zor8u>(s, plane, columns.at[k], rows.at[i])[c];
+      sum += wy[i] * (row >> 8);
+    }
+    dst[c] = static_cast<Zor8u>(std::clamp(sum >> 20, 0, 255));
+  }
+}
+
+// Offsets of the last points of a row, and copies of the last one behind them.
+template <int N> struct LastOffsets {
+  std::int32_t at[N];
+  LastOffsets(const std::int32_t* offset, int count)
+  {
+    for (int i = 0; i < N; ++i) at[i] = offset[std::min(i, count - 1)];
+  }
+};
+
+template <class T> void storeCubic(Zor8u* to, double y)
+{
+  if constexpr (std::is_same_v<T, Zor16u>)
+    put(to, static_cast<Zor16u>(y > 65535 ? 65535 : y < 0 ? 0 : static_cast<int>(y + 0.5)));
+  else put(to, static_cast<float>(y));
+}
+
+// Pixels of `Channels` samples, of which the first `Processed` are written.
+template <class T, int Channels, int Processed> struct Pixels {
+  static constexpr int bytes = Channels * bytesOf<T>, written = Processed * bytesOf<T>;
+
+  // ---- Fine forms ----
+
+  static void nearestPoint(const Source& s, const Zor8u* plane, double x, double y, Zor8u* dst)
+  {
+    std::memcpy(dst, pixelAt<T>(s, plane, fixedPoint(x, 0), fixedPoint(y, 0)), written);
+  }
+
+  static void linearPoint(const Source& s, const Zor8u* plane, double x, double y, Zor8u* dst)
+  {
+    if constexpr (bytesOf<T> == 1) {
+      const long long fixedX = fixedPoint(x, 14), fixedY = fixedPoint(y, 14);
+      const long long ix = std::min<long long>(fixedX >> 14, s.width - 2);
+      const long long iy = std::min<long long>(fixedY >> 14, s.height - 2);
+      const int fx = static_cast<int>(fixedX - (ix << 14)), fy = static_cast<int>(fixedY - (iy << 14));
+      const Zor8u* const p = pixelAt<T>(s, plane, static_cast<std::ptrdiff_t>(ix), static_cast<std::ptrdiff_t>(iy));
+      for (int c = 0; c < Processed; ++c) dst[c] = blended8(p + c, p + s.step + c, Channels, fx, fy);
+    } else {
+      const int ix = std::min(static_cast<int>(x), s.width - 2), iy = std::min(static_cast<int>(y), s.height - 2);
+      const float fx = static_cast<float>(x - ix), fy = static_cast<float>(y - iy);
+      const Zor8u* const p = pixelAt<T>(s, plane, ix, iy);
+      for (int c = 0; c < Processed; ++c)
+        put(dst + c * bytesOf<T>, blended<T>(p + c * bytesOf<T>, p + s.step + c * bytesOf<T>, bytes, fx, fy));
+    }
+  }
+
+  static void cubicPoint(const Source& s, const Zor8u* plane, double x, double y, Zor8u* dst)
+  {
+    if constexpr (bytesOf<T> == 1) {
+      cubicPoint8<Processed>(s, plane, fixedPoint(x, 10), fixedPoint(y, 10), dst);
+    } else {
+      const int ix = static_cast<int>(x), iy = static_cast<int>(y);
+      const Taps columns(ix - 1, s.width - 1), rows(iy - 1, s.height - 1);
+      const CubicWeights wx = cubicWeights(x - ix), wy = cubicWeights(y - iy);
+      const Zor8u* row[4];
+      std::ptrdiff_t column[4];
+      for (int i = 0; i < 4; ++i) {
+        row[i] = pixelAt<T>(s, plane, 0, rows.at[i]);
+        column[i] = std::ptrdiff_t{columns.at[i]} * bytes;
+      }
+      for (int c = 0; c < Processed; ++c) {
+        double sum[4];
+        for (int i = 0; i < 4; ++i) {
+          const auto at = [&](int k) { return double(get<T>(row[i] + column[k] + c * bytesOf<T>)); };
+          sum[i] = wx.w[0] * at(0) + wx.w[1] * at(1) + wx.w[2] * at(2) + wx.w[3] * at(3);
+        }
+        storeCubic<T>(dst + c * bytesOf<T>, wy.w[0] * sum[0] + wy.w[1] * sum[1] + wy.w[2] * sum[2] + wy.w[3] * sum[3]);
+      }
+    }
+  }
+
+  template <void (*Point)(const Source&, const Zor8u*, double, double, Zor8u*)>
+  static void fine(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const double *const x = points.fineX(), *const y = points.fineY();
+    for (int i = 0; i < count; ++i, dst += bytes)
+      if (x[i] == x[i] && y[i] == y[i]) Point(s, plane, inside(x[i], s.width - 1), inside(y[i], s.height - 1), dst);
+  }
+
+  // ---- Nearest ----
+
+  static void nearest(const Source&, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t* const offset = points.offset();
+    for (int i = 0; i < count; ++i) std::memcpy(dst + std::ptrdiff_t{i} * bytes, plane + offset[i], written);
+  }
+
+  // ---- Linear ----
+
+  // The first row of a pixel and its right neighbour, and the second.
+  template <class V> struct Pair {
+    V left, right;
+  };
+
+  // What is written of a pixel; the one behind it may be spoiled unless it is the last.
+  static void storePixel(Zor8u* to, Vec<Zor8u> x, bool isLast)
+  {
+    if constexpr (Processed != Channels || bytes == 3 || bytes == 6 || bytes == 12) {
+      if (isLast || Processed != Channels) storePart(to, x, written);
+      else if constexpr (written == 3) storeLow4(to, x);
+      else if constexpr (written == 6) storeLow8(to, x);
+      else store(to, x);
+    } else {
+      static_assert(bytes == 4 || bytes == 8 || bytes == 16);
+      if constexpr (bytes == 4) storeLow4(to, x);
+      else if constexpr (bytes == 8) storeLow8(to, x);
+      else store(to, x);
+    }
+  }
+
+  // 8u, a pixel at a time: its samples and those of its right neighbour as pairs of words.
+  static Vec<std::int16_t> wordPairs(const Zor8u* p, bool exactly)
+  {
+    using U64 = Vec<std::uint64_t>;
+    U64 x;
+    if (Channels == 3 && exactly)
+      x = as<std::uint64_t>(loadLow4<Zor8u>(p)) | shiftLeft<32>(splat<std::uint64_t>(get<std::uint16_t>(p + 4)));
+    else x = loadLow8<std::uint64_t>(p);
+    const U64 right = shiftRight<Channels * 8>(x);
+    return as<std::int16_t>(widenLow(interleaveLow(as<Zor8u>(x), as<Zor8u>(right))));
+  }
+
+  static void linear8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset(), *const wx = points.wholeX(), *const wy = points.wholeY();
+    const Zor8u* const below = plane + s.step;
+    // 8 bytes are read where 6 are wanted, but not at the very end
+    const long long lastWide = s.bytes() - s.step - 8;
+    const I32x4 upperHalf = splat<std::int32_t>(static_cast<std::int32_t>(0xffff0000u));
+    const I32x4 half = splat<std::int32_t>(524288);
+    for (int i = 0; i < count; ++i, dst += bytes) {
+      const bool exactly = Channels == 3 && offset[i] > lastWide;
+      const auto weight = as<std::int16_t>(splat<std::int32_t>(wx[i]));
+      const I32x4 t0 = mulAddPairs(wordPairs(plane + offset[i], exactly), weight);
+      const I32x4 t1 = mulAddPairs(wordPairs(below + offset[i], exactly), weight);
+      const I32x4 both = shiftRight<8>(t0) | (shiftLeft<8>(t1) & upperHalf);
+      const I32x4 out =
+        shiftRight<20>(mulAddPairs(as<std::int16_t>(both), as<std::int16_t>(splat<std::int32_t>(wy[i]))) + half);
+      const auto words = narrowSat<std::int16_t>(out, out);
+      storePixel(dst, narrowSat<Zor8u>(words, words), i == count - 1);
+    }
+  }
+
+  // 8u C1, eight points at once.
+  static void linear8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset(), *const wx = points.wholeX(), *const wy = points.wholeY();
+    const Zor8u* const below = plane + s.step;
+    const I32x4 upperHalf = splat<std::int32_t>(static_cast<std::int32_t>(0xffff0000u));
+    const I32x4 half = splat<std::int32_t>(524288);
+    const auto eight = [=](const std::int32_t* at, int i) {
+      const auto above = as<Zor8u>(gatherWords(plane, at)), under = as<Zor8u>(gatherWords(below, at));
+      const auto four = [=](Vec<std::uint16_t> p, Vec<std::uint16_t> q, int k) {
+        const auto weight = load<std::int16_t>(wx + i + k);
+        const I32x4 t0 = mulAddPairs(as<std::int16_t>(p), weight), t1 = mulAddPairs(as<std::int16_t>(q), weight);
+        const I32x4 both = shiftRight<8>(t0) | (shiftLeft<8>(t1) & upperHalf);
+        return shiftRight<20>(mulAddPairs(as<std::int16_t>(both), load<std::int16_t>(wy + i + k)) + half);
+      };
+      const auto words =
+        narrowSat<std::int16_t>(four(widenLow(above), widenLow(under), 0), four(widenHigh(above), widenHigh(under), 4));
+      return narrowSat<Zor8u>(words, words);
+    };
+    int i = 0;
+    for (; i + 8 <= count; i += 8) storeLow8(dst + i, eight(offset + i, i));
+    if (i < count)
+      storePart(dst + i, eight(LastOffsets<8>(offset + i, count - i).at, i), static_cast<std::size_t>(count - i));
+  }
+
+  // ---- Linear, 8u, before the last column and row. Fractions are below 1 there, and all of it goes in words:
+  // (p * (16384 - f) + q * f) >> 8 = (p << 6) + ((q - p << 7) * 2f >> 16), and so on for the rows.
+
+  using Words = Vec<std::int16_t>;
+
+  static Words acrossWords(Words left, Words right, Words twiceX)
+  {
+    return shiftLeft<6>(left) + mulHigh(shiftLeft<7>(right - left), twiceX);
+  }
+  static Vec<Zor8u> downWords(Words above, Words below, Words twiceY)
+  {
+    const Words difference = below - above;
+    const Words sum = above + splat<std::int16_t>(32) + mulHigh(difference + difference, twiceY);
+    const Words out = shiftRight<6>(sum);
+    return narrowSat<Zor8u>(out, out);
+  }
+
+  static void inner8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t* const offset = points.offset();
+    const std::int16_t *const fx = points.twiceX(), *const fy = points.twiceY();
+    const Zor8u* const below = plane + s.step;
+    const auto eight = [=](const std::int32_t* at, int i) {
+      const auto twiceX = load<std::int16_t>(fx + i);
+      const auto row = [=](const Zor8u* p) {
+        const auto pairs = gatherWords(p, at);
+        return acrossWords(as<std::int16_t>(pairs & splat<std::uint16_t>(0xff)), as<std::int16_t>(shiftRight<8>(pairs)),
+                           twiceX);
+      };
+      return downWords(row(plane), row(below), load<std::int16_t>(fy + i));
+    };
+    int i = 0;
+    for (; i + 8 <= count; i += 8) storeLow8(dst + i, eight(offset + i, i));
+    if (i < count)
+      storePart(dst + i, eight(LastOffsets<8>(offset + i, count - i).at, i), static_cast<std::size_t>(count - i));
+  }
+
+  // Two pixels, four words each.
+  static void inner8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t* const offset = points.offset();
+    const std::int16_t *const fx = points.twiceX(), *const fy = points.twiceY();
+    const Zor8u* const below = plane + s.step;
+    const auto twice = [](const std::int16_t* f) {
+      const auto two = loadLow4<std::int16_t>(f);
+      const auto pairs = as<std::int32_t>(interleaveLow(two, two));
+      return as<std::int16_t>(interleaveLow(pairs, pairs));
+    };
+    const auto row = [](const Zor8u* p, const Zor8u* q, Words twiceX) {
+      if constexpr (Channels == 4) {
+        const auto both =
+          as<Zor8u>(interleaveLow(as<std::int32_t>(loadLow8<Zor8u>(p)), as<std::int32_t>(loadLow8<Zor8u>(q))));
+        return acrossWords(as<std::int16_t>(widenLow(both)), as<std::int16_t>(widenHigh(both)), twiceX);
+      } else {
+        const auto left = interleaveLow(loadLow4<std::uint32_t>(p), loadLow4<std::uint32_t>(q));
+        const auto right = shiftRight<8>(interleaveLow(loadLow4<std::uint32_t>(p + 2), loadLow4<std::uint32_t>(q + 2)));
+        return acrossWords(as<std::int16_t>(widenLow(as<Zor8u>(left))), as<std::int16_t>(widenLow(as<Zor8u>(right))),
+                           twiceX);
+      }
+    };
+    for (int i = 0; i < count; i += 2, dst += 2 * bytes) {
+      const Words twiceX = twice(fx + i), twiceY = twice(fy + i);
+      const std::ptrdiff_t p = offset[i], q = i + 1 < count ? offset[i + 1] : p;
+      Vec<Zor8u> out = downWords(row(plane + p, plane + q, twiceX), row(below + p, below + q, twiceX), twiceY);
+      if (i + 2 < count || (Channels == 4 && i + 2 == count)) {
+        if constexpr (Processed != Channels) out = select(colourMask<Zor8u>(), out, loadLow8<Zor8u>(dst));
+        if constexpr (Channels == 4) storeLow8(dst, out);
+        else {
+          storeLow4(dst, out);
+          storeLow4(dst + 3, bytesDown<4>(out));
+        }
+      } else {
+        storePart(dst, out, written);
+        if (i + 1 < count) storePart(dst + bytes, bytesDown<4>(out), written);
+      }
+    }
+  }
+
+  static F32x4 blend(Pair<F32x4> above, Pair<F32x4> below, F32x4 fx, F32x4 fy)
+  {
+    const F32x4 rest = splat(1.0f) - fx;
+    const F32x4 t0 = above.left * rest + above.right * fx, t1 = below.left * rest + below.right * fx;
+    return t0 + (t1 - t0) * fy;
+  }
+
+  // As it is stored: samples side by side from the first lane on.
+  static Vec<Zor8u> samples(F32x4 x)
+  {
+    if constexpr (std::is_same_v<T, Zor16u>) {
+      const I32x4 whole = toInt(x);
+      return as<Zor8u>(narrowSat<std::uint16_t>(whole, whole));
+    } else {
+      return as<Zor8u>(x);
+    }
+  }
+
+  // Four points of C1.
+  static Pair<F32x4> fourPairs(const Zor8u* plane, const std::int32_t* offset)
+  {
+    if constexpr (std::is_same_v<T, Zor16u>) {
+      const auto two = [=](int i) {
+        return interleaveLow(loadLow4<std::int32_t>(plane + offset[i]), loadLow4<std::int32_t>(plane + offset[i + 1]));
+      };
+      const I32x4 x = as<std::int32_t>(interleaveLow(as<std::uint64_t>(two(0)), as<std::uint64_t>(two(2))));
+      return {toFloat(x & splat<std::int32_t>(0xffff)),
+              toFloat(as<std::int32_t>(shiftRight<16>(as<std::uint32_t>(x))))};
+    } else {
+      const auto two = [=](int i) {
+        return as<float>(
+          interleaveLow(loadLow8<std::uint64_t>(plane + offset[i]), loadLow8<std::uint64_t>(plane + offset[i + 1])));
+      };
+      const F32x4 a = two(0), b = two(2);
+      return {shuffle<2, 0, 2, 0>(a, b), shuffle<3, 1, 3, 1>(a, b)};
+    }
+  }
+
+  static void linear(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t* const offset = points.offset();
+    const float *const fx = points.singleX(), *const fy = points.singleY();
+    const Zor8u* const below = plane + s.step;
+    const auto four = [=](const std::int32_t* at, int i) {
+      return samples(blend(fourPairs(plane, at), fourPairs(below, at), load<float>(fx + i), load<float>(fy + i)));
+    };
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+      if constexpr (bytes == 2) storeLow8(dst + i * bytes, four(offset + i, i));
+      else store(dst + i * bytes, four(offset + i, i));
+    }
+    if (i < count)
+      storePart(dst + i * bytes, four(LastOffsets<4>(offset + i, count - i).at, i),
+                static_cast<std::size_t>(count - i) * bytes);
+  }
+
+  // A pixel of three or four samples and its right neighbour.
+  static Pair<F32x4> pixelPair(const Zor8u* p)
+  {
+    if constexpr (std::is_same_v<T, Zor16u>) {
+      const auto right =
+        Channels == 3 ? shiftRight<16>(loadLow8<std::uint64_t>(p + 4)) : loadLow8<std::uint64_t>(p + 8);
+      return {toFloat(as<std::int32_t>(widenLow(loadLow8<std::uint16_t>(p)))),
+              toFloat(as<std::int32_t>(widenLow(as<std::uint16_t>(right))))};
+    } else {
+      if constexpr (Channels == 3) return {load<float>(p), bytesDown<4>(load<float>(p + 8))};
+      else return {load<float>(p), load<float>(p + 16)};
+    }
+  }
+
+  static void linearPixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t* const offset = points.offset();
+    const float *const fx = points.singleX(), *const fy = points.singleY();
+    for (int i = 0; i < count; ++i, dst += bytes) {
+      const Zor8u* const p = plane + offset[i];
+      storePixel(dst, samples(blend(pixelPair(p), pixelPair(p + s.step), splat(fx[i]), splat(fy[i]))), i == count - 1);
+    }
+  }
+
+  // ---- Cubic, 8u: rows are summed to 6 fraction bits, then the four sums to whole numbers. ----
+
+  static bool hasAllTaps(const Source& s, int ix, int iy)
+  {
+    return static_cast<unsigned>(ix - 1) < static_cast<unsigned>(s.width - 3) &&
+           static_cast<unsigned>(iy - 1) < static_cast<unsigned>(s.height - 3);
+  }
+
+  // Four sums of rows, of one sample.
+  static I32x4 rowSums(const Source& s, const Zor8u* p, const std::int16_t* wx)
+  {
+    const auto two = loadLow8<std::uint64_t>(wx);
+    const auto weights = as<std::int16_t>(interleaveLow(two, two));
+    const auto rows = [=](const Zor8u* q) {
+      const auto bytes = interleaveLow(loadLow4<std::int32_t>(q), loadLow4<std::int32_t>(q + s.step));
+      return as<float>(mulAddPairs(as<std::int16_t>(widenLow(as<Zor8u>(bytes))), weights));
+    };
+    const F32x4 a = rows(p), b = rows(p + 2 * s.step);
+    return as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) + as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b));
+  }
+
+  static void cubic8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const x = points.wholeX(), *const y = points.wholeY();
+    const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
+    const auto sums = [&](int i) {
+      const Zor8u* const p = plane + ((y[i] >> 10) - 1) * s.step + ((x[i] >> 10) - 1);
+      return shiftRight<8>(rowSums(s, p, cubicTable.rows[x[i] & 1023]) + rowHalf);
+    };
+    const auto allTaps = [&](int i) { return hasAllTaps(s, x[i] >> 10, y[i] >> 10); };
+    const auto two = [&](int i) { // pairs of sums of two points
+      const auto weights = interleaveLow(loadLow8<std::uint64_t>(cubicTable.rows[y[i] & 1023]),
+                                         loadLow8<std::uint64_t>(cubicTable.rows[y[i + 1] & 1023]));
+      return as<float>(mulAddPairs(narrowSat<std::int16_t>(sums(i), sums(i + 1)), as<std::int16_t>(weights)));
+    };
+    for (int i = 0; i < count;) {
+      if (i + 4 <= count && allTaps(i) && allTaps(i + 1) && allTaps(i + 2) && allTaps(i + 3)) {
+        const F32x4 a = two(i), b = two(i + 2);
+        const I32x4 out = shiftRight<20>(as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) +
+                                         as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b)) + half);
+        const auto words = narrowSat<std::int16_t>(out, out);
+        storeLow4(dst + i, narrowSat<Zor8u>(words, words));
+        i += 4;
+      } else {
+        cubicPoint8<1>(s, plane, x[i], y[i], dst + i);
+        ++i;
+      }
+    }
+  }
+
+  // The sum of four pixels of a row, sample by sample.
+  static I32x4 pixelSum(const Zor8u* p, I32x4 first, I32x4 second)
+  {
+    Vec<Zor8u> pairs, others;
+    if constexpr (Channels == 4) {
+      const auto x = load<Zor8u>(p);
+      pairs = interleaveLow(x, bytesDown<4>(x));
+      others = interleaveLow(bytesDown<8>(x), bytesDown<12>(x));
+    } else {
+      const auto x = loadLow8<std::uint64_t>(p), y = shiftRight<16>(loadLow8<std::uint64_t>(p + 4));
+      pairs = interleaveLow(as<Zor8u>(x), as<Zor8u>(shiftRight<24>(x)));
+      others = interleaveLow(as<Zor8u>(y), as<Zor8u>(shiftRight<24>(y)));
+    }
+    return mulAddPairs(as<std::int16_t>(widenLow(pairs)), as<std::int16_t>(first)) +
+           mulAddPairs(as<std::int16_t>(widenLow(others)), as<std::int16_t>(second));
+  }
+
+  static void cubic8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const x = points.wholeX(), *const y = points.wholeY();
+    const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
+    const I32x4 low = splat<std::int32_t>(0xffff);
+    for (int i = 0; i < count; ++i, dst += bytes) {
+      const int ix = x[i] >> 10, iy = y[i] >> 10;
+      if (!hasAllTaps(s, ix, iy)) {
+        cubicPoint8<Processed>(s, plane, x[i], y[i], dst);
+        continue;
+      }
+      const Zor8u* const p = plane + (iy - 1) * s.step + std::ptrdiff_t{ix - 1} * bytes;
+      const I32x4 wx = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[x[i] & 1023]));
+      const I32x4 wy = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y[i] & 1023]));
+      const I32x4 first = shuffle<0, 0, 0, 0>(wx), second = shuffle<1, 1, 1, 1>(wx);
+      const auto row = [&](int k) { return shiftRight<8>(pixelSum(p + k * s.step, first, second) + rowHalf); };
+      const auto pair = [&](int k) { return as<std::int16_t>((row(k) & low) | shiftLeft<16>(row(k + 1))); };
+      const I32x4 out = shiftRight<20>(mulAddPairs(pair(0), as<std::int16_t>(shuffle<0, 0, 0, 0>(wy))) +
+                                       mulAddPairs(pair(2), as<std::int16_t>(shuffle<1, 1, 1, 1>(wy))) + half);
+      const auto words = narrowSat<std::int16_t>(out, out);
+      storePixel(dst, narrowSat<Zor8u>(words, words), i == count - 1);
+    }
+  }
+};
+
+template <class T, int Channels, int Processed> Sampler samplerOf(int interpolation)
+{
+  using P = Pixels<T, Channels, Processed>;
+  constexpr bool isByte = sizeof(T) == 1, isPlane = Channels == 1;
+  switch (interpolation) {
+  case ZORI_INTER_NN: return {Method::Nearest, P::nearest, P::template fine<P::nearestPoint>, P::nearest};
+  case ZORI_INTER_LINEAR: {
+    constexpr SampleRow fine = P::template fine<P::linearPoint>;
+    if constexpr (isByte && isPlane) return {Method::Linear8, P::linear8, fine, P::inner8};
+    else if constexpr (isByte) return {Method::Linear8, P::linear8Pixels, fine, P::inner8Pixels};
+    else if constexpr (isPlane) return {Method::Linear, P::linear, fine, P::linear};
+    else return {Method::Linear, P::linearPixels, fine, P::linearPixels};
+  }
+  default: {
+    constexpr SampleRow fine = P::template fine<P::cubicPoint>;
+    if constexpr (isByte && isPlane) return {Method::Cubic8, P::cubic8, fine, P::cubic8};
+    else if constexpr (isByte) return {Method::Cubic8, P::cubic8Pixels, fine, P::cubic8Pixels};
+    else return {Method::Fine, fine, fine, fine};
+  }
+  }
+}
+
+template <class T> Sampler samplerOf(Layout layout, int interpolation)
+{
+  switch (layout) {
+  case C3: return samplerOf<T, 3, 3>(interpolation);
+  case C4: return samplerOf<T, 4, 4>(interpolation);
+  case AC4: return samplerOf<T, 4, 3>(interpolation);
+  default: return samplerOf<T, 1, 1>(interpolation);
+  }
+}
+
+} // namespace
+
+Sampler samplerFor(SampleType type, Layout layout, int interpolation, ZorImgSize srcSize)
+{
+  const int least = std::min(srcSize.width, srcSize.height);
+  if (least < 4 && interpolation == ZORI_INTER_CUBIC) interpolation = ZORI_INTER_LINEAR;
+  if (least < 2) interpolation = ZORI_INTER_NN;
+  switch (type) {
+  case SampleType::U8: return samplerOf<Zor8u>(layout, interpolation);
+  case SampleType::U16: return samplerOf<Zor16u>(layout, interpolation);
+  default: return samplerOf<Zor32f>(layout, interpolation);
+  }
+}
+
+bool isPlaceable(const Source& s, Method method)
+{
+  // coordinates with their fraction bits stay below 2^31, floats hold their limits, offsets are 32 bits
+  const int bits = method == Method::Nearest || method == Method::Linear ? 24 : 31 - fractionBits(method);
+  if (method == Method::Fine) return true;
+  return s.width <= 1LL << bits && s.height <= 1LL << bits && (method == Method::Cubic8 || s.bytes() <= INT32_MAX);
+}
+
+} // namespace geometry
+} // namespace zori
