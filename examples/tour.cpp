@@ -38,8 +38,12 @@ void run(const Arguments& arguments)
   tour::arithStages(tour);
   tour::pointStages(tour);
   tour::filterStages(tour);
+  tour::rankFilterStages(tour);
+  tour::resizeStages(tour);
+  tour::warpStages(tour);
   tour::syntheticStages(tour);
   tour::statsStages(tour);
+  tour::spectralStages(tour);
 
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
   tour.printTable();

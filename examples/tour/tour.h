@@ -85,8 +85,12 @@ void dataStages(Tour& tour);
 void arithStages(Tour& tour);
 void pointStages(Tour& tour);
 void filterStages(Tour& tour);
+void rankFilterStages(Tour& tour);
 void syntheticStages(Tour& tour);
 void statsStages(Tour& tour);
+void resizeStages(Tour& tour);
+void spectralStages(Tour& tour);
+void warpStages(Tour& tour);
 
 // What the tour looks at when it gets no picture.
 Picture drawnScene();

@@ -9,6 +9,364 @@
 ZORI_BEGIN_DECLS
 
 /*
+ * zori{FFTInitAlloc,FFTGetBufSize}_{C_32fc,R_32f,R_32s}
+ *
+ * Records of the image FFT.
+ *
+ * InitAlloc makes the record of the FFT of images of 2^orderX by 2^orderY pixels and stores its address in
+ * ppRecord: C_32fc for the complex transforms, R_32f for the real ones of 32f images, R_32s for those between
+ * 8u images and 32s spectra. The record serves every layout and both directions. It belongs to the caller,
+ * who releases it with the Free function of the same name. Transforms only read it, so any number of threads
+ * may use one at the same time, each with a work buffer of its own.
+ *
+ * flag says where the transform of n = 2^orderX * 2^orderY pixels is divided: ZorFftDivFwdByN the forward one
+ * by n, ZorFftDivInvByN the inverse by n, ZorFftDivBySqrtN both by the square root of n, ZorFftNoDiv neither
+ * (forward and inverse in a row then give n times the image). hint is accepted for all values and changes
+ * nothing.
+ *
+ * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer. They
+ * depend on the number of threads that large images (from 141 by 141 pixels for real ones, 291 by 291 for
+ * complex ones) are planned for when the record is made.
+ *
+ * ZorErrOrder: an order is outside 0..30. ZorErrFlag: flag is none of the four. ZorErrAlloc: no memory, or a
+ * work buffer of more bytes than an int tells. After an error no record is left behind. ZorErrContext:
+ * pRecord is not a record of this kind.
+ *
+ * Checks (FFTGetBufSize_C FFTGetBufSize_R): null pointers, pRecord (ZorErrContext).
+ * Checks (others): null pointers, orderX, orderY (ZorErrOrder), flag (ZorErrFlag).
+ * Other statuses: ZorErrAlloc (FFTInitAlloc_C FFTInitAlloc_R).
+ * Threads: team, on whose size the result depends (FFTGetBufSize_C FFTGetBufSize_R); calling thread (others).
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriFFTInitAlloc_C_32fc, in the other forms their like.
+ */
+ZorStatus zoriFFTInitAlloc_C_32fc(ZorFftImgRecord** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+ZorStatus zoriFFTInitAlloc_R_32f(ZorFftImgRecord** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+ZorStatus zoriFFTInitAlloc_R_32s(ZorFftImgRecord32s** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+ZorStatus zoriFFTGetBufSize_C_32fc(const ZorFftImgRecord* pRecord, int* pSize);
+ZorStatus zoriFFTGetBufSize_R_32f(const ZorFftImgRecord* pRecord, int* pSize);
+ZorStatus zoriFFTGetBufSize_R_32s(const ZorFftImgRecord32s* pRecord, int* pSize);
+
+/*
+ * zoriFFTFree_{C_32fc,R_32f,R_32s}
+ *
+ * Release of an FFT record.
+ *
+ * Releases a record that the InitAlloc function of the same name made, with all it holds. A released record
+ * must not be used again. ZorErrContext: pRecord is not a record of this kind; nothing is released.
+ *
+ * Checks: null pointers, pRecord (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFFTFree_C_32fc(ZorFftImgRecord* pRecord);
+ZorStatus zoriFFTFree_R_32f(ZorFftImgRecord* pRecord);
+ZorStatus zoriFFTFree_R_32s(ZorFftImgRecord32s* pRecord);
+
+/*
+ * zori{FFTFwd,FFTInv}_CToC_32fc_C1{R,IR}
+ *
+ * FFT of a complex image.
+ *
+ * The two-dimensional discrete Fourier transform of the W x H image of the record, W = 2^orderX, H =
+ * 2^orderY: forward A(u, v) = sum of a(x, y) * e^(-2 pi i (u x / W + v y / H)), inverse the same with + in
+ * the exponent, times the divisor that the record's flag names. Column u and row v of the spectrum hold A(u,
+ * v). All arithmetic is single precision.
+ *
+ * pRecord comes from zoriFFTInitAlloc_C_32fc; there is no size argument. pBuffer is work memory of the size
+ * told by zoriFFTGetBufSize_C_32fc, at any address; with a null pointer the call takes and releases its own.
+ * With a buffer the call takes a little more memory where it can have it, and gives the same result where it
+ * cannot. Rows and columns of images of more than 290 by 290 pixels are spread over a team of threads.
+ *
+ * Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this kind,
+ * ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
+ *
+ * Checks (IR): null pRecord, pRecord (ZorErrContext), null pSrcDst, steps.
+ * Checks (others): null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriFFTInitAlloc_C_32fc, size of pBuffer by zoriFFTGetBufSize_C_32fc.
+ */
+ZorStatus zoriFFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
+                                   const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
+                                   const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+
+/*
+ * zori{FFTFwd_RToPack,FFTInv_PackToR}_32f_{C1,C3,C4,AC4}{R,IR}
+ *
+ * FFT of a real image, packed spectrum.
+ *
+ * Forward (RToPack): the discrete Fourier transform A(u, v) = sum of a(x, y) * e^(-2 pi i (u x / W + v y /
+ * H)) of the W x H image of the record, W = 2^orderX, H = 2^orderY, written as a packed spectrum. Inverse
+ * (PackToR): from a packed spectrum to the real image. The divisor is the one that the record's flag names.
+ *
+ * The spectrum of a real image is symmetric, A(u, v) = conj(A(W - u, H - v)), and half of it fills exactly
+ * the shape of the image. The packed spectrum holds, in column c and row r:
+ *
+ * - column 0: Re A(0,0), Re A(0,1), Im A(0,1), Re A(0,2), Im A(0,2), ... downwards, and for even H Re
+ *   A(0,H/2) last;
+ * - column 2k-1, all rows: Re A(k,r); column 2k, all rows: Im A(k,r); for k from 1 to the last k below W/2;
+ * - column W-1, for even W: like column 0, of u = W/2: Re A(W/2,0), Re A(W/2,1), Im A(W/2,1), ..., Re
+ *   A(W/2,H/2).
+ *
+ * One row (H = 1) thus reads R0, R1, I1, R2, I2, ..., R(W/2), one column alike. Several channels are
+ * transformed one by one and stay interleaved. AC4 transforms three and leaves the destination's fourth
+ * channel as it was.
+ *
+ * pRecord comes from zoriFFTInitAlloc_R_32f; there is no size argument. pBuffer is work memory of the size
+ * told by zoriFFTGetBufSize_R_32f, at any address; with a null pointer the call takes and releases its own.
+ * With a buffer the call takes a little more memory where it can have it, and gives the same result where it
+ * cannot. All arithmetic is single precision. Columns of images of more than 290 by 290 pixels in C1, 140 by
+ * 140 in the other layouts, and rows of images from 141 by 141 pixels on are spread over a team of threads.
+ *
+ * Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this kind,
+ * ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
+ *
+ * Checks (IR): null pRecord, pRecord (ZorErrContext), null pSrcDst, steps.
+ * Checks (others): null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriFFTInitAlloc_R_32f, size of pBuffer by zoriFFTGetBufSize_R_32f.
+ */
+ZorStatus zoriFFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+
+/*
+ * zoriFFTFwd_RToPack_8u32s_{C1,C3,C4,AC4}RSfs
+ * zoriFFTInv_PackToR_32s8u_{C1,C3,C4,AC4}RSfs
+ *
+ * FFT of a byte image, integer spectrum.
+ *
+ * zoriFFTFwd_RToPack_32f and zoriFFTInv_PackToR_32f between an 8u image and a packed spectrum of 32s: the
+ * source is converted to single precision, transformed, multiplied by 2^-scaleFactor, rounded to nearest with
+ * ties to even and saturated. The spectrum of a byte image reaches 255 * W * H undivided; choose the scale so
+ * that its large values keep to 32 bits and its small ones do not vanish.
+ *
+ * pRecord comes from zoriFFTInitAlloc_R_32s; pBuffer, of the size told by zoriFFTGetBufSize_R_32s, may be
+ * null. AC4 leaves the destination's fourth channel as it was. Checks and statuses are those of
+ * zoriFFTFwd_RToPack_32f.
+ *
+ * Checks: null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriFFTInitAlloc_R_32s, size of pBuffer by zoriFFTGetBufSize_R_32s.
+ */
+ZorStatus zoriFFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_8u32s_C3RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_8u32s_C4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTFwd_RToPack_8u32s_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32s8u_C1RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32s8u_C3RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32s8u_C4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriFFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+
+/*
+ * zori{DFTInitAlloc,DFTGetBufSize}_{C_32fc,R_32f,R_32s}
+ *
+ * Records of the image DFT.
+ *
+ * InitAlloc makes the record of the transform of images of width by height pixels, any size, and stores its
+ * address in ppRecord: C_32fc for the complex transforms, R_32f for the real ones of 32f images, R_32s for
+ * those between 8u images and 32s spectra. It belongs to the caller, who releases it with the Free function
+ * of the same name. Transforms only read it, so any number of threads may use one at the same time, each with
+ * a work buffer of its own.
+ *
+ * flag says where the transform of n = width * height pixels is divided: ZorFftDivFwdByN the forward one by
+ * n, ZorFftDivInvByN the inverse by n, ZorFftDivBySqrtN both by the square root of n, ZorFftNoDiv neither.
+ * hint is accepted for all values.
+ *
+ * The length of a side decides the method: a power of two is an FFT; a length that splits into small factors
+ * (up to 150) is worked factor by factor; other lengths up to 150 by the definition, longer ones through a
+ * convolution, at a few times the cost of the next power of two.
+ *
+ * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer.
+ *
+ * ZorErrSize: width or height below 1. ZorErrFlag: flag is none of the four. ZorErrAlloc: no memory, or a
+ * work buffer of more bytes than an int tells. After an error no record is left behind. ZorErrContext:
+ * pRecord is not a record of this kind.
+ *
+ * Checks (DFTGetBufSize_C DFTGetBufSize_R): null pointers, pRecord (ZorErrContext).
+ * Checks (others): null pointers, width, height (ZorErrSize), flag (ZorErrFlag).
+ * Other statuses: ZorErrAlloc (DFTInitAlloc_C DFTInitAlloc_R).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDFTInitAlloc_C_32fc, in the other forms their like.
+ */
+ZorStatus zoriDFTInitAlloc_C_32fc(ZorDftImgRecord** ppRecord, int width, int height, int flag, ZorHint hint);
+ZorStatus zoriDFTInitAlloc_R_32f(ZorDftImgRecord** ppRecord, int width, int height, int flag, ZorHint hint);
+ZorStatus zoriDFTInitAlloc_R_32s(ZorDftImgRecord32s** ppRecord, int width, int height, int flag, ZorHint hint);
+ZorStatus zoriDFTGetBufSize_C_32fc(const ZorDftImgRecord* pRecord, int* pSize);
+ZorStatus zoriDFTGetBufSize_R_32f(const ZorDftImgRecord* pRecord, int* pSize);
+ZorStatus zoriDFTGetBufSize_R_32s(const ZorDftImgRecord32s* pRecord, int* pSize);
+
+/*
+ * zoriDFTFree_{C_32fc,R_32f,R_32s}
+ *
+ * Release of a DFT record.
+ *
+ * Releases a record that the InitAlloc function of the same name made, with all it holds. A released record
+ * must not be used again. ZorErrContext: pRecord is not a record of this kind; nothing is released.
+ *
+ * Checks: null pointers, pRecord (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDFTFree_C_32fc(ZorDftImgRecord* pRecord);
+ZorStatus zoriDFTFree_R_32f(ZorDftImgRecord* pRecord);
+ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
+
+/*
+ * zori{DFTFwd,DFTInv}_CToC_32fc_C1{R,IR}
+ *
+ * DFT of a complex image of any size.
+ *
+ * zoriFFTFwd_CToC_32fc_C1R and zoriFFTInv_CToC_32fc_C1R for images of any size W x H: forward A(u, v) = sum
+ * of a(x, y) * e^(-2 pi i (u x / W + v y / H)), inverse with + in the exponent, times the divisor that the
+ * record's flag names. With ZorFftDivBySqrtN the factor of each side comes from a reciprocal root estimate
+ * with one Newton step and may differ from 1 / sqrt(n) in the last bits.
+ *
+ * pRecord comes from zoriDFTInitAlloc_C_32fc; pBuffer, of the size told by zoriDFTGetBufSize_C_32fc, may be
+ * null. Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this
+ * kind, ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
+ *
+ * Checks (IR): null pRecord, pRecord (ZorErrContext), null pSrcDst, steps.
+ * Checks (others): null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDFTInitAlloc_C_32fc, size of pBuffer by zoriDFTGetBufSize_C_32fc.
+ */
+ZorStatus zoriDFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
+                                   const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
+                                   const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+
+/*
+ * zori{DFTFwd_RToPack,DFTInv_PackToR}_32f_{C1,C3,C4,AC4}{R,IR}
+ *
+ * DFT of a real image of any size, packed spectrum.
+ *
+ * zoriFFTFwd_RToPack_32f and zoriFFTInv_PackToR_32f for images of any size W x H. The packed spectrum is the
+ * same: an odd W has no last real column, the pairs (2k-1, 2k) reach up to columns W-2 and W-1; an odd H has
+ * no single value at the end of column 0, which reads R0, R1, I1, ..., R((H-1)/2), I((H-1)/2). With
+ * ZorFftDivBySqrtN the factor of each side comes from a reciprocal root estimate with one Newton step and may
+ * differ from 1 / sqrt(n) in the last bits.
+ *
+ * Several channels are transformed one by one and stay interleaved; AC4 leaves the destination's fourth
+ * channel as it was. pRecord comes from zoriDFTInitAlloc_R_32f; pBuffer, of the size told by
+ * zoriDFTGetBufSize_R_32f, may be null. Checks in this order: ZorErrNullPtr for the record, ZorErrContext
+ * when it is not a record of this kind, ZorErrNullPtr for the images, ZorErrStep for steps below 1.
+ * ZorErrAlloc: no memory for the buffer.
+ *
+ * Checks (IR): null pRecord, pRecord (ZorErrContext), null pSrcDst, steps.
+ * Checks (others): null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDFTInitAlloc_R_32f, size of pBuffer by zoriDFTGetBufSize_R_32f.
+ */
+ZorStatus zoriDFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                     const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+
+/*
+ * zoriDFTFwd_RToPack_8u32s_{C1,C3,C4,AC4}RSfs
+ * zoriDFTInv_PackToR_32s8u_{C1,C3,C4,AC4}RSfs
+ *
+ * DFT of a byte image of any size, integer spectrum.
+ *
+ * zoriDFTFwd_RToPack_32f and zoriDFTInv_PackToR_32f between an 8u image and a packed spectrum of 32s: the
+ * source is converted to single precision, transformed, multiplied by 2^-scaleFactor, rounded to nearest with
+ * ties to even and saturated. pRecord comes from zoriDFTInitAlloc_R_32s; pBuffer, of the size told by
+ * zoriDFTGetBufSize_R_32s, may be null. AC4 leaves the destination's fourth channel as it was. Checks and
+ * statuses are those of zoriDFTFwd_RToPack_32f.
+ *
+ * Checks: null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDFTInitAlloc_R_32s, size of pBuffer by zoriDFTGetBufSize_R_32s.
+ */
+ZorStatus zoriDFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_8u32s_C3RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_8u32s_C4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTFwd_RToPack_8u32s_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
+                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32s8u_C1RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32s8u_C3RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32s8u_C4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                          const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
+                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+
+/*
  * zori{DCT8x8Fwd,DCT8x8Inv}_16s_{C1,C1I}
  *
  * Cosine transform of an 8 x 8 block of integers.
@@ -156,6 +514,289 @@ ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
  */
 ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+
+/*
+ * zori{MulPack,MulPackConj}_32f_{C1,C3,C4,AC4}{R,IR}
+ *
+ * Product of two packed spectra.
+ *
+ * Multiplies two packed spectra of real images, frequency by frequency; roiSize is the size of the images, of
+ * any parity. The layout is that of zoriFFTFwd_RToPack_32f and zoriDFTFwd_RToPack_32f. The product of the
+ * spectra of two images is the spectrum of their cyclic convolution.
+ *
+ * - MulPack: src1 * src2, re = a1 * b1 - a2 * b2, im = a1 * b2 + a2 * b1;
+ * - MulPackConj: src1 * conj(src2), re = a1 * b1 + a2 * b2, im = a2 * b1 - a1 * b2: the spectrum of the
+ *   cyclic correlation.
+ *
+ * Frequencies stored as one real number (the first and, for even sizes, the last of column 0 and of the last
+ * column) are multiplied as reals. The IR forms take pSrc as src1 and write the product over src2 in pSrcDst.
+ * AC4 leaves the fourth channel as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMulPack_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                              Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                               Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPack_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
+                                   ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
+                                   ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                  Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
+                                   ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
+                                   Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMulPackConj_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
+                                    ZorImgSize roiSize);
+
+/*
+ * zoriMulPack_{16s,32s}_{C1,C3,C4,AC4}{R,IR}Sfs
+ *
+ * Product of two packed integer spectra.
+ *
+ * zoriMulPack_32f for packed spectra of integers, with real and imaginary parts formed exactly, scaled and
+ * saturated.
+ *
+ * - 16s: a positive scaleFactor shifts re and im right arithmetically (toward minus infinity, no rounding); a
+ *   negative one saturates them to 16 bits and shifts them left; the result is saturated to -32768..32767.
+ * - 32s: re and im times 2^-scaleFactor, rounded to nearest with ties to even and saturated to 32 bits.
+ *
+ * The IR forms write the product over pSrcDst. AC4 leaves the fourth channel as it was.
+ *
+ * Checks: null pointers, steps, region size.
+ * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMulPack_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                 Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
+                                  Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriMulPack_32s_C1RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                                 Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_32s_C1IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_32s_C3RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                                 Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_32s_C3IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_32s_C4RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                                 Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_32s_C4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                  int scaleFactor);
+ZorStatus zoriMulPack_32s_AC4RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
+                                  Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+ZorStatus zoriMulPack_32s_AC4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+
+/*
+ * zori{MagnitudePack,PhasePack}_32f_{C1,C3}R
+ *
+ * Magnitude and phase of a packed spectrum.
+ *
+ * Unfolds a packed spectrum of a real image of roiSize (layout of zoriFFTFwd_RToPack_32f, any parity) by the
+ * symmetry A(u, v) = conj(A(W - u, H - v)) and writes the magnitude sqrt(re^2 + im^2) or the phase atan2(im,
+ * re), in radians from -pi to pi, of every frequency: pixel (u, v) of the whole W x H image stands for A(u,
+ * v).
+ *
+ * One complex row is allocated; when there is no memory for it, the status is ZorErrNullPtr.
+ *
+ * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrNullPtr.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMagnitudePack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMagnitudePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPhasePack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPhasePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+
+/*
+ * zori{MagnitudePack,PhasePack}_{16s,32s}_{C1,C3}RSfs
+ *
+ * Magnitude and phase of a packed integer spectrum.
+ *
+ * zoriMagnitudePack_32f and zoriPhasePack_32f for packed spectra of integers: magnitude or phase (radians),
+ * times 2^-scaleFactor, rounded to nearest and saturated to the type. A phase needs a negative scaleFactor to
+ * keep its fraction: -13 turns pi into 25736, which 16s holds.
+ *
+ * One complex row is allocated; when there is no memory for it, the status is ZorErrNullPtr.
+ *
+ * Checks: null pointers, region size, steps.
+ * Other statuses: ZorErrNullPtr.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMagnitudePack_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitudePack_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitudePack_32s_C1RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitudePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriPhasePack_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhasePack_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhasePack_32s_C1RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhasePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+
+/*
+ * zoriPackToCplxExtend_{32f32fc,32s32sc}_C1R
+ *
+ * Packed spectrum to a full complex spectrum.
+ *
+ * Writes the whole W x H complex spectrum of a real image from its packed form (layout of
+ * zoriFFTFwd_RToPack_32f, any parity): the frequencies that the packed form leaves out by A(u, v) = conj(A(W
+ * - u, H - v)), those it stores as one number with an imaginary part of zero. Note that roiSize stands
+ * between pSrc and srcStep.
+ *
+ * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriPackToCplxExtend_32f32fc_C1R(const Zor32f* pSrc, ZorImgSize roiSize, int srcStep,
+                                           Zor32fc* pDst, int dstStep);
+ZorStatus zoriPackToCplxExtend_32s32sc_C1R(const Zor32s* pSrc, ZorImgSize roiSize, int srcStep,
+                                           Zor32sc* pDst, int dstStep);
+
+/*
+ * zoriCplxExtendToPack_{32fc32f,16sc16s,32sc32s}_{C1,C3}R
+ *
+ * Full complex spectrum to its packed form.
+ *
+ * Packs the W x H complex spectrum of a real image (layout of zoriFFTFwd_RToPack_32f, any parity). Only the
+ * frequencies that the packed form holds are read, and of those that must be real only the real part; a
+ * source without the symmetry A(u, v) = conj(A(W - u, H - v)) loses the rest. roiSize stands before pDst.
+ *
+ * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriCplxExtendToPack_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor32f* pDst, int dstStep);
+ZorStatus zoriCplxExtendToPack_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor32f* pDst, int dstStep);
+ZorStatus zoriCplxExtendToPack_16sc16s_C1R(const Zor16sc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor16s* pDst, int dstStep);
+ZorStatus zoriCplxExtendToPack_16sc16s_C3R(const Zor16sc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor16s* pDst, int dstStep);
+ZorStatus zoriCplxExtendToPack_32sc32s_C1R(const Zor32sc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor32s* pDst, int dstStep);
+ZorStatus zoriCplxExtendToPack_32sc32s_C3R(const Zor32sc* pSrc, int srcStep, ZorImgSize roiSize,
+                                           Zor32s* pDst, int dstStep);
+
+/*
+ * zori{Magnitude,Phase}_32fc32f_{C1,C3}R
+ *
+ * Magnitude and phase of complex pixels.
+ *
+ * Magnitude: dst = sqrt(re^2 + im^2). Phase: dst = atan2(im, re), in radians from -pi to pi. Each channel of
+ * each pixel is taken on its own.
+ *
+ * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMagnitude_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriMagnitude_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPhase_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPhase_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+
+/*
+ * zori{Magnitude,Phase}_{16sc16s,16uc16u,32sc32s}_{C1,C3}RSfs
+ *
+ * Magnitude and phase of complex integers.
+ *
+ * Magnitude sqrt(re^2 + im^2) or phase atan2(im, re) in radians, times 2^-scaleFactor, rounded to nearest and
+ * saturated to the type. A phase needs a negative scaleFactor to keep its fraction: -13 turns pi into 25736.
+ * Phases of 16uc pixels lie in the first quadrant.
+ *
+ * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriMagnitude_16sc16s_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitude_16sc16s_C3RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitude_16uc16u_C1RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitude_16uc16u_C3RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitude_32sc32s_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriMagnitude_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                       int scaleFactor);
+ZorStatus zoriPhase_16sc16s_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhase_16sc16s_C3RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhase_16uc16u_C1RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhase_16uc16u_C3RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhase_32sc32s_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+ZorStatus zoriPhase_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
+                                   int scaleFactor);
+
+/*
+ * zoriPolarToCart_{16sc,32sc,32fc}_{C1,C3}R
+ * zoriPolarToCart_32f32fc_P2C1R
+ *
+ * Complex pixels from magnitude and phase.
+ *
+ * dst = magnitude * (cos(phase) + i * sin(phase)), the phase in radians, each channel of each pixel on its
+ * own. Magnitude and phase stand together in one source element, the magnitude in the place of re and the
+ * phase in that of im; P2C1 takes them as two planes, magnitude first, which share a step. The phase of
+ * integers is a whole number of radians. Products are formed in double precision; integer results are rounded
+ * to nearest with ties to even and saturated.
+ *
+ * Checks: null pointers, region size, steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriPolarToCart_16sc_C1R(const Zor16sc* pSrc, int srcStep, Zor16sc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_16sc_C3R(const Zor16sc* pSrc, int srcStep, Zor16sc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_32sc_C1R(const Zor32sc* pSrc, int srcStep, Zor32sc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_32sc_C3R(const Zor32sc* pSrc, int srcStep, Zor32sc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_32fc_C3R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+ZorStatus zoriPolarToCart_32f32fc_P2C1R(const Zor32f* const pSrc[2], int srcStep, Zor32fc* pDst, int dstStep,
+                                        ZorImgSize roiSize);
 
 ZORI_END_DECLS
 

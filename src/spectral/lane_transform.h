@@ -1,0 +1,27 @@
+// Transforms in lanes: see lane_plan.h.
+#pragma once
+
+#include "lane_plan.h"
+#include "rowkernels/simd.h"
+
+namespace zori {
+
+// Forward transforms of plan.length() elements, without a divisor, of so many vectors of lanes each. The buffer has
+// room for plan.workLength() elements and is aligned for its vectors; what stands behind the first length() is spoiled.
+// The result of a lane is the same for all three, to the bit.
+void transformOneLane(const LanePlan& plan, const void* block, float* buffer, int vectors);
+void transformFourLanes(const LanePlan& plan, const void* block, float* buffer, int vectors);
+void transformVectorLanes(const LanePlan& plan, const void* block, float* buffer, int vectors);
+
+// V is float, F32x4 or Vec<float>.
+template <class V> inline void transformLanes(const LanePlan& plan, const void* block, float* buffer, int vectors)
+{
+  if constexpr (std::is_same_v<V, float>) transformOneLane(plan, block, buffer, vectors);
+  else if constexpr (std::is_same_v<V, F32x4>) transformFourLanes(plan, block, buffer, vectors);
+  else transformVectorLanes(plan, block, buffer, vectors);
+}
+
+// The plan's levels alone on workLength() pairs: how a plan of a convolution forms its table.
+void transformChirp(const LanePlan& plan, const void* block, float* pairs);
+
+} // namespace zori
