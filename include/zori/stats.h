@@ -906,7 +906,7 @@ ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64
  * Checks: null pointers, region size, steps.
  * Other statuses: ZorErrQualitySize (pQualityIndex written).
  * Threads: team for large regions.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                      ZorImgSize roiSize, Zor32f* pQualityIndex);
