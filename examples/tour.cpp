@@ -1,7 +1,7 @@
-// tour [picture.png] [-o sheet.png]: what the library does, on one picture.
+// tour [picture.png] [-o sheet.png] [--pictures folder]: what the library does, on one picture.
 //
 // Runs the stages of every subject (examples/tour/), prints a table of their times, and writes a contact sheet of their
-// results. Without a picture it works on a scene that it draws itself.
+// results, and into the folder each result by itself. Without a picture it works on a scene that it draws itself.
 #include "tour/tour.h"
 #include "support/png_io.h"
 
@@ -11,7 +11,7 @@
 namespace {
 
 struct Arguments {
-  std::string picture, sheet = "tour.png";
+  std::string picture, sheet = "tour.png", folder;
   bool understood = true;
 
   Arguments(int count, char** values)
@@ -19,6 +19,7 @@ struct Arguments {
     for (int i = 1; i < count; ++i) {
       const std::string value = values[i];
       if (value == "-o" && i + 1 < count) sheet = values[++i];
+      else if (value == "--pictures" && i + 1 < count) folder = values[++i];
       else if (picture.empty() && !value.empty() && value[0] != '-') picture = value;
       else understood = false;
     }
@@ -50,6 +51,7 @@ void run(const Arguments& arguments)
   const std::string version = zoriGetLibVersion()->version;
   example::writePng(arguments.sheet, tour.sheet("Image-processing primitives, version " + version + " - " + about));
   std::printf("\ncontact sheet: %s\n", arguments.sheet.c_str());
+  if (!arguments.folder.empty()) tour.writePictures(arguments.folder);
 }
 
 } // namespace
@@ -58,7 +60,7 @@ int main(int count, char** values)
 {
   const Arguments arguments(count, values);
   if (!arguments.understood) {
-    std::fprintf(stderr, "usage: tour [picture.png] [-o sheet.png]\n");
+    std::fprintf(stderr, "usage: tour [picture.png] [-o sheet.png] [--pictures folder]\n");
     return 2;
   }
   try {

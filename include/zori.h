@@ -11,6 +11,7 @@
 #include "zori/point.h"
 #include "zori/spectral.h"
 #include "zori/stats.h"
+#include "zori/status.h"
 #include "zori/synthetic.h"
 
 #endif

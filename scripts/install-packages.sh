@@ -1,5 +1,5 @@
 #!/bin/bash
-# scripts/install-packages.sh [build|test|examples|bench]...
+# scripts/install-packages.sh [build|test|examples|bench|docs]...
 #
 # Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
 # through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
@@ -9,6 +9,7 @@
 #   test      64-bit and 32-bit tests (includes build)
 #   examples  the example programs, which read and write PNG (includes build)
 #   bench     benchmarks (includes build)
+#   docs      the documentation site (includes examples)
 set -euo pipefail
 export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -45,6 +46,7 @@ need_test() {
   need pkg-config have pkg-config
   need binutils have readelf
   need clang-format have clang-format
+  need cmark-gfm have cmark-gfm
   need googletest test -e /usr/src/googletest/CMakeLists.txt
   need_examples
 }
@@ -58,11 +60,16 @@ need_bench() {
   need libbenchmark-dev compiles -include benchmark/benchmark.h -lbenchmark -lpthread
   need libfftw3-dev compiles -include fftw3.h -lfftw3f
 }
+need_docs() {
+  need_examples
+  need python3 have python3
+  need cmark-gfm have cmark-gfm
+}
 
 for work in "${@:-build}"; do
   case $work in
-    build | test | examples | bench) "need_$work" ;;
-    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench" >&2; exit 2 ;;
+    build | test | examples | bench | docs) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs" >&2; exit 2 ;;
   esac
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0

@@ -9,6 +9,12 @@ WIDTH = 110       # of comments
 CODE_WIDTH = 120  # of prototypes
 
 
+# Compilers warn of a call whose status is dropped, for those who ask.
+WARN = ["", "#ifdef ZORI_WARN_UNUSED_STATUS", "#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus",
+        "#endif"]
+END_WARN = ["", "#ifdef ZORI_WARN_UNUSED_STATUS", "#undef ZorStatus", "#endif"]
+
+
 def read_title(path):
     """The first comment line of a catalogue file names the subsystem."""
     first = path.read_text().splitlines()[0] if path.read_text() else ""
@@ -162,6 +168,22 @@ def comment(family):
     return ["/*"] + [f" * {line}".rstrip() for line in body] + [" */"]
 
 
+def brief(function):
+    """For editors, which show the comment above a prototype: the family's title and what sets this form apart."""
+    _, types, layouts, suffix = name_parts(function.name)
+    source, destination = re.fullmatch(r"(\d+[usf]c?)?(\d+[usf]c?)?", types).groups() if types else (None, None)
+    words = [f"{source} to {destination}" if destination else source or ""]
+    sides = re.fullmatch(r"((?:A0C|AC|AP|C|P)\d)((?:A0C|AC|AP|C|P)\d)?", layouts) if layouts else None
+    words.append(f"{sides[1]} to {sides[2]}" if sides and sides[2] else layouts)
+    words += [text for letter, text in (("I", "in place"), ("M", "under a mask"), ("C", "one channel of interest"),
+                                        ("Sfs", "scaled")) if letter in suffix]
+    form = ", ".join(filter(None, words))
+    text = f"{function.family.title}{' (' + form + ')' if form else ''}."
+    more = f"More above {function.family.functions[0].name}."
+    one_line = f"/** {text} {more} */"
+    return [one_line] if len(one_line) <= CODE_WIDTH else [f"/** {text}", f" * {more} */"]
+
+
 def prototype(function):
     """The C prototype, within CODE_WIDTH columns: an image keeps its step on its line."""
     units = []
@@ -189,15 +211,43 @@ def headers(families):
     for name, members in subsystems.items():
         guard = f"ZORI_{name.upper()}_H"
         lines = [f"/* {read_title(members[0].path)}. */", f"/* {MARK}{name}.txt. */", "", f"#ifndef {guard}",
-                 f"#define {guard}", "", '#include "zori/types.h"', "", "ZORI_BEGIN_DECLS", ""]
+                 f"#define {guard}", "", '#include "zori/types.h"', *WARN, "", "ZORI_BEGIN_DECLS", ""]
         for family in members:
-            lines += comment(family) + [line for f in family.functions for line in prototype(f)] + [""]
-        lines += ["ZORI_END_DECLS", "", "#endif", ""]
+            lines += comment(family) + prototype(family.functions[0])
+            lines += [line for f in family.functions[1:] for line in brief(f) + prototype(f)] + [""]
+        lines += ["ZORI_END_DECLS", *END_WARN, "", "#endif", ""]
         files[ROOT / f"include/zori/{name}.h"] = "\n".join(lines)
+    files[ROOT / "include/zori/status.h"] = status_header()
     umbrella = [f"/* All functions of the library. {MARK[:-1]}. */", "#ifndef ZORI_H", "#define ZORI_H", "",
-                '#include "zori/types.h"'] + [f'#include "zori/{name}.h"' for name in sorted(subsystems)]
+                '#include "zori/types.h"'] + [f'#include "zori/{name}.h"' for name in sorted([*subsystems, "status"])]
     files[ROOT / "include/zori.h"] = "\n".join(umbrella + ["", "#endif", ""])
     return files
+
+
+_STATUS = re.compile(r"^  (Zor(?:Ok|Err\w+|Warn\w+)) = (-?\d+),?(?: +/\* (.*) \*/)?$", re.M)
+
+
+def status_list():
+    """(name, number, sentence) of every status code."""
+    found = _STATUS.findall((ROOT / "include/zori/types.h").read_text())
+    return [(name, int(number), text[:1].upper() + text[1:] or "Done") for name, number, text in found]
+
+
+def status_header():
+    """zori/status.h: names and sentences of the status codes, without a library behind them."""
+    def function(name, about, texts, other):
+        return [f"/** {about} */", f"static inline const char* {name}(int status)", "{", "  switch (status) {",
+                *(f'  case {number}: return "{text}";' for number, text in texts), f'  default: return "{other}";',
+                "  }", "}", ""]
+    statuses = status_list()
+    lines = [f"/* Status codes in words. {MARK[:-5]} include/zori/types.h. */", "#ifndef ZORI_STATUS_H",
+             "#define ZORI_STATUS_H", "", "#ifdef __cplusplus", 'extern "C" {', "#endif", ""]
+    lines += function("zori_status_name", "Name of a status code: \"ZorErrSize\"; never null.",
+                      [(number, name) for name, number, _ in statuses], "unknown status")
+    lines += function("zori_status_text", "What a status code says, as a clause without full stop; never null.",
+                      [(number, text) for _, number, text in statuses], "Not a status of this library")
+    lines += ["#ifdef __cplusplus", "}", "#endif", "", "#endif", ""]
+    return "\n".join(lines)
 
 
 def index(families):

@@ -1,9 +1,11 @@
 // Running, timing and showing of stages.
 #include "tour/tour.h"
+#include "support/png_io.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <stdexcept>
 
 namespace tour {
 
@@ -108,6 +110,41 @@ Picture Tour::sheet(const std::string& subtitle) const
     sheet.add(stage.shown_, stage.view_, {stage.title_, calls.empty() ? result : calls, calls.empty() ? "" : result});
   }
   return sheet.drawn();
+}
+
+namespace {
+
+std::string inQuotes(const std::string& text)
+{
+  std::string out = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') out += '\\';
+    out += c;
+  }
+  return out + "\"";
+}
+
+} // namespace
+
+void Tour::writePictures(const std::string& folder) const
+{
+  const std::string path = folder + "/stages.json";
+  std::FILE* file = std::fopen(path.c_str(), "w");
+  if (!file) throw std::runtime_error(path + " cannot be written");
+  const char* before = "[\n";
+  int number = 0;
+  for (const Stage& stage : stages_) {
+    if (!stage.shown_) continue;
+    const std::string name = "stage-" + std::to_string(++number) + ".png";
+    example::writePng(folder + "/" + name, stage.shown_);
+    std::string calls;
+    for (const Stage::Call& call : stage.calls_) calls += (calls.empty() ? "" : ", ") + inQuotes(call.name);
+    std::fprintf(file, "%s  {\"file\": %s, \"title\": %s, \"note\": %s, \"calls\": [%s]}", before,
+                 inQuotes(name).c_str(), inQuotes(stage.title_).c_str(), inQuotes(stage.note_).c_str(), calls.c_str());
+    before = ",\n";
+  }
+  std::fprintf(file, "\n]\n");
+  if (std::fclose(file) != 0) throw std::runtime_error(path + " cannot be written");
 }
 
 } // namespace tour

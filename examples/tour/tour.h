@@ -73,6 +73,8 @@ public:
 
   void printTable() const;
   Picture sheet(const std::string& subtitle) const;
+  // Each stage's picture as a file, and stages.json, which tells their titles, remarks and calls.
+  void writePictures(const std::string& folder) const;
 
 private:
   Picture picture_;

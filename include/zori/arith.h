@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -35,20 +39,35 @@ ZORI_BEGIN_DECLS
  * Rounding: to nearest.
  */
 ZorStatus zoriAbs_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (16s, C1, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (16s, C3). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (16s, C3, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (16s, C4). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (16s, C4, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (16s, AC4). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (16s, AC4, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C1). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C1, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C3). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C3, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C4). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (32f, C4, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Absolute value (32f, AC4). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Absolute value (32f, AC4, in place). More above zoriAbs_16s_C1R. */
 ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -82,96 +101,145 @@ ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  */
 ZorStatus zoriAdd_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (8u, C1, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Sum of two images (8u, C3, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (8u, C3, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Sum of two images (8u, C4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (8u, C4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Sum of two images (8u, AC4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (8u, AC4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16u, C1, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16u, C1, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16u, C3, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16u, C3, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16u, C4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16u, C4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16u, AC4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16u, AC4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (16s, C1, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16s, C1, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16s, C3, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16s, C3, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16s, C4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16s, C4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of two images (16s, AC4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16s, AC4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (16sc, C1, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16sc, C1, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (16sc, C3, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16sc, C3, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (16sc, AC4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                                Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (16sc, AC4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of two images (32sc, C1, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (32sc, C1, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (32sc, C3, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (32sc, C3, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of two images (32sc, AC4, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                                Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of two images (32sc, AC4, in place, scaled). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of two images (32f, C1). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, C1, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, C3). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, C3, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, C4). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, C4, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, AC4). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                            Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32f, AC4, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, C1). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, C1, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, C3). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, C3, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, AC4). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                             Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Sum of two images (32fc, AC4, in place). More above zoriAdd_8u_C1RSfs. */
 ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -206,96 +274,145 @@ ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  */
 ZorStatus zoriSub_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (8u, C1, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Difference of two images (8u, C3, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (8u, C3, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Difference of two images (8u, C4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (8u, C4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Difference of two images (8u, AC4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (8u, AC4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16u, C1, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16u, C1, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16u, C3, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16u, C3, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16u, C4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16u, C4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16u, AC4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16u, AC4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (16s, C1, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16s, C1, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16s, C3, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16s, C3, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16s, C4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16s, C4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of two images (16s, AC4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16s, AC4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (16sc, C1, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16sc, C1, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (16sc, C3, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16sc, C3, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (16sc, AC4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                                Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (16sc, AC4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of two images (32sc, C1, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (32sc, C1, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (32sc, C3, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (32sc, C3, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of two images (32sc, AC4, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                                Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of two images (32sc, AC4, in place, scaled). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of two images (32f, C1). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, C1, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, C3). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, C3, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, C4). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, C4, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, AC4). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                            Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32f, AC4, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, C1). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, C1, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, C3). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, C3, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, AC4). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                             Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Difference of two images (32fc, AC4, in place). More above zoriSub_8u_C1RSfs. */
 ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -332,96 +449,145 @@ ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  */
 ZorStatus zoriMul_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (8u, C1, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Product of two images (8u, C3, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (8u, C3, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Product of two images (8u, C4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (8u, C4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Product of two images (8u, AC4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (8u, AC4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16u, C1, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16u, C1, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16u, C3, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16u, C3, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16u, C4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16u, C4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16u, AC4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16u, AC4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (16s, C1, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16s, C1, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16s, C3, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16s, C3, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16s, C4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16s, C4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of two images (16s, AC4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16s, AC4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (16sc, C1, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16sc, C1, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (16sc, C3, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16sc, C3, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (16sc, AC4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                                Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (16sc, AC4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of two images (32sc, C1, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (32sc, C1, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (32sc, C3, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (32sc, C3, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of two images (32sc, AC4, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                                Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two images (32sc, AC4, in place, scaled). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of two images (32f, C1). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32f, C1, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32f, C3). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32f, C3, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32f, C4). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32f, C4, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32f, AC4). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                            Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32f, AC4, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, C1). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, C1, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, C3). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, C3, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, AC4). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                             Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images (32fc, AC4, in place). More above zoriMul_8u_C1RSfs. */
 ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -455,91 +621,140 @@ ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  */
 ZorStatus zoriAddC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Sum of an image and a constant (8u, C1, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (8u, C3, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (8u, C3, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of an image and a constant (8u, C4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (8u, C4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Sum of an image and a constant (8u, AC4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (8u, AC4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of an image and a constant (16u, C1, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16u, C1, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16u, C3, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16u, C3, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of an image and a constant (16u, C4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16u, C4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of an image and a constant (16u, AC4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16u, AC4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of an image and a constant (16s, C1, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16s, C1, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16s, C3, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16s, C3, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of an image and a constant (16s, C4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16s, C4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Sum of an image and a constant (16s, AC4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16s, AC4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of an image and a constant (16sc, C1, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16sc, C1, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16sc, C3, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16sc, C3, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of an image and a constant (16sc, AC4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (16sc, AC4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Sum of an image and a constant (32sc, C1, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (32sc, C1, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (32sc, C3, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (32sc, C3, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Sum of an image and a constant (32sc, AC4, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Sum of an image and a constant (32sc, AC4, in place, scaled). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Sum of an image and a constant (32f, C1). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, C1, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, C3). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, C3, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, C4). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, C4, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, AC4). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Sum of an image and a constant (32f, AC4, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, C1). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, C1, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, C3). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, C3, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, AC4). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Sum of an image and a constant (32fc, AC4, in place). More above zoriAddC_8u_C1RSfs. */
 ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -574,91 +789,140 @@ ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  */
 ZorStatus zoriSubC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Difference of an image and a constant (8u, C1, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (8u, C3, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (8u, C3, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of an image and a constant (8u, C4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (8u, C4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Difference of an image and a constant (8u, AC4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (8u, AC4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of an image and a constant (16u, C1, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16u, C1, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16u, C3, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16u, C3, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of an image and a constant (16u, C4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16u, C4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of an image and a constant (16u, AC4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16u, AC4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of an image and a constant (16s, C1, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16s, C1, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16s, C3, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16s, C3, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of an image and a constant (16s, C4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16s, C4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Difference of an image and a constant (16s, AC4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16s, AC4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of an image and a constant (16sc, C1, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16sc, C1, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16sc, C3, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16sc, C3, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of an image and a constant (16sc, AC4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (16sc, AC4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Difference of an image and a constant (32sc, C1, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (32sc, C1, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (32sc, C3, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (32sc, C3, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Difference of an image and a constant (32sc, AC4, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Difference of an image and a constant (32sc, AC4, in place, scaled). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Difference of an image and a constant (32f, C1). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, C1, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, C3). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, C3, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, C4). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, C4, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, AC4). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Difference of an image and a constant (32f, AC4, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, C1). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, C1, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, C3). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, C3, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, AC4). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Difference of an image and a constant (32fc, AC4, in place). More above zoriSubC_8u_C1RSfs. */
 ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -695,91 +959,140 @@ ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  */
 ZorStatus zoriMulC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Product of an image and a constant (8u, C1, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (8u, C3, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (8u, C3, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of an image and a constant (8u, C4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (8u, C4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Product of an image and a constant (8u, AC4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (8u, AC4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of an image and a constant (16u, C1, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16u, C1, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16u, C3, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16u, C3, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of an image and a constant (16u, C4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16u, C4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of an image and a constant (16u, AC4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16u, AC4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of an image and a constant (16s, C1, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16s, C1, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16s, C3, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16s, C3, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of an image and a constant (16s, C4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16s, C4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Product of an image and a constant (16s, AC4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16s, AC4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of an image and a constant (16sc, C1, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16sc, C1, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16sc, C3, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16sc, C3, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of an image and a constant (16sc, AC4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (16sc, AC4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Product of an image and a constant (32sc, C1, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (32sc, C1, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (32sc, C3, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (32sc, C3, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Product of an image and a constant (32sc, AC4, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Product of an image and a constant (32sc, AC4, in place, scaled). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Product of an image and a constant (32f, C1). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Product of an image and a constant (32f, C1, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32f, C3). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Product of an image and a constant (32f, C3, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32f, C4). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Product of an image and a constant (32f, C4, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32f, AC4). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Product of an image and a constant (32f, AC4, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, C1). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, C1, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, C3). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, C3, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, AC4). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Product of an image and a constant (32fc, AC4, in place). More above zoriMulC_8u_C1RSfs. */
 ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -822,96 +1135,145 @@ ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  */
 ZorStatus zoriDiv_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (8u, C1, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Quotient of two images (8u, C3, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (8u, C3, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Quotient of two images (8u, C4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (8u, C4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Quotient of two images (8u, AC4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (8u, AC4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16u, C1, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16u, C1, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16u, C3, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16u, C3, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16u, C4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                              Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16u, C4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16u, AC4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor16u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16u, AC4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (16s, C1, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16s, C1, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16s, C3, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16s, C3, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16s, C4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                              Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16s, C4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of two images (16s, AC4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16s, AC4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (16sc, C1, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_C1RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16sc, C1, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_C1IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (16sc, C3, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_C3RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                               Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16sc, C3, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_C3IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (16sc, AC4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_AC4RSfs(const Zor16sc* pSrc1, int src1Step, const Zor16sc* pSrc2, int src2Step,
                                Zor16sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (16sc, AC4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_16sc_AC4IRSfs(const Zor16sc* pSrc, int srcStep, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of two images (32sc, C1, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_C1RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (32sc, C1, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_C1IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (32sc, C3, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_C3RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                               Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (32sc, C3, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_C3IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of two images (32sc, AC4, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_AC4RSfs(const Zor32sc* pSrc1, int src1Step, const Zor32sc* pSrc2, int src2Step,
                                Zor32sc* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of two images (32sc, AC4, in place, scaled). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32sc_AC4IRSfs(const Zor32sc* pSrc, int srcStep, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of two images (32f, C1). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, C1, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, C3). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, C3, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, C4). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                           Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, C4, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, AC4). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                            Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32f, AC4, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, C1). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_C1R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, C1, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_C1IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, C3). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_C3R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                            Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, C3, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_C3IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, AC4). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_AC4R(const Zor32fc* pSrc1, int src1Step, const Zor32fc* pSrc2, int src2Step,
                             Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Quotient of two images (32fc, AC4, in place). More above zoriDiv_8u_C1RSfs. */
 ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -946,91 +1308,140 @@ ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  */
 ZorStatus zoriDivC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Quotient of an image and a constant (8u, C1, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_C1IRSfs(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (8u, C3, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_C3RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (8u, C3, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_C3IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of an image and a constant (8u, C4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_C4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (8u, C4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_C4IRSfs(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Quotient of an image and a constant (8u, AC4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (8u, AC4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_8u_AC4IRSfs(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of an image and a constant (16u, C1, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16u, C1, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C1IRSfs(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16u, C3, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C3RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16u, C3, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C3IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of an image and a constant (16u, C4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16u, C4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_C4IRSfs(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of an image and a constant (16u, AC4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16u, AC4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16u_AC4IRSfs(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of an image and a constant (16s, C1, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s value, Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16s, C1, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C1IRSfs(Zor16s value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16s, C3, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C3RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16s, C3, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C3IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of an image and a constant (16s, C4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16s, C4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_C4IRSfs(const Zor16s value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Quotient of an image and a constant (16s, AC4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor16s* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16s, AC4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16s_AC4IRSfs(const Zor16s value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of an image and a constant (16sc, C1, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16sc value, Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16sc, C1, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_C1IRSfs(Zor16sc value, Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16sc, C3, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_C3RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16sc, C3, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_C3IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of an image and a constant (16sc, AC4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_AC4RSfs(const Zor16sc* pSrc, int srcStep, const Zor16sc value[3], Zor16sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (16sc, AC4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_16sc_AC4IRSfs(const Zor16sc value[3], Zor16sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Quotient of an image and a constant (32sc, C1, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32sc value, Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (32sc, C1, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_C1IRSfs(Zor32sc value, Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (32sc, C3, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_C3RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (32sc, C3, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_C3IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                 int scaleFactor);
+/** Quotient of an image and a constant (32sc, AC4, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_AC4RSfs(const Zor32sc* pSrc, int srcStep, const Zor32sc value[3], Zor32sc* pDst, int dstStep,
                                 ZorImgSize roiSize, int scaleFactor);
+/** Quotient of an image and a constant (32sc, AC4, in place, scaled). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32sc_AC4IRSfs(const Zor32sc value[3], Zor32sc* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                  int scaleFactor);
+/** Quotient of an image and a constant (32f, C1). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, C1, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C1IR(Zor32f value, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, C3). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, C3, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C3IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, C4). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor32f* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, C4, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_C4IR(const Zor32f value[4], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, AC4). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor32f* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Quotient of an image and a constant (32f, AC4, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32f_AC4IR(const Zor32f value[3], Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, C1). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc value, Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, C1, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_C1IR(Zor32fc value, Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, C3). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_C3R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, C3, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_C3IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, AC4). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_AC4R(const Zor32fc* pSrc, int srcStep, const Zor32fc value[3], Zor32fc* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Quotient of an image and a constant (32fc, AC4, in place). More above zoriDivC_8u_C1RSfs. */
 ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1060,58 +1471,83 @@ ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  */
 ZorStatus zoriDiv_Round_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, C1, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_C1IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                    ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, C3, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_C3RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, C3, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_C3IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                    ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, C4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_C4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, C4, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_C4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                    ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, AC4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_AC4RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                    Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (8u, AC4, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_8u_AC4IRSfs(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                     ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C1, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C1RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C1, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C1IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C3, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C3RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C3, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C3IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, C4, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_C4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, AC4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_AC4RSfs(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                     Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                     int scaleFactor);
+/** Quotient of two images with a choice of rounding (16u, AC4, in place, scaled).
+ * More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16u_AC4IRSfs(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep,
                                      ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C1, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C1, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C3, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C3, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                    int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, C4, in place, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, AC4, scaled). More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                     Zor16s* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode,
                                     int scaleFactor);
+/** Quotient of two images with a choice of rounding (16s, AC4, in place, scaled).
+ * More above zoriDiv_Round_8u_C1RSfs. */
 ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep,
                                      ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
 
@@ -1137,47 +1573,78 @@ ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pS
  */
 ZorStatus zoriSqr_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Square (8u, C1, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (8u, C3, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Square (8u, C3, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (8u, C4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_C4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Square (8u, C4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_C4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (8u, AC4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (8u, AC4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16u, C1, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16u, C1, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16u, C3, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16u, C3, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16u, C4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16u, C4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_C4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16u, AC4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square (16u, AC4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16s, C1, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16s, C1, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16s, C3, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16s, C3, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16s, C4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square (16s, C4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_C4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (16s, AC4, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square (16s, AC4, in place, scaled). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square (32f, C1). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square (32f, C1, in place). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square (32f, C3). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square (32f, C3, in place). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square (32f, C4). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square (32f, C4, in place). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square (32f, AC4). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square (32f, AC4, in place). More above zoriSqr_8u_C1RSfs. */
 ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1207,37 +1674,61 @@ ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  */
 ZorStatus zoriSqrt_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square root (8u, C1, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (8u, C3, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Square root (8u, C3, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (8u, AC4, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square root (8u, AC4, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_8u_AC4IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16u, C1, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square root (16u, C1, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16u, C3, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square root (16u, C3, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16u, AC4, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_AC4RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Square root (16u, AC4, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16u_AC4IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16s, C1, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square root (16s, C1, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16s, C3, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                               int scaleFactor);
+/** Square root (16s, C3, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (16s, AC4, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_AC4RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                int scaleFactor);
+/** Square root (16s, AC4, in place, scaled). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_16s_AC4IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Square root (32f, C1). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square root (32f, C1, in place). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square root (32f, C3). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square root (32f, C3, in place). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square root (32f, AC4). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Square root (32f, AC4, in place). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Square root (32f, C4, in place). More above zoriSqrt_8u_C1RSfs. */
 ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1263,25 +1754,40 @@ ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  */
 ZorStatus zoriLn_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            int scaleFactor);
+/** Natural logarithm (8u, C1, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (8u, C3, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            int scaleFactor);
+/** Natural logarithm (8u, C3, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (16u, C1, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Natural logarithm (16u, C1, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (16u, C3, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Natural logarithm (16u, C3, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (16s, C1, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Natural logarithm (16s, C1, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (16s, C3, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Natural logarithm (16s, C3, in place, scaled). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Natural logarithm (32f, C1). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Natural logarithm (32f, C1, in place). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Natural logarithm (32f, C3). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Natural logarithm (32f, C3, in place). More above zoriLn_8u_C1RSfs. */
 ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1302,25 +1808,40 @@ ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  */
 ZorStatus zoriExp_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Exponential (8u, C1, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_8u_C1IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (8u, C3, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_8u_C3RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
+/** Exponential (8u, C3, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_8u_C3IRSfs(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (16u, C1, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16u_C1RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Exponential (16u, C1, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16u_C1IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (16u, C3, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16u_C3RSfs(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Exponential (16u, C3, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16u_C3IRSfs(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (16s, C1, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Exponential (16s, C1, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16s_C1IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (16s, C3, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
+/** Exponential (16s, C3, in place, scaled). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_16s_C3IRSfs(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, int scaleFactor);
+/** Exponential (32f, C1). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Exponential (32f, C1, in place). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exponential (32f, C3). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Exponential (32f, C3, in place). More above zoriExp_8u_C1RSfs. */
 ZorStatus zoriExp_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1342,27 +1863,42 @@ ZorStatus zoriExp_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  */
 ZorStatus zoriMulScale_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, C1, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, C3). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, C3, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, C4). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, C4, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, AC4). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (8u, AC4, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C1). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C1, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C3). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C3, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C4). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, C4, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, AC4). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                 Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two images as fractions of full scale (16u, AC4, in place). More above zoriMulScale_8u_C1R. */
 ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1382,27 +1918,50 @@ ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDs
  */
 ZorStatus zoriMulCScale_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, C1, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, C3). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, C3, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, C4). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, C4, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, AC4). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                                 ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (8u, AC4, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C1). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                                 ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C1, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C3). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                 ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C3, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C4). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                                 ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, C4, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, AC4). More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                                  ZorImgSize roiSize);
+/** Product of an image and a constant as fractions of full scale (16u, AC4, in place).
+ * More above zoriMulCScale_8u_C1R. */
 ZorStatus zoriMulCScale_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1454,39 +2013,62 @@ ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeigh
  */
 ZorStatus zoriAnd_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise and of two images (8u, C1, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (8u, C3). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise and of two images (8u, C3, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (8u, C4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise and of two images (8u, C4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (8u, AC4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise and of two images (8u, AC4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C1). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C1, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C3). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C3, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, C4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, AC4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                            Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (16u, AC4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C1). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C1, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C3). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C3, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, C4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, AC4). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                            Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of two images (32s, AC4, in place). More above zoriAnd_8u_C1R. */
 ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1505,39 +2087,62 @@ ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  */
 ZorStatus zoriOr_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                         ZorImgSize roiSize);
+/** Bitwise or of two images (8u, C1, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (8u, C3). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                         ZorImgSize roiSize);
+/** Bitwise or of two images (8u, C3, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (8u, C4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                         ZorImgSize roiSize);
+/** Bitwise or of two images (8u, C4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (8u, AC4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise or of two images (8u, AC4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C1). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C1, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C3). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C3, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                          Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, C4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, AC4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (16u, AC4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C1). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C1, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C3). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C3, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                          Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, C4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, AC4). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of two images (32s, AC4, in place). More above zoriOr_8u_C1R. */
 ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1556,39 +2161,62 @@ ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int
  */
 ZorStatus zoriXor_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, C1, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, C3). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, C3, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, C4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, C4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, AC4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (8u, AC4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C1). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C1, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C3). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C3, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                           Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, C4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, AC4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                            Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (16u, AC4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C1). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C1R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C1, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C1IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C3). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C3R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C3, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C3IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                           Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, C4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_C4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, AC4). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_AC4R(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                            Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of two images (32s, AC4, in place). More above zoriXor_8u_C1R. */
 ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1605,39 +2233,62 @@ ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  * Rounding: to nearest.
  */
 ZorStatus zoriAndC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, C1, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, C3). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, C3, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, C4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, C4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, AC4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (8u, AC4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C1). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C1, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C3). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C3, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, C4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, AC4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (16u, AC4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C1). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C1, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C3). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C3, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, C4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, AC4). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Bitwise and of an image and a constant (32s, AC4, in place). More above zoriAndC_8u_C1R. */
 ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1654,37 +2305,60 @@ ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * Rounding: to nearest.
  */
 ZorStatus zoriOrC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, C1, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, C3). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, C3, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, C4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, C4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, AC4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (8u, AC4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C1). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C1, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C3). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C3, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, C4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, AC4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (16u, AC4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C1). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C1, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C3). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C3, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, C4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, AC4). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise or of an image and a constant (32s, AC4, in place). More above zoriOrC_8u_C1R. */
 ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1701,39 +2375,62 @@ ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstSt
  * Rounding: to nearest.
  */
 ZorStatus zoriXorC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, C1, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_C1IR(Zor8u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, C3). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, C3, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_C3IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, C4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                           ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, C4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_C4IR(const Zor8u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, AC4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (8u, AC4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_8u_AC4IR(const Zor8u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C1). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C1, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C1IR(Zor16u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C3). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C3, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C3IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor16u* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, C4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_C4IR(const Zor16u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, AC4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor16u* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (16u, AC4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C1). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s value, Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C1, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C1IR(Zor32s value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C3). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C3, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C3IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32s value[4], Zor32s* pDst, int dstStep,
                            ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, C4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_C4IR(const Zor32s value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, AC4). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32s value[3], Zor32s* pDst, int dstStep,
                             ZorImgSize roiSize);
+/** Bitwise exclusive or of an image and a constant (32s, AC4, in place). More above zoriXorC_8u_C1R. */
 ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1751,12 +2448,19 @@ ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * Rounding: to nearest.
  */
 ZorStatus zoriNot_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, C1, in place). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, C3). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, C3, in place). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, C4). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, C4, in place). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, AC4). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Bitwise complement (8u, AC4, in place). More above zoriNot_8u_C1R. */
 ZorStatus zoriNot_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1776,39 +2480,62 @@ ZorStatus zoriNot_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  */
 ZorStatus zoriLShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, C1, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, C3). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, C3, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, C4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, C4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, AC4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (8u, AC4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C1). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C1, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C3). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C3, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, C4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, AC4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Shift to the left by a constant (16u, AC4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C1). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C1, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C3). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C3, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, C4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, AC4). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Shift to the left by a constant (32s, AC4, in place). More above zoriLShiftC_8u_C1R. */
 ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1829,63 +2556,102 @@ ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  */
 ZorStatus zoriRShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, C1, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_C1IR(Zor32u value, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, C3). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, C3, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_C3IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, C4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor32u value[4], Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, C4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_C4IR(const Zor32u value[4], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, AC4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor32u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (8u, AC4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8u_AC4IR(const Zor32u value[3], Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C1). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C1R(const Zor8s* pSrc, int srcStep, Zor32u value, Zor8s* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C1, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C1IR(Zor32u value, Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C3). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C3R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C3, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C3IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C4R(const Zor8s* pSrc, int srcStep, const Zor32u value[4], Zor8s* pDst, int dstStep,
                              ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, C4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_C4IR(const Zor32u value[4], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, AC4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_AC4R(const Zor8s* pSrc, int srcStep, const Zor32u value[3], Zor8s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (8s, AC4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_8s_AC4IR(const Zor32u value[3], Zor8s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C1). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor32u value, Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C1, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C1IR(Zor32u value, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C3). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C3, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C3IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor32u value[4], Zor16u* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, C4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_C4IR(const Zor32u value[4], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, AC4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor32u value[3], Zor16u* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Shift to the right by a constant (16u, AC4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16u_AC4IR(const Zor32u value[3], Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C1). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor32u value, Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C1, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C1IR(Zor32u value, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C3). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C3, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C3IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor32u value[4], Zor16s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, C4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_C4IR(const Zor32u value[4], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, AC4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor32u value[3], Zor16s* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Shift to the right by a constant (16s, AC4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_16s_AC4IR(const Zor32u value[3], Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C1). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32u value, Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C1, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C1IR(Zor32u value, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C3). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C3R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C3, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C3IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C4R(const Zor32s* pSrc, int srcStep, const Zor32u value[4], Zor32s* pDst, int dstStep,
                               ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, C4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_C4IR(const Zor32u value[4], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, AC4). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_AC4R(const Zor32s* pSrc, int srcStep, const Zor32u value[3], Zor32s* pDst, int dstStep,
                                ZorImgSize roiSize);
+/** Shift to the right by a constant (32s, AC4, in place). More above zoriRShiftC_8u_C1R. */
 ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1923,14 +2689,19 @@ ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  */
 ZorStatus zoriAlphaComp_8u_AC1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                 Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by their alpha (8u, AC4). More above zoriAlphaComp_8u_AC1R. */
 ZorStatus zoriAlphaComp_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                 Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by their alpha (8u, AP4). More above zoriAlphaComp_8u_AC1R. */
 ZorStatus zoriAlphaComp_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, const Zor8u* const pSrc2[4], int src2Step,
                                 Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by their alpha (16u, AC1). More above zoriAlphaComp_8u_AC1R. */
 ZorStatus zoriAlphaComp_16u_AC1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by their alpha (16u, AC4). More above zoriAlphaComp_8u_AC1R. */
 ZorStatus zoriAlphaComp_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by their alpha (16u, AP4). More above zoriAlphaComp_8u_AC1R. */
 ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, const Zor16u* const pSrc2[4], int src2Step,
                                  Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
 
@@ -1955,23 +2726,32 @@ ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, con
  */
 ZorStatus zoriAlphaCompC_8u_C1R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
                                 Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (8u, C3). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_8u_C3R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
                                 Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (8u, C4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_8u_C4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
                                 Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (8u, AC4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
                                  Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (8u, AP4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_8u_AP4R(const Zor8u* const pSrc1[4], int src1Step, Zor8u alpha1,
                                  const Zor8u* const pSrc2[4], int src2Step, Zor8u alpha2,
                                  Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (16u, C1). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_16u_C1R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
                                  Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (16u, C3). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_16u_C3R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
                                  Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (16u, C4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_16u_C4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
                                  Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (16u, AC4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_16u_AC4R(const Zor16u* pSrc1, int src1Step, Zor16u alpha1, const Zor16u* pSrc2, int src2Step,
                                   Zor16u alpha2, Zor16u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
+/** Composition of two images by two constant alphas (16u, AP4). More above zoriAlphaCompC_8u_C1R. */
 ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zor16u alpha1,
                                   const Zor16u* const pSrc2[4], int src2Step, Zor16u alpha2,
                                   Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
@@ -1991,14 +2771,21 @@ ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zo
  * Rounding: to nearest.
  */
 ZorStatus zoriAlphaPremul_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (8u, AC4, in place). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (8u, AP4). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u* const pDst[4], int dstStep,
                                   ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (8u, AP4, in place). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_8u_AP4IR(Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (16u, AC4). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (16u, AC4, in place). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (16u, AP4). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u* const pDst[4], int dstStep,
                                    ZorImgSize roiSize);
+/** Premultiplication of the colours by alpha (16u, AP4, in place). More above zoriAlphaPremul_8u_AC4R. */
 ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -2018,33 +2805,52 @@ ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, Zo
  */
 ZorStatus zoriAlphaPremulC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
                                   ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, C1, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_C1IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, C3). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
                                   ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, C3, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_C3IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, C4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
                                   ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, C4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_C4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, AC4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
                                    ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, AC4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_AC4IR(Zor8u alpha, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, AP4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_AP4R(const Zor8u* const pSrc[4], int srcStep, Zor8u alpha,
                                    Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (8u, AP4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_8u_AP4IR(Zor8u alpha, Zor8u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C1). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
                                    ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C1, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C1IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C3). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
                                    ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C3, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C3IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
                                    ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, C4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_C4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, AC4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u alpha, Zor16u* pDst, int dstStep,
                                     ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, AC4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_AC4IR(Zor16u alpha, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, AP4). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_AP4R(const Zor16u* const pSrc[4], int srcStep, Zor16u alpha,
                                     Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Premultiplication of the colours by a constant alpha (16u, AP4, in place). More above zoriAlphaPremulC_8u_C1R. */
 ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -2062,20 +2868,28 @@ ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int
  */
 ZorStatus zoriCompColorKey_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u colorKey);
+/** Replacement of a key colour by a second image (8u, C3). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[3]);
+/** Replacement of a key colour by a second image (8u, C4). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u colorKey[4]);
+/** Replacement of a key colour by a second image (16u, C1). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor16u colorKey);
+/** Replacement of a key colour by a second image (16u, C3). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[3]);
+/** Replacement of a key colour by a second image (16u, C4). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    Zor16u* pDst, int dstStep, ZorImgSize roiSize, const Zor16u colorKey[4]);
+/** Replacement of a key colour by a second image (16s, C1). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor16s colorKey);
+/** Replacement of a key colour by a second image (16s, C3). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[3]);
+/** Replacement of a key colour by a second image (16s, C4). More above zoriCompColorKey_8u_C1R. */
 ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    Zor16s* pDst, int dstStep, ZorImgSize roiSize, const Zor16s colorKey[4]);
 
@@ -2100,5 +2914,9 @@ ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u 
                                         ZorImgSize roiSize, const Zor8u colorKey[4], ZorAlphaOp alphaType);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -45,39 +49,73 @@ const ZorVersionRecord* zoriGetLibVersion(void);
  * Rounding: to nearest.
  */
 Zor8u* zoriMalloc_8u_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (8u, C2). More above zoriMalloc_8u_C1. */
 Zor8u* zoriMalloc_8u_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (8u, C3). More above zoriMalloc_8u_C1. */
 Zor8u* zoriMalloc_8u_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (8u, C4). More above zoriMalloc_8u_C1. */
 Zor8u* zoriMalloc_8u_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (8u, AC4). More above zoriMalloc_8u_C1. */
 Zor8u* zoriMalloc_8u_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (16u, C1). More above zoriMalloc_8u_C1. */
 Zor16u* zoriMalloc_16u_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (16u, C2). More above zoriMalloc_8u_C1. */
 Zor16u* zoriMalloc_16u_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (16u, C3). More above zoriMalloc_8u_C1. */
 Zor16u* zoriMalloc_16u_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (16u, C4). More above zoriMalloc_8u_C1. */
 Zor16u* zoriMalloc_16u_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (16u, AC4). More above zoriMalloc_8u_C1. */
 Zor16u* zoriMalloc_16u_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (16s, C1). More above zoriMalloc_8u_C1. */
 Zor16s* zoriMalloc_16s_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (16s, C2). More above zoriMalloc_8u_C1. */
 Zor16s* zoriMalloc_16s_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (16s, C3). More above zoriMalloc_8u_C1. */
 Zor16s* zoriMalloc_16s_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (16s, C4). More above zoriMalloc_8u_C1. */
 Zor16s* zoriMalloc_16s_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (16s, AC4). More above zoriMalloc_8u_C1. */
 Zor16s* zoriMalloc_16s_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (32s, C1). More above zoriMalloc_8u_C1. */
 Zor32s* zoriMalloc_32s_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (32s, C2). More above zoriMalloc_8u_C1. */
 Zor32s* zoriMalloc_32s_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (32s, C3). More above zoriMalloc_8u_C1. */
 Zor32s* zoriMalloc_32s_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (32s, C4). More above zoriMalloc_8u_C1. */
 Zor32s* zoriMalloc_32s_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (32s, AC4). More above zoriMalloc_8u_C1. */
 Zor32s* zoriMalloc_32s_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (32f, C1). More above zoriMalloc_8u_C1. */
 Zor32f* zoriMalloc_32f_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (32f, C2). More above zoriMalloc_8u_C1. */
 Zor32f* zoriMalloc_32f_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (32f, C3). More above zoriMalloc_8u_C1. */
 Zor32f* zoriMalloc_32f_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (32f, C4). More above zoriMalloc_8u_C1. */
 Zor32f* zoriMalloc_32f_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (32f, AC4). More above zoriMalloc_8u_C1. */
 Zor32f* zoriMalloc_32f_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (32sc, C1). More above zoriMalloc_8u_C1. */
 Zor32sc* zoriMalloc_32sc_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (32sc, C2). More above zoriMalloc_8u_C1. */
 Zor32sc* zoriMalloc_32sc_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (32sc, C3). More above zoriMalloc_8u_C1. */
 Zor32sc* zoriMalloc_32sc_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (32sc, C4). More above zoriMalloc_8u_C1. */
 Zor32sc* zoriMalloc_32sc_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (32sc, AC4). More above zoriMalloc_8u_C1. */
 Zor32sc* zoriMalloc_32sc_AC4(int width, int height, int* pStepBytes);
+/** Memory for an image (32fc, C1). More above zoriMalloc_8u_C1. */
 Zor32fc* zoriMalloc_32fc_C1(int width, int height, int* pStepBytes);
+/** Memory for an image (32fc, C2). More above zoriMalloc_8u_C1. */
 Zor32fc* zoriMalloc_32fc_C2(int width, int height, int* pStepBytes);
+/** Memory for an image (32fc, C3). More above zoriMalloc_8u_C1. */
 Zor32fc* zoriMalloc_32fc_C3(int width, int height, int* pStepBytes);
+/** Memory for an image (32fc, C4). More above zoriMalloc_8u_C1. */
 Zor32fc* zoriMalloc_32fc_C4(int width, int height, int* pStepBytes);
+/** Memory for an image (32fc, AC4). More above zoriMalloc_8u_C1. */
 Zor32fc* zoriMalloc_32fc_AC4(int width, int height, int* pStepBytes);
 
 /*
@@ -94,5 +132,9 @@ Zor32fc* zoriMalloc_32fc_AC4(int width, int height, int* pStepBytes);
 void zoriFree(void* pointer);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

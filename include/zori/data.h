@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -26,24 +30,43 @@ ZORI_BEGIN_DECLS
  * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (8u, C3). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (8u, C4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (8u, AC4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16u, C1). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16u, C3). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16u, C4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16u, AC4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16s, C1). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16s, C3). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16s, C4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (16s, AC4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32s, C1). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32s, C3). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32s, C4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32s, AC4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32f, C1). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32f, C3). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32f, C4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of a region (32f, AC4). More above zoriCopy_8u_C1R. */
 ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -66,42 +89,61 @@ ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  */
 ZorStatus zoriCopy_8u_C1MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (8u, C3, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_8u_C3MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (8u, C4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_8u_C4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (8u, AC4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_8u_AC4MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16u, C1, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16u_C1MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16u, C3, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16u_C3MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16u, C4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16u_C4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16u, AC4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16u_AC4MR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16s, C1, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16s_C1MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16s, C3, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16s_C3MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16s, C4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16s_C4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (16s, AC4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_16s_AC4MR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32s, C1, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32s_C1MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32s, C3, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32s_C3MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32s, C4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32s_C4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32s, AC4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32s_AC4MR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32f, C1, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32f_C1MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32f, C3, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32f_C3MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32f, C4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32f_C4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Copy of the pixels that a mask selects (32f, AC4, under a mask). More above zoriCopy_8u_C1MR. */
 ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, int maskStep);
 
@@ -121,14 +163,23 @@ ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3CR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (8u, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_8u_C4CR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (16u, C3, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_16u_C3CR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (16u, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_16u_C4CR(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (16s, C3, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_16s_C3CR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (16s, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_16s_C4CR(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (32s, C3, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_32s_C3CR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (32s, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_32s_C4CR(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (32f, C3, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_32f_C3CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy of one channel between images of one layout (32f, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
 ZorStatus zoriCopy_32f_C4CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -146,24 +197,43 @@ ZorStatus zoriCopy_32f_C4CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (8u, C4 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_8u_C4C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (8u, C1 to C3). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (8u, C1 to C4). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_8u_C1C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16u, C3 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16u_C3C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16u, C4 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16u_C4C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16u, C1 to C3). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16u_C1C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16u, C1 to C4). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16u_C1C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16s, C3 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16s_C3C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16s, C4 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16s_C4C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16s, C1 to C3). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16s_C1C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (16s, C1 to C4). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_16s_C1C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32s, C3 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32s_C3C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32s, C4 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32s_C4C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32s, C1 to C3). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32s_C1C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32s, C1 to C4). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32s_C1C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32f, C3 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32f_C3C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32f, C4 to C1). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32f_C4C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32f, C1 to C3). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32f_C1C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between one channel of a pixel and a one-channel image (32f, C1 to C4). More above zoriCopy_8u_C3C1R. */
 ZorStatus zoriCopy_32f_C1C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -180,14 +250,23 @@ ZorStatus zoriCopy_32f_C1C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (8u, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_8u_AC4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (16u, C3 to AC4). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_16u_C3AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (16u, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_16u_AC4C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (16s, C3 to AC4). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_16s_C3AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (16s, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_16s_AC4C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (32s, C3 to AC4). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_32s_C3AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (32s, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_32s_AC4C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (32f, C3 to AC4). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_32f_C3AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between three and four channels (32f, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
 ZorStatus zoriCopy_32f_AC4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -204,24 +283,43 @@ ZorStatus zoriCopy_32f_AC4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * Rounding: to nearest.
  */
 ZorStatus zoriCopy_8u_C3P3R(const Zor8u* pSrc, int srcStep, Zor8u* const pDst[3], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (8u, C4 to P4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_8u_C4P4R(const Zor8u* pSrc, int srcStep, Zor8u* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (8u, P3 to C3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_8u_P3C3R(const Zor8u* const pSrc[3], int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (8u, P4 to C4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_8u_P4C4R(const Zor8u* const pSrc[4], int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16u, C3 to P3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16u_C3P3R(const Zor16u* pSrc, int srcStep, Zor16u* const pDst[3], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16u, C4 to P4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16u_C4P4R(const Zor16u* pSrc, int srcStep, Zor16u* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16u, P3 to C3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16u_P3C3R(const Zor16u* const pSrc[3], int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16u, P4 to C4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16u_P4C4R(const Zor16u* const pSrc[4], int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16s, C3 to P3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16s_C3P3R(const Zor16s* pSrc, int srcStep, Zor16s* const pDst[3], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16s, C4 to P4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16s_C4P4R(const Zor16s* pSrc, int srcStep, Zor16s* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16s, P3 to C3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16s_P3C3R(const Zor16s* const pSrc[3], int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (16s, P4 to C4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_16s_P4C4R(const Zor16s* const pSrc[4], int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32s, C3 to P3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32s_C3P3R(const Zor32s* pSrc, int srcStep, Zor32s* const pDst[3], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32s, C4 to P4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32s_C4P4R(const Zor32s* pSrc, int srcStep, Zor32s* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32s, P3 to C3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32s_P3C3R(const Zor32s* const pSrc[3], int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32s, P4 to C4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32s_P4C4R(const Zor32s* const pSrc[4], int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32f, C3 to P3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32f_C3P3R(const Zor32f* pSrc, int srcStep, Zor32f* const pDst[3], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32f, C4 to P4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32f_C4P4R(const Zor32f* pSrc, int srcStep, Zor32f* const pDst[4], int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32f, P3 to C3). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32f_P3C3R(const Zor32f* const pSrc[3], int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Copy between interleaved channels and planes (32f, P4 to C4). More above zoriCopy_8u_C3P3R. */
 ZorStatus zoriCopy_32f_P4C4R(const Zor32f* const pSrc[4], int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -260,24 +358,43 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
  * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C1R(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (8u, C3). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_8u_C3R(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (8u, C4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_8u_C4R(const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (8u, AC4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_8u_AC4R(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16u, C1). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16u_C1R(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16u, C3). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16u_C3R(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16u, C4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16u_C4R(const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16u, AC4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16u_AC4R(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16s, C1). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16s_C1R(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16s, C3). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16s_C3R(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16s, C4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16s_C4R(const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (16s, AC4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_16s_AC4R(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32s, C1). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32s_C1R(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32s, C3). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32s_C3R(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32s, C4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32s_C4R(const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32s, AC4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32s_AC4R(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32f, C1). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32f_C1R(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32f, C3). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32f_C3R(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32f, C4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32f_C4R(const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of a region with a value (32f, AC4). More above zoriSet_8u_C1R. */
 ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -297,42 +414,61 @@ ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, Zor
  * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C1MR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (8u, C3, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_8u_C3MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (8u, C4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_8u_C4MR(const Zor8u value[4], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (8u, AC4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_8u_AC4MR(const Zor8u value[3], Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16u, C1, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16u_C1MR(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16u, C3, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16u_C3MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16u, C4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16u_C4MR(const Zor16u value[4], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16u, AC4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16u_AC4MR(const Zor16u value[3], Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16s, C1, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16s_C1MR(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16s, C3, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16s_C3MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16s, C4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16s_C4MR(const Zor16s value[4], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (16s, AC4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_16s_AC4MR(const Zor16s value[3], Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32s, C1, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32s_C1MR(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32s, C3, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32s_C3MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32s, C4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32s_C4MR(const Zor32s value[4], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32s, AC4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32s_AC4MR(const Zor32s value[3], Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32f, C1, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32f_C1MR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32f, C3, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32f_C3MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32f, C4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32f_C4MR(const Zor32f value[4], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
+/** Fill of the pixels that a mask selects (32f, AC4, under a mask). More above zoriSet_8u_C1MR. */
 ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, int maskStep);
 
@@ -350,14 +486,23 @@ ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, Zo
  * Rounding: to nearest.
  */
 ZorStatus zoriSet_8u_C3CR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (8u, C4, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_8u_C4CR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (16u, C3, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_16u_C3CR(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (16u, C4, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_16u_C4CR(Zor16u value, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (16s, C3, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_16s_C3CR(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (16s, C4, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_16s_C4CR(Zor16s value, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (32s, C3, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_32s_C3CR(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (32s, C4, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_32s_C4CR(Zor32s value, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (32f, C3, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_32f_C3CR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Fill of one channel (32f, C4, one channel of interest). More above zoriSet_8u_C3CR. */
 ZorStatus zoriSet_32f_C4CR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -390,22 +535,31 @@ ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
  */
 ZorStatus zoriSwapChannels_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const int dstOrder[3]);
+/** New order of three channels (8u, AC4). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const int dstOrder[3]);
+/** New order of three channels (16u, C3). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const int dstOrder[3]);
+/** New order of three channels (16u, AC4). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
+/** New order of three channels (16s, C3). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const int dstOrder[3]);
+/** New order of three channels (16s, AC4). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
+/** New order of three channels (32s, C3). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                    const int dstOrder[3]);
+/** New order of three channels (32s, AC4). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
+/** New order of three channels (32f, C3). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const int dstOrder[3]);
+/** New order of three channels (32f, AC4). More above zoriSwapChannels_8u_C3R. */
 ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
 
@@ -425,12 +579,16 @@ ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  */
 ZorStatus zoriSwapChannels_8u_C3C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[4], Zor8u value);
+/** Three channels in a new order to four (16u, C3 to C4). More above zoriSwapChannels_8u_C3C4R. */
 ZorStatus zoriSwapChannels_16u_C3C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[4], Zor16u value);
+/** Three channels in a new order to four (16s, C3 to C4). More above zoriSwapChannels_8u_C3C4R. */
 ZorStatus zoriSwapChannels_16s_C3C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[4], Zor16s value);
+/** Three channels in a new order to four (32s, C3 to C4). More above zoriSwapChannels_8u_C3C4R. */
 ZorStatus zoriSwapChannels_32s_C3C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[4], Zor32s value);
+/** Three channels in a new order to four (32f, C3 to C4). More above zoriSwapChannels_8u_C3C4R. */
 ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[4], Zor32f value);
 
@@ -449,12 +607,16 @@ ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  */
 ZorStatus zoriSwapChannels_8u_C4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
+/** Three of four channels in a new order (16u, C4 to C3). More above zoriSwapChannels_8u_C4C3R. */
 ZorStatus zoriSwapChannels_16u_C4C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[3]);
+/** Three of four channels in a new order (16s, C4 to C3). More above zoriSwapChannels_8u_C4C3R. */
 ZorStatus zoriSwapChannels_16s_C4C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[3]);
+/** Three of four channels in a new order (32s, C4 to C3). More above zoriSwapChannels_8u_C4C3R. */
 ZorStatus zoriSwapChannels_32s_C4C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[3]);
+/** Three of four channels in a new order (32f, C4 to C3). More above zoriSwapChannels_8u_C4C3R. */
 ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      const int dstOrder[3]);
 
@@ -473,6 +635,7 @@ ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Rounding: to nearest.
  */
 ZorStatus zoriSwapChannels_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[3]);
+/** New order of channels in place (8u, C4, in place). More above zoriSwapChannels_8u_C3IR. */
 ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[4]);
 
 /*
@@ -491,60 +654,115 @@ ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize ro
  * Rounding: to nearest.
  */
 ZorStatus zoriConvert_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16u, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16u_C3R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16u, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16u_C4R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16u, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16u_AC4R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16s_C3R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16s_C4R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 16s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u16s_AC4R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32s_C1R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32s_C3R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32s_C4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32s_AC4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32f, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32f, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32f, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8u to 32f, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8u32f_AC4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32s_C1R(const Zor8s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32s_C3R(const Zor8s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32s_C4R(const Zor8s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32s_AC4R(const Zor8s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32f, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32f_C1R(const Zor8s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32f, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32f_C3R(const Zor8s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32f, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32f_C4R(const Zor8s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (8s to 32f, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_8s32f_AC4R(const Zor8s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 8u, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 8u, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u8u_C3R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 8u, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u8u_C4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 8u, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u8u_AC4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32s_C1R(const Zor16u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32s_C3R(const Zor16u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32s_C4R(const Zor16u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32s_AC4R(const Zor16u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32f, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32f, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32f, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16u to 32f, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16u32f_AC4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 8u, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s8u_C1R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 8u, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s8u_C3R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 8u, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s8u_C4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 8u, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s8u_AC4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32s_C1R(const Zor16s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32s_C3R(const Zor16s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32s_C4R(const Zor16s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32s_AC4R(const Zor16s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32f, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32f, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32f, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (16s to 32f, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_16s32f_AC4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8u, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8u_C1R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8u, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8u_C3R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8u, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8u_C4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8u, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8u_AC4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8s, C1). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8s_C1R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8s, C3). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8s_C3R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8s, C4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8s_C4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion from an integer type (32s to 8s, AC4). More above zoriConvert_8u16u_C1R. */
 ZorStatus zoriConvert_32s8s_AC4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -568,34 +786,49 @@ ZorStatus zoriConvert_32s8s_AC4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, i
  */
 ZorStatus zoriConvert_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8u, C3). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8u, C4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8u, AC4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8s, C1). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8s_C1R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8s, C3). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8s_C3R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8s, C4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8s_C4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 8s, AC4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f8s_AC4R(const Zor32f* pSrc, int srcStep, Zor8s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16u, C1). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16u_C1R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16u, C3). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16u_C3R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16u, C4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16u_C4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16u, AC4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16u_AC4R(const Zor32f* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16s, C1). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16s_C1R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16s, C3). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16s_C3R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16s, C4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16s_C4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorRoundMode roundMode);
+/** Conversion from floating point to an integer type (32f to 16s, AC4). More above zoriConvert_32f8u_C1R. */
 ZorStatus zoriConvert_32f16s_AC4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorRoundMode roundMode);
 
@@ -690,55 +923,117 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  *   (others).
  */
 ZorStatus zoriScale_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16u, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16u_C3R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16u, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16u_C4R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16u, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16u_AC4R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16s, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16s, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16s_C3R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16s, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16s_C4R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 16s, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u16s_AC4R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32s, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32s_C1R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32s, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32s_C3R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32s, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32s_C4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32s, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32s_AC4R(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32f, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32f, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32f, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (8u to 32f, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_8u32f_AC4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (16u to 8u, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16u to 8u, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16u8u_C3R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16u to 8u, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16u8u_C4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16u to 8u, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16u8u_AC4R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16s to 8u, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16s8u_C1R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16s to 8u, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16s8u_C3R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16s to 8u, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16s8u_C4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (16s to 8u, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_16s8u_AC4R(const Zor16s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (32s to 8u, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32s8u_C1R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (32s to 8u, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32s8u_C3R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (32s to 8u, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32s8u_C4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (32s to 8u, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32s8u_AC4R(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorHint hint);
+/** Conversion that maps the range of one type onto the range of the other (32f to 8u, C1).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (32f to 8u, C3).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32f8u_C3R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (32f to 8u, C4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32f8u_C4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               Zor32f vMin, Zor32f vMax);
+/** Conversion that maps the range of one type onto the range of the other (32f to 8u, AC4).
+ * More above zoriScale_8u16u_C1R. */
 ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                Zor32f vMin, Zor32f vMax);
 
@@ -761,28 +1056,51 @@ ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
  * Rounding: to nearest.
  */
 ZorStatus zoriTranspose_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (8u, C1, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (8u, C3). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (8u, C3, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (8u, C4). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (8u, C4, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C1). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C1, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C3). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C3, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C4). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16u, C4, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C1). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C1, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C3). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C3, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C4). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (16s, C4, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C1). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C1, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C3). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C3, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C4). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Exchange of rows and columns (32s, C4, in place). More above zoriTranspose_8u_C1R. */
 ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -809,61 +1127,100 @@ ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roi
  * Rounding: to nearest.
  */
 ZorStatus zoriMirror_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, C1, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, C3). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, C3, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, C4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, C4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (8u, AC4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (8u, AC4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16u, C1). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16u, C1, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16u, C3). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16u, C3, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16u, C4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16u, C4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16u, AC4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorAxis flip);
+/** Mirror image (16u, AC4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16s, C1). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16s, C1, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16s, C3). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16s, C3, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16s, C4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (16s, C4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (16s, AC4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                               ZorAxis flip);
+/** Mirror image (16s, AC4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32s, C1). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C1R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32s, C1, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32s, C3). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C3R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32s, C3, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32s, C4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32s, C4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32s, AC4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_AC4R(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                               ZorAxis flip);
+/** Mirror image (32s, AC4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32f, C1). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32f, C1, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32f, C3). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32f, C3, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32f, C4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              ZorAxis flip);
+/** Mirror image (32f, C4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
+/** Mirror image (32f, AC4). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               ZorAxis flip);
+/** Mirror image (32f, AC4, in place). More above zoriMirror_8u_C1R. */
 ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorAxis flip);
 
 /*
@@ -892,45 +1249,60 @@ ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSi
  */
 ZorStatus zoriCopyConstBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor8u value);
+/** Copy into a frame of a constant (8u, C3). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                      const Zor8u value[3]);
+/** Copy into a frame of a constant (8u, C4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                      const Zor8u value[4]);
+/** Copy into a frame of a constant (8u, AC4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor8u value[3]);
+/** Copy into a frame of a constant (16u, C1). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16u value);
+/** Copy into a frame of a constant (16u, C3). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor16u value[3]);
+/** Copy into a frame of a constant (16u, C4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16u* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor16u value[4]);
+/** Copy into a frame of a constant (16u, AC4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                        Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                        int leftBorderWidth, const Zor16u value[3]);
+/** Copy into a frame of a constant (16s, C1). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor16s value);
+/** Copy into a frame of a constant (16s, C3). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor16s value[3]);
+/** Copy into a frame of a constant (16s, C4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor16s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor16s value[4]);
+/** Copy into a frame of a constant (16s, AC4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                        Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                        int leftBorderWidth, const Zor16s value[3]);
+/** Copy into a frame of a constant (32s, C1). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor32s value);
+/** Copy into a frame of a constant (32s, C3). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor32s value[3]);
+/** Copy into a frame of a constant (32s, C4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
                                       ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth,
                                       const Zor32s value[4]);
+/** Copy into a frame of a constant (32s, AC4). More above zoriCopyConstBorder_8u_C1R. */
 ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                        Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                        int leftBorderWidth, const Zor32s value[3]);
@@ -961,81 +1333,112 @@ ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSi
 ZorStatus zoriCopyReplicateBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                          int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, C1, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
                                           int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, C3). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                          int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, C3, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
                                           int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, C4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                          int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, C4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
                                           int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, AC4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (8u, AC4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
                                            int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C1). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C1, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C3). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C3, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, C4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, AC4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                            Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                            int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16u, AC4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                             ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C1). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C1, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C3). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C3, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, C4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, AC4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                            Zor16s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                            int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (16s, AC4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                             ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C1). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C1, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C3). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C3R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C3, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C3IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                           int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, C4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                            ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, AC4). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                            Zor32s* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
                                            int leftBorderWidth);
+/** Copy into a frame that repeats the edge pixels (32s, AC4, in place). More above zoriCopyReplicateBorder_8u_C1R. */
 ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize,
                                             ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
 
@@ -1064,9 +1467,14 @@ ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, Zor
  */
 ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+/** Copy into a frame that tiles the image (32s, C1, in place). More above zoriCopyWrapBorder_32s_C1R. */
 ZorStatus zoriCopyWrapBorder_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize srcRoiSize, ZorImgSize dstRoiSize,
                                       int topBorderHeight, int leftBorderWidth);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

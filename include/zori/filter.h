@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -72,66 +76,97 @@ ZORI_BEGIN_DECLS
  */
 ZorStatus zoriFilterBox_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, C1, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                 ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, C3). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, C3, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                 ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, C4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, C4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                 ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, AC4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (8u, AC4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C1). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C1, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C3). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C3, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, C4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, AC4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16u, AC4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                   ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C1). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C1, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C3). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C3, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, C4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, AC4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (16s, AC4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                   ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C1). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C1, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C3). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C3, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, C4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                  ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, AC4). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Mean over a rectangular window (32f, AC4, in place). More above zoriFilterBox_8u_C1R. */
 ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, ZorImgSize maskSize,
                                   ZorImgPoint anchor);
 
@@ -160,20 +195,28 @@ ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  */
 ZorStatus zoriSumWindowRow_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      int maskSize, int anchor);
+/** Sum over a window along the row (8u to 32f, C3). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      int maskSize, int anchor);
+/** Sum over a window along the row (8u to 32f, C4). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      int maskSize, int anchor);
+/** Sum over a window along the row (16u to 32f, C1). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
+/** Sum over a window along the row (16u to 32f, C3). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
+/** Sum over a window along the row (16u to 32f, C4). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
+/** Sum over a window along the row (16s to 32f, C1). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
+/** Sum over a window along the row (16s to 32f, C3). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
+/** Sum over a window along the row (16s to 32f, C4). More above zoriSumWindowRow_8u32f_C1R. */
 ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       int maskSize, int anchor);
 
@@ -207,20 +250,28 @@ ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* p
  */
 ZorStatus zoriSumWindowColumn_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                         int maskSize, int anchor);
+/** Sum over a window along the column (8u to 32f, C3). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_8u32f_C3R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                         int maskSize, int anchor);
+/** Sum over a window along the column (8u to 32f, C4). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_8u32f_C4R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                         int maskSize, int anchor);
+/** Sum over a window along the column (16u to 32f, C1). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16u32f_C1R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
+/** Sum over a window along the column (16u to 32f, C3). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16u32f_C3R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
+/** Sum over a window along the column (16u to 32f, C4). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16u32f_C4R(const Zor16u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
+/** Sum over a window along the column (16s to 32f, C1). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16s32f_C1R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
+/** Sum over a window along the column (16s to 32f, C3). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16s32f_C3R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
+/** Sum over a window along the column (16s to 32f, C4). More above zoriSumWindowColumn_8u32f_C1R. */
 ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          int maskSize, int anchor);
 
@@ -261,34 +312,49 @@ ZorStatus zoriSumWindowColumn_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f
  */
 ZorStatus zoriFilterGauss_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (8u, C3). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (8u, C4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (8u, AC4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16u, C1). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16u, C3). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16u, C4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16u, AC4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16s, C1). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16s, C3). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16s, C4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (16s, AC4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (32f, C1). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (32f, C3). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (32f, C4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** Gaussian smoothing, 3x3 or 5x5 (32f, AC4). More above zoriFilterGauss_8u_C1R. */
 ZorStatus zoriFilterGauss_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
 
@@ -322,26 +388,37 @@ ZorStatus zoriFilterGauss_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst
  */
 ZorStatus zoriFilterLowpass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (8u, C3). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (8u, AC4). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16u, C1). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16u, C3). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16u, AC4). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                      ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16s, C1). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16s, C3). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (16s, AC4). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                      ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (32f, C1). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (32f, C3). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Mean over a 3x3 or 5x5 window (32f, AC4). More above zoriFilterLowpass_8u_C1R. */
 ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      ZorMaskSize mask);
 
@@ -366,16 +443,27 @@ ZorStatus zoriFilterLowpass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterSharpen_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (8u, C3). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (8u, C4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (8u, AC4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (16s, C1). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (16s, C3). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (16s, C4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (16s, AC4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (32f, C1). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (32f, C3). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (32f, C4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sharpening, 3x3 (32f, AC4). More above zoriFilterSharpen_8u_C1R. */
 ZorStatus zoriFilterSharpen_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -403,26 +491,37 @@ ZorStatus zoriFilterSharpen_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  */
 ZorStatus zoriFilterHipass_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (8u, C3). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (8u, C4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (8u, AC4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (16s, C1). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (16s, C3). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (16s, C4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (16s, AC4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (32f, C1). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (32f, C3). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (32f, C4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** High-pass filter, 3x3 or 5x5 (32f, AC4). More above zoriFilterHipass_8u_C1R. */
 ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
 
@@ -459,30 +558,43 @@ ZorStatus zoriFilterHipass_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  */
 ZorStatus zoriFilterLaplace_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (8u, C3). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (8u, C4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (8u, AC4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (16s, C1). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (16s, C3). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (16s, C4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (16s, AC4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                      ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (32f, C1). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (32f, C3). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (32f, C4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (32f, AC4). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (8u to 16s, C1). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       ZorMaskSize mask);
+/** Laplace filter, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterLaplace_8u_C1R. */
 ZorStatus zoriFilterLaplace_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       ZorMaskSize mask);
 
@@ -512,37 +624,60 @@ ZorStatus zoriFilterLaplace_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pD
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterPrewittHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C1). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                           ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C1). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittHoriz_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                           ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, C1). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (8u, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C1). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (16s, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C1). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C3). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, C4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Prewitt gradient, 3x3 (32f, AC4). More above zoriFilterPrewittHoriz_8u_C1R. */
 ZorStatus zoriFilterPrewittVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                          ZorImgSize roiSize);
 
@@ -572,28 +707,51 @@ ZorStatus zoriFilterPrewittVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterSobelHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C1). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C1). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelHoriz_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, C1). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (8u, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C1). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (16s, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C1). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C3). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, C4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Sobel gradient, 3x3 (32f, AC4). More above zoriFilterSobelHoriz_8u_C1R. */
 ZorStatus zoriFilterSobelVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -628,14 +786,19 @@ ZorStatus zoriFilterSobelVert_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* 
  */
 ZorStatus zoriFilterSobelHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Sobel gradient with signed results, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterSobelHoriz_8u16s_C1R. */
 ZorStatus zoriFilterSobelHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Sobel gradient with signed results, 3x3 or 5x5 (8u to 16s, C1). More above zoriFilterSobelHoriz_8u16s_C1R. */
 ZorStatus zoriFilterSobelVert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Sobel gradient with signed results, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterSobelHoriz_8u16s_C1R. */
 ZorStatus zoriFilterSobelVert_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Sobel gradient with signed results, 3x3 or 5x5 (32f, C1). More above zoriFilterSobelHoriz_8u16s_C1R. */
 ZorStatus zoriFilterSobelHorizMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                            ZorImgSize roiSize, ZorMaskSize mask);
+/** Sobel gradient with signed results, 3x3 or 5x5 (32f, C1). More above zoriFilterSobelHoriz_8u16s_C1R. */
 ZorStatus zoriFilterSobelVertMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                           ZorImgSize roiSize, ZorMaskSize mask);
 
@@ -672,20 +835,28 @@ ZorStatus zoriFilterSobelVertMask_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32
  */
 ZorStatus zoriFilterSobelHorizSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                                ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelHorizSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                                ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (32f, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelHorizSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                              ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (8u to 16s, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelVertSecond_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                               ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelVertSecond_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                               ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (32f, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelVertSecond_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                             ZorImgSize roiSize, ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (8u to 16s, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelCross_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (8s to 16s, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelCross_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Second derivatives by Sobel kernels, 3x3 or 5x5 (32f, C1). More above zoriFilterSobelHorizSecond_8u16s_C1R. */
 ZorStatus zoriFilterSobelCross_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
 
@@ -715,11 +886,16 @@ ZorStatus zoriFilterSobelCross_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* 
  */
 ZorStatus zoriFilterScharrHoriz_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                           ZorImgSize roiSize);
+/** Scharr gradient, 3x3 (8s to 16s, C1). More above zoriFilterScharrHoriz_8u16s_C1R. */
 ZorStatus zoriFilterScharrHoriz_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                           ZorImgSize roiSize);
+/** Scharr gradient, 3x3 (32f, C1). More above zoriFilterScharrHoriz_8u16s_C1R. */
 ZorStatus zoriFilterScharrHoriz_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Scharr gradient, 3x3 (8u to 16s, C1). More above zoriFilterScharrHoriz_8u16s_C1R. */
 ZorStatus zoriFilterScharrVert_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Scharr gradient, 3x3 (8s to 16s, C1). More above zoriFilterScharrHoriz_8u16s_C1R. */
 ZorStatus zoriFilterScharrVert_8s16s_C1R(const Zor8s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Scharr gradient, 3x3 (32f, C1). More above zoriFilterScharrHoriz_8u16s_C1R. */
 ZorStatus zoriFilterScharrVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -741,24 +917,41 @@ ZorStatus zoriFilterScharrVert_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* 
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterRobertsDown_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (8u, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (8u, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, C1). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, C1). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsDown_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                          ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (8u, C1). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (8u, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (8u, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, C1). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (16s, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, C1). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, C3). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Roberts gradient along a diagonal (32f, AC4). More above zoriFilterRobertsDown_8u_C1R. */
 ZorStatus zoriFilterRobertsUp_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -807,26 +1000,37 @@ ZorStatus zoriFilterRobertsUp_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* 
  */
 ZorStatus zoriFilter_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (8u, C3). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (8u, C4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (8u, AC4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16u, C1). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16u, C3). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16u, C4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16u, AC4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16s, C1). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16s, C3). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16s, C4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
+/** Convolution with an integer kernel (16s, AC4). More above zoriFilter_8u_C1R. */
 ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                               const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor);
 
@@ -861,34 +1065,49 @@ ZorStatus zoriFilter_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int
  */
 ZorStatus zoriFilter_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (32f, C3). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (32f, C4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (32f, AC4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (8u, C1). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (8u, C3). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (8u, C4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (8u, AC4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16u, C1). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16u, C3). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16u, C4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16u, AC4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16s, C1). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16s, C3). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16s, C4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
+/** Convolution with a floating-point kernel (16s, AC4). More above zoriFilter_32f_C1R. */
 ZorStatus zoriFilter32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor);
 
@@ -959,36 +1178,47 @@ ZorStatus zoriFilterGetBufSize_64f_C1R(ZorImgSize kernelSize, int roiWidth, int*
 ZorStatus zoriFilter_Round16s_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (8u, C3). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round16s_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (8u, C4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round16s_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (8u, AC4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round16s_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16u, C1). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16u, C3). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16u, C4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16u, AC4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                        ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16s, C1). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16s, C3). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16s, C4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with an integer kernel and a choice of rounding (16s, AC4). More above zoriFilter_Round16s_8u_C1R. */
 ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32s* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor, int divisor,
                                        ZorRoundMode roundMode, Zor8u* pBuffer);
@@ -1020,36 +1250,58 @@ ZorStatus zoriFilter_Round32s_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
 ZorStatus zoriFilter_Round32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (8u, C3).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (8u, C4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                      ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (8u, AC4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16u, C1).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16u, C3).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16u, C4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16u, AC4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                        ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16s, C1).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16s, C3).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16s, C4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                       ZorRoundMode roundMode, Zor8u* pBuffer);
+/** Convolution with a floating-point kernel and a choice of rounding (16s, AC4).
+ * More above zoriFilter_Round32f_8u_C1R. */
 ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f* pKernel, ZorImgSize kernelSize, ZorImgPoint anchor,
                                        ZorRoundMode roundMode, Zor8u* pBuffer);
@@ -1077,28 +1329,55 @@ ZorStatus zoriFilter_Round32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterRoundGetBufSize16s_8u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize16s_8u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize16s_8u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, AC4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize16s_8u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C1). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, AC4).
+ * More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C1). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16s_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16s_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16s_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, AC4).
+ * More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32s_16s_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, C1). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_8u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_8u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_8u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (8u, AC4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_8u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C1). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16u_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16u_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16u_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16u, AC4).
+ * More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16u_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C1). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16s_C1R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C3). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16s_C3R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, C4). More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16s_C4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
+/** Work memory of a convolution with a choice of rounding (16s, AC4).
+ * More above zoriFilterRoundGetBufSize16s_8u_C1R. */
 ZorStatus zoriFilterRoundGetBufSize32f_16s_AC4R(ZorImgSize kernelSize, int roiWidth, int* pBufferSize);
 
 /*
@@ -1144,50 +1423,73 @@ ZorStatus zoriFilterRoundGetBufSize32f_16s_AC4R(ZorImgSize kernelSize, int roiWi
  */
 ZorStatus zoriFilterRow_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C1). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C1). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterRow_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, C1). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (8u, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C1). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16u, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C1). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C3). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, C4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
+/** Convolution of rows or columns with an integer kernel (16s, AC4). More above zoriFilterRow_8u_C1R. */
 ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32s* pKernel, int kernelSize, int anchor, int divisor);
 
@@ -1221,66 +1523,97 @@ ZorStatus zoriFilterColumn_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDs
  */
 ZorStatus zoriFilterRow_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (32f, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterRow32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (8u, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16u, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C1). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C3). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, C4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f* pKernel, int kernelSize, int anchor);
+/** Convolution of rows or columns with a floating-point kernel (16s, AC4). More above zoriFilterRow_32f_C1R. */
 ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f* pKernel, int kernelSize, int anchor);
 
@@ -1312,26 +1645,37 @@ ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
  */
 ZorStatus zoriFilterMedian_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (8u, C3). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (8u, C4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (8u, AC4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16u, C1). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16u, C3). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16u, C4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16u, AC4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16s, C1). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16s, C3). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16s, C4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    ZorImgSize maskSize, ZorImgPoint anchor);
+/** Median over a rectangular window (16s, AC4). More above zoriFilterMedian_8u_C1R. */
 ZorStatus zoriFilterMedian_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     ZorImgSize maskSize, ZorImgPoint anchor);
 
@@ -1354,50 +1698,73 @@ ZorStatus zoriFilterMedian_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDs
  */
 ZorStatus zoriFilterMedianHoriz_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C1). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C1). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianHoriz_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, C1). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (8u, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C1). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16u, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C1). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C3). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, C4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median of three or five pixels in a row or column (16s, AC4). More above zoriFilterMedianHoriz_8u_C1R. */
 ZorStatus zoriFilterMedianVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
 
@@ -1421,20 +1788,28 @@ ZorStatus zoriFilterMedianVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s*
  */
 ZorStatus zoriFilterMedianCross_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median over a cross-shaped window (8u, C3). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Median over a cross-shaped window (8u, AC4). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median over a cross-shaped window (16u, C1). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median over a cross-shaped window (16u, C3). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median over a cross-shaped window (16u, AC4). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Median over a cross-shaped window (16s, C1). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median over a cross-shaped window (16s, C3). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Median over a cross-shaped window (16s, AC4). More above zoriFilterMedianCross_8u_C1R. */
 ZorStatus zoriFilterMedianCross_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
 
@@ -1462,14 +1837,19 @@ ZorStatus zoriFilterMedianCross_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s
  */
 ZorStatus zoriFilterMedianColor_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                        ZorMaskSize mask);
+/** Vector median of colour pixels (8u, AC4). More above zoriFilterMedianColor_8u_C3R. */
 ZorStatus zoriFilterMedianColor_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Vector median of colour pixels (16s, C3). More above zoriFilterMedianColor_8u_C3R. */
 ZorStatus zoriFilterMedianColor_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Vector median of colour pixels (16s, AC4). More above zoriFilterMedianColor_8u_C3R. */
 ZorStatus zoriFilterMedianColor_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
+/** Vector median of colour pixels (32f, C3). More above zoriFilterMedianColor_8u_C3R. */
 ZorStatus zoriFilterMedianColor_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                         ZorMaskSize mask);
+/** Vector median of colour pixels (32f, AC4). More above zoriFilterMedianColor_8u_C3R. */
 ZorStatus zoriFilterMedianColor_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                          ZorMaskSize mask);
 
@@ -1550,86 +1930,127 @@ ZorStatus zoriMedian_8u_P3C1R(const Zor8u* const pSrc[3], int srcStep, Zor8u* pD
  */
 ZorStatus zoriDilate_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C1). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                               const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C1). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                               const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C1). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask, ZorImgSize maskSize,
                             ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask, ZorImgSize maskSize,
                             ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C1). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C1). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C1, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C3). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C3, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                              ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, AC4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, AC4, in place). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u* pMask,
                               ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriDilate_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                              const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (8u, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (16u, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
+/** Dilation or erosion with a mask of any shape (32f, C4). More above zoriDilate_8u_C1R. */
 ZorStatus zoriErode_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                             const Zor8u* pMask, ZorImgSize maskSize, ZorImgPoint anchor);
 
@@ -1657,52 +2078,99 @@ ZorStatus zoriErode_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * Rounding: to nearest.
  */
 ZorStatus zoriDilate3x3_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C1). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C1). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriDilate3x3_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C1). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (8u, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C1). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (16u, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C1). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C1, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C3). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C3, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, C4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, AC4). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Dilation or erosion with the full 3x3 square (32f, AC4, in place). More above zoriDilate3x3_8u_C1R. */
 ZorStatus zoriErode3x3_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -1734,69 +2202,104 @@ ZorStatus zoriErode3x3_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roi
  */
 ZorStatus zoriFilterMax_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMax_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (8u, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16u, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (16s, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C1). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C3). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, C4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorImgSize maskSize, ZorImgPoint anchor);
+/** Maximum or minimum over a rectangular window (32f, AC4). More above zoriFilterMax_8u_C1R. */
 ZorStatus zoriFilterMin_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

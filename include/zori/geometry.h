@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -36,7 +40,9 @@ ZORI_BEGIN_DECLS
  * Rounding: the caller's mode.
  */
 ZorStatus zoriGetAffineQuad(ZorImgRect srcRoi, double quad[4][2], const double coeffs[2][3]);
+/** Where coefficients take a rectangle. More above zoriGetAffineQuad. */
 ZorStatus zoriGetPerspectiveQuad(ZorImgRect srcRoi, double quad[4][2], const double coeffs[3][3]);
+/** Where coefficients take a rectangle. More above zoriGetAffineQuad. */
 ZorStatus zoriGetBilinearQuad(ZorImgRect srcRoi, double quad[4][2], const double coeffs[2][4]);
 
 /*
@@ -58,7 +64,9 @@ ZorStatus zoriGetBilinearQuad(ZorImgRect srcRoi, double quad[4][2], const double
  * Rounding: the caller's mode.
  */
 ZorStatus zoriGetAffineBound(ZorImgRect srcRoi, double bound[2][2], const double coeffs[2][3]);
+/** Bounds of a rectangle under coefficients. More above zoriGetAffineBound. */
 ZorStatus zoriGetPerspectiveBound(ZorImgRect srcRoi, double bound[2][2], const double coeffs[3][3]);
+/** Bounds of a rectangle under coefficients. More above zoriGetAffineBound. */
 ZorStatus zoriGetBilinearBound(ZorImgRect srcRoi, double bound[2][2], const double coeffs[2][4]);
 
 /*
@@ -85,7 +93,9 @@ ZorStatus zoriGetBilinearBound(ZorImgRect srcRoi, double bound[2][2], const doub
  * Rounding: the caller's mode.
  */
 ZorStatus zoriGetAffineTransform(ZorImgRect srcRoi, const double quad[4][2], double coeffs[2][3]);
+/** Coefficients that take a rectangle to a quadrangle. More above zoriGetAffineTransform. */
 ZorStatus zoriGetPerspectiveTransform(ZorImgRect srcRoi, const double quad[4][2], double coeffs[3][3]);
+/** Coefficients that take a rectangle to a quadrangle. More above zoriGetAffineTransform. */
 ZorStatus zoriGetBilinearTransform(ZorImgRect srcRoi, const double quad[4][2], double coeffs[2][4]);
 
 /*
@@ -113,9 +123,12 @@ ZorStatus zoriGetBilinearTransform(ZorImgRect srcRoi, const double quad[4][2], d
  * Rounding: the caller's mode.
  */
 ZorStatus zoriGetRotateQuad(ZorImgRect srcRoi, double quad[4][2], double angle, double xShift, double yShift);
+/** Where a rotation or a shear takes a rectangle. More above zoriGetRotateQuad. */
 ZorStatus zoriGetRotateBound(ZorImgRect srcRoi, double bound[2][2], double angle, double xShift, double yShift);
+/** Where a rotation or a shear takes a rectangle. More above zoriGetRotateQuad. */
 ZorStatus zoriGetShearQuad(ZorImgRect srcRoi, double quad[4][2], double xShear, double yShear, double xShift,
                            double yShift);
+/** Where a rotation or a shear takes a rectangle. More above zoriGetRotateQuad. */
 ZorStatus zoriGetShearBound(ZorImgRect srcRoi, double bound[2][2], double xShear, double yShear, double xShift,
                             double yShift);
 
@@ -137,6 +150,7 @@ ZorStatus zoriGetShearBound(ZorImgRect srcRoi, double bound[2][2], double xShear
  * Rounding: the caller's mode.
  */
 ZorStatus zoriGetRotateShift(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift);
+/** Shift of a rotation about a point. More above zoriGetRotateShift. */
 ZorStatus zoriAddRotateShift(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift);
 
 /*
@@ -196,54 +210,71 @@ ZorStatus zoriAddRotateShift(double xCenter, double yCenter, double angle, doubl
 ZorStatus zoriResize_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                             int interpolation);
+/** Resize by factors (8u, C3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                             int interpolation);
+/** Resize by factors (8u, C4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                             int interpolation);
+/** Resize by factors (8u, AC4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (8u, P3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                             int interpolation);
+/** Resize by factors (8u, P4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                             int interpolation);
+/** Resize by factors (16u, C1). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (16u, C3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (16u, C4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (16u, AC4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                               Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                               int interpolation);
+/** Resize by factors (16u, P3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (16u, P4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (32f, C1). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (32f, C3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (32f, C4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (32f, AC4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                               Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                               int interpolation);
+/** Resize by factors (32f, P3). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
+/** Resize by factors (32f, P4). More above zoriResize_8u_C1R. */
 ZorStatus zoriResize_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                              int interpolation);
@@ -279,54 +310,71 @@ ZorStatus zoriResize_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, in
 ZorStatus zoriResizeCenter_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                   double xCenter, double yCenter, int interpolation);
+/** Resize about a point (8u, C3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                   double xCenter, double yCenter, int interpolation);
+/** Resize about a point (8u, C4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                   double xCenter, double yCenter, int interpolation);
+/** Resize about a point (8u, AC4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (8u, P3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                   double yFactor, double xCenter, double yCenter, int interpolation);
+/** Resize about a point (8u, P4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                   double yFactor, double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, C1). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, C3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, C4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, AC4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                     double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, P3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                    double yFactor, double xCenter, double yCenter, int interpolation);
+/** Resize about a point (16u, P4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                    double yFactor, double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, C1). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, C3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, C4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                    double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, AC4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFactor, double yFactor,
                                     double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, P3). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                    double yFactor, double xCenter, double yCenter, int interpolation);
+/** Resize about a point (32f, P4). More above zoriResizeCenter_8u_C1R. */
 ZorStatus zoriResizeCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFactor,
                                    double yFactor, double xCenter, double yCenter, int interpolation);
@@ -362,54 +410,71 @@ ZorStatus zoriResizeCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSi
 ZorStatus zoriResizeShift_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr, double xShift,
                                  double yShift, int interpolation);
+/** Resize by steps and shifts (8u, C3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr, double xShift,
                                  double yShift, int interpolation);
+/** Resize by steps and shifts (8u, C4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr, double xShift,
                                  double yShift, int interpolation);
+/** Resize by steps and shifts (8u, AC4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (8u, P3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                  double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (8u, P4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                  double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, C1). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, C3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, C4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, AC4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                    double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, P3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (16u, P4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, C1). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, C3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, C4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, AC4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                    double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, P3). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* const pDst[3], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
+/** Resize by steps and shifts (32f, P4). More above zoriResizeShift_8u_C1R. */
 ZorStatus zoriResizeShift_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* const pDst[4], int dstStep, ZorImgSize dstRoiSize, double xFr, double yFr,
                                   double xShift, double yShift, int interpolation);
@@ -495,6 +560,7 @@ ZorStatus zoriResizeYUV422_8u_C2R(const Zor8u* pSrc, ZorImgSize srcSize, int src
  */
 ZorStatus zoriDecimateFilterRow_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                        int fraction);
+/** Low-pass filtered shrinking by a simple fraction (8u, C1). More above zoriDecimateFilterRow_8u_C1R. */
 ZorStatus zoriDecimateFilterColumn_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                           Zor8u* pDst, int dstStep, int fraction);
 
@@ -560,72 +626,95 @@ ZorStatus zoriDeinterlaceFilterCAVT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u
 ZorStatus zoriResizeSqrPixel_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                     double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (8u, C3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                     double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (8u, C4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                     double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (8u, AC4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (8u, P3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, double xFactor,
                                     double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (8u, P4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, double xFactor,
                                     double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, C1). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, C3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, C4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, AC4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                       double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, P3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16u, P4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, C1). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_C1R(const Zor16s* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16s* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, C3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_C3R(const Zor16s* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16s* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, C4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_C4R(const Zor16s* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16s* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, AC4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_AC4R(const Zor16s* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16s* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                       double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, P3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_P3R(const Zor16s* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16s* const pDst[3], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (16s, P4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_16s_P4R(const Zor16s* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16s* const pDst[4], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, C1). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, C3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, C4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                      double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, AC4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xFactor, double yFactor,
                                       double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, P3). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
+/** Resize with square pixels (32f, P4). More above zoriResizeSqrPixel_8u_C1R. */
 ZorStatus zoriResizeSqrPixel_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, double xFactor,
                                      double yFactor, double xShift, double yShift, int interpolation, Zor8u* pBuffer);
@@ -716,6 +805,7 @@ ZorStatus zoriResampleRowGetSize_32f(int inRate, int outRate, int* pSpecSize, in
  * Memory: size of pSpec by zoriResampleRowGetSize_32f, in the other forms their like.
  */
 ZorStatus zoriResampleRowInit_32f(ZorResampleRowSpec* pSpec, int filter, int inRate, int outRate);
+/** Record of a row resampler (32f). More above zoriResampleRowInit_32f. */
 ZorStatus zoriResampleRowGetBorderWidth_32f(const ZorResampleRowSpec* pSpec, int* pLeftWidth, int* pRightWidth);
 
 /*
@@ -828,324 +918,431 @@ ZorStatus zoriResampleRowReplicateBorder_32f_C1R(const Zor32f* pSrc, int srcStep
 ZorStatus zoriWarpAffine_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                 Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                 int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                 Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                 int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                 Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                 int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                 Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                 int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                 Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                 int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                   int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                   int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffine_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                  Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                  int interpolation);
+/** Warp by coefficients (8u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                     int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                     int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                     int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                     int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                     int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                       int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                       int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpAffineBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][3],
                                      int interpolation);
+/** Warp by coefficients (8u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                      int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                      int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                      int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                      int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                      int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                        int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                        int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspective_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                       int interpolation);
+/** Warp by coefficients (8u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                          int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                          int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                          int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                          const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                          const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                            Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                            int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                           const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                           const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                           int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                            Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[3][3],
                                            int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                           const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpPerspectiveBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                           const double coeffs[3][3], int interpolation);
+/** Warp by coefficients (8u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                   int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                   int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                   int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                   int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                   int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                     int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                     int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinear_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                    int interpolation);
+/** Warp by coefficients (8u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                       int interpolation);
+/** Warp by coefficients (8u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                       int interpolation);
+/** Warp by coefficients (8u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                       int interpolation);
+/** Warp by coefficients (8u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor8u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (8u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                       int interpolation);
+/** Warp by coefficients (8u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                       int interpolation);
+/** Warp by coefficients (16u, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (16u, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (16u, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (16u, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                         Zor16u* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                         int interpolation);
+/** Warp by coefficients (16u, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (16u, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (32f, C1). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (32f, C3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (32f, C4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (32f, AC4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                         Zor32f* pDst, int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                         int interpolation);
+/** Warp by coefficients (32f, P3). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
+/** Warp by coefficients (32f, P4). More above zoriWarpAffine_8u_C1R. */
 ZorStatus zoriWarpBilinearBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, const double coeffs[2][4],
                                        int interpolation);
@@ -1180,166 +1377,219 @@ ZorStatus zoriWarpBilinearBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
 ZorStatus zoriWarpAffineQuad_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                     const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                     const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                     const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     const double srcQuad[4][2], Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                     const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     const double srcQuad[4][2], Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                     const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpAffineQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                      const double srcQuad[4][2], Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                      const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                          const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                          const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                          const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          const double srcQuad[4][2], Zor8u* const pDst[3], int dstStep,
                                          ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                          const double srcQuad[4][2], Zor8u* const pDst[4], int dstStep,
                                          ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                            const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                            const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, const double srcQuad[4][2],
                                           Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, const double srcQuad[4][2],
                                           Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                           const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                            const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                            const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, const double srcQuad[4][2],
                                           Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpPerspectiveQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep,
                                           ZorImgRect srcRoi, const double srcQuad[4][2],
                                           Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                           const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor8u* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (8u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                       const double srcQuad[4][2], Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi,
                                       const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                         const double srcQuad[4][2], Zor16u* pDst, int dstStep, ZorImgRect dstRoi,
                                         const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor16u* const pDst[3], int dstStep,
                                        ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (16u, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor16u* const pDst[4], int dstStep,
                                        ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C1). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, C4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                        const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, AC4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                         const double srcQuad[4][2], Zor32f* pDst, int dstStep, ZorImgRect dstRoi,
                                         const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P3). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor32f* const pDst[3], int dstStep,
                                        ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
+/** Warp of a quadrangle to a quadrangle (32f, P4). More above zoriWarpAffineQuad_8u_C1R. */
 ZorStatus zoriWarpBilinearQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                        const double srcQuad[4][2], Zor32f* const pDst[4], int dstStep,
                                        ZorImgRect dstRoi, const double dstQuad[4][2], int interpolation);
@@ -1374,108 +1624,143 @@ ZorStatus zoriWarpBilinearQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
 ZorStatus zoriRotate_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                             int interpolation);
+/** Rotation (8u, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                             int interpolation);
+/** Rotation (8u, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                             int interpolation);
+/** Rotation (8u, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (8u, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                             double yShift, int interpolation);
+/** Rotation (8u, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                             double yShift, int interpolation);
+/** Rotation (16u, C1). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (16u, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (16u, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (16u, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                               Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                               int interpolation);
+/** Rotation (16u, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                              double yShift, int interpolation);
+/** Rotation (16u, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                              double yShift, int interpolation);
+/** Rotation (32f, C1). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (32f, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (32f, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                              int interpolation);
+/** Rotation (32f, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                               Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xShift, double yShift,
                               int interpolation);
+/** Rotation (32f, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                              double yShift, int interpolation);
+/** Rotation (32f, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotate_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xShift,
                              double yShift, int interpolation);
+/** Rotation (8u, C1). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                   double yCenter, int interpolation);
+/** Rotation (8u, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                   double yCenter, int interpolation);
+/** Rotation (8u, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                   double yCenter, int interpolation);
+/** Rotation (8u, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (8u, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                   double yCenter, int interpolation);
+/** Rotation (8u, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                   Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                   double yCenter, int interpolation);
+/** Rotation (16u, C1). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (16u, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (16u, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (16u, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                     double yCenter, int interpolation);
+/** Rotation (16u, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (16u, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (32f, C1). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (32f, C3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (32f, C4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (32f, AC4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                     Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                     double yCenter, int interpolation);
+/** Rotation (32f, P3). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
+/** Rotation (32f, P4). More above zoriRotate_8u_C1R. */
 ZorStatus zoriRotateCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                                    Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, double angle, double xCenter,
                                    double yCenter, int interpolation);
@@ -1503,54 +1788,71 @@ ZorStatus zoriRotateCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSi
 ZorStatus zoriShear_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                            double yShift, int interpolation);
+/** Shear (8u, C3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                            double yShift, int interpolation);
+/** Shear (8u, C4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                            double yShift, int interpolation);
+/** Shear (8u, AC4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor8u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (8u, P3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            Zor8u* const pDst[3], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                            double xShift, double yShift, int interpolation);
+/** Shear (8u, P4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            Zor8u* const pDst[4], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                            double xShift, double yShift, int interpolation);
+/** Shear (16u, C1). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (16u, C3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (16u, C4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (16u, AC4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor16u* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                              double yShift, int interpolation);
+/** Shear (16u, P3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor16u* const pDst[3], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                             double xShift, double yShift, int interpolation);
+/** Shear (16u, P4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor16u* const pDst[4], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                             double xShift, double yShift, int interpolation);
+/** Shear (32f, C1). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (32f, C3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (32f, C4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                             double yShift, int interpolation);
+/** Shear (32f, AC4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              Zor32f* pDst, int dstStep, ZorImgRect dstRoi, double xShear, double yShear, double xShift,
                              double yShift, int interpolation);
+/** Shear (32f, P3). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor32f* const pDst[3], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                             double xShift, double yShift, int interpolation);
+/** Shear (32f, P4). More above zoriShear_8u_C1R. */
 ZorStatus zoriShear_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             Zor32f* const pDst[4], int dstStep, ZorImgRect dstRoi, double xShear, double yShear,
                             double xShift, double yShift, int interpolation);
@@ -1585,58 +1887,79 @@ ZorStatus zoriShear_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int
 ZorStatus zoriRemap_8u_C1R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                            Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (8u, C3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_8u_C3R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                            Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (8u, C4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_8u_C4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                            Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (8u, AC4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_8u_AC4R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (8u, P3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_8u_P3R(const Zor8u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                            Zor8u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (8u, P4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_8u_P4R(const Zor8u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                            const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                            Zor8u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, C1). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_C1R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, C3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_C3R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, C4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_C4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, AC4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_AC4R(const Zor16u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                              Zor16u* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, P3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_P3R(const Zor16u* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor16u* const pDst[3], int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (16u, P4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_16u_P4R(const Zor16u* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor16u* const pDst[4], int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, C1). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_C1R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, C3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_C3R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, C4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_C4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, AC4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_AC4R(const Zor32f* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                              const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                              Zor32f* pDst, int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, P3). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_P3R(const Zor32f* const pSrc[3], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor32f* const pDst[3], int dstStep, ZorImgSize dstRoiSize, int interpolation);
+/** Sampling at given coordinates (32f, P4). More above zoriRemap_8u_C1R. */
 ZorStatus zoriRemap_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
                             const Zor32f* pXMap, int xMapStep, const Zor32f* pYMap, int yMapStep,
                             Zor32f* const pDst[4], int dstStep, ZorImgSize dstRoiSize, int interpolation);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

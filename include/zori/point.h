@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -29,46 +33,69 @@ ZORI_BEGIN_DECLS
  */
 ZorStatus zoriThreshold_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                Zor8u threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (8u, C1, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (8u, C3). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor8u threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (8u, C3, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                 ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (8u, AC4). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor8u threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (8u, AC4, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                  ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, C1). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 Zor16u threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, C1, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, C3). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor16u threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, C3, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                  ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, AC4). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor16u threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16u, AC4, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                   ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, C1). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 Zor16s threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, C1, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, C3). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor16s threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, C3, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                  ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, AC4). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor16s threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (16s, AC4, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                   ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, C1). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 Zor32f threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, C1, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold, ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, C3). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, C3, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                  ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, AC4). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f threshold[3], ZorCmpOp cmpOp);
+/** Clamp to a threshold from the side that a selector names (32f, AC4, in place). More above zoriThreshold_8u_C1R. */
 ZorStatus zoriThreshold_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                   ZorCmpOp cmpOp);
 
@@ -90,39 +117,62 @@ ZorStatus zoriThreshold_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  */
 ZorStatus zoriThreshold_GT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   Zor8u threshold);
+/** Clamp from above (8u, C1, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold);
+/** Clamp from above (8u, C3). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor8u threshold[3]);
+/** Clamp from above (8u, C3, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+/** Clamp from above (8u, AC4). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor8u threshold[3]);
+/** Clamp from above (8u, AC4, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+/** Clamp from above (16u, C1). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor16u threshold);
+/** Clamp from above (16u, C1, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold);
+/** Clamp from above (16u, C3). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor16u threshold[3]);
+/** Clamp from above (16u, C3, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+/** Clamp from above (16u, AC4). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16u threshold[3]);
+/** Clamp from above (16u, AC4, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+/** Clamp from above (16s, C1). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor16s threshold);
+/** Clamp from above (16s, C1, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold);
+/** Clamp from above (16s, C3). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor16s threshold[3]);
+/** Clamp from above (16s, C3, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+/** Clamp from above (16s, AC4). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16s threshold[3]);
+/** Clamp from above (16s, AC4, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+/** Clamp from above (32f, C1). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor32f threshold);
+/** Clamp from above (32f, C1, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold);
+/** Clamp from above (32f, C3). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f threshold[3]);
+/** Clamp from above (32f, C3, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+/** Clamp from above (32f, AC4). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f threshold[3]);
+/** Clamp from above (32f, AC4, in place). More above zoriThreshold_GT_8u_C1R. */
 ZorStatus zoriThreshold_GT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
 
 /*
@@ -143,39 +193,62 @@ ZorStatus zoriThreshold_GT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize
  */
 ZorStatus zoriThreshold_LT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   Zor8u threshold);
+/** Clamp from below (8u, C1, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold);
+/** Clamp from below (8u, C3). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor8u threshold[3]);
+/** Clamp from below (8u, C3, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+/** Clamp from below (8u, AC4). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor8u threshold[3]);
+/** Clamp from below (8u, AC4, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3]);
+/** Clamp from below (16u, C1). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor16u threshold);
+/** Clamp from below (16u, C1, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold);
+/** Clamp from below (16u, C3). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor16u threshold[3]);
+/** Clamp from below (16u, C3, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+/** Clamp from below (16u, AC4). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16u threshold[3]);
+/** Clamp from below (16u, AC4, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3]);
+/** Clamp from below (16s, C1). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor16s threshold);
+/** Clamp from below (16s, C1, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold);
+/** Clamp from below (16s, C3). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor16s threshold[3]);
+/** Clamp from below (16s, C3, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+/** Clamp from below (16s, AC4). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16s threshold[3]);
+/** Clamp from below (16s, AC4, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3]);
+/** Clamp from below (32f, C1). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor32f threshold);
+/** Clamp from below (32f, C1, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold);
+/** Clamp from below (32f, C3). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32f threshold[3]);
+/** Clamp from below (32f, C3, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
+/** Clamp from below (32f, AC4). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f threshold[3]);
+/** Clamp from below (32f, AC4, in place). More above zoriThreshold_LT_8u_C1R. */
 ZorStatus zoriThreshold_LT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3]);
 
 /*
@@ -199,50 +272,96 @@ ZorStatus zoriThreshold_LT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize
  */
 ZorStatus zoriThreshold_Val_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    Zor8u threshold, Zor8u value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (8u, C1, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value,
                                     ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (8u, C3).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (8u, C3, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                     const Zor8u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (8u, AC4).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor8u threshold[3], const Zor8u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (8u, AC4, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                      const Zor8u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, C1).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     Zor16u threshold, Zor16u value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, C1, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
                                      Zor16u value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, C3).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, C3, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                      const Zor16u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, AC4).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor16u threshold[3], const Zor16u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16u, AC4, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                       const Zor16u value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, C1).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     Zor16s threshold, Zor16s value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, C1, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
                                      Zor16s value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, C3).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, C3, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                      const Zor16s value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, AC4).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor16s threshold[3], const Zor16s value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (16s, AC4, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                       const Zor16s value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, C1).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     Zor32f threshold, Zor32f value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, C1, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
                                      Zor32f value, ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, C3).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, C3, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                      const Zor32f value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, AC4).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor32f threshold[3], const Zor32f value[3], ZorCmpOp cmpOp);
+/** Replacement of the samples on the side of a threshold that a selector names (32f, AC4, in place).
+ * More above zoriThreshold_Val_8u_C1R. */
 ZorStatus zoriThreshold_Val_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                       const Zor32f value[3], ZorCmpOp cmpOp);
 
@@ -264,65 +383,96 @@ ZorStatus zoriThreshold_Val_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSiz
  */
 ZorStatus zoriThreshold_GTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      Zor8u threshold, Zor8u value);
+/** Replacement of the samples above a threshold (8u, C1, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
+/** Replacement of the samples above a threshold (8u, C3). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor8u threshold[3], const Zor8u value[3]);
+/** Replacement of the samples above a threshold (8u, C3, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                       const Zor8u value[3]);
+/** Replacement of the samples above a threshold (8u, C4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor8u threshold[4], const Zor8u value[4]);
+/** Replacement of the samples above a threshold (8u, C4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4],
                                       const Zor8u value[4]);
+/** Replacement of the samples above a threshold (8u, AC4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor8u threshold[3], const Zor8u value[3]);
+/** Replacement of the samples above a threshold (8u, AC4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                        const Zor8u value[3]);
+/** Replacement of the samples above a threshold (16u, C1). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor16u threshold, Zor16u value);
+/** Replacement of the samples above a threshold (16u, C1, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
                                        Zor16u value);
+/** Replacement of the samples above a threshold (16u, C3). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16u threshold[3], const Zor16u value[3]);
+/** Replacement of the samples above a threshold (16u, C3, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                        const Zor16u value[3]);
+/** Replacement of the samples above a threshold (16u, C4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16u threshold[4], const Zor16u value[4]);
+/** Replacement of the samples above a threshold (16u, C4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4],
                                        const Zor16u value[4]);
+/** Replacement of the samples above a threshold (16u, AC4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor16u threshold[3], const Zor16u value[3]);
+/** Replacement of the samples above a threshold (16u, AC4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                         const Zor16u value[3]);
+/** Replacement of the samples above a threshold (16s, C1). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor16s threshold, Zor16s value);
+/** Replacement of the samples above a threshold (16s, C1, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
                                        Zor16s value);
+/** Replacement of the samples above a threshold (16s, C3). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16s threshold[3], const Zor16s value[3]);
+/** Replacement of the samples above a threshold (16s, C3, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                        const Zor16s value[3]);
+/** Replacement of the samples above a threshold (16s, C4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16s threshold[4], const Zor16s value[4]);
+/** Replacement of the samples above a threshold (16s, C4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4],
                                        const Zor16s value[4]);
+/** Replacement of the samples above a threshold (16s, AC4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor16s threshold[3], const Zor16s value[3]);
+/** Replacement of the samples above a threshold (16s, AC4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                         const Zor16s value[3]);
+/** Replacement of the samples above a threshold (32f, C1). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor32f threshold, Zor32f value);
+/** Replacement of the samples above a threshold (32f, C1, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
                                        Zor32f value);
+/** Replacement of the samples above a threshold (32f, C3). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f threshold[3], const Zor32f value[3]);
+/** Replacement of the samples above a threshold (32f, C3, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                        const Zor32f value[3]);
+/** Replacement of the samples above a threshold (32f, C4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f threshold[4], const Zor32f value[4]);
+/** Replacement of the samples above a threshold (32f, C4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4],
                                        const Zor32f value[4]);
+/** Replacement of the samples above a threshold (32f, AC4). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f threshold[3], const Zor32f value[3]);
+/** Replacement of the samples above a threshold (32f, AC4, in place). More above zoriThreshold_GTVal_8u_C1R. */
 ZorStatus zoriThreshold_GTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                         const Zor32f value[3]);
 
@@ -344,65 +494,96 @@ ZorStatus zoriThreshold_GTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgS
  */
 ZorStatus zoriThreshold_LTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      Zor8u threshold, Zor8u value);
+/** Replacement of the samples below a threshold (8u, C1, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u threshold, Zor8u value);
+/** Replacement of the samples below a threshold (8u, C3). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor8u threshold[3], const Zor8u value[3]);
+/** Replacement of the samples below a threshold (8u, C3, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                       const Zor8u value[3]);
+/** Replacement of the samples below a threshold (8u, C4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                      const Zor8u threshold[4], const Zor8u value[4]);
+/** Replacement of the samples below a threshold (8u, C4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[4],
                                       const Zor8u value[4]);
+/** Replacement of the samples below a threshold (8u, AC4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor8u threshold[3], const Zor8u value[3]);
+/** Replacement of the samples below a threshold (8u, AC4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor8u threshold[3],
                                        const Zor8u value[3]);
+/** Replacement of the samples below a threshold (16u, C1). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor16u threshold, Zor16u value);
+/** Replacement of the samples below a threshold (16u, C1, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u threshold,
                                        Zor16u value);
+/** Replacement of the samples below a threshold (16u, C3). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16u threshold[3], const Zor16u value[3]);
+/** Replacement of the samples below a threshold (16u, C3, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                        const Zor16u value[3]);
+/** Replacement of the samples below a threshold (16u, C4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16u threshold[4], const Zor16u value[4]);
+/** Replacement of the samples below a threshold (16u, C4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[4],
                                        const Zor16u value[4]);
+/** Replacement of the samples below a threshold (16u, AC4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor16u threshold[3], const Zor16u value[3]);
+/** Replacement of the samples below a threshold (16u, AC4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16u threshold[3],
                                         const Zor16u value[3]);
+/** Replacement of the samples below a threshold (16s, C1). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor16s threshold, Zor16s value);
+/** Replacement of the samples below a threshold (16s, C1, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s threshold,
                                        Zor16s value);
+/** Replacement of the samples below a threshold (16s, C3). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16s threshold[3], const Zor16s value[3]);
+/** Replacement of the samples below a threshold (16s, C3, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                        const Zor16s value[3]);
+/** Replacement of the samples below a threshold (16s, C4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor16s threshold[4], const Zor16s value[4]);
+/** Replacement of the samples below a threshold (16s, C4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[4],
                                        const Zor16s value[4]);
+/** Replacement of the samples below a threshold (16s, AC4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor16s threshold[3], const Zor16s value[3]);
+/** Replacement of the samples below a threshold (16s, AC4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor16s threshold[3],
                                         const Zor16s value[3]);
+/** Replacement of the samples below a threshold (32f, C1). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       Zor32f threshold, Zor32f value);
+/** Replacement of the samples below a threshold (32f, C1, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f threshold,
                                        Zor32f value);
+/** Replacement of the samples below a threshold (32f, C3). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f threshold[3], const Zor32f value[3]);
+/** Replacement of the samples below a threshold (32f, C3, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                        const Zor32f value[3]);
+/** Replacement of the samples below a threshold (32f, C4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                       const Zor32f threshold[4], const Zor32f value[4]);
+/** Replacement of the samples below a threshold (32f, C4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[4],
                                        const Zor32f value[4]);
+/** Replacement of the samples below a threshold (32f, AC4). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                        const Zor32f threshold[3], const Zor32f value[3]);
+/** Replacement of the samples below a threshold (32f, AC4, in place). More above zoriThreshold_LTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f threshold[3],
                                         const Zor32f value[3]);
 
@@ -429,68 +610,91 @@ ZorStatus zoriThreshold_LTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgS
  */
 ZorStatus zoriThreshold_LTValGTVal_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                           Zor8u thresholdLT, Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
+/** Replacement of the samples outside a range (8u, C1, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u thresholdLT,
                                            Zor8u valueLT, Zor8u thresholdGT, Zor8u valueGT);
+/** Replacement of the samples outside a range (8u, C3). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                           const Zor8u thresholdLT[3], const Zor8u valueLT[3],
                                           const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+/** Replacement of the samples outside a range (8u, C3, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                            const Zor8u thresholdLT[3], const Zor8u valueLT[3],
                                            const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+/** Replacement of the samples outside a range (8u, AC4). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                            const Zor8u thresholdLT[3], const Zor8u valueLT[3],
                                            const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+/** Replacement of the samples outside a range (8u, AC4, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                             const Zor8u thresholdLT[3], const Zor8u valueLT[3],
                                             const Zor8u thresholdGT[3], const Zor8u valueGT[3]);
+/** Replacement of the samples outside a range (16u, C1). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
                                            ZorImgSize roiSize, Zor16u thresholdLT, Zor16u valueLT, Zor16u thresholdGT,
                                            Zor16u valueGT);
+/** Replacement of the samples outside a range (16u, C1, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u thresholdLT,
                                             Zor16u valueLT, Zor16u thresholdGT, Zor16u valueGT);
+/** Replacement of the samples outside a range (16u, C3). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
                                            ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3],
                                            const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+/** Replacement of the samples outside a range (16u, C3, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                             const Zor16u thresholdLT[3], const Zor16u valueLT[3],
                                             const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+/** Replacement of the samples outside a range (16u, AC4). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep,
                                             ZorImgSize roiSize, const Zor16u thresholdLT[3], const Zor16u valueLT[3],
                                             const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+/** Replacement of the samples outside a range (16u, AC4, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                              const Zor16u thresholdLT[3], const Zor16u valueLT[3],
                                              const Zor16u thresholdGT[3], const Zor16u valueGT[3]);
+/** Replacement of the samples outside a range (16s, C1). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                            ZorImgSize roiSize, Zor16s thresholdLT, Zor16s valueLT, Zor16s thresholdGT,
                                            Zor16s valueGT);
+/** Replacement of the samples outside a range (16s, C1, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s thresholdLT,
                                             Zor16s valueLT, Zor16s thresholdGT, Zor16s valueGT);
+/** Replacement of the samples outside a range (16s, C3). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                            ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3],
                                            const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+/** Replacement of the samples outside a range (16s, C3, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                             const Zor16s thresholdLT[3], const Zor16s valueLT[3],
                                             const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+/** Replacement of the samples outside a range (16s, AC4). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep,
                                             ZorImgSize roiSize, const Zor16s thresholdLT[3], const Zor16s valueLT[3],
                                             const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+/** Replacement of the samples outside a range (16s, AC4, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                              const Zor16s thresholdLT[3], const Zor16s valueLT[3],
                                              const Zor16s thresholdGT[3], const Zor16s valueGT[3]);
+/** Replacement of the samples outside a range (32f, C1). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                            ZorImgSize roiSize, Zor32f thresholdLT, Zor32f valueLT, Zor32f thresholdGT,
                                            Zor32f valueGT);
+/** Replacement of the samples outside a range (32f, C1, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f thresholdLT,
                                             Zor32f valueLT, Zor32f thresholdGT, Zor32f valueGT);
+/** Replacement of the samples outside a range (32f, C3). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                            ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3],
                                            const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+/** Replacement of the samples outside a range (32f, C3, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                             const Zor32f thresholdLT[3], const Zor32f valueLT[3],
                                             const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+/** Replacement of the samples outside a range (32f, AC4). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                             ZorImgSize roiSize, const Zor32f thresholdLT[3], const Zor32f valueLT[3],
                                             const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
+/** Replacement of the samples outside a range (32f, AC4, in place). More above zoriThreshold_LTValGTVal_8u_C1R. */
 ZorStatus zoriThreshold_LTValGTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                              const Zor32f thresholdLT[3], const Zor32f valueLT[3],
                                              const Zor32f thresholdGT[3], const Zor32f valueGT[3]);
@@ -532,34 +736,49 @@ ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorIm
  */
 ZorStatus zoriCompare_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (8u, C3). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (8u, C4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                              Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (8u, AC4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16u, C1). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16u, C3). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16u, C4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16u, AC4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16s, C1). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16s, C3). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16s, C4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (16s, AC4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (32f, C1). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (32f, C3). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (32f, C4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of two images (32f, AC4). More above zoriCompare_8u_C1R. */
 ZorStatus zoriCompare_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorCmpOp cmpOp);
 
@@ -583,34 +802,49 @@ ZorStatus zoriCompare_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* 
  */
 ZorStatus zoriCompareC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                               ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (8u, C3). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_8u_C3R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (8u, C4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_8u_C4R(const Zor8u* pSrc, int srcStep, const Zor8u value[4], Zor8u* pDst, int dstStep,
                               ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (8u, AC4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_8u_AC4R(const Zor8u* pSrc, int srcStep, const Zor8u value[3], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16u, C1). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u value, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16u, C3). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16u_C3R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16u, C4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16u_C4R(const Zor16u* pSrc, int srcStep, const Zor16u value[4], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16u, AC4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16u_AC4R(const Zor16u* pSrc, int srcStep, const Zor16u value[3], Zor8u* pDst, int dstStep,
                                 ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16s, C1). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s value, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16s, C3). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16s_C3R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16s, C4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16s_C4R(const Zor16s* pSrc, int srcStep, const Zor16s value[4], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (16s, AC4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_16s_AC4R(const Zor16s* pSrc, int srcStep, const Zor16s value[3], Zor8u* pDst, int dstStep,
                                 ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (32f, C1). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (32f, C3). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (32f, C4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize, ZorCmpOp cmpOp);
+/** Comparison of an image and a constant (32f, AC4). More above zoriCompareC_8u_C1R. */
 ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
                                 ZorImgSize roiSize, ZorCmpOp cmpOp);
 
@@ -631,10 +865,13 @@ ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f va
  */
 ZorStatus zoriCompareEqualEps_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                       Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+/** Equality of two images within a tolerance (32f, C3). More above zoriCompareEqualEps_32f_C1R. */
 ZorStatus zoriCompareEqualEps_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                       Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+/** Equality of two images within a tolerance (32f, C4). More above zoriCompareEqualEps_32f_C1R. */
 ZorStatus zoriCompareEqualEps_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                       Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
+/** Equality of two images within a tolerance (32f, AC4). More above zoriCompareEqualEps_32f_C1R. */
 ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                        Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
@@ -656,10 +893,13 @@ ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const 
  */
 ZorStatus zoriCompareEqualEpsC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep,
                                        ZorImgSize roiSize, Zor32f eps);
+/** Equality of an image and a constant within a tolerance (32f, C3). More above zoriCompareEqualEpsC_32f_C1R. */
 ZorStatus zoriCompareEqualEpsC_32f_C3R(const Zor32f* pSrc, int srcStep, const Zor32f value[3], Zor8u* pDst, int dstStep,
                                        ZorImgSize roiSize, Zor32f eps);
+/** Equality of an image and a constant within a tolerance (32f, C4). More above zoriCompareEqualEpsC_32f_C1R. */
 ZorStatus zoriCompareEqualEpsC_32f_C4R(const Zor32f* pSrc, int srcStep, const Zor32f value[4], Zor8u* pDst, int dstStep,
                                        ZorImgSize roiSize, Zor32f eps);
+/** Equality of an image and a constant within a tolerance (32f, AC4). More above zoriCompareEqualEpsC_32f_C1R. */
 ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f value[3],
                                         Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
 
@@ -693,66 +933,97 @@ ZorStatus zoriCompareEqualEpsC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Z
  */
 ZorStatus zoriLUT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                          const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (8u, C1, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                           const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (8u, C3). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                          const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (8u, C3, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                           const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (8u, C4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                          const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (8u, C4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                           const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (8u, AC4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (8u, AC4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                            const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16u, C1). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (16u, C1, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                            const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (16u, C3). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16u, C3, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                            const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16u, C4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (16u, C4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                            const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (16u, AC4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16u, AC4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                             const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16s, C1). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (16s, C1, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                            const Zor32s* pLevels, int nLevels);
+/** Mapping by a step function (16s, C3). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16s, C3, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                            const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16s, C4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (16s, C4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                            const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (16s, AC4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (16s, AC4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                             const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (32f, C1). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+/** Mapping by a step function (32f, C1, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
                            const Zor32f* pLevels, int nLevels);
+/** Mapping by a step function (32f, C3). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (32f, C3, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                            const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (32f, C4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                           const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (32f, C4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
                            const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a step function (32f, AC4). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a step function (32f, AC4, in place). More above zoriLUT_8u_C1R. */
 ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                             const Zor32f* const pLevels[3], const int nLevels[3]);
 
@@ -787,66 +1058,97 @@ ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
  */
 ZorStatus zoriLUT_Linear_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (8u, C1, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                  const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (8u, C3). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (8u, C3, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (8u, C4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (8u, C4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                  const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (8u, AC4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (8u, AC4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16u, C1). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (16u, C1, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                   const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (16u, C3). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16u, C3, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16u, C4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (16u, C4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                   const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (16u, AC4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16u, AC4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                    const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16s, C1). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (16s, C1, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                   const Zor32s* pLevels, int nLevels);
+/** Mapping by a polygon (16s, C3). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16s, C3, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16s, C4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (16s, C4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                   const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (16s, AC4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (16s, AC4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                    const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (32f, C1). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+/** Mapping by a polygon (32f, C1, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
                                   const Zor32f* pLevels, int nLevels);
+/** Mapping by a polygon (32f, C3). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (32f, C3, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                                   const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (32f, C4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (32f, C4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
                                   const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a polygon (32f, AC4). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a polygon (32f, AC4, in place). More above zoriLUT_Linear_8u_C1R. */
 ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                                    const Zor32f* const pLevels[3], const int nLevels[3]);
 
@@ -879,66 +1181,97 @@ ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize r
  */
 ZorStatus zoriLUT_Cubic_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (8u, C1, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                 const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (8u, C3). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (8u, C3, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                 const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (8u, C4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (8u, C4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                 const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (8u, AC4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (8u, AC4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16u, C1). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (16u, C1, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                  const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (16u, C3). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16u, C3, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16u, C4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (16u, C4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                  const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (16u, AC4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16u, AC4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16s, C1). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (16s, C1, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* pValues,
                                  const Zor32s* pLevels, int nLevels);
+/** Mapping by a cubic curve (16s, C3). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16s, C3, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                  const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16s, C4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* const pValues[4], const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (16s, C4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[4],
                                  const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (16s, AC4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32s* const pValues[3], const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (16s, AC4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32s* const pValues[3],
                                   const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (32f, C1). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* pValues, const Zor32f* pLevels, int nLevels);
+/** Mapping by a cubic curve (32f, C1, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* pValues,
                                  const Zor32f* pLevels, int nLevels);
+/** Mapping by a cubic curve (32f, C3). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (32f, C3, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                                  const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (32f, C4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32f* const pValues[4], const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (32f, C4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[4],
                                  const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Mapping by a cubic curve (32f, AC4). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor32f* const pValues[3], const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Mapping by a cubic curve (32f, AC4, in place). More above zoriLUT_Cubic_8u_C1R. */
 ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, const Zor32f* const pValues[3],
                                   const Zor32f* const pLevels[3], const int nLevels[3]);
 
@@ -971,28 +1304,40 @@ ZorStatus zoriLUT_Cubic_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  */
 ZorStatus zoriLUTPalette_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor8u* pTable, int nBitSize);
+/** Mapping by a table of values (8u, C3). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor8u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (8u, AC4). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor8u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (8u, C3 to A0C4). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alphaValue, Zor8u* pDst, int dstStep,
                                     ZorImgSize roiSize, const Zor8u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (16u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor16u* pTable, int nBitSize);
+/** Mapping by a table of values (16u, C3). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u_C3R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                  const Zor16u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (16u, AC4). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u_AC4R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                   const Zor16u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (16u, C3 to A0C4). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u_C3A0C4R(const Zor16u* pSrc, int srcStep, int alphaValue, Zor16u* pDst, int dstStep,
                                      ZorImgSize roiSize, const Zor16u* const pTable[3], int nBitSize);
+/** Mapping by a table of values (8u to 24u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_8u24u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor8u* pTable, int nBitSize);
+/** Mapping by a table of values (8u to 32u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_8u32u_C1R(const Zor8u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor32u* pTable, int nBitSize);
+/** Mapping by a table of values (16u to 8u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u8u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                    const Zor8u* pTable, int nBitSize);
+/** Mapping by a table of values (16u to 24u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u24u_C1R(const Zor16u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor8u* pTable, int nBitSize);
+/** Mapping by a table of values (16u to 32u, C1). More above zoriLUTPalette_8u_C1R. */
 ZorStatus zoriLUTPalette_16u32u_C1R(const Zor16u* pSrc, int srcStep, Zor32u* pDst, int dstStep, ZorImgSize roiSize,
                                     const Zor32u* pTable, int nBitSize);
 
@@ -1043,34 +1388,45 @@ ZorStatus zoriLUTPaletteSwap_8u_C3A0C4R(const Zor8u* pSrc, int srcStep, int alph
  */
 ZorStatus zoriHistogramEven_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
                                    int nLevels, int lowerLevel, int upperLevel);
+/** Histogram with even bins (8u, C3). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                    Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                    const int upperLevel[3]);
+/** Histogram with even bins (8u, C4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                    Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
                                    const int upperLevel[4]);
+/** Histogram with even bins (8u, AC4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                     Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                     const int upperLevel[3]);
+/** Histogram with even bins (16u, C1). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
                                     int nLevels, int lowerLevel, int upperLevel);
+/** Histogram with even bins (16u, C3). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                     Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                     const int upperLevel[3]);
+/** Histogram with even bins (16u, C4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                     Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
                                     const int upperLevel[4]);
+/** Histogram with even bins (16u, AC4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                      const int upperLevel[3]);
+/** Histogram with even bins (16s, C1). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist, Zor32s* pLevels,
                                     int nLevels, int lowerLevel, int upperLevel);
+/** Histogram with even bins (16s, C3). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                     Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                     const int upperLevel[3]);
+/** Histogram with even bins (16s, C4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                     Zor32s* const pLevels[4], const int nLevels[4], const int lowerLevel[4],
                                     const int upperLevel[4]);
+/** Histogram with even bins (16s, AC4). More above zoriHistogramEven_8u_C1R. */
 ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      Zor32s* const pLevels[3], const int nLevels[3], const int lowerLevel[3],
                                      const int upperLevel[3]);
@@ -1104,37 +1460,56 @@ ZorStatus zoriHistogramEven_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize
  */
 ZorStatus zoriHistogramRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
                                     const Zor32s* pLevels, int nLevels);
+/** Histogram with given bins (8u, C3). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                     const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (8u, C4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                     const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Histogram with given bins (8u, AC4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (16u, C1). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
                                      const Zor32s* pLevels, int nLevels);
+/** Histogram with given bins (16u, C3). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (16u, C4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                      const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Histogram with given bins (16u, AC4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                       const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (16s, C1). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
                                      const Zor32s* pLevels, int nLevels);
+/** Histogram with given bins (16s, C3). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (16s, C4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                      const Zor32s* const pLevels[4], const int nLevels[4]);
+/** Histogram with given bins (16s, AC4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                       const Zor32s* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (32f, C1). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* pHist,
                                      const Zor32f* pLevels, int nLevels);
+/** Histogram with given bins (32f, C3). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                      const Zor32f* const pLevels[3], const int nLevels[3]);
+/** Histogram with given bins (32f, C4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[4],
                                      const Zor32f* const pLevels[4], const int nLevels[4]);
+/** Histogram with given bins (32f, AC4). More above zoriHistogramRange_8u_C1R. */
 ZorStatus zoriHistogramRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32s* const pHist[3],
                                       const Zor32f* const pLevels[3], const int nLevels[3]);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

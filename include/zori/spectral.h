@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -40,10 +44,15 @@ ZORI_BEGIN_DECLS
  * Memory: pRecord by zoriFFTInitAlloc_C_32fc, in the other forms their like.
  */
 ZorStatus zoriFFTInitAlloc_C_32fc(ZorFftImgRecord** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+/** Records of the image FFT (32f). More above zoriFFTInitAlloc_C_32fc. */
 ZorStatus zoriFFTInitAlloc_R_32f(ZorFftImgRecord** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+/** Records of the image FFT (32s). More above zoriFFTInitAlloc_C_32fc. */
 ZorStatus zoriFFTInitAlloc_R_32s(ZorFftImgRecord32s** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
+/** Records of the image FFT (32fc). More above zoriFFTInitAlloc_C_32fc. */
 ZorStatus zoriFFTGetBufSize_C_32fc(const ZorFftImgRecord* pRecord, int* pSize);
+/** Records of the image FFT (32f). More above zoriFFTInitAlloc_C_32fc. */
 ZorStatus zoriFFTGetBufSize_R_32f(const ZorFftImgRecord* pRecord, int* pSize);
+/** Records of the image FFT (32s). More above zoriFFTInitAlloc_C_32fc. */
 ZorStatus zoriFFTGetBufSize_R_32s(const ZorFftImgRecord32s* pRecord, int* pSize);
 
 /*
@@ -59,7 +68,9 @@ ZorStatus zoriFFTGetBufSize_R_32s(const ZorFftImgRecord32s* pRecord, int* pSize)
  * Rounding: to nearest.
  */
 ZorStatus zoriFFTFree_C_32fc(ZorFftImgRecord* pRecord);
+/** Release of an FFT record (32f). More above zoriFFTFree_C_32fc. */
 ZorStatus zoriFFTFree_R_32f(ZorFftImgRecord* pRecord);
+/** Release of an FFT record (32s). More above zoriFFTFree_C_32fc. */
 ZorStatus zoriFFTFree_R_32s(ZorFftImgRecord32s* pRecord);
 
 /*
@@ -90,9 +101,12 @@ ZorStatus zoriFFTFree_R_32s(ZorFftImgRecord32s* pRecord);
  */
 ZorStatus zoriFFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
                                    const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a complex image (32fc, C1, in place). More above zoriFFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriFFTFwd_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a complex image (32fc, C1). More above zoriFFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriFFTInv_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
                                    const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a complex image (32fc, C1, in place). More above zoriFFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriFFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
 
 /*
@@ -136,27 +150,42 @@ ZorStatus zoriFFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorF
  */
 ZorStatus zoriFFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C1, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C3). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C3, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C4). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C4, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, AC4). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                       const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, AC4, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTFwd_RToPack_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C1). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C1, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C3). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C3, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C4). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, C4, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, AC4). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                       const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
+/** FFT of a real image, packed spectrum (32f, AC4, in place). More above zoriFFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriFFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorFftImgRecord* pRecord, Zor8u* pBuffer);
 
 /*
@@ -182,18 +211,25 @@ ZorStatus zoriFFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const Zo
  */
 ZorStatus zoriFFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (8u to 32s, C3, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTFwd_RToPack_8u32s_C3RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (8u to 32s, C4, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTFwd_RToPack_8u32s_C4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (8u to 32s, AC4, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTFwd_RToPack_8u32s_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                            const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (32s to 8u, C1, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTInv_PackToR_32s8u_C1RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (32s to 8u, C3, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTInv_PackToR_32s8u_C3RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (32s to 8u, C4, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTInv_PackToR_32s8u_C4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** FFT of a byte image, integer spectrum (32s to 8u, AC4, scaled). More above zoriFFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriFFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                            const ZorFftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
 
@@ -230,10 +266,15 @@ ZorStatus zoriFFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * Memory: pRecord by zoriDFTInitAlloc_C_32fc, in the other forms their like.
  */
 ZorStatus zoriDFTInitAlloc_C_32fc(ZorDftImgRecord** ppRecord, int width, int height, int flag, ZorHint hint);
+/** Records of the image DFT (32f). More above zoriDFTInitAlloc_C_32fc. */
 ZorStatus zoriDFTInitAlloc_R_32f(ZorDftImgRecord** ppRecord, int width, int height, int flag, ZorHint hint);
+/** Records of the image DFT (32s). More above zoriDFTInitAlloc_C_32fc. */
 ZorStatus zoriDFTInitAlloc_R_32s(ZorDftImgRecord32s** ppRecord, int width, int height, int flag, ZorHint hint);
+/** Records of the image DFT (32fc). More above zoriDFTInitAlloc_C_32fc. */
 ZorStatus zoriDFTGetBufSize_C_32fc(const ZorDftImgRecord* pRecord, int* pSize);
+/** Records of the image DFT (32f). More above zoriDFTInitAlloc_C_32fc. */
 ZorStatus zoriDFTGetBufSize_R_32f(const ZorDftImgRecord* pRecord, int* pSize);
+/** Records of the image DFT (32s). More above zoriDFTInitAlloc_C_32fc. */
 ZorStatus zoriDFTGetBufSize_R_32s(const ZorDftImgRecord32s* pRecord, int* pSize);
 
 /*
@@ -249,7 +290,9 @@ ZorStatus zoriDFTGetBufSize_R_32s(const ZorDftImgRecord32s* pRecord, int* pSize)
  * Rounding: to nearest.
  */
 ZorStatus zoriDFTFree_C_32fc(ZorDftImgRecord* pRecord);
+/** Release of a DFT record (32f). More above zoriDFTFree_C_32fc. */
 ZorStatus zoriDFTFree_R_32f(ZorDftImgRecord* pRecord);
+/** Release of a DFT record (32s). More above zoriDFTFree_C_32fc. */
 ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
 
 /*
@@ -276,9 +319,12 @@ ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
  */
 ZorStatus zoriDFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
                                    const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a complex image of any size (32fc, C1, in place). More above zoriDFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriDFTFwd_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a complex image of any size (32fc, C1). More above zoriDFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriDFTInv_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
                                    const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a complex image of any size (32fc, C1, in place). More above zoriDFTFwd_CToC_32fc_C1R. */
 ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
 
 /*
@@ -308,27 +354,42 @@ ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorD
  */
 ZorStatus zoriDFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C1, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C3). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C3, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C4). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C4, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, AC4). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                       const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, AC4, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTFwd_RToPack_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C1). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C1, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C3). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C3, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C4). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                      const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, C4, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, AC4). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
                                       const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
+/** DFT of a real image of any size, packed spectrum (32f, AC4, in place). More above zoriDFTFwd_RToPack_32f_C1R. */
 ZorStatus zoriDFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const ZorDftImgRecord* pRecord, Zor8u* pBuffer);
 
 /*
@@ -351,18 +412,32 @@ ZorStatus zoriDFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const Zo
  */
 ZorStatus zoriDFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (8u to 32s, C3, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTFwd_RToPack_8u32s_C3RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (8u to 32s, C4, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTFwd_RToPack_8u32s_C4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (8u to 32s, AC4, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTFwd_RToPack_8u32s_AC4RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
                                            const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (32s to 8u, C1, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTInv_PackToR_32s8u_C1RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (32s to 8u, C3, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTInv_PackToR_32s8u_C3RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (32s to 8u, C4, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTInv_PackToR_32s8u_C4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                           const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
+/** DFT of a byte image of any size, integer spectrum (32s to 8u, AC4, scaled).
+ * More above zoriDFTFwd_RToPack_8u32s_C1RSfs. */
 ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8u* pDst, int dstStep,
                                            const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
 
@@ -386,8 +461,11 @@ ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Cosine transform of an 8 x 8 block of integers (16s, C1, in place). More above zoriDCT8x8Fwd_16s_C1. */
 ZorStatus zoriDCT8x8Fwd_16s_C1I(Zor16s* pSrcDst);
+/** Cosine transform of an 8 x 8 block of integers (16s, C1). More above zoriDCT8x8Fwd_16s_C1. */
 ZorStatus zoriDCT8x8Inv_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Cosine transform of an 8 x 8 block of integers (16s, C1, in place). More above zoriDCT8x8Fwd_16s_C1. */
 ZorStatus zoriDCT8x8Inv_16s_C1I(Zor16s* pSrcDst);
 
 /*
@@ -404,8 +482,11 @@ ZorStatus zoriDCT8x8Inv_16s_C1I(Zor16s* pSrcDst);
  * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_32f_C1(const Zor32f* pSrc, Zor32f* pDst);
+/** Cosine transform of an 8 x 8 block of floats (32f, C1, in place). More above zoriDCT8x8Fwd_32f_C1. */
 ZorStatus zoriDCT8x8Fwd_32f_C1I(Zor32f* pSrcDst);
+/** Cosine transform of an 8 x 8 block of floats (32f, C1). More above zoriDCT8x8Fwd_32f_C1. */
 ZorStatus zoriDCT8x8Inv_32f_C1(const Zor32f* pSrc, Zor32f* pDst);
+/** Cosine transform of an 8 x 8 block of floats (32f, C1, in place). More above zoriDCT8x8Fwd_32f_C1. */
 ZorStatus zoriDCT8x8Inv_32f_C1I(Zor32f* pSrcDst);
 
 /*
@@ -423,8 +504,13 @@ ZorStatus zoriDCT8x8Inv_32f_C1I(Zor32f* pSrcDst);
  * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst);
+/** Cosine transform between an 8 x 8 piece of an image and a block (8u to 16s, C1).
+ * More above zoriDCT8x8Fwd_16s_C1R. */
 ZorStatus zoriDCT8x8Fwd_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst);
+/** Cosine transform between an 8 x 8 piece of an image and a block (16s, C1). More above zoriDCT8x8Fwd_16s_C1R. */
 ZorStatus zoriDCT8x8Inv_16s_C1R(const Zor16s* pSrc, Zor16s* pDst, int dstStep);
+/** Cosine transform between an 8 x 8 piece of an image and a block (16s to 8u, C1).
+ * More above zoriDCT8x8Fwd_16s_C1R. */
 ZorStatus zoriDCT8x8Inv_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep);
 
 /*
@@ -471,8 +557,11 @@ ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dst
  * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8Inv_2x2_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Inverse cosine transform of a sparse block (16s, C1, in place). More above zoriDCT8x8Inv_2x2_16s_C1. */
 ZorStatus zoriDCT8x8Inv_2x2_16s_C1I(Zor16s* pSrcDst);
+/** Inverse cosine transform of a sparse block (16s, C1). More above zoriDCT8x8Inv_2x2_16s_C1. */
 ZorStatus zoriDCT8x8Inv_4x4_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Inverse cosine transform of a sparse block (16s, C1, in place). More above zoriDCT8x8Inv_2x2_16s_C1. */
 ZorStatus zoriDCT8x8Inv_4x4_16s_C1I(Zor16s* pSrcDst);
 
 /*
@@ -489,8 +578,11 @@ ZorStatus zoriDCT8x8Inv_4x4_16s_C1I(Zor16s* pSrcDst);
  * Rounding: to nearest.
  */
 ZorStatus zoriDCT8x8To2x2Inv_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Inverse cosine transform to a reduced block (16s, C1, in place). More above zoriDCT8x8To2x2Inv_16s_C1. */
 ZorStatus zoriDCT8x8To2x2Inv_16s_C1I(Zor16s* pSrcDst);
+/** Inverse cosine transform to a reduced block (16s, C1). More above zoriDCT8x8To2x2Inv_16s_C1. */
 ZorStatus zoriDCT8x8To4x4Inv_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Inverse cosine transform to a reduced block (16s, C1, in place). More above zoriDCT8x8To2x2Inv_16s_C1. */
 ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
 
 /*
@@ -513,6 +605,7 @@ ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
  * Rounding: to nearest.
  */
 ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+/** Zigzag order of a block (16s, C1). More above zoriZigzagFwd8x8_16s_C1. */
 ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 
 /*
@@ -539,30 +632,45 @@ ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
  */
 ZorStatus zoriMulPack_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C1, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C3). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C3, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C4). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C4, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, AC4). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, AC4, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPack_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C1). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C1, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
                                    ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C3). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C3, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
                                    ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C4). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, C4, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
                                    ZorImgSize roiSize);
+/** Product of two packed spectra (32f, AC4). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Product of two packed spectra (32f, AC4, in place). More above zoriMulPack_32f_C1R. */
 ZorStatus zoriMulPackConj_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep,
                                     ZorImgSize roiSize);
 
@@ -587,34 +695,49 @@ ZorStatus zoriMulPackConj_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSr
  */
 ZorStatus zoriMulPack_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (16s, C1, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_C1IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (16s, C3, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_C3RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (16s, C3, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_C3IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (16s, C4, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_C4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (16s, C4, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_C4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (16s, AC4, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_AC4RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (16s, AC4, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Product of two packed integer spectra (32s, C1, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C1RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                                  Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (32s, C1, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C1IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (32s, C3, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C3RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                                  Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (32s, C3, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C3IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (32s, C4, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C4RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                                  Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (32s, C4, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_C4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                   int scaleFactor);
+/** Product of two packed integer spectra (32s, AC4, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_AC4RSfs(const Zor32s* pSrc1, int src1Step, const Zor32s* pSrc2, int src2Step,
                                   Zor32s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
+/** Product of two packed integer spectra (32s, AC4, in place, scaled). More above zoriMulPack_16s_C1RSfs. */
 ZorStatus zoriMulPack_32s_AC4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize,
                                    int scaleFactor);
 
@@ -636,8 +759,11 @@ ZorStatus zoriMulPack_32s_AC4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrc
  * Rounding: to nearest.
  */
 ZorStatus zoriMagnitudePack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of a packed spectrum (32f, C3). More above zoriMagnitudePack_32f_C1R. */
 ZorStatus zoriMagnitudePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of a packed spectrum (32f, C1). More above zoriMagnitudePack_32f_C1R. */
 ZorStatus zoriPhasePack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of a packed spectrum (32f, C3). More above zoriMagnitudePack_32f_C1R. */
 ZorStatus zoriPhasePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -658,18 +784,25 @@ ZorStatus zoriPhasePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, i
  */
 ZorStatus zoriMagnitudePack_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (16s, C3, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriMagnitudePack_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (32s, C1, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriMagnitudePack_32s_C1RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (32s, C3, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriMagnitudePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (16s, C1, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriPhasePack_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (16s, C3, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriPhasePack_16s_C3RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (32s, C1, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriPhasePack_32s_C1RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of a packed integer spectrum (32s, C3, scaled). More above zoriMagnitudePack_16s_C1RSfs. */
 ZorStatus zoriPhasePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
 
@@ -689,6 +822,7 @@ ZorStatus zoriPhasePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst
  */
 ZorStatus zoriPackToCplxExtend_32f32fc_C1R(const Zor32f* pSrc, ZorImgSize roiSize, int srcStep,
                                            Zor32fc* pDst, int dstStep);
+/** Packed spectrum to a full complex spectrum (32s to 32sc, C1). More above zoriPackToCplxExtend_32f32fc_C1R. */
 ZorStatus zoriPackToCplxExtend_32s32sc_C1R(const Zor32s* pSrc, ZorImgSize roiSize, int srcStep,
                                            Zor32sc* pDst, int dstStep);
 
@@ -707,14 +841,19 @@ ZorStatus zoriPackToCplxExtend_32s32sc_C1R(const Zor32s* pSrc, ZorImgSize roiSiz
  */
 ZorStatus zoriCplxExtendToPack_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor32f* pDst, int dstStep);
+/** Full complex spectrum to its packed form (32fc to 32f, C3). More above zoriCplxExtendToPack_32fc32f_C1R. */
 ZorStatus zoriCplxExtendToPack_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor32f* pDst, int dstStep);
+/** Full complex spectrum to its packed form (16sc to 16s, C1). More above zoriCplxExtendToPack_32fc32f_C1R. */
 ZorStatus zoriCplxExtendToPack_16sc16s_C1R(const Zor16sc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor16s* pDst, int dstStep);
+/** Full complex spectrum to its packed form (16sc to 16s, C3). More above zoriCplxExtendToPack_32fc32f_C1R. */
 ZorStatus zoriCplxExtendToPack_16sc16s_C3R(const Zor16sc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor16s* pDst, int dstStep);
+/** Full complex spectrum to its packed form (32sc to 32s, C1). More above zoriCplxExtendToPack_32fc32f_C1R. */
 ZorStatus zoriCplxExtendToPack_32sc32s_C1R(const Zor32sc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor32s* pDst, int dstStep);
+/** Full complex spectrum to its packed form (32sc to 32s, C3). More above zoriCplxExtendToPack_32fc32f_C1R. */
 ZorStatus zoriCplxExtendToPack_32sc32s_C3R(const Zor32sc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor32s* pDst, int dstStep);
 
@@ -731,8 +870,11 @@ ZorStatus zoriCplxExtendToPack_32sc32s_C3R(const Zor32sc* pSrc, int srcStep, Zor
  * Rounding: to nearest.
  */
 ZorStatus zoriMagnitude_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of complex pixels (32fc to 32f, C3). More above zoriMagnitude_32fc32f_C1R. */
 ZorStatus zoriMagnitude_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of complex pixels (32fc to 32f, C1). More above zoriMagnitude_32fc32f_C1R. */
 ZorStatus zoriPhase_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Magnitude and phase of complex pixels (32fc to 32f, C3). More above zoriMagnitude_32fc32f_C1R. */
 ZorStatus zoriPhase_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -750,26 +892,37 @@ ZorStatus zoriPhase_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, 
  */
 ZorStatus zoriMagnitude_16sc16s_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (16sc to 16s, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriMagnitude_16sc16s_C3RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (16uc to 16u, C1, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriMagnitude_16uc16u_C1RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (16uc to 16u, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriMagnitude_16uc16u_C3RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (32sc to 32s, C1, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriMagnitude_32sc32s_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (32sc to 32s, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriMagnitude_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
+/** Magnitude and phase of complex integers (16sc to 16s, C1, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_16sc16s_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of complex integers (16sc to 16s, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_16sc16s_C3RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of complex integers (16uc to 16u, C1, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_16uc16u_C1RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of complex integers (16uc to 16u, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_16uc16u_C3RSfs(const Zor16uc* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of complex integers (32sc to 32s, C1, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_32sc32s_C1RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
+/** Magnitude and phase of complex integers (32sc to 32s, C3, scaled). More above zoriMagnitude_16sc16s_C1RSfs. */
 ZorStatus zoriPhase_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDst, int dstStep, ZorImgSize roiSize,
                                    int scaleFactor);
 
@@ -790,14 +943,24 @@ ZorStatus zoriPhase_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDs
  * Rounding: to nearest.
  */
 ZorStatus zoriPolarToCart_16sc_C1R(const Zor16sc* pSrc, int srcStep, Zor16sc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (16sc, C3). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_16sc_C3R(const Zor16sc* pSrc, int srcStep, Zor16sc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (32sc, C1). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_32sc_C1R(const Zor32sc* pSrc, int srcStep, Zor32sc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (32sc, C3). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_32sc_C3R(const Zor32sc* pSrc, int srcStep, Zor32sc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (32fc, C1). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (32fc, C3). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_32fc_C3R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep, ZorImgSize roiSize);
+/** Complex pixels from magnitude and phase (32f to 32fc, P2 to C1). More above zoriPolarToCart_16sc_C1R. */
 ZorStatus zoriPolarToCart_32f32fc_P2C1R(const Zor32f* const pSrc[2], int srcStep, Zor32fc* pDst, int dstStep,
                                         ZorImgSize roiSize);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

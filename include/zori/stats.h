@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -33,20 +37,35 @@ ZORI_BEGIN_DECLS
  * Rounding: the caller's mode (32f); to nearest (others).
  */
 ZorStatus zoriSum_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
+/** Sum of the pixels of a region (8u, C3). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (8u, C4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[4]);
+/** Sum of the pixels of a region (8u, AC4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (16u, C1). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
+/** Sum of the pixels of a region (16u, C3). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (16u, C4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[4]);
+/** Sum of the pixels of a region (16u, AC4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (16s, C1). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
+/** Sum of the pixels of a region (16s, C3). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (16s, C4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[4]);
+/** Sum of the pixels of a region (16s, AC4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3]);
+/** Sum of the pixels of a region (32f, C1). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum, ZorHint hint);
+/** Sum of the pixels of a region (32f, C3). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3], ZorHint hint);
+/** Sum of the pixels of a region (32f, C4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[4], ZorHint hint);
+/** Sum of the pixels of a region (32f, AC4). More above zoriSum_8u_C1R. */
 ZorStatus zoriSum_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f sum[3], ZorHint hint);
 
 /*
@@ -67,20 +86,35 @@ ZorStatus zoriSum_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * Rounding: the caller's mode.
  */
 ZorStatus zoriMean_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
+/** Mean of the pixels of a region (8u, C3). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (8u, C4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[4]);
+/** Mean of the pixels of a region (8u, AC4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (16u, C1). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
+/** Mean of the pixels of a region (16u, C3). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (16u, C4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[4]);
+/** Mean of the pixels of a region (16u, AC4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (16s, C1). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
+/** Mean of the pixels of a region (16s, C3). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (16s, C4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[4]);
+/** Mean of the pixels of a region (16s, AC4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3]);
+/** Mean of the pixels of a region (32f, C1). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean, ZorHint hint);
+/** Mean of the pixels of a region (32f, C3). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3], ZorHint hint);
+/** Mean of the pixels of a region (32f, C4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[4], ZorHint hint);
+/** Mean of the pixels of a region (32f, AC4). More above zoriMean_8u_C1R. */
 ZorStatus zoriMean_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f mean[3], ZorHint hint);
 
 /*
@@ -104,36 +138,67 @@ ZorStatus zoriMean_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize,
  * Rounding: to nearest.
  */
 ZorStatus zoriMin_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin);
+/** Least or greatest pixel value of a region (8u, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3]);
+/** Least or greatest pixel value of a region (8u, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[4]);
+/** Least or greatest pixel value of a region (8u, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3]);
+/** Least or greatest pixel value of a region (16u, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMin);
+/** Least or greatest pixel value of a region (16u, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3]);
+/** Least or greatest pixel value of a region (16u, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[4]);
+/** Least or greatest pixel value of a region (16u, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3]);
+/** Least or greatest pixel value of a region (16s, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMin);
+/** Least or greatest pixel value of a region (16s, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3]);
+/** Least or greatest pixel value of a region (16s, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[4]);
+/** Least or greatest pixel value of a region (16s, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3]);
+/** Least or greatest pixel value of a region (32f, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMin);
+/** Least or greatest pixel value of a region (32f, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3]);
+/** Least or greatest pixel value of a region (32f, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[4]);
+/** Least or greatest pixel value of a region (32f, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMin_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3]);
+/** Least or greatest pixel value of a region (8u, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMax);
+/** Least or greatest pixel value of a region (8u, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3]);
+/** Least or greatest pixel value of a region (8u, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[4]);
+/** Least or greatest pixel value of a region (8u, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3]);
+/** Least or greatest pixel value of a region (16u, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMax);
+/** Least or greatest pixel value of a region (16u, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3]);
+/** Least or greatest pixel value of a region (16u, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[4]);
+/** Least or greatest pixel value of a region (16u, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3]);
+/** Least or greatest pixel value of a region (16s, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMax);
+/** Least or greatest pixel value of a region (16s, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3]);
+/** Least or greatest pixel value of a region (16s, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[4]);
+/** Least or greatest pixel value of a region (16s, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3]);
+/** Least or greatest pixel value of a region (32f, C1). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMax);
+/** Least or greatest pixel value of a region (32f, C3). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3]);
+/** Least or greatest pixel value of a region (32f, C4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[4]);
+/** Least or greatest pixel value of a region (32f, AC4). More above zoriMin_8u_C1R. */
 ZorStatus zoriMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3]);
 
 /*
@@ -152,20 +217,35 @@ ZorStatus zoriMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * Rounding: to nearest.
  */
 ZorStatus zoriMinMax_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, Zor8u* pMax);
+/** Least and greatest pixel value of a region in one pass (8u, C3). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], Zor8u max[3]);
+/** Least and greatest pixel value of a region in one pass (8u, C4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[4], Zor8u max[4]);
+/** Least and greatest pixel value of a region in one pass (8u, AC4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], Zor8u max[3]);
+/** Least and greatest pixel value of a region in one pass (16u, C1). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMin, Zor16u* pMax);
+/** Least and greatest pixel value of a region in one pass (16u, C3). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], Zor16u max[3]);
+/** Least and greatest pixel value of a region in one pass (16u, C4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[4], Zor16u max[4]);
+/** Least and greatest pixel value of a region in one pass (16u, AC4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], Zor16u max[3]);
+/** Least and greatest pixel value of a region in one pass (16s, C1). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMin, Zor16s* pMax);
+/** Least and greatest pixel value of a region in one pass (16s, C3). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], Zor16s max[3]);
+/** Least and greatest pixel value of a region in one pass (16s, C4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[4], Zor16s max[4]);
+/** Least and greatest pixel value of a region in one pass (16s, AC4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], Zor16s max[3]);
+/** Least and greatest pixel value of a region in one pass (32f, C1). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMin, Zor32f* pMax);
+/** Least and greatest pixel value of a region in one pass (32f, C3). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], Zor32f max[3]);
+/** Least and greatest pixel value of a region in one pass (32f, C4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[4], Zor32f max[4]);
+/** Least and greatest pixel value of a region in one pass (32f, AC4). More above zoriMinMax_8u_C1R. */
 ZorStatus zoriMinMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], Zor32f max[3]);
 
 /*
@@ -191,66 +271,97 @@ ZorStatus zoriMinMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSiz
  */
 ZorStatus zoriMinIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, int* pIndexX,
                              int* pIndexY);
+/** Least or greatest pixel value of a region and its position (8u, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3],
                              int indexY[3]);
+/** Least or greatest pixel value of a region and its position (8u, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[4], int indexX[4],
                              int indexY[4]);
+/** Least or greatest pixel value of a region and its position (8u, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u min[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16u, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMin, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (16u, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16u, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (16u, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u min[3], int indexX[3],
                                int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16s, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMin, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (16s, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16s, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (16s, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s min[3], int indexX[3],
                                int indexY[3]);
+/** Least or greatest pixel value of a region and its position (32f, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMin, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (32f, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (32f, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (32f, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMinIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f min[3], int indexX[3],
                                int indexY[3]);
+/** Least or greatest pixel value of a region and its position (8u, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMax, int* pIndexX,
                              int* pIndexY);
+/** Least or greatest pixel value of a region and its position (8u, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3],
                              int indexY[3]);
+/** Least or greatest pixel value of a region and its position (8u, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[4], int indexX[4],
                              int indexY[4]);
+/** Least or greatest pixel value of a region and its position (8u, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u max[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16u, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u* pMax, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (16u, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16u, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (16u, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor16u max[3], int indexX[3],
                                int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16s, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s* pMax, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (16s, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (16s, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (16s, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor16s max[3], int indexX[3],
                                int indexY[3]);
+/** Least or greatest pixel value of a region and its position (32f, C1). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f* pMax, int* pIndexX,
                               int* pIndexY);
+/** Least or greatest pixel value of a region and its position (32f, C3). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3],
                               int indexY[3]);
+/** Least or greatest pixel value of a region and its position (32f, C4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[4], int indexX[4],
                               int indexY[4]);
+/** Least or greatest pixel value of a region and its position (32f, AC4). More above zoriMinIndx_8u_C1R. */
 ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor32f max[3], int indexX[3],
                                int indexY[3]);
 
@@ -269,36 +380,67 @@ ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSi
  * Rounding: to nearest.
  */
 ZorStatus zoriMinEvery_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16s_C1IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16s_C3IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16s_C4IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_16s_AC4IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMinEvery_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_8u_C3IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_8u_C4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (8u, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_8u_AC4IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16u_C1IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16u_C3IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16u_C4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16u, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16s_C1IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16s_C3IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16s_C4IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (16s, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_16s_AC4IR(const Zor16s* pSrc, int srcStep, Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C1, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_32f_C1IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C3, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_32f_C3IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, C4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_32f_C4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Elementwise minimum or maximum of two images (32f, AC4, in place). More above zoriMinEvery_8u_C1IR. */
 ZorStatus zoriMaxEvery_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -318,14 +460,19 @@ ZorStatus zoriMaxEvery_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDs
  */
 ZorStatus zoriCountInRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor8u lower,
                                   Zor8u upper);
+/** Number of pixels within a range (8u, C3). More above zoriCountInRange_8u_C1R. */
 ZorStatus zoriCountInRange_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
                                   const Zor8u lower[3], const Zor8u upper[3]);
+/** Number of pixels within a range (8u, AC4). More above zoriCountInRange_8u_C1R. */
 ZorStatus zoriCountInRange_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
                                    const Zor8u lower[3], const Zor8u upper[3]);
+/** Number of pixels within a range (32f, C1). More above zoriCountInRange_8u_C1R. */
 ZorStatus zoriCountInRange_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor32f lower,
                                    Zor32f upper);
+/** Number of pixels within a range (32f, C3). More above zoriCountInRange_8u_C1R. */
 ZorStatus zoriCountInRange_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
                                    const Zor32f lower[3], const Zor32f upper[3]);
+/** Number of pixels within a range (32f, AC4). More above zoriCountInRange_8u_C1R. */
 ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, int count[3],
                                     const Zor32f lower[3], const Zor32f upper[3]);
 
@@ -360,53 +507,101 @@ ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize 
  * Rounding: the caller's mode (Norm_L1, 32f and Norm_L2, 8u 16u 16s 32f); to nearest (others).
  */
 ZorStatus zoriNorm_Inf_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (8u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (8u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (8u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16s, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16s, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (32f, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (32f, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (32f, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (32f, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (8u, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (8u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (8u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (8u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16s, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16s, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (32f, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of an image (32f, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of an image (32f, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of an image (32f, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L1_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of an image (8u, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (8u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (8u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_8u_C4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (8u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16u, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16u, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16u_C4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16u, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16s_C1R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of an image (16s, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16s_C3R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (16s, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16s_C4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of an image (16s, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_16s_AC4R(const Zor16s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of an image (32f, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of an image (32f, C3). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of an image (32f, C4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_32f_C4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of an image (32f, AC4). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_L2_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of an image (32s, C1). More above zoriNorm_Inf_8u_C1R. */
 ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
 
 /*
@@ -435,98 +630,145 @@ ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSi
  */
 ZorStatus zoriNormDiff_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (8u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (8u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (8u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                     ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16s, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16s, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                     ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (32f, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (32f, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (32f, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (32f, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                     ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (8u, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f* pNorm);
+/** Norm of the difference of two images (8u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[3]);
+/** Norm of the difference of two images (8u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[4]);
+/** Norm of the difference of two images (8u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16s, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16s, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (32f, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of the difference of two images (32f, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images (32f, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of the difference of two images (32f, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images (8u, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f* pNorm);
+/** Norm of the difference of two images (8u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[3]);
+/** Norm of the difference of two images (8u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[4]);
+/** Norm of the difference of two images (8u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16u, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16u, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16u, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images (16s, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (16s, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images (16s, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images (32f, C1). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of the difference of two images (32f, C3). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images (32f, C4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of the difference of two images (32f, AC4). More above zoriNormDiff_Inf_8u_C1R. */
 ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
 
@@ -560,98 +802,145 @@ ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor3
  */
 ZorStatus zoriNormRel_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (8u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (8u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (8u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16s, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16s, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (32f, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (32f, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (32f, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (32f, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_Inf_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (8u, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (8u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (8u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (8u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16s, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16s, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (32f, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L1_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images, relative to the second (8u, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (8u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_8u_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (8u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_8u_C4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                 Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (8u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_8u_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16u_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16u, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16u_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16u, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16u_C4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16u, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16u_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16s_C1R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm);
+/** Norm of the difference of two images, relative to the second (16s, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16s_C3R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (16s, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4]);
+/** Norm of the difference of two images, relative to the second (16s, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_16s_AC4R(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3]);
+/** Norm of the difference of two images, relative to the second (32f, C1). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f* pNorm, ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, C3). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, C4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_32f_C4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                  ZorImgSize roiSize, Zor64f norm[4], ZorHint hint);
+/** Norm of the difference of two images, relative to the second (32f, AC4). More above zoriNormRel_Inf_8u_C1R. */
 ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f norm[3], ZorHint hint);
 
@@ -676,6 +965,7 @@ ZorStatus zoriNormRel_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32
  * Rounding: to nearest.
  */
 ZorStatus zoriMomentInitAlloc_64f(ZorMomentState** ppState, ZorHint hint);
+/** Make a moment state (64s). More above zoriMomentInitAlloc_64f. */
 ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint);
 
 /*
@@ -721,6 +1011,7 @@ ZorStatus zoriMomentInit_64s(ZorMomentState* pState, ZorHint hint);
  * Rounding: to nearest.
  */
 ZorStatus zoriMomentFree_64f(ZorMomentState* pState);
+/** Release a moment state (64s). More above zoriMomentFree_64f. */
 ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
 
 /*
@@ -746,19 +1037,33 @@ ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriMoments64f_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (8u, C3). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (8u, AC4). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, C1). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, C3). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, AC4). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (32f, C1). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (32f, C3). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_32f_C3R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (32f, AC4). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64f_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (8u, C1). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (8u, C3). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_8u_C3R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (8u, AC4). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_8u_AC4R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, C1). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_16u_C1R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, C3). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_16u_C3R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
+/** Raw moments of a region up to the third order (16u, AC4). More above zoriMoments64f_8u_C1R. */
 ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
 
 /*
@@ -786,6 +1091,7 @@ ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize ro
  */
 ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                    ZorImgPoint roiOffset, Zor64f* pValue);
+/** Spatial moment from a moment state (64s). More above zoriGetSpatialMoment_64f. */
 ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                    ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
 
@@ -815,6 +1121,7 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
+/** Central moment from a moment state (64s). More above zoriGetCentralMoment_64f. */
 ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64s* pValue,
                                    int scaleFactor);
 
@@ -844,10 +1151,13 @@ ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int n
  */
 ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                              ZorImgPoint roiOffset, Zor64f* pValue);
+/** Normalised moment from a moment state (64s). More above zoriGetNormalizedSpatialMoment_64f. */
 ZorStatus zoriGetNormalizedSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                              ZorImgPoint roiOffset, Zor64s* pValue, int scaleFactor);
+/** Normalised moment from a moment state (64f). More above zoriGetNormalizedSpatialMoment_64f. */
 ZorStatus zoriGetNormalizedCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                              Zor64f* pValue);
+/** Normalised moment from a moment state (64s). More above zoriGetNormalizedSpatialMoment_64f. */
 ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
                                              Zor64s* pValue, int scaleFactor);
 
@@ -883,6 +1193,7 @@ ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int m
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7]);
+/** Seven rotation-invariant moments from a moment state (64s). More above zoriGetHuMoments_64f. */
 ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64s pHu[7], int scaleFactor);
 
 /*
@@ -910,23 +1221,35 @@ ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64
  */
 ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                      ZorImgSize roiSize, Zor32f* pQualityIndex);
+/** Universal quality index of two images (8u to 32f, C3). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_8u32f_C3R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                      ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+/** Universal quality index of two images (8u to 32f, AC4). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_8u32f_AC4R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                       ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+/** Universal quality index of two images (16u to 32f, C1). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_16u32f_C1R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                       ZorImgSize roiSize, Zor32f* pQualityIndex);
+/** Universal quality index of two images (16u to 32f, C3). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_16u32f_C3R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                       ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+/** Universal quality index of two images (16u to 32f, AC4). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_16u32f_AC4R(const Zor16u* pSrc1, int src1Step, const Zor16u* pSrc2, int src2Step,
                                        ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+/** Universal quality index of two images (32f, C1). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor32f* pQualityIndex);
+/** Universal quality index of two images (32f, C3). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_32f_C3R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                    ZorImgSize roiSize, Zor32f pQualityIndex[3]);
+/** Universal quality index of two images (32f, AC4). More above zoriQualityIndex_8u32f_C1R. */
 ZorStatus zoriQualityIndex_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                     ZorImgSize roiSize, Zor32f pQualityIndex[3]);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif

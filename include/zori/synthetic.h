@@ -6,6 +6,10 @@
 
 #include "zori/types.h"
 
+#ifdef ZORI_WARN_UNUSED_STATUS
+#define ZorStatus __attribute__((__warn_unused_result__)) ZorStatus
+#endif
+
 ZORI_BEGIN_DECLS
 
 /*
@@ -35,28 +39,74 @@ ZORI_BEGIN_DECLS
  * Rounding: the caller's mode.
  */
 ZorStatus zoriImageJaehne_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8u, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8u_C3R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8u, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8u_C4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8u, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8u_AC4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8s, C1).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8s_C1R(Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8s, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8s_C3R(Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8s, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8s_C4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (8s, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_8s_AC4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16u, C1).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16u_C1R(Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16u, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16u_C3R(Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16u, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16u_C4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16u, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16u_AC4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16s, C1).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16s_C1R(Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16s, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16s_C3R(Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16s, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16s_C4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (16s, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_16s_AC4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32s, C1).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32s_C1R(Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32s, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32s_C3R(Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32s, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32s_C4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32s, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32s_AC4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32f, C1).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32f_C1R(Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32f, C3).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32f_C3R(Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32f, C4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32f_C4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial test pattern whose frequency rises with the distance from the centre (32f, AC4).
+ * More above zoriImageJaehne_8u_C1R. */
 ZorStatus zoriImageJaehne_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 
 /*
@@ -77,50 +127,73 @@ ZorStatus zoriImageJaehne_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize
  */
 ZorStatus zoriImageRamp_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8u, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8u_C3R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8u, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8u_C4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8u, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8u_AC4R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (8s, C1). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8s_C1R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8s, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8s_C3R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8s, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8s_C4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
+/** Linear ramp (8s, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_8s_AC4R(Zor8s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16u, C1). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16u_C1R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16u, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16u_C3R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16u, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16u_C4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16u, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16u_AC4R(Zor16u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                  ZorRampAxis axis);
+/** Linear ramp (16s, C1). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16s_C1R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16s, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16s_C3R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16s, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16s_C4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (16s, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_16s_AC4R(Zor16s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                  ZorRampAxis axis);
+/** Linear ramp (32s, C1). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32s_C1R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32s, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32s_C3R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32s, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32s_C4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32s, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32s_AC4R(Zor32s* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                  ZorRampAxis axis);
+/** Linear ramp (32f, C1). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32f_C1R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32f, C3). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32f_C3R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32f, C4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32f_C4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                 ZorRampAxis axis);
+/** Linear ramp (32f, AC4). More above zoriImageRamp_8u_C1R. */
 ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                  ZorRampAxis axis);
 
@@ -150,34 +223,49 @@ ZorStatus zoriImageRamp_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize, 
  */
 ZorStatus zoriAddRandUniform_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
                                             Zor32u* pSeed);
+/** Add uniform noise to an image (8u, C3, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
                                             Zor32u* pSeed);
+/** Add uniform noise to an image (8u, C4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
                                             Zor32u* pSeed);
+/** Add uniform noise to an image (8u, AC4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u low, Zor8u high,
                                              Zor32u* pSeed);
+/** Add uniform noise to an image (16u, C1, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
                                              Zor16u high, Zor32u* pSeed);
+/** Add uniform noise to an image (16u, C3, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
                                              Zor16u high, Zor32u* pSeed);
+/** Add uniform noise to an image (16u, C4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
                                              Zor16u high, Zor32u* pSeed);
+/** Add uniform noise to an image (16u, AC4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u low,
                                               Zor16u high, Zor32u* pSeed);
+/** Add uniform noise to an image (16s, C1, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
                                              Zor16s high, Zor32u* pSeed);
+/** Add uniform noise to an image (16s, C3, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
                                              Zor16s high, Zor32u* pSeed);
+/** Add uniform noise to an image (16s, C4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
                                              Zor16s high, Zor32u* pSeed);
+/** Add uniform noise to an image (16s, AC4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s low,
                                               Zor16s high, Zor32u* pSeed);
+/** Add uniform noise to an image (32f, C1, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
                                              Zor32f high, Zor32u* pSeed);
+/** Add uniform noise to an image (32f, C3, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
                                              Zor32f high, Zor32u* pSeed);
+/** Add uniform noise to an image (32f, C4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
                                              Zor32f high, Zor32u* pSeed);
+/** Add uniform noise to an image (32f, AC4, in place). More above zoriAddRandUniform_Direct_8u_C1IR. */
 ZorStatus zoriAddRandUniform_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f low,
                                               Zor32f high, Zor32u* pSeed);
 
@@ -204,34 +292,49 @@ ZorStatus zoriAddRandUniform_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Z
  */
 ZorStatus zoriAddRandGauss_Direct_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
                                           Zor32u* pSeed);
+/** Add Gaussian noise to an image (8u, C3, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
                                           Zor32u* pSeed);
+/** Add Gaussian noise to an image (8u, C4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
                                           Zor32u* pSeed);
+/** Add Gaussian noise to an image (8u, AC4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor8u mean, Zor8u stdDev,
                                            Zor32u* pSeed);
+/** Add Gaussian noise to an image (16u, C1, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
                                            Zor16u stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16u, C3, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16u_C3IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
                                            Zor16u stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16u, C4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16u_C4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
                                            Zor16u stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16u, AC4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16u_AC4IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16u mean,
                                             Zor16u stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16s, C1, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16s_C1IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
                                            Zor16s stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16s, C3, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16s_C3IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
                                            Zor16s stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16s, C4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16s_C4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
                                            Zor16s stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (16s, AC4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_16s_AC4IR(Zor16s* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor16s mean,
                                             Zor16s stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (32f, C1, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
                                            Zor32f stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (32f, C3, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
                                            Zor32f stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (32f, C4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
                                            Zor32f stdDev, Zor32u* pSeed);
+/** Add Gaussian noise to an image (32f, AC4, in place). More above zoriAddRandGauss_Direct_8u_C1IR. */
 ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize, Zor32f mean,
                                             Zor32f stdDev, Zor32u* pSeed);
 
@@ -265,16 +368,27 @@ ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Zor
  * Rounding: to nearest.
  */
 ZorStatus zoriWinBartlett_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (8u, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinBartlett_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Radial window function (16u, C1). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinBartlett_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (16u, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinBartlett_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Radial window function (32f, C1). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinBartlett_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (32f, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinBartlett_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Radial window function (8u, C1). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (8u, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Radial window function (16u, C1). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (16u, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Radial window function (32f, C1). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Radial window function (32f, C1, in place). More above zoriWinBartlett_8u_C1R. */
 ZorStatus zoriWinHamming_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 /*
@@ -300,18 +414,33 @@ ZorStatus zoriWinHamming_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * Rounding: the caller's mode.
  */
 ZorStatus zoriWinBartlettSep_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (8u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinBartlettSep_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Separable window function (16u, C1). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinBartlettSep_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (16u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinBartlettSep_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Separable window function (32f, C1). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinBartlettSep_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (32f, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinBartlettSep_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Separable window function (8u, C1). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (8u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_8u_C1IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Separable window function (16u, C1). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_16u_C1R(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (16u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_16u_C1IR(Zor16u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
+/** Separable window function (32f, C1). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
+/** Separable window function (32f, C1, in place). More above zoriWinBartlettSep_8u_C1R. */
 ZorStatus zoriWinHammingSep_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
 ZORI_END_DECLS
+
+#ifdef ZORI_WARN_UNUSED_STATUS
+#undef ZorStatus
+#endif
 
 #endif
