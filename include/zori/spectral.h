@@ -442,6 +442,111 @@ ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
                                            const ZorDftImgRecord32s* pRecord, int scaleFactor, Zor8u* pBuffer);
 
 /*
+ * zori{DCTFwd,DCTInv}{InitAlloc,GetBufSize}_32f
+ *
+ * Records of the cosine transform.
+ *
+ * InitAlloc makes the record of the cosine transform of images of roiSize, any size, and stores its address
+ * in ppRecord; forward and inverse records are of different kinds. One record serves every layout. It belongs
+ * to the caller, who releases it with zoriDCTFwdFree_32f or zoriDCTInvFree_32f. Transforms only read it, so
+ * any number of threads may use one at the same time, each with a work buffer of its own. hint is accepted
+ * for all values and changes nothing.
+ *
+ * The length of a side decides the method: powers of two and lengths of small factors go through the FFT,
+ * factor by factor; a prime up to 149 by a matrix of cosines; lengths above 150 with a greater prime through
+ * a convolution, at a few times the cost. An image of 8 by 8 is one block of zoriDCT8x8Fwd_32f_C1.
+ *
+ * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer: about 64
+ * for each pixel of the longer side, and for an image of 8 by 8 always 1040.
+ *
+ * ZorErrSize: width or height below 1. ZorErrAlloc: no memory, or a work buffer of more bytes than an int
+ * tells; no record is left behind. ZorErrContext: pRecord is not a record of this kind.
+ *
+ * Checks (DCTFwdGetBufSize DCTInvGetBufSize): null pointers, pRecord (ZorErrContext).
+ * Checks (others): null pointers, region size.
+ * Other statuses: ZorErrAlloc (DCTFwdInitAlloc DCTInvInitAlloc).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDCTFwdInitAlloc_32f, in the other forms their like.
+ */
+ZorStatus zoriDCTFwdInitAlloc_32f(ZorDctImgRecord** ppRecord, ZorImgSize roiSize, ZorHint hint);
+/** Records of the cosine transform (32f). More above zoriDCTFwdInitAlloc_32f. */
+ZorStatus zoriDCTFwdGetBufSize_32f(const ZorDctImgRecord* pRecord, int* pSize);
+/** Records of the cosine transform (32f). More above zoriDCTFwdInitAlloc_32f. */
+ZorStatus zoriDCTInvInitAlloc_32f(ZorDctImgRecord** ppRecord, ZorImgSize roiSize, ZorHint hint);
+/** Records of the cosine transform (32f). More above zoriDCTFwdInitAlloc_32f. */
+ZorStatus zoriDCTInvGetBufSize_32f(const ZorDctImgRecord* pRecord, int* pSize);
+
+/*
+ * zori{DCTFwd,DCTInv}Free_32f
+ *
+ * Release of a record of the cosine transform.
+ *
+ * Releases a record that the InitAlloc function of the same direction made, with all it holds. A released
+ * record must not be used again. ZorErrContext: pRecord is not a record of this kind; nothing is released.
+ *
+ * Checks: null pointers, pRecord (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDCTFwdFree_32f(ZorDctImgRecord* pRecord);
+/** Release of a record of the cosine transform (32f). More above zoriDCTFwdFree_32f. */
+ZorStatus zoriDCTInvFree_32f(ZorDctImgRecord* pRecord);
+
+/*
+ * zori{DCTFwd,DCTInv}_32f_{C1,C3,C4,AC4}R
+ *
+ * Discrete cosine transform of an image of any size.
+ *
+ * The orthonormal cosine transform along rows and columns of the image that the record was made for. Forward,
+ * of a row or column x of length n: y(0) = sqrt(1/n) * sum of x(i), y(k) = sqrt(2/n) * sum of x(i) * cos(pi *
+ * k * (2i + 1) / (2n)). The inverse is its transpose, so that forward and inverse in a row give the image
+ * back up to rounding. Coefficient (u, v) stands in column u and row v; a constant image c has one
+ * coefficient, sqrt(W * H) * c at (0, 0).
+ *
+ * C3 and C4 transform each channel; AC4 leaves the destination's fourth channel as it was. Source and
+ * destination may be one image. All arithmetic is single precision. pRecord comes from
+ * zoriDCTFwdInitAlloc_32f or zoriDCTInvInitAlloc_32f; there is no size argument. pBuffer is work memory of
+ * the size told by zoriDCTFwdGetBufSize_32f or zoriDCTInvGetBufSize_32f, at any address; with a null pointer
+ * the call takes and releases its own. An image of 8 by 8 gives the bits of zoriDCT8x8Fwd_32f_C1 and
+ * zoriDCT8x8Inv_32f_C1.
+ *
+ * Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this kind,
+ * ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
+ *
+ * Checks: null pRecord, pRecord (ZorErrContext), null pSrc, pDst, steps.
+ * Other statuses: ZorErrAlloc.
+ * Same image allowed: pDst = pSrc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pRecord by zoriDCTFwdInitAlloc_32f, size of pBuffer by zoriDCTFwdGetBufSize_32f, in the other forms
+ *   their like.
+ */
+ZorStatus zoriDCTFwd_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, C3). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTFwd_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, C4). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTFwd_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, AC4). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTFwd_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                              const ZorDctImgRecord* pRecord, Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, C1). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTInv_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, C3). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTInv_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, C4). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTInv_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, const ZorDctImgRecord* pRecord,
+                             Zor8u* pBuffer);
+/** Discrete cosine transform of an image of any size (32f, AC4). More above zoriDCTFwd_32f_C1R. */
+ZorStatus zoriDCTInv_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
+                              const ZorDctImgRecord* pRecord, Zor8u* pBuffer);
+
+/*
  * zori{DCT8x8Fwd,DCT8x8Inv}_16s_{C1,C1I}
  *
  * Cosine transform of an 8 x 8 block of integers.
@@ -607,6 +712,164 @@ ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
 ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Zigzag order of a block (16s, C1). More above zoriZigzagFwd8x8_16s_C1. */
 ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
+
+/*
+ * zori{WTFwd,WTInv}InitAlloc_32f_{C1R,C3R}
+ *
+ * State of a wavelet transform.
+ *
+ * Makes the state of one level of a wavelet decomposition (WTFwd) or reconstruction (WTInv) from a low-pass
+ * and a high-pass filter, any two, and stores its address in ppState. pTapsLow holds lenLow taps, pTapsHigh
+ * lenHigh; anchorLow and anchorHigh, from 0 to length - 1, place the filters, as told at zoriWTFwd_32f_C1R
+ * and zoriWTInv_32f_C1R. The taps are copied. C1R and C3R states are made by the functions of their layout,
+ * and each serves that layout alone.
+ *
+ * The state belongs to the caller, who releases it with the Free function of the same name. Transforms only
+ * read it, so any number of threads may use one at the same time, each with a work buffer of its own.
+ *
+ * ZorErrSize: a length below 2. ZorErrAnchor: an anchor outside its filter. ZorErrAlloc: no memory, or a work
+ * buffer of more bytes than an int tells; ppState then receives a null pointer.
+ *
+ * Checks: null pointers, lenLow < 2, lenHigh < 2 (ZorErrSize), anchorLow < 0, anchorLow >= lenLow, anchorHigh
+ *   < 0, anchorHigh >= lenHigh (ZorErrAnchor).
+ * Other statuses: ZorErrAlloc (ppState written).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriWTFwdInitAlloc_32f_C1R(ZorWtFwdState** ppState, const Zor32f* pTapsLow, int lenLow, int anchorLow,
+                                     const Zor32f* pTapsHigh, int lenHigh, int anchorHigh);
+/** State of a wavelet transform (32f, C3). More above zoriWTFwdInitAlloc_32f_C1R. */
+ZorStatus zoriWTFwdInitAlloc_32f_C3R(ZorWtFwdState** ppState, const Zor32f* pTapsLow, int lenLow, int anchorLow,
+                                     const Zor32f* pTapsHigh, int lenHigh, int anchorHigh);
+/** State of a wavelet transform (32f, C1). More above zoriWTFwdInitAlloc_32f_C1R. */
+ZorStatus zoriWTInvInitAlloc_32f_C1R(ZorWtInvState** ppState, const Zor32f* pTapsLow, int lenLow, int anchorLow,
+                                     const Zor32f* pTapsHigh, int lenHigh, int anchorHigh);
+/** State of a wavelet transform (32f, C3). More above zoriWTFwdInitAlloc_32f_C1R. */
+ZorStatus zoriWTInvInitAlloc_32f_C3R(ZorWtInvState** ppState, const Zor32f* pTapsLow, int lenLow, int anchorLow,
+                                     const Zor32f* pTapsHigh, int lenHigh, int anchorHigh);
+
+/*
+ * zori{WTFwd,WTInv}GetBufSize_{C1R,C3R}
+ *
+ * Work memory of a wavelet transform.
+ *
+ * Stores the bytes of the work buffer that the transform with this state requires: two lines of a strip, 512
+ * pixels for zoriWTFwd_32f and 256 for zoriWTInv_32f, with the margins that the filters reach. With n floats
+ * a line, these are n * 4 bytes, rounded up to a multiple of 32, and n * 4 more. The size does not depend on
+ * the image. ZorErrContext: pState is not a state of this kind and layout.
+ *
+ * Checks: null pointers, pState (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pState by zoriWTFwdInitAlloc_32f_C1R, in the other forms their like.
+ */
+ZorStatus zoriWTFwdGetBufSize_C1R(const ZorWtFwdState* pState, int* pSize);
+/** Work memory of a wavelet transform (C3). More above zoriWTFwdGetBufSize_C1R. */
+ZorStatus zoriWTFwdGetBufSize_C3R(const ZorWtFwdState* pState, int* pSize);
+/** Work memory of a wavelet transform (C1). More above zoriWTFwdGetBufSize_C1R. */
+ZorStatus zoriWTInvGetBufSize_C1R(const ZorWtInvState* pState, int* pSize);
+/** Work memory of a wavelet transform (C3). More above zoriWTFwdGetBufSize_C1R. */
+ZorStatus zoriWTInvGetBufSize_C3R(const ZorWtInvState* pState, int* pSize);
+
+/*
+ * zori{WTFwd,WTInv}Free_32f_{C1R,C3R}
+ *
+ * Release of a wavelet state.
+ *
+ * Releases a state that the InitAlloc function of the same name made, with all it holds. A released state
+ * must not be used again. ZorErrContext: pState is not a state of this kind and layout; nothing is released.
+ *
+ * Checks: null pointers, pState (ZorErrContext).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriWTFwdFree_32f_C1R(ZorWtFwdState* pState);
+/** Release of a wavelet state (32f, C3). More above zoriWTFwdFree_32f_C1R. */
+ZorStatus zoriWTFwdFree_32f_C3R(ZorWtFwdState* pState);
+/** Release of a wavelet state (32f, C1). More above zoriWTFwdFree_32f_C1R. */
+ZorStatus zoriWTInvFree_32f_C1R(ZorWtInvState* pState);
+/** Release of a wavelet state (32f, C3). More above zoriWTFwdFree_32f_C1R. */
+ZorStatus zoriWTInvFree_32f_C3R(ZorWtInvState* pState);
+
+/*
+ * zoriWTFwd_32f_{C1R,C3R}
+ *
+ * One level of a wavelet decomposition.
+ *
+ * Filters an image of twice dstRoiSize along rows and columns with the low-pass and the high-pass filter of
+ * the state, keeps every second result in both directions and writes four images of dstRoiSize: pDstLL low in
+ * both directions, pDstHL high along columns and low along rows, pDstLH low along columns and high along
+ * rows, pDstHH high in both. More levels come from transforming pDstLL again.
+ *
+ * Along one direction result n is the sum over k of taps[k] * s(2n + anchor - k), in single precision, the
+ * columns first. The image therefore needs a margin beyond its 2 * width by 2 * height pixels, which the
+ * caller provides around pSrc: on the left and above the larger of the two filters' length - anchor - 1, on
+ * the right and below the larger anchor - 1 (none for anchors 0 and 1). No border is made here; the
+ * CopyReplicateBorder and CopyWrapBorder functions make one.
+ *
+ * C3R transforms each channel. pState comes from zoriWTFwdInitAlloc_32f of the layout; pBuffer has the size
+ * told by zoriWTFwdGetBufSize, may stand at any address and is required. Nothing is allocated. Images are
+ * worked in strips of 256 result columns.
+ *
+ * The state is looked at first: ZorErrNullPtr without one, ZorErrContext when it is not a forward state of
+ * this layout or is damaged; then come the other pointers, the size and the five steps.
+ *
+ * Checks: null pState, pState (ZorErrContext), null pSrc, pDstLL, pDstHL, pDstLH, pDstHH, pBuffer, sizes,
+ *   steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pState by zoriWTFwdInitAlloc_32f_C1R, size of pBuffer by zoriWTFwdGetBufSize_C1R, in the other
+ *   forms their like.
+ */
+ZorStatus zoriWTFwd_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDstLL, int dstLLStep,
+                            Zor32f* pDstHL, int dstHLStep, Zor32f* pDstLH, int dstLHStep, Zor32f* pDstHH, int dstHHStep,
+                            ZorImgSize dstRoiSize, const ZorWtFwdState* pState, Zor8u* pBuffer);
+/** One level of a wavelet decomposition (32f, C3). More above zoriWTFwd_32f_C1R. */
+ZorStatus zoriWTFwd_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDstLL, int dstLLStep,
+                            Zor32f* pDstHL, int dstHLStep, Zor32f* pDstLH, int dstLHStep, Zor32f* pDstHH, int dstHHStep,
+                            ZorImgSize dstRoiSize, const ZorWtFwdState* pState, Zor8u* pBuffer);
+
+/*
+ * zoriWTInv_32f_{C1R,C3R}
+ *
+ * One level of a wavelet reconstruction.
+ *
+ * The way back from the four images of zoriWTFwd_32f to one of twice srcRoiSize: each is spread by two along
+ * rows and columns, filtered with the low-pass or high-pass filter of the state for each direction, and the
+ * four are added. Along one direction result m is the sum over k of taps[k] * u(m + anchor - k), where u(2n +
+ * 1) = s(n) and u(2n) = 0, in single precision, the columns first.
+ *
+ * The filters of the way back to the image belong to the wavelet. For an orthonormal one, such as that of
+ * Haar or Daubechies, they are those of the way there with their taps in reverse order and length - anchor
+ * for anchor.
+ *
+ * Source samples beyond srcRoiSize are read where the filters reach them, and the caller provides them around
+ * all four images: (length - anchor) / 2 on the left and above, anchor / 2 on the right and below, in whole
+ * numbers, the larger of the two filters. The Haar pair with anchors 1 needs none.
+ *
+ * C3R transforms each channel. pState comes from zoriWTInvInitAlloc_32f of the layout; pBuffer has the size
+ * told by zoriWTInvGetBufSize, may stand at any address and is required. Nothing is allocated. Images are
+ * worked in strips of 256 source columns.
+ *
+ * The state is looked at first: ZorErrNullPtr without one, ZorErrContext when it is not an inverse state of
+ * this layout or is damaged; then come the other pointers, the size and the five steps.
+ *
+ * Checks: null pState, pState (ZorErrContext), null pSrcLL, pSrcHL, pSrcLH, pSrcHH, pDst, pBuffer, sizes,
+ *   steps.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pState by zoriWTInvInitAlloc_32f_C1R, size of pBuffer by zoriWTInvGetBufSize_C1R, in the other
+ *   forms their like.
+ */
+ZorStatus zoriWTInv_32f_C1R(const Zor32f* pSrcLL, int srcLLStep, const Zor32f* pSrcHL, int srcHLStep,
+                            const Zor32f* pSrcLH, int srcLHStep, const Zor32f* pSrcHH, int srcHHStep,
+                            ZorImgSize srcRoiSize, Zor32f* pDst, int dstStep, const ZorWtInvState* pState,
+                            Zor8u* pBuffer);
+/** One level of a wavelet reconstruction (32f, C3). More above zoriWTInv_32f_C1R. */
+ZorStatus zoriWTInv_32f_C3R(const Zor32f* pSrcLL, int srcLLStep, const Zor32f* pSrcHL, int srcHLStep,
+                            const Zor32f* pSrcLH, int srcLHStep, const Zor32f* pSrcHH, int srcHHStep,
+                            ZorImgSize srcRoiSize, Zor32f* pDst, int dstStep, const ZorWtInvState* pState,
+                            Zor8u* pBuffer);
 
 /*
  * zori{MulPack,MulPackConj}_32f_{C1,C3,C4,AC4}{R,IR}

@@ -568,6 +568,10 @@ inline Vec<float> oddLanes(Vec<float> a, Vec<float> b) { return shuffle<3, 1, 3,
 inline Vec<float> pairsLow(Vec<float> even, Vec<float> odd) { return interleaveLow(even, odd); }
 inline Vec<float> pairsHigh(Vec<float> even, Vec<float> odd) { return interleaveHigh(even, odd); }
 
+// The first (second) of each pair in a, then those in b, in their order.
+inline Vec<float> evenInOrder(Vec<float> a, Vec<float> b) { return shuffle<2, 0, 2, 0>(a, b); }
+inline Vec<float> oddInOrder(Vec<float> a, Vec<float> b) { return shuffle<3, 1, 3, 1>(a, b); }
+
 // Lane j of vector i becomes lane i of vector j.
 inline void transposeLanes(Vec<float> (&x)[Vec<float>::size])
 {

@@ -62,14 +62,16 @@ struct alignas(16) PairTable {
   Words operator[](int i) const { return loadAligned<std::int16_t>(values[i]); }
 };
 
-// Forward, for pairs of sums and differences (s0 s1 d0 d1 s0 s1 d0 d1) and (s2 s3 d2 d3 s2 s3 d2 d3): coefficients 0 to
-// 3 by vectors 0 and 1, coefficients 4 to 7 by vectors 2 and 3.
+// Forward, for pairs of sums and differences (s0 s1 d0 d1 s2 s3 d2 d3) and the same with its halves exchanged:
+// coefficients 0 to 3 by vectors 0 and 1, coefficients 4 to 7 by vectors 2 and 3.
 constexpr PairTable forwardTable(Weight w)
 {
   PairTable t{};
   for (int u = 0; u < 8; ++u)
-    for (int k = 0; k < 4; ++k)
-      t.values[u / 4 * 2 + k / 2][u % 4 * 2 + k % 2] = static_cast<std::int16_t>(basis(w, u, k));
+    for (int k = 0; k < 4; ++k) {
+      const bool isExchanged = u % 4 / 2 != k / 2;
+      t.values[u / 4 * 2 + isExchanged][u % 4 * 2 + k % 2] = static_cast<std::int16_t>(basis(w, u, k));
+    }
   return t;
 }
 
@@ -147,26 +149,32 @@ template <class T> inline Words pairOf64(T a, T b, bool high)
 // The words of the upper half in reverse.
 inline Words upperReversed(Words x) { return shuffleWordsHigh<0, 1, 2, 3>(x); }
 
-// Coefficients of one row from its sums and differences (s0 s1 s2 s3 d0 d1 d2 d3).
-inline Words forwardRow(Words sumsAndDifferences, const PairTable& table)
+// Coefficients of one row from its sums and differences (s0 s1 d0 d1 s2 s3 d2 d3).
+inline Words forwardRow(Sums pairs, const PairTable& table)
 {
-  const Sums pairs = as<std::int32_t>(sumsAndDifferences), half = splat(0x80000);
-  const Words first = as<std::int16_t>(shuffle<2, 0, 2, 0>(pairs)),
-              second = as<std::int16_t>(shuffle<3, 1, 3, 1>(pairs));
-  const Sums low = mulAddPairs(first, table[0]) + mulAddPairs(second, table[1]) + half;
-  const Sums high = mulAddPairs(first, table[2]) + mulAddPairs(second, table[3]) + half;
+  const Sums half = splat(0x80000);
+  const Words x = as<std::int16_t>(pairs), exchanged = as<std::int16_t>(shuffle<1, 0, 3, 2>(pairs));
+  const Sums low = mulAddPairs(x, table[0]) + mulAddPairs(exchanged, table[1]) + half;
+  const Sums high = mulAddPairs(x, table[2]) + mulAddPairs(exchanged, table[3]) + half;
   return narrowSat<std::int16_t>(shiftRight<20>(low), shiftRight<20>(high));
+}
+
+// Two rows of one weight.
+inline void forwardRows(Words& first, Words& second, Weight weight)
+{
+  const Words x = upperReversed(first), y = upperReversed(second);
+  const Words low = pairOf64(x, y, false), high = pairOf64(x, y, true);
+  const Sums s = as<std::int32_t>(addSat(low, high)), d = as<std::int32_t>(subSat(low, high));
+  first = forwardRow(interleaveLow(s, d), forwardTables.of[weight]);
+  second = forwardRow(interleaveHigh(s, d), forwardTables.of[weight]);
 }
 
 inline void forwardRows(Block& b)
 {
-  for (int r = 0; r < 8; r += 2) {
-    const Words x = upperReversed(b.row[r]), y = upperReversed(b.row[r + 1]);
-    const Words low = pairOf64(x, y, false), high = pairOf64(x, y, true);
-    const Words s = addSat(low, high), d = subSat(low, high);
-    b.row[r] = forwardRow(pairOf64(s, d, false), forwardTables.of[weightOfRow[r]]);
-    b.row[r + 1] = forwardRow(pairOf64(s, d, true), forwardTables.of[weightOfRow[r + 1]]);
-  }
+  forwardRows(b.row[0], b.row[4], W16384);
+  forwardRows(b.row[2], b.row[6], W21407);
+  forwardRows(b.row[1], b.row[7], W22725);
+  forwardRows(b.row[3], b.row[5], W19266);
 }
 
 // ---- Inverse ----

@@ -28,19 +28,21 @@ constexpr Order backward()
   return order;
 }
 
-ZorStatus reorder(const Zor16s* pSrc, Zor16s* pDst, const Order& order)
+constexpr Order toScan = forward(), toBlock = backward();
+
+// Every place is a constant of the code.
+template <const Order& order> ZorStatus reorder(const Zor16s* pSrc, Zor16s* pDst)
 {
   if (auto s = nonNull(pSrc, pDst); s != ZorOk) return s;
+#pragma GCC unroll 64
   for (int i = 0; i < 64; ++i) put(pDst + i, get<Zor16s>(pSrc + order.from[i]));
   return ZorOk;
 }
-
-constexpr Order toScan = forward(), toBlock = backward();
 
 } // namespace
 } // namespace zori
 
 using namespace zori;
 
-ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst) { return reorder(pSrc, pDst, toScan); }
-ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst) { return reorder(pSrc, pDst, toBlock); }
+ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst) { return reorder<toScan>(pSrc, pDst); }
+ZorStatus zoriZigzagInv8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst) { return reorder<toBlock>(pSrc, pDst); }

@@ -107,34 +107,6 @@ template <class F> struct Held {
   }
 };
 
-// Rows of floats with some between them; the last one ends at a page without access.
-struct Floats {
-  int width, height, step;
-  Guarded<unsigned char> bytes;
-  Floats(int w, int h, int padding)
-    : width(w), height(h), step(w * 4 + padding),
-      bytes(static_cast<size_t>(step) * (h - 1) + static_cast<size_t>(w) * 4)
-  {
-    std::memset(bytes.get(), 0xab, bytes.size());
-  }
-  float* data() const { return reinterpret_cast<float*>(bytes.get()); }
-  float get(int x, int y) const
-  {
-    float v;
-    std::memcpy(&v, bytes.get() + static_cast<size_t>(y) * step + 4 * x, 4);
-    return v;
-  }
-  void put(int x, int y, float v) { std::memcpy(bytes.get() + static_cast<size_t>(y) * step + 4 * x, &v, 4); }
-  bool operator==(const Floats& other) const
-  {
-    for (int y = 0; y < height; ++y)
-      if (std::memcmp(bytes.get() + static_cast<size_t>(y) * step,
-                      other.bytes.get() + static_cast<size_t>(y) * other.step, static_cast<size_t>(width) * 4) != 0)
-        return false;
-    return true;
-  }
-};
-
 const Layout layouts[] = {c1, c3, c4, ac4};
 
 double factorOf(int flag, bool inverse, ZorImgSize size)

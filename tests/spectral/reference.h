@@ -8,6 +8,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -153,6 +154,34 @@ private:
   size_t count_;
   std::unique_ptr<zoritest::GuardedBlock> block_;
   T* first_;
+};
+
+// Rows of floats with some between them; the last one ends at a page without access.
+struct Floats {
+  int width, height, step;
+  Guarded<unsigned char> bytes;
+  Floats(int w, int h, int padding)
+    : width(w), height(h), step(w * 4 + padding),
+      bytes(static_cast<size_t>(step) * (h - 1) + static_cast<size_t>(w) * 4)
+  {
+    std::memset(bytes.get(), 0xab, bytes.size());
+  }
+  float* data() const { return reinterpret_cast<float*>(bytes.get()); }
+  float get(int x, int y) const
+  {
+    float v;
+    std::memcpy(&v, bytes.get() + static_cast<size_t>(y) * step + 4 * x, 4);
+    return v;
+  }
+  void put(int x, int y, float v) { std::memcpy(bytes.get() + static_cast<size_t>(y) * step + 4 * x, &v, 4); }
+  bool operator==(const Floats& other) const
+  {
+    for (int y = 0; y < height; ++y)
+      if (std::memcmp(bytes.get() + static_cast<size_t>(y) * step,
+                      other.bytes.get() + static_cast<size_t>(y) * other.step, static_cast<size_t>(width) * 4) != 0)
+        return false;
+    return true;
+  }
 };
 
 } // namespace spectral
