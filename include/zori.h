@@ -5,6 +5,7 @@
 #include "zori/types.h"
 #include "zori/arith.h"
 #include "zori/core.h"
+#include "zori/correlation.h"
 #include "zori/data.h"
 #include "zori/filter.h"
 #include "zori/geometry.h"

@@ -248,6 +248,12 @@ void transformVectorLanes(const LanePlan& plan, const void* block, float* buffer
   transform<Vec<float>>(plan, block, buffer, vectors);
 }
 
+void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors)
+{
+  const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(vectors) * laneCount<Vec<float>>;
+  toNatural<Vec<float>>(Levels(plan, block), {buffer + lanes, 2 * lanes, -lanes, vectors});
+}
+
 void transformChirp(const LanePlan& plan, const void* block, float* pairs)
 {
   fromNatural<float>(Levels(plan, block), 0, {pairs, 2, 1, 1}, 1);

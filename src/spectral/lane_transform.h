@@ -21,6 +21,10 @@ template <class V> inline void transformLanes(const LanePlan& plan, const void* 
   else transformVectorLanes(plan, block, buffer, vectors);
 }
 
+// From the order in which the forward transform leaves values back to their natural one, by the inverse transform
+// without a divisor. Not for plans of a convolution. `vectors` of Vec<float> lanes each.
+void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors);
+
 // The plan's levels alone on workLength() pairs: how a plan of a convolution forms its table.
 void transformChirp(const LanePlan& plan, const void* block, float* pairs);
 

@@ -1,0 +1,379 @@
+// Correlation in tiles: see tile_engine.h.
+#include "tile_engine.h"
+
+#include "frame/parallel.h"
+#include "result_row.h"
+#include "tile_transform.h"
+#include "window_sums.h"
+
+namespace zori {
+namespace {
+
+constexpr int strip = TileTransform::strip, element = TileTransform::element;
+
+// What the last step needs to know of a template.
+struct TemplateNumbers {
+  float energy;    // |t|^2
+  float divisor;   // of the last step, but for the window's share
+  bool clearsFlat; // a window of V = 0 is known to be flat, and its C to be 0
+};
+
+// The samples of a template one by one, as doubles.
+template <class T> struct TemplateSamples {
+  JobImage<const T> image;
+  int channels, channel;
+  bool isTurned;
+
+  T at(std::int64_t x, std::int64_t y) const
+  {
+    if (isTurned) x = image.width - 1 - x, y = image.height - 1 - y;
+    return get<T>(image.rows[static_cast<std::ptrdiff_t>(y)] + static_cast<std::ptrdiff_t>(x) * channels + channel);
+  }
+  // sum of f(sample)
+  template <class F> double sum(F f) const
+  {
+    double total = 0;
+    for (std::int64_t y = 0; y < image.height; ++y)
+      for (std::int64_t x = 0; x < image.width; ++x) total += f(static_cast<double>(at(x, y)));
+    return total;
+  }
+};
+
+// ---- Samples of a tile as they enter the transform: (sample - offset) * scale ----
+
+struct TileNumbers {
+  int offset = 0;  // of integers
+  float scale = 1; // of floats
+};
+
+// `rows` rows of 16 samples, `step` bytes apart, to every second half of an element.
+template <class T>
+[[gnu::noinline]] void takeRows(const T* from, std::ptrdiff_t step, int rows, TileNumbers numbers, float* to)
+{
+  for (int y = 0; y < rows; ++y, to += element) {
+    const char* const p = reinterpret_cast<const char*>(from) + y * step;
+    float* const __restrict row = to;
+#pragma GCC unroll 1
+    for (int i = 0; i < strip; ++i) {
+      const T sample = get<T>(p + i * static_cast<int>(sizeof(T)));
+      if constexpr (std::is_floating_point_v<T>) row[i] = sample * numbers.scale;
+      else row[i] = static_cast<float>(static_cast<int>(sample) - numbers.offset);
+    }
+  }
+}
+
+// The strip from column x on, as the real or the imaginary parts of `rows` elements.
+template <class T>
+void takeStrip(const TileView<T>& view, std::int64_t x, int rows, TileNumbers numbers, float* to, T* spare)
+{
+  const bool isThere = view.isThere(x, strip);
+  const int first = isThere ? view.firstRow(rows) : rows, end = isThere ? view.endRow(rows) : rows;
+  const auto takeOne = [&](int y) {
+    takeRows(view.run(x, y, strip, spare), 0, 1, numbers, to + static_cast<std::ptrdiff_t>(y) * element);
+  };
+  for (int y = 0; y < first; ++y) takeOne(y);
+  if (first < end)
+    takeRows(view.run(x, first, strip, spare), view.image.step, end - first, numbers,
+             to + static_cast<std::ptrdiff_t>(first) * element);
+  for (int y = end; y < rows; ++y) takeOne(y);
+}
+
+// The mean of a tile's samples as an integer.
+template <class T> int meanOf(const TileView<T>& view, int width, int height, T* spare)
+{
+  std::int64_t sum = 0;
+  for (int y = 0; y < height; ++y) {
+    const T* const p = view.run(0, y, width, spare);
+    for (int x = 0; x < width;) {
+      std::int32_t part = 0; // of at most 2^15 samples
+      for (const int end = std::min(width, x + 32768); x < end; ++x) part += get<T>(p + x);
+      sum += part;
+    }
+  }
+  return static_cast<int>(sum / (static_cast<std::int64_t>(width) * height));
+}
+
+// The greatest magnitude of a row as bits, which order as magnitudes do; a NaN is above all.
+[[gnu::noinline]] inline std::int32_t greatestBits(const float* p, int n)
+{
+  constexpr int size = Vec<float>::size;
+  std::int32_t most = 0;
+  int x = 0;
+  if (n >= 4 * size) {
+    const Vec<std::int32_t> magnitude = splat<std::int32_t>(0x7fffffff);
+    Vec<std::int32_t> a[4];
+    for (auto& v : a) v = zero<std::int32_t>();
+    for (; x + 4 * size <= n; x += 4 * size)
+      for (int k = 0; k < 4; ++k) a[k] = max(a[k], load<std::int32_t>(p + x + k * size) & magnitude);
+    alignas(32) std::int32_t lanes[size];
+    store(lanes, max(max(a[0], a[1]), max(a[2], a[3])));
+    for (std::int32_t v : lanes) most = std::max(most, v);
+  }
+  for (; x < n; ++x) most = std::max(most, get<std::int32_t>(p + x) & 0x7fffffff);
+  return most;
+}
+
+// The exponent of the greatest magnitude in a tile: 0 of zeros and tiny ones, 255 of an infinity or a NaN.
+inline int exponentOf(const TileView<float>& view, int width, int height, float* spare)
+{
+  std::int32_t most = 0;
+  for (int y = 0; y < height; ++y) most = std::max(most, greatestBits(view.run(0, y, width, spare), width));
+  return most >> 23;
+}
+
+// ---- The last step: a row of sums of products to results, w the numbers of their windows ----
+
+[[gnu::noinline]] void finishRow(LastStep last, float* __restrict c, const float* __restrict w, int n, float floor,
+                                 float factor, const TemplateNumbers& t)
+{
+  const float divisor = t.divisor, energy = t.energy;
+  switch (last) {
+  case LastStep::Plain:
+    if (factor != 1)
+      for (int x = 0; x < n; ++x) c[x] *= factor;
+    break;
+  case LastStep::Norm:
+    for (int x = 0; x < n; ++x) c[x] /= std::sqrt(w[x] < floor ? floor : w[x]) * divisor;
+    break;
+  case LastStep::Level:
+    for (int x = 0; x < n; ++x) c[x] /= std::sqrt((w[x] < floor ? floor : w[x]) * divisor);
+    if (t.clearsFlat)
+      for (int x = 0; x < n; ++x) c[x] = w[x] == 0 ? 0 : c[x];
+    break;
+  case LastStep::Distance:
+    for (int x = 0; x < n; ++x)
+      c[x] = ((c[x] * -2.0f + w[x]) + energy) / (std::sqrt(w[x] < floor ? floor : w[x]) * divisor);
+    break;
+  }
+}
+
+// ---- A job ----
+
+struct TilePlace {
+  std::int64_t x, y; // of its first result
+  int width, height; // results
+};
+
+template <class T, class D> class Tiles {
+public:
+  explicit Tiles(const CorrelationJob<T, D>& job, BlockPlan& plan)
+    : job_(job), transform_(job.orderX, job.orderY, plan),
+      across_((job.result.width + job.tileWidth - 1) / job.tileWidth),
+      down_((job.result.height + job.tileHeight - 1) / job.tileHeight)
+  {
+    for (int c = 0; c < job.processed; ++c) spectrum_[c] = plan.add<float>(transform_.spectrumFloats());
+    tile_ = threadPlan_.add<float>(transform_.tileFloats());
+    set_ = threadPlan_.add<float>(transform_.setFloats());
+    sums_ = threadPlan_.add<double>(hasWindows() ? WindowSums<T>::memoryFor(transform_.width()) : 0);
+    const long long row = static_cast<long long>(transform_.strips()) * strip;
+    results_ = threadPlan_.add<float>(row);
+    windows_ = threadPlan_.add<float>(row);
+    stored_ = threadPlan_.add<D>(row);
+    for (auto& part : spare_) part = threadPlan_.add<T>(row);
+  }
+
+  const BlockPlan& threadPlan() const { return threadPlan_; }
+  std::int64_t count() const { return across_ * down_; }
+  std::int64_t pairs() const { return (count() + 1) / 2; } // of a channel
+
+  // Tables and spectra; `own` is memory of a thread's size.
+  void prepare(void* block, void* own)
+  {
+    block_ = block;
+    transform_.fill(block);
+    for (int c = 0; c < job_.processed; ++c) prepareTemplate(c, tile_.in(own));
+  }
+
+  // The thread's share: pairs first, first + step ... of all channels.
+  void work(std::int64_t first, std::int64_t step, void* own) const
+  {
+    if (transform_.height() < strip) clearTile(own);
+    for (std::int64_t unit = first; unit < pairs() * job_.processed; unit += step) {
+      const int channel = static_cast<int>(unit / pairs());
+      const std::int64_t number = unit % pairs() * 2;
+      const int tiles = number + 1 < count() ? 2 : 1;
+      TileView<T> view[2];
+      TileNumbers numbers[2];
+      bool isApart = false;
+      for (int k = 0; k < tiles; ++k) {
+        view[k] = viewOf(placeOf(number + k), channel);
+        if (!bring(view[k], numbers[k], spare_[0].in(own))) isApart = true;
+      }
+      if (isApart)
+        for (int k = 0; k < tiles; ++k) workTogether(number + k, 1, channel, view + k, numbers + k, own);
+      else workTogether(number, tiles, channel, view, numbers, own);
+    }
+  }
+
+private:
+  bool hasWindows() const { return job_.last != LastStep::Plain; }
+
+  void clearTile(void* own) const
+  {
+    std::memset(tile_.in(own), 0, static_cast<std::size_t>(transform_.tileFloats()) * sizeof(float));
+  }
+
+  TilePlace placeOf(std::int64_t number) const
+  {
+    const std::int64_t x = number % across_ * job_.tileWidth, y = number / across_ * job_.tileHeight;
+    return {x, y, static_cast<int>(std::min<std::int64_t>(job_.tileWidth, job_.result.width - x)),
+            static_cast<int>(std::min<std::int64_t>(job_.tileHeight, job_.result.height - y))};
+  }
+  TileView<T> viewOf(const TilePlace& place, int channel) const
+  {
+    return {{job_.source.rows.first + channel, job_.source.rows.step},
+            static_cast<int>(job_.source.width),
+            static_cast<int>(job_.source.height),
+            job_.channels,
+            place.x + job_.originX,
+            place.y + job_.originY};
+  }
+
+  void prepareTemplate(int channel, float* tile)
+  {
+    const TemplateSamples<T> t{job_.tpl, job_.channels, channel, job_.isTurned};
+    const double samples = static_cast<double>(t.image.width) * static_cast<double>(t.image.height);
+    double mean = 0;
+    TemplateNumbers& numbers = numbers_[channel];
+    if (job_.last == LastStep::Level) {
+      mean = t.sum([](double v) { return v; }) / samples;
+      const double energy = t.sum([=](double v) { return (v - mean) * (v - mean); });
+      numbers.divisor = std::max(job_.floor, static_cast<float>(energy));
+      numbers.clearsFlat = std::is_integral_v<T>;
+    } else if (hasWindows()) {
+      const float norm = static_cast<float>(std::sqrt(t.sum([](double v) { return v * v; })));
+      numbers.divisor = std::max(job_.floor, norm);
+      numbers.energy = norm * norm;
+    }
+    std::memset(tile, 0, static_cast<std::size_t>(transform_.tileFloats()) * sizeof(float));
+    for (std::int64_t x0 = 0; x0 < t.image.width; x0 += strip) {
+      float* const to = transform_.stripOf(tile, static_cast<int>(x0 / strip));
+      const int n = static_cast<int>(std::min<std::int64_t>(strip, t.image.width - x0));
+      for (std::int64_t y = 0; y < t.image.height; ++y)
+        for (int i = 0; i < n; ++i)
+          to[y * element + i] = static_cast<float>(static_cast<double>(t.at(x0 + i, y)) - mean);
+      transform_.forwardColumns(block_, to);
+    }
+    transform_.formSpectrum(block_, tile, spectrum_[channel].in(block_));
+  }
+
+  // How a tile's samples enter the transform; false when it must go alone.
+  bool bring(const TileView<T>& view, TileNumbers& numbers, T* spare) const
+  {
+    const int width = transform_.width(), height = transform_.height();
+    if constexpr (std::is_floating_point_v<T>) {
+      const int exponent = exponentOf(view, width, height, spare);
+      const std::int32_t inverse = std::clamp(254 - exponent, 1, 253) << 23; // the power of two that undoes it
+      if (exponent > 0) numbers.scale = get<float>(&inverse);
+      return exponent < 255;
+    } else {
+      if (job_.last == LastStep::Level) numbers.offset = meanOf(view, width, height, spare);
+      return true;
+    }
+  }
+  void workTogether(std::int64_t number, int tiles, int channel, const TileView<T>* view, const TileNumbers* numbers,
+                    void* own) const
+  {
+    float* const tile = tile_.in(own);
+    T* const spare = spare_[0].in(own);
+    for (int s = 0; s < transform_.strips(); ++s) {
+      float* const to = transform_.stripOf(tile, s);
+      for (int k = 0; k < tiles; ++k)
+        takeStrip(view[k], static_cast<std::int64_t>(s) * strip, transform_.height(), numbers[k], to + k * strip,
+                  spare);
+      if (tiles == 1)
+        for (std::ptrdiff_t y = 0; y < transform_.height(); ++y) std::fill_n(to + y * element + strip, strip, 0.0f);
+      transform_.forwardColumns(block_, to);
+    }
+    transform_.correlateRows(block_, tile, spectrum_[channel].in(block_), set_.in(own));
+    const int needed = (std::max(placeOf(number).width, placeOf(number + tiles - 1).width) + strip - 1) / strip;
+    for (int s = 0; s < needed; ++s) transform_.inverseColumns(block_, transform_.stripOf(tile, s));
+    for (int k = 0; k < tiles; ++k) finish(placeOf(number + k), channel, view[k], numbers[k], k * strip, own);
+  }
+
+  void finish(const TilePlace& place, int channel, const TileView<T>& view, const TileNumbers& numbers, int part,
+              void* own) const
+  {
+    WindowSums<T> sums(view, static_cast<int>(job_.tpl.width), static_cast<int>(job_.tpl.height), place.width,
+                       job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy, sums_.in(own),
+                       transform_.width(), spare_[0].in(own), spare_[1].in(own));
+    float *const results = results_.in(own), *const windows = windows_.in(own);
+    const float unscale = 1 / numbers.scale;
+    for (std::ptrdiff_t y = 0; y < place.height; ++y) {
+      if (hasWindows()) sums.row(y, windows);
+      for (int x = 0; x < place.width; x += strip) {
+        const float* const from = transform_.stripOf(tile_.in(own), x / strip) + y * element + part;
+        for (int i = 0; i < strip; i += Vec<float>::size)
+          storeAligned(results + x + i, loadAligned<float>(from + i) * splat(unscale));
+      }
+      finishRow(job_.last, results, windows, place.width, job_.floor, job_.factor, numbers_[channel]);
+      D* const to = job_.result.rows[static_cast<std::ptrdiff_t>(place.y) + y] +
+                    static_cast<std::ptrdiff_t>(place.x) * job_.channels + channel;
+      storeRow(results, to, job_.channels, place.width, job_.scaleFactor, stored_.in(own));
+    }
+  }
+
+  const CorrelationJob<T, D>& job_;
+  TileTransform transform_;
+  std::int64_t across_, down_;
+  BlockPart<float> spectrum_[4];
+  TemplateNumbers numbers_[4] = {};
+  void* block_ = nullptr;
+
+  BlockPlan threadPlan_;
+  BlockPart<float> tile_, set_, results_, windows_;
+  BlockPart<double> sums_;
+  BlockPart<D> stored_;
+  BlockPart<T> spare_[2];
+};
+
+constexpr int picosecondsPerValue = 4000; // of a tile, with all that belongs to it
+
+} // namespace
+
+int orderCovering(std::int64_t samples)
+{
+  int order = 1;
+  while ((std::int64_t{1} << order) < samples) ++order;
+  return order;
+}
+
+int tileOrder(std::int64_t samples, std::int64_t results, int limit)
+{
+  const int order = orderCovering(2 * samples);
+  return order < limit && (std::int64_t{1} << order) < results ? order + 1 : order;
+}
+
+template <class T, class D> ZorStatus correlateInTiles(const CorrelationJob<T, D>& job)
+{
+  if (job.orderX > TileTransform::greatestOrder || job.orderY > TileTransform::greatestOrder) return ZorErrOrder;
+  BlockPlan plan;
+  Tiles<T, D> tiles(job, plan);
+  const long long threadBytes = tiles.threadPlan().bytes();
+  if (plan.isImpossible() || tiles.threadPlan().isImpossible()) return ZorErrAlloc;
+  Scratch<Zor8u> block(plan.bytes());
+  if (!block) return ZorErrAlloc;
+  {
+    Scratch<Zor8u> own(threadBytes);
+    if (!own) return ZorErrAlloc;
+    const auto prepare = [&] { tiles.prepare(block.get(), own.get()); };
+    underRounding(Rounding::Nearest, prepare);
+  }
+  const std::int64_t units = tiles.pairs() * job.processed;
+  const std::int64_t values = tiles.count() << std::min(job.orderX + job.orderY, 30);
+  return masterSlabs(TeamRule::forWork(values, picosecondsPerValue), Rounding::Nearest,
+                     static_cast<int>(std::min<std::int64_t>(units, INT32_MAX)), static_cast<std::size_t>(threadBytes),
+                     [&](const Slab& slab) {
+                       tiles.work(slab.thread, slab.threads, slab.buffer);
+                       return ZorOk;
+                     });
+}
+
+template ZorStatus correlateInTiles(const CorrelationJob<Zor8u, Zor8u>&);
+template ZorStatus correlateInTiles(const CorrelationJob<Zor8u, Zor32f>&);
+template ZorStatus correlateInTiles(const CorrelationJob<Zor8s, Zor32f>&);
+template ZorStatus correlateInTiles(const CorrelationJob<Zor16u, Zor32f>&);
+template ZorStatus correlateInTiles(const CorrelationJob<Zor16s, Zor16s>&);
+template ZorStatus correlateInTiles(const CorrelationJob<Zor32f, Zor32f>&);
+
+} // namespace zori

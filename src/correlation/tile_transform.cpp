@@ -1,0 +1,98 @@
+// Tiles in strips of lanes: see tile_transform.h.
+#include "tile_transform.h"
+
+#include "spectral/lane_transform.h"
+
+#include <algorithm>
+
+namespace zori {
+namespace {
+
+constexpr int strip = TileTransform::strip, element = TileTransform::element;
+constexpr int vectors = strip / Vec<float>::size;
+
+// Squares of 16 elements turned over their diagonal: lane j of element i becomes lane i of element j.
+inline void turnSquare(const float* from, float* to)
+{
+  constexpr int size = Vec<float>::size;
+  for (int part = 0; part < element; part += strip)
+    for (int i = 0; i < strip; i += size)
+      for (int j = 0; j < strip; j += size) {
+        Vec<float> x[size];
+        for (int k = 0; k < size; ++k) x[k] = loadAligned<float>(from + (i + k) * element + part + j);
+        transposeLanes(x);
+        for (int k = 0; k < size; ++k) storeAligned(to + (j + k) * element + part + i, x[k]);
+      }
+}
+
+// a * b of complex elements.
+void multiply(float* a, const float* b, std::ptrdiff_t elements)
+{
+  for (std::ptrdiff_t k = 0; k < elements; ++k, a += element, b += element)
+    for (int i = 0; i < strip; i += Vec<float>::size) {
+      const Vec<float> ar = loadAligned<float>(a + i), ai = loadAligned<float>(a + strip + i);
+      const Vec<float> br = loadAligned<float>(b + i), bi = loadAligned<float>(b + strip + i);
+      storeAligned(a + i, ar * br - ai * bi);
+      storeAligned(a + strip + i, ar * bi + ai * br);
+    }
+}
+
+} // namespace
+
+TileTransform::TileTransform(int orderX, int orderY, BlockPlan& plan)
+  : width_(1 << orderX), height_(1 << orderY), strips_(std::max(width_ / strip, 1)),
+    sets_(std::max(height_ / strip, 1)), columns_(height_, plan), rows_(width_, plan)
+{
+  // half a kilobyte of floats between strips, lest they meet in few sets of the cache
+  const long long floats = static_cast<long long>(sets_) * strip * element + strip * element;
+  if (floats > PTRDIFF_MAX / 8) plan.add<float>(-1);
+  stripFloats_ = static_cast<std::ptrdiff_t>(floats);
+}
+
+void TileTransform::fill(void* block) const
+{
+  columns_.fill(block);
+  rows_.fill(block);
+}
+
+void TileTransform::forwardColumns(const void* block, float* first) const
+{
+  transformVectorLanes(columns_, block, first, vectors);
+}
+
+void TileTransform::inverseColumns(const void* block, float* first) const
+{
+  transformVectorLanesBack(columns_, block, first, vectors);
+}
+
+void TileTransform::formSpectrum(const void* block, float* tile, float* spectrum) const
+{
+  const float by = 1.0f / static_cast<float>(width_) / static_cast<float>(height_);
+  for (int set = 0; set < sets_; ++set, spectrum += setFloats()) {
+    const std::ptrdiff_t rows = static_cast<std::ptrdiff_t>(set) * strip * element;
+    for (int s = 0; s < strips_; ++s)
+      turnSquare(stripOf(tile, s) + rows, spectrum + static_cast<std::ptrdiff_t>(s) * strip * element);
+    transformVectorLanes(rows_, block, spectrum, vectors);
+    for (std::ptrdiff_t x = 0; x < width_; ++x)
+      for (int i = 0; i < strip; ++i) {
+        spectrum[x * element + i] *= by;
+        spectrum[x * element + strip + i] *= -by;
+      }
+  }
+}
+
+void TileTransform::correlateRows(const void* block, float* tile, const float* spectrum, float* buffer) const
+{
+  for (int set = 0; set < sets_; ++set, spectrum += setFloats()) {
+    const std::ptrdiff_t rows = static_cast<std::ptrdiff_t>(set) * strip * element;
+    for (int s = 0; s < strips_; ++s)
+      turnSquare(stripOf(tile, s) + rows, buffer + static_cast<std::ptrdiff_t>(s) * strip * element);
+    transformVectorLanes(rows_, block, buffer, vectors);
+    multiply(buffer, spectrum, width_);
+    transformVectorLanesBack(rows_, block, buffer, vectors);
+    for (int s = 0; s < strips_; ++s)
+      turnSquare(buffer + static_cast<std::ptrdiff_t>(s) * strip * element, stripOf(tile, s) + rows);
+  }
+}
+
+} // namespace zori
