@@ -2,7 +2,7 @@
 # (scripts/check-includes.py).
 set(ZORI_ALL_SUBSYSTEMS arith data point stats filter geometry spectral correlation synthetic)
 set(ZORI_NEEDED_BY_arith data)
-set(ZORI_NEEDED_BY_filter arith)
+set(ZORI_NEEDED_BY_filter arith spectral)
 set(ZORI_NEEDED_BY_geometry data)
 set(ZORI_NEEDED_BY_correlation spectral)
 

@@ -40,6 +40,8 @@ void run(const Arguments& arguments)
   tour::pointStages(tour);
   tour::filterStages(tour);
   tour::rankFilterStages(tour);
+  tour::edgeKeepingStages(tour);
+  tour::restorationStages(tour);
   tour::resizeStages(tour);
   tour::warpStages(tour);
   tour::syntheticStages(tour);

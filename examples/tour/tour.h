@@ -88,6 +88,8 @@ void arithStages(Tour& tour);
 void pointStages(Tour& tour);
 void filterStages(Tour& tour);
 void rankFilterStages(Tour& tour);
+void edgeKeepingStages(Tour& tour);
+void restorationStages(Tour& tour);
 void syntheticStages(Tour& tour);
 void statsStages(Tour& tour);
 void resizeStages(Tour& tour);

@@ -2296,6 +2296,348 @@ ZorStatus zoriFilterMin_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, i
 ZorStatus zoriFilterMin_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                  ZorImgSize maskSize, ZorImgPoint anchor);
 
+/*
+ * zoriFilterBilateralGetBufSize_8u_C1R
+ *
+ * Size of a bilateral filter's state.
+ *
+ * *pBufferSize receives the bytes of the state for zoriFilterBilateral_8u_C1R on regions and with kernels up
+ * to the given sizes: with w = maxRoiSize.width, kw and kh the kernel's sides, and m = max(kw, kh), less 1
+ * when that is even, ((w + 3) & ~3) * 12 + ((w + 7) >> 3) * 16 + 2213 + (((kw * kh + 3) & ~3) + m) * 4. A
+ * number that no int holds is told as the largest int, which is more than any state takes.
+ *
+ * ZorErrMaskSize: a side of the kernel is below 1. ZorErrMode: filter is neither ZorBilateralGauss nor
+ * ZorBilateralGaussFast.
+ *
+ * Checks: null pointers, sizes, maxKernelSize.width < 1, maxKernelSize.height < 1 (ZorErrMaskSize), filter
+ *   not ZorBilateralGauss or ZorBilateralGaussFast (ZorErrMode).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterBilateralGetBufSize_8u_C1R(ZorBilateralType filter, ZorImgSize maxRoiSize, ZorImgSize maxKernelSize,
+                                               int* pBufferSize);
+
+/*
+ * zoriFilterBilateralInit_8u_C1R
+ *
+ * Make a bilateral filter's state.
+ *
+ * Tabulates the weights of zoriFilterBilateral_8u_C1R in a buffer of the size that
+ * zoriFilterBilateralGetBufSize_8u_C1R tells; any alignment will do. The state is only read by the filter and
+ * may serve several threads at once. It ends with its buffer: there is nothing to free.
+ *
+ * valSquareSigma and posSquareSigma are the variances of the two Gaussian weights: of differences in value,
+ * in squared grey levels, and of distances, in squared pixels. stepInKernel leaves only every stepInKernel-th
+ * column and row of the window, counted from its centre.
+ *
+ * Both weights are single precision numbers. Differences of n grey levels and more count as 0, n being the
+ * smaller of 256 and trunc(sqrt(valSquareSigma * (ln(kernelSize.width * kernelSize.height) + 6.3) * 1.42)) +
+ * 1. Both types of filter use the same weights and give the same results; ZorBilateralGaussFast allows
+ * approximations, of which there are none in this version.
+ *
+ * ZorErrMaskSize: a side of the kernel is below 1, or its radius, lowered to a multiple of stepInKernel, is
+ * above 255. ZorErrBadArg: a variance is not above 0, or stepInKernel is below 1. ZorErrMode: filter is
+ * neither ZorBilateralGauss nor ZorBilateralGaussFast.
+ *
+ * Checks: null pointers, kernelSize.width < 1, kernelSize.height < 1 (ZorErrMaskSize), valSquareSigma <= 0,
+ *   posSquareSigma <= 0, stepInKernel < 1 (ZorErrBadArg), filter not ZorBilateralGauss or
+ *   ZorBilateralGaussFast (ZorErrMode), kernelSize (ZorErrMaskSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: size of pSpec by zoriFilterBilateralGetBufSize_8u_C1R.
+ */
+ZorStatus zoriFilterBilateralInit_8u_C1R(ZorBilateralType filter, ZorImgSize kernelSize, Zor32f valSquareSigma,
+                                         Zor32f posSquareSigma, int stepInKernel, ZorBilateralState* pSpec);
+
+/*
+ * zoriFilterBilateral_8u_C1R
+ *
+ * Edge-preserving smoothing.
+ *
+ * dst(x, y) = sum(w * s) / sum(w) over the samples s of the window around the pixel c = src(x, y), rounded to
+ * nearest (ties to even), with w = exp(-0.5 * distance^2 / posSquareSigma) * exp(-0.5 * (s - c)^2 /
+ * valSquareSigma): near and similar pixels count most, so noise is smoothed and edges stay. A flat image
+ * stays as it is.
+ *
+ * The window has the radii rx = (kernelSize.width - 1) / 2 and ry = (kernelSize.height - 1) / 2, each lowered
+ * to a multiple of the state's stepInKernel; its positions are the multiples of that step in -rx .. rx and
+ * -ry .. ry. Read are rx columns on the left and right of the region and ry rows above and below; the caller
+ * provides them. The two images must not overlap. kernelSize may be smaller than that of the state.
+ *
+ * The sums are formed in single precision, along each row of the window from left to right, then over its
+ * rows from top to bottom. What becomes of a pixel depends on its window alone.
+ *
+ * ZorErrMaskSize: a side of kernelSize is below 1, or a radius exceeds the state's in its direction.
+ * ZorErrContext: pSpec is no state of this filter. Nothing is allocated; the call runs in the calling thread.
+ * A pixel of the window costs half as much where no radius is above 8, and least in square windows of radius
+ * 1 to 4.
+ *
+ * Checks: null pointers, region size, steps, kernelSize.width < 1, kernelSize.height < 1 (ZorErrMaskSize),
+ *   pSpec (ZorErrContext), kernelSize (ZorErrMaskSize).
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ * Memory: pSpec by zoriFilterBilateralInit_8u_C1R.
+ */
+ZorStatus zoriFilterBilateral_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                     ZorImgSize kernelSize, const ZorBilateralState* pSpec);
+
+/*
+ * zoriFilterWienerGetBufferSize
+ *
+ * Work memory of a Wiener filter.
+ *
+ * *pBufferSize receives the bytes of work memory that zoriFilterWiener asks for on a region of roiSize, with
+ * a mask of maskSize and images of 1, 3 or 4 channels (4 for AC4, too). It covers the whole team of T
+ * threads: with w the region's and kw the mask's width, n * T * 20 + 15, where n = (w + kw + 6) & ~3 for one
+ * channel and (w * channels + 6) & ~3 for more. A number that no int holds is told as the largest int.
+ *
+ * ZorErrChannels: channels is not 1, 3 or 4. ZorErrMaskSize: a side of the mask is below 2.
+ *
+ * Checks: null pointers, region size, channels not 1, 3 or 4 (ZorErrChannels), maskSize.width < 2,
+ *   maskSize.height < 2 (ZorErrMaskSize).
+ * Threads: team, on whose size the result depends.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriFilterWienerGetBufferSize(ZorImgSize roiSize, ZorImgSize maskSize, int channels, int* pBufferSize);
+
+/*
+ * zoriFilterWiener_{8u,16s,32f}_{C1,C3,C4,AC4}R
+ *
+ * Adaptive noise reduction.
+ *
+ * dst = m + (v - n) / v * (x - m), x being the pixel, m the mean and v the variance of the window around it,
+ * n the noise level: where the image varies no more than the noise, the result is the local mean; where it
+ * varies much more, the pixel stays. v is taken as at least n, so that the factor lies within 0 .. 1; a flat
+ * image stays as it is. Each channel on its own; integer results are rounded to nearest (ties to even) and
+ * saturated.
+ *
+ * noise holds one variance per processed channel (three for AC4) as a part of the squared full scale, in [0,
+ * 1): n = noise * 255^2 in 8u, noise * 65535^2 in 16s, noise in 32f. A value below 2^-23 asks for an
+ * estimate: n is then the mean of v over the region, and noise receives it in the same unit, the largest
+ * number below 1 if it is more. Only numbers that ask for it are replaced. An estimate costs about as much as
+ * the filter itself.
+ *
+ * The window of (x, y) covers the source pixels (x - anchor.x + i, y - anchor.y + j), 0 <= i <
+ * maskSize.width, 0 <= j < maskSize.height. Read are anchor.x columns to the left of the region,
+ * maskSize.width - 1 - anchor.x to the right, anchor.y rows above, maskSize.height - 1 - anchor.y below; the
+ * caller provides them. The two images must not overlap. AC4 leaves the fourth channel of the destination as
+ * it was.
+ *
+ * Sums are exact in 8u and 16s, and of double precision in 32f; v is rounded to single precision. The cost of
+ * a pixel grows slowly with the width of the mask and hardly with its height; masks wider than 24 pixels cost
+ * the same at any width.
+ *
+ * pBuffer is work memory of the size that zoriFilterWienerGetBufferSize tells, at any address; a call has it
+ * for itself while it runs. Nothing is allocated.
+ *
+ * ZorErrMaskSize: a side of the mask is below 2. ZorErrAnchor: the anchor is outside the mask.
+ * ZorErrNoiseRange: a noise value is negative, or 1 or more.
+ *
+ * Checks: null pointers, region size, maskSize.width < 2, maskSize.height < 2 (ZorErrMaskSize), anchor.x < 0,
+ *   anchor.y < 0, anchor.x > maskSize.width - 1, anchor.y > maskSize.height - 1 (ZorErrAnchor), steps, noise
+ *   (ZorErrNoiseRange).
+ * Threads: calling thread (C1); team for large regions (others).
+ * Rounding: to nearest.
+ * Memory: size of pBuffer by zoriFilterWienerGetBufferSize.
+ */
+ZorStatus zoriFilterWiener_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[1], Zor8u* pBuffer);
+/** Adaptive noise reduction (8u, C3). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+/** Adaptive noise reduction (8u, C4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_8u_C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                  ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[4], Zor8u* pBuffer);
+/** Adaptive noise reduction (8u, AC4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+/** Adaptive noise reduction (16s, C1). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[1], Zor8u* pBuffer);
+/** Adaptive noise reduction (16s, C3). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_16s_C3R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+/** Adaptive noise reduction (16s, C4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_16s_C4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[4], Zor8u* pBuffer);
+/** Adaptive noise reduction (16s, AC4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+/** Adaptive noise reduction (32f, C1). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[1], Zor8u* pBuffer);
+/** Adaptive noise reduction (32f, C3). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+/** Adaptive noise reduction (32f, C4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_32f_C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                   ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[4], Zor8u* pBuffer);
+/** Adaptive noise reduction (32f, AC4). More above zoriFilterWiener_8u_C1R. */
+ZorStatus zoriFilterWiener_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                    ZorImgSize maskSize, ZorImgPoint anchor, Zor32f noise[3], Zor8u* pBuffer);
+
+/*
+ * zoriDeconvFFTInitAlloc_32f_{C1,C3}R
+ *
+ * Make the state of a deconvolution by spectra.
+ *
+ * *ppState receives a state that undoes the blur by the square kernel of kernelSize by kernelSize taps,
+ * stored row by row, on regions of which neither width + kernelSize - 1 nor height + kernelSize - 1 exceeds
+ * 2^fftOrder. The kernel is transformed and inverted here, once. The state takes 24 * 4^fftOrder bytes and
+ * the work memory of a transform of that size. Release it with zoriDeconvFFTFree of the same layout.
+ *
+ * threshold is the magnitude up to which a number counts as zero: a tap of the kernel, a part of its
+ * spectrum, a pixel of the result. H being the kernel's spectrum, with the kernel's first tap at the origin
+ * and the parts that count as zero set to 0, the image's spectrum will be multiplied by 1 / H, and left as it
+ * is at frequencies where H is 0. A threshold that is no number makes everything count as zero.
+ *
+ * ZorErrSize: kernelSize is below 1 or above 2^fftOrder. ZorErrOrder: fftOrder is not within 0 to 30.
+ * ZorErrBadArg: threshold is negative. ZorErrAlloc: no memory; what was built is released.
+ *
+ * Checks: null pointers, kernelSize < 1 (ZorErrSize), fftOrder (ZorErrOrder), kernelSize > 1 << fftOrder
+ *   (ZorErrSize), threshold < 0 (ZorErrBadArg).
+ * Other statuses: ZorErrAlloc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDeconvFFTInitAlloc_32f_C1R(ZorDeconvFftState** ppState, const Zor32f* pKernel, int kernelSize,
+                                         int fftOrder, Zor32f threshold);
+/** Make the state of a deconvolution by spectra (32f, C3). More above zoriDeconvFFTInitAlloc_32f_C1R. */
+ZorStatus zoriDeconvFFTInitAlloc_32f_C3R(ZorDeconvFftState** ppState, const Zor32f* pKernel, int kernelSize,
+                                         int fftOrder, Zor32f threshold);
+
+/*
+ * zoriDeconvFFTFree_32f_{C1,C3}R
+ *
+ * Release the state of a deconvolution by spectra.
+ *
+ * Releases a state of zoriDeconvFFTInitAlloc with all its work memory. ZorErrNullPtr: there is none.
+ *
+ * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDeconvFFTFree_32f_C1R(ZorDeconvFftState* pState);
+/** Release the state of a deconvolution by spectra (32f, C3). More above zoriDeconvFFTFree_32f_C1R. */
+ZorStatus zoriDeconvFFTFree_32f_C3R(ZorDeconvFftState* pState);
+
+/*
+ * zoriDeconvFFT_32f_{C1,C3}R
+ *
+ * Deconvolution by division of spectra.
+ *
+ * Restores an image that was blurred with the state's kernel, in one step: the region is extended by a
+ * margin, transformed, multiplied by the inverse of the kernel's spectrum and transformed back. A pixel whose
+ * magnitude is not above the state's threshold becomes 0. C3 restores the three channels one by one. Only the
+ * region is read; source and destination may be the same. A kernel of one tap of 1 gives the image back.
+ *
+ * With a = (kernelSize - 1) / 2, the margin has kernelSize - 1 - a samples to the left of the region and
+ * above it, a to its right and below. A sample of it that is dx columns and dy rows away from the nearest
+ * pixel of the region is that pixel times
+ *     sum of K[a + v][a + u] with v >= dy and u >= dx, divided by the sum of all of them with v >= 0 and u >= 0,
+ * K[row][column] being the taps of the kernel as it was given and a divisor whose magnitude is not above the
+ * threshold being taken as 1.
+ *
+ * What comes back is the image from which zoriFilter_32f makes the given one with the same kernel and the
+ * anchor (kernelSize - 1 - a, kernelSize - 1 - a). The inverse amplifies noise where the kernel's spectrum is
+ * small; a larger threshold dampens that. zoriDeconvLR is slower and more robust.
+ *
+ * ZorErrSize: a side of the region is below 1, or that side + kernelSize - 1 exceeds the transform's
+ * 2^fftOrder. ZorErrStep: a step is smaller than width pixels. ZorErrDeconvParam: a step is not a multiple of
+ * 4. The state holds the work memory: one call at a time may use it, and no call fails for lack of memory.
+ *
+ * Checks: null pointers, region size, roiSize (ZorErrSize), steps, srcStep < roiSize.width * pixel bytes,
+ *   dstStep < roiSize.width * pixel bytes (ZorErrStep), srcStep, dstStep (ZorErrDeconvParam).
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pState by zoriDeconvFFTInitAlloc_32f_C1R, in the other forms their like.
+ */
+ZorStatus zoriDeconvFFT_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorDeconvFftState* pState);
+/** Deconvolution by division of spectra (32f, C3). More above zoriDeconvFFT_32f_C1R. */
+ZorStatus zoriDeconvFFT_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                                ZorDeconvFftState* pState);
+
+/*
+ * zoriDeconvLRInitAlloc_32f_{C1,C3}R
+ *
+ * Make the state of an iterative deconvolution.
+ *
+ * *ppState receives a state for zoriDeconvLR with the square kernel of kernelSize by kernelSize taps, stored
+ * row by row, on regions of at most maxRoi. threshold is the magnitude up to which a number counts as zero;
+ * it may be any number, and with a negative one nothing counts as zero. The state holds four images of maxRoi
+ * with a margin. Release it with zoriDeconvLRFree of the same layout.
+ *
+ * ZorErrSize: kernelSize is below 1 or above a side of maxRoi. ZorErrAlloc: no memory.
+ *
+ * Checks: null pointers, kernelSize < 1, maxRoi.width < kernelSize, maxRoi.height < kernelSize (ZorErrSize).
+ * Other statuses: ZorErrAlloc.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDeconvLRInitAlloc_32f_C1R(ZorDeconvLrState** ppState, const Zor32f* pKernel, int kernelSize,
+                                        ZorImgSize maxRoi, Zor32f threshold);
+/** Make the state of an iterative deconvolution (32f, C3). More above zoriDeconvLRInitAlloc_32f_C1R. */
+ZorStatus zoriDeconvLRInitAlloc_32f_C3R(ZorDeconvLrState** ppState, const Zor32f* pKernel, int kernelSize,
+                                        ZorImgSize maxRoi, Zor32f threshold);
+
+/*
+ * zoriDeconvLRFree_32f_{C1,C3}R
+ *
+ * Release the state of an iterative deconvolution.
+ *
+ * Releases a state of zoriDeconvLRInitAlloc with all its work memory. ZorErrNullPtr: there is none.
+ *
+ * Checks: null pointers.
+ * Threads: calling thread.
+ * Rounding: to nearest.
+ */
+ZorStatus zoriDeconvLRFree_32f_C1R(ZorDeconvLrState* pState);
+/** Release the state of an iterative deconvolution (32f, C3). More above zoriDeconvLRFree_32f_C1R. */
+ZorStatus zoriDeconvLRFree_32f_C3R(ZorDeconvLrState* pState);
+
+/*
+ * zoriDeconvLR_32f_{C1,C3}R
+ *
+ * Deconvolution by Lucy-Richardson iterations.
+ *
+ * Restores an image that was blurred with the state's kernel, step by step. The region, extended by a margin
+ * as in zoriDeconvFFT, is the observed image and the first estimate. Each of the numIter rounds
+ *
+ * - blurs the estimate with the kernel, as zoriFilter_32f with the anchor (a, a), a = (kernelSize - 1) / 2
+ * - divides the observed image by the result; the ratio is 0 where the magnitude of the result is not above
+ *   the threshold
+ * - filters the ratio with the transposed kernel and the anchor (kernelSize - 1 - a, kernelSize - 1 - a)
+ * - multiplies the estimate by that; it becomes 0 where either factor is not above 1.1754943247493889e-15 in
+ *   magnitude
+ *
+ * Around the extended image the filters see zeros. A pixel of the result whose magnitude is not above the
+ * threshold becomes 0. C3 restores the three channels one by one. Only the region is read; source and
+ * destination may be the same.
+ *
+ * The usual method turns the kernel by 180 degrees for the correction, where this one transposes it: for
+ * boxes, Gaussians and all that look the same either way there is no difference. Pixels should not be
+ * negative. Sharpness grows with the number of rounds, and so does noise; 10 to 50 rounds are usual.
+ *
+ * ZorErrSize: a side of the region is below 1 or above the state's maxRoi. ZorErrStep: a step is smaller than
+ * width pixels. ZorErrDeconvParam: a step is not a multiple of 4. ZorErrBadArg: numIter is below 1. The state
+ * holds the work memory: one call at a time may use it, and no call fails for lack of memory.
+ *
+ * Checks: null pointers, region size, roiSize (ZorErrSize), steps, srcStep < roiSize.width * pixel bytes,
+ *   dstStep < roiSize.width * pixel bytes (ZorErrStep), srcStep, dstStep (ZorErrDeconvParam), numIter < 1
+ *   (ZorErrBadArg).
+ * Same image allowed: pDst = pSrc.
+ * Threads: team for large regions.
+ * Rounding: to nearest.
+ * Memory: pState by zoriDeconvLRInitAlloc_32f_C1R, in the other forms their like.
+ */
+ZorStatus zoriDeconvLR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                               int numIter, ZorDeconvLrState* pState);
+/** Deconvolution by Lucy-Richardson iterations (32f, C3). More above zoriDeconvLR_32f_C1R. */
+ZorStatus zoriDeconvLR_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
+                               int numIter, ZorDeconvLrState* pState);
+
 ZORI_END_DECLS
 
 #ifdef ZORI_WARN_UNUSED_STATUS

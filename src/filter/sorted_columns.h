@@ -24,7 +24,6 @@ namespace zori {
 namespace columns {
 
 using network::Drawing;
-using network::Index;
 using network::List;
 using network::Network;
 
@@ -177,6 +176,16 @@ template <int Side> struct Square {
 };
 template <> struct Square<3> : Square3 {};
 
+template <int Side> struct Places {
+  static constexpr int count = Side == 3 ? 18 : (Side - 1) * Side + 2 * Side;
+  Place at[count] = {};
+  constexpr Places()
+  {
+    for (int k = 0; k < count; ++k) at[k] = Square<Side>::input(k);
+  }
+};
+template <int Side> inline constexpr Places<Side> inputPlaces{};
+
 // ---- A strip ----
 
 // The samples of a strip are a multiple of the vector; with what its windows reach beyond it they take up to some 32
@@ -243,8 +252,7 @@ template <class T, int Side, int K>
   overVectors<T>(length - (join.width - 1) * channels, [=](std::ptrdiff_t i) {
     Merge::template run<Vec<T>>(
       [=](auto k) {
-        if constexpr (k < join.firstHeight) return load<T>(a + k * pitch + i);
-        else return load<T>(b + (k - join.firstHeight) * pitch + i);
+        return load<T>(k < join.firstHeight ? a + k * pitch + i : b + (k - join.firstHeight) * pitch + i);
       },
       [=](auto k, Vec<T> x) { store(to + k * pitch + i, x); });
   });
@@ -260,7 +268,7 @@ template <class T, int Side>
   overVectors<T>(count, [=](std::ptrdiff_t i) {
     Selection::template run<Vec<T>>(
       [=](auto k) {
-        constexpr Place place = Square<Side>::input(k);
+        const Place place = inputPlaces<Side>.at[k];
         return load<T>(from + place.row * pitch + std::ptrdiff_t{place.column} * channels + i);
       },
       [=](auto k, Vec<T> x) { store((k == 0 ? upper : lower) + i, sizeof(T) == 1 ? x : x ^ flip); });
