@@ -20,29 +20,29 @@ using Plan = std::shared_ptr<std::remove_pointer_t<fftwf_plan>>;
 
 // Measuring a plan spoils the images, so each plan has images of its own.
 struct Peer {
-  std::shared_ptr<float> real;
-  std::shared_ptr<fftwf_complex> complex, result;
+  std::shared_ptr<float> real, complex, result; // complex ones as pairs
   Plan plan;
 
-  static std::shared_ptr<fftwf_complex> numbers(long long count)
+  static std::shared_ptr<float> numbers(long long count)
   {
-    std::shared_ptr<fftwf_complex> p(fftwf_alloc_complex(static_cast<std::size_t>(count)), fftwf_free);
-    for (long long i = 0; i < count; ++i)
-      p.get()[i][0] = static_cast<float>(i % 251), p.get()[i][1] = static_cast<float>(i % 83);
-    return p;
+    return {fftwf_alloc_real(static_cast<std::size_t>(count)), fftwf_free};
+  }
+  static void fill(const std::shared_ptr<float>& image, long long count)
+  {
+    for (long long i = 0; i < count; ++i) image.get()[i] = static_cast<float>(i % 251);
   }
   enum Kind { Forward, Inverse, Complex };
   Peer(ZorImgSize s, Kind kind)
   {
     const long long pixels = static_cast<long long>(s.width) * s.height;
-    real = std::shared_ptr<float>(fftwf_alloc_real(static_cast<std::size_t>(pixels)), fftwf_free);
-    complex = numbers(pixels), result = numbers(kind == Complex ? pixels : 1);
-    plan = Plan(kind == Forward ? fftwf_plan_dft_r2c_2d(s.height, s.width, real.get(), complex.get(), FFTW_MEASURE)
+    real = numbers(pixels), complex = numbers(2 * pixels), result = numbers(kind == Complex ? 2 * pixels : 1);
+    const auto pairs = [](const std::shared_ptr<float>& p) { return reinterpret_cast<fftwf_complex*>(p.get()); };
+    plan = Plan(kind == Forward ? fftwf_plan_dft_r2c_2d(s.height, s.width, real.get(), pairs(complex), FFTW_MEASURE)
                 : kind == Inverse
-                  ? fftwf_plan_dft_c2r_2d(s.height, s.width, complex.get(), real.get(), FFTW_MEASURE)
-                  : fftwf_plan_dft_2d(s.height, s.width, complex.get(), result.get(), FFTW_FORWARD, FFTW_MEASURE),
+                  ? fftwf_plan_dft_c2r_2d(s.height, s.width, pairs(complex), real.get(), FFTW_MEASURE)
+                  : fftwf_plan_dft_2d(s.height, s.width, pairs(complex), pairs(result), FFTW_FORWARD, FFTW_MEASURE),
                 fftwf_destroy_plan);
-    for (long long i = 0; i < pixels; ++i) real.get()[i] = static_cast<float>(i % 251);
+    fill(real, pixels), fill(complex, 2 * pixels);
   }
 };
 

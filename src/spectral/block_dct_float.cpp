@@ -4,6 +4,7 @@
 // them their scale, 0.125 * f[row] * f[column]. The odd outputs of the butterflies are larger than those of the usual
 // form by 1 / cos(pi / 8), which f makes up for.
 #include "frame/checks.h"
+#include "frame/numeric_mode.h"
 #include "rowkernels/simd.h"
 #include "zori/spectral.h"
 
@@ -124,33 +125,38 @@ inline void storeBlock(const Block& b, Zor32f* p)
     for (int half = 0; half < 2; ++half) store(p + 8 * y + 4 * half, b.row[y][half]);
 }
 
-ZorStatus forward(const Zor32f* pSrc, Zor32f* pDst)
+struct ForwardButterfly {
+  void operator()(F32x4 (&x)[8]) const { forwardButterfly(x); }
+};
+struct InverseButterfly {
+  void operator()(F32x4 (&x)[8]) const { inverseButterfly(x); }
+};
+
+template <class Butterfly> inline void columnsThenRows(Block& b)
 {
+  columns(b, Butterfly{});
+  transpose(b);
+  columns(b, Butterfly{});
+  transpose(b);
+}
+
+// The scales come in front of the inverse and behind the forward transform.
+template <class Butterfly> ZorStatus transform(const Zor32f* pSrc, Zor32f* pDst)
+{
+  constexpr bool isForward = std::is_same_v<Butterfly, ForwardButterfly>;
   if (auto s = nonNull(pSrc, pDst); s != ZorOk) return s;
-  const auto butterfly = [](F32x4(&x)[8]) { forwardButterfly(x); };
-  Block b = loadBlock(pSrc);
-  columns(b, butterfly);
-  transpose(b);
-  columns(b, butterfly);
-  transpose(b);
-  forwardScales.apply(b);
-  storeBlock(b, pDst);
+  underRounding(roundNearest, [=] {
+    Block b = loadBlock(pSrc);
+    if (!isForward) inverseScales.apply(b);
+    columnsThenRows<Butterfly>(b);
+    if (isForward) forwardScales.apply(b);
+    storeBlock(b, pDst);
+  });
   return ZorOk;
 }
 
-ZorStatus inverse(const Zor32f* pSrc, Zor32f* pDst)
-{
-  if (auto s = nonNull(pSrc, pDst); s != ZorOk) return s;
-  const auto butterfly = [](F32x4(&x)[8]) { inverseButterfly(x); };
-  Block b = loadBlock(pSrc);
-  inverseScales.apply(b);
-  columns(b, butterfly);
-  transpose(b);
-  columns(b, butterfly);
-  transpose(b);
-  storeBlock(b, pDst);
-  return ZorOk;
-}
+ZorStatus forward(const Zor32f* pSrc, Zor32f* pDst) { return transform<ForwardButterfly>(pSrc, pDst); }
+ZorStatus inverse(const Zor32f* pSrc, Zor32f* pDst) { return transform<InverseButterfly>(pSrc, pDst); }
 
 } // namespace
 } // namespace zori

@@ -1,5 +1,5 @@
-// What the image FFT and the image DFT share behind their exported names: records of both kinds, their checks, and the
-// forms between byte images and integer spectra.
+// What the image FFT and the image DFT share behind their exported names (image_stamps.h): records of both kinds, their
+// checks, and the forms between byte images and integer spectra.
 #pragma once
 
 #include "frame/checks.h"

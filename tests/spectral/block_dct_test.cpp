@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <numeric>
+#include <pmmintrin.h>
 #include <random>
 #include <vector>
 
@@ -108,6 +109,77 @@ Words inverse(const Words& in, int used = 8)
   return out;
 }
 
+// ---- The reduced forms ----
+
+// What odd coefficients of the full inverse's columns make up, of the rows of one column.
+struct OddSums {
+  int y0, w1, w2, y3;
+  explicit OddSums(const int (&row)[8])
+  {
+    const auto tan3 = [](int v) { return add(high(-21746, v), v); };
+    const auto cos4 = [](int v) { return add(v, high(-19195, v)); };
+    const int t35 = add(tan3(row[5]), row[3]), t53 = sub(row[5], tan3(row[3]));
+    const int t17 = add(high(13036, row[7]), row[1]), t71 = sub(high(13036, row[1]), row[7]);
+    const int u = sub(t17, t35), v = sub(t71, t53);
+    y0 = add(t17, t35), y3 = add(t71, t53), w1 = cos4(add(u, v)), w2 = cos4(sub(u, v));
+  }
+};
+
+int reducedRow(const Words& in, int r, int bias, const std::function<int(int)>& mean)
+{
+  std::uint32_t sum = static_cast<std::uint32_t>(bias);
+  for (int u = 0; u < 8; ++u) sum += static_cast<std::uint32_t>(mean(u) * in[8 * r + u]);
+  return sat(static_cast<std::int32_t>(sum) >> 12);
+}
+
+// 2 by 2 samples.
+std::vector<int> reducedToTwo(const Words& in)
+{
+  const int means[8][4] = {{14846, -5213, 3483, -2953},
+                           {20592, -7231, 4832, -4096},
+                           {},
+                           {17457, -6130, 4096, -3472},
+                           {},
+                           {17457, -6130, 4096, -3472},
+                           {},
+                           {20592, -7231, 4832, -4096}};
+  const int bias[8] = {67072, 5802, 0, 3408, 0, 910, 0, 746};
+  std::vector<int> out(4);
+  for (int c = 0; c < 2; ++c) {
+    int row[8] = {};
+    for (const int r : {0, 1, 3, 5, 7})
+      row[r] = reducedRow(in, r, bias[r], [&](int u) {
+        return u == 0 ? cosines[r][0] : u % 2 == 0 ? 0 : c == 0 ? means[r][u / 2] : -means[r][u / 2];
+      });
+    const OddSums odd(row);
+    const int sum = odd.y0 + odd.w1 + odd.w2 + odd.y3;
+    out[static_cast<std::size_t>(c)] = (4 * row[0] + sum) >> 7;
+    out[static_cast<std::size_t>(c + 2)] = (4 * row[0] - sum) >> 7;
+  }
+  return out;
+}
+
+// 4 by 4 samples; halves of means toward zero in the outer groups, away from it in the inner ones.
+std::vector<int> reducedToFour(const Words& in)
+{
+  const int bias[8] = {67072, 5802, 4520, 3408, 0, 910, 1024, 746};
+  std::vector<int> out(16);
+  for (int c = 0; c < 4; ++c) {
+    int row[8] = {};
+    for (const int r : {0, 1, 2, 3, 5, 6, 7})
+      row[r] = reducedRow(in, r, bias[r], [&](int u) {
+        const int sum = matrix(r, u, 2 * c) + matrix(r, u, 2 * c + 1), away = c == 1 || c == 2;
+        return (std::abs(sum) + away) / 2 * (sum < 0 ? -1 : 1);
+      });
+    const OddSums odd(row);
+    const int t26 = add(high(27146, row[6]), row[2]), t62 = sub(high(27146, row[2]), row[6]);
+    const int even[4] = {t26 + t62, -t26 - t62, -t26 - t62, t26 + t62};
+    const int odds[4] = {odd.y0 + odd.w1, odd.w2 + odd.y3, -odd.w2 - odd.y3, -odd.y0 - odd.w1};
+    for (int y = 0; y < 4; ++y) out[static_cast<std::size_t>(4 * y + c)] = (2 * row[0] + even[y] + odds[y]) >> 6;
+  }
+  return out;
+}
+
 // ---- Exact transforms ----
 
 double cosine(int u, int i) { return std::cos((2 * i + 1) * u * M_PI / 16) * (u ? 0.5 : std::sqrt(0.125)); }
@@ -131,7 +203,7 @@ template <class Block> double distance(const Block& a, const Reals& b)
   return most;
 }
 
-// Blocks of one amplitude: noise, extremes, single values, ramps.
+// Blocks of one amplitude: noise, extremes, single values, few values, constant ones.
 std::vector<Words> blocks(int amplitude, int noisy = 400)
 {
   std::mt19937 random(static_cast<unsigned>(amplitude));
@@ -148,6 +220,11 @@ std::vector<Words> blocks(int amplitude, int noisy = 400)
       b[static_cast<std::size_t>(i)] = static_cast<Zor16s>(value);
       all.push_back(b);
     }
+  for (int n = 0; n < noisy; ++n) {
+    Words b{};
+    for (int k = n % 6; k >= 0; --k) b[random() % 64] = static_cast<Zor16s>(any(random));
+    all.push_back(b);
+  }
   for (int value : {0, 1, amplitude, -amplitude}) {
     Words b;
     b.fill(static_cast<Zor16s>(value));
@@ -175,22 +252,32 @@ TEST(BlockDct, FollowsItsRulesToTheBit)
       ASSERT_EQ(result(zoriDCT8x8Inv_16s_C1, block), inverse(block)) << amplitude;
       ASSERT_EQ(result(zoriDCT8x8Inv_2x2_16s_C1, block), inverse(block, 2)) << amplitude;
       ASSERT_EQ(result(zoriDCT8x8Inv_4x4_16s_C1, block), inverse(block, 4)) << amplitude;
+      Words few = result(zoriDCT8x8To2x2Inv_16s_C1, block);
+      ASSERT_EQ(std::vector<int>(few.begin(), few.begin() + 4), reducedToTwo(block)) << amplitude;
+      few = result(zoriDCT8x8To4x4Inv_16s_C1, block);
+      ASSERT_EQ(std::vector<int>(few.begin(), few.begin() + 16), reducedToFour(block)) << amplitude;
     }
 }
 
 TEST(BlockDct, IsCloseToTheExactTransformAndBack)
 {
   double worst = 0, worstBack = 0, worstOfPictures = 0;
+  int count = 0, beyondOne = 0;
   for (const Words& block : blocks(128, 4000)) {
     const Words coefficients = result(zoriDCT8x8Fwd_16s_C1, block);
     worst = std::max(worst, distance(coefficients, exact(block, false)));
     const Words back = result(zoriDCT8x8Inv_16s_C1, coefficients);
     worstBack = std::max(worstBack, distance(back, exact(coefficients, true)));
-    for (int i = 0; i < 64; ++i) worstOfPictures = std::max(worstOfPictures, std::fabs(double(back[i]) - block[i]));
+    double most = 0;
+    for (int i = 0; i < 64; ++i) most = std::max(most, std::fabs(double(back[i]) - block[i]));
+    worstOfPictures = std::max(worstOfPictures, most);
+    beyondOne += most > 1;
+    ++count;
   }
-  EXPECT_LT(worst, 0.7);
-  EXPECT_LT(worstBack, 0.75);
-  EXPECT_LE(worstOfPictures, 1);
+  EXPECT_LT(worst, 0.75);
+  EXPECT_LT(worstBack, 0.6);
+  EXPECT_LE(worstOfPictures, 2); // a lone 2 has no coefficient that reaches one half
+  EXPECT_LE(beyondOne, count / 1000);
 }
 
 TEST(BlockDct, AConstantBlockHasOneCoefficient)
@@ -289,6 +376,23 @@ TEST(BlockDct, FloatsAreCloseToTheExactTransformAndBack)
   }
   EXPECT_LT(worst, 4e-7);
   EXPECT_LT(back, 4e-7);
+}
+
+TEST(BlockDct, FloatsDoNotDependOnTheCallersRounding)
+{
+  std::array<Zor32f, 64> in, out, expected;
+  for (std::size_t i = 0; i < 64; ++i) in[i] = static_cast<Zor32f>(i * i % 97) / 7;
+  for (const auto function : {zoriDCT8x8Fwd_32f_C1, zoriDCT8x8Inv_32f_C1}) {
+    ASSERT_EQ(function(in.data(), expected.data()), ZorOk);
+    const unsigned word = _mm_getcsr();
+    for (const unsigned field : {0x2000u, 0x4000u, 0x6000u}) {
+      _mm_setcsr((word & ~0x6000u) | field);
+      function(in.data(), out.data());
+      EXPECT_EQ(_mm_getcsr() & 0x6000u, field);
+      _mm_setcsr(word);
+      EXPECT_EQ(out, expected);
+    }
+  }
 }
 
 TEST(Zigzag, WalksTheDiagonals)
