@@ -897,18 +897,18 @@ ZorStatus zoriResampleRowReplicateBorder_32f_C1R(const Zor32f* pSrc, int srcStep
  * point: zoriWarpBilinearBack uses the side of the fold where the middle of dstRoi lies, the other if the
  * region has no image there. No working memory is needed.
  *
- * Checks (WarpAffine WarpAffineBack, C1 C3 C4 AC4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps,
- *   interpolation (ZorErrInterpolation), coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi
- *   (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (WarpAffine WarpAffineBack, P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps,
- *   interpolation (ZorErrInterpolation), null pointers in pSrc, pDst, coeffs (ZorErrQuad), srcRoi
- *   (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (WarpPerspective WarpPerspectiveBack WarpBilinear WarpBilinearBack, P3 P4): null pointers, sizes,
+ * Checks (WarpAffine WarpAffineBack WarpPerspective WarpPerspectiveBack, P3 P4): null pointers, sizes,
  *   srcRoi, dstRoi (ZorErrSize), steps, interpolation (ZorErrInterpolation), null pointers in pSrc, pDst,
- *   srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), coeffs (ZorErrQuad), dstRoi
+ *   coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
  *   (ZorWarnNoQuadIntersect).
+ * Checks (WarpBilinear WarpBilinearBack, C1 C3 C4 AC4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize),
+ *   steps, interpolation (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), coeffs
+ *   (ZorErrQuad), dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (WarpBilinear WarpBilinearBack, P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps,
+ *   interpolation (ZorErrInterpolation), null pointers in pSrc, pDst, srcRoi (ZorWarnNoRoiIntersect), srcRoi
+ *   (ZorErrCoeff), coeffs (ZorErrQuad), dstRoi (ZorWarnNoQuadIntersect).
  * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), coeffs (ZorErrQuad), dstRoi
+ *   (ZorErrInterpolation), coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
  *   (ZorWarnNoQuadIntersect).
  * Other statuses: ZorErrAlloc, ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not
  *   written).

@@ -27,6 +27,62 @@ struct Bounds {
 
 constexpr int blockGroups = blockColumns / 4;
 
+// The least and the greatest of many coordinates, and whether one of them is not a number.
+class Extent {
+public:
+  explicit Extent(const Zor32f* map) : least_(load<float>(map)), greatest_(least_), none_(zero<float>()) {}
+  void add(F32x4 x)
+  {
+    least_ = min(least_, x);
+    greatest_ = max(greatest_, x);
+    none_ = none_ | unordered(x, x);
+  }
+
+  bool isBetween(float low, float high) const
+  {
+    return moveMask(none_ | less(least_, splat(low)) | less(splat(high), greatest_)) == 0;
+  }
+  bool isBefore(float end) const { return moveMask(notLess(greatest_, splat(end))) == 0; }
+
+private:
+  F32x4 least_, greatest_, none_;
+};
+
+constexpr bool isInnerMethod(Method m) { return m == Method::Inner8 || m == Method::Inner; }
+
+// What is known of the points of a block: Outside, that some are not valid (inner methods: or not before the last
+// column and row); Inner, that the inner kernel may have them.
+enum class Whereabouts { Outside, Inside, Inner };
+
+// Places the points of four to 256 columns as if all were valid, and tells whether they are: this is the rule, and
+// wants much less than a look at each.
+template <Method M>
+[[gnu::noinline]] Whereabouts placeInside(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
+                                          const Bounds& bounds, Points& points)
+{
+  const Placer<M> placer(source);
+  const float scale = static_cast<float>(1 << fractionBits(M));
+  Extent across(xMap), down(yMap);
+  for (int done = 0; done < columns; done += 4) {
+    const int i = std::min(done, columns - 4);
+    const F32x4 x = load<float>(xMap + i), y = load<float>(yMap + i);
+    across.add(x);
+    down.add(y);
+    placer.placeInside(points, 0, i, x * splat(scale), y * splat(scale));
+  }
+  if (!across.isBetween(bounds.left, bounds.right) || !down.isBetween(bounds.top, bounds.bottom))
+    return Whereabouts::Outside;
+  if (!isInnerMethod(M) && M != Method::Cubic8) return Whereabouts::Inside;
+  // inner: what is rounded does not come to the last column or row; cubic: all taps are in the image
+  const float half = M == Method::Inner ? 0.0f : 0.5f / scale, begin = M == Method::Cubic8 ? 1.0f : 0.0f;
+  const auto isInner = [=](const Extent& e, int size) {
+    return e.isBetween(begin, static_cast<float>(size)) &&
+           e.isBefore(static_cast<float>(size - 1 - (M == Method::Cubic8)) - half);
+  };
+  if (isInner(across, source.width) && isInner(down, source.height)) return Whereabouts::Inner;
+  return isInnerMethod(M) ? Whereabouts::Outside : Whereabouts::Inside;
+}
+
 // Places the points of up to 256 columns, and tells by a bit each, four to a number, which are valid.
 template <Method M>
 [[gnu::noinline]] void placeRow(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
@@ -47,6 +103,12 @@ template <Method M>
   }
 }
 
+bool isValid(const Zor32f* xMap, const Zor32f* yMap, int i, const Bounds& bounds)
+{
+  const float x = get<float>(xMap + i), y = get<float>(yMap + i);
+  return x >= bounds.left && x <= bounds.right && y >= bounds.top && y <= bounds.bottom;
+}
+
 template <Method M>
 void remapRow(const WarpCall& call, const Sampler& sampler, const Maps& maps, const Bounds& bounds, int y)
 {
@@ -59,27 +121,45 @@ void remapRow(const WarpCall& call, const Sampler& sampler, const Maps& maps, co
   std::uint8_t valid[blockGroups];
   for (int done = 0; done < width; done += std::min(blockColumns, width - done)) {
     const int columns = std::min(blockColumns, width - done);
+    const auto sample = [&](SampleRow kernel, const Points& placed, int first, int count) {
+      for (int p = 0; p < call.planeCount(); ++p)
+        kernel(source, call.srcPlane(p), {&placed, 0, first}, count,
+               rowAt(call.dstPlane(p), call.dstStep, y) + (std::ptrdiff_t{done} + first) * call.pixelBytes());
+    };
+    const Zor32f *const xs = xMap + done, *const ys = yMap + done;
+    const SampleRow placedKernel = M == Method::Fine ? sampler.fine : sampler.placed;
+    // all valid, and well inside
+    const bool looksInside = columns >= 4 && isValid(xs, ys, 0, bounds) && isValid(xs, ys, columns / 2, bounds) &&
+                             isValid(xs, ys, columns - 1, bounds);
+    if (looksInside) {
+      constexpr Method best = M == Method::Linear8 ? Method::Inner8 : M == Method::Linear ? Method::Inner : M;
+      const Whereabouts where = best == Method::Inner8 && !triesInner
+                                  ? Whereabouts::Outside
+                                  : placeInside<best>(source, xs, ys, columns, bounds, innerPoints);
+      if (where != Whereabouts::Outside) {
+        sample(where == Whereabouts::Inner ? sampler.inner : placedKernel, innerPoints, 0, columns);
+        continue;
+      }
+    }
+    // runs of valid points
     bool isPlaced = false;
     const auto placeAll = [&] {
-      if (!isPlaced) placeRow<M>(source, xMap + done, yMap + done, columns, bounds, points, valid);
+      if (!isPlaced) placeRow<M>(source, xs, ys, columns, bounds, points, valid);
       isPlaced = true;
     };
-    if (triesInner) placeRow<inner>(source, xMap + done, yMap + done, columns, bounds, innerPoints, valid);
+    if (triesInner) placeRow<inner>(source, xs, ys, columns, bounds, innerPoints, valid);
     else placeAll();
-    const auto isValid = [&](int i) { return (valid[i / 4] >> i % 4 & 1) != 0; };
+    const auto isValidAt = [&](int i) { return (valid[i / 4] >> i % 4 & 1) != 0; };
     for (int i = 0; i < columns;) {
-      if (!isValid(i)) {
+      if (!isValidAt(i)) {
         i += i % 4 == 0 && valid[i / 4] == 0 ? 4 : 1;
         continue;
       }
       const int first = i;
-      while (i < columns && isValid(i)) i += i % 4 == 0 && valid[i / 4] == 15 ? 4 : 1;
+      while (i < columns && isValidAt(i)) i += i % 4 == 0 && valid[i / 4] == 15 ? 4 : 1;
       const bool isInner = triesInner && !anyBeyond(innerPoints, 0, first, i - first);
       if (!isInner) placeAll();
-      const SampleRow kernel = isInner ? sampler.inner : M == Method::Fine ? sampler.fine : sampler.placed;
-      for (int p = 0; p < call.planeCount(); ++p)
-        kernel(source, call.srcPlane(p), {isInner ? &innerPoints : &points, 0, first}, i - first,
-               rowAt(call.dstPlane(p), call.dstStep, y) + (std::ptrdiff_t{done} + first) * call.pixelBytes());
+      sample(isInner ? sampler.inner : placedKernel, isInner ? innerPoints : points, first, i - first);
     }
   }
 }

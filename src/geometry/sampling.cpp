@@ -419,30 +419,69 @@ template <class T, int Channels, int Processed> struct Pixels {
     return as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) + as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b));
   }
 
+  // The stretch of points that have all their taps: the points lie on a line, and only its ends may have not.
+  struct Stretch {
+    int first, end;
+    Stretch(const Source& s, PointRow points, int count) : first(0), end(count)
+    {
+      const auto isWhole = [&](int i) { return hasAllTaps(s, points.wholeX()[i] >> 10, points.wholeY()[i] >> 10); };
+      while (first < end && !isWhole(first)) ++first;
+      while (end > first && !isWhole(end - 1)) --end;
+    }
+  };
+  static void cubicPoints8(const Source& s, const Zor8u* plane, PointRow points, int first, int end, Zor8u* dst)
+  {
+    for (int i = first; i < end; ++i)
+      cubicPoint8<Processed>(s, plane, points.wholeX()[i], points.wholeY()[i], dst + std::ptrdiff_t{i} * bytes);
+  }
+
+  // Four points with all their taps.
+  static void cubicFour8(const Source& s, const Zor8u* before, PointRow points, int i, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset() + i, *const x = points.wholeX() + i,
+                              *const y = points.wholeY() + i;
+    const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
+    const auto sums = [&](int k) {
+      return shiftRight<8>(rowSums(s, before + offset[k], cubicTable.rows[x[k] & 1023]) + rowHalf);
+    };
+    const auto two = [&](int k) { // pairs of sums of two points
+      const auto weights = interleaveLow(loadLow8<std::uint64_t>(cubicTable.rows[y[k] & 1023]),
+                                         loadLow8<std::uint64_t>(cubicTable.rows[y[k + 1] & 1023]));
+      return as<float>(mulAddPairs(narrowSat<std::int16_t>(sums(k), sums(k + 1)), as<std::int16_t>(weights)));
+    };
+    const F32x4 a = two(0), b = two(2);
+    const I32x4 out =
+      shiftRight<20>(as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) + as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b)) + half);
+    const auto words = narrowSat<std::int16_t>(out, out);
+    storeLow4(dst + i, narrowSat<Zor8u>(words, words));
+  }
+
+  // The upper left tap of a point, before its own pixel.
+  static const Zor8u* firstTap(const Source& s, const Zor8u* plane) { return plane - s.step - bytes; }
+
+  static void cubicLine8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const Stretch whole(s, points, count);
+    if (whole.end - whole.first < 4) return cubicPoints8(s, plane, points, 0, count, dst);
+    const Zor8u* const before = firstTap(s, plane);
+    cubicPoints8(s, plane, points, 0, whole.first, dst);
+    int i = whole.first;
+    for (; i + 4 <= whole.end; i += 4) cubicFour8(s, before, points, i, dst);
+    if (i < whole.end) cubicFour8(s, before, points, whole.end - 4, dst); // some of them again
+    cubicPoints8(s, plane, points, whole.end, count, dst);
+  }
+
   static void cubic8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
   {
     const std::int32_t *const x = points.wholeX(), *const y = points.wholeY();
-    const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
-    const auto sums = [&](int i) {
-      const Zor8u* const p = plane + ((y[i] >> 10) - 1) * s.step + ((x[i] >> 10) - 1);
-      return shiftRight<8>(rowSums(s, p, cubicTable.rows[x[i] & 1023]) + rowHalf);
-    };
+    const Zor8u* const before = firstTap(s, plane);
     const auto allTaps = [&](int i) { return hasAllTaps(s, x[i] >> 10, y[i] >> 10); };
-    const auto two = [&](int i) { // pairs of sums of two points
-      const auto weights = interleaveLow(loadLow8<std::uint64_t>(cubicTable.rows[y[i] & 1023]),
-                                         loadLow8<std::uint64_t>(cubicTable.rows[y[i + 1] & 1023]));
-      return as<float>(mulAddPairs(narrowSat<std::int16_t>(sums(i), sums(i + 1)), as<std::int16_t>(weights)));
-    };
     for (int i = 0; i < count;) {
       if (i + 4 <= count && allTaps(i) && allTaps(i + 1) && allTaps(i + 2) && allTaps(i + 3)) {
-        const F32x4 a = two(i), b = two(i + 2);
-        const I32x4 out = shiftRight<20>(as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) +
-                                         as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b)) + half);
-        const auto words = narrowSat<std::int16_t>(out, out);
-        storeLow4(dst + i, narrowSat<Zor8u>(words, words));
+        cubicFour8(s, before, points, i, dst);
         i += 4;
       } else {
-        cubicPoint8<1>(s, plane, x[i], y[i], dst + i);
+        cubicPoints8(s, plane, points, i, i + 1, dst);
         ++i;
       }
     }
@@ -465,27 +504,41 @@ template <class T, int Channels, int Processed> struct Pixels {
            mulAddPairs(as<std::int16_t>(widenLow(others)), as<std::int16_t>(second));
   }
 
-  static void cubic8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  // A pixel with all its taps.
+  static void cubicPixel8(const Source& s, const Zor8u* p, int x, int y, Zor8u* dst, bool isLast)
   {
-    const std::int32_t *const x = points.wholeX(), *const y = points.wholeY();
     const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
     const I32x4 low = splat<std::int32_t>(0xffff);
-    for (int i = 0; i < count; ++i, dst += bytes) {
-      const int ix = x[i] >> 10, iy = y[i] >> 10;
-      if (!hasAllTaps(s, ix, iy)) {
-        cubicPoint8<Processed>(s, plane, x[i], y[i], dst);
-        continue;
-      }
-      const Zor8u* const p = plane + (iy - 1) * s.step + std::ptrdiff_t{ix - 1} * bytes;
-      const I32x4 wx = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[x[i] & 1023]));
-      const I32x4 wy = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y[i] & 1023]));
-      const I32x4 first = shuffle<0, 0, 0, 0>(wx), second = shuffle<1, 1, 1, 1>(wx);
-      const auto row = [&](int k) { return shiftRight<8>(pixelSum(p + k * s.step, first, second) + rowHalf); };
-      const auto pair = [&](int k) { return as<std::int16_t>((row(k) & low) | shiftLeft<16>(row(k + 1))); };
-      const I32x4 out = shiftRight<20>(mulAddPairs(pair(0), as<std::int16_t>(shuffle<0, 0, 0, 0>(wy))) +
-                                       mulAddPairs(pair(2), as<std::int16_t>(shuffle<1, 1, 1, 1>(wy))) + half);
-      const auto words = narrowSat<std::int16_t>(out, out);
-      storePixel(dst, narrowSat<Zor8u>(words, words), i == count - 1);
+    const I32x4 wx = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[x & 1023]));
+    const I32x4 wy = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y & 1023]));
+    const I32x4 first = shuffle<0, 0, 0, 0>(wx), second = shuffle<1, 1, 1, 1>(wx);
+    const auto row = [&](int k) { return shiftRight<8>(pixelSum(p + k * s.step, first, second) + rowHalf); };
+    const auto pair = [&](int k) { return as<std::int16_t>((row(k) & low) | shiftLeft<16>(row(k + 1))); };
+    const I32x4 out = shiftRight<20>(mulAddPairs(pair(0), as<std::int16_t>(shuffle<0, 0, 0, 0>(wy))) +
+                                     mulAddPairs(pair(2), as<std::int16_t>(shuffle<1, 1, 1, 1>(wy))) + half);
+    const auto words = narrowSat<std::int16_t>(out, out);
+    storePixel(dst, narrowSat<Zor8u>(words, words), isLast);
+  }
+
+  static void cubicLinePixels8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset(), *const x = points.wholeX(), *const y = points.wholeY();
+    const Zor8u* const before = firstTap(s, plane);
+    const Stretch whole(s, points, count);
+    cubicPoints8(s, plane, points, 0, whole.first, dst);
+    for (int i = whole.first; i < whole.end; ++i)
+      cubicPixel8(s, before + offset[i], x[i], y[i], dst + std::ptrdiff_t{i} * bytes, i == whole.end - 1);
+    cubicPoints8(s, plane, points, whole.end, count, dst);
+  }
+
+  static void cubic8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset(), *const x = points.wholeX(), *const y = points.wholeY();
+    const Zor8u* const before = firstTap(s, plane);
+    for (int i = 0; i < count; ++i) {
+      if (hasAllTaps(s, x[i] >> 10, y[i] >> 10))
+        cubicPixel8(s, before + offset[i], x[i], y[i], dst + std::ptrdiff_t{i} * bytes, i == count - 1);
+      else cubicPoints8(s, plane, points, i, i + 1, dst);
     }
   }
 };
@@ -505,8 +558,8 @@ template <class T, int Channels, int Processed> Sampler samplerOf(int interpolat
   }
   default: {
     constexpr SampleRow fine = P::template fine<P::cubicPoint>;
-    if constexpr (isByte && isPlane) return {Method::Cubic8, P::cubic8, fine, P::cubic8};
-    else if constexpr (isByte) return {Method::Cubic8, P::cubic8Pixels, fine, P::cubic8Pixels};
+    if constexpr (isByte && isPlane) return {Method::Cubic8, P::cubic8, fine, P::cubicLine8};
+    else if constexpr (isByte) return {Method::Cubic8, P::cubic8Pixels, fine, P::cubicLinePixels8};
     else return {Method::Fine, fine, fine, fine};
   }
   }
@@ -541,7 +594,7 @@ bool isPlaceable(const Source& s, Method method)
   // coordinates with their fraction bits stay below 2^31, floats hold their limits, offsets are 32 bits
   const int bits = method == Method::Nearest || method == Method::Linear ? 24 : 31 - fractionBits(method);
   if (method == Method::Fine) return true;
-  return s.width <= 1LL << bits && s.height <= 1LL << bits && (method == Method::Cubic8 || s.bytes() <= INT32_MAX);
+  return s.width <= 1LL << bits && s.height <= 1LL << bits && s.bytes() <= INT32_MAX;
 }
 
 } // namespace geometry

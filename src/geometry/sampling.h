@@ -8,7 +8,7 @@
 //   Inner8    the same for points before the last column and row: twice the fractions, as words
 //   Linear    fractions in single precision; offset and fractions
 //   Inner     the same for points before the last column and row
-//   Cubic8    fractions in 1/1024; the coordinates themselves, in 1/1024
+//   Cubic8    fractions in 1/1024; the coordinates themselves, in 1/1024, and the offset of the pixel before them
 //   Fine      coordinates in double precision: cubic of 16u and 32f, and whatever the others cannot take
 //
 // Placed points lie inside the image: kernels test nothing but the cubic taps. The fine form of every method takes any
@@ -87,7 +87,9 @@ using SampleRow = void (*)(const Source& source, const Zor8u* plane, PointRow po
 struct Sampler {
   Method method; // of `placed`
   SampleRow placed, fine;
-  SampleRow inner; // for Inner8 and Inner, where there are such
+  // For Inner8 and Inner, where there are such. Cubic8: for points on a line, which have all their taps or lie at the
+  // line's ends.
+  SampleRow inner;
 };
 
 // The kernels for an accepted selector, with the small images' rule applied: one column or row selects nearest, fewer
@@ -123,6 +125,7 @@ public:
     if constexpr (M == Method::Nearest) {
       store(points.offset[row] + column, offset(x, y));
     } else if constexpr (M == Method::Cubic8) {
+      store(points.offset[row] + column, offset(shiftRight<10>(x), shiftRight<10>(y)));
       store(points.whole.x[row] + column, x);
       store(points.whole.y[row] + column, y);
     } else if constexpr (M == Method::Inner8) {
@@ -153,6 +156,19 @@ public:
   }
   I32x4 wholeX(I32x4 ix) const { return min(ix, lastX_); }
   I32x4 wholeY(I32x4 iy) const { return min(iy, lastY_); }
+
+  // Single-precision coordinates times 2^fractionBits(M), in the image; inner methods: before the last column and row.
+  void placeInside(Points& points, int row, int column, F32x4 x, F32x4 y) const
+  {
+    if constexpr (M == Method::Fine) {
+      placeSingle(points, row, column, x, y);
+    } else if constexpr (M == Method::Linear || M == Method::Inner) {
+      const I32x4 ix = toIntTruncated(x), iy = toIntTruncated(y);
+      place(points, row, column, ix, iy, x - toFloat(ix), y - toFloat(iy));
+    } else {
+      place(points, row, column, toInt(x), toInt(y));
+    }
+  }
 
   // Single-precision coordinates times 2^fractionBits(M), wherever they are: brought to the nearest inside.
   void placeSingle(Points& points, int row, int column, F32x4 x, F32x4 y) const

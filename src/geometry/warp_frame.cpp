@@ -141,7 +141,7 @@ void walkGroups(const WarpCall& call, const Rule& rule, const Outline& outline, 
             placeBlock<M>(rule, again, source, columns, points);
             isPlaced = true;
           }
-          sample(sampler.placed, points);
+          sample(M == Method::Cubic8 && Rule::keepsBetweenEnds ? sampler.inner : sampler.placed, points);
         }
       }
     }
@@ -260,9 +260,9 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
 
 [[gnu::noinline]] ZorStatus runPerspective(const WarpCall& call, const Perspective& given, bool isBack)
 {
+  if (isSingular(given)) return ZorErrQuad;
   Box region;
   if (auto s = findRegion(call, region); s != ZorOk) return s;
-  if (isBack && isSingular(given)) return ZorErrQuad;
   const Quad quad = mapped(isBack ? inverseOf(given) : given, region);
   const QuadKind kind = kindOf(quad);
   if (!isSound(kind)) return ZorErrQuad;

@@ -56,9 +56,10 @@ Span covered(const Quad& quad, int y, ZorImgRect rect)
     left = std::min(left, x);
     right = std::max(right, x);
   }
-  constexpr double hair = 1e-13;
-  return {std::max(rect.x, int(std::ceil(std::max(left, -1e6) - hair))),
-          std::min(rect.x + rect.width - 1, int(std::floor(std::min(right, 1e6) + hair)))};
+  constexpr double hair = 1e-13, far = 1e6; // what does not fit an int must not become one
+  const auto whole = [=](double x) { return int(std::clamp(x, -far, far)); };
+  return {std::max(rect.x, whole(std::ceil(left - hair))),
+          std::min(rect.x + rect.width - 1, whole(std::floor(right + hair)))};
 }
 
 // Source points of the covered pixels: point(x, y, first column, first row, rows before, columns before).
