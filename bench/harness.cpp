@@ -80,21 +80,42 @@ Ring memcpyUnit()
   return ring;
 }
 
-// Copies by the name of the case, from yardsticks.tsv.
-const std::map<std::string, double>& yardsticks()
+// What peers take, by the name of the case, from yardsticks.tsv: units beyond the cache, cycles a pixel within; 0 where
+// there is no number.
+struct Yardstick {
+  double copies = 0, cycles = 0;
+};
+Yardstick yardstickOf(const std::string& name)
 {
-  static const std::map<std::string, double> table = [] {
-    std::map<std::string, double> copies;
+  static const std::map<std::string, Yardstick> table = [] {
+    std::map<std::string, Yardstick> found;
     std::ifstream file(ZORI_YARDSTICKS);
     for (std::string line; std::getline(file, line);) {
-      std::istringstream fields(line);
-      std::string group, name;
-      double number;
-      if (std::getline(std::getline(fields, group, '\t'), name, '\t') >> number) copies[group + "/" + name] = number;
+      std::vector<std::string> fields;
+      std::istringstream rest(line);
+      for (std::string field; std::getline(rest, field, '\t');) fields.push_back(field);
+      if (fields.size() < 6 || line[0] == '#') continue;
+      const double cycles = std::atof(fields[2].c_str()), slow = std::atof(fields[5].c_str());
+      Yardstick& large = found[fields[0] + "/" + fields[1]];
+      large.copies = slow;
+      if (fields[3] == "own") large.cycles = cycles;
+      else found[fields[0] + "/" + fields[1] + " 256"].cycles = cycles;
     }
-    return copies;
+    return found;
   }();
-  return table;
+  const auto found = table.find(name);
+  return found == table.end() ? Yardstick{} : found->second;
+}
+
+// A chain of so many additions, each of which waits for the one before it: one cycle each.
+constexpr int additions = 100000;
+Ring dependentAdditions()
+{
+  return {[] {
+    long x = 0;
+    for (int i = 0; i < additions; i += 10)
+      for (int k = 0; k < 10; ++k) asm volatile("add $1, %0" : "+r"(x));
+  }};
 }
 
 // Copies the bytes that both sides have, reads what is left of the source and fills what is left of the destination,
@@ -216,6 +237,7 @@ void measure(benchmark::State& state, const Case& c)
     };
     const auto call = [](const Run& run) { run.call(); };
     add("unit", memcpyUnit());
+    add("addition", dependentAdditions());
     add("call", ringOf(call));
     add("limit", memoryLimit(read, written, sets));
     if (isLarge) {
@@ -236,11 +258,13 @@ void measure(benchmark::State& state, const Case& c)
     const Contender& ours = contenders.at("call");
     const auto ratio = [&](const char* column, double value) { state.counters[column] = value; };
     const auto over = [&](const char* name, const Contender& c) { return contenders.at(name).over(c); };
-    const auto yardstick = yardsticks().find(c.group + "/" + c.name);
+    const Yardstick peer = yardstickOf(c.group + "/" + c.name);
+    const double pixels = double(c.size.width) * c.size.height;
     state.SetIterationTime(ours.time());
     ratio("Mpixel/s", c.size.width / 1e6 * c.size.height / ours.time());
     ratio("copies", 1 / over("unit", ours));
-    if (yardstick != yardsticks().end()) ratio("vs peer", yardstick->second * over("unit", ours));
+    if (!isLarge && peer.cycles > 0) ratio("vs peer", peer.cycles * over("addition", ours) / additions * pixels);
+    else if (peer.copies > 0) ratio("vs peer", peer.copies * over("unit", ours));
     ratio(isLarge ? "of limit" : "in cache", over("limit", ours));
     if (isLarge) ratio("in cache", over("limit again", contenders.at("again")));
     if (runs[0].naive) ratio("vs naive", over("naive", ours));

@@ -23,7 +23,7 @@ template <class T> struct KeyedPixel {
       same = equal(as<Zor32s>(s1), splat(get<Zor32s>(key)));
     } else {
       same = equal(as<Zor32s>(s1), as<Zor32s>(splat(get<Zor64s>(key))));
-      same = same & shuffle<2, 3, 0, 1>(same);
+      same = same & shuffleLocal<2, 3, 0, 1>(same);
     }
     return select(as<T>(same), s2, s1);
   }

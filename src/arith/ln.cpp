@@ -31,16 +31,16 @@ template <class T> struct IntegerLn {
     Group<Zor32f> numbers = Converted<Zor32f>{}(x), logarithms;
     explog::Parts split[parts];
     for (int k = 0; k < parts; ++k) {
-      numbers.part[k] = max(numbers.part[k], F32x4(explog::constants.one));
+      numbers.part[k] = max(numbers.part[k], Vec<Zor32f>(explog::constants.one));
       split[k] = explog::Parts(numbers.part[k]);
     }
     explog::logarithms<parts>(logarithms.part, split);
     const Zor32f scale = static_cast<Zor32f>(factor);
-    const F32x4 sure = splat(std::max(0.5f - greatestError * scale, 0.0f));
+    const Vec<Zor32f> sure = splat(std::max(0.5f - greatestError * scale, 0.0f));
     Group<Zor32s> integers;
-    F32x4 doubtful = splat(0.0f);
+    Vec<Zor32f> doubtful = splat(0.0f);
     for (int k = 0; k < parts; ++k) {
-      const F32x4 scaled = min(logarithms.part[k] * splat(scale), splat(beyondAnyType));
+      const Vec<Zor32f> scaled = min(logarithms.part[k] * splat(scale), splat(beyondAnyType));
       integers.part[k] = toInt(scaled);
       doubtful = doubtful | greater(abs(scaled - toFloat(integers.part[k])), sure);
     }
@@ -56,6 +56,7 @@ template <class T> struct IntegerLn {
 // The status of the first sample that has no logarithm.
 template <class T> ZorStatus firstWarning(const T* row, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
   const auto marks = [=](std::ptrdiff_t i) {
     const Vec<T> x = load<T>(row + i);

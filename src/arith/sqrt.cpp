@@ -33,7 +33,7 @@ template <class T> struct RootInDouble {
   Group<T> operator()(const Group<T>& x) const
   {
     Group<Zor32s> n = Converted<Zor32s>{}(x);
-    const auto root = [&](F64x2 v) { return sqrt(v) * splat(factor); };
+    const auto root = [&](Vec<Zor64f> v) { return sqrt(v) * splat(factor); };
     for (auto& part : n.part) part = toInt(root(toDoubleLow(part)), root(toDoubleHigh(part)));
     return Converted<T>{}(n);
   }
@@ -54,10 +54,10 @@ template <class Root> struct RootOfPositive {
 };
 
 struct FloatRoot {
-  F32x4* negative;
+  Vec<Zor32f>* negative;
   Group<Zor32f> operator()(Group<Zor32f> x) const
   {
-    F32x4 marks = *negative;
+    Vec<Zor32f> marks = *negative;
     for (auto& part : x.part) {
       marks = marks | less(part, zero<Zor32f>());
       part = sqrt(part);

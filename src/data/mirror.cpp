@@ -39,8 +39,8 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
       Zor8u* const here = a + done * PixelBytes;
       if constexpr (Reversed) {
         Zor8u* const there = b - (done + count) * PixelBytes;
-        owniFlipCopy<PixelBytes, false>(here, buffer, count, aheadInRow(count * PixelBytes));
-        owniFlipCopy<PixelBytes, KeepsFourth>(there, here, count, aheadInRow(count * PixelBytes));
+        copyReversed<PixelBytes, false>(here, buffer, count, aheadInRow(count * PixelBytes));
+        copyReversed<PixelBytes, KeepsFourth>(there, here, count, aheadInRow(count * PixelBytes));
         copy(buffer, there, count);
       } else {
         Zor8u* const there = b + done * PixelBytes;
@@ -80,7 +80,7 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
         const int next = y + fetchedRows;
         const FlipAhead ahead =
           fetchesRows && next < roi.height ? FlipAhead{src[next] - src[y], target(next) - to} : aheadInRow(rowBytes);
-        owniFlipCopy<PixelBytes, KeepsFourth>(src[y], to, roi.width, ahead);
+        copyReversed<PixelBytes, KeepsFourth>(src[y], to, roi.width, ahead);
       } else if (KeepsFourth) {
         copy(src[y], to, roi.width);
       } else {

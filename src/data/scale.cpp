@@ -113,7 +113,7 @@ struct RangeToByte {
   {
     Group<Zor32s> n;
     for (int k = 0; k < x.parts; ++k) {
-      const F32x4 clamped = max(min(x.part[k], splat(greatest)), splat(least));
+      const Vec<Zor32f> clamped = max(min(x.part[k], splat(greatest)), splat(least));
       n.part[k] = toInt(clamped * splat(factor) + splat(offset)) & splat<Zor32s>(0xff);
     }
     return Converted<Zor8u>{}(n);

@@ -49,9 +49,9 @@ template <class T> struct Selected {
   int index[4];
   Vec<T> constant;
 
-  void operator()(const Vec<T> (&in)[3], Vec<T> (&out)[4]) const
+  template <int Bytes> void operator()(const Vec<T, Bytes> (&in)[3], Vec<T, Bytes> (&out)[4]) const
   {
-    const Vec<T> from[5] = {in[0], in[1], in[2], constant, zero<T>()};
+    const Vec<T, Bytes> from[5] = {in[0], in[1], in[2], firstBytes<Bytes>(constant), zero<T, Bytes>()};
     for (int k = 0; k < 4; ++k) out[k] = from[index[k]];
   }
 };

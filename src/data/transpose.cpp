@@ -41,7 +41,7 @@ static constexpr long long cachedBytes = 1 << 18;
 static constexpr long long streamedBytes = 3 << 19;
 
 template <int PixelBytes> struct Transposer {
-  using Tile = owniTransposeTile<PixelBytes>;
+  using Tile = TransposeTile<PixelBytes>;
   // Pixels of a block's side, as measured: rows of whole cache lines, and both sides of a block in the first cache.
   static constexpr Count side = PixelBytes < 4 || PixelBytes == 6 ? 64 : PixelBytes == 4 ? 32 : 16;
 

@@ -16,6 +16,7 @@
 #include <climits>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace fixed {
 
 // ---- Blocks: as many samples as two vectors of sums hold ----
@@ -36,24 +37,38 @@ template <class A> struct Pair {
 template <class A> inline Pair<A> operator+(Pair<A> a, Pair<A> b) { return {a.low + b.low, a.high + b.high}; }
 template <class A> inline Pair<A> operator-(Pair<A> a, Pair<A> b) { return {a.low - b.low, a.high - b.high}; }
 
+// Where a block lies: its halves `apart` elements apart, which is half a block but in a row shorter than one, whose
+// first and last half overlap.
+template <class T> struct Halves {
+  T* p;
+  std::ptrdiff_t apart;
+  Halves operator+(std::ptrdiff_t n) const { return {p + n, apart}; }
+};
+
 // The samples of a block as sums.
 template <class A, class T> inline Pair<A> loadPair(const T* p)
 {
   if constexpr (sizeof(T) == sizeof(A)) return {load<A>(p), load<A>(p + Vec<A>::size)};
   else {
-    const Vec<T> x = load<T>(p);
-    return {as<A>(widenLow(x)), as<A>(widenHigh(x))};
+    Vec<WiderT<T>> low, high;
+    loadWidened<T>(p, low, high);
+    return {as<A>(low), as<A>(high)};
   }
 }
 template <class A, class T> inline Vec<A> loadHalf(const T* p)
 {
   if constexpr (sizeof(T) == sizeof(A)) return load<A>(p);
-  else return as<A>(widenLow(loadLow8<T>(p)));
+  else return as<A>(loadHalfWidened<T>(p));
 }
-template <class A> inline void storePair(A* p, Pair<A> x)
+template <class A, class T> inline Pair<A> loadPair(Halves<const T> h)
 {
-  store(p, x.low);
-  store(p + Vec<A>::size, x.high);
+  if constexpr (vectorBytes == 16) return loadPair<A>(h.p); // blocks are whole there
+  else return {loadHalf<A>(h.p), loadHalf<A>(h.p + h.apart)};
+}
+template <class A> inline void storePair(Halves<A> h, Pair<A> x)
+{
+  store(h.p, x.low);
+  store(h.p + h.apart, x.high);
 }
 
 // C * x for a small constant, in shifts and sums where the processor has no product.
@@ -149,7 +164,7 @@ template <int N, class A> inline Pair<A> halfEven(Pair<A> x) { return {halfEven<
 // ---- Kernels ----
 
 // The outer product of two weight vectors. Finish::apply(sum, centre) turns the sums of a block into its results;
-// centre points to the source samples of the block.
+// centre is where the source samples of the block lie.
 template <class S_, class D_, class Vertical, class Horizontal, class Finish> struct Separable {
   using S = S_;
   using D = D_;
@@ -157,11 +172,11 @@ template <class S_, class D_, class Vertical, class Horizontal, class Finish> st
   static constexpr int size = Vertical::size, planes = 1;
   static_assert(Horizontal::size == size);
 
-  static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t)
+  static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A> sums, std::ptrdiff_t)
   {
-    storePair(sums, Vertical::apply([=](int k) { return loadPair<A>(rows[k] + i); }));
+    storePair(sums, Vertical::apply([=](int k) { return loadPair<A>(Halves<const S>{rows[k] + i, sums.apart}); }));
   }
-  template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t, const S* centre)
+  template <int Channels> static Block<D, A> row(Halves<const A> sums, std::ptrdiff_t, Halves<const S> centre)
   {
     const Pair<A> sum = Horizontal::apply([=](int k) { return loadPair<A>(sums + k * Channels); });
     return Finish::template apply<D>(sum, centre);
@@ -176,20 +191,20 @@ template <class S_, class D_, class Outer, class Inner, class Own, class Finish>
   using A = Sum<S>;
   static constexpr int size = 5, planes = 3;
 
-  static void columns(const S* const* rows, std::ptrdiff_t i, A* sums, std::ptrdiff_t plane)
+  static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A> sums, std::ptrdiff_t plane)
   {
-    constexpr std::ptrdiff_t half = Vec<A>::size; // pairs of five rows are more than the registers hold
-    for (std::ptrdiff_t k = 0; k < 2 * half; k += half) {
+    for (int h = 0; h < 2; ++h) { // pairs of five rows are more than the registers hold
+      const std::ptrdiff_t k = h * sums.apart;
       const auto at = [=](int row) { return loadHalf<A>(rows[row] + i + k); };
       const Vec<A> samples[5] = {at(0), at(1), at(2), at(3), at(4)};
       const auto sample = [&](int row) { return samples[row]; };
       const Vec<A> outer = Outer::apply(sample), inner = Inner::apply(sample), own = Own::apply(sample);
-      store(sums + k, outer);
-      store(sums + plane + k, inner);
-      store(sums + 2 * plane + k, own);
+      store(sums.p + k, outer);
+      store(sums.p + plane + k, inner);
+      store(sums.p + 2 * plane + k, own);
     }
   }
-  template <int Channels> static Block<D, A> row(const A* sums, std::ptrdiff_t plane, const S*)
+  template <int Channels> static Block<D, A> row(Halves<const A> sums, std::ptrdiff_t plane, Halves<const S>)
   {
     const Pair<A> outer = loadPair<A>(sums) + loadPair<A>(sums + 4 * Channels);
     const Pair<A> inner = loadPair<A>(sums + plane + Channels) + loadPair<A>(sums + plane + 3 * Channels);
@@ -200,7 +215,10 @@ template <class S_, class D_, class Outer, class Inner, class Own, class Finish>
 // ---- Finishing that filters share ----
 
 struct Plain { // the sum, saturated where the type demands it
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S*) { return narrowed<D>(sum); }
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
+  {
+    return narrowed<D>(sum);
+  }
 };
 struct PlainOfThree {
   template <class D, class A> static Block<D, A> apply(Pair<A> outer, Pair<A> inner, Pair<A> own)
@@ -217,60 +235,91 @@ template <class Kernel>
 ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> rows, std::ptrdiff_t length, typename Kernel::A* sums,
                                std::ptrdiff_t plane)
 {
+  const UpperHalvesCleared atTheEnd;
   using S = typename Kernel::S;
-  constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
+  using A = typename Kernel::A;
+  constexpr std::ptrdiff_t block = Pair<A>::size, half = block / 2;
   const S* from[Kernel::size];
-  if (length < block) {
-    alignas(16) S padded[Kernel::size][block] = {};
+  if (length < (vectorBytes == 16 ? block : half)) {
+    alignas(vectorBytes) S padded[Kernel::size][block] = {};
     for (int k = 0; k < Kernel::size; ++k) {
       copyBelow<sizeof padded[0]>(padded[k], rows[k], static_cast<std::size_t>(length) * sizeof(S));
       from[k] = padded[k];
     }
-    Kernel::columns(from, 0, sums, plane);
+    Kernel::columns(from, 0, {sums, half}, plane);
     return;
   }
   for (int k = 0; k < Kernel::size; ++k) from[k] = rows[k];
+  if (length < block) return Kernel::columns(from, 0, {sums, length - half}, plane);
   const S* const next = rows[Kernel::size];
   std::ptrdiff_t i = 0;
   for (; i + block <= length; i += block) {
     prefetch(next + i);
-    Kernel::columns(from, i, sums + i, plane);
+    Kernel::columns(from, i, {sums + i, half}, plane);
   }
-  if (i < length) Kernel::columns(from, length - block, sums + length - block, plane);
+  if (i < length) Kernel::columns(from, length - block, {sums + length - block, half}, plane);
+}
+
+template <class D, class A> inline void storeBlock(Halves<D> to, const Block<D, A>& x)
+{
+  if constexpr (Block<D, A>::vectors == 2) storePair(to, Pair<D>{x.v[0], x.v[1]});
+#if ZORI_VECTOR_BYTES == 32
+  else if (to.apart != Vec<A>::size) {
+    store(to.p, lowHalf(x.v[0]));
+    store(to.p + to.apart, highHalf(x.v[0]));
+  }
+#endif
+  else
+    store(to.p, x.v[0]);
+}
+template <class D, class A> inline Block<D, A> loadBlock(Halves<D> from)
+{
+  if constexpr (Block<D, A>::vectors == 2) return {{load<D>(from.p), load<D>(from.p + from.apart)}};
+#if ZORI_VECTOR_BYTES == 32
+  else return {{joined(load<D, 16>(from.p), load<D, 16>(from.p + from.apart))}};
+#else
+  else return {{load<D>(from.p)}};
+#endif
 }
 
 template <class Kernel, Layout L>
-inline void rowBlock(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
-                     typename Kernel::D* dst)
+inline void rowBlock(Halves<const typename Kernel::A> sums, std::ptrdiff_t plane,
+                     Halves<const typename Kernel::S> centre, Halves<typename Kernel::D> dst)
 {
   using D = typename Kernel::D;
-  const auto result = Kernel::template row<channels<L>>(sums, plane, centre);
-  for (int k = 0; k < result.vectors; ++k) {
-    D* p = dst + k * Vec<D>::size;
-    store(p, L == AC4 ? select(colourMask<D>(), result.v[k], load<D>(p)) : result.v[k]);
+  using A = typename Kernel::A;
+  auto result = Kernel::template row<channels<L>>(sums, plane, centre);
+  if constexpr (L == AC4) {
+    const auto before = loadBlock<D, A>(dst);
+    for (int k = 0; k < result.vectors; ++k) result.v[k] = select(colourMask<D>(), result.v[k], before.v[k]);
   }
+  storeBlock(dst, result);
 }
 
 template <class Kernel, Layout L>
 ZORI_ONE_COPY void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
                             typename Kernel::D* dst, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
   using S = typename Kernel::S;
   using D = typename Kernel::D;
-  constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size;
-  if (length < block) {
-    alignas(16) D out[block] = {};
-    alignas(16) S samples[block] = {};
+  constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size, half = block / 2;
+  if (length < (vectorBytes == 16 ? block : half)) {
+    alignas(vectorBytes) D out[block] = {};
+    alignas(vectorBytes) S samples[block] = {};
     if (L == AC4) copyBelow<sizeof out>(out, dst, static_cast<std::size_t>(length) * sizeof(D));
     copyBelow<sizeof samples>(samples, centre, static_cast<std::size_t>(length) * sizeof(S));
-    rowBlock<Kernel, L>(sums, plane, samples, out);
+    rowBlock<Kernel, L>({sums, half}, plane, {samples, half}, {out, half});
     copyBelow<sizeof out>(dst, out, static_cast<std::size_t>(length) * sizeof(D));
     return;
   }
+  const auto blockAt = [=](std::ptrdiff_t i, std::ptrdiff_t apart) ZORI_INLINE {
+    rowBlock<Kernel, L>({sums + i, apart}, plane, {centre + i, apart}, {dst + i, apart});
+  };
+  if (length < block) return blockAt(0, length - half);
   std::ptrdiff_t i = 0;
-  for (; i + block <= length; i += block) rowBlock<Kernel, L>(sums + i, plane, centre + i, dst + i);
-  const std::ptrdiff_t last = length - block;
-  if (i < length) rowBlock<Kernel, L>(sums + last, plane, centre + last, dst + last);
+  for (; i + block <= length; i += block) blockAt(i, half);
+  if (i < length) blockAt(length - block, half);
 }
 
 // ---- The region ----
@@ -358,4 +407,5 @@ inline ZorStatus filterSelected(const S* pSrc, int srcStep, D* pDst, int dstStep
 }
 
 } // namespace fixed
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -13,9 +13,11 @@
 
 #include "frame/checks.h"
 #include "frame/layout.h"
+#include "frame/memory.h"
 #include "rowkernels/simd.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 
 // The finishing of a row of sums: dst[i] = finished(sums[i]). Without a row function the sums are the result.
@@ -109,16 +111,12 @@ inline bool elementsWithin(const Zor32s* pKernel, ZorImgSize kernelSize, int low
 class DividedKernel {
 public:
   DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int divisor);
-  ~DividedKernel();
-  DividedKernel(const DividedKernel&) = delete;
-  DividedKernel& operator=(const DividedKernel&) = delete;
-  const Zor32f* get() const { return elements_; } // null when there is no memory
+  const Zor32f* get() const { return elements_.get(); } // null when there is no memory
 
 private:
-  static constexpr int onStack = 256;
-  Zor32f local_[onStack];
-  Zor32f* elements_;
+  SmallScratch<Zor32f, 256> elements_;
 };
 
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -8,6 +8,7 @@
 #include "zori/filter.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 namespace {
 
@@ -55,6 +56,7 @@ ZorStatus filterDivided(const Zor16u* pSrc, int srcStep, Zor16u* pDst, int dstSt
 
 } // namespace
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori
 
 using namespace zori;

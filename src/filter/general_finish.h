@@ -15,6 +15,7 @@
 #include "rowkernels/convert.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 
 template <class D> struct Saturated {
@@ -43,7 +44,7 @@ struct RoundedUp {
   {
     Group<Zor32s> n;
     for (int k = 0; k < n.parts; ++k) {
-      const F32x4 v = clampedAtZero(clampedAbove<Zor8u>(x.part[k]));
+      const Vec<Zor32f> v = clampedAtZero(clampedAbove<Zor8u>(x.part[k]));
       const Vec<Zor32s> whole = toIntTruncated(v);
       n.part[k] = whole - as<Zor32s>(greaterEqual(v - toFloat(whole), splat(0.5f)));
     }
@@ -52,7 +53,7 @@ struct RoundedUp {
 };
 
 template <class D, class Round> struct Multiplied {
-  F32x4 reciprocal;
+  Vec<Zor32f> reciprocal;
   explicit Multiplied(const Finish<Zor32s>& f) : reciprocal(splat(1.0f / static_cast<Zor32f>(f.divisor))) {}
   Group<D> operator()(const Group<Zor32s>& sums) const
   {
@@ -70,20 +71,20 @@ template <class Round> struct Plainly {
 // The quotient of two 32-bit integers in double is an integer or halfway between two only where the exact one is, so
 // that rounding it rounds the exact one.
 template <class D> struct ExactQuotient {
-  F64x2 divisor;
+  Vec<Zor64f> divisor;
   ZorRoundMode mode;
   explicit ExactQuotient(const Finish<Zor32s>& f) : divisor(splat(f.divisor)), mode(f.roundMode) {}
 
-  F64x2 clamped(F64x2 sum) const
+  Vec<Zor64f> clamped(Vec<Zor64f> sum) const
   {
     return max(min(sum / divisor, splat<Zor64f>(std::numeric_limits<D>::max())),
                splat<Zor64f>(std::numeric_limits<D>::lowest()));
   }
-  static F64x2 halfFurther(F64x2 q) { return q + (splat(0.5) | (q & splat(-0.0))); }
+  static Vec<Zor64f> halfFurther(Vec<Zor64f> q) { return q + (splat(0.5) | (q & splat(-0.0))); }
   Group<D> operator()(Group<Zor32s> sums) const
   {
     for (auto& v : sums.part) {
-      const F64x2 low = clamped(toDoubleLow(v)), high = clamped(toDoubleHigh(v));
+      const Vec<Zor64f> low = clamped(toDoubleLow(v)), high = clamped(toDoubleHigh(v));
       if (mode == ZorRoundNearestEven) v = toInt(low, high);
       else if (mode == ZorRoundTowardZero) v = toIntTruncated(low, high);
       else v = toIntTruncated(halfFurther(low), halfFurther(high));
@@ -99,13 +100,13 @@ template <class D> struct RoundedBy {
   {
     Group<Zor32s> n;
     for (int k = 0; k < n.parts; ++k) {
-      const F32x4 v = max(clampedAbove<D>(x.part[k]), splat<Zor32f>(std::numeric_limits<D>::lowest()));
+      const Vec<Zor32f> v = max(clampedAbove<D>(x.part[k]), splat<Zor32f>(std::numeric_limits<D>::lowest()));
       if (mode == ZorRoundNearestEven) {
         n.part[k] = toInt(v);
       } else {
         n.part[k] = toIntTruncated(v);
         if (mode == ZorRoundNearestAway) { // by the fraction, because v + 0.5 may round up to the next integer
-          const F32x4 fraction = v - toFloat(n.part[k]);
+          const Vec<Zor32f> fraction = v - toFloat(n.part[k]);
           n.part[k] =
             n.part[k] - as<Zor32s>(greaterEqual(fraction, splat(0.5f))) + as<Zor32s>(lessEqual(fraction, splat(-0.5f)));
         }
@@ -188,4 +189,5 @@ template <Layout L, class Call> void finishQuotient_8u(Call& call, int divisor, 
 }
 
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori

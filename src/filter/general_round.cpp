@@ -9,6 +9,7 @@
 #include "zori/filter.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 namespace {
 
@@ -64,6 +65,7 @@ ZorStatus bufferSize(const BufferRule& rule, ZorImgSize kernelSize, int roiWidth
 
 } // namespace
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori
 
 using namespace zori;

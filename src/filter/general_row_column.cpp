@@ -8,6 +8,7 @@
 #include "zori/filter.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 namespace {
 
@@ -64,6 +65,7 @@ ZorStatus lineDivided(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
 
 } // namespace
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori
 
 using namespace zori;

@@ -19,6 +19,7 @@
 #include <algorithm>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 namespace general {
 namespace {
 
@@ -32,9 +33,9 @@ struct PairLanes {
 };
 struct FloatLanes {
   using Sum = Zor32f;
-  using Factor = F32x4;
-  static F32x4 samples(const char* p) { return load<Zor32f>(p); }
-  static F32x4 added(F32x4 sum, F32x4 x, Factor f) { return sum + x * f; }
+  using Factor = Vec<Zor32f>;
+  static Vec<Sum> samples(const char* p) { return load<Zor32f>(p); }
+  static Vec<Sum> added(Vec<Sum> sum, Vec<Sum> x, Factor f) { return sum + x * f; }
 };
 
 // Taps of output row 0 alone, then of both rows, then of row 1 alone; in each part in source order.
@@ -72,6 +73,7 @@ template <class Lanes> struct Taps {
 
 constexpr int vectors = sizeof(void*) == 4 ? 2 : 4; // of an output row: two rows of sums in 8 or 16 registers
 constexpr std::ptrdiff_t blockLength = 16;          // rows of sums have room for one
+constexpr int lanes = Vec<Zor32s>::size;
 
 template <class Lanes, int Rows, int N> using BlockSums = Vec<typename Lanes::Sum>[Rows][N];
 
@@ -83,7 +85,8 @@ template <int From, int To, class Lanes, int Rows, int N>
   for (int t = first; t < end; ++t) {
     const char* const p = taps.at[t] + offset;
     for (int v = 0; v < N; ++v) {
-      const auto x = To - From > 1 ? loadedOnce(Lanes::samples(p + 16 * v)) : Lanes::samples(p + 16 * v);
+      const auto x =
+        To - From > 1 ? loadedOnce(Lanes::samples(p + vectorBytes * v)) : Lanes::samples(p + vectorBytes * v);
       for (int r = From; r < To; ++r) sums[r][v] = Lanes::added(sums[r][v], x, taps.factors[t][r]);
     }
   }
@@ -123,24 +126,23 @@ template <int Rows, int N, class Lanes>
   }
   addTaps<Lanes, Rows, N>(sums, taps.low, offset);
   for (int r = 0; r < Rows; ++r)
-    for (int v = 0; v < N; ++v) store(out[r] + i + 4 * v, sums[r][v]);
+    for (int v = 0; v < N; ++v) store(out[r] + i + lanes * v, sums[r][v]);
 }
 
 // The sums of a row; of fewer samples than a block, of a whole block.
 template <class Lanes>
 ZORI_ONE_COPY void sumRow(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* out)
 {
+  const UpperHalvesCleared atTheEnd;
   typename Lanes::Sum* const row[1] = {out};
-  constexpr std::ptrdiff_t step = 8 * vectors; // one row leaves registers for twice the vectors
+  constexpr int wholeBlock = blockLength / lanes;
+  constexpr std::ptrdiff_t step = 2 * lanes * vectors; // one row leaves registers for twice the vectors
   std::ptrdiff_t i = 0;
   for (; i + step <= length; i += step) sumBlock<1, 2 * vectors>(taps, i, row);
   if (i == length) return;
   if (length >= step) return sumBlock<1, 2 * vectors>(taps, length - step, row);
-  for (; i + blockLength <= length; i += blockLength)
-    for (int j = 0; j < blockLength; j += 4 * vectors) sumBlock<1, vectors>(taps, i + j, row);
-  if (i == length) return;
-  i = std::max<std::ptrdiff_t>(length - blockLength, 0);
-  for (int j = 0; j < blockLength; j += 4 * vectors) sumBlock<1, vectors>(taps, i + j, row);
+  for (; i + blockLength <= length; i += blockLength) sumBlock<1, wholeBlock>(taps, i, row);
+  if (i < length) sumBlock<1, wholeBlock>(taps, std::max<std::ptrdiff_t>(length - blockLength, 0), row);
 }
 
 // The same of two output rows.
@@ -148,21 +150,23 @@ template <class Lanes>
 ZORI_ONE_COPY void sumTwoRows(const Taps<Lanes>& taps, std::ptrdiff_t length, typename Lanes::Sum* upper,
                               typename Lanes::Sum* lower)
 {
+  const UpperHalvesCleared atTheEnd;
   typename Lanes::Sum* const rows[2] = {upper, lower};
-  constexpr std::ptrdiff_t step = 4 * vectors;
+  constexpr std::ptrdiff_t step = lanes * vectors, least = std::min(step, blockLength);
   const std::ptrdiff_t ahead = isInt<typename Lanes::Sum> ? 0 : fetchDistance<typename Lanes::Sum>(length);
   std::ptrdiff_t i = 0;
   for (; i + step <= length; i += step) {
     if (ahead > 0) { // what the kernel's last element reads is new to both rows
-      prefetch(taps.low.at[taps.low.bothEnd - 1] + 4 * i + ahead);
-      prefetch(taps.low.at[taps.low.end - 1] + 4 * i + ahead);
-      for (const auto* p : rows) prefetch(reinterpret_cast<const char*>(p + i) + ahead);
+      for (std::ptrdiff_t line = 0; line < 4 * step; line += 64) {
+        prefetch(taps.low.at[taps.low.bothEnd - 1] + 4 * i + ahead + line);
+        prefetch(taps.low.at[taps.low.end - 1] + 4 * i + ahead + line);
+        for (const auto* p : rows) prefetch(reinterpret_cast<const char*>(p + i) + ahead + line);
+      }
     }
     sumBlock<2, vectors>(taps, i, rows);
   }
-  if (i == length) return;
-  i = std::max<std::ptrdiff_t>(length - step, 0);
-  sumBlock<2, vectors>(taps, i, rows);
+  for (; i + least <= length && i < length; i += least) sumBlock<2, least / lanes>(taps, i, rows);
+  if (i < length) sumBlock<2, least / lanes>(taps, std::max<std::ptrdiff_t>(length - least, 0), rows);
 }
 
 // ---- Stored rows and their taps ----
@@ -173,16 +177,14 @@ template <class S> struct Paired {
   void block(const S* a, const S* b, Zor32s* pairs) const
   {
     const Vec<Zor16u> bias = std::is_same_v<S, Zor16u> ? topBits<Zor16u>() : zero<Zor16u>();
-    const auto put = [&](Vec<Zor16u> x, Vec<Zor16u> y, int i) {
-      store(pairs + i, as<Zor32s>(interleaveLow(x ^ bias, y ^ bias)));
-      store(pairs + i + 4, as<Zor32s>(interleaveHigh(x ^ bias, y ^ bias)));
+    const auto words = [=](const S* p) {
+      if constexpr (sizeof(S) == 1) return loadHalfWidened<Zor8u>(p);
+      else return load<Zor16u>(p) ^ bias;
     };
-    if constexpr (sizeof(S) == 1) {
-      const Vec<Zor8u> x = load<Zor8u>(a), y = load<Zor8u>(b);
-      put(widenLow(x), widenLow(y), 0);
-      put(widenHigh(x), widenHigh(y), 8);
-    } else {
-      for (int i = 0; i < 16; i += 8) put(load<Zor16u>(a + i), load<Zor16u>(b + i), i);
+    for (int i = 0; i < blockLength; i += Vec<Zor16u>::size) {
+      const Vec<Zor16u> x = words(a + i), y = words(b + i);
+      store(pairs + i, as<Zor32s>(interleaveLow(x, y)));
+      store(pairs + i + lanes, as<Zor32s>(interleaveHigh(x, y)));
     }
   }
 };
@@ -299,20 +301,18 @@ template <class S> struct Stored<S, Zor32f> {
 // in strips so that it stays in the second-level cache.
 class Room {
 public:
-  static constexpr std::ptrdiff_t onStack = 24576, wanted = 98304;
-  explicit Room(long long bytes) : heap_(bytes <= onStack ? 0 : bytes), next_(bytes <= onStack ? local_ : heap_.get())
-  {}
+  static constexpr int onStack = 24576, wanted = 98304;
+  explicit Room(long long bytes) : memory_(bytes), next_(memory_.get()) {}
   explicit operator bool() const { return next_ != nullptr; }
-  template <class T> T* take(long long count) // of objects that keep the next ones aligned to 16 bytes
+  template <class T> T* take(long long count)
   {
     char* const p = next_;
-    next_ += roundUp(static_cast<std::size_t>(count) * sizeof(T), 16);
+    next_ += roundUp(static_cast<std::size_t>(count) * sizeof(T), vectorBytes);
     return reinterpret_cast<T*>(p);
   }
 
 private:
-  alignas(16) char local_[onStack];
-  Scratch<char> heap_;
+  SmallScratch<char, onStack> memory_;
   char* next_;
 };
 
@@ -339,7 +339,7 @@ template <class S, class K> ZORI_ONE_COPY bool convolveSlab(const Convolution<S,
   const long long taps = 1LL * stored.ringRows() * stored.places(), overlap = (stored.kw - 1LL) * call.channels;
   if (taps > 1000000000) return false;
   constexpr long long bytesOfATap = sizeof(*List::factors) + sizeof(*List::at) + sizeof(*List::places);
-  const long long tapBytes = stored.lists() * (taps * bytesOfATap + 64);
+  const long long tapBytes = stored.lists() * (taps * bytesOfATap + 3 * vectorBytes);
   const long long fixed = tapBytes + (overlap + 2 * blockLength) * 4 * ringRows, perSample = 4LL * (ringRows + sumRows);
   std::ptrdiff_t strip = length;
   if (perSample > 0) {
@@ -454,17 +454,14 @@ static void divide(const Zor32s* pKernel, std::ptrdiff_t count, int divisor, Zor
 }
 
 DividedKernel::DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int divisor)
+  : elements_(1LL * kernelSize.width * kernelSize.height)
 {
   const long long count = 1LL * kernelSize.width * kernelSize.height;
-  elements_ = count <= onStack ? local_ : Scratch<Zor32f>(count).release();
   if (!elements_) return;
-  underRounding(Rounding::Nearest, [&] { divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_); });
-}
-
-DividedKernel::~DividedKernel()
-{
-  if (elements_ != local_) releaseBlock(elements_);
+  underRounding(Rounding::Nearest,
+                [&] { divide(pKernel, static_cast<std::ptrdiff_t>(count), divisor, elements_.get()); });
 }
 
 } // namespace general
+} // namespace ZORI_WIDTH
 } // namespace zori

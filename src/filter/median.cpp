@@ -3,7 +3,7 @@
 //   mask                        way
 //   1x1                         copy
 //   3x1, 5x1, 1x3, 1x5          one operation on three or five places of a row or column (median_shapes.h)
-//   squares of 3, 5, 7, 9, 11   networks over sorted columns (sorted_columns.h)
+//   squares of 3, 5, 7 ... 15   networks over sorted columns (sorted_columns.h)
 //   any other                   counting (median_histogram.cpp)
 #include "median_histogram.h"
 #include "median_shapes.h"
@@ -57,6 +57,8 @@ ZorStatus filterMedian(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgS
   else if (is(7, 7)) square<T, L, 7>(src, anchor, dst, roi);
   else if (is(9, 9)) square<T, L, 9>(src, anchor, dst, roi);
   else if (is(11, 11)) square<T, L, 11>(src, anchor, dst, roi);
+  else if (is(13, 13)) square<T, L, 13>(src, anchor, dst, roi);
+  else if (is(15, 15)) square<T, L, 15>(src, anchor, dst, roi);
   else histogram<T, L>(src, anchor, dst, roi, mask);
   return ZorOk;
 }

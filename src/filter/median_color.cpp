@@ -26,7 +26,7 @@ namespace {
 
 inline Vec<uint8_t> difference(Vec<uint8_t> a, Vec<uint8_t> b) { return subSat(a, b) | subSat(b, a); }
 inline Vec<uint16_t> difference(Vec<int16_t> a, Vec<int16_t> b) { return as<uint16_t>(max(a, b) - min(a, b)); }
-inline F32x4 difference(F32x4 a, F32x4 b) { return abs(a - b); }
+inline Vec<float> difference(Vec<float> a, Vec<float> b) { return abs(a - b); }
 
 // Sums of distances: how wide, and what a vector of samples gives.
 template <class T> struct DistanceOf {
@@ -77,7 +77,7 @@ template <class T, int Channels> void takePlanes(const T* src, T* const (&planes
 {
   using Bits =
     std::conditional_t<sizeof(T) == 1, std::uint8_t, std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
-  const auto colours = [](const Vec<Bits>(&in)[Channels], Vec<Bits>(&out)[3]) {
+  const auto colours = [](const auto& in, auto& out) { // of vectors of either width
     for (int k = 0; k < 3; ++k) out[k] = in[k];
   };
   const Planar<Bits, 3> to{

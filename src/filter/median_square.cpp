@@ -25,7 +25,7 @@ void squareOfWords(Rows<const int16_t> src, Rows<int16_t> dst, ZorImgSize roi, i
 #define SIDE(side)                                                                                                     \
   template void squareOfBytes<side>(Rows<const uint8_t>, Rows<uint8_t>, ZorImgSize, int, bool, TeamRule);              \
   template void squareOfWords<side>(Rows<const int16_t>, Rows<int16_t>, ZorImgSize, int, bool, bool);
-SIDE(3) SIDE(5) SIDE(7) SIDE(9) SIDE(11)
+SIDE(3) SIDE(5) SIDE(7) SIDE(9) SIDE(11) SIDE(13) SIDE(15)
 #undef SIDE
 
 } // namespace median

@@ -1,4 +1,4 @@
-// Medians of square windows of 3 to 11 pixels a side, of all layouts: the ways into sorted_columns.h. One kernel a side
+// Medians of square windows of 3 to 15 pixels a side, of all layouts: the ways into sorted_columns.h. One kernel a side
 // and width of sample serves all layouts and signs; median.cpp holds them.
 #pragma once
 

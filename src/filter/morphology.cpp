@@ -93,12 +93,13 @@ inline void forRuns(const Zor8u* pMask, ZorImgSize mask, const Members& members,
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
 [[gnu::noinline]] void pickAcross(const T* const* rows, std::ptrdiff_t count, T* to, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
-    Vec<T> best = loadPart<T>(rows[0], bytes);
-    for (std::ptrdiff_t k = 1; k < count; ++k) best = Op::pick(best, loadPart<T>(rows[k], bytes));
-    storeResultPart<KeepFourth>(to, Op::finished(best), bytes);
+    Vec<T> best = loadShort<T>(rows[0], bytes);
+    for (std::ptrdiff_t k = 1; k < count; ++k) best = Op::pick(best, loadShort<T>(rows[k], bytes));
+    storeShortResult<KeepFourth>(to, Op::finished(best), bytes);
     return;
   }
   std::ptrdiff_t x = 0;
@@ -159,7 +160,7 @@ public:
       levels_(shape.levels), count_(static_cast<std::ptrdiff_t>(shape.runs)),
       pitch_((static_cast<long long>(width) + size_.width) * channels), run_(plan_.add<Run>(shape.runs)),
       row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>((levels_.count() - 1) * pitch_ * size_.height)),
-      memory_(plan_.bytes() <= onStack ? 0 : plan_.bytes())
+      memory_(plan_.bytes())
   {
     if (status() != ZorOk) return;
     Run* run = run_.in(block());
@@ -170,7 +171,7 @@ public:
                 isOne ? 0 : levels_.of(length)};
     });
   }
-  ZorStatus status() const { return require(plan_.bytes() <= onStack || memory_, ZorErrAlloc); }
+  ZorStatus status() const { return require(static_cast<bool>(memory_), ZorErrAlloc); }
   int rowsAtOnce() const { return 1; }
 
   // One row after the other, from the top.
@@ -190,9 +191,7 @@ public:
   }
 
 private:
-  static constexpr int onStack = 8192;
-
-  Zor8u* block() { return memory_ ? memory_.get() : local_; }
+  Zor8u* block() { return memory_.get(); }
   // The picks of runs of row j of the mask, which stands at row y of the source.
   T* longer(int level, int j)
   {
@@ -225,8 +224,7 @@ private:
   BlockPart<Run> run_;
   BlockPart<const T*> row_;
   BlockPart<T> ring_; // for each level but the first as many rows as the mask has
-  Scratch<Zor8u> memory_;
-  alignas(32) Zor8u local_[onStack];
+  SmallScratch<Zor8u, 8192> memory_;
   int top_ = 0, ready_ = 0; // the slot of the mask's first row in the ring; rows of the mask that are in it
 };
 
@@ -248,7 +246,7 @@ ZorStatus filterShape(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   const int above = anchor.y - members.top, before = anchor.x - members.left; // negative where they start behind it
   const Rows<const T> first{src[-std::ptrdiff_t{above}] - std::ptrdiff_t{before} * channels<L>, srcStep};
   if (members.areRectangle()) return filterRectangle<Op>(first, members.size(), target, inPlace, above);
-  const Shape shape(pMask, mask, members, std::ptrdiff_t{roi.width} * channels<L> >= Vec<T>::size);
+  const Shape shape(pMask, mask, members, std::ptrdiff_t{roi.width} * channels<L> >= Vec<T, 16>::size);
   AnyShape<Op> filter(first, pMask, mask, members, shape, roi.width, channels<L>);
   if (auto s = filter.status(); s != ZorOk) return s;
   if (inPlace) return target.fillInPlace(filter, above);

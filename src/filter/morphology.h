@@ -21,18 +21,21 @@ namespace morphology {
 
 template <class T> struct Greatest {
   using Sample = T;
-  static Vec<T> pick(Vec<T> a, Vec<T> b) { return max(a, b); }
-  static Vec<T> finished(Vec<T> x) { return x; }
+  template <class V> static V pick(V a, V b) { return max(a, b); }
+  template <class V> static V finished(V x) { return x; }
 };
 template <class T> struct Least {
   using Sample = T;
-  static Vec<T> pick(Vec<T> a, Vec<T> b) { return min(a, b); }
-  static Vec<T> finished(Vec<T> x) { return x; }
+  template <class V> static V pick(V a, V b) { return min(a, b); }
+  template <class V> static V finished(V x) { return x; }
 };
 
 // Masks of any shape give finite floats.
 template <template <class> class Op> struct Finite : Op<float> {
-  static F32x4 finished(F32x4 x) { return min(max(x, splat(-FLT_MAX)), splat(FLT_MAX)); }
+  template <int Bytes> static Vec<float, Bytes> finished(Vec<float, Bytes> x)
+  {
+    return min(max(x, splat<float, Bytes>(-FLT_MAX)), splat<float, Bytes>(FLT_MAX));
+  }
 };
 template <template <class> class Op, class T>
 using Limited = std::conditional_t<std::is_same_v<T, float>, Finite<Op>, Op<T>>;
@@ -40,13 +43,18 @@ using Limited = std::conditional_t<std::is_same_v<T, float>, Finite<Op>, Op<T>>;
 // ---- Storing ----
 
 // The results of a row into it, or into its first three of four channels.
-template <bool KeepFourth, class T> inline void storeResult(T* to, Vec<T> x)
+template <bool KeepFourth, class T, int Bytes> inline void storeResult(T* to, Vec<T, Bytes> x)
 {
-  store(to, KeepFourth ? select(colourMask<T>(), x, load<T>(to)) : x);
+  store(to, KeepFourth ? select(colourMask<T, Bytes>(), x, load<T, Bytes>(to)) : x);
 }
-template <bool KeepFourth, class T> inline void storeResultPart(T* to, Vec<T> x, std::size_t bytes)
+template <bool KeepFourth, class T> inline void storeResultPart(T* to, Vec<T, 16> x, std::size_t bytes)
 {
-  storePart(to, KeepFourth ? select(colourMask<T>(), x, loadPart<T>(to, bytes)) : x, bytes);
+  storePart(to, KeepFourth ? select(colourMask<T, 16>(), x, loadPart16<T>(to, bytes)) : x, bytes);
+}
+// The same of a row in the manner of loadShort.
+template <bool KeepFourth, class T> inline void storeShortResult(T* to, Vec<T> x, std::size_t bytes)
+{
+  storeShort(to, KeepFourth ? select(colourMask<T>(), x, loadShort<T>(to, bytes)) : x, bytes);
 }
 
 // ---- The walk ----

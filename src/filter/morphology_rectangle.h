@@ -7,6 +7,9 @@
 //
 // This goes in strips of columns that stay in the cache. Squares of three need no strip: rows first, in registers, four
 // results at once. Neighbouring samples lie `channels` apart. src is the first sample that a window covers.
+//
+// A NaN makes picks depend on how they are grouped: rows of 16 bytes and more are grouped alike at every width, those
+// of fewer than 32 in vectors of 16.
 #pragma once
 
 #include "morphology.h"
@@ -19,10 +22,10 @@ namespace morphology {
 
 // Calls body(x) for vectors that cover `length` elements, the last one overlapping; there are as many as it holds. The
 // loop of a short body is unrolled.
-template <class T, bool IsShort, class Body>
+template <class T, bool IsShort, int Bytes = vectorBytes, class Body>
 [[gnu::always_inline]] inline void overRow(std::ptrdiff_t length, Body body)
 {
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  constexpr std::ptrdiff_t lanes = Vec<T, Bytes>::size;
   if constexpr (IsShort) {
 #pragma GCC unroll 2
     for (std::ptrdiff_t x = 0; x < length - lanes; x += lanes) body(x);
@@ -37,45 +40,48 @@ template <class T, bool IsShort, class Body>
 // ---- Columns ----
 
 // Row `row` from p on, steps in bytes.
-template <class T> inline Vec<T> loadRow(const T* p, std::ptrdiff_t row, std::ptrdiff_t step)
+template <int Bytes, class T> inline Vec<T, Bytes> loadRow(const T* p, std::ptrdiff_t row, std::ptrdiff_t step)
 {
-  return load<T>(reinterpret_cast<const char*>(p) + row * step);
+  return load<T, Bytes>(reinterpret_cast<const char*>(p) + row * step);
 }
 
 // R rows of results, of windows of `height` >= R rows: to[i * pitch + x] for `length` samples. Windows one row taller
 // than R have kernels of their own.
-template <class Op, int R, bool IsOneTaller, class T = typename Op::Sample>
+template <class Op, int R, bool IsOneTaller, int Bytes, class T = typename Op::Sample>
 [[gnu::noinline]] void pickColumns(Rows<const T> src, std::ptrdiff_t anyHeight, std::ptrdiff_t length, T* to,
                                    std::ptrdiff_t pitch)
 {
+  const UpperHalvesCleared atTheEnd;
+  using V = Vec<T, Bytes>;
   const std::ptrdiff_t height = IsOneTaller ? R + 1 : anyHeight, step = src.step;
   const auto pickAt = [=](std::ptrdiff_t x) {
     const T* const p = src.first + x;
-    Vec<T> shared = loadRow(p, R - 1, step);
-    for (std::ptrdiff_t row = R; row < height; ++row) shared = Op::pick(shared, loadRow(p, row, step));
-    Vec<T> upper[R];
+    V shared = loadRow<Bytes>(p, R - 1, step);
+    for (std::ptrdiff_t row = R; row < height; ++row) shared = Op::pick(shared, loadRow<Bytes>(p, row, step));
+    V upper[R];
     upper[R - 1] = shared;
-    for (int i = R - 2; i >= 0; --i) upper[i] = Op::pick(loadRow(p, i, step), upper[i + 1]);
+    for (int i = R - 2; i >= 0; --i) upper[i] = Op::pick(loadRow<Bytes>(p, i, step), upper[i + 1]);
     store(to + x, upper[0]);
     if constexpr (R > 1) {
-      Vec<T> lower = loadRow(p, height, step);
+      V lower = loadRow<Bytes>(p, height, step);
       store(to + pitch + x, Op::pick(upper[1], lower));
       for (int i = 2; i < R; ++i) {
-        lower = Op::pick(lower, loadRow(p, height + i - 1, step));
+        lower = Op::pick(lower, loadRow<Bytes>(p, height + i - 1, step));
         store(to + i * pitch + x, Op::pick(upper[i], lower));
       }
     }
   };
-  overRow<T, IsOneTaller>(length, pickAt);
+  overRow<T, IsOneTaller, Bytes>(length, pickAt);
 }
 
-// One row of results of fewer samples than a vector holds.
+// One row of results of less than 16 bytes.
 template <class Op, class T = typename Op::Sample>
 [[gnu::noinline]] void pickShortColumns(Rows<const T> src, std::ptrdiff_t height, std::ptrdiff_t length, T* to)
 {
   const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
-  Vec<T> x = loadPart<T>(src[0], bytes);
-  for (std::ptrdiff_t row = 1; row < height; ++row) x = Op::pick(x, loadPart<T>(src[row], bytes));
+  const auto rowAt = [=](std::ptrdiff_t row) { return loadPart16<T>(src[row], bytes); };
+  Vec<T, 16> x = rowAt(0);
+  for (std::ptrdiff_t row = 1; row < height; ++row) x = Op::pick(x, rowAt(row));
   store(to, x);
 }
 
@@ -83,17 +89,18 @@ template <class Op, class T = typename Op::Sample>
 
 // to[x] = the pick of from[x + k * distance] for 0 <= k < Taps - 1, and from[x + last]. May be in place: both rows have
 // room for whole vectors.
-template <class Op, int Taps, class T>
-inline Vec<T> pickTaps(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last)
+template <class Op, int Taps, int Bytes = vectorBytes, class T>
+inline Vec<T, Bytes> pickTaps(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last)
 {
-  Vec<T> x = load<T>(from);
-  for (int k = 1; k < Taps; ++k) x = Op::pick(x, load<T>(from + (k == Taps - 1 ? last : k * distance)));
+  Vec<T, Bytes> x = load<T, Bytes>(from);
+  for (int k = 1; k < Taps; ++k) x = Op::pick(x, load<T, Bytes>(from + (k == Taps - 1 ? last : k * distance)));
   return x;
 }
 
 template <class Op, class T = typename Op::Sample>
 [[gnu::noinline]] void lengthenRuns(T* row, std::ptrdiff_t distance, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
   for (std::ptrdiff_t x = 0; x < length; x += Vec<T>::size)
     store(row + x, pickTaps<Op, 4>(row + x, distance, 3 * distance));
 }
@@ -102,12 +109,19 @@ template <class Op, int Taps, bool KeepFourth, class T = typename Op::Sample>
 [[gnu::noinline]] void pickRow(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last, T* to,
                                std::ptrdiff_t length)
 {
-  const auto result = [=](std::ptrdiff_t x) { return Op::finished(pickTaps<Op, Taps>(from + x, distance, last)); };
-  if (length < Vec<T>::size) {
-    storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
-    return;
-  }
-  overRow<T, Taps >= 3>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+  const UpperHalvesCleared atTheEnd;
+  const auto inVectors = [=](auto bytes) {
+    constexpr int Bytes = decltype(bytes)::value;
+    const auto result = [=](std::ptrdiff_t x) {
+      return Op::finished(pickTaps<Op, Taps, Bytes>(from + x, distance, last));
+    };
+    if constexpr (Bytes == 16)
+      if (length < Vec<T, 16>::size)
+        return storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
+    overRow<T, Taps >= 3, Bytes>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+  };
+  if (vectorBytes > 16 && length < Vec<T>::size) inVectors(std::integral_constant<int, 16>{});
+  else inVectors(std::integral_constant<int, vectorBytes>{});
 }
 
 // The same for any number of taps from 1 to 5.
@@ -127,23 +141,26 @@ inline void pickTapsOf(int taps, const T* from, std::ptrdiff_t distance, std::pt
 // ---- Squares of three ----
 
 // R rows (1 or an even number) of results, length samples each, at least as many as a vector holds.
-template <class Op, int R, bool KeepFourth, class T = typename Op::Sample>
+template <class Op, int R, bool KeepFourth, int Bytes, class T = typename Op::Sample>
 [[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, T* const* to, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
+  using V = Vec<T, Bytes>;
   const std::ptrdiff_t step = src.step;
   T* results[R];
   std::copy(to, to + R, results);
-  overRow<T, false>(length, [=](std::ptrdiff_t x) {
+  overRow<T, false, Bytes>(length, [=](std::ptrdiff_t x) {
     const T *const left = src.first + x, *const middle = left + channels, *const right = middle + channels;
     const auto rowAt = [=](std::ptrdiff_t row) {
-      return Op::pick(Op::pick(loadRow(left, row, step), loadRow(middle, row, step)), loadRow(right, row, step));
+      return Op::pick(Op::pick(loadRow<Bytes>(left, row, step), loadRow<Bytes>(middle, row, step)),
+                      loadRow<Bytes>(right, row, step));
     };
-    const auto put = [=](int i, Vec<T> best) { storeResult<KeepFourth>(results[i] + x, Op::finished(best)); };
-    Vec<T> a = rowAt(0), b = rowAt(1);
+    const auto put = [=](int i, V best) { storeResult<KeepFourth>(results[i] + x, Op::finished(best)); };
+    V a = rowAt(0), b = rowAt(1);
     if constexpr (R == 1) put(0, Op::pick(Op::pick(a, b), rowAt(2)));
     else {
       for (int i = 0; i < R; i += 2) {
-        const Vec<T> c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
+        const V c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
         put(i, Op::pick(a, shared));
         put(i + 1, Op::pick(shared, d));
         a = c, b = d;
@@ -155,13 +172,14 @@ template <class Op, int R, bool KeepFourth, class T = typename Op::Sample>
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
 [[gnu::noinline]] void pickShortSquares(Rows<const T> src, std::ptrdiff_t channels, T* to, std::ptrdiff_t length)
 {
+  const UpperHalvesCleared atTheEnd;
   const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
   const auto rowAt = [=](std::ptrdiff_t y) {
     const T* const p = src[y];
-    return Op::pick(Op::pick(loadPart<T>(p, bytes), loadPart<T>(p + channels, bytes)),
-                    loadPart<T>(p + 2 * channels, bytes));
+    return Op::pick(Op::pick(loadShort<T>(p, bytes), loadShort<T>(p + channels, bytes)),
+                    loadShort<T>(p + 2 * channels, bytes));
   };
-  storeResultPart<KeepFourth>(to, Op::finished(Op::pick(Op::pick(rowAt(0), rowAt(1)), rowAt(2))), bytes);
+  storeShortResult<KeepFourth>(to, Op::finished(Op::pick(Op::pick(rowAt(0), rowAt(1)), rowAt(2))), bytes);
 }
 
 template <class Op> class Square {
@@ -182,15 +200,21 @@ private:
   template <bool Keep> void rows(std::ptrdiff_t y, int count, T* const* to) const
   {
     while (count > 0) {
-      const bool isShort = samples_ < Vec<T>::size;
+      const bool isShort = samples_ < Vec<T, 16>::size;
       const int together = isShort ? 1 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
       const Rows<const T> from{src_[y], src_.step};
       if (isShort) pickShortSquares<Op, Keep>(from, channels_, *to, samples_);
-      else if (together == 4) pickSquares<Op, 4, Keep>(from, channels_, to, samples_);
-      else if (together == 2) pickSquares<Op, 2, Keep>(from, channels_, to, samples_);
-      else pickSquares<Op, 1, Keep>(from, channels_, to, samples_);
+      else if (samples_ < Vec<T>::size) squares<Keep, 16>(together, from, to);
+      else squares<Keep, vectorBytes>(together, from, to);
       y += together, to += together, count -= together;
     }
+  }
+
+  template <bool Keep, int Bytes> void squares(int together, Rows<const T> from, T* const* to) const
+  {
+    if (together == 4) pickSquares<Op, 4, Keep, Bytes>(from, channels_, to, samples_);
+    else if (together == 2) pickSquares<Op, 2, Keep, Bytes>(from, channels_, to, samples_);
+    else pickSquares<Op, 1, Keep, Bytes>(from, channels_, to, samples_);
   }
 
   Rows<const T> src_;
@@ -205,15 +229,17 @@ template <class Op> class Rectangle {
 public:
   Rectangle(Rows<const T> src, ZorImgSize mask, int width, int channels)
     : src_(src), mask_(mask), channels_(channels), samples_(std::ptrdiff_t{width} * channels),
-      plan_(samples_, (mask.width - 1LL) * channels), memory_(isOnStack() ? 0 : plan_.pitch * rowsAtOnce())
+      plan_(samples_, (mask.width - 1LL) * channels),
+      isOnStack_(plan_.pitch * rowsAtOnce() <= localSamples && mayUseStack()),
+      memory_(isOnStack_ ? 0 : plan_.pitch * rowsAtOnce())
   {}
-  ZorStatus status() const { return require(isOnStack() || memory_, ZorErrAlloc); }
+  ZorStatus status() const { return require(isOnStack_ || memory_, ZorErrAlloc); }
   int rowsAtOnce() const { return mask_.height >= 8 ? 8 : mask_.height >= 4 ? 4 : mask_.height >= 2 ? 2 : 1; }
 
   void rows(std::ptrdiff_t y, int count, T* const* to, bool keepFourth) const
   {
     alignas(64) T local[localSamples];
-    T* const strip = isOnStack() ? local : memory_.get();
+    T* const strip = isOnStack_ ? local : memory_.get();
     const auto windows = static_cast<std::ptrdiff_t>(plan_.windows);
     while (count > 0) {
       const int together = count >= 8 ? 8 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
@@ -241,23 +267,28 @@ private:
       pitch = (windows + beyond + spare) / 16 * 16;
     }
   };
-  bool isOnStack() const { return plan_.pitch * rowsAtOnce() <= localSamples; }
   std::ptrdiff_t pitch() const { return static_cast<std::ptrdiff_t>(plan_.pitch); }
 
   void columns(Rows<const T> src, int rows, std::ptrdiff_t windows, T* strip) const
   {
     const std::ptrdiff_t height = mask_.height, length = windows + (std::ptrdiff_t{mask_.width} - 1) * channels_;
-    if (length < Vec<T>::size)
+    if (length < Vec<T, 16>::size)
       for (int i = 0; i < rows; ++i) pickShortColumns<Op>({src[i], src.step}, height, length, strip + i * pitch());
-    else if (height == rows + 1) columnsOf<true>(src, rows, length, strip);
-    else columnsOf<false>(src, rows, length, strip);
+    else if (length < Vec<T>::size) columnsIn<16>(src, rows, length, strip);
+    else columnsIn<vectorBytes>(src, rows, length, strip);
   }
-  template <bool IsOneTaller> void columnsOf(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
+  template <int Bytes> void columnsIn(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
   {
-    if (rows == 8) pickColumns<Op, 8, false>(src, mask_.height, length, strip, pitch());
-    else if (rows == 4) pickColumns<Op, 4, IsOneTaller>(src, mask_.height, length, strip, pitch());
-    else if (rows == 2) pickColumns<Op, 2, IsOneTaller>(src, mask_.height, length, strip, pitch());
-    else pickColumns<Op, 1, false>(src, mask_.height, length, strip, pitch());
+    if (mask_.height == rows + 1) columnsOf<true, Bytes>(src, rows, length, strip);
+    else columnsOf<false, Bytes>(src, rows, length, strip);
+  }
+  template <bool IsOneTaller, int Bytes>
+  void columnsOf(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
+  {
+    if (rows == 8) pickColumns<Op, 8, false, Bytes>(src, mask_.height, length, strip, pitch());
+    else if (rows == 4) pickColumns<Op, 4, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch());
+    else if (rows == 2) pickColumns<Op, 2, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch());
+    else pickColumns<Op, 1, false, Bytes>(src, mask_.height, length, strip, pitch());
   }
 
   void row(T* strip, T* to, std::ptrdiff_t length, bool keepFourth) const
@@ -279,6 +310,7 @@ private:
   int channels_;
   std::ptrdiff_t samples_;
   Plan plan_;
+  bool isOnStack_;
   Scratch<T> memory_;
 };
 

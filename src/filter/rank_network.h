@@ -22,7 +22,7 @@ struct Step {
 
 // Values in ascending order, or in none if just taken in.
 struct List {
-  static constexpr int most = 128;
+  static constexpr int most = 176;
   int size = 0;
   short at[most] = {};
 

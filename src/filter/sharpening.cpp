@@ -17,18 +17,18 @@ using namespace fixed;
 
 // Factor * c - S
 template <int Factor> struct CentreLessSum {
-  template <class A, class S> static Pair<A> of(Pair<A> sum, const S* centre)
+  template <class A, class S> static Pair<A> of(Pair<A> sum, Halves<const S> centre)
   {
     return times<Factor>(loadPair<A>(centre)) - sum;
   }
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S* centre)
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S> centre)
   {
     return narrowed<D>(of(sum, centre));
   }
 };
 
 struct Sharpened {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S* centre)
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S> centre)
   {
     const Pair<A> t = CentreLessSum<17>::of(sum, centre);
     if constexpr (isInt<A>) return narrowed<D>(halfEven<3>(t));

@@ -20,7 +20,7 @@ using namespace fixed;
 // ---- Gauss ----
 
 struct Sixteenth {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S*)
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
   {
     if constexpr (isInt<A>) return narrowed<D>(halfEven<4>(sum));
     else return {{sum.low * splat(0.0625f), sum.high * splat(0.0625f)}};
@@ -67,7 +67,7 @@ using Gauss5x5 =
 template <int Area> struct Mean;
 
 template <> struct Mean<9> {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S*)
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
   {
     if constexpr (sizeof(D) == 1) {
       const auto scaled = [](Vec<A> s) {
@@ -84,7 +84,7 @@ template <> struct Mean<9> {
 };
 
 template <> struct Mean<25> {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, const S*)
+  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
   {
     if constexpr (sizeof(D) == 1) {
       const auto scaled = [](Vec<A> s) {

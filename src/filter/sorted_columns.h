@@ -95,6 +95,12 @@ template <> struct Blocks<9> {
 template <> struct Blocks<11> {
   static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 1}, window[] = {3, 3, 0};
 };
+template <> struct Blocks<13> {
+  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 2}, window[] = {3, 3, 0};
+};
+template <> struct Blocks<15> {
+  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 2}, window[] = {3, 3, 2};
+};
 
 template <int Side> struct Square {
   using B = Blocks<Side>;
@@ -195,7 +201,7 @@ template <class T, int Side> struct Strip {
   static constexpr int lanes = Vec<T>::size, mostChannels = 4;
   static constexpr int beyond = (Side - 1) * mostChannels + lanes;
   static constexpr int wanted = 32768 / static_cast<int>(sizeof(T)) / Plan::rows - beyond;
-  static constexpr int most = std::max(std::min(wanted, 2048 / static_cast<int>(sizeof(T))) / lanes, 4) * lanes;
+  static constexpr int most = std::max(std::min(wanted, 2048 / static_cast<int>(sizeof(T))) / lanes, 8) * lanes;
   static constexpr std::ptrdiff_t pitch = (most + beyond + lanes - 1) / lanes * lanes;
 
   alignas(32) T samples[Plan::rows * pitch];
@@ -216,14 +222,16 @@ template <class T, class Body> [[gnu::always_inline]] inline void overVectors(st
 
 // rows: side + 1 source rows, length samples each, which may be fewer than a vector.
 template <class T, int Side>
-[[gnu::noinline]] void sortColumns(Strip<T, Side>& strip, const T* const* rows, std::ptrdiff_t length, Vec<T> flip)
+[[gnu::noinline]] void sortColumns(Strip<T, Side>& strip, const T* const* rows, std::ptrdiff_t length, T flippedBits)
 {
+  const UpperHalvesCleared atTheEnd;
+  const Vec<T> flip = splat(flippedBits);
   using Sorting = Network<Square<Side>::columns>;
   constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
   T* const to = strip.samples;
   const T* from[Side + 1];
   std::copy(rows, rows + Side + 1, from);
-  T padded[Side + 1][Vec<T>::size];
+  alignas(vectorBytes) T padded[Side + 1][Vec<T>::size];
   if (length < Vec<T>::size) {
     for (int k = 0; k <= Side; ++k) {
       store(padded[k], loadPart<T>(rows[k], static_cast<std::size_t>(length) * sizeof(T)));
@@ -243,6 +251,7 @@ template <class T, int Side>
 template <class T, int Side, int K>
 [[gnu::noinline]] void joinBlocks(Strip<T, Side>& strip, std::ptrdiff_t length, int channels)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr Join join = Square<Side>::join(K);
   constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
   using Merge = Network<Square<Side>::template joined<K>>;
@@ -260,8 +269,10 @@ template <class T, int Side, int K>
 
 template <class T, int Side>
 [[gnu::noinline]] void takeMedians(Strip<T, Side>& strip, T* upper, T* lower, std::ptrdiff_t count, int channels,
-                                   Vec<T> flip)
+                                   T flippedBits)
 {
+  const UpperHalvesCleared atTheEnd;
+  const Vec<T> flip = splat(flippedBits);
   using Selection = Network<Square<Side>::windows>;
   constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
   const T* const from = strip.samples;
@@ -289,7 +300,7 @@ struct Same {
 // The medians of two rows. rows: from the first sample that a window covers.
 template <class T, int Side>
 void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels, bool keepFourth,
-                Vec<T> flip)
+                T flippedBits)
 {
   using S = Strip<T, Side>;
   S strip;
@@ -299,11 +310,11 @@ void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples
     const std::ptrdiff_t count = std::min(most, samples - at), length = count + std::ptrdiff_t{Side - 1} * channels;
     const T* from[Side + 1];
     for (int k = 0; k <= Side; ++k) from[k] = rows[k] + at;
-    sortColumns<T, Side>(strip, from, length, flip);
+    sortColumns<T, Side>(strip, from, length, flippedBits);
     joinAll<T, Side>(strip, length, channels, std::make_integer_sequence<int, Square<Side>::joins>{});
     const bool direct = !keepFourth && count >= S::lanes;
     takeMedians<T, Side>(strip, direct ? upper + at : strip.medians[0], direct ? lower + at : strip.medians[1], count,
-                         channels, flip);
+                         channels, flippedBits);
     if (direct) continue;
     T* const to[2] = {upper + at, lower + at};
     for (int k = 0; k < 2; ++k) {
@@ -320,7 +331,6 @@ template <class T, int Side>
 [[gnu::noinline]] void filterSquare(Rows<const T> src, Rows<T> dst, ZorImgSize roi, int channels, bool keepFourth,
                                     T flippedBits, TeamRule team)
 {
-  const Vec<T> flip = splat(flippedBits);
   const std::ptrdiff_t samples = std::ptrdiff_t{roi.width} * channels;
   staticRows(team, Rounding::Callers, roi.height / 2 + roi.height % 2, [=](int pair) {
     const std::ptrdiff_t y = std::ptrdiff_t{2} * pair;
@@ -328,7 +338,7 @@ template <class T, int Side>
     const T* rows[Side + 1];
     for (int k = 0; k < Side; ++k) rows[k] = src[y + k];
     rows[Side] = alone ? rows[0] : src[y + Side];
-    medianRows<T, Side>(rows, dst[y], alone ? dst[y] : dst[y + 1], samples, channels, keepFourth, flip);
+    medianRows<T, Side>(rows, dst[y], alone ? dst[y] : dst[y + 1], samples, channels, keepFourth, flippedBits);
   });
 }
 

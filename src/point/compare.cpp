@@ -1,9 +1,9 @@
 // zori{Compare,CompareC}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R, zori{CompareEqualEps,CompareEqualEpsC}_32f_{C1,C3,C4,AC4}R:
 // masks of one byte a pixel, 255 where the comparison holds in every processed channel.
 //
-// Sixteen pixels at a time: samples compare in their own type to vectors of byte masks, and the masks of a pixel's
-// channels meet by a bitwise and. Greater (or equal) is less (or equal) with the operands exchanged; a NaN fails every
-// comparison.
+// As many pixels at a time as a vector has bytes: samples compare in their own type to vectors of byte masks, and the
+// masks of a pixel's channels meet by a bitwise and. Greater (or equal) is less (or equal) with the operands exchanged;
+// a NaN fails every comparison.
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/numeric_mode.h"
@@ -16,41 +16,48 @@ namespace {
 // ---- Comparisons of vectors: lanes of all ones where they hold ----
 
 struct Less {
-  template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return greater(b, a); }
+  template <class V> V operator()(V a, V b) const { return greater(b, a); }
 };
 struct LessOrEqual {
-  template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const
+  template <class T, int B> Vec<T, B> operator()(Vec<T, B> a, Vec<T, B> b) const
   {
     if constexpr (std::is_same_v<T, Zor32f>) return lessEqual(a, b);
-    else if constexpr (isSigned<T>) return without(splat<T>(T(-1)), greater(a, b));
-    else return equal(subSat(a, b), zero<T>());
+    else if constexpr (isSigned<T>) return without(splat<T, B>(T(-1)), greater(a, b));
+    else return equal(subSat(a, b), zero<T, B>());
   }
 };
 struct Equal {
-  template <class T> Vec<T> operator()(Vec<T> a, Vec<T> b) const { return equal(a, b); }
+  template <class V> V operator()(V a, V b) const { return equal(a, b); }
 };
 struct WithinTolerance {
   Zor32f eps;
-  F32x4 operator()(F32x4 a, F32x4 b) const { return lessEqual(abs(a - b), splat(eps)); }
+  template <int B> Vec<Zor32f, B> operator()(Vec<Zor32f, B> a, Vec<Zor32f, B> b) const
+  {
+    return lessEqual(abs(a - b), splat<Zor32f, B>(eps));
+  }
 };
 
-// ---- Operands: the samples of 16 pixels as groups of 16, of which every channel of a pixel has one ----
+// ---- Operands: the samples of a block of pixels as groups of as many, of which every channel of a pixel has one ----
+
+// Pixels of a block, and bytes of a vector: of three channels 16 at any width.
+template <Layout L> inline constexpr int blockOf = L == C3 ? 16 : vectorBytes;
 
 // Three channels come in words of four samples: group w is of the words w, w + 3, w + 6 and w + 9, so that the groups
 //   a0 b0 c0 a1   b1 c1 a2 b2   c2 a3 b3 c3
 // of 32-bit words of masks hold all channels of the same four pixels in the same place.
 template <class T> struct Image {
   const T* p;
-  template <Layout L> Vec<T> part(int group, int k) const
+  template <Layout L> Vec<T, blockOf<L>> part(int group, int k) const
   {
     constexpr int lanes = Vec<T>::size;
-    if constexpr (L != C3) return load<T>(p + 16 * group + lanes * k);
+    if constexpr (L != C3) return load<T>(p + vectorBytes * group + lanes * k);
     else if constexpr (sizeof(T) == 1)
-      return as<T>(pick<3, 0, 3, 0>(load<std::uint32_t>(p + 4 * group), load<std::uint32_t>(p + 4 * group + 24)));
+      return as<T>(
+        pick<3, 0, 3, 0>(load<std::uint32_t, 16>(p + 4 * group), load<std::uint32_t, 16>(p + 4 * group + 24)));
     else if constexpr (sizeof(T) == 2) {
       const T* const from = p + 4 * group + 24 * k;
       return as<T>(interleaveLow(loadLow8<std::uint64_t>(from), loadLow8<std::uint64_t>(from + 12)));
-    } else return load<T>(p + 4 * group + 12 * k);
+    } else return load<T, 16>(p + 4 * group + 12 * k);
   }
   void advance(std::ptrdiff_t samples) { p += samples; }
   void fetch(std::ptrdiff_t distance, std::ptrdiff_t samples) const
@@ -62,44 +69,44 @@ template <class T> struct Image {
 // A constant of the processed channels; the fourth of AC4 is never looked at.
 template <class T, Layout L> struct Constant {
   static constexpr int groups = L == C3 ? 3 : 1; // different ones
-  Vec<T> group[groups];
+  using V = Vec<T, blockOf<L>>;
+  V group[groups];
 
   explicit Constant(const T* constant)
   {
-    T values[Vec<T>::size];
+    T values[V::size];
     for (int g = 0; g < groups; ++g) {
-      for (int i = 0; i < Vec<T>::size; ++i) {
+      for (int i = 0; i < V::size; ++i) {
         const int c = (4 * g + i % 4) % channels<L>;
         values[i] = c < processed<L> ? get<T>(constant + c) : T(0);
       }
-      group[g] = load<T>(values);
+      group[g] = load<T, V::bytes>(values);
     }
   }
-  template <Layout> Vec<T> part(int g, int) const { return group[g % groups]; }
+  template <Layout> V part(int g, int) const { return group[g % groups]; }
   void advance(std::ptrdiff_t) {}
   void fetch(std::ptrdiff_t, std::ptrdiff_t) const {}
 };
 
 // ---- From samples to masks ----
 
-using Bytes = Vec<Zor8u>;
+template <Layout L> using Bytes = Vec<Zor8u, blockOf<L>>;
 
 // Byte masks of a group.
 template <Layout L, class T, class A, class B, class Compare>
-[[gnu::always_inline]] inline Bytes groupMasks(Compare compare, A a, B b, int group)
+[[gnu::always_inline]] inline Bytes<L> groupMasks(Compare compare, A a, B b, int group)
 {
   const auto part = [&](int k) { return compare(a.template part<L>(group, k), b.template part<L>(group, k)); };
-  const auto words = [](auto low, auto high) { // 32-bit masks to 16-bit masks
-    return narrowSat<Zor16s>(as<Zor32s>(low), as<Zor32s>(high));
-  };
   if constexpr (sizeof(T) == 1) return as<Zor8u>(part(0));
   else if constexpr (sizeof(T) == 2) return as<Zor8u>(narrowSat<Zor8s>(as<Zor16s>(part(0)), as<Zor16s>(part(1))));
-  else return as<Zor8u>(narrowSat<Zor8s>(words(part(0), part(1)), words(part(2), part(3))));
+  else
+    return as<Zor8u>(
+      narrowSatFour<Zor8s>(as<Zor32s>(part(0)), as<Zor32s>(part(1)), as<Zor32s>(part(2)), as<Zor32s>(part(3))));
 }
 
-// Masks of 16 pixels.
+// Masks of a block of pixels.
 template <Layout L, class T, class A, class B, class Compare>
-[[gnu::always_inline]] inline Bytes pixelMasks(Compare compare, A a, B b)
+[[gnu::always_inline]] inline Bytes<L> pixelMasks(Compare compare, A a, B b)
 {
   const auto masks = [&](int group) __attribute__((always_inline)) { return groupMasks<L, T>(compare, a, b, group); };
   if constexpr (L == C1) return masks(0);
@@ -116,8 +123,7 @@ template <Layout L, class T, class A, class B, class Compare>
       if constexpr (L == AC4) x = x | splat<Zor32s>(static_cast<Zor32s>(0xff000000u));
       pixels[k] = equal(x, splat<Zor32s>(-1));
     }
-    return as<Zor8u>(
-      narrowSat<Zor8s>(narrowSat<Zor16s>(pixels[0], pixels[1]), narrowSat<Zor16s>(pixels[2], pixels[3])));
+    return as<Zor8u>(narrowSatFour<Zor8s>(pixels[0], pixels[1], pixels[2], pixels[3]));
   }
 }
 
@@ -126,7 +132,8 @@ template <Layout L, class T, class A, class B, class Compare>
 template <Layout L, class T, class B, class Compare>
 ZORI_ONE_COPY void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
 {
-  constexpr std::ptrdiff_t block = 16, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
+  const UpperHalvesCleared atTheEnd;
+  constexpr std::ptrdiff_t block = blockOf<L>, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
   const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
   Image<T> a{src};
   const auto oneBlock = [&]() __attribute__((always_inline))
@@ -140,7 +147,7 @@ ZORI_ONE_COPY void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, 
     if (distance != 0) {
       a.fetch(distance, batch * samples);
       b.fetch(distance, batch * samples);
-      fetchAhead(dst, distance);
+      fetchAhead(dst, distance, batch * block);
     }
     for (int k = 0; k < batch; ++k) oneBlock();
   }
@@ -148,7 +155,7 @@ ZORI_ONE_COPY void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, 
   if (width > 0) {
     const std::ptrdiff_t rest = width * channels<L>;
     const PaddedBlock<T, samples> first(a.p, rest);
-    Bytes masks;
+    Bytes<L> masks;
     if constexpr (std::is_same_v<B, Image<T>>) {
       const PaddedBlock<T, samples> second(b.p, rest);
       masks = pixelMasks<L, T>(compare, Image<T>{first.values}, Image<T>{second.values});

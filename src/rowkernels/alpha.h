@@ -6,6 +6,7 @@
 #include "simd.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 using Words = Vec<uint16_t>;
 
@@ -77,4 +78,5 @@ template <class T, Porter Operator> inline Words compose(Words p1, Words a1, Wor
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

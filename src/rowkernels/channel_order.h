@@ -11,6 +11,25 @@
 #include <cstring>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
+
+// One shuffle of bytes within each pixel of four.
+#if ZORI_VECTOR_BYTES == 32
+template <class T> struct PixelsInOrder {
+  static constexpr int period = 4;
+  Vec<Zor8u> index;
+
+  explicit PixelsInOrder(const int (&order)[4])
+  {
+    constexpr int size = sizeof(T);
+    Zor8u bytes[vectorBytes];
+    for (int i = 0; i < vectorBytes; ++i)
+      bytes[i] = static_cast<Zor8u>(i % 16 / (4 * size) * (4 * size) + order[i / size % 4] * size + i % size);
+    index = load<Zor8u>(bytes);
+  }
+  Vec<T> operator()(Vec<T> x) const { return as<T>(shuffleBytesLocal(as<Zor8u>(x), index)); }
+};
+#endif
 
 template <class T, int N> class ChannelOrder {
 public:
@@ -19,80 +38,100 @@ public:
   {
     for (int k = 0; k < N; ++k) {
       offset_[k] = k < moved ? order[k] - k : 0;
-      T lanes[lanesOf<T>];
-      for (int i = 0; i < lanesOf<T>; ++i) lanes[i] = static_cast<T>(i % N == k ? -1 : 0);
+      T lanes[Vec<T>::size];
+      for (int i = 0; i < Vec<T>::size; ++i) lanes[i] = static_cast<T>(i % N == k ? -1 : 0);
       lanes_[k] = load<T>(lanes);
     }
   }
 
   // `length` elements. Source and destination may be the same.
-  template <int Moved> void row(const T* src, T* dst, std::ptrdiff_t length) const;
+  template <int Moved> void row(const T* src, T* dst, std::ptrdiff_t length) const
+  {
+#if ZORI_VECTOR_BYTES == 32
+    if constexpr (N == 4) {
+      int order[4];
+      for (int k = 0; k < 4; ++k) order[k] = k + static_cast<int>(offset_[k]);
+      const PixelsInOrder<T> op(order);
+      if constexpr (Moved == 4) return mapRow(dst, length, op, src);
+      else return mapRow(dst, length, KeepFourth<PixelsInOrder<T>>{op}, static_cast<const T*>(dst), src);
+    }
+#endif
+    if (length < block<vectorBytes>) rowOf<Moved, 16>(src, dst, length);
+    else rowOf<Moved, vectorBytes>(src, dst, length);
+  }
 
   // `width` pixels of four channels to pixels of three. May be in place.
   void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const;
 
 private:
-  static constexpr std::ptrdiff_t block = 3 * lanesOf<T>; // whole pixels of any type
+  template <int Bytes> static constexpr std::ptrdiff_t block = 3 * Vec<T, Bytes>::size; // whole pixels of any type
   static constexpr std::ptrdiff_t room = N - 1; // elements in front of and behind a block that are read to no purpose
 
-  struct Block {
-    Vec<T> a, b, c;
+  template <int Bytes> struct Block {
+    Vec<T, Bytes> a, b, c;
     void writeTo(T* p) const
     {
       store(p, a);
-      store(p + lanesOf<T>, b);
-      store(p + 2 * lanesOf<T>, c);
+      store(p + a.size, b);
+      store(p + 2 * a.size, c);
     }
   };
 
-  template <int Moved> Vec<T> vector(const T* src, const T* dst, std::ptrdiff_t at) const
+  template <int Moved, int Bytes> Vec<T, Bytes> vector(const T* src, const T* dst, std::ptrdiff_t at) const
   {
     // in pixels of three, lane 0 belongs to another channel from vector to vector
-    const auto lanes = [this, at](int k) { return lanes_[(k + N * block - at) % N]; };
-    Vec<T> x = load<T>(src + at + offset_[0]) & lanes(0);
-    for (int k = 1; k < Moved; ++k) x = x | (load<T>(src + at + offset_[k]) & lanes(k));
-    for (int k = Moved; k < N; ++k) x = x | (load<T>(dst + at) & lanes(k));
+    const auto lanes = [this, at](int k) { return firstBytes<Bytes>(lanes_[(k + N * block<Bytes> - at) % N]); };
+    Vec<T, Bytes> x = load<T, Bytes>(src + at + offset_[0]) & lanes(0);
+    for (int k = 1; k < Moved; ++k) x = x | (load<T, Bytes>(src + at + offset_[k]) & lanes(k));
+    for (int k = Moved; k < N; ++k) x = x | (load<T, Bytes>(dst + at) & lanes(k));
     return x;
   }
-  template <int Moved> Block moved(const T* src, const T* dst) const
+  template <int Moved, int Bytes> Block<Bytes> moved(const T* src, const T* dst) const
   {
-    return {vector<Moved>(src, dst, 0), vector<Moved>(src, dst, lanesOf<T>), vector<Moved>(src, dst, 2 * lanesOf<T>)};
+    constexpr int lanes = Vec<T, Bytes>::size;
+    return {vector<Moved, Bytes>(src, dst, 0), vector<Moved, Bytes>(src, dst, lanes),
+            vector<Moved, Bytes>(src, dst, 2 * lanes)};
   }
 
   // The same for the ends of a row, by way of a copy with room around it.
-  template <int Moved> Block movedAtEnd(const T* src, const T* dst, std::ptrdiff_t length = block) const
+  template <int Moved, int Bytes>
+  Block<Bytes> movedAtEnd(const T* src, const T* dst, std::ptrdiff_t length = block<Bytes>) const
   {
-    T from[room + block + room], to[block];
+    T from[room + block<Bytes> + room], to[block<Bytes>];
     std::memcpy(from + room, src, static_cast<std::size_t>(length) * sizeof(T));
     if constexpr (Moved < N) std::memcpy(to, dst, static_cast<std::size_t>(length) * sizeof(T));
-    return moved<Moved>(from + room, to);
+    return moved<Moved, Bytes>(from + room, to);
   }
+
+  template <int Moved, int Bytes> void rowOf(const T* src, T* dst, std::ptrdiff_t length) const;
 
   std::ptrdiff_t offset_[N];
   Vec<T> lanes_[N];
 };
 
 template <class T, int N>
-template <int Moved>
-[[gnu::noinline]] void ChannelOrder<T, N>::row(const T* src, T* dst, std::ptrdiff_t length) const
+template <int Moved, int Bytes>
+[[gnu::noinline]] void ChannelOrder<T, N>::rowOf(const T* src, T* dst, std::ptrdiff_t length) const
 {
+  const UpperHalvesCleared atTheEnd;
+  constexpr std::ptrdiff_t block = ChannelOrder::block<Bytes>;
   const ChannelOrder local = *this; // stays in registers
   if (length < block) {
     T out[block];
-    local.movedAtEnd<Moved>(src, dst, length).writeTo(out);
+    local.movedAtEnd<Moved, Bytes>(src, dst, length).writeTo(out);
     std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(T));
     return;
   }
   // Ends first, and each block before the one in front of it is written: a row may be its own source, and no reading
   // waits for a writing.
-  const Block last = local.movedAtEnd<Moved>(src + length - block, dst + length - block);
-  Block waiting = local.movedAtEnd<Moved>(src, dst);
+  const auto last = local.movedAtEnd<Moved, Bytes>(src + length - block, dst + length - block);
+  auto waiting = local.movedAtEnd<Moved, Bytes>(src, dst);
   const std::ptrdiff_t distance = fetchDistance<T>(length);
   std::ptrdiff_t i = block;
   for (; i + block < length; i += block) { // behind the block there is at least a pixel
-    fetchAhead(src + i, distance);
-    fetchAhead(dst + i, distance);
-    const Block next = local.moved<Moved>(src + i, dst + i);
+    fetchAhead(src + i, distance, Bytes == 16 ? 64 : 128);
+    fetchAhead(dst + i, distance, Bytes == 16 ? 64 : 128);
+    const auto next = local.moved<Moved, Bytes>(src + i, dst + i);
     waiting.writeTo(dst + i - block);
     waiting = next;
   }
@@ -113,9 +152,9 @@ template <class T, int N>
   };
   const auto pixels = [&local, src, dst](std::ptrdiff_t x) {
     const T* const at = src + 4 * x;
-    storeNarrowed(dst + 3 * x, (load<T>(at + local.offset_[0]) & local.lanes_[0]) |
-                                 (load<T>(at + local.offset_[1]) & local.lanes_[1]) |
-                                 (load<T>(at + local.offset_[2]) & local.lanes_[2]));
+    storeNarrowed(dst + 3 * x, (load<T, 16>(at + local.offset_[0]) & firstBytes<16>(local.lanes_[0])) |
+                                 (load<T, 16>(at + local.offset_[1]) & firstBytes<16>(local.lanes_[1])) |
+                                 (load<T, 16>(at + local.offset_[2]) & firstBytes<16>(local.lanes_[2])));
   };
   const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
   pixel(0);
@@ -129,4 +168,5 @@ template <class T, int N>
   for (; x < width; ++x) pixel(x);
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -1,8 +1,12 @@
 // Pixels of three or four channels, apart and together again: what copies between layouts and channel orders share.
 //
-// A block is 16 / sizeof(T) pixels, one vector a channel. T is an unsigned type of the element's width. No instruction
-// of this level moves single bytes freely, so three channels are sorted from the outside in: first the 32-bit words of
-// each 12 bytes, then their halves, then bytes, the last two by masks and shifts within a word.
+// A block is as many pixels as a vector has elements, one vector a channel. T is an unsigned type of the element's
+// width. Of a block of interleaved pixels, all that is done is done within 16 bytes: vectors of 32 hold one half of the
+// block in their low halves and the other in their high ones.
+//
+// The base level has no instruction that moves single bytes freely, so three channels are sorted from the outside in:
+// first the 32-bit words of each 12 bytes, then their halves, then bytes, the last two by masks and shifts within a
+// word.
 #pragma once
 
 #include "drivers.h"
@@ -11,130 +15,222 @@
 #include <cstring>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 template <class T> inline constexpr int lanesOf = Vec<T>::size;
+
+// Vector j of a block of N vectors.
+template <int N, int Bytes, class T> inline Vec<T, Bytes> loadOfBlock(const T* block, int j)
+{
+  const char* const p = reinterpret_cast<const char*>(block) + 16 * j;
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (Bytes == 32) return joined(load<T, 16>(p), load<T, 16>(p + 16 * N));
+#endif
+  return load<T, Bytes>(p);
+}
+template <int N, class T, int Bytes> inline void storeOfBlock(T* block, int j, Vec<T, Bytes> x)
+{
+  char* const p = reinterpret_cast<char*>(block) + 16 * j;
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (Bytes == 32) {
+    store(p, lowHalf(x));
+    store(p + 16 * N, highHalf(x));
+    return;
+  }
+#endif
+  store(p, x);
+}
+
+#ifdef __AVX2__
+// The bytes of 16 that a shuffle puts in their places, from any of several vectors: 0x80 where another one has them.
+struct ByteIndexes {
+  alignas(16) std::uint8_t index[16];
+  template <int Bytes> Vec<std::uint8_t, Bytes> vector() const
+  {
+    const auto x = loadAligned<std::uint8_t, 16>(index);
+#if ZORI_VECTOR_BYTES == 32
+    if constexpr (Bytes == 32) return joined(x, x);
+#endif
+    if constexpr (Bytes == 16) return x;
+  }
+};
+// Where the bytes of channel `channel` of N stand in vector `from`, and where those of interleaved vector `from` stand
+// in the channel.
+template <class T> constexpr ByteIndexes splitIndexes(int n, int channel, int from)
+{
+  constexpr int bytes = sizeof(T);
+  ByteIndexes x{};
+  for (int i = 0; i < 16; ++i) {
+    const int at = (i / bytes * n + channel) * bytes + i % bytes;
+    x.index[i] = static_cast<std::uint8_t>(at / 16 == from ? at % 16 : 0x80);
+  }
+  return x;
+}
+template <class T> constexpr ByteIndexes mergeIndexes(int n, int channel, int to)
+{
+  constexpr int bytes = sizeof(T);
+  ByteIndexes x{};
+  for (int i = 0; i < 16; ++i) {
+    const int at = (16 * to + i) / bytes;
+    x.index[i] = static_cast<std::uint8_t>(at % n == channel ? at / n * bytes + i % bytes : 0x80);
+  }
+  return x;
+}
+template <class T, bool Splits> struct ThreeIndexes {
+  ByteIndexes at[3][3]; // of a channel, in a vector
+  constexpr ThreeIndexes() : at{}
+  {
+    for (int k = 0; k < 3; ++k)
+      for (int v = 0; v < 3; ++v) at[k][v] = Splits ? splitIndexes<T>(3, k, v) : mergeIndexes<T>(3, k, v);
+  }
+};
+template <class T, bool Splits> inline constexpr ThreeIndexes<T, Splits> threeIndexes;
+
+inline constexpr bool hasByteShuffle = true;
+#else
+inline constexpr bool hasByteShuffle = false;
+#endif
 
 // ---- Three channels ----
 
 // Every lane of W holds two elements, and a b c follow each other: a0 a1 b0 b1 c0 c1. Sorted by position modulo 3,
 // a = a0 b1, b = a1 c0, c = b0 c1; and back.
-template <class W> inline void sortHalves(Vec<W>& a, Vec<W>& b, Vec<W>& c)
+template <class W, int Bytes> inline void sortHalves(Vec<W, Bytes>& a, Vec<W, Bytes>& b, Vec<W, Bytes>& c)
 {
   constexpr int half = 4 * sizeof(W);
-  const Vec<W> low = splat<W>(static_cast<W>((W(1) << half) - 1)), high = shiftLeft<half>(low);
-  const Vec<W> x = (a & low) | (b & high);
-  const Vec<W> y = shiftRight<half>(a) | shiftLeft<half>(c);
-  const Vec<W> z = (b & low) | (c & high);
+  const auto low = splat<W, Bytes>(static_cast<W>((W(1) << half) - 1)), high = shiftLeft<half>(low);
+  const auto x = (a & low) | (b & high);
+  const auto y = shiftRight<half>(a) | shiftLeft<half>(c);
+  const auto z = (b & low) | (c & high);
   a = x, b = y, c = z;
 }
-template <class W> inline void unsortHalves(Vec<W>& a, Vec<W>& b, Vec<W>& c)
+template <class W, int Bytes> inline void unsortHalves(Vec<W, Bytes>& a, Vec<W, Bytes>& b, Vec<W, Bytes>& c)
 {
   constexpr int half = 4 * sizeof(W);
-  const Vec<W> low = splat<W>(static_cast<W>((W(1) << half) - 1)), high = shiftLeft<half>(low);
-  const Vec<W> x = (a & low) | shiftLeft<half>(b);
-  const Vec<W> y = (c & low) | (a & high);
-  const Vec<W> z = shiftRight<half>(b) | (c & high);
+  const auto low = splat<W, Bytes>(static_cast<W>((W(1) << half) - 1)), high = shiftLeft<half>(low);
+  const auto x = (a & low) | shiftLeft<half>(b);
+  const auto y = (c & low) | (a & high);
+  const auto z = shiftRight<half>(b) | (c & high);
   a = x, b = y, c = z;
 }
 
-using U32x4 = Vec<std::uint32_t>;
-
-template <int D, int C, int B, int A> inline U32x4 pick(U32x4 a, U32x4 b)
+// Lanes A and B of a, then C and D of b, within each 16 bytes.
+template <int D, int C, int B, int A, int Bytes>
+inline Vec<std::uint32_t, Bytes> pick(Vec<std::uint32_t, Bytes> a, Vec<std::uint32_t, Bytes> b)
 {
-  return as<std::uint32_t>(shuffle<D, C, B, A>(as<float>(a), as<float>(b)));
+  return as<std::uint32_t>(shuffleLocal<D, C, B, A>(as<float>(a), as<float>(b)));
 }
 
-// 48 bytes to channels.
-template <class T> inline void split(const T* from, Vec<T> (&channel)[3])
+// A block to channels.
+template <class T, int Bytes> inline void split(const T* from, Vec<T, Bytes> (&channel)[3])
 {
-  const char* p = reinterpret_cast<const char*>(from);
-  const auto everyThirdWord = [p](int first) {
-    return pick<3, 0, 3, 0>(load<std::uint32_t>(p + first), load<std::uint32_t>(p + first + 24));
-  };
-  U32x4 a = everyThirdWord(0), b = everyThirdWord(4), c = everyThirdWord(8);
-  if constexpr (sizeof(T) <= 2) sortHalves(a, b, c);
-  Vec<std::uint16_t> a16 = as<std::uint16_t>(a), b16 = as<std::uint16_t>(b), c16 = as<std::uint16_t>(c);
-  if constexpr (sizeof(T) == 1) sortHalves(a16, b16, c16);
-  channel[0] = as<T>(a16);
-  channel[1] = as<T>(b16);
-  channel[2] = as<T>(c16);
+  if constexpr (hasByteShuffle && sizeof(T) <= 2) {
+#ifdef __AVX2__
+    Vec<std::uint8_t, Bytes> v[3];
+    for (int j = 0; j < 3; ++j) v[j] = as<std::uint8_t>(loadOfBlock<3, Bytes>(from, j));
+    for (int k = 0; k < 3; ++k) {
+      const auto part = [&](int j) {
+        return shuffleBytesLocal(v[j], threeIndexes<T, true>.at[k][j].template vector<Bytes>());
+      };
+      channel[k] = as<T>(part(0) | part(1) | part(2));
+    }
+#endif
+  } else {
+    const std::uint32_t* const words = reinterpret_cast<const std::uint32_t*>(from);
+    const auto everyThirdWord = [words](int first) {
+      return pick<3, 0, 3, 0>(loadOfBlock<3, Bytes>(words + first, 0), loadOfBlock<3, Bytes>(words + first + 6, 0));
+    };
+    auto a = everyThirdWord(0), b = everyThirdWord(1), c = everyThirdWord(2);
+    if constexpr (sizeof(T) <= 2) sortHalves(a, b, c);
+    auto a16 = as<std::uint16_t>(a), b16 = as<std::uint16_t>(b), c16 = as<std::uint16_t>(c);
+    if constexpr (sizeof(T) == 1) sortHalves(a16, b16, c16);
+    channel[0] = as<T>(a16);
+    channel[1] = as<T>(b16);
+    channel[2] = as<T>(c16);
+  }
 }
 
-// Channels to 48 bytes.
-template <class T> inline void merge(const Vec<T> (&channel)[3], Vec<T> (&out)[3])
+// Channels to a block.
+template <class T, int Bytes> inline void merge(const Vec<T, Bytes> (&channel)[3], Vec<T, Bytes> (&out)[3])
 {
-  Vec<std::uint16_t> a16 = as<std::uint16_t>(channel[0]), b16 = as<std::uint16_t>(channel[1]),
-                     c16 = as<std::uint16_t>(channel[2]);
-  if constexpr (sizeof(T) == 1) unsortHalves(a16, b16, c16);
-  U32x4 a = as<std::uint32_t>(a16), b = as<std::uint32_t>(b16), c = as<std::uint32_t>(c16);
-  if constexpr (sizeof(T) <= 2) unsortHalves(a, b, c);
-  const U32x4 ca = as<std::uint32_t>(shuffle<3, 1, 2, 0>(as<std::int32_t>(pick<3, 1, 2, 0>(c, a)))); // c0 a1 c2 a3
-  out[0] = as<T>(pick<1, 0, 1, 0>(interleaveLow(a, b), ca));
-  out[1] = as<T>(pick<1, 0, 3, 2>(interleaveLow(b, c), interleaveHigh(a, b)));
-  out[2] = as<T>(pick<3, 2, 3, 2>(ca, interleaveHigh(b, c)));
+  if constexpr (hasByteShuffle && sizeof(T) <= 2) {
+#ifdef __AVX2__
+    for (int j = 0; j < 3; ++j) {
+      const auto part = [&](int k) {
+        return shuffleBytesLocal(as<std::uint8_t>(channel[k]),
+                                 threeIndexes<T, false>.at[k][j].template vector<Bytes>());
+      };
+      out[j] = as<T>(part(0) | part(1) | part(2));
+    }
+#endif
+  } else {
+    auto a16 = as<std::uint16_t>(channel[0]), b16 = as<std::uint16_t>(channel[1]), c16 = as<std::uint16_t>(channel[2]);
+    if constexpr (sizeof(T) == 1) unsortHalves(a16, b16, c16);
+    auto a = as<std::uint32_t>(a16), b = as<std::uint32_t>(b16), c = as<std::uint32_t>(c16);
+    if constexpr (sizeof(T) <= 2) unsortHalves(a, b, c);
+    const auto ca =
+      as<std::uint32_t>(shuffleLocal<3, 1, 2, 0>(as<std::int32_t>(pick<3, 1, 2, 0>(c, a)))); // c0 a1 c2 a3
+    out[0] = as<T>(pick<1, 0, 1, 0>(interleaveLowLocal(a, b), ca));
+    out[1] = as<T>(pick<1, 0, 3, 2>(interleaveLowLocal(b, c), interleaveHighLocal(a, b)));
+    out[2] = as<T>(pick<3, 2, 3, 2>(ca, interleaveHighLocal(b, c)));
+  }
 }
 
 // ---- Four channels ----
 
-// The even (odd) lanes of a, then those of b.
-template <class T> inline Vec<T> evens(Vec<T> a, Vec<T> b)
+// The even (odd) lanes of a, then those of b, within each 16 bytes.
+template <class T, int Bytes> inline Vec<T, Bytes> evens(Vec<T, Bytes> a, Vec<T, Bytes> b)
 {
   if constexpr (sizeof(T) == 4) return pick<2, 0, 2, 0>(a, b);
   else if constexpr (sizeof(T) == 2) {
-    const auto low = [](Vec<T> x) { return shiftRight<16>(shiftLeft<16>(as<std::int32_t>(x))); };
-    return as<T>(narrowSat<std::int16_t>(low(a), low(b))); // sign-extended, nothing saturates
+    const auto low = [](Vec<T, Bytes> x) { return shiftRight<16>(shiftLeft<16>(as<std::int32_t>(x))); };
+    return as<T>(narrowSatLocal<std::int16_t>(low(a), low(b))); // sign-extended, nothing saturates
   } else {
-    const Vec<std::int16_t> low = splat<std::int16_t>(0xff);
-    return narrowSat<T>(as<std::int16_t>(a) & low, as<std::int16_t>(b) & low);
+    const auto low = splat<std::int16_t, Bytes>(0xff);
+    return narrowSatLocal<T>(as<std::int16_t>(a) & low, as<std::int16_t>(b) & low);
   }
 }
-template <class T> inline Vec<T> odds(Vec<T> a, Vec<T> b)
+template <class T, int Bytes> inline Vec<T, Bytes> odds(Vec<T, Bytes> a, Vec<T, Bytes> b)
 {
   if constexpr (sizeof(T) == 4) return pick<3, 1, 3, 1>(a, b);
   else if constexpr (sizeof(T) == 2) {
-    const auto high = [](Vec<T> x) { return shiftRight<16>(as<std::int32_t>(x)); };
-    return as<T>(narrowSat<std::int16_t>(high(a), high(b)));
+    const auto high = [](Vec<T, Bytes> x) { return shiftRight<16>(as<std::int32_t>(x)); };
+    return as<T>(narrowSatLocal<std::int16_t>(high(a), high(b)));
   } else {
-    const auto high = [](Vec<T> x) { return as<std::int16_t>(shiftRight<8>(as<std::uint16_t>(x))); };
-    return narrowSat<T>(high(a), high(b));
+    const auto high = [](Vec<T, Bytes> x) { return as<std::int16_t>(shiftRight<8>(as<std::uint16_t>(x))); };
+    return narrowSatLocal<T>(high(a), high(b));
   }
 }
 
-// 64 bytes to channels.
-template <class T> inline void split(const T* from, Vec<T> (&channel)[4])
+// A block to channels.
+template <class T, int Bytes> inline void split(const T* from, Vec<T, Bytes> (&channel)[4])
 {
-  const char* p = reinterpret_cast<const char*>(from);
-  const Vec<T> v0 = load<T>(p), v1 = load<T>(p + 16), v2 = load<T>(p + 32), v3 = load<T>(p + 48);
-  const Vec<T> even0 = evens(v0, v1), even1 = evens(v2, v3), odd0 = odds(v0, v1), odd1 = odds(v2, v3);
+  const auto v0 = loadOfBlock<4, Bytes>(from, 0), v1 = loadOfBlock<4, Bytes>(from, 1),
+             v2 = loadOfBlock<4, Bytes>(from, 2), v3 = loadOfBlock<4, Bytes>(from, 3);
+  const auto even0 = evens(v0, v1), even1 = evens(v2, v3), odd0 = odds(v0, v1), odd1 = odds(v2, v3);
   channel[0] = evens(even0, even1);
   channel[1] = evens(odd0, odd1);
   channel[2] = odds(even0, even1);
   channel[3] = odds(odd0, odd1);
 }
 
-// Channels to 64 bytes.
-template <class T> inline void merge(const Vec<T> (&channel)[4], Vec<T> (&out)[4])
+// Channels to a block.
+template <class T, int Bytes> inline void merge(const Vec<T, Bytes> (&channel)[4], Vec<T, Bytes> (&out)[4])
 {
   using Pair = WiderT<T>;
-  const auto low01 = as<Pair>(interleaveLow(channel[0], channel[1]));
-  const auto low23 = as<Pair>(interleaveLow(channel[2], channel[3]));
-  const auto high01 = as<Pair>(interleaveHigh(channel[0], channel[1]));
-  const auto high23 = as<Pair>(interleaveHigh(channel[2], channel[3]));
-  out[0] = as<T>(interleaveLow(low01, low23));
-  out[1] = as<T>(interleaveHigh(low01, low23));
-  out[2] = as<T>(interleaveLow(high01, high23));
-  out[3] = as<T>(interleaveHigh(high01, high23));
+  const auto low01 = as<Pair>(interleaveLowLocal(channel[0], channel[1]));
+  const auto low23 = as<Pair>(interleaveLowLocal(channel[2], channel[3]));
+  const auto high01 = as<Pair>(interleaveHighLocal(channel[0], channel[1]));
+  const auto high23 = as<Pair>(interleaveHighLocal(channel[2], channel[3]));
+  out[0] = as<T>(interleaveLowLocal(low01, low23));
+  out[1] = as<T>(interleaveHighLocal(low01, low23));
+  out[2] = as<T>(interleaveLowLocal(high01, high23));
+  out[3] = as<T>(interleaveHighLocal(high01, high23));
 }
 
 // ---- Rows ----
 
 enum class Form { Interleaved, Planar };
-
-// Asks for the lines of `bytes` bytes that stand `distance` bytes behind p (see fetchDistance).
-inline void fetchAhead(const void* p, std::ptrdiff_t distance, std::ptrdiff_t bytes = 64)
-{
-  for (std::ptrdiff_t i = 0; i < bytes; i += 64) prefetch(static_cast<const char*>(p) + distance + i);
-}
 
 // The pixels of a row: one run of interleaved channels, or one run a channel.
 template <class T, int N, Form F> struct Pixels {
@@ -150,22 +246,22 @@ template <class T, int N, Form F> struct Pixels {
   {
     for (int i = 0; i < runs; ++i) fetchAhead(run[i] + x * perPixel, distance, 64 * perPixel);
   }
-  void load(std::ptrdiff_t x, Vec<Element> (&channel)[N]) const
+  template <int Bytes> void load(std::ptrdiff_t x, Vec<Element, Bytes> (&channel)[N]) const
   {
     if constexpr (F == Form::Interleaved) split<Element>(run[0] + x * N, channel);
     else
-      for (int k = 0; k < N; ++k) channel[k] = zori::load<Element>(run[k] + x);
+      for (int k = 0; k < N; ++k) channel[k] = zori::load<Element, Bytes>(run[k] + x);
   }
   // Lanes of interleaved pixels that `kept` names keep their value; they are zero in the channels given.
-  template <bool All> void store(std::ptrdiff_t x, const Vec<Element> (&channel)[N], Vec<Element> kept) const
+  template <bool All, int Bytes>
+  void store(std::ptrdiff_t x, const Vec<Element, Bytes> (&channel)[N], Vec<Element, Bytes> kept) const
   {
     if constexpr (F == Form::Interleaved) {
-      Vec<Element> pixels[N];
+      Vec<Element, Bytes> pixels[N];
       merge(channel, pixels);
-      for (int i = 0; i < N; ++i) {
-        T* const p = run[0] + x * N + i * lanesOf<Element>;
-        zori::store(p, All ? pixels[i] : pixels[i] | (zori::load<Element>(p) & kept));
-      }
+      T* const block = run[0] + x * N;
+      for (int i = 0; i < N; ++i)
+        storeOfBlock<N>(block, i, All ? pixels[i] : pixels[i] | (loadOfBlock<N, Bytes>(block, i) & kept));
     } else {
       for (int k = 0; k < N; ++k) zori::store(run[k] + x, channel[k]);
     }
@@ -175,10 +271,10 @@ template <class T, int N, Form F> struct Pixels {
 template <class T, int N> using Interleaved = Pixels<T, N, Form::Interleaved>;
 template <class T, int N> using Planar = Pixels<T, N, Form::Planar>;
 
-// A row shorter than a block, padded to one.
+// A row shorter than a block of 16 bytes a channel, padded to one.
 template <class P> struct LocalBlock {
   using T = typename P::Element;
-  static constexpr int length = lanesOf<T> * P::perPixel;
+  static constexpr int length = Vec<T, 16>::size * P::perPixel;
   alignas(16) T data[P::runs * length];
 
   LocalBlock(const P& row, std::ptrdiff_t width) : data{}
@@ -198,37 +294,49 @@ template <class P> struct LocalBlock {
   static std::size_t bytes(std::ptrdiff_t width) { return static_cast<std::size_t>(width) * P::perPixel * sizeof(T); }
 };
 
-// dst = op(src) in blocks; op has Vec<T>[Src::channels] for input and fills Vec<T>[Dst::channels]. The last block
-// overlaps the one before it and is formed first, so that a row may shrink in place.
-template <bool All, class Src, class Dst, class Op, class T = typename Dst::Element>
-[[gnu::noinline]] void moveChannels(Src src, Dst dst, std::ptrdiff_t width, Op op, Vec<T> kept)
+// dst = op(src) in blocks; op has a vector for each channel of the source as input and fills one for each of the
+// destination. The last block overlaps the one before it and is formed first, so that a row may shrink in place. A row
+// shorter than a block of 32 bytes a channel is one of blocks of 16.
+template <bool All, int Bytes = vectorBytes, class Src, class Dst, class Op, class T = typename Dst::Element>
+[[gnu::noinline]] void moveChannels(const Src& from, const Dst& to, std::ptrdiff_t width, const Op& given,
+                                    const Vec<T>& kept)
 {
-  constexpr std::ptrdiff_t block = lanesOf<T>;
+  const UpperHalvesCleared atTheEnd;
+  const Src src = from; // copies that nobody else can see, so that what they hold stays in registers
+  const Dst dst = to;
+  const Op op = given;
+  constexpr std::ptrdiff_t block = Vec<T, Bytes>::size;
   if (width < block) {
-    LocalBlock<Src> from(src, width);
-    LocalBlock<Dst> to(dst, width);
-    moveChannels<All>(Src(from.pixels()), Dst(to.pixels()), block, op, kept);
-    to.copyTo(dst, width);
+    if constexpr (Bytes > 16) {
+      moveChannels<All, 16>(src, dst, width, op, kept);
+    } else {
+      LocalBlock<Src> padded(src, width);
+      LocalBlock<Dst> result(dst, width);
+      moveChannels<All, 16>(padded.pixels(), result.pixels(), block, op, kept);
+      result.copyTo(dst, width);
+    }
     return;
   }
-  Vec<T> in[Src::channels], out[Dst::channels], last[Dst::channels];
+  const auto keptLanes = firstBytes<Bytes>(kept);
+  Vec<T, Bytes> in[Src::channels], out[Dst::channels], last[Dst::channels];
   src.load(width - block, in);
   op(in, last);
   const std::ptrdiff_t distance = fetchDistance<T>(width * Src::channels);
+  constexpr std::ptrdiff_t fetched = 64 / sizeof(T); // pixels
   for (std::ptrdiff_t x = 0; x + block <= width; x += block) {
-    if (x % (4 * block) == 0) {
+    if (x % fetched == 0) {
       src.fetch(x, distance);
       dst.fetch(x, distance);
     }
     src.load(x, in);
     op(in, out);
-    dst.template store<All>(x, out, kept);
+    dst.template store<All>(x, out, keptLanes);
   }
-  dst.template store<All>(width - block, last, kept);
+  dst.template store<All>(width - block, last, keptLanes);
 }
 
 struct SameChannels {
-  template <class T, int N> void operator()(const Vec<T> (&in)[N], Vec<T> (&out)[N]) const
+  template <class V, int N> void operator()(const V (&in)[N], V (&out)[N]) const
   {
     for (int k = 0; k < N; ++k) out[k] = in[k];
   }
@@ -236,38 +344,38 @@ struct SameChannels {
 
 // All channels are the one of the source.
 struct OneChannel {
-  template <class T, int N> void operator()(const Vec<T> (&in)[1], Vec<T> (&out)[N]) const
+  template <class V, int N> void operator()(const V (&in)[1], V (&out)[N]) const
   {
     for (int k = 0; k < N; ++k) out[k] = in[0];
   }
 };
 
-// ---- Three channels beside four: a vector holds 4 / sizeof(T) pixels of four channels, or 12 bytes of three ----
+// ---- Three channels beside four: 16 bytes hold 4 / sizeof(T) pixels of four channels, 12 bytes those of three ----
 
-template <class T> inline constexpr int fourChannelPixels = Vec<T>::size / 4;
+template <class T> inline constexpr int fourChannelPixels = Vec<T, 16>::size / 4;
 
 // The 12 bytes at p, each pixel followed by an undefined fourth channel. Reads less than a pixel more.
-template <class T> inline Vec<T> loadWidened(const T* p)
+template <class T> inline Vec<T, 16> loadWidened(const T* p)
 {
-  if constexpr (sizeof(T) == 4) return load<T>(p);
+  if constexpr (sizeof(T) == 4) return load<T, 16>(p);
   else {
     const auto halves = interleaveLow(loadLow8<std::uint64_t>(p), loadLow8<std::uint64_t>(p + 6 / sizeof(T)));
     if constexpr (sizeof(T) == 2) return as<T>(halves);
     else {
-      const auto first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff00000000);
+      const auto first = splat<std::uint64_t, 16>(0xffffff), second = splat<std::uint64_t, 16>(0xffffff00000000);
       return as<T>((halves & first) | (shiftLeft<8>(halves) & second));
     }
   }
 }
 
 // Back to 12 bytes. Spoils less than a pixel more.
-template <class T> inline void storeNarrowed(T* p, Vec<T> x)
+template <class T> inline void storeNarrowed(T* p, Vec<T, 16> x)
 {
   if constexpr (sizeof(T) == 4) store(p, x);
   else {
     auto halves = as<std::uint64_t>(x);
     if constexpr (sizeof(T) == 1) {
-      const auto first = splat<std::uint64_t>(0xffffff), second = splat<std::uint64_t>(0xffffff000000);
+      const auto first = splat<std::uint64_t, 16>(0xffffff), second = splat<std::uint64_t, 16>(0xffffff000000);
       halves = (halves & first) | (shiftRight<8>(halves) & second);
     }
     storeLow8(p, halves);
@@ -279,10 +387,11 @@ template <class T> inline void storeNarrowed(T* p, Vec<T> x)
 template <class T, int SrcChannels> [[gnu::noinline]] void copyColour(const T* src, T* dst, std::ptrdiff_t width)
 {
   constexpr int step = fourChannelPixels<T>;
-  const Vec<T> colour = colourMask<T>();
+  const Vec<T, 16> colour = colourMask<T, 16>();
   const auto copy = [=](std::ptrdiff_t x) {
     const T* const from = src + SrcChannels * x;
-    store(dst + 4 * x, select(colour, SrcChannels == 3 ? loadWidened(from) : load<T>(from), load<T>(dst + 4 * x)));
+    store(dst + 4 * x,
+          select(colour, SrcChannels == 3 ? loadWidened(from) : load<T, 16>(from), load<T, 16>(dst + 4 * x)));
   };
   const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
   std::ptrdiff_t x = 0;
@@ -304,9 +413,9 @@ template <class T> [[gnu::noinline]] void dropFourth(const T* src, T* dst, std::
   for (; x + 4 * step < width; x += 4 * step) {
     fetchAhead(src + 4 * x, distance);
     fetchAhead(dst + 3 * x, distance);
-    for (int v = 0; v < 4; ++v) storeNarrowed(dst + 3 * (x + v * step), load<T>(src + 4 * (x + v * step)));
+    for (int v = 0; v < 4; ++v) storeNarrowed(dst + 3 * (x + v * step), load<T, 16>(src + 4 * (x + v * step)));
   }
-  for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T>(src + 4 * x));
+  for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T, 16>(src + 4 * x));
   for (; x < width; ++x) std::memmove(dst + 3 * x, src + 4 * x, 3 * sizeof(T));
 }
 
@@ -363,4 +472,5 @@ template <class T, int SrcStride, int DstStride>
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -11,6 +11,7 @@
 #include <limits>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 // ---- Operations on groups ----
 
@@ -31,7 +32,9 @@ template <class D> struct Converted {
       }
       y = (*this)(wider);
     } else if constexpr (sizeof(S) == 4 && sizeof(D) == 1) { // saturation to 16 bits changes nothing about the result
-      y = (*this)(Converted<Zor16s>{}(x));
+      const Group<Zor32s> n = Converted<Zor32s>{}(x);
+      for (int k = 0; k < y.parts; ++k)
+        y.part[k] = narrowSatFour<D>(n.part[4 * k], n.part[4 * k + 1], n.part[4 * k + 2], n.part[4 * k + 3]);
     } else if constexpr (std::is_same_v<S, Zor16u>) { // the pack takes its lanes as signed, so first at most 0x7fff
       const auto atMost = [](Vec<Zor16u> v) { return as<Zor16s>(addSat(v, topBits<Zor16u>()) ^ topBits<Zor16u>()); };
       for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(atMost(x.part[2 * k]), atMost(x.part[2 * k + 1]));
@@ -46,8 +49,8 @@ template <class D> struct Converted {
 template <class D> inline constexpr Zor32f upperBound = static_cast<Zor32f>(std::numeric_limits<D>::max());
 
 // A NaN takes the bound, because that is the second operand.
-template <class D> inline F32x4 clampedAbove(F32x4 x) { return min(x, splat(upperBound<D>)); }
-inline F32x4 clampedAtZero(F32x4 x) { return max(x, zero<Zor32f>()); }
+template <class D> inline Vec<Zor32f> clampedAbove(Vec<Zor32f> x) { return min(x, splat(upperBound<D>)); }
+inline Vec<Zor32f> clampedAtZero(Vec<Zor32f> x) { return max(x, zero<Zor32f>()); }
 
 // Saturated below, and above as well. Of 16u, which has no pack of its own, n lies in 0..65535.
 template <class D> inline Group<D> packed(Group<Zor32s> n)
@@ -63,7 +66,7 @@ template <class D> inline Group<D> packed(Group<Zor32s> n)
 }
 
 // n is the conversion of x to an integer; 2^31 has become the least one and must become the greatest.
-template <class D> inline Vec<Zor32s> belowTop(Vec<Zor32s> n, F32x4 x)
+template <class D> inline Vec<Zor32s> belowTop(Vec<Zor32s> n, Vec<Zor32f> x)
 {
   if constexpr (std::is_same_v<D, Zor32s>) return n ^ as<Zor32s>(greaterEqual(x, splat(upperBound<D>)));
   else return n;
@@ -75,7 +78,7 @@ template <class D> struct Rounded {
   {
     Group<Zor32s> n;
     for (int k = 0; k < x.parts; ++k) {
-      F32x4 v = clampedAbove<D>(x.part[k]);
+      Vec<Zor32f> v = clampedAbove<D>(x.part[k]);
       if constexpr (std::is_same_v<D, Zor16u>) v = clampedAtZero(v);
       n.part[k] = belowTop<D>(toInt(v), v);
     }
@@ -89,8 +92,8 @@ template <class D> struct RoundedAway {
   {
     Group<Zor32s> n;
     for (int k = 0; k < x.parts; ++k) {
-      const F32x4 v = clampedAbove<D>(x.part[k]);
-      F32x4 sum;
+      const Vec<Zor32f> v = clampedAbove<D>(x.part[k]);
+      Vec<Zor32f> sum;
       if constexpr (isSigned<D>) sum = (abs(v) + splat(0.5f)) | (v & splat(-0.0f));
       else sum = clampedAtZero(v) + splat(0.5f);
       n.part[k] = belowTop<D>(toIntTruncated(sum), sum);
@@ -102,7 +105,7 @@ template <class D> struct RoundedAway {
 // The samples times 2^-scaleFactor, then op. In two factors, which covers every scale that matters: beyond, each result
 // is a bound or zero.
 template <class Op> struct Scaled {
-  F32x4 factor1, factor2;
+  Vec<Zor32f> factor1, factor2;
   Op op;
 
   explicit Scaled(int scaleFactor)
@@ -118,7 +121,7 @@ template <class Op> struct Scaled {
   }
 
 private:
-  static F32x4 powerOfTwo(int exponent) { return as<Zor32f>(splat<Zor32s>((127 + exponent) << 23)); }
+  static Vec<Zor32f> powerOfTwo(int exponent) { return as<Zor32f>(splat<Zor32s>((127 + exponent) << 23)); }
 };
 
 // ---- The kernel of one row that other families call ----
@@ -130,4 +133,5 @@ template <class S, class D> inline void convertRow(const S* pSrc, D* pDst, std::
   else mapGroups(pDst, length, Converted<D>{}, pSrc);
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

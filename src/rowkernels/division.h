@@ -11,6 +11,16 @@
 
 namespace zori {
 
+// Complex samples: num * conj(den) / |den|^2, over zero 0 in both parts, in 32fc NaN. 32fc has no scale.
+bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num,
+                   const Zor16sc* den);
+bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num,
+                   const Zor32sc* den);
+bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num,
+                   const Zor32fc* den);
+
+inline namespace ZORI_WIDTH {
+
 // Quotients of samples of type T as an operation on groups, in whole numbers rounded by Mode.
 template <class T, ZorRoundMode Mode = ZorRoundNearestEven> struct Quotient;
 
@@ -53,7 +63,7 @@ template <class T, ZorRoundMode Mode> struct Quotient {
   {
     // Vanishes in the sum with any scaled denominator but zero, over which the quotient is now 0 or beyond all bounds
     // with the numerator's sign.
-    const F32x4 tiny = splat(0x1p-80f);
+    const Vec<Zor32f> tiny = splat(0x1p-80f);
     Group<Zor32f> x = Converted<Zor32f>{}(n);
     const Group<Zor32f> y = Converted<Zor32f>{}(d);
     for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] / (y.part[k] * splat(scale) + tiny);
@@ -69,7 +79,7 @@ template <> struct Quotient<Zor32f> {
   Group<Zor32f> operator()(const Group<Zor32f>& n, const Group<Zor32f>& d) const
   {
     Group<Zor32f> q, zeros;
-    F32x4 anyZero = zero<Zor32f>();
+    Vec<Zor32f> anyZero = zero<Zor32f>();
     for (int k = 0; k < q.parts; ++k) {
       zeros.part[k] = equal(d.part[k], zero<Zor32f>());
       anyZero = anyZero | zeros.part[k];
@@ -95,14 +105,6 @@ template <class Op, class T> struct FlagZeros {
   }
 };
 
-// Complex samples: num * conj(den) / |den|^2, over zero 0 in both parts, in 32fc NaN. 32fc has no scale.
-bool divideComplex(Zor16sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor16sc* num,
-                   const Zor16sc* den);
-bool divideComplex(Zor32sc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32sc* num,
-                   const Zor32sc* den);
-bool divideComplex(Zor32fc* dst, std::ptrdiff_t length, int scaleFactor, bool keepsFourth, const Zor32fc* num,
-                   const Zor32fc* den);
-
 // dst = num / den * 2^-scaleFactor; true when a denominator was zero. Where the fourth of four samples is kept it is
 // neither written nor looked at.
 template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
@@ -111,16 +113,6 @@ template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
   if constexpr (!std::is_arithmetic_v<T>) {
     return divideComplex(dst, length, scaleFactor, keepsFourth, num, den);
   } else {
-    constexpr std::ptrdiff_t size = Group<T>::size;
-    if (length < size) { // filled up with denominators that are not zero
-      const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(T);
-      const PaddedBlock<T, size> n(num, length);
-      PaddedBlock<T, size> d(den, length), out(dst, length);
-      for (std::ptrdiff_t i = length; i < size; ++i) d.values[i] = 1;
-      const bool anyZero = divideRow<T, keepsFourth, Mode>(out.values, size, scaleFactor, n.values, d.values);
-      std::memcpy(dst, out.values, bytes);
-      return anyZero;
-    }
     using Op = FlagZeros<Quotient<T, Mode>, T>;
     Vec<T> zeros = zero<T>();
     const Op op{Quotient<T, Mode>(scaleFactor), &zeros};
@@ -134,4 +126,5 @@ template <class T, bool keepsFourth, ZorRoundMode Mode = ZorRoundNearestEven>
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

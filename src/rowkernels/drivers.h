@@ -4,14 +4,16 @@
 // An operation is a small function object with one form, Vec in and Vec out. A driver covers a row of any length at any
 // address with it and never reads or writes outside the row:
 //
-//   - the first and the last vector of the row are formed before anything is stored, and stored last; between them run
-//     whole vectors from the first aligned address of the destination. The blocks overlap, no element loop is left,
-//     and a row may be its own source;
-//   - a row shorter than a vector goes through a partly filled one.
+//   - whole vectors run from the start of the row, or, in long rows, from the first aligned address of the destination.
+//     The last one ends with the row and overlaps the one before it, as the first one does the second; of two that
+//     overlap both are formed before one is stored. So no element loop is left, and a row may be its own source;
+//   - a row shorter than a vector goes through one that holds its first and its last elements, so many of each as a
+//     power of two: the two parts overlap, and no other element is ever looked at.
 //
 // Drivers are not inlined: one kernel an operation and type, shared by all layouts that call it.
 #pragma once
 
+#include "fetch.h"
 #include "simd.h"
 
 #include <algorithm>
@@ -20,8 +22,9 @@
 #include <utility>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
-// ---- Parts of a vector: 1 to 15 bytes, the other bytes zero on load and untouched on store. ----
+// ---- Parts of a vector, in their order: the other bytes are zero on load and untouched on store. ----
 
 inline std::uint64_t loadBytesBelow8(const char* p, std::size_t bytes)
 {
@@ -47,7 +50,7 @@ inline void storeBytesBelow8(char* p, std::uint64_t x, std::size_t bytes)
   }
 }
 
-template <class T> inline Vec<T> loadPart(const void* from, std::size_t bytes)
+template <class T> inline Vec<T, 16> loadPart16(const void* from, std::size_t bytes)
 {
   const char* p = static_cast<const char*>(from);
   std::uint64_t half[2] = {0, 0};
@@ -57,10 +60,10 @@ template <class T> inline Vec<T> loadPart(const void* from, std::size_t bytes)
   } else {
     half[0] = loadBytesBelow8(p, bytes);
   }
-  return load<T>(half);
+  return load<T, 16>(half);
 }
 
-template <class T> inline void storePart(void* to, Vec<T> x, std::size_t bytes)
+template <class T> inline void storePart(void* to, Vec<T, 16> x, std::size_t bytes)
 {
   char* p = static_cast<char*>(to);
   std::uint64_t half[2];
@@ -73,6 +76,114 @@ template <class T> inline void storePart(void* to, Vec<T> x, std::size_t bytes)
   }
 }
 
+#if ZORI_VECTOR_BYTES == 32
+template <class T> inline Vec<T> loadPart(const void* from, std::size_t bytes)
+{
+  const char* p = static_cast<const char*>(from);
+  if (bytes < 16) return joined(loadPart16<T>(p, bytes), zero<T, 16>());
+  // the last 16 bytes moved down, so that what comes behind the first 16 is left
+  struct Indices {
+    std::uint8_t down[32];
+    constexpr Indices() : down{}
+    {
+      for (int i = 0; i < 32; ++i) down[i] = static_cast<std::uint8_t>(i < 16 ? i : 0x80);
+    }
+  };
+  static constexpr Indices indices;
+  const auto rest =
+    shuffleBytesLocal(load<std::uint8_t, 16>(p + bytes - 16), load<std::uint8_t, 16>(indices.down + 32 - bytes));
+  return joined(load<T, 16>(p), as<T>(rest));
+}
+template <class T> inline void storePart(void* to, Vec<T, 32> x, std::size_t bytes)
+{
+  char* p = static_cast<char*>(to);
+  if (bytes >= 16) {
+    alignas(32) char whole[32];
+    store(whole, x);
+    store(p, lowHalf(x));
+    store(p + bytes - 16, load<std::uint8_t, 16>(whole + bytes - 16));
+  } else {
+    storePart(p, lowHalf(x), bytes);
+  }
+}
+#else
+template <class T> inline Vec<T> loadPart(const void* from, std::size_t bytes) { return loadPart16<T>(from, bytes); }
+#endif
+
+// ---- Rows shorter than a vector: the first elements and the last ones, as many of each as a power of two. ----
+//
+// Together they are the row, most of them twice; a vector that they do not fill holds them again. So no lane has
+// anything but an element of the row, and whole pixels stay whole pixels.
+
+template <class T> inline void storeHigh8(void* p, Vec<T, 16> x)
+{
+  put(p, static_cast<std::uint64_t>(as<std::uint64_t>(x).v[1]));
+}
+
+template <class T> inline Vec<T, 16> loadShort16(const char* p, std::size_t bytes)
+{
+  if (bytes >= 8) {
+    const auto last = loadLow8<std::uint64_t>(p + bytes - 8);
+    return as<T>(interleaveLow(loadLow8<std::uint64_t>(p), last));
+  }
+  if (bytes >= 4) {
+    const auto both = interleaveLow(loadLow4<std::uint32_t>(p), loadLow4<std::uint32_t>(p + bytes - 4));
+    return as<T>(interleaveLow(as<std::uint64_t>(both), as<std::uint64_t>(both)));
+  }
+  if (bytes >= 2)
+    return as<T>(splat<std::uint32_t, 16>(get<std::uint16_t>(p) |
+                                          static_cast<std::uint32_t>(get<std::uint16_t>(p + bytes - 2)) << 16));
+  return as<T>(splat<std::uint8_t, 16>(get<std::uint8_t>(p)));
+}
+template <class T> inline void storeShort16(char* p, Vec<T, 16> x, std::size_t bytes)
+{
+  if (bytes >= 8) {
+    storeLow8(p, x);
+    storeHigh8(p + bytes - 8, x);
+  } else if (bytes >= 4) {
+    storeLow4(p, x);
+    storeLow4(p + bytes - 4, bytesDown<4>(x));
+  } else {
+    const auto both = firstLane(as<std::uint32_t>(x));
+    if (bytes >= 2) {
+      put(p, static_cast<std::uint16_t>(both));
+      put(p + bytes - 2, static_cast<std::uint16_t>(both >> 16));
+    } else {
+      put(p, static_cast<std::uint8_t>(both));
+    }
+  }
+}
+
+// `bytes` is at least 1 and less than a vector.
+template <class T> inline Vec<T> loadShort(const void* from, std::size_t bytes)
+{
+  const char* p = static_cast<const char*>(from);
+#if ZORI_VECTOR_BYTES == 32
+  if (bytes >= 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
+  const auto x = loadShort16<T>(p, bytes);
+  return joined(x, x);
+#else
+  return loadShort16<T>(p, bytes);
+#endif
+}
+template <class T> inline void storeShort(void* to, Vec<T> x, std::size_t bytes)
+{
+  char* p = static_cast<char*>(to);
+#if ZORI_VECTOR_BYTES == 32
+  if (bytes >= 16) {
+    store(p, lowHalf(x));
+    store(p + bytes - 16, highHalf(x));
+  } else {
+    storeShort16(p, lowHalf(x), bytes);
+  }
+#else
+  storeShort16(p, x, bytes);
+#endif
+}
+
+// Into a driver, whatever the compiler thinks of its size.
+#define ZORI_INLINE __attribute__((always_inline))
+
 // ---- Element by element: dst[i] = op(src[i]...), every type of one width. ----
 
 // An operation that counts channels says `static constexpr int period = 4`: vectors then start at whole pixels.
@@ -83,40 +194,62 @@ template <class Op> inline constexpr int periodOf<Op, std::void_t<decltype(Op::p
 template <class Op, class = void> inline constexpr bool isLongOp = false;
 template <class Op> inline constexpr bool isLongOp<Op, std::void_t<decltype(Op::isLong)>> = Op::isLong;
 
+// Rows of so many vectors or groups are worth the way to an aligned address.
+inline constexpr std::ptrdiff_t alignedFrom = 8;
+
 template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 {
   const auto address = reinterpret_cast<std::uintptr_t>(p);
-  return address % sizeof(T) ? 0 : static_cast<std::ptrdiff_t>((-address & 15) / sizeof(T));
+  return address % sizeof(T) ? 0 : static_cast<std::ptrdiff_t>((-address & (vectorBytes - 1)) / sizeof(T));
 }
 
+// How kernels are given their operation: by value, or, where it holds vectors of 32 bytes, by reference. A copy of
+// those for the call would be read sooner than it is written.
+template <class Op> using Passed = std::conditional_t<(alignof(Op) > 16), const Op&, Op>;
+
 template <class D, class Op, class... S>
-[[gnu::noinline]] void mapRow(D* dst, std::ptrdiff_t length, Op op, const S*... src)
+[[gnu::noinline]] void rowKernel(D* dst, std::ptrdiff_t length, Passed<Op> given, const S*... src)
 {
+  const UpperHalvesCleared atTheEnd;
+  Op op = given;
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
   static_assert(((sizeof(S) == sizeof(D)) && ...));
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    storePart<D>(dst, op(loadPart<S>(src, bytes)...), bytes);
+    storeShort<D>(dst, op(loadShort<S>(src, bytes)...), bytes);
     return;
   }
-  const Vec<D> first = op(load<S>(src)...), last = op(load<S>(src + length - lanes)...);
-  std::ptrdiff_t i = periodOf<Op> == 1 ? elementsToAlignment(dst) : 0;
-  for (; !isLongOp<Op> && i + 4 * lanes <= length; i += 4 * lanes) {
-    const Vec<D> a = op(load<S>(src + i)...), b = op(load<S>(src + i + lanes)...);
-    const Vec<D> c = op(load<S>(src + i + 2 * lanes)...), d = op(load<S>(src + i + 3 * lanes)...);
+  const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(load<S>(src + i)...); };
+  std::ptrdiff_t i = 0;
+  if (length >= alignedFrom * lanes && periodOf<Op> == 1) { // to the first aligned address
+    const std::ptrdiff_t head = elementsToAlignment(dst);
+    const Vec<D> first = at(0), second = at(head);
+    store(dst, first);
+    store(dst + head, second);
+    i = head + lanes;
+  }
+  for (; !isLongOp<Op> && i + 5 * lanes <= length; i += 4 * lanes) {
+    const Vec<D> a = at(i), b = at(i + lanes), c = at(i + 2 * lanes), d = at(i + 3 * lanes);
     store(dst + i, a);
     store(dst + i + lanes, b);
     store(dst + i + 2 * lanes, c);
     store(dst + i + 3 * lanes, d);
   }
-  for (; i + lanes <= length; i += lanes) store(dst + i, op(load<S>(src + i)...));
-  store(dst, first);
+  for (; i + 2 * lanes <= length; i += lanes) store(dst + i, at(i));
+  const Vec<D> next = at(i), last = at(length - lanes); // the last two, which overlap
+  store(dst + i, next);
   store(dst + length - lanes, last);
+}
+
+template <class D, class Op, class... S>
+inline void mapRow(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
+{
+  rowKernel<D, Op, S...>(dst, length, op, src...);
 }
 
 // ---- The same with a constant that differs from channel to channel. ----
 
-// A constant of 1 to 4 channels repeated, so that a vector of it can be had for any phase.
+// A constant of 1 to 4 channels repeated, complex ones being two, so that a vector of it can be had for any phase.
 template <class T> struct Pattern {
   int period;
   T values[Vec<T>::size + 4];
@@ -126,8 +259,13 @@ template <class T> struct Pattern {
     for (int i = 0; i < Vec<T>::size + 4; ++i) values[i] = get<T>(constant + i % channels);
   }
   explicit Pattern(T constant) : Pattern(&constant, 1) {}
-  // As the element that stands i elements behind the start of a row.
-  Vec<T> at(std::ptrdiff_t i) const { return load<T>(values + i % period); }
+  // As the element that stands i elements behind the start of a row. Periods are 1, 2, 3, 4, 6 or 8.
+  Vec<T> at(std::ptrdiff_t i) const
+  {
+    return load<T>(values + (period == 3 ? i % 3 : period == 6 ? i % 6 : i & (period - 1)));
+  }
+  // As a row shorter than a vector.
+  Vec<T> ofShort(std::size_t bytes) const { return loadShort<T>(values, bytes); }
 };
 
 // Several constants that an operation takes together: op(src..., const Patterns<T, N>::Vectors&).
@@ -143,17 +281,26 @@ template <class T, int N> struct Patterns {
     for (int k = 0; k < N; ++k) x.v[k] = patterns[k].at(i);
     return x;
   }
+  Vectors ofShort(std::size_t bytes) const
+  {
+    Vectors x;
+    for (int k = 0; k < N; ++k) x.v[k] = patterns[k].ofShort(bytes);
+    return x;
+  }
 };
 
 // dst[i] = op(src[i]..., constant[i % channels]), the constant a Pattern or Patterns.
 template <class Constant, class D, class Op, class... S>
-[[gnu::noinline]] void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, Op op, const S*... src)
+[[gnu::noinline]] void rowKernelWith(const Constant& constant, D* dst, std::ptrdiff_t length, Passed<Op> given,
+                                     const S*... src)
 {
+  const UpperHalvesCleared atTheEnd;
+  Op op = given;
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
   static_assert(((sizeof(S) == sizeof(D)) && ...));
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    storePart<D>(dst, op(loadPart<S>(src, bytes)..., constant.at(0)), bytes);
+    storeShort<D>(dst, op(loadShort<S>(src, bytes)..., constant.ofShort(bytes)), bytes);
     return;
   }
   const Vec<D> last = op(load<S>(src + length - lanes)..., constant.at(length - lanes));
@@ -167,46 +314,94 @@ template <class Constant, class D, class Op, class... S>
     store(dst + i + lanes, b);
     store(dst + i + 2 * lanes, c);
   }
-  for (; i + lanes <= length; i += lanes) store(dst + i, op(load<S>(src + i)..., constant.at(i)));
+  if (i + lanes <= length) store(dst + i, op(load<S>(src + i)..., c0));
+  if (i + 2 * lanes <= length) store(dst + i + lanes, op(load<S>(src + i + lanes)..., c1));
   store(dst + length - lanes, last);
 }
 
-// ---- Groups: 16 elements in as many vectors as they take, so that operands of different widths meet. ----
+template <class Constant, class D, class Op, class... S>
+inline void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
+{
+  rowKernelWith<Constant, D, Op, S...>(constant, dst, length, op, src...);
+}
+
+// ---- Groups: as many elements as a vector has bytes, in as many vectors as they take, so that operands of different
+// widths meet. ----
 
 template <class T> struct Group {
-  static constexpr int size = 16, parts = size / Vec<T>::size;
+  static constexpr int size = vectorBytes, parts = size / Vec<T>::size;
   Vec<T> part[parts];
 };
 
-template <class T> inline Group<T> loadGroup(const T* p)
+template <class T> ZORI_INLINE inline Group<T> loadGroup(const T* p)
 {
   Group<T> x;
   for (int k = 0; k < x.parts; ++k) x.part[k] = load<T>(p + k * Vec<T>::size);
   return x;
 }
 
-template <class T> inline void storeGroup(T* p, const Group<T>& x)
+template <class T> ZORI_INLINE inline void storeGroup(T* p, const Group<T>& x)
 {
   for (int k = 0; k < x.parts; ++k) store(p + k * Vec<T>::size, x.part[k]);
 }
 
-// Long rows are fetched well ahead of their use: the processor alone does not keep up with two streams of different
-// speed. Short ones are not, so that a narrow region does not drag in what lies beside it.
-template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
+// A row of fewer elements than a group, in the manner of loadShort. `half` is the greatest power of two up to length.
+template <class T> ZORI_INLINE inline Group<T> loadShortGroup(const T* p, std::ptrdiff_t length, std::ptrdiff_t half)
 {
-  return length * static_cast<std::ptrdiff_t>(sizeof(T)) >= 4096 ? 2048 : 0;
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  Group<T> x;
+  static_assert(x.parts <= 4);
+  if (length < lanes) {
+    x.part[0] = loadShort<T>(p, static_cast<std::size_t>(length) * sizeof(T));
+    for (int k = 1; k < x.parts; ++k) x.part[k] = x.part[0];
+    return x;
+  }
+  const T* const last = p + length - half;
+  if constexpr (x.parts >= 4) {
+    if (half >= 2 * lanes) {
+      for (int k = 0; k < x.parts / 2; ++k) {
+        x.part[k] = load<T>(p + k * lanes);
+        x.part[x.parts / 2 + k] = load<T>(last + k * lanes);
+      }
+      return x;
+    }
+  }
+  if constexpr (x.parts >= 2) {
+    x.part[0] = load<T>(p);
+    x.part[1] = load<T>(last);
+    for (int k = 2; k < x.parts; ++k) x.part[k] = x.part[k - 2];
+  }
+  return x;
 }
-
-// The lines that two groups take, so many bytes behind p.
-template <class T> inline void fetchGroups(const T* p, std::ptrdiff_t distance)
+template <class T>
+ZORI_INLINE inline void storeShortGroup(T* p, const Group<T>& x, std::ptrdiff_t length, std::ptrdiff_t half)
 {
-  const char* from = reinterpret_cast<const char*>(p) + distance;
-  for (std::size_t line = 0; line < 2 * sizeof(Group<T>); line += 64) prefetch(from + line);
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  if (length < lanes) {
+    storeShort<T>(p, x.part[0], static_cast<std::size_t>(length) * sizeof(T));
+    return;
+  }
+  T* const last = p + length - half;
+  if constexpr (x.parts >= 4) {
+    if (half >= 2 * lanes) {
+      for (int k = 0; k < x.parts / 2; ++k) store(p + k * lanes, x.part[k]);
+      for (int k = 0; k < x.parts / 2; ++k) store(last + k * lanes, x.part[x.parts / 2 + k]);
+      return;
+    }
+  }
+  if constexpr (x.parts >= 2) {
+    store(p, x.part[0]);
+    store(last, x.part[1]);
+  }
+}
+inline std::ptrdiff_t greatestPowerOfTwo(std::ptrdiff_t n)
+{
+  return std::ptrdiff_t{1} << (31 - __builtin_clz(static_cast<unsigned>(n)));
 }
 
 // The first elements of a row in a block of N, the rest zero.
 template <class T, std::ptrdiff_t N> struct PaddedBlock {
-  alignas(16) T values[N];
+  alignas(vectorBytes) T values[N];
   PaddedBlock(const T* from, std::ptrdiff_t length) : values{}
   {
     std::memcpy(values, from, static_cast<std::size_t>(length) * sizeof(T));
@@ -216,42 +411,53 @@ template <class T, std::ptrdiff_t N> struct PaddedBlock {
 // dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
 // is no narrower than the destination.
 template <class D, class Op, class... S>
-[[gnu::noinline]] void mapGroups(D* dst, std::ptrdiff_t length, Op op, const S*... src)
+[[gnu::noinline]] void groupKernel(D* dst, std::ptrdiff_t length, Passed<Op> given, const S*... src)
 {
+  const UpperHalvesCleared atTheEnd;
+  Op op = given;
   constexpr std::ptrdiff_t size = Group<D>::size;
   if (length < size) {
-    alignas(16) D out[size];
-    storeGroup<D>(out, op(loadGroup<S>(PaddedBlock<S, size>(src, length).values)...));
-    std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(D));
+    const std::ptrdiff_t half = greatestPowerOfTwo(length);
+    storeShortGroup<D>(dst, op(loadShortGroup<S>(src, length, half)...), length, half);
     return;
   }
-  const std::ptrdiff_t head = elementsToAlignment(dst);
-  std::ptrdiff_t i = head % periodOf<Op> == 0 ? head : 0;
-  const bool hasHead = i != 0, hasTail = (length - i) % size != 0;
-  Group<D> first, last;
-  if (hasHead) first = op(loadGroup<S>(src)...);
-  if (hasTail) last = op(loadGroup<S>(src + length - size)...);
-  const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
-  for (; i + 2 * size <= length; i += 2 * size) {
-    fetchGroups(dst + i, ahead);
-    (fetchGroups(src + i, ahead), ...);
-    storeGroup<D>(dst + i, op(loadGroup<S>(src + i)...));
-    storeGroup<D>(dst + i + size, op(loadGroup<S>(src + i + size)...));
+  const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroup<S>(src + i)...); };
+  const std::ptrdiff_t lastAt = length - size;
+  std::ptrdiff_t waitingAt = 0, i = size;
+  if (length >= alignedFrom * size) {
+    const std::ptrdiff_t head = elementsToAlignment(dst);
+    if (head != 0 && head % periodOf<Op> == 0) i = head;
   }
-  if (i + size <= length) storeGroup<D>(dst + i, op(loadGroup<S>(src + i)...));
-  if (hasHead) storeGroup<D>(dst, first);
-  if (hasTail) storeGroup<D>(dst + length - size, last);
+  const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
+  Group<D> waiting = at(0);
+  while (waitingAt < lastAt) { // each group is written when the next one is formed
+    i = std::min(i, lastAt);
+    fetchAhead(dst + i, ahead, sizeof(Group<D>));
+    (fetchAhead(src + i, ahead, sizeof(Group<S>)), ...);
+    const Group<D> next = at(i);
+    storeGroup<D>(dst + waitingAt, waiting);
+    waiting = next;
+    waitingAt = i;
+    i += size;
+  }
+  storeGroup<D>(dst + waitingAt, waiting);
+}
+
+template <class D, class Op, class... S>
+inline void mapGroups(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
+{
+  groupKernel<D, Op, S...>(dst, length, op, src...);
 }
 
 // ---- AC4: the fourth channel of the destination stays. ----
 
-template <class T> inline Vec<T> colourMask()
+template <class T, int Bytes = vectorBytes> inline Vec<T, Bytes> colourMask()
 {
-  if constexpr (sizeof(T) == 1) return as<T>(splat<std::uint32_t>(0x00ffffffu));
-  else if constexpr (sizeof(T) == 2) return as<T>(splat<std::uint64_t>(0x0000ffffffffffffull));
+  if constexpr (sizeof(T) == 1) return as<T>(splat<std::uint32_t, Bytes>(0x00ffffffu));
+  else if constexpr (sizeof(T) == 2) return as<T>(splat<std::uint64_t, Bytes>(0x0000ffffffffffffull));
   else {
-    alignas(16) static constexpr std::uint32_t mask[4] = {~0u, ~0u, ~0u, 0};
-    return load<T>(mask);
+    alignas(vectorBytes) static constexpr std::uint32_t mask[8] = {~0u, ~0u, ~0u, 0, ~0u, ~0u, ~0u, 0};
+    return loadAligned<T, Bytes>(mask);
   }
 }
 
@@ -275,13 +481,34 @@ template <class Op> KeepFourth(Op) -> KeepFourth<Op>;
 
 // ---- Blocks: an operation on several vectors at once, of widths and shapes of its own. Not in place. ----
 
+// The first and the last half of a block of N elements, which overlap where a row is shorter.
+template <class T, std::ptrdiff_t N> struct EndsOfBlock {
+  alignas(vectorBytes) T values[N];
+  EndsOfBlock(const T* from, std::ptrdiff_t length)
+  {
+    std::memcpy(values, from, N / 2 * sizeof(T));
+    std::memcpy(values + N / 2, from + length - N / 2, N / 2 * sizeof(T));
+  }
+};
+
 // op.block(src..., dst) works on exactly Op::blockLength elements. The last block overlaps the one before it.
 template <class D, class Op, class... S>
-[[gnu::noinline]] void mapBlocks(D* dst, std::ptrdiff_t length, Op op, const S*... src)
+[[gnu::noinline]] void blockKernel(D* dst, std::ptrdiff_t length, Passed<Op> given, const S*... src)
 {
+  const UpperHalvesCleared atTheEnd;
+  Op op = given;
   constexpr std::ptrdiff_t block = Op::blockLength;
   if (length < block) {
-    alignas(16) D out[block];
+    alignas(vectorBytes) D out[block];
+    if constexpr (vectorBytes == 32 && block % 2 == 0) { // no slower than in two blocks of half the width
+      constexpr std::ptrdiff_t half = block / 2;
+      if (length >= half) {
+        op.block(EndsOfBlock<S, block>(src, length).values..., out);
+        std::memcpy(dst, out, half * sizeof(D));
+        std::memcpy(dst + length - half, out + half, half * sizeof(D));
+        return;
+      }
+    }
     op.block(PaddedBlock<S, block>(src, length).values..., out);
     std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(D));
     return;
@@ -291,4 +518,11 @@ template <class D, class Op, class... S>
   if (i < length) op.block((src + length - block)..., dst + length - block);
 }
 
+template <class D, class Op, class... S>
+inline void mapBlocks(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
+{
+  blockKernel<D, Op, S...>(dst, length, op, src...);
+}
+
+} // namespace ZORI_WIDTH
 } // namespace zori

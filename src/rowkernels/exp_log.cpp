@@ -4,6 +4,7 @@
 #include <limits>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 namespace explog {
 
@@ -11,22 +12,22 @@ const Constants constants;
 
 static constexpr Zor32f infinity = std::numeric_limits<Zor32f>::infinity();
 
-F32x4 exponentialOfAny(F32x4 x)
+Vec<Zor32f> exponentialOfAny(Vec<Zor32f> x)
 {
   // beyond these bounds the result is 0 or infinite
-  const F32x4 inside = min(max(x, splat(-104.0f)), splat(89.0f));
+  const Vec<Zor32f> inside = min(max(x, splat(-104.0f)), splat(89.0f));
   const Exponentials<1> e(&inside);
   const auto power = [](Vec<Zor32s> n) { return as<Zor32f>(shiftLeft<23>(n + splat(127))); };
   const auto n = shiftRight<23>(shiftLeft<23>(e.exponent[0])), half = shiftRight<1>(n);
   return select(unordered(x, x), x + x, e.mantissa[0] * power(half) * power(n - half));
 }
 
-F32x4 logarithmOfAny(F32x4 x)
+Vec<Zor32f> logarithmOfAny(Vec<Zor32f> x)
 {
-  const F32x4 small = less(x, as<Zor32f>(splat(leastNormalBits)));
+  const Vec<Zor32f> small = less(x, as<Zor32f>(splat(leastNormalBits)));
   Parts parts(select(small, x * splat(0x1p24f), x));
   parts.exponent -= as<Zor32s>(small) & splat(24 << 23);
-  F32x4 result;
+  Vec<Zor32f> result;
   logarithms<1>(&result, &parts);
   result = select(equal(x, splat(infinity)), x, result);
   result = select(equal(x, splat(0.0f)), splat(-infinity), result);
@@ -37,10 +38,10 @@ F32x4 logarithmOfAny(F32x4 x)
 } // namespace explog
 
 // ln((1 + f) * 2^(exponent * 2^-23)) * factor as in single precision, but that no cancellation matters here.
-static F64x2 scaledLogarithm(F64x2 f, F64x2 exponent, F64x2 factor)
+static Vec<Zor64f> scaledLogarithm(Vec<Zor64f> f, Vec<Zor64f> exponent, Vec<Zor64f> factor)
 {
-  const F64x2 s = f / (f + splat(2.0)), z = s * s;
-  F64x2 series = z * splat(0.1936304304875124938) + splat(0.2219138078904433381); // from here on within 1e-11
+  const Vec<Zor64f> s = f / (f + splat(2.0)), z = s * s;
+  Vec<Zor64f> series = z * splat(0.1936304304875124938) + splat(0.2219138078904433381); // from here on within 1e-11
   series = series * z + splat(0.2857175485162510781);
   series = series * z + splat(0.3999999879579106314);
   series = series * z + splat(0.6666666666737622547);
@@ -52,11 +53,14 @@ Group<Zor32s> integerLogarithm(const Group<Zor32f>& x, Zor64f factor)
   Group<Zor32s> y;
   for (int k = 0; k < x.parts; ++k) {
     const explog::Parts parts(x.part[k]);
-    const auto scaled = [=](F64x2 f, F64x2 exponent) { return scaledLogarithm(f, exponent, splat(factor)); };
+    const auto scaled = [=](Vec<Zor64f> f, Vec<Zor64f> exponent) {
+      return scaledLogarithm(f, exponent, splat(factor));
+    };
     y.part[k] = toInt(scaled(toDoubleLow(parts.fraction), toDoubleLow(parts.exponent)),
                       scaled(toDoubleHigh(parts.fraction), toDoubleHigh(parts.exponent)));
   }
   return y;
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

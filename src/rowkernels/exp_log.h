@@ -9,18 +9,22 @@
 #include "zori/types.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 namespace explog {
 
 // The same number in all lanes, in memory: gcc would spread a literal anew in every round of a loop.
-struct alignas(16) Lanes {
-  Zor32f value[4];
-  constexpr Lanes(Zor32f x) : value{x, x, x, x} {}
-  operator F32x4() const { return loadAligned<Zor32f>(value); }
+struct alignas(vectorBytes) Lanes {
+  Zor32f value[Vec<Zor32f>::size];
+  constexpr Lanes(Zor32f x) : value{}
+  {
+    for (Zor32f& v : value) v = x;
+  }
+  operator Vec<Zor32f>() const { return loadAligned<Zor32f>(value); }
 };
-inline F32x4 operator+(F32x4 a, const Lanes& b) { return a + F32x4(b); }
-inline F32x4 operator-(F32x4 a, const Lanes& b) { return a - F32x4(b); }
-inline F32x4 operator-(const Lanes& a, F32x4 b) { return F32x4(a) - b; }
+inline Vec<Zor32f> operator+(Vec<Zor32f> a, const Lanes& b) { return a + Vec<Zor32f>(b); }
+inline Vec<Zor32f> operator-(Vec<Zor32f> a, const Lanes& b) { return a - Vec<Zor32f>(b); }
+inline Vec<Zor32f> operator-(const Lanes& a, Vec<Zor32f> b) { return Vec<Zor32f>(a) - b; }
 
 struct Constants {
   Lanes log2e = 0x1.715476p0f, ln2 = 0x1.62e43p-24f;      // the latter times 2^-23
@@ -39,13 +43,13 @@ inline constexpr Zor32s leastNormalBits = 0x00800000;
 // e^x = mantissa * 2^exponent, for |x| up to 105. With x = n ln2 + r, e^r = 1 + r / d, and d is
 // 1 - r/2 + r^2/12 - r^4/720...
 template <int W> struct Exponentials {
-  F32x4 mantissa[W];
+  Vec<Zor32f> mantissa[W];
   Vec<Zor32s> exponent[W]; // in the low bits
 
-  explicit Exponentials(const F32x4* x)
+  explicit Exponentials(const Vec<Zor32f>* x)
   {
     const Constants& c = constants;
-    F32x4 shifted[W], n[W], r[W], d[W];
+    Vec<Zor32f> shifted[W], n[W], r[W], d[W];
     for (int k = 0; k < W; ++k) shifted[k] = x[k] * c.log2e + c.toInteger;
     for (int k = 0; k < W; ++k) {
       n[k] = shifted[k] - c.toInteger;
@@ -53,7 +57,7 @@ template <int W> struct Exponentials {
     }
     for (int k = 0; k < W; ++k) r[k] = r[k] - n[k] * c.ln2Low;
     for (int k = 0; k < W; ++k) {
-      const F32x4 r2 = r[k] * r[k];
+      const Vec<Zor32f> r2 = r[k] * r[k];
       d[k] = (r2 * c.exp4 + c.exp2) * r2 + (c.one - r[k] * c.half);
     }
     for (int k = 0; k < W; ++k) {
@@ -65,11 +69,11 @@ template <int W> struct Exponentials {
 
 // x = (1 + fraction) * 2^exponent for normal positive x, with 1 + fraction between the roots of 1/2 and 2.
 struct Parts {
-  F32x4 fraction;
+  Vec<Zor32f> fraction;
   Vec<Zor32s> exponent; // where it stands in a number: times 2^23
 
   Parts() = default;
-  explicit Parts(F32x4 x)
+  explicit Parts(Vec<Zor32f> x)
   {
     const Vec<Zor32s> rootHalfBits = splat(0x3f3504f3), mantissaBits = splat(0x007fffff);
     const Vec<Zor32s> fromRoot = as<Zor32s>(x) - rootHalfBits;
@@ -79,20 +83,20 @@ struct Parts {
 };
 
 // With s = f / (2 + f), ln(1 + f) is 2 atanh(s) = 2s + s^3 * series(s^2), and 2s = f - s * f.
-template <int W> inline void logarithms(F32x4* y, const Parts* x)
+template <int W> inline void logarithms(Vec<Zor32f>* y, const Parts* x)
 {
   const Constants& c = constants;
-  F32x4 s[W], rest[W];
+  Vec<Zor32f> s[W], rest[W];
   for (int k = 0; k < W; ++k) s[k] = x[k].fraction / (x[k].fraction + c.two);
   for (int k = 0; k < W; ++k) {
-    const F32x4 z = s[k] * s[k];
+    const Vec<Zor32f> z = s[k] * s[k];
     rest[k] = x[k].fraction - z * ((z * c.log7 + c.log5) * z + c.log3);
   }
   for (int k = 0; k < W; ++k) y[k] = toFloat(x[k].exponent) * c.ln2 + (x[k].fraction - s[k] * rest[k]);
 }
 
-F32x4 exponentialOfAny(F32x4 x);
-F32x4 logarithmOfAny(F32x4 x);
+Vec<Zor32f> exponentialOfAny(Vec<Zor32f> x);
+Vec<Zor32f> logarithmOfAny(Vec<Zor32f> x);
 
 } // namespace explog
 
@@ -117,7 +121,7 @@ inline Group<Zor32f> logarithm(const Group<Zor32f>& x, bool& special)
   const Vec<Zor32s> bound = splat(2 * explog::leastNormalBits - 1);
   const auto normal = [&](int k) { return greater(as<Zor32s>(x.part[k]) + splat(explog::leastNormalBits), bound); };
   Group<Zor32f> y;
-  if (__builtin_expect(moveMask(as<Zor32f>((normal(0) & normal(1)) & (normal(2) & normal(3)))) != 15, 0)) {
+  if (__builtin_expect(!isAll(as<Zor32f>((normal(0) & normal(1)) & (normal(2) & normal(3)))), 0)) {
     special = true;
     for (int k = 0; k < x.parts; ++k) y.part[k] = explog::logarithmOfAny(x.part[k]);
   } else {
@@ -132,4 +136,5 @@ inline Group<Zor32f> logarithm(const Group<Zor32f>& x, bool& special)
 // the value relatively. For numbers that are not positive the result is of no use.
 Group<Zor32s> integerLogarithm(const Group<Zor32f>& x, Zor64f factor);
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -9,6 +9,7 @@
 #include "simd.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 // An entry as the low bits of a word.
 template <class Word, class D> inline Word asBits(D entry) { return static_cast<std::make_unsigned_t<D>>(entry); }
@@ -75,4 +76,5 @@ template <class Pixels, class Index, class S, class D>
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

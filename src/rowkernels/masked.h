@@ -1,26 +1,27 @@
 // Pixels under a mask of one byte each: the pixel is written where the byte is not zero.
 //
-// A block is 16 pixels. Their mask bytes become "keep" masks as wide as the pixels, by doubling and tripling lanes; a
-// block without a selected pixel is passed over, in another one the pixels that are not selected are written back as
-// they were.
+// A block is as many pixels as a vector has bytes. Their mask bytes become "keep" masks as wide as the pixels, by
+// doubling and tripling lanes; a block without a selected pixel is passed over, in another one the pixels that are not
+// selected are written back as they were.
 #pragma once
 
 #include "channels.h"
 #include "set.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
-// visit(j, keep) for the 16-byte vectors j = first, first + 1, ... of pixels of Bytes bytes, given a lane a pixel.
-template <int Bytes, class E, class Visit> inline void widenMask(Vec<E> keep, int first, Visit visit)
+// visit(j, keep) for the vectors j = first, first + 1, ... of pixels of Bytes bytes, given a lane a pixel.
+template <int Bytes, class E, int V, class Visit> inline void widenMask(Vec<E, V> keep, int first, Visit visit)
 {
   if constexpr (Bytes == sizeof(E)) visit(first, as<Zor8u>(keep));
   else if constexpr (Bytes == 3 * sizeof(E)) {
-    const Vec<E> channels[3] = {keep, keep, keep};
-    Vec<E> pixels[3];
+    const Vec<E, V> channels[3] = {keep, keep, keep};
+    Vec<E, V> pixels[3];
     merge(channels, pixels);
     for (int i = 0; i < 3; ++i) visit(first + i, as<Zor8u>(pixels[i]));
   } else {
-    const Vec<E> low = interleaveLow(keep, keep), high = interleaveHigh(keep, keep);
+    const Vec<E, V> low = interleaveLow(keep, keep), high = interleaveHigh(keep, keep);
     if constexpr (sizeof(E) == 8) { // a pixel a vector
       visit(first, as<Zor8u>(low));
       visit(first + 1, as<Zor8u>(high));
@@ -35,7 +36,10 @@ template <int Bytes, class E, class Visit> inline void widenMask(Vec<E> keep, in
 // What is written: the pixels of a row, or one pixel over and over.
 struct RowSource {
   const Zor8u* p;
-  Vec<Zor8u> vector(std::ptrdiff_t offset, int j) const { return load<Zor8u>(p + offset + 16 * j); }
+  template <int V> Vec<Zor8u, V> vector(std::ptrdiff_t offset, int j) const
+  {
+    return load<Zor8u, V>(p + offset + V * j);
+  }
   const Zor8u* pixel(std::ptrdiff_t offset) const { return p + offset; }
   void fetch(std::ptrdiff_t offset, std::ptrdiff_t distance, int bytes) const
   {
@@ -43,21 +47,31 @@ struct RowSource {
   }
 };
 struct PatternSource {
-  Vec<Zor8u> vectors[3];
+  Vec<Zor8u, 16> vectors[3];
   const Zor8u* onePixel;
   explicit PatternSource(const PixelPattern& pattern)
     : vectors{pattern.at(0), pattern.at(16), pattern.at(32)}, onePixel(pattern.pixel())
   {}
-  Vec<Zor8u> vector(std::ptrdiff_t, int j) const { return vectors[j % 3]; }
+  template <int V> Vec<Zor8u, V> vector(std::ptrdiff_t, int j) const
+  {
+#if ZORI_VECTOR_BYTES == 32
+    if constexpr (V == 32) return joined(vectors[2 * j % 3], vectors[(2 * j + 1) % 3]);
+    else return vectors[j % 3];
+#else
+    return vectors[j % 3];
+#endif
+  }
   const Zor8u* pixel(std::ptrdiff_t) const { return onePixel; }
   void fetch(std::ptrdiff_t, std::ptrdiff_t, int) const {}
 };
 
 // The first Used bytes of each selected pixel of Bytes bytes. The row may be its own source.
-template <int Bytes, int Used, class Source>
-[[gnu::noinline]] void mergeRow(const Zor8u* mask, Zor8u* dst, std::ptrdiff_t width, Source src)
+template <int Bytes, int Used, int V = vectorBytes, class Source>
+[[gnu::noinline]] void mergeRow(const Zor8u* mask, Zor8u* dst, std::ptrdiff_t width, const Source& src)
 {
-  constexpr std::ptrdiff_t block = 16;
+  const UpperHalvesCleared atTheEnd;
+  constexpr std::ptrdiff_t block = V;
+  if (V > 16 && width < block) return mergeRow<Bytes, Used, 16>(mask, dst, width, src);
   if (width < block) {
     for (std::ptrdiff_t x = 0; x < width; ++x) {
       oneByOne(mask);
@@ -65,28 +79,29 @@ template <int Bytes, int Used, class Source>
     }
     return;
   }
-  alignas(16) Zor8u rest[16] = {};
+  alignas(V) Zor8u rest[V] = {};
   if constexpr (Used < Bytes)
-    for (int i = 0; i < 16; ++i) rest[i] = i % Bytes < Used ? 0 : 0xff;
-  const Vec<Zor8u> keepRest = load<Zor8u>(rest);
+    for (int i = 0; i < V; ++i) rest[i] = i % Bytes < Used ? 0 : 0xff;
+  const Vec<Zor8u, V> keepRest = load<Zor8u, V>(rest);
 
   const std::ptrdiff_t distance = fetchDistance<Zor8u>(width * Bytes);
+  const Source from = src; // a copy that nobody else can see, so that what it holds stays in registers
   const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
-    Vec<Zor8u> keep[blocks], keepAll = equal(load<Zor8u>(mask + x), zero<Zor8u>());
+    Vec<Zor8u, V> keep[blocks], keepAll = equal(load<Zor8u, V>(mask + x), zero<Zor8u, V>());
     keep[0] = keepAll;
     for (int b = 1; b < blocks; ++b) {
-      keep[b] = equal(load<Zor8u>(mask + x + b * block), zero<Zor8u>());
+      keep[b] = equal(load<Zor8u, V>(mask + x + b * block), zero<Zor8u, V>());
       keepAll = keepAll & keep[b];
     }
-    if (moveMask(keepAll) == 0xffff) return;
+    if (isAll(keepAll)) return;
     const std::ptrdiff_t offset = x * Bytes;
     Zor8u* const to = dst + offset;
-    fetchAhead(to, distance, blocks * 16 * Bytes);
-    src.fetch(offset, distance, blocks * 16 * Bytes);
+    fetchAhead(to, distance, blocks * V * Bytes);
+    from.fetch(offset, distance, blocks * V * Bytes);
     for (int b = 0; b < blocks; ++b)
-      widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u> k) {
+      widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u, V> k) {
         if constexpr (Used < Bytes) k = k | keepRest;
-        store(to + 16 * j, select(k, load<Zor8u>(to + 16 * j), src.vector(offset, j)));
+        store(to + V * j, select(k, load<Zor8u, V>(to + V * j), from.template vector<V>(offset, j)));
       });
   };
   constexpr int batch = Bytes <= 2 ? 4 / Bytes : 1; // blocks of few vectors go together
@@ -97,4 +112,5 @@ template <int Bytes, int Used, class Source>
   for (; x < width; x += block) mergeBlocks(x + block < width ? x : width - block, std::integral_constant<int, 1>{});
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -1,13 +1,68 @@
 // Copies of one row with its pixels in reverse order. A pixel is 1, 2, 3, 4, 6, 8, 12 or 16 bytes.
 //
 // Where pixels fill a vector, its pixels are reversed in a register; pixels of 3 bytes change places in pairs, in lanes
-// of 8 bytes. No instruction of this level moves single bytes freely, so bytes go by words and then within them.
+// of 8 bytes. No instruction of the base level moves single bytes freely, so bytes go by words and then within them;
+// with vectors of 32 bytes one does.
 #pragma once
 
 #include "drivers.h"
 #include "zori/types.h"
 
 namespace zori {
+inline namespace ZORI_WIDTH {
+
+#if ZORI_VECTOR_BYTES == 32
+
+// The order of bytes that reverses the pixels of 16 bytes, as many as there are whole ones, the first from byte `skip`
+// on. What lies behind them becomes zero.
+template <int PixelBytes, int skip = 0> inline Vec<Zor8u, 16> reversal()
+{
+  struct Table {
+    alignas(16) Zor8u byte[16] = {};
+    constexpr Table()
+    {
+      constexpr int pixels = 16 / PixelBytes;
+      for (int i = 0; i < 16; ++i) {
+        const int pixel = i / PixelBytes;
+        byte[i] = pixel < pixels ? static_cast<Zor8u>(skip + (pixels - 1 - pixel) * PixelBytes + i % PixelBytes) : 0x80;
+      }
+    }
+  };
+  static constexpr Table table;
+  return loadAligned<Zor8u, 16>(table.byte);
+}
+
+// The pixels of the vector in front of `end` in reverse order.
+template <int PixelBytes> inline Vec<Zor8u> reversedBefore(const Zor8u* end)
+{
+  const Vec<Zor8u> swapped = joined(load<Zor8u, 16>(end - 16), load<Zor8u, 16>(end - 32));
+  if constexpr (PixelBytes == 16) return swapped;
+  else return shuffleBytesLocal(swapped, joined(reversal<PixelBytes>(), reversal<PixelBytes>()));
+}
+
+// A row of 16 to 31 bytes: its first 16 bytes and its last ones. Lanes that `kept` names stay.
+template <int PixelBytes>
+inline void reverseShortRow(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes, Vec<Zor8u, 16> kept)
+{
+  Zor8u* const last = dst + bytes - 16;
+  const auto first = shuffleBytesLocal(load<Zor8u, 16>(src + bytes - 16), reversal<PixelBytes>());
+  const auto second = shuffleBytesLocal(load<Zor8u, 16>(src), reversal<PixelBytes>());
+  const auto low = select(kept, load<Zor8u, 16>(dst), first), high = select(kept, load<Zor8u, 16>(last), second);
+  store(dst, low);
+  store(last, high);
+}
+
+// A few pixels of 3, 6 or 12 bytes in reverse order. Reads less than a pixel in front of them or behind them, and
+// spoils less than a pixel behind what is written.
+template <int PixelBytes> struct OddPixels {
+  static constexpr int count = 16 / PixelBytes, skip = 16 - count * PixelBytes;
+  static void reverse(const Zor8u* src, Zor8u* dst)
+  {
+    store(dst, shuffleBytesLocal(load<Zor8u, 16>(src - skip), reversal<PixelBytes, skip>()));
+  }
+};
+
+#else
 
 // The pixels of a vector in reverse order.
 template <int PixelBytes> inline Vec<Zor8u> reversed(Vec<Zor8u> x)
@@ -25,6 +80,12 @@ template <int PixelBytes> inline Vec<Zor8u> reversed(Vec<Zor8u> x)
     static_assert(PixelBytes == 16);
     return x;
   }
+}
+
+// Those of the vector in front of `end`.
+template <int PixelBytes> inline Vec<Zor8u> reversedBefore(const Zor8u* end)
+{
+  return reversed<PixelBytes>(load<Zor8u>(end - 16));
 }
 
 // A few pixels of 3, 6 or 12 bytes in reverse order. Reads less than a pixel in front of them and spoils less than a
@@ -55,6 +116,8 @@ template <> struct OddPixels<12> {
   static void reverse(const Zor8u* src, Zor8u* dst) { store(dst, bytesDown<4>(load<Zor8u>(src - 4))); }
 };
 
+#endif
+
 // Bytes from where a row is read and written to what is fetched meanwhile; 0 when nothing is.
 struct FlipAhead {
   std::ptrdiff_t src, dst;
@@ -70,8 +133,9 @@ inline FlipAhead aheadInRow(std::ptrdiff_t rowBytes)
 
 // Pixel i of dst = pixel pixels - 1 - i of src. With KeepsFourth, the fourth of a pixel's four elements stays.
 template <int PixelBytes, bool KeepsFourth>
-[[gnu::noinline]] void owniFlipCopy(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels, FlipAhead ahead)
+[[gnu::noinline]] void copyReversed(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels, FlipAhead ahead)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr int used = KeepsFourth ? PixelBytes / 4 * 3 : PixelBytes;
   const Zor8u* const end = src + pixels * PixelBytes;
   const auto fetch = [=](std::ptrdiff_t at) {
@@ -81,19 +145,25 @@ template <int PixelBytes, bool KeepsFourth>
   const bool fetches = ahead.dst != 0;
   std::ptrdiff_t i = 0;
   if constexpr (16 % PixelBytes == 0) {
-    constexpr std::ptrdiff_t lanes = 16 / PixelBytes;
+    constexpr std::ptrdiff_t lanes = vectorBytes / PixelBytes;
     using T = std::conditional_t<PixelBytes == 4, std::uint8_t,
                                  std::conditional_t<PixelBytes == 8, std::uint16_t, std::uint32_t>>;
-    const auto take = [=](std::ptrdiff_t at) {
-      return reversed<PixelBytes>(load<Zor8u>(end - (at + lanes) * PixelBytes));
-    };
+    const auto take = [=](std::ptrdiff_t at) { return reversedBefore<PixelBytes>(end - at * PixelBytes); };
     const auto write = [=](std::ptrdiff_t at, Vec<Zor8u> x) {
       Zor8u* const to = dst + at * PixelBytes;
       if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T>()), x, load<Zor8u>(to));
       store(to, x);
     };
+#if ZORI_VECTOR_BYTES == 32
+    if (2 * pixels >= lanes && pixels < lanes) {
+      const auto kept =
+        KeepsFourth ? without(splat<Zor8u, 16>(0xff), as<Zor8u>(colourMask<T, 16>())) : zero<Zor8u, 16>();
+      return reverseShortRow<PixelBytes>(src, dst, pixels * PixelBytes, kept);
+    }
+#endif
     for (; i + 4 * lanes <= pixels; i += 4 * lanes) {
       if (fetches) fetch(i);
+      if (vectorBytes == 32 && fetches) fetch(i + 2 * lanes);
       const Vec<Zor8u> a = take(i), b = take(i + lanes), c = take(i + 2 * lanes), d = take(i + 3 * lanes);
       write(i, a);
       write(i + lanes, b);
@@ -109,13 +179,15 @@ template <int PixelBytes, bool KeepsFourth>
     const auto reverseGroup = [=](std::ptrdiff_t at) {
       Group::reverse(end - (at + Group::count) * PixelBytes, dst + at * PixelBytes);
     };
-    for (; i + 5 * Group::count < pixels; i += 5 * Group::count) { // 60 bytes
+    constexpr int together = 60 / (Group::count * PixelBytes);
+    for (; i + together * Group::count < pixels; i += together * Group::count) {
       if (fetches) fetch(i);
-      for (int k = 0; k < 5; ++k) reverseGroup(i + k * Group::count);
+      for (int k = 0; k < together; ++k) reverseGroup(i + k * Group::count);
     }
     for (; i + Group::count < pixels; i += Group::count) reverseGroup(i);
     for (; i < pixels; ++i) std::memcpy(dst + i * PixelBytes, end - (i + 1) * PixelBytes, used);
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -11,12 +11,14 @@
 #pragma once
 
 #include "channels.h"
+#include "copy.h"
 #include "frame/layout.h"
 
 #include <type_traits>
 #include <utility>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 template <Layout L, class T> struct PixelVectors {
   Vec<T> channel[processed<L>];
@@ -39,12 +41,15 @@ template <Layout L, class T> inline PixelVectors<L, T> loadPixelVectors(const T*
 // The last pixels of a row in a whole block.
 template <Layout L, class T, bool Repeats> struct LastPixels {
   static constexpr int lanes = Vec<T>::size;
-  alignas(16) T values[lanes * channels<L>];
+  alignas(vectorBytes) T values[lanes * channels<L>];
   LastPixels(const T* from, std::ptrdiff_t count)
   {
     const std::ptrdiff_t given = count * channels<L>;
-    std::memcpy(values, from, static_cast<std::size_t>(given) * sizeof(T));
-    for (std::ptrdiff_t i = given; i < lanes * channels<L>; ++i) values[i] = Repeats ? values[i - channels<L>] : T(0);
+    if constexpr (!Repeats) std::memset(values, 0, sizeof values);
+    copyShort(values, from, static_cast<std::size_t>(given) * sizeof(T));
+    if constexpr (Repeats)
+      for (std::ptrdiff_t i = given; i < lanes * channels<L>; i += channels<L>)
+        std::memcpy(values + i, from + given - channels<L>, channels<L> * sizeof(T));
   }
 };
 
@@ -54,12 +59,10 @@ template <class F, int... j> inline void forConstants(std::integer_sequence<int,
   (f(std::integral_constant<int, j>{}), ...);
 }
 
-// Bytes ahead of the reading that are fetched.
-constexpr int prefetched = 1024;
-
 template <Layout L, class R, class... T>
 [[gnu::noinline]] void reduceRow(R* reducers, std::ptrdiff_t width, const T*... row)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr int n = processed<L>, groups = R::groups;
   constexpr std::ptrdiff_t lanes = std::common_type_t<std::integral_constant<int, Vec<T>::size>...>::value;
   R r[n]; // a copy of their own, so that they live in registers
@@ -68,6 +71,7 @@ template <Layout L, class R, class... T>
   const auto add = [&](int j, const PixelVectors<L, T>&... pixels) {
     for (int k = 0; k < n; ++k) r[k].add(j, pixels.channel[k]...);
   };
+  constexpr std::ptrdiff_t distance = 1024; // of short rows too: the next one mostly follows
   std::ptrdiff_t x = 0;
   const std::ptrdiff_t blocks = width / lanes, rounds = blocks / groups;
   constexpr std::ptrdiff_t atOnce = R::capacity / groups - 1; // what is left of the row takes one round more
@@ -75,7 +79,7 @@ template <Layout L, class R, class... T>
   for (std::ptrdiff_t done = 0; done < rounds;) {
     const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
     for (; done < until; ++done) {
-      if constexpr (groups > 1) (prefetch(row + x * channels<L> + prefetched / static_cast<int>(sizeof(T))), ...);
+      if constexpr (groups > 1) (fetchAhead(row + x * channels<L>, distance), ...);
       forConstants(std::make_integer_sequence<int, groups>{},
                    [&](auto j) { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
       x += groups * lanes;
@@ -86,6 +90,8 @@ template <Layout L, class R, class... T>
   // what is left: vectors, each with its own number, then a part of one
   forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) {
     if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
+    else if (x < width && R::repeats && R::orderFree && (isInt<T> && ...) && width >= lanes)
+      add(j, loadPixelVectors<L>(row + (width - lanes) * channels<L>)...); // some pixels once more
     else if (x < width)
       add(j, loadPixelVectors<L>(
                static_cast<const T*>(LastPixels<L, T, R::repeats>(row + x * channels<L>, width - x).values))...);
@@ -124,9 +130,10 @@ struct IntegerReducer {
 
 inline std::uint64_t lanesSum(Vec<std::uint64_t> x)
 {
-  std::uint64_t lanes[2];
+  std::uint64_t lanes[Vec<std::uint64_t>::size], sum = 0;
   store(lanes, x);
-  return lanes[0] + lanes[1];
+  for (const std::uint64_t lane : lanes) sum += lane;
+  return sum;
 }
 
 template <class T> struct IntegerSum;
@@ -149,7 +156,7 @@ template <> struct IntegerSum<std::uint16_t> : IntegerReducer {
   }
   void flush()
   {
-    total += widenLow(lanes) + widenHigh(lanes);
+    total += widenLowLocal(lanes) + widenHighLocal(lanes);
     lanes = zero<std::uint32_t>();
   }
   void endRow() { flush(); }
@@ -163,7 +170,7 @@ template <> struct IntegerSum<std::int16_t> : IntegerReducer {
   void add(int, Vec<std::int16_t> x) { lanes += mulAddPairs(x, splat<std::int16_t>(1)); }
   void flush()
   {
-    total += as<std::uint64_t>(widenLow(lanes)) + as<std::uint64_t>(widenHigh(lanes));
+    total += as<std::uint64_t>(widenLowLocal(lanes)) + as<std::uint64_t>(widenHighLocal(lanes));
     lanes = zero<std::int32_t>();
   }
   void endRow() { flush(); }
@@ -179,12 +186,12 @@ template <> struct SquareSum<std::uint8_t> : IntegerReducer {
   Vec<std::uint64_t> total = zero<std::uint64_t>();
   void add(int, Vec<std::uint8_t> x)
   {
-    const Vec<std::int16_t> low = as<std::int16_t>(widenLow(x)), high = as<std::int16_t>(widenHigh(x));
+    const Vec<std::int16_t> low = as<std::int16_t>(widenLowLocal(x)), high = as<std::int16_t>(widenHighLocal(x));
     lanes += as<std::uint32_t>(mulAddPairs(low, low)) + as<std::uint32_t>(mulAddPairs(high, high));
   }
   void flush()
   {
-    total += widenLow(lanes) + widenHigh(lanes);
+    total += widenLowLocal(lanes) + widenHighLocal(lanes);
     lanes = zero<std::uint32_t>();
   }
   void endRow() { flush(); }
@@ -196,7 +203,7 @@ template <> struct SquareSum<std::int16_t> : IntegerReducer { // of signed words
   void add(int, Vec<std::int16_t> x)
   {
     const Vec<std::uint32_t> pairs = as<std::uint32_t>(mulAddPairs(x, x)); // at most 2^31, without a sign
-    total += widenLow(pairs) + widenHigh(pairs);
+    total += widenLowLocal(pairs) + widenHighLocal(pairs);
   }
   double value() const { return static_cast<double>(lanesSum(total)); }
 };
@@ -222,7 +229,10 @@ template <> struct SquareSum<std::uint16_t> : IntegerReducer {
 
 // Minima of floats take the processor longer than those of integers: several accumulators keep it busy. A NaN is passed
 // over.
-template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 4 : 2;
+//
+// Which of two zeros of floats comes out is a matter of the order, so that theirs is one at every width: pixel i of a
+// row belongs to place i mod 16.
+template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 16 / Vec<float>::size : 2;
 
 template <class T, bool Greatest> struct Extreme : IntegerReducer {
   static constexpr bool repeats = true;
@@ -237,9 +247,12 @@ template <class T, bool Greatest> struct Extreme : IntegerReducer {
   void add(int j, Vec<T> x) { best[j] = Greatest ? max(x, best[j]) : min(x, best[j]); }
   T value() const
   {
-    Vec<T> v = best[0];
-    for (int j = 1; j < groups; ++j) v = Greatest ? max(best[j], v) : min(best[j], v);
-    T lanes[Vec<T>::size];
+    constexpr int lanesOf16 = Vec<T, 16>::size;
+    T places[groups * Vec<T>::size], lanes[lanesOf16];
+    for (int j = 0; j < groups; ++j) store(places + j * Vec<T>::size, best[j]);
+    Vec<T, 16> v = load<T, 16>(places);
+    for (const T* p = places + lanesOf16; p < places + groups * Vec<T>::size; p += lanesOf16)
+      v = Greatest ? max(load<T, 16>(p), v) : min(load<T, 16>(p), v);
     store(lanes, v);
     T result = lanes[0];
     for (T lane : lanes) result = (Greatest ? lane > result : lane < result) ? lane : result;
@@ -268,16 +281,34 @@ struct OrderedReducer : IntegerReducer {
   static constexpr bool orderFree = false;
 };
 
+// visit(four...) for the fours of vectors in their order.
+template <class Visit, class... V> inline void eachFour(Visit visit, V... x)
+{
+#if ZORI_VECTOR_BYTES == 32
+  visit(lowHalf(x)...);
+  visit(highHalf(x)...);
+#else
+  visit(x...);
+#endif
+}
+
 // Pixel i of a row goes to lane i mod 16; the lanes of a row are added in pairs down to two, those in double to the
 // total.
 struct FastSum : OrderedReducer {
-  static constexpr int groups = 4;
-  F32x4 lanes[4] = {zero<float>(), zero<float>(), zero<float>(), zero<float>()};
+  static constexpr int groups = 16 / Vec<float>::size;
+  Vec<float> lanes[groups];
   double total = 0;
-  void add(int j, F32x4 x) { lanes[j] += x; }
+  FastSum()
+  {
+    for (auto& l : lanes) l = zero<float>();
+  }
+  void add(int j, Vec<float> x) { lanes[j] += x; }
   void endRow()
   {
-    const F32x4 four = (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
+    float places[16];
+    for (int j = 0; j < groups; ++j) store(places + j * Vec<float>::size, lanes[j]);
+    const F32x4 four = (load<float, 16>(places) + load<float, 16>(places + 4)) +
+                       (load<float, 16>(places + 8) + load<float, 16>(places + 12));
     const F32x4 two = four + shuffle<3, 2, 3, 2>(four, four);
     total += static_cast<double>(firstLane(two));
     total += static_cast<double>(firstLane(shuffle<1, 1, 1, 1>(two, two)));
@@ -288,23 +319,29 @@ struct FastSum : OrderedReducer {
 
 // Pixel i of a row goes to lane i mod 4; the row's total is (l0 + l1) + (l2 + l3).
 struct FastRowSum : OrderedReducer {
-  F32x4 lanes = zero<float>();
+  F32x4 lanes = zero<float, 16>();
   double total = 0;
-  void add(int, F32x4 x) { lanes += x; }
+  void add(int, Vec<float> x)
+  {
+    eachFour([this](F32x4 four) { lanes += four; }, x);
+  }
   void endRow()
   {
     float l[4];
     store(l, lanes);
     total += static_cast<double>((l[0] + l[1]) + (l[2] + l[3]));
-    lanes = zero<float>();
+    lanes = zero<float, 16>();
   }
   double value() const { return total; }
 };
 
 // Double accumulators for the even and for the odd positions of a row; they go on from row to row.
 struct AccurateSum : OrderedReducer {
-  F64x2 total = zero<double>();
-  void add(int, F32x4 x) { add2(toDoubleLow(x), toDoubleHigh(x)); }
+  F64x2 total = zero<double, 16>();
+  void add(int, Vec<float> x)
+  {
+    eachFour([this](F32x4 four) { add2(toDoubleLow(four), toDoubleHigh(four)); }, x);
+  }
   void add2(F64x2 low, F64x2 high)
   {
     total += low;
@@ -321,7 +358,10 @@ struct AccurateSum : OrderedReducer {
 // One double accumulator, pixel after pixel.
 struct AccurateChannelSum : OrderedReducer {
   double total = 0;
-  void add(int, F32x4 x) { add2(toDoubleLow(x), toDoubleHigh(x)); }
+  void add(int, Vec<float> x)
+  {
+    eachFour([this](F32x4 four) { add2(toDoubleLow(four), toDoubleHigh(four)); }, x);
+  }
   void add2(F64x2 low, F64x2 high)
   {
     double x[4];
@@ -333,4 +373,5 @@ struct AccurateChannelSum : OrderedReducer {
 };
 template <Layout L> using AccurateSumOf = std::conditional_t<L == C1, AccurateSum, AccurateChannelSum>;
 
+} // namespace ZORI_WIDTH
 } // namespace zori

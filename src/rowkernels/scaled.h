@@ -12,6 +12,7 @@
 #include <limits>
 
 namespace zori {
+inline namespace ZORI_WIDTH {
 
 // ---- The parts of an element: one number, or the two of a complex one. ----
 
@@ -111,7 +112,7 @@ template <class T> inline Vec<T> scaledDownOnce(Halved<T> v) // by 1
   return saturatedSum(v.half, v.odd & v.half);
 }
 
-// Products: two vectors of lanes of twice the width.
+// Products: two vectors of lanes of twice the width, of the low and of the high half of each 16 bytes.
 template <class W> struct Wide {
   Vec<W> low, high;
 };
@@ -121,12 +122,13 @@ template <class T, class W> inline Vec<T> narrow(Wide<W> v)
   using S = std::make_signed_t<W>;
   if constexpr (std::is_same_v<W, Zor32u>) { // to 16u by way of 16s, for there is no negative to be clamped
     const Vec<S> bias = splat<S>(32768);
-    return as<T>(narrowSat<Zor16s>(as<S>(v.low) - bias, as<S>(v.high) - bias)) ^ splat<T>(0x8000);
+    return as<T>(narrowSatLocal<Zor16s>(as<S>(v.low) - bias, as<S>(v.high) - bias)) ^ splat<T>(0x8000);
   } else if constexpr (sizeof(W) < 8) {
-    return narrowSat<T>(as<S>(v.low), as<S>(v.high));
+    return narrowSatLocal<T>(as<S>(v.low), as<S>(v.high));
   } else { // the high half of what fits repeats the sign of the low one
-    const F32x4 first = as<float>(v.low), second = as<float>(v.high);
-    const Vec<T> low = as<T>(shuffle<2, 0, 2, 0>(first, second)), high = as<T>(shuffle<3, 1, 3, 1>(first, second));
+    const auto first = as<float>(v.low), second = as<float>(v.high);
+    const Vec<T> low = as<T>(shuffleLocal<2, 0, 2, 0>(first, second)),
+                 high = as<T>(shuffleLocal<3, 1, 3, 1>(first, second));
     return select(equal(high, signs(low)), low, signs(high) ^ splat(std::numeric_limits<T>::max()));
   }
 }
@@ -188,10 +190,10 @@ template <class T> struct Product {
   {
     using W = WiderT<T>;
     if constexpr (sizeof(T) == 1) {
-      return Wide<W>{mulLow(widenLow(a), widenLow(b)), mulLow(widenHigh(a), widenHigh(b))};
+      return Wide<W>{mulLow(widenLowLocal(a), widenLowLocal(b)), mulLow(widenHighLocal(a), widenHighLocal(b))};
     } else {
       const Vec<T> low = mulLow(a, b), high = mulHigh(a, b);
-      return Wide<W>{as<W>(interleaveLow(low, high)), as<W>(interleaveHigh(low, high))};
+      return Wide<W>{as<W>(interleaveLowLocal(low, high)), as<W>(interleaveHighLocal(low, high))};
     }
   }
   static Vec<T> saturated(Vec<T> a, Vec<T> b)
@@ -226,7 +228,7 @@ template <class T> struct ComplexProduct {
       const Vec<Zor32s> re = mulAddPairs(x, complemented) + shiftRight<16>(as<Zor32s>(x));
       Vec<Zor32s> im = mulAddPairs(x, swapped);
       im += equal(im, splat(std::numeric_limits<Zor32s>::min()));
-      return Wide<Zor32s>{interleaveLow(re, im), interleaveHigh(re, im)};
+      return Wide<Zor32s>{interleaveLowLocal(re, im), interleaveHighLocal(re, im)};
     } else {
       using L = std::uint64_t;
       const auto product = [](Vec<T> p, Vec<T> q) { return mulEven(as<Zor32u>(p), as<Zor32u>(q)); };
@@ -234,21 +236,22 @@ template <class T> struct ComplexProduct {
       const auto excess = [](Vec<T> p, Vec<T> q) { return as<L>((q & signs(p)) + (p & signs(q))); };
       const auto fromBelow = [](Vec<L> p) { return shiftLeft<32>(p); };
       const auto inHighHalf = [](Vec<Zor32u> p) { return as<L>(p) & splat(~L{0} << 32); };
-      const Vec<T> swapped = shuffle<2, 3, 0, 1>(y), b = as<T>(shiftRight<32>(as<L>(x)));
+      const Vec<T> swapped = shuffleLocal<2, 3, 0, 1>(y), b = as<T>(shiftRight<32>(as<L>(x)));
       const Vec<L> ofRe = excess(x, y), ofIm = excess(x, swapped); // ac, bd in turn; ad, bc in turn
       const Vec<L> re =
         product(x, y) - product(b, swapped) + inHighHalf(as<Zor32u>(ofRe) - as<Zor32u>(fromBelow(ofRe)));
       Vec<L> im = product(x, swapped) + product(b, y) - inHighHalf(as<Zor32u>(ofIm) + as<Zor32u>(fromBelow(ofIm)));
       const Vec<T> isLeast = equal(as<T>(im), as<T>(splat(L{1} << 63)));
-      im += as<L>(isLeast & shuffle<2, 3, 0, 1>(isLeast));
-      return Wide<Zor64s>{as<Zor64s>(interleaveLow(re, im)), as<Zor64s>(interleaveHigh(re, im))};
+      im += as<L>(isLeast & shuffleLocal<2, 3, 0, 1>(isLeast));
+      return Wide<Zor64s>{as<Zor64s>(interleaveLowLocal(re, im)), as<Zor64s>(interleaveHighLocal(re, im))};
     }
   }
   static Vec<T> saturated(Vec<T> x, Vec<T> y)
   {
     if constexpr (isInt<T>) return narrow<T>(exact(x, y));
     else {
-      const F32x4 re = shuffle<2, 2, 0, 0>(x, x), im = shuffle<3, 3, 1, 1>(x, x), swapped = shuffle<2, 3, 0, 1>(y, y);
+      const Vec<T> re = shuffleLocal<2, 2, 0, 0>(x, x), im = shuffleLocal<3, 3, 1, 1>(x, x),
+                   swapped = shuffleLocal<2, 3, 0, 1>(y, y);
       return re * y + ((im * swapped) ^ as<T>(splat<std::uint64_t>(0x80000000u)));
     }
   }
@@ -295,15 +298,25 @@ enum class Shape { Whole, KeepFourth, KeepFourthComplex };
 template <class T, class At> inline void mapThreeOfFour(T* dst, std::ptrdiff_t length, At at)
 {
   for (std::ptrdiff_t i = 0; i < length; i += 8) {
-    if constexpr (Vec<T>::size == 8) {
-      const Vec<T> pixel = at(i, 0);
+    if constexpr (sizeof(T) == 2) {
+      const Vec<T, 16> pixel = firstBytes<16>(at(i, 0));
       storeLow8(dst + i, pixel);
       storeLow4(dst + i + 4, bytesDown<8>(pixel));
+    } else if constexpr (Vec<T>::size == 8) {
+      const Vec<T> pixel = at(i, 0);
+      storeLowHalf(dst + i, pixel);
+      storeLow8(dst + i + 4, firstBytes<16>(bytesDown<16>(pixel)));
     } else {
       store(dst + i, at(i, 0));
       storeLow8(dst + i + 4, at(i + 4, 4));
     }
   }
+}
+// A pixel of such samples, or half of it where a vector has no room for more.
+template <class T> inline Vec<T> loadOfFour(const T* p)
+{
+  if constexpr (8 * sizeof(T) < vectorBytes) return loadShort<T>(p, 8 * sizeof(T));
+  else return load<T>(p);
 }
 
 template <Shape shape, class Op, class T>
@@ -313,7 +326,7 @@ void imageRow(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b)
   if constexpr (shape == Shape::Whole) mapRow(dst, length, op, a, b);
   else if constexpr (shape == Shape::KeepFourth)
     mapRow(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), a, b);
-  else mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int) { return op(load<T>(a + i), load<T>(b + i)); });
+  else mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int) { return op(loadOfFour(a + i), loadOfFour(b + i)); });
 }
 
 // With one constant for all samples a row needs no pattern.
@@ -333,9 +346,11 @@ void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const P
   } else if constexpr (shape == Shape::KeepFourth)
     mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);
   else {
-    const Vec<T> first = constant.at(0), third = constant.at(8 - Vec<T>::size);
-    mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int part) { return op(load<T>(src + i), part ? third : first); });
+    const Vec<T> first = constant.at(0), third = constant.at(4);
+    mapThreeOfFour(dst, length,
+                   [=](std::ptrdiff_t i, int part) { return op(loadOfFour(src + i), part ? third : first); });
   }
 }
 
+} // namespace ZORI_WIDTH
 } // namespace zori

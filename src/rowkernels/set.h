@@ -29,7 +29,7 @@ public:
   template <class T> static PixelPattern of(const T& pixel) { return of<sizeof(T)>(&pixel); }
 
   // The 16 bytes that stand `phase` bytes behind the start of a pixel; phase is below the period.
-  Vec<Zor8u> at(std::ptrdiff_t phase) const { return load<Zor8u>(bytes_ + phase); }
+  Vec<Zor8u, 16> at(std::ptrdiff_t phase) const { return load<Zor8u, 16>(bytes_ + phase); }
   const Zor8u* pixel() const { return bytes_; }
   // All bytes are the same.
   bool isUniform() const { return uniform_; }

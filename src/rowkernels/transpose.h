@@ -10,8 +10,7 @@
 #include "zori/types.h"
 
 namespace zori {
-
-template <class T> inline void storeHigh8(void* p, Vec<T> x) { put(p, as<std::uint64_t>(x).v[1]); }
+inline namespace ZORI_WIDTH {
 
 // N rows of 16 / sizeof(T) columns, which make columns of 8 or 16 bytes.
 template <class T, int N> inline void storeColumns(const Vec<T> (&row)[N], Zor8u* dst, std::ptrdiff_t dstStep)
@@ -79,7 +78,7 @@ inline void storeThreeByteColumns(const Zor8u* src, std::ptrdiff_t srcStep, Zor8
 //
 // Where the pixel's size is odd to the processor, a little is read behind the last column unless exactReads, and
 // less than a pixel is spoiled behind the last row's pixels in the destination unless exactWrites.
-template <int PixelBytes> struct owniTransposeTile {
+template <int PixelBytes> struct TransposeTile {
   static constexpr bool isLane = 8 % PixelBytes == 0;
   static constexpr int columns = isLane ? 16 / PixelBytes : 4, rows = 8;
 
@@ -127,4 +126,5 @@ private:
   static constexpr int unitRows = PixelBytes == 3 ? 2 : !isLane ? 1 : PixelBytes == 1 ? 8 : 16 / PixelBytes;
 };
 
+} // namespace ZORI_WIDTH
 } // namespace zori

@@ -49,7 +49,7 @@ template <class T> struct GreatestMagnitude : Extreme<Magnitude<T>, true> {
 struct FastSquareSum : FastRowSum {
   template <class... V> void add(int j, V... x)
   {
-    const F32x4 m = magnitude(x...);
+    const Vec<float> m = magnitude(x...);
     FastRowSum::add(j, m * m);
   }
 };
@@ -59,12 +59,16 @@ struct WordSquareSum : SquareSum<Zor16s> {
   void add(int j, Vec<Zor16s> a) { SquareSum<Zor16s>::add(j, a); }
 };
 
-inline F64x2 abs(F64x2 a) { return without(a, splat(-0.0)); }
+inline F64x2 abs(F64x2 a) { return without(a, splat<double, 16>(-0.0)); }
 inline F64x2 difference(F64x2 a) { return a; }
 inline F64x2 difference(F64x2 a, F64x2 b) { return a - b; }
 
 template <Norm N, Layout L> struct Accurate : AccurateSumOf<L> {
   template <class... V> void add(int, V... x)
+  {
+    eachFour([this](auto... four) { addFour(four...); }, x...);
+  }
+  template <class... V> void addFour(V... x)
   {
     const F64x2 low = difference(toDoubleLow(x)...), high = difference(toDoubleHigh(x)...);
     if constexpr (N == Norm::L1) this->add2(abs(low), abs(high));

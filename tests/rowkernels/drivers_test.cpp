@@ -39,11 +39,33 @@ struct Negative {
   template <class T> Vec<T> operator()(Vec<T> a) const { return zero<T>() - a; }
 };
 struct WidenTwice {
-  static constexpr std::ptrdiff_t blockLength = 8;
+  static constexpr std::ptrdiff_t blockLength = Vec<uint16_t>::size;
   void block(const uint8_t* src, uint16_t* dst) const
   {
-    const Vec<uint16_t> x = widenLow(loadLow8<uint8_t>(src));
+    const Vec<uint16_t> x = loadHalfWidened<uint8_t>(src);
     store(dst, x + x);
+  }
+};
+// The sum of a byte and a word; and back to bytes.
+struct WidenedSum {
+  Group<uint16_t> operator()(const Group<uint8_t>& a, const Group<uint16_t>& b) const
+  {
+    Group<uint16_t> y;
+    for (int k = 0; k < a.parts; ++k) {
+      y.part[2 * k] = widenLow(a.part[k]) + b.part[2 * k];
+      y.part[2 * k + 1] = widenHigh(a.part[k]) + b.part[2 * k + 1];
+    }
+    return y;
+  }
+};
+struct Narrowed {
+  Group<uint8_t> operator()(const Group<int32_t>& x) const
+  {
+    Group<uint8_t> y;
+    for (int k = 0; k < y.parts; ++k)
+      y.part[k] = narrowSat<uint8_t>(narrowSat<int16_t>(x.part[4 * k], x.part[4 * k + 1]),
+                                     narrowSat<int16_t>(x.part[4 * k + 2], x.part[4 * k + 3]));
+    return y;
   }
 };
 
@@ -73,8 +95,8 @@ TYPED_TEST(Drivers, MapRowAtAllLengthsAndAlignments)
 TYPED_TEST(Drivers, PatternsAndTheFourthChannel)
 {
   using T = TypeParam;
-  const T constant[4] = {3, 50, 7, 99};
-  for (int channels : {1, 2, 3, 4})
+  const T constant[6] = {3, 50, 7, 99, 21, 64};
+  for (int channels : {1, 2, 3, 4, 6}) // 6: three complex channels
     for (int length = channels; length <= longest; length += channels)
       for (int offset : {0, 1, 4, 13}) {
         Row<T> a(offset, length, 1), dst(13 - offset, length, 3);
@@ -94,6 +116,110 @@ TYPED_TEST(Drivers, PatternsAndTheFourthChannel)
       }
 }
 
+TEST(DriversOfGroups, EveryLengthBetweenWidths)
+{
+  for (int length = 1; length <= longest; ++length)
+    for (int offset : {0, 1, 4, 13}) {
+      Row<uint8_t> a(offset, length, 1), bytes(offset, length, 4), bytesBefore = bytes;
+      Row<uint16_t> b(13 - offset, length, 2), words(offset, length, 3), wordsBefore = words;
+      mapGroups(words.data(), length, WidenedSum{}, static_cast<const uint8_t*>(a.data()),
+                static_cast<const uint16_t*>(b.data()));
+      for (int i = 0; i < length; ++i) ASSERT_EQ(words.at(i), uint16_t(a.at(i) + b.at(i))) << length << ' ' << i;
+      ASSERT_TRUE(words.sameOutside(wordsBefore));
+
+      Row<int32_t> numbers(offset, length, 5);
+      for (int i = 0; i < length; ++i) put(numbers.data() + i, numbers.at(i) >> 22);
+      mapGroups(bytes.data(), length, Narrowed{}, static_cast<const int32_t*>(numbers.data()));
+      for (int i = 0; i < length; ++i) ASSERT_EQ(bytes.at(i), std::clamp(numbers.at(i), 0, 255)) << length << ' ' << i;
+      ASSERT_TRUE(bytes.sameOutside(bytesBefore));
+
+      if (length % 4 != 0) continue;
+      words = wordsBefore;
+      mapGroups(words.data(), length, KeepFourth<WidenedSum>{}, static_cast<const uint16_t*>(words.data()),
+                static_cast<const uint8_t*>(a.data()), static_cast<const uint16_t*>(b.data()));
+      for (int i = 0; i < length; ++i)
+        ASSERT_EQ(words.at(i), i % 4 == 3 ? wordsBefore.at(i) : uint16_t(a.at(i) + b.at(i))) << length << ' ' << i;
+      ASSERT_TRUE(words.sameOutside(wordsBefore));
+    }
+}
+
+// A lane that is no element of the row could raise a flag, or a warning.
+TEST(ShortRows, HoldNothingButTheRow)
+{
+  uint8_t row[64];
+  for (int bytes = 1; bytes < vectorBytes; ++bytes) {
+    std::fill(std::begin(row), std::end(row), uint8_t(0));
+    std::fill(row + 16, row + 16 + bytes, uint8_t(7));
+    const auto vector = loadShort<uint8_t>(row + 16, static_cast<size_t>(bytes));
+    EXPECT_TRUE(isAll(equal(vector, splat<uint8_t>(7)))) << bytes;
+    const auto group = loadShortGroup(row + 16, bytes, greatestPowerOfTwo(bytes));
+    for (const auto& part : group.part) EXPECT_TRUE(isAll(equal(part, splat<uint8_t>(7)))) << bytes;
+  }
+}
+
+// What has two forms, one across the vector and one within 16 bytes, and what moves or halves whole vectors.
+TEST(Shuffles, AcrossTheWholeVector)
+{
+  uint8_t a[vectorBytes], b[vectorBytes], out[2 * vectorBytes];
+  for (int i = 0; i < vectorBytes; ++i) a[i] = uint8_t(i * 37 + 5), b[i] = uint8_t(i * 59 + 77);
+  const auto x = load<uint8_t>(a), y = load<uint8_t>(b);
+  store(out, interleaveLow(x, y));
+  store(out + vectorBytes, interleaveHigh(x, y));
+  for (int i = 0; i < vectorBytes; ++i) ASSERT_TRUE(out[2 * i] == a[i] && out[2 * i + 1] == b[i]) << i;
+
+  uint16_t words[vectorBytes];
+  store(words, widenLow(x));
+  store(words + vectorBytes / 2, widenHigh(x));
+  for (int i = 0; i < vectorBytes; ++i) ASSERT_EQ(words[i], a[i]);
+  store(out, narrowSat<uint8_t>(as<int16_t>(widenLow(x)), as<int16_t>(widenHigh(x))));
+  ASSERT_TRUE(std::equal(a, a + vectorBytes, out));
+  store(out, narrowSatLocal<uint8_t>(as<int16_t>(widenLowLocal(x)), as<int16_t>(widenHighLocal(x))));
+  ASSERT_TRUE(std::equal(a, a + vectorBytes, out));
+
+  const auto moved = [&](auto up, int n) {
+    store(out, up);
+    for (int i = 0; i < vectorBytes; ++i)
+      ASSERT_EQ(out[i], i - n >= 0 && i - n < vectorBytes ? a[i - n] : 0) << n << ' ' << i;
+  };
+  moved(bytesUp<1>(x), 1), moved(bytesUp<8>(x), 8), moved(bytesUp<15>(x), 15);
+  moved(bytesDown<3>(x), -3), moved(bytesDown<8>(x), -8);
+  if constexpr (vectorBytes == 32) moved(bytesUp<16>(x), 16), moved(bytesUp<21>(x), 21), moved(bytesDown<19>(x), -19);
+
+  float f[Vec<float>::size];
+  for (int i = 0; i < Vec<float>::size; ++i) f[i] = float(i) + 0.25f;
+  const auto floats = load<float>(f);
+  store(out, toFloat(toDoubleLow(floats), toDoubleHigh(floats)));
+  ASSERT_EQ(std::memcmp(out, f, sizeof f), 0);
+
+  int32_t wide[4][Vec<int32_t>::size];
+  for (int i = 0; i < vectorBytes; ++i) wide[i / Vec<int32_t>::size][i % Vec<int32_t>::size] = i * 13 - 90;
+  store(out, narrowSatFour<uint8_t>(load<int32_t>(wide[0]), load<int32_t>(wide[1]), load<int32_t>(wide[2]),
+                                    load<int32_t>(wide[3])));
+  for (int i = 0; i < vectorBytes; ++i) ASSERT_EQ(out[i], std::clamp(i * 13 - 90, 0, 255)) << i;
+}
+
+TEST(Shuffles, PairsAndSquaresOfFloats)
+{
+  constexpr int lanes = Vec<float>::size;
+  float f[lanes][lanes], out[2 * lanes];
+  for (int i = 0; i < lanes * lanes; ++i) f[i / lanes][i % lanes] = float(i);
+  const auto a = load<float>(f[0]), b = load<float>(f[1]), even = evenLanes(a, b), odd = oddLanes(a, b);
+  store(out, pairsLow(even, odd));
+  store(out + lanes, pairsHigh(even, odd));
+  for (int i = 0; i < 2 * lanes; ++i) ASSERT_EQ(out[i], float(i));
+  store(out, inOrder(even));
+  store(out + lanes, inOrder(odd));
+  for (int i = 0; i < lanes; ++i) ASSERT_TRUE(out[i] == float(2 * i) && out[lanes + i] == float(2 * i + 1)) << i;
+
+  Vec<float> square[lanes];
+  for (int i = 0; i < lanes; ++i) square[i] = load<float>(f[i]);
+  transposeLanes(square);
+  for (int i = 0; i < lanes; ++i) {
+    store(out, square[i]);
+    for (int j = 0; j < lanes; ++j) ASSERT_EQ(out[j], f[j][i]);
+  }
+}
+
 TEST(DriversOfBlocks, OverlapAtTheEnd)
 {
   for (int length = 1; length <= longest; ++length)
@@ -108,12 +234,13 @@ TEST(DriversOfBlocks, OverlapAtTheEnd)
 
 TEST(VectorParts, EveryNumberOfBytes)
 {
-  unsigned char from[48], to[48];
-  for (int bytes = 0; bytes < 16; ++bytes)
+  constexpr int room = 3 * vectorBytes;
+  unsigned char from[room], to[room];
+  for (int bytes = 0; bytes < vectorBytes; ++bytes)
     for (int offset = 0; offset < 16; ++offset) {
-      for (int i = 0; i < 48; ++i) from[i] = static_cast<unsigned char>(i + 1), to[i] = 200;
+      for (int i = 0; i < room; ++i) from[i] = static_cast<unsigned char>(i + 1), to[i] = 200;
       storePart(to + offset, loadPart<uint8_t>(from + offset, static_cast<size_t>(bytes)), static_cast<size_t>(bytes));
-      for (int i = 0; i < 48; ++i)
+      for (int i = 0; i < room; ++i)
         ASSERT_EQ(to[i], i >= offset && i < offset + bytes ? from[i] : 200) << bytes << ' ' << i;
     }
 }

@@ -1,0 +1,25 @@
+// Fetching ahead: asking for cache lines well before their use.
+//
+// The processor alone does not keep up with two streams of different speed or direction. Short rows are left to it, so
+// that a narrow region does not drag in what lies beside it.
+#pragma once
+
+#include "simd.h"
+
+namespace zori {
+inline namespace ZORI_WIDTH {
+
+// How many bytes ahead of its use a row of `length` elements is fetched; 0 when it is not.
+template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
+{
+  return length * static_cast<std::ptrdiff_t>(sizeof(T)) >= 4096 ? 2048 : 0;
+}
+
+// Asks for the lines of `bytes` bytes that stand `distance` bytes behind p.
+inline void fetchAhead(const void* p, std::ptrdiff_t distance, std::ptrdiff_t bytes = 64)
+{
+  for (std::ptrdiff_t i = 0; i < bytes; i += 64) prefetch(static_cast<const char*>(p) + distance + i);
+}
+
+} // namespace ZORI_WIDTH
+} // namespace zori

@@ -1,0 +1,262 @@
+// Both 64-bit builds of the library, loaded by path, side by side: every function of the catalogue gets the same inputs
+// in both, and gives the same status and the same bytes. Numbers that are no numbers are compared as such: where both
+// operands of a sum or product are NaN, which of them comes out is the compiler's choice.
+//
+// The results are hashed as well, a file a subsystem, so that builds that cannot be loaded together can be compared.
+#include "support/call.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <dlfcn.h>
+#include <fstream>
+#include <xmmintrin.h>
+
+using namespace zoritest;
+
+namespace {
+
+// ---- The libraries ----
+
+// The functions of the table as a library has them; those that the test is linked with where there is none.
+class Build {
+public:
+  explicit Build(const char* path)
+  {
+    if (!path) return;
+    handle_ = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (!handle_) std::fprintf(stderr, "%s\n", dlerror());
+  }
+  bool isLoaded() const { return handle_ != nullptr; }
+  // Null when the library has no function of that name.
+  const Function* find(const Function& function)
+  {
+    Function own = function;
+    if (handle_) own.callable.function = reinterpret_cast<AnyFunction>(dlsym(handle_, function.name));
+    return own.callable.function ? &functions_.emplace_back(own) : nullptr;
+  }
+
+private:
+  void* handle_ = nullptr;
+  std::deque<Function> functions_;
+};
+
+#ifdef ZORI_WIDE_LIBRARY
+bool isWideProcessor() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2"); }
+Build& baseBuild()
+{
+  static Build build(ZORI_BASE_LIBRARY);
+  return build;
+}
+Build* wideBuild()
+{
+  static Build build(isWideProcessor() ? ZORI_WIDE_LIBRARY : nullptr);
+  return isWideProcessor() ? &build : nullptr;
+}
+#else
+Build& baseBuild()
+{
+  static Build build(nullptr);
+  return build;
+}
+Build* wideBuild() { return nullptr; }
+#endif
+
+// ---- The state of the processor ----
+
+#ifdef __x86_64__
+// The upper halves of the vector registers are in use: code for 16 bytes runs many times slower then.
+bool upperHalvesInUse()
+{
+  unsigned low, high;
+  asm volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(1));
+  return (low & 4) != 0;
+}
+bool tellsOfUpperHalves()
+{
+  static const bool tells = [] {
+    unsigned a = 0xd, b, c = 1, d;
+    asm volatile("cpuid" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
+    if (!(a & 4)) return false; // no xgetbv of what is in use
+    asm volatile("vzeroupper" ::: "memory");
+    const bool before = upperHalvesInUse();
+    asm volatile("vpcmpeqb %%ymm0, %%ymm0, %%ymm0" ::: "xmm0");
+    const bool between = upperHalvesInUse();
+    asm volatile("vzeroupper" ::: "memory");
+    return !before && between && !upperHalvesInUse();
+  }();
+  return tells;
+}
+#else
+bool upperHalvesInUse() { return false; }
+bool tellsOfUpperHalves() { return false; }
+#endif
+
+class RoundingField {
+public:
+  explicit RoundingField(unsigned field) : found_(_mm_getcsr()) { _mm_setcsr((found_ & ~0x6000u) | field << 13); }
+  ~RoundingField() { _mm_setcsr(found_); }
+
+private:
+  unsigned found_;
+};
+
+// ---- Results ----
+
+struct Results {
+  int status = 0;
+  bool succeeded = false;
+  std::vector<std::vector<unsigned char>> outputs; // of each argument
+  std::string outside;                             // what changed that no function may write
+};
+
+Results resultsOf(const Function& function, const Plan& plan, unsigned rounding)
+{
+  Call call(function, plan);
+  Results results;
+  {
+    const RoundingField field(rounding);
+    const Result result = call.run();
+    results.status = result.status;
+    results.succeeded = call.succeeded(result);
+  }
+  for (int i = 0; i < function.arguments.size; ++i) {
+    const Argument& a = function.arguments[i];
+    const bool isOutput = a.memory.written && a.memory.element != Element::Pointer &&
+                          (a.role == Role::Image || a.role == Role::In || a.role == Role::Out);
+    results.outputs.push_back(isOutput ? call.image(i).pixels() : std::vector<unsigned char>());
+  }
+  results.outside = call.changesOutside();
+  return results;
+}
+
+// A NaN becomes the same one everywhere.
+template <class F> void unifyNans(std::vector<unsigned char>& bytes)
+{
+  for (std::size_t i = 0; i + sizeof(F) <= bytes.size(); i += sizeof(F)) {
+    F x;
+    std::memcpy(&x, &bytes[i], sizeof x);
+    if (!std::isnan(x)) continue;
+    x = std::numeric_limits<F>::quiet_NaN();
+    std::memcpy(&bytes[i], &x, sizeof x);
+  }
+}
+
+void unifyNans(const Function& function, Results& results)
+{
+  for (int i = 0; i < function.arguments.size; ++i) {
+    const Element element = function.arguments[i].memory.element;
+    if (element == Element::T32f) unifyNans<float>(results.outputs[i]);
+    if (element == Element::T64f) unifyNans<double>(results.outputs[i]);
+  }
+}
+
+void addTo(std::uint64_t& hash, const void* data, std::size_t bytes)
+{
+  for (std::size_t i = 0; i < bytes; ++i) hash = (hash ^ static_cast<const unsigned char*>(data)[i]) * 0x100000001b3u;
+}
+
+// Where the outputs differ, or "".
+std::string difference(const Function& function, const Results& a, const Results& b)
+{
+  if (a.status != b.status) return "status " + std::to_string(a.status) + ", wide " + std::to_string(b.status);
+  for (int i = 0; i < function.arguments.size; ++i) {
+    if (a.outputs[i] == b.outputs[i]) continue;
+    std::size_t at = 0;
+    while (a.outputs[i][at] == b.outputs[i][at]) ++at;
+    return std::string(function.arguments[i].name) + " differs in byte " + std::to_string(at) + " of " +
+           std::to_string(a.outputs[i].size());
+  }
+  return b.outside;
+}
+
+// ---- The plans ----
+
+struct Trial {
+  Plan plan;
+  unsigned rounding;
+};
+
+// All widths to 100 and some beyond, with everything else varying along.
+std::vector<Trial> trials()
+{
+  std::vector<int> widths;
+  for (int width = 1; width <= 100; ++width) widths.push_back(width);
+  for (const int width : {127, 128, 129, 255, 1000, 1037, 4201}) widths.push_back(width);
+  std::vector<Trial> all;
+  for (const int width : widths)
+    for (const Fill fill : {Fill::Ordinary, Fill::AnyBits}) {
+      const int n = static_cast<int>(all.size());
+      Trial trial;
+      trial.plan.region = {width, width > 128 ? 2 : 1 + n % 6};
+      trial.plan.steps = static_cast<Steps>(n / 2 % 3);
+      trial.plan.placement = n % 5 < 2 ? Placement::Middle : n % 5 < 4 ? Placement::End : Placement::Begin;
+      trial.plan.offset = trial.plan.placement == Placement::Middle ? n * 7 % 64 : 0;
+      trial.plan.seed = static_cast<std::uint64_t>(n + 1);
+      trial.plan.fill = fill;
+      trial.plan.vary = n % 4 != 0;
+      trial.rounding = static_cast<unsigned>(n / 2 % 5 == 0 ? 0 : n / 2 % 4);
+      all.push_back(trial);
+    }
+  return all;
+}
+
+class Widths : public testing::TestWithParam<Subsystem> {};
+
+TEST_P(Widths, GiveTheSameResults)
+{
+  Build* const wide = wideBuild();
+#ifdef ZORI_WIDE_LIBRARY
+  ASSERT_TRUE(baseBuild().isLoaded());
+  if (wide) {
+    ASSERT_TRUE(wide->isLoaded());
+    EXPECT_TRUE(tellsOfUpperHalves()) << "whether upper halves are cleared cannot be seen on this processor";
+  } else {
+    std::printf("** NOT COMPARED: THIS PROCESSOR IS NOT OF THE CLASS x86-64-v3 **\n");
+  }
+#endif
+  const std::vector<Trial> all = trials();
+  std::uint64_t hash = 0xcbf29ce484222325;
+  int compared = 0;
+  for (const Function* function : swept(GetParam())) {
+    const Function* const base = baseBuild().find(*function);
+    const Function* const other = wide ? wide->find(*function) : nullptr;
+    ASSERT_TRUE(base && (other || !wide)) << function->name;
+    std::uint64_t own = 0xcbf29ce484222325;
+    for (Trial trial : all) {
+      if (function->exemptions & kStepsExempt && trial.plan.steps == Steps::Odd) trial.plan.steps = Steps::Padded;
+      Results expected = resultsOf(*base, trial.plan, trial.rounding);
+      unifyNans(*base, expected);
+      addTo(own, &expected.status, sizeof expected.status);
+      for (const auto& output : expected.outputs) addTo(own, output.data(), output.size());
+      if (!wide) continue;
+      Results found = resultsOf(*other, trial.plan, trial.rounding);
+      const bool inUse = tellsOfUpperHalves() && upperHalvesInUse();
+      unifyNans(*other, found);
+      const std::string fault =
+        inUse ? "leaves the upper halves of registers in use" : difference(*base, expected, found);
+      if (!fault.empty()) {
+        ADD_FAILURE() << Call(*function, trial.plan).describe() << ", rounding " << trial.rounding << ": " << fault;
+        break; // one a function
+      }
+      ++compared;
+    }
+    addTo(hash, function->name, std::strlen(function->name));
+    addTo(hash, &own, sizeof own);
+  }
+  std::printf("%s: %d calls compared, hash of the results %016llx\n", GetParam().name, compared,
+              static_cast<unsigned long long>(hash));
+  if (!std::getenv("ZORI_SWEEP"))
+    std::ofstream(std::string(ZORI_RESULT_HASHES "/") + GetParam().name) << std::hex << hash << '\n';
+}
+
+std::string subsystemName(const testing::TestParamInfo<Subsystem>& info) { return info.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(All, Widths, testing::ValuesIn(subsystems()), subsystemName);
+
+} // namespace
+
+namespace zoritest {
+void PrintTo(const Subsystem& subsystem, std::ostream* out) { *out << subsystem.name; }
+} // namespace zoritest
