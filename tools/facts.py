@@ -7,7 +7,7 @@ import re
 from formula import Formula
 
 PARTS = {"ZorImgSize": ["width", "height"], "ZorImgPoint": ["x", "y"], "ZorImgRect": ["x", "y", "width", "height"]}
-EXEMPTIONS = "alpha alignment steps inplace allocation layout".split()
+EXEMPTIONS = "alpha alignment steps inplace allocation layout fallback".split()
 REGION = (17, 5)  # of the example
 ILLEGAL = {"<": "Below", ">": "Above", "<=": "AtMost", ">=": "AtLeast", "!=": "NoneOf"}
 EXTREMES = {"8u": (-1, 255), "8s": (-128, 127), "16u": (-1, 65535), "16s": (-2 ** 15, 2 ** 15 - 1),
@@ -232,7 +232,8 @@ def _ranges(function, family, formula, context):
                 if not p:
                     continue
                 part = PARTS.get(p.declaration.split()[0], []).index(part) if part else -1
-                if p.role in ("image", "step", "buffer", "record") or p.memory and "r" not in p.memory.access:
+                if p.role in ("step", "buffer", "record") or p.memory and "r" not in p.memory.access or (
+                        p.role == "image" and "w" in p.memory.access):
                     raise ValueError(f"'{whole}': no range for {p.role} arguments")
                 low, dots, high = value.partition("..")
                 drawn = (Range(part, formula(low), formula(high)) if dots else

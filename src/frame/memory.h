@@ -34,6 +34,26 @@ private:
   T* p_;
 };
 
+// True when working memory may lie on the stack; the tests say no, so that all of it is guarded.
+bool mayUseStack();
+
+// The same for what is mostly little: up to `most` elements lie in the object itself, since small regions feel the
+// price of the heap.
+template <class T, int most> class SmallScratch {
+public:
+  explicit SmallScratch(long long length)
+    : isWithin_(length < 1 || (length <= most && mayUseStack())), heap_(isWithin_ ? 0 : length)
+  {}
+  explicit operator bool() const { return isWithin_ || heap_; }
+  T* get() { return isWithin_ ? within_ : heap_.get(); }
+  const T* get() const { return isWithin_ ? within_ : heap_.get(); }
+
+private:
+  bool isWithin_;
+  Scratch<T> heap_;
+  alignas(64) T within_[most];
+};
+
 inline std::size_t roundUp(std::size_t bytes, std::size_t unit) { return (bytes + unit - 1) / unit * unit; }
 
 } // namespace zori

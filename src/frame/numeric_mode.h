@@ -9,6 +9,7 @@
 #pragma once
 
 #include <pmmintrin.h>
+#include <utility>
 
 namespace zori {
 
@@ -24,9 +25,15 @@ inline void setRoundingField(unsigned field) { setControlWord((controlWord() & ~
 // Under which rounding a piece of work runs: to nearest, whatever the caller has set, or as the caller has set it.
 enum class Rounding { Nearest, Callers };
 
-inline unsigned fieldOf(Rounding rounding)
+// All of the register but the flags of what has happened: rounding, the treatment of denormals, the masks.
+inline constexpr unsigned modeBits = 0xffc0;
+
+// The mode of this thread with the rounding that is asked for. Whoever shares out work takes it once and sets it in
+// every thread, so that no result depends on which of them did the work.
+inline unsigned modeFor(unsigned field) { return (controlWord() & modeBits & ~roundingField) | field; }
+inline unsigned modeFor(Rounding rounding)
 {
-  return rounding == Rounding::Nearest ? roundNearest : controlWord() & roundingField;
+  return rounding == Rounding::Nearest ? modeFor(roundNearest) : controlWord() & modeBits;
 }
 
 // body(), of which nothing is done before the call or left until after it: the function is not inlined, and to the
@@ -37,32 +44,43 @@ template <class Body> [[gnu::noinline]] auto callApart(Body& body)
   return body();
 }
 
-// Sets the rounding field for a scope; the field that it found comes back at the end, and no other bit changes. For
-// what is no arithmetic itself: arithmetic goes through underRounding.
-class RoundingScope {
+// Sets the mode of this thread for a scope; what it found comes back at the end, and no flag changes. For what is no
+// arithmetic itself: arithmetic goes through underRounding.
+class ModeScope {
 public:
-  explicit RoundingScope(unsigned field) : found_(controlWord() & roundingField), isOther_(field != found_)
+  explicit ModeScope(unsigned mode) : found_(controlWord() & modeBits), isOther_(mode != found_)
   {
-    if (isOther_) setRoundingField(field);
+    if (isOther_) setMode(mode);
   }
-  explicit RoundingScope(Rounding rounding) : RoundingScope(fieldOf(rounding)) {}
-  RoundingScope(const RoundingScope&) = delete;
-  RoundingScope& operator=(const RoundingScope&) = delete;
-  ~RoundingScope()
+  ModeScope(const ModeScope&) = delete;
+  ModeScope& operator=(const ModeScope&) = delete;
+  ~ModeScope()
   {
-    if (isOther_) setRoundingField(found_);
+    if (isOther_) setMode(found_);
   }
 
 private:
+  static void setMode(unsigned mode) { setControlWord((controlWord() & ~modeBits) | mode); }
+
   unsigned found_;
   bool isOther_;
 };
 
-// body() with the rounding field set.
+// Sets the rounding alone.
+class RoundingScope : public ModeScope {
+public:
+  template <class Field> explicit RoundingScope(Field rounding) : ModeScope(modeFor(rounding)) {}
+};
+
+// body() in a mode, or with the rounding field set.
+template <class Body> inline auto underMode(unsigned mode, Body body)
+{
+  const ModeScope scope(mode);
+  return callApart(body);
+}
 template <class Body> inline auto underRounding(unsigned field, Body body)
 {
-  const RoundingScope scope(field);
-  return callApart(body);
+  return underMode(modeFor(field), std::move(body));
 }
 // Arithmetic under the caller's rounding needs no change of the register, and so nothing that keeps it in its place.
 template <class Body> inline auto underRounding(Rounding rounding, Body body)

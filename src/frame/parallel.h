@@ -2,7 +2,7 @@
 //
 // A region is entered afresh in each call; nothing survives it and nothing takes a lock. A team of one, a runtime that
 // refuses to fork and the child of a fork all run the body in the calling thread. Every thread works under the rounding
-// that the call names, the calling one too. Results do not depend on the team.
+// that the call names and else in the calling thread's mode. Results do not depend on the team.
 #pragma once
 
 #include "compiler.h"
@@ -19,14 +19,14 @@ namespace zori {
 // Rows 0 to height - 1, each thread one contiguous range: body(y).
 template <class Body> inline void staticRows(TeamRule team, Rounding rounding, int height, Body body)
 {
-  const unsigned field = fieldOf(rounding);
+  const unsigned mode = modeFor(rounding);
   const int threads = team.threads(height);
   const auto allRows = [&] {
     for (int y = 0; y < height; ++y) body(y);
   };
-  if (threads == 1) return underRounding(field, allRows);
+  if (threads == 1) return underMode(mode, allRows);
 #pragma omp parallel num_threads(threads)
-  underRounding(field, [&] {
+  underMode(mode, [&] {
 #pragma omp for schedule(static)
     for (int y = 0; y < height; ++y) body(y);
   });
@@ -67,17 +67,15 @@ private:
 template <class Body>
 inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::size_t bytesPerThread, Body body)
 {
-  const unsigned field = fieldOf(rounding);
+  const unsigned mode = modeFor(rounding);
   if (bytesPerThread > PTRDIFF_MAX / 2) return ZorErrAlloc;
   const std::size_t slice = roundUp(bytesPerThread, 64);
   const int wanted = rule.threads(units);
-  if (wanted == 1) { // little memory comes from the stack: small regions feel the price of the heap
-    constexpr std::size_t onStack = 4096;
-    alignas(64) Zor8u local[onStack];
-    Scratch<Zor8u> heap(slice > onStack ? static_cast<long long>(slice) : 0);
-    if (slice > onStack && !heap) return ZorErrAlloc;
-    const Slab all{0, units, 0, 1, slice == 0 ? nullptr : heap ? heap.get() : local};
-    return underRounding(field, [&] { return body(all); });
+  if (wanted == 1) {
+    SmallScratch<Zor8u, 4096> buffer(static_cast<long long>(bytesPerThread));
+    if (bytesPerThread && !buffer) return ZorErrAlloc;
+    const Slab all{0, units, 0, 1, bytesPerThread ? buffer.get() : nullptr};
+    return underMode(mode, [&] { return body(all); });
   }
 
   Zor8u* teamBuffer = nullptr;
@@ -92,7 +90,8 @@ inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::s
       slabUnits = units / threads;
       slabRest = units % threads;
       if (slice) {
-        teamBuffer = Scratch<Zor8u>(static_cast<long long>(slice) * threads).release();
+        const std::size_t others = static_cast<std::size_t>(threads) - 1;
+        teamBuffer = Scratch<Zor8u>(static_cast<long long>(slice * others + bytesPerThread)).release();
         failed = !teamBuffer;
       }
     }
@@ -101,7 +100,7 @@ inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::s
       const int t = omp_get_thread_num();
       const int count = slabUnits + (t == threads - 1 ? slabRest : 0);
       const Slab slab{t * slabUnits, count, t, threads, slice ? teamBuffer + slice * t : nullptr};
-      team.report(t, underRounding(field, [&] { return body(slab); }));
+      team.report(t, underMode(mode, [&] { return body(slab); }));
     }
   }
   releaseBlock(teamBuffer);

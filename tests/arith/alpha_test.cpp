@@ -1,4 +1,5 @@
 // Alpha compositing, premultiplication and colour keys against plain loops over pixels.
+#include "support/numbers.h"
 #include "zori/arith.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +45,7 @@ template <class T> std::vector<T> noise(size_t n, unsigned seed)
 {
   std::vector<T> x(n);
   for (auto& v : x) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     v = static_cast<T>(seed >> 28 == 0 ? 0 : seed >> 28 == 1 ? full<T> : seed >> 12);
   }
   return x;
@@ -229,7 +230,7 @@ template <class T, class Call> void keyed(int channels, const T* key, Call call)
     std::vector<T> a(n), b(n), dst(n + 8, T(99));
     unsigned seed = static_cast<unsigned>(pixels);
     for (size_t i = 0; i < n; ++i) {
-      seed = seed * 1664525u + 1013904223u;
+      zoritest::nextNoise(seed);
       a[i] = seed >> 30 ? key[i % static_cast<size_t>(channels)] : static_cast<T>(seed >> 8);
       b[i] = static_cast<T>(seed >> 16);
     }

@@ -1,6 +1,7 @@
 // What the tests of functions of one sample share: images of all values, and the layouts held against C1.
 #pragma once
 
+#include "support/numbers.h"
 #include "zori/types.h"
 
 #include <gtest/gtest.h>
@@ -27,11 +28,7 @@ inline std::vector<int> manyScales()
   return scales;
 }
 
-template <class T> T saturated(double x)
-{
-  const double low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
-}
+using zoritest::saturated;
 
 // The function on one row of values against the oracle: oracle(value, scale) is the result as a number.
 template <class T, class Oracle>

@@ -1,5 +1,6 @@
 // Bitwise operations and shifts against plain loops, over types, layouts, counts, odd steps and addresses, in place and
 // not.
+#include "support/numbers.h"
 #include "zori/arith.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +27,7 @@ template <class T> T sample(const std::vector<unsigned char>& image, int y, int 
 std::vector<unsigned char> noise(size_t size, unsigned seed)
 {
   std::vector<unsigned char> bytes(size);
-  for (auto& b : bytes) b = static_cast<unsigned char>((seed = seed * 1664525u + 1013904223u) >> 24);
+  for (auto& b : bytes) b = static_cast<unsigned char>(zoritest::nextNoise(seed) >> 24);
   return bytes;
 }
 

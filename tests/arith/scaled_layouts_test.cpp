@@ -1,6 +1,7 @@
 // Scaled arithmetic in all layouts: rows of all lengths at odd addresses and steps, in place in every way, by teams of
 // threads, and the arithmetic of floats.
 #include "scaled_cases.h"
+#include "support/numbers.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +28,7 @@ template <class T> struct Image {
       bytes(static_cast<std::size_t>(step) * roi.height + 33)
   {
     std::uint32_t state = static_cast<std::uint32_t>(seed) * 2654435761u + 99;
-    const auto next = [&] { return (state = state * 1664525u + 1013904223u) >> 8; };
+    const auto next = [&] { return zoritest::nextNoise(state) >> 8; };
     for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(next() >> 16);
     if (isFloat<T>) // plain numbers
       for (int y = 0; y < height; ++y)

@@ -1,5 +1,6 @@
 // Conversion of the element type: exactness, saturation, the three rounding rules, packed bits, error diffusion.
 #include "conversion.h"
+#include "support/numbers.h"
 #include "zori/data.h"
 
 #include <algorithm>
@@ -13,10 +14,7 @@ extern "C" int zoriTestFailAllocationAt(int n);
 
 namespace {
 
-template <class D> D saturated(double x)
-{
-  return static_cast<D>(std::clamp<double>(x, std::numeric_limits<D>::min(), std::numeric_limits<D>::max()));
-}
+using zoritest::saturated;
 
 // The rules of 32f, told once more and in other words: in double, from the clamped value.
 template <class D> D rounded(float x, int mode)

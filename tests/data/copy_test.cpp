@@ -1,4 +1,5 @@
 // Copies between all layouts: every function against a sample-by-sample oracle over widths, odd steps and addresses.
+#include "support/numbers.h"
 #include "zori/data.h"
 
 #include "sample_image.h"
@@ -88,7 +89,7 @@ std::vector<Zor8u> maskFor(ZorImgSize roi, int step, int kind)
   std::vector<Zor8u> mask(static_cast<size_t>(step) * roi.height);
   unsigned state = static_cast<unsigned>(kind) + 7;
   for (size_t i = 0; i < mask.size(); ++i) {
-    state = state * 1664525u + 1013904223u;
+    zoritest::nextNoise(state);
     mask[i] = kind == 0 ? 0 : kind == 1 ? 0xff : kind == 2 ? (state >> 31) * (state >> 24) : i / 20 % 2 * 128;
   }
   return mask;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/guarded_block.h"
+#include "support/numbers.h"
 #include "zori/types.h"
 
 #include <cstddef>
@@ -20,7 +21,7 @@ public:
              static_cast<std::size_t>(size.width * pixelBytes)),
       block_(bytes_), first_(edge == Edge::Begin ? 0 : block_.size() - bytes_)
   {
-    for (Zor8u& byte : block_) byte = static_cast<Zor8u>((seed = seed * 1664525u + 1013904223u) >> 24);
+    for (Zor8u& byte : block_) byte = static_cast<Zor8u>(zoritest::nextNoise(seed) >> 24);
   }
 
   template <class T = Zor8u> T* at(int x, int y) const { return reinterpret_cast<T*>(block_.begin() + offset(x, y)); }

@@ -1,6 +1,7 @@
 // Images of samples of any width for tests of functions that move samples without looking at them.
 #pragma once
 
+#include "support/numbers.h"
 #include "zori/types.h"
 
 #include <cstring>
@@ -22,7 +23,7 @@ struct SampleImage {
       step(width * channels * sampleBytes + padding), origin(border + offset),
       bytes(static_cast<size_t>(planes) * planeBytes())
   {
-    for (Zor8u& b : bytes) b = static_cast<Zor8u>((seed = seed * 1664525u + 1013904223u) >> 24);
+    for (Zor8u& b : bytes) b = static_cast<Zor8u>(zoritest::nextNoise(seed) >> 24);
   }
   int planeBytes() const { return step * height + 2 * border + 16; }
   Zor8u* at(int plane, int y, int x, int channel)

@@ -1,4 +1,5 @@
 // Comparisons of two images, with a constant and within a tolerance, against plain loops.
+#include "support/numbers.h"
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ template <class T> std::vector<T> samples(size_t n, unsigned seed)
 {
   std::vector<T> x(n);
   for (auto& v : x) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     const int few = static_cast<int>(seed >> 16) % 5; // equal samples are common
     if (seed >> 29) v = static_cast<T>(std::is_signed_v<T> ? few - 2 : few);
     else if constexpr (std::is_floating_point_v<T>)

@@ -1,4 +1,5 @@
 // Histograms against a count of the definition, over types, layouts, sizes and levels that reach every method.
+#include "support/numbers.h"
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ template <class T> std::vector<T> noise(size_t n, unsigned seed, int spread)
 {
   std::vector<T> x(n);
   for (auto& v : x) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     const int r = static_cast<int>(seed >> 9) % spread;
     v = static_cast<T>(std::is_signed_v<T> ? r - spread / 2 : r);
     if constexpr (std::is_floating_point_v<T>) v = seed >> 28 ? v + 0.25f : T(NAN);

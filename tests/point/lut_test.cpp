@@ -1,5 +1,6 @@
 // Step functions, polygons and cubics against the rules written out for one sample, over types, layouts, sizes and
 // nodes.
+#include "support/numbers.h"
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -219,7 +220,7 @@ std::vector<Nodes<Zor32s>> integerNodes(int low, int high)
   Nodes<Zor32s> dense;
   unsigned seed = 5;
   for (int level = low - 3; level < high + 4; level += 1 + static_cast<int>(seed >> 16) % (w / 100)) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     dense.levels.push_back(level);
     dense.values.push_back(low - w / 8 + static_cast<int>(seed >> 8) % (w + w / 4));
   }
@@ -248,7 +249,7 @@ template <class T> void checkIntegers(const Functions<T> (&family)[3])
       for (int x = -1; x <= 1; ++x)
         samples.push_back(static_cast<T>(static_cast<unsigned>(level) + static_cast<unsigned>(x)));
   unsigned seed = 9;
-  for (int i = 0; i < 4500; ++i) samples.push_back(static_cast<T>((seed = seed * 1664525u + 1013904223u) >> 13));
+  for (int i = 0; i < 4500; ++i) samples.push_back(static_cast<T>(zoritest::nextNoise(seed) >> 13));
 
   for (Curve curve : {Step, Linear, Cubic})
     for (size_t first = 0; first < sets.size(); ++first) {
@@ -308,7 +309,7 @@ TEST(Lut, Floats)
         samples.push_back(x);
   unsigned seed = 3;
   for (int i = 0; i < 999; ++i) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     samples.push_back(static_cast<Zor32f>(seed >> 8) / 40000 - 20);
   }
 

@@ -1,4 +1,5 @@
 // Palettes against a plain loop; tables that end where no page follows.
+#include "support/numbers.h"
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -59,7 +60,7 @@ Zor32u sampleAt(const Bytes& b, size_t at, int bytes)
 void check(const Form& form, const Call& call)
 {
   unsigned seed = 11;
-  const auto random = [&] { return (seed = seed * 1664525u + 1013904223u) >> 11; };
+  const auto random = [&] { return zoritest::nextNoise(seed) >> 11; };
   for (int bits = 1; bits <= 8 * form.srcBytes; ++bits)
     for (int alpha : {-1, 0, 77, 255, 256, 65535, 65536})
       for (ZorImgSize roi : {ZorImgSize{1, 1}, ZorImgSize{5, 2}, ZorImgSize{33, 3}}) {

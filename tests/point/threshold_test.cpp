@@ -1,4 +1,5 @@
 // Thresholds against a plain loop over types and layouts, NaN samples, the order of checks, Otsu's method.
+#include "support/numbers.h"
 #include "zori/point.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,7 @@ template <class T> std::vector<T> samples(size_t n, unsigned seed)
 {
   std::vector<T> x(n);
   for (auto& v : x) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     if constexpr (std::is_floating_point_v<T>) {
       const float special[] = {NAN, INFINITY, -INFINITY, -0.0f};
       v = seed >> 29 ? static_cast<T>(static_cast<int>(seed >> 16 & 255) - 100) : special[seed >> 20 & 3];
@@ -160,7 +161,7 @@ TEST(Otsu, PartsTheHistogram)
     std::vector<Zor8u> image(97 * 31);
     unsigned state = seed;
     for (auto& v : image) {
-      state = state * 1664525u + 1013904223u;
+      zoritest::nextNoise(state);
       const int hump = static_cast<int>((state >> 27) + (state >> 19 & 31) + (state >> 11 & 31));
       v = static_cast<Zor8u>(state % (seed % 5 + 2) ? 20 + hump : 120 + hump);
     }

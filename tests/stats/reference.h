@@ -1,6 +1,7 @@
 // Images and layouts for the tests of statistics.
 #pragma once
 
+#include "support/numbers.h"
 #include "zori/types.h"
 
 #include <cmath>
@@ -23,7 +24,7 @@ template <class T> struct Image {
     : width(w), height(h), channels(c), pitch(w * c + padding), data(static_cast<size_t>(pitch * h + 1))
   {
     for (auto& v : data) {
-      seed = seed * 1664525u + 1013904223u;
+      zoritest::nextNoise(seed);
       if constexpr (std::is_floating_point_v<T>) v = static_cast<T>(static_cast<int>(seed >> 12) - (1 << 19)) / 1024;
       else
         v = seed >> 29 == 0   ? static_cast<T>(~T(0))

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fnmatch.h>
 #include <map>
+#include <sstream>
 #include <unistd.h>
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/common_interface_defs.h>
@@ -14,7 +15,8 @@
 
 namespace zoritest {
 
-static constexpr int bufferBytes = 1 << 20, recordBytes = 1 << 16;
+static constexpr int bufferBytes = 1 << 20, recordBytes = 1 << 16; // where no query tells
+static constexpr int mostNumbers = 4;                              // in a value
 
 const Function* findFunction(const std::string& name)
 {
@@ -38,26 +40,68 @@ static const Function& required(const std::string& name)
   return *function;
 }
 
-static unsigned char* alignedTo64(unsigned char* p)
+// ---- Work memory and records ----
+
+static constexpr unsigned char blockFilling = 0xa5;
+
+ExactBlock::ExactBlock(std::size_t bytes, int alignment, int offset)
+  : arena_(bytes + static_cast<std::size_t>(std::max(alignment, offset)))
 {
-  return reinterpret_cast<unsigned char*>((reinterpret_cast<std::uintptr_t>(p) + 63) & ~std::uintptr_t(63));
+  const std::uintptr_t mask = static_cast<std::uintptr_t>(std::max(alignment, 1)) - 1;
+  unsigned char* const latest = arena_.end() - bytes - (alignment <= 1 ? offset : 0);
+  pointer_ = reinterpret_cast<unsigned char*>(reinterpret_cast<std::uintptr_t>(latest) & ~mask);
+  end_ = pointer_ + bytes;
+  std::memset(pointer_, blockFilling, static_cast<std::size_t>(arena_.end() - pointer_));
 }
 
-// ---- Records ----
+bool ExactBlock::isOverrun() const
+{
+  return std::any_of(end_, arena_.end(), [](unsigned char byte) { return byte != blockFilling; });
+}
+
+static std::vector<Setting> settingsOf(const Link& link, const Context& context)
+{
+  std::vector<Setting> settings;
+  for (const Passing& passing : link.passing)
+    settings.push_back({passing.argument, passing.part, passing.number(context)});
+  return settings;
+}
+
+// The bytes of a block, as the query that belongs to it tells; `otherwise` without one.
+static std::size_t bytesOf(const Argument& argument, const Context& context, void* record, int otherwise)
+{
+  if (!argument.size.function) return static_cast<std::size_t>(otherwise);
+  Plan plan;
+  plan.settings = settingsOf(argument.size, context);
+  Call query(required(argument.size.function), plan, record);
+  const Result result = query.run();
+  std::int32_t bytes = 0;
+  std::memcpy(&bytes, query.image(argument.size.output).pointer(), sizeof bytes);
+  if (result.status != ZorOk || bytes < 1) {
+    std::fprintf(stderr, "%s tells no size: status %d\n", argument.size.function, result.status);
+    std::abort();
+  }
+  return static_cast<std::size_t>(bytes);
+}
 
 static bool isOutputPointer(const Argument& a) { return a.role == Role::Out && a.memory.element == Element::Pointer; }
 
-Record::Record(const Function& user, const Plan& plan)
+Record::Record(const Function& user, const Plan& plan, const std::vector<Value>& values)
 {
-  Plan plain;
-  plain.seed = plan.seed;
   for (int i = 0; i < user.makers.size; ++i) {
     const Function& maker = required(user.makers[i].function);
-    if (i == 0) {
-      own_.resize(recordBytes + 64);
-      pointer_ = alignedTo64(own_.data());
-    }
-    Call call(maker, plain, pointer_);
+    Plan plain;
+    plain.seed = plan.seed;
+    plain.settings = settingsOf(user.makers[i], {values.data()});
+    if (i == 0)
+      for (const Argument& a : maker.arguments)
+        if (a.role == Role::Record) {
+          const Call sizes(maker, plain, this); // for its arguments alone
+          own_ =
+            std::make_unique<ExactBlock>(bytesOf(a, sizes.context(), nullptr, recordBytes), std::max(a.alignment, 1));
+          pointer_ = own_->pointer();
+        }
+    Call call(maker, plain, pointer_ ? pointer_ : this);
     if (i == 0) made_ = call.values();
     const Result result = maker.callable.invoke(maker.callable.function, call.values().data());
     if (result.status < 0) {
@@ -94,6 +138,7 @@ static void watch() { __sanitizer_set_death_callback(nameFunction); }
 #else
 static void onPageFault(int number)
 {
+  alarm(10); // the name needs memory, which a broken heap may not give
   nameFunction();
   std::signal(number, SIG_DFL);
   std::raise(number);
@@ -102,6 +147,7 @@ static void watch()
 {
   std::signal(SIGSEGV, onPageFault);
   std::signal(SIGBUS, onPageFault);
+  std::signal(SIGABRT, onPageFault); // a block of working memory was overrun
 }
 #endif
 
@@ -130,19 +176,60 @@ static std::uint64_t operandSeed(const Function& function, const Argument& argum
   return hash;
 }
 
+static const Range* rangeOf(const Argument& argument, int part)
+{
+  for (const Range& range : argument.ranges)
+    if (range.part < 0 || range.part == part) return &range;
+  return nullptr;
+}
+
 Call::Call(const Function& function, const Plan& plan, void* record)
   : function_(function), plan_(plan), recordPointer_(record),
     values_(static_cast<std::size_t>(function.arguments.size)),
     images_(static_cast<std::size_t>(function.arguments.size))
 {
-  if (!record && function.makers.size) {
-    record_ = std::make_unique<Record>(function, plan);
-    recordPointer_ = record_->pointer();
-  }
+  const bool fromRecord = std::all_of(function.makers.begin(), function.makers.end(),
+                                      [](const Link& link) { return link.passing.size == 0; });
+  if (fromRecord) makeRecord(); // whose sizes the arguments follow; otherwise it follows theirs
   Random random(plan.seed * 7 + 5);
   for (int i = 0; i < function.arguments.size; ++i) addValue(i, random);
+  for (int round = 0; plan.vary && round < 3; ++round) // ranges may depend on what was drawn later
+    for (int i = 0; i < function.arguments.size; ++i) {
+      const Argument& a = function.arguments[i];
+      for (int part = 0; a.ranges.size && part < std::min(a.count, mostNumbers); ++part)
+        if (double& number = values_[i].numbers[part]; !fits(a, part, number)) number = drawn(a, part, random);
+    }
+  for (const Setting& setting : plan.settings) values_[setting.argument].numbers[setting.part] = setting.number;
+  for (int i = 0; !plan.settings.empty() && i < function.arguments.size; ++i) { // what depends on them follows
+    const Argument& a = function.arguments[i];
+    for (int part = 0; part < std::min(a.count, mostNumbers); ++part) {
+      const bool isSet = std::any_of(plan.settings.begin(), plan.settings.end(), [&](const Setting& setting) {
+        return setting.argument == i && setting.part == part;
+      });
+      double& number = values_[i].numbers[part];
+      if (isSet || fits(a, part, number)) continue;
+      const Range* range = rangeOf(a, part);
+      number = std::min(std::max(number, range->low(context(part))), range->high(context(part)));
+    }
+  }
+  for (int i = 0; i < function.arguments.size; ++i) // so that no call rounds them, in the mode that it is made under
+    if (function.arguments[i].number == Element::T32f)
+      for (double& number : values_[i].numbers) number = static_cast<float>(number);
+  if (!fromRecord) makeRecord();
   for (int i = 0; i < function.arguments.size; ++i) addMemory(i);
   remember();
+}
+
+void Call::makeRecord()
+{
+  if (recordPointer_ || function_.makers.size == 0) return;
+  record_ = std::make_unique<Record>(function_, plan_, values_);
+  recordPointer_ = record_->pointer();
+}
+
+Context Call::context(int plane) const
+{
+  return {values_.data(), record_ && !record_->made().empty() ? record_->made().data() : nullptr, plane};
 }
 
 ZorImgSize Call::sizeOf(const Argument& argument) const
@@ -151,19 +238,13 @@ ZorImgSize Call::sizeOf(const Argument& argument) const
   return plan_.region;
 }
 
-Context Call::context(int plane) const
-{
-  return {values_.data(), record_ && !record_->made().empty() ? record_->made().data() : nullptr, plane};
-}
-
 // Number `part` of an argument.
 double Call::drawn(const Argument& argument, int part, Random& random) const
 {
-  for (const Range& range : argument.ranges) {
-    if (range.part >= 0 && range.part != part) continue;
-    if (range.choices.size) return range.choices[random.below(range.choices.size)];
+  if (const Range* range = rangeOf(argument, part)) {
+    if (range->choices.size) return range->choices[random.below(range->choices.size)];
     const double share = random.next() / 4294967296.0;
-    const double low = range.low(context(part)), high = range.high(context(part));
+    const double low = range->low(context(part)), high = range->high(context(part));
     const bool whole = low == std::floor(low) && high == std::floor(high);
     return whole ? low + std::floor(share * (high - low + 1)) : low + share * (high - low);
   }
@@ -173,21 +254,40 @@ double Call::drawn(const Argument& argument, int part, Random& random) const
   return random.below(4) ? random.below(256) : random.below(65536) - 32768;
 }
 
+bool Call::fits(const Argument& argument, int part, double number) const
+{
+  const Range* range = rangeOf(argument, part);
+  if (!range || range->choices.size) return true;
+  return number >= range->low(context(part)) && number <= range->high(context(part));
+}
+
+// True for a number that may be drawn: it has a range or needs none.
+static bool isFree(const Argument& a, int part)
+{
+  return rangeOf(a, part) || a.role == Role::Scale || a.role == Role::Value;
+}
+
+// An array of a few numbers: formulas look at them, so that they stand in the value before they stand in memory.
+static bool isShortArray(const Argument& a)
+{
+  return a.role == Role::In && !a.memory.planes && a.count > 1 && a.count <= mostNumbers &&
+         (a.example.size || a.ranges.size);
+}
+
 void Call::addValue(int index, Random& random)
 {
   const Argument& a = function_.arguments[index];
   Value& v = values_[index];
-  if ((a.role == Role::Region || a.role == Role::Size) && a.count == 2) {
+  if ((a.role == Role::Region || a.role == Role::Size) && a.count == 2 && !(plan_.vary && a.ranges.size)) {
     const ZorImgSize size = sizeOf(a);
     v.numbers[0] = size.width, v.numbers[1] = size.height;
     return;
   }
-  const bool free = a.ranges.size || a.role == Role::Scale || a.role == Role::Value;
-  for (int i = 0; i < std::min(a.count, 4); ++i)
-    v.numbers[i] = plan_.vary && free      ? drawn(a, i, random)
-                   : a.example.size        ? a.example[i % a.example.size]
-                   : a.role == Role::Scale ? 0
-                                           : 1;
+  for (int i = 0; i < std::min(a.count, mostNumbers); ++i)
+    v.numbers[i] = plan_.vary && isFree(a, i) ? drawn(a, i, random)
+                   : a.example.size           ? a.example[i % a.example.size]
+                   : a.role == Role::Scale    ? 0
+                                              : 1;
 }
 
 void Call::addMemory(int index)
@@ -199,8 +299,8 @@ void Call::addMemory(int index)
     return;
   }
   if (a.role == Role::Buffer) {
-    buffers_.emplace_back(bufferBytes + 64, static_cast<unsigned char>(0xa5));
-    v.pointer = alignedTo64(buffers_.back().data());
+    buffers_.emplace_back(bytesOf(a, context(), recordPointer_, bufferBytes), std::max(a.alignment, 1), plan_.offset);
+    v.pointer = buffers_.back().pointer();
     return;
   }
   if (a.role != Role::Image && a.role != Role::In && a.role != Role::Out) return;
@@ -210,11 +310,12 @@ void Call::addMemory(int index)
   if (function_.exemptions & kAlphaExempt && shape.memory.kept == Kept::Alpha) shape.memory.kept = Kept::None;
   const Extent& e = a.memory.extent;
   ZorImgSize size = plan_.region;
-  for (const Argument& other : function_.arguments)
-    if (other.role == Role::Region) size = sizeOf(other);
+  for (int i = 0; i < function_.arguments.size; ++i)
+    if (function_.arguments[i].role == Role::Region)
+      size = {static_cast<int>(values_[i].numbers[0]), static_cast<int>(values_[i].numbers[1])};
   const auto number = [&](Formula formula, int otherwise) {
     if (!formula) return otherwise;
-    double most = formula(context(0)); // planes are equally long
+    double most = formula(context(0)); // planes are as long as the longest
     for (int plane = 1; plane < a.memory.planes; ++plane) most = std::max(most, formula(context(plane)));
     return static_cast<int>(most);
   };
@@ -226,20 +327,29 @@ void Call::addMemory(int index)
 
   shape.placement = plan_.placement;
   if (a.role == Role::Image) {
-    static constexpr int padding[] = {0, 24, 27}; // Tight, Padded, Odd
+    static constexpr int padding[] = {0, 24, 27, 0}; // Tight, Padded, Odd, Huge
     shape.offset = plan_.offset;
-    if (a.memory.step >= 0) shape.stepPadding = padding[static_cast<int>(plan_.steps)];
+    if (a.memory.step >= 0 && imagesWithSteps_++ != plan_.tightImage) {
+      shape.stepPadding = padding[static_cast<int>(plan_.steps)];
+      if (plan_.steps == Steps::Huge) shape.step = 1 << 30;
+    }
   }
   auto image = std::make_unique<GuardedImage>(shape);
   image->fill(operandSeed(function_, a, plan_.seed), plan_.fill);
-  if (plan_.vary && a.role == Role::In && (a.ranges.size || !std::strcmp(a.item, "value"))) {
-    std::vector<double> numbers(a.count);
+  if (isShortArray(a)) {
+    image->fill(Span<double>{v.numbers, a.count});
+  } else if (plan_.vary && a.role == Role::In && (a.ranges.size || !std::strcmp(a.item, "value"))) {
+    std::vector<double> numbers(static_cast<std::size_t>(std::max(a.count, 1)));
     Random random(plan_.seed + 77);
-    for (int k = 0; k < a.count; ++k) // formulas have looked at the first four
-      numbers[k] = k < 4 && !a.memory.planes ? v.numbers[k] : drawn(a, k, random);
-    image->fill(Span<double>{numbers.data(), a.count});
+    for (std::size_t k = 0; k < numbers.size(); ++k) numbers[k] = drawn(a, static_cast<int>(k), random);
+    image->fill(Span<double>{numbers.data(), static_cast<int>(numbers.size())});
   } else if (a.example.size) {
     image->fill(a.example);
+  } else if (a.role == Role::Image && a.ranges.size) { // coordinates
+    std::vector<double> numbers(static_cast<std::size_t>(shape.width * shape.height));
+    Random random(plan_.seed + 77);
+    for (double& x : numbers) x = drawn(a, 0, random);
+    image->fill(Span<double>{numbers.data(), shape.width * shape.height});
   }
   v.pointer = image->pointer();
   if (a.memory.step >= 0) values_[a.memory.step].numbers[0] = image->step();
@@ -249,6 +359,13 @@ void Call::addMemory(int index)
 bool Call::succeeded(const Result& result) const
 {
   return function_.callable.returnsPointer ? result.pointer != nullptr : result.status >= 0;
+}
+
+bool Call::mayGive(int status) const
+{
+  return function_.callable.returnsPointer || status == ZorOk ||
+         std::any_of(function_.outcomes.begin(), function_.outcomes.end(),
+                     [=](const Outcome& outcome) { return outcome.status == status; });
 }
 
 Result Call::run(const std::vector<Value>& values)
@@ -265,13 +382,27 @@ Result Call::run(const std::vector<Value>& values)
   return result;
 }
 
+// Which of several NaNs comes through an operation is left to the processor and the compiler.
+static void unifyNans(std::vector<unsigned char>& bytes, Element element)
+{
+  const auto unify = [&](auto number) {
+    for (std::size_t i = 0; i + sizeof number <= bytes.size(); i += sizeof number) {
+      std::memcpy(&number, &bytes[i], sizeof number);
+      if (std::isnan(number)) std::memset(&bytes[i], 0xff, sizeof number);
+    }
+  };
+  if (element == Element::T32f) unify(0.f);
+  if (element == Element::T64f) unify(0.0);
+}
+
 std::vector<unsigned char> Call::output() const
 {
   std::vector<unsigned char> bytes;
   for (int i = 0; i < function_.arguments.size; ++i) {
     const Argument& a = function_.arguments[i];
     if (!a.memory.written || !images_[i] || isOutputPointer(a)) continue;
-    const auto own = images_[i]->pixels();
+    auto own = images_[i]->pixels();
+    if (plan_.fill == Fill::Special) unifyNans(own, a.memory.element);
     bytes.insert(bytes.end(), own.begin(), own.end());
   }
   return bytes;
@@ -285,6 +416,9 @@ void Call::remember()
 
 std::string Call::changes(bool failed) const
 {
+  for (const ExactBlock& buffer : buffers_)
+    if (buffer.isOverrun()) return "the work buffer was overrun";
+  if (record_ && record_->isOverrun()) return "the record was overrun";
   for (int i = 0; i < function_.arguments.size; ++i) {
     const std::size_t at = i;
     if (!images_[at]) continue;
@@ -297,16 +431,44 @@ std::string Call::changes(bool failed) const
 
 std::string Call::describe() const
 {
-  static const char* const steps[] = {"tight", "padded", "odd"};
+  static const char* const steps[] = {"tight", "padded", "odd", "huge"};
   static const char* const places[] = {"ending at a page's end", "starting at a page's start", "inside a page"};
   std::string text = std::string(function_.name) + " (" + std::to_string(plan_.region.width) + "x" +
                      std::to_string(plan_.region.height) + ", " + steps[static_cast<int>(plan_.steps)] + " rows, " +
                      places[static_cast<int>(plan_.placement)];
+  if (plan_.tightImage >= 0) text += ", image " + std::to_string(plan_.tightImage) + " tight";
+  if (plan_.fill == Fill::Special) text += ", special numbers";
   if (plan_.offset) text += ", " + std::to_string(plan_.offset) + " bytes off";
   return text + ", seed " + std::to_string(plan_.seed) + ")";
 }
 
 // ---- Faults ----
+
+bool isLegal(const Limit& limit, double number, const Context& context)
+{
+  switch (limit.illegal) {
+  case Illegal::Below: return number >= limit.bound(context);
+  case Illegal::Above: return number <= limit.bound(context);
+  case Illegal::AtMost: return number > limit.bound(context);
+  case Illegal::AtLeast: return number < limit.bound(context);
+  default: return std::find(limit.legal.begin(), limit.legal.end(), number) != limit.legal.end();
+  }
+}
+
+bool isFault(const Function& function, const Stage& stage, const Fault& fault, const Context& context)
+{
+  bool limited = false;
+  for (const Limit& limit : function.limits) {
+    if (fault.kind != FaultKind::Value || limit.argument != fault.argument || limit.status != stage.status) continue;
+    limited = true;
+    for (int i = 0; i < fault.values.size; ++i) {
+      Context own = context;
+      own.plane = i;
+      if ((limit.part < 0 || limit.part == i) && !isLegal(limit, fault.values[i], own)) return true;
+    }
+  }
+  return !limited;
+}
 
 bool compatible(const Fault& a, const Fault& b)
 {
@@ -335,8 +497,11 @@ void Spoiled::apply(const Fault& fault, int number)
   } else if (a.role == Role::In || a.role == Role::Out) {
     const int size = elementBytes(a.memory.element), elements = call_.image(fault.argument).rowBytes() / size;
     blocks_.emplace_back(elements * size);
-    for (int i = 0; i < elements; ++i)
-      putNumber(&blocks_.back()[i * size], a.memory.element, fault.values[i % fault.values.size]);
+    for (int i = 0; i < elements; ++i) {
+      const double bad = fault.values[i % fault.values.size];
+      putNumber(&blocks_.back()[i * size], a.memory.element, bad);
+      if (i < mostNumbers) v.numbers[i] = bad;
+    }
     v.pointer = blocks_.back().data();
     if (a.memory.planes) v.pointer = planes_.emplace_back(a.memory.planes, v.pointer).data();
   } else {
@@ -348,10 +513,17 @@ void Spoiled::apply(const Fault& fault, int number)
 
 std::vector<const Function*> swept(const Subsystem& subsystem)
 {
-  const char* glob = std::getenv("ZORI_SWEEP");
+  std::vector<std::string> globs;
+  if (const char* all = std::getenv("ZORI_SWEEP"))
+    for (std::istringstream words(all); std::getline(words, globs.emplace_back(), ':');) {}
+  const auto isWanted = [&](const Function& function) {
+    return globs.empty() || std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
+             return fnmatch(glob.c_str(), function.name, 0) == 0;
+           });
+  };
   std::vector<const Function*> functions;
   for (const Function& function : subsystem.functions)
-    if (function.sweep && (!glob || fnmatch(glob, function.name, 0) == 0)) functions.push_back(&function);
+    if (function.sweep && isWanted(function)) functions.push_back(&function);
   return functions;
 }
 

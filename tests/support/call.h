@@ -7,31 +7,53 @@
 
 namespace zoritest {
 
-enum class Steps { Tight, Padded, Odd }; // Odd: not a multiple of the element size
+enum class Steps { Tight, Padded, Odd, Huge }; // Odd: not a multiple of the element size; Huge: 2^30 bytes
+
+// A number that takes the place of an example's or of one that was drawn.
+struct Setting {
+  int argument, part;
+  double number;
+};
 
 struct Plan {
   ZorImgSize region = {17, 5};
   Steps steps = Steps::Padded;
+  int tightImage = -1; // the only one of the images, counted from 0, that has tight rows whatever `steps` says
   Placement placement = Placement::End;
   int offset = 0; // bytes off the alignment, in the middle
   std::uint64_t seed = 1;
   Fill fill = Fill::Ordinary;
+  std::vector<Setting> settings;
   bool vary = false; // draw constants and scale factors, and numbers with a range, at random
 };
 
-// A record that other functions of the table have made.
+// Memory of exactly so many bytes: it ends at a page without access, or as close to it as the alignment allows, or so
+// many bytes in front of it where no alignment is asked for.
+class ExactBlock {
+public:
+  ExactBlock(std::size_t bytes, int alignment, int offset = 0);
+  void* pointer() const { return pointer_; }
+  bool isOverrun() const; // something was written between its end and the page
+
+private:
+  Arena arena_;
+  unsigned char *pointer_, *end_;
+};
+
+// A record that other functions of the table have made for a call with these arguments.
 class Record {
 public:
-  Record(const Function& user, const Plan& plan);
+  Record(const Function& user, const Plan& plan, const std::vector<Value>& values);
   ~Record();
   void* pointer() const { return pointer_; }
+  bool isOverrun() const { return own_ && own_->isOverrun(); }
   const std::vector<Value>& made() const { return made_; } // the arguments of the call that made it
 
 private:
   void* pointer_ = nullptr;
   std::vector<Value> made_;
   const Function* release_ = nullptr;
-  std::vector<unsigned char> own_; // block of a record that lies in the caller's memory
+  std::unique_ptr<ExactBlock> own_; // of a record that lies in the caller's memory
 };
 
 class Call {
@@ -46,9 +68,13 @@ public:
   Result run() { return run(values_); }
   Result run(const std::vector<Value>& values);
   bool succeeded(const Result& result) const;
+  // True when the catalogue knows the status of a call with valid arguments.
+  bool mayGive(int status) const;
+  Context context(int plane = 0) const;
 
-  // The bytes of all outputs.
+  // The bytes of all outputs; with special numbers in the sources, each NaN is the same.
   std::vector<unsigned char> output() const;
+  int imagesWithSteps() const { return imagesWithSteps_; }
 
   // Remembers all operands; tells what changed in them since: nothing may after a failed call, and only pixels
   // that the function writes after any.
@@ -60,10 +86,11 @@ public:
 
 private:
   ZorImgSize sizeOf(const Argument& argument) const;
-  Context context(int plane) const;
   double drawn(const Argument& argument, int part, Random& random) const;
-  void addMemory(int index);
+  bool fits(const Argument& argument, int part, double number) const;
   void addValue(int index, Random& random);
+  void makeRecord();
+  void addMemory(int index);
   std::string changes(bool failed) const;
 
   const Function& function_;
@@ -71,9 +98,10 @@ private:
   std::unique_ptr<Record> record_;
   void* recordPointer_ = nullptr;
   std::vector<Value> values_;
+  int imagesWithSteps_ = 0;
   std::vector<std::unique_ptr<GuardedImage>> images_; // of pointer arguments, else null
   std::vector<GuardedImage::Snapshot> snapshots_;
-  std::deque<std::vector<unsigned char>> buffers_;
+  std::deque<ExactBlock> buffers_;
 };
 
 // Arguments of a call with faults in them.
@@ -92,10 +120,16 @@ public:
   std::vector<Value> values;
 };
 
+bool isLegal(const Limit& limit, double number, const Context& context);
+
+// True when the fault is one in a call with these values: a bad number may be right in other company.
+bool isFault(const Function& function, const Stage& stage, const Fault& fault, const Context& context);
+
 // True when both faults can be in one call.
 bool compatible(const Fault& a, const Fault& b);
 
-// The functions of a subsystem that the sweeps call. ZORI_SWEEP=<glob> in the environment narrows them down.
+// The functions of a subsystem that the sweeps call. ZORI_SWEEP=<glob>[:<glob>...] in the environment narrows them
+// down.
 std::vector<const Function*> swept(const Subsystem& subsystem);
 
 } // namespace zoritest

@@ -170,7 +170,8 @@ enum Exemption {
   kStepsExempt = 8,
   kInplaceExempt = 16,
   kAllocationExempt = 32,
-  kLayoutExempt = 64
+  kLayoutExempt = 64,
+  kFallbackExempt = 128
 };
 
 using AnyFunction = void (*)();

@@ -1,5 +1,7 @@
 #include "guarded.h"
 
+#include "special_numbers.h"
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -70,10 +72,12 @@ static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memo
     for (std::size_t i = 0; i < bytes; ++i) p[i] = random.below(2) ? static_cast<unsigned char>(random.next()) : 0;
   } else if (memory.element == Element::Pointer) {
     std::memset(p, 0, bytes);
-  } else if (floating && kind == Fill::Ordinary) {
+  } else if (floating && kind != Fill::AnyBits) {
     const auto size = static_cast<std::size_t>(elementBytes(memory.element));
-    for (std::size_t i = 0; i + size <= bytes; i += size)
-      putNumber(p + i, memory.element, (random.below(1 << 20) - (1 << 19)) / 1024.0); // -512 .. 512, all exact
+    std::vector<double> numbers(bytes / size);
+    for (double& number : numbers) number = ordinaryNumber(random);
+    if (kind == Fill::Special) addSpecialNumbers(numbers.data(), numbers.size(), random);
+    for (std::size_t i = 0; i < numbers.size(); ++i) putNumber(p + i * size, memory.element, numbers[i]);
   } else {
     fillBytes(p, bytes, random);
   }
@@ -83,7 +87,7 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
 {
   const Memory& m = memory_;
   const Shape& e = shape; // its margins
-  const int width = std::max(shape.width + e.left + e.right, 1);
+  const int width = columns_ = std::max(shape.width + e.left + e.right, 1);
   rows_ = std::max(shape.height + e.top + e.bottom, 1);
   pixelBytes_ = elementBytes(m.element) * m.count * m.channels;
 
@@ -109,8 +113,8 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
     std::fill_n(writable_.end() - e.right * pixelBytes_, e.right * pixelBytes_, 0);
   }
 
-  const int rowBytes = m.element == Element::T1u ? static_cast<int>(writable_.size()) : width * pixelBytes_;
-  step_ = rowBytes + shape.stepPadding;
+  const int pixelRowBytes = m.element == Element::T1u ? static_cast<int>(writable_.size()) : width * pixelBytes_;
+  step_ = shape.step ? shape.step : pixelRowBytes + shape.stepPadding;
   const std::size_t span = static_cast<std::size_t>(rows_ - 1) * static_cast<std::size_t>(step_) + writable_.size();
   for (int plane = 0; plane < std::max(m.planes, 1); ++plane) {
     const std::size_t room = shape.placement == Placement::Middle ? 256 : 0;
@@ -119,6 +123,14 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
     unsigned char* first = shape.placement == Placement::End     ? arena.end() - span
                            : shape.placement == Placement::Begin ? arena.begin()
                                                                  : arena.begin() + room / 2 + shape.offset;
+    constexpr std::ptrdiff_t near = 256;
+    if (step_ < 1 << 24) pieces_.push_back({first_.size(), arena.begin(), arena.end()});
+    else
+      for (int y = 0; y < rows_; ++y) {
+        unsigned char* const p = first + static_cast<std::ptrdiff_t>(y) * step_;
+        pieces_.push_back({first_.size(), p - std::min(near, p - arena.begin()),
+                           p + writable_.size() + std::min<std::ptrdiff_t>(near, arena.end() - p - rowBytes())});
+      }
     first_.push_back(first);
     planes_.push_back(first + static_cast<std::ptrdiff_t>(e.top) * step_ + e.left * pixelBytes_);
   }
@@ -135,8 +147,7 @@ template <class Visit> void GuardedImage::forEachRow(Visit visit) const
 void GuardedImage::fill(std::uint64_t seed, Fill kind)
 {
   Random around(seed + 99);
-  for (const auto& arena : arenas_)
-    fillBytes(arena->begin(), static_cast<std::size_t>(arena->end() - arena->begin()), around);
+  for (const Piece& piece : pieces_) fillBytes(piece.begin, static_cast<std::size_t>(piece.end - piece.begin), around);
   Random random(seed);
   forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, random); });
 }
@@ -164,27 +175,31 @@ std::vector<unsigned char> GuardedImage::pixels() const
 GuardedImage::Snapshot GuardedImage::snapshot() const
 {
   Snapshot all;
-  for (const auto& arena : arenas_) all.emplace_back(arena->begin(), arena->end());
+  for (const Piece& piece : pieces_) all.emplace_back(piece.begin, piece.end);
   return all;
 }
 
 std::string GuardedImage::changes(const Snapshot& before, bool outsideOnly) const
 {
-  for (std::size_t plane = 0; plane < arenas_.size(); ++plane) {
-    const unsigned char* now = arenas_[plane]->begin();
-    const std::size_t size = before[plane].size();
-    if (std::memcmp(now, before[plane].data(), size) == 0) continue;
+  for (std::size_t at = 0; at < pieces_.size(); ++at) {
+    const Piece& piece = pieces_[at];
+    const std::size_t size = before[at].size();
+    if (std::memcmp(piece.begin, before[at].data(), size) == 0) continue;
     std::vector<unsigned char> allowed(size, 0);
-    for (int y = firstWritten_; outsideOnly && y < endWritten_; ++y)
-      std::copy(writable_.begin(), writable_.end(), allowed.begin() + (row(plane, y) - now));
+    for (int y = firstWritten_; outsideOnly && y < endWritten_; ++y) {
+      unsigned char* const first = row(piece.plane, y);
+      if (first >= piece.begin && first < piece.end)
+        std::copy(writable_.begin(), writable_.end(), allowed.begin() + (first - piece.begin));
+    }
     for (std::size_t i = 0; i < size; ++i) {
-      if (((now[i] ^ before[plane][i]) & ~allowed[i]) == 0) continue;
-      const std::ptrdiff_t at = now + i - first_[plane];
-      const std::ptrdiff_t y = at < 0 ? -1 : std::min<std::ptrdiff_t>(at / step_, rows_ - 1);
-      return "byte " + std::to_string(y < 0 ? at : at - y * step_) + " of row " + std::to_string(y < 0 ? 0 : y) +
-             (first_.size() > 1 ? " of plane " + std::to_string(plane) : "") + " (a row has " +
-             std::to_string(writable_.size()) + " bytes) changed from " + std::to_string(before[plane][i]) + " to " +
-             std::to_string(now[i]);
+      const unsigned char now = piece.begin[i], then = before[at][i];
+      if (((now ^ then) & ~allowed[i]) == 0) continue;
+      const std::ptrdiff_t distance = piece.begin + i - first_[piece.plane];
+      const std::ptrdiff_t y = distance < 0 ? -1 : std::min<std::ptrdiff_t>(distance / step_, rows_ - 1);
+      return "byte " + std::to_string(y < 0 ? distance : distance - y * step_) + " of row " +
+             std::to_string(y < 0 ? 0 : y) + (first_.size() > 1 ? " of plane " + std::to_string(piece.plane) : "") +
+             " (a row has " + std::to_string(writable_.size()) + " bytes) changed from " + std::to_string(then) +
+             " to " + std::to_string(now);
     }
   }
   return "";

@@ -46,8 +46,9 @@ void putNumber(unsigned char* p, Element element, double number);
 // Where the data lies in its pages: up to the last byte, from the first byte on, or with room on both sides.
 enum class Placement { End, Begin, Middle };
 
-// What random elements are drawn from: all values (floating ones finite and of moderate size), or all bit patterns.
-enum class Fill { Ordinary, AnyBits };
+// What random elements are drawn from: all values (floating ones finite, of moderate size, with all bits of their
+// fraction in use), the same with special numbers among the floating ones, or all bit patterns.
+enum class Fill { Ordinary, Special, AnyBits };
 
 class GuardedImage {
 public:
@@ -56,6 +57,7 @@ public:
     int width = 1, height = 1; // in pixels, without the margins
     int left = 0, top = 0, right = 0, bottom = 0;
     int stepPadding = 0; // bytes behind each row
+    int step = 0;        // in place of one that follows from the row and its padding
     int bitOffset = 0;   // of packed bits
     Placement placement = Placement::End;
     int offset = 0; // bytes by which the data is moved off its place in the middle
@@ -68,6 +70,17 @@ public:
   int step() const { return step_; }
   int rowBytes() const { return static_cast<int>(writable_.size()); }
 
+  // The samples of the region and its margins, from the first.
+  const Memory& memory() const { return memory_; }
+  int columns() const { return columns_; }
+  int rows() const { return rows_; }
+  int sampleBytes() const { return pixelBytes_ / memory_.channels; }
+  unsigned char* sample(int plane, int y, int x, int channel) const
+  {
+    return row(static_cast<std::size_t>(plane), y) + static_cast<std::ptrdiff_t>(x) * pixelBytes_ +
+           channel * sampleBytes();
+  }
+
   // Fills every pixel with values that depend on the seed alone, and all bytes around them.
   void fill(std::uint64_t seed, Fill kind);
   // Fills the samples with the given numbers in turn.
@@ -76,7 +89,8 @@ public:
   // The bytes of all pixels that a function may write, row by row.
   std::vector<unsigned char> pixels() const;
 
-  // All bytes; what changed in them since, told in words, or "". Outside: only bytes that no function may write.
+  // All bytes (around rows that lie far apart, those near them); what changed in them since, told in words, or "".
+  // Outside: only bytes that no function may write.
   using Snapshot = std::vector<std::vector<unsigned char>>;
   Snapshot snapshot() const;
   std::string changes(const Snapshot& before, bool outsideOnly) const;
@@ -86,10 +100,15 @@ private:
   unsigned char* row(std::size_t plane, int y) const { return first_[plane] + static_cast<std::ptrdiff_t>(y) * step_; }
 
   Memory memory_;
-  int rows_, pixelBytes_, step_;
+  int columns_, rows_, pixelBytes_, step_;
   int firstWritten_, endWritten_;       // rows that a function may write
   std::vector<unsigned char> writable_; // for each byte of a row: the bits that a function may write
   std::vector<std::unique_ptr<Arena>> arenas_;
+  struct Piece {
+    std::size_t plane;
+    unsigned char *begin, *end;
+  };
+  std::vector<Piece> pieces_;         // what is filled and watched
   std::vector<unsigned char*> first_; // of each plane, with the margins
   std::vector<void*> planes_;         // of each plane, without them
 };

@@ -9,7 +9,8 @@
 
 namespace zoritest {
 
-// Whole pages, at least `bytes` long: reads and writes in front of begin() and behind end() - 1 end the program.
+// Whole pages, at least `bytes` long: reads and writes in front of begin() and behind end() - 1 end the program. They
+// cost memory when they are touched.
 class GuardedBlock {
 public:
   static std::size_t pageBytes() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
@@ -17,7 +18,8 @@ public:
 
   explicit GuardedBlock(std::size_t bytes) : size_(sizeFor(bytes))
   {
-    void* const all = mmap(nullptr, size_ + 2 * pageBytes(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const all =
+      mmap(nullptr, size_ + 2 * pageBytes(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (all == MAP_FAILED || mprotect(static_cast<char*>(all) + pageBytes(), size_, PROT_READ | PROT_WRITE) != 0) {
       std::perror("no memory for a test image");
       std::abort();

@@ -1,4 +1,4 @@
-// Results depend neither on the size of the team of threads nor on other threads that call the library.
+// Results do not depend on other threads that call the library.
 #include "sweep.h"
 
 #include <atomic>
@@ -10,26 +10,6 @@ using namespace zoritest;
 ZORI_SWEEP_SUITE(ThreadsSweep);
 
 static bool exempt(const Function& function) { return function.exemptions & kThreadsExempt; }
-
-TEST_P(ThreadsSweep, TeamsOfAnySizeGiveTheSameResult)
-{
-  eachFunction([](const Function& function) -> std::string {
-    if (exempt(function)) return "";
-    Plan plan;
-    plan.region = {131, 97};
-    std::vector<unsigned char> alone;
-    for (const int team : {1, 2, 7}) {
-      Call call(function, plan);
-      omp_set_num_threads(team);
-      const Result result = call.run();
-      if (!call.succeeded(result))
-        return call.describe() + " with " + std::to_string(team) + " threads gives " + std::to_string(result.status);
-      if (team == 1) alone = call.output();
-      else if (call.output() != alone) return call.describe() + " differs with " + std::to_string(team) + " threads";
-    }
-    return "";
-  });
-}
 
 namespace {
 
@@ -56,7 +36,7 @@ private:
 
 TEST_P(ThreadsSweep, CallsFromSeveralThreadsDoNotMeet)
 {
-  const std::vector<const Function*> functions = swept(GetParam());
+  const std::vector<const Function*>& functions = GetParam().functions;
   constexpr int callers = 3;
   const auto planOf = [](int caller) {
     Plan plan;

@@ -1,0 +1,193 @@
+#!/usr/bin/env python3
+"""Puts faults into the sources, one at a time, and tells which of them the tests see.
+
+    scripts/mutate.py [--only GLOB] [--also NAME=COMMAND] [--report FILE] [scripts/faults/*.txt]
+
+A fault is a place in one file and what stands there instead (scripts/faults/README.md tells the format). The sources
+are copied to build/mutate and built there incrementally, so that a fault costs the compilation of what it touches; the
+sweeps over the functions that it can reach run first, then the tests of its room, and the first failure ends it.
+--also names a further program to be tried on every fault, whatever the others say: {build} and {room} stand for
+the build folder and the room of the fault.
+
+The last line counts: faults that can be seen from outside, those killed, the rate. Exits with 0 above 95 percent.
+"""
+import argparse
+import fnmatch
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WORK = ROOT / "build" / "mutate"
+SOURCE, BUILD = WORK, WORK / "build" / "default"  # as the preset has them, for the compiler's cache
+FOLDERS = ["api", "cmake", "examples", "fuzz", "include", "scripts", "src", "tests", "tools"]
+SECONDS = 300  # that a program may take; a fault that makes it hang is seen
+
+
+def expanded(pattern):
+    """The alternatives of a pattern with braces."""
+    head, brace, rest = pattern.partition("{")
+    if not brace:
+        return [pattern]
+    inner, _, tail = rest.partition("}")
+    return [head + word + end for word in inner.split(",") for end in expanded(tail)]
+
+
+class Fault:
+    """One block of a file of faults."""
+
+    def __init__(self, name, where):
+        self.name, self.where = name, where
+        self.file, self.old, self.new, self.functions, self.tests, self.unseen = None, [], [], "*", "*", None
+
+    def add(self, key, value):
+        if key in ("old", "new"):
+            getattr(self, key).append(value)
+        else:
+            setattr(self, key, value)
+
+    @property
+    def room(self):
+        return self.file.split("/")[1]
+
+    def globs(self):
+        """The functions that the fault can reach, without braces."""
+        return ":".join(expanded(self.functions))
+
+    def apply(self):
+        """The text of the file with the fault in it; the place must be a single one."""
+        text, old, new = (SOURCE / self.file).read_text(), "\n".join(self.old), "\n".join(self.new)
+        if text.count(old) != 1:
+            sys.exit(f"{self.where}: {self.name}: {text.count(old)} places in {self.file} read {old!r}")
+        return text.replace(old, new)
+
+
+KEYS = ("fault", "file", "old", "new", "functions", "tests", "unseen")
+
+
+def read(path):
+    faults, block = [], None
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        key, _, value = line.partition(" ")
+        if not line.strip():
+            block = None
+        elif key == "fault":
+            faults.append(Fault(value, f"{path.name}:{number}"))
+        elif key in KEYS:
+            block = key
+            faults[-1].add(key, value)
+        elif block in ("old", "new"):
+            faults[-1].add(block, line)
+        elif not line.startswith("#"):
+            sys.exit(f"{path.name}:{number}: unknown key {key}")
+    return faults
+
+
+def copy_sources():
+    """Brings the copy up to date; what has not changed keeps its time, so that it is not built again."""
+    wanted = {p.relative_to(ROOT) for folder in FOLDERS for p in (ROOT / folder).rglob("*")
+              if p.is_file() and "__pycache__" not in p.parts}
+    wanted |= {pathlib.Path(name) for name in ("CMakeLists.txt", "CMakePresets.json", ".clang-format", "LICENSE",
+                                               "README.md", "CHANGELOG.md")}
+    for path in wanted:
+        target = SOURCE / path
+        if not target.exists() or target.read_bytes() != (ROOT / path).read_bytes():
+            target.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copyfile(ROOT / path, target)
+    for path in (p for folder in FOLDERS for p in (SOURCE / folder).rglob("*")):
+        if path.is_file() and path.relative_to(SOURCE) not in wanted:
+            path.unlink()
+
+
+def build(targets):
+    return subprocess.run(["cmake", "--build", BUILD, "-j", str(os.cpu_count()), "--target", *targets],
+                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+
+def fails(command, environment=None):
+    """What the program says when it fails, in one line; else ''."""
+    try:
+        run = subprocess.run(command, env={**os.environ, "OMP_WAIT_POLICY": "passive", **(environment or {})}, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS, errors="replace",
+                             shell=isinstance(command, str))
+    except subprocess.TimeoutExpired:
+        return "does not end"
+    if run.returncode == 0:
+        return ""
+    lines = run.stdout.splitlines()
+    for start in ("[  FAILED  ]", "while calling"):
+        for line in lines:
+            if line.startswith(start):
+                return line.removeprefix("[  FAILED  ]").strip()[:110]
+    return f"ends with {run.returncode}"
+
+
+def programs(fault):
+    """Name, command and environment of the programs that may see the fault, the quickest first."""
+    room = BUILD / "tests" / f"{fault.room}_tests"
+    quick = ["--gtest_brief=1", "--gtest_fail_fast"]
+    for suites in ("-*LargeSweep*", "*LargeSweep*"):
+        yield ("sweep_tests", [str(BUILD / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
+               {"ZORI_SWEEP": fault.globs()})
+    if room.exists() and build([room.name]):
+        yield room.name, [str(room), *quick, f"--gtest_filter={fault.tests}"], {}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("files", nargs="*", type=pathlib.Path)
+    parser.add_argument("--only", default="*")
+    parser.add_argument("--also", action="append", default=[], metavar="NAME=COMMAND")
+    parser.add_argument("--report", type=pathlib.Path)
+    arguments = parser.parse_args()
+    files = arguments.files or sorted((ROOT / "scripts/faults").glob("*.txt"))
+    faults = [f for path in files for f in read(path) if fnmatch.fnmatch(f.name, arguments.only)]
+    also = dict(item.split("=", 1) for item in arguments.also)
+
+    copy_sources()
+    for fault in faults:
+        fault.apply()
+    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+    subprocess.run(["cmake", "-S", SOURCE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                    "-DZORI_BUILD_EXAMPLES=OFF", *launcher], check=True, stdout=subprocess.DEVNULL)
+    targets = sorted({f"{f.room}_tests" for f in faults if list((SOURCE / "tests" / f.room).glob("*_test.cpp"))})
+    if not build([*targets, "sweep_tests"]):
+        sys.exit("the sources do not build without a fault")
+
+    killed = visible = 0
+    for fault in faults:
+        start, path = time.time(), SOURCE / fault.file
+        original = path.read_text()
+        path.write_text(fault.apply())
+        try:
+            seen, others = "", []
+            if not build(["sweep_tests"]):
+                seen = "the compiler"
+            else:
+                for name, command, environment in programs(fault):
+                    said = fails(command, environment)
+                    if said:
+                        seen = f"{name}: {said}"
+                        break
+                others = [f"{name}: {fails(command.format(build=BUILD, room=fault.room), {'ZORI_SWEEP': fault.globs()}) or 'no'}"
+                          for name, command in also.items()]
+        finally:
+            path.write_text(original)
+        visible += not fault.unseen
+        killed += bool(seen) and not fault.unseen
+        verdict = "killed" if seen else "cannot be seen" if fault.unseen else "SURVIVED"
+        line = f"{verdict:9} {fault.name} ({time.time() - start:.0f} s) {'; '.join([seen or fault.unseen or '', *others])}"
+        print(line, flush=True)
+        if arguments.report:
+            with arguments.report.open("a") as report:
+                report.write(line + "\n")
+    rate = 100 * killed / visible if visible else 0
+    print(f"{visible} faults that can be seen, {killed} killed: {rate:.1f}%")
+    return 0 if rate >= 95 else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
