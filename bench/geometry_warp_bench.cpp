@@ -118,19 +118,22 @@ void bilinear(Group& g, const std::string& name, Warp warp, int channels, int in
   });
 }
 
-// Coordinates of a weak lens, jittered by nothing: neighbours stay neighbours.
+// Coordinates of a weak lens, jittered by nothing: neighbours stay neighbours. A strong one looks beyond the image in
+// all but a circle of 0.4 of the pixels, which are left alone.
 template <class T, class Remap>
-void remap(Group& g, const std::string& name, Remap function, int channels, int interpolation)
+void remap(Group& g, const std::string& name, Remap function, int channels, int interpolation, float bend = 0.05f)
 {
+  const bool isStrong = bend > 0.05f;
   g.both("Remap " + name, [=](ZorImgSize size) {
     const Image<T> src(size, channels), dst(size, channels);
     const Image<Zor32f> xMap(size), yMap(size);
     const float cx = size.width / 2.0f, cy = size.height / 2.0f;
     for (int y = 0; y < size.height; ++y)
       for (int x = 0; x < size.width; ++x) {
-        const float dx = (x - cx) / cx, dy = (y - cy) / cy, k = 0.9f + 0.05f * (dx * dx + dy * dy);
-        xMap.row(y)[x] = std::clamp(cx + cx * dx * k, 0.0f, size.width - 1.0f);
-        yMap.row(y)[x] = std::clamp(cy + cy * dy * k, 0.0f, size.height - 1.0f);
+        const float dx = (x - cx) / cx, dy = (y - cy) / cy, k = 0.9f + bend * (dx * dx + dy * dy);
+        const float sx = cx + cx * dx * k, sy = cy + cy * dy * k;
+        xMap.row(y)[x] = isStrong ? sx : std::clamp(sx, 0.0f, size.width - 1.0f);
+        yMap.row(y)[x] = isStrong ? sy : std::clamp(sy, 0.0f, size.height - 1.0f);
       }
     return Run{src.bytes() + xMap.bytes() + yMap.bytes(), dst.bytes(),
                [=] {
@@ -139,8 +142,11 @@ void remap(Group& g, const std::string& name, Remap function, int channels, int 
                },
                [=] {
                  for (int y = 0; y < size.height; ++y)
-                   for (int x = 0; x < size.width; ++x)
-                     naivePixel<T>(src, xMap.row(y)[x], yMap.row(y)[x], dst.row(y) + x * channels, interpolation);
+                   for (int x = 0; x < size.width; ++x) {
+                     const float sx = xMap.row(y)[x], sy = yMap.row(y)[x];
+                     if (sx >= 0 && sx <= size.width - 1 && sy >= 0 && sy <= size.height - 1)
+                       naivePixel<T>(src, sx, sy, dst.row(y) + x * channels, interpolation);
+                   }
                }};
   });
 }
@@ -185,6 +191,7 @@ static const Group remaps("warp", [](Group& g) {
   remap<Zor8u>(g, "NN 8u C1", zoriRemap_8u_C1R, 1, ZORI_INTER_NN);
   remap<Zor8u>(g, "linear 8u C1", zoriRemap_8u_C1R, 1, ZORI_INTER_LINEAR);
   remap<Zor8u>(g, "linear 8u C3", zoriRemap_8u_C3R, 3, ZORI_INTER_LINEAR);
+  remap<Zor8u>(g, "linear 8u C1 in a circle", zoriRemap_8u_C1R, 1, ZORI_INTER_LINEAR, 0.2f);
   remap<Zor8u>(g, "cubic 8u C1", zoriRemap_8u_C1R, 1, ZORI_INTER_CUBIC);
   remap<Zor32f>(g, "linear 32f C1", zoriRemap_32f_C1R, 1, ZORI_INTER_LINEAR);
 });

@@ -1,4 +1,4 @@
-// Resizing: one thumbnail, magnified by every interpolation.
+// Resizing: a thumbnail made by every interpolation, and one magnified by every interpolation.
 #include "tour/tour.h"
 
 #include <algorithm>
@@ -32,7 +32,32 @@ void resizeStages(Tour& tour)
                              small, small, ZORI_INTER_SUPER);
   });
 
-  // its middle, eight times as large: strips side by side, the same pixels in each
+  // the same by every interpolation, eight times as large: strips of their middles side by side, pixel by pixel
+  constexpr Way makers[] = {{"nearest", ZORI_INTER_NN},
+                            {"linear", ZORI_INTER_LINEAR},
+                            {"cubic", ZORI_INTER_CUBIC},
+                            {"Lanczos", ZORI_INTER_LANCZOS},
+                            {"supersampling", ZORI_INTER_SUPER}};
+  constexpr int makerCount = 5;
+  const ZorImgSize part = {std::min(thumbnail.width(), 8), std::min(thumbnail.height(), 27)};
+  const ZorImgRect centre = {(thumbnail.width() - part.width) / 2, (thumbnail.height() - part.height) / 2, part.width,
+                             part.height};
+  Picture made(part.width * zoom * makerCount, part.height * zoom);
+  Stage& thumbnails = tour.stage("Thumbnails made five ways");
+  std::string makersInOrder;
+  for (int k = 0; k < makerCount; ++k) {
+    Picture reduced(thumbnail.width(), thumbnail.height());
+    thumbnails.time(std::string("Resize_8u_C3R ") + makers[k].name, [&] {
+      return zoriResize_8u_C3R(in.data(), size, in.step(), whole, reduced.data(), reduced.step(), reduced.size(), small,
+                               small, makers[k].interpolation);
+    });
+    zoriResize_8u_C3R(reduced.data(), reduced.size(), reduced.step(), centre, made.at(k * part.width * zoom, 0),
+                      made.step(), {part.width * zoom, part.height * zoom}, zoom, zoom, ZORI_INTER_NN);
+    makersInOrder += (k ? ", " : "") + std::string(makers[k].name);
+  }
+  thumbnails.note(makersInOrder).show(made, View::detail);
+
+  // the middle of the first, eight times as large by every interpolation that magnifies
   constexpr Way ways[] = {{"nearest", ZORI_INTER_NN},
                           {"linear", ZORI_INTER_LINEAR},
                           {"cubic", ZORI_INTER_CUBIC},

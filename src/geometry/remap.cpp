@@ -1,7 +1,7 @@
 // zoriRemap_{8u,16u,32f}_{C1,C3,C4,AC4,P3,P4}R: the source at coordinates that two maps give.
 //
-// A pixel whose coordinates lie outside the region, or are not numbers, is not written. Points are placed for a block
-// of columns, wherever they are, and the kernels of the warps go over the runs of valid ones.
+// A pixel whose coordinates lie outside the region, or are not numbers, is not written. A block of columns is placed as
+// if all were valid, and the kernels of the warps go over it when that was so; otherwise over the runs of valid ones.
 #include "frame/parallel.h"
 #include "rowkernels/drivers.h"
 #include "warp.h"
@@ -25,8 +25,6 @@ struct Bounds {
   float left, top, right, bottom;
 };
 
-constexpr int blockGroups = blockColumns / 4;
-
 // The least and the greatest of many coordinates, and whether one of them is not a number.
 class Extent {
 public:
@@ -48,17 +46,20 @@ private:
   F32x4 least_, greatest_, none_;
 };
 
-constexpr bool isInnerMethod(Method m) { return m == Method::Inner8 || m == Method::Inner; }
+// The form of a method for points before the last column and row.
+constexpr Method innerOf(Method m)
+{
+  return m == Method::Linear8 ? Method::Inner8 : m == Method::Linear ? Method::Inner : m;
+}
 
-// What is known of the points of a block: Outside, that some are not valid (inner methods: or not before the last
-// column and row); Inner, that the inner kernel may have them.
-enum class Whereabouts { Outside, Inside, Inner };
+// Of some points: one at least is not valid, all are, or the inner kernel may have them besides.
+enum class Whereabouts { Outside, Valid, Inner };
 
-// Places the points of four to 256 columns as if all were valid, and tells whether they are: this is the rule, and
-// wants much less than a look at each.
+// Places the points of four columns or more as if all were valid, and tells whether they are. Those of inner methods
+// are placed where the answer is Inner, others where it is not Outside.
 template <Method M>
-[[gnu::noinline]] Whereabouts placeInside(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
-                                          const Bounds& bounds, Points& points)
+[[gnu::noinline]] Whereabouts place(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
+                                    const Bounds& bounds, Points& points)
 {
   const Placer<M> placer(source);
   const float scale = static_cast<float>(1 << fractionBits(M));
@@ -72,35 +73,14 @@ template <Method M>
   }
   if (!across.isBetween(bounds.left, bounds.right) || !down.isBetween(bounds.top, bounds.bottom))
     return Whereabouts::Outside;
-  if (!isInnerMethod(M) && M != Method::Cubic8) return Whereabouts::Inside;
-  // inner: what is rounded does not come to the last column or row; cubic: all taps are in the image
-  const float half = M == Method::Inner ? 0.0f : 0.5f / scale, begin = M == Method::Cubic8 ? 1.0f : 0.0f;
+  if (M != Method::Inner8 && M != Method::Inner && M != Method::Cubic8) return Whereabouts::Valid;
+  // what is rounded does not come to the last column or row; cubic: all taps are in the image
+  constexpr int cubic = M == Method::Cubic8;
+  const float half = M == Method::Inner ? 0.0f : 0.5f / scale;
   const auto isInner = [=](const Extent& e, int size) {
-    return e.isBetween(begin, static_cast<float>(size)) &&
-           e.isBefore(static_cast<float>(size - 1 - (M == Method::Cubic8)) - half);
+    return e.isBetween(cubic, static_cast<float>(size)) && e.isBefore(static_cast<float>(size - 1 - cubic) - half);
   };
-  if (isInner(across, source.width) && isInner(down, source.height)) return Whereabouts::Inner;
-  return isInnerMethod(M) ? Whereabouts::Outside : Whereabouts::Inside;
-}
-
-// Places the points of up to 256 columns, and tells by a bit each, four to a number, which are valid.
-template <Method M>
-[[gnu::noinline]] void placeRow(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
-                                const Bounds& bounds, Points& points, std::uint8_t (&valid)[blockGroups])
-{
-  const Placer<M> placer(source);
-  const F32x4 left = splat(bounds.left), right = splat(bounds.right);
-  const F32x4 top = splat(bounds.top), bottom = splat(bounds.bottom);
-  const F32x4 scale = splat(static_cast<float>(1 << fractionBits(M)));
-  for (int i = 0; i < columns; i += 4) {
-    const bool isWhole = i + 4 <= columns;
-    const std::size_t bytes = static_cast<std::size_t>(columns - i) * sizeof(float);
-    const F32x4 x = isWhole ? load<float>(xMap + i) : loadPart<float>(xMap + i, bytes);
-    const F32x4 y = isWhole ? load<float>(yMap + i) : loadPart<float>(yMap + i, bytes);
-    const F32x4 inside = greaterEqual(x, left) & lessEqual(x, right) & greaterEqual(y, top) & lessEqual(y, bottom);
-    valid[i / 4] = static_cast<std::uint8_t>(moveMask(inside) & (isWhole ? 15 : (1 << (columns - i)) - 1));
-    placer.placeSingle(points, 0, i, x * scale, y * scale);
-  }
+  return isInner(across, source.width) && isInner(down, source.height) ? Whereabouts::Inner : Whereabouts::Valid;
 }
 
 bool isValid(const Zor32f* xMap, const Zor32f* yMap, int i, const Bounds& bounds)
@@ -109,46 +89,39 @@ bool isValid(const Zor32f* xMap, const Zor32f* yMap, int i, const Bounds& bounds
   return x >= bounds.left && x <= bounds.right && y >= bounds.top && y <= bounds.bottom;
 }
 
-template <Method M>
-void remapRow(const WarpCall& call, const Sampler& sampler, const Maps& maps, const Bounds& bounds, int y)
+// A bit for each valid point, four to a number.
+[[gnu::noinline]] void findValid(const Zor32f* xMap, const Zor32f* yMap, int columns, const Bounds& bounds,
+                                 std::uint8_t* valid)
 {
-  const Source source = call.source();
-  const Zor32f *const xMap = rowAt(maps.x, maps.xStep, y), *const yMap = rowAt(maps.y, maps.yStep, y);
-  const int width = call.dstRoi.width;
-  constexpr Method inner = M == Method::Linear8 ? Method::Inner8 : M;
-  const bool triesInner = inner != M && fitsWords(source);
-  Points points, innerPoints;
-  std::uint8_t valid[blockGroups];
-  for (int done = 0; done < width; done += std::min(blockColumns, width - done)) {
-    const int columns = std::min(blockColumns, width - done);
-    const auto sample = [&](SampleRow kernel, const Points& placed, int first, int count) {
-      for (int p = 0; p < call.planeCount(); ++p)
-        kernel(source, call.srcPlane(p), {&placed, 0, first}, count,
-               rowAt(call.dstPlane(p), call.dstStep, y) + (std::ptrdiff_t{done} + first) * call.pixelBytes());
-    };
-    const Zor32f *const xs = xMap + done, *const ys = yMap + done;
-    const SampleRow placedKernel = M == Method::Fine ? sampler.fine : sampler.placed;
-    // all valid, and well inside
-    const bool looksInside = columns >= 4 && isValid(xs, ys, 0, bounds) && isValid(xs, ys, columns / 2, bounds) &&
-                             isValid(xs, ys, columns - 1, bounds);
-    if (looksInside) {
-      constexpr Method best = M == Method::Linear8 ? Method::Inner8 : M == Method::Linear ? Method::Inner : M;
-      const Whereabouts where = best == Method::Inner8 && !triesInner
-                                  ? Whereabouts::Outside
-                                  : placeInside<best>(source, xs, ys, columns, bounds, innerPoints);
-      if (where != Whereabouts::Outside) {
-        sample(where == Whereabouts::Inner ? sampler.inner : placedKernel, innerPoints, 0, columns);
-        continue;
-      }
-    }
-    // runs of valid points
-    bool isPlaced = false;
-    const auto placeAll = [&] {
-      if (!isPlaced) placeRow<M>(source, xs, ys, columns, bounds, points, valid);
-      isPlaced = true;
-    };
-    if (triesInner) placeRow<inner>(source, xs, ys, columns, bounds, innerPoints, valid);
-    else placeAll();
+  const F32x4 left = splat(bounds.left), right = splat(bounds.right);
+  const F32x4 top = splat(bounds.top), bottom = splat(bounds.bottom);
+  int i = 0;
+  for (; i + 4 <= columns; i += 4) {
+    const F32x4 x = load<float>(xMap + i), y = load<float>(yMap + i);
+    valid[i / 4] = static_cast<std::uint8_t>(
+      moveMask(lessEqual(left, x) & lessEqual(x, right) & lessEqual(top, y) & lessEqual(y, bottom)));
+  }
+  if (i < columns) valid[i / 4] = 0;
+  for (; i < columns; ++i)
+    valid[i / 4] = static_cast<std::uint8_t>(valid[i / 4] | isValid(xMap, yMap, i, bounds) << i % 4);
+}
+
+// Up to 256 columns of a destination row.
+template <Method M> class Block {
+public:
+  Block(const WarpCall& call, const Sampler& sampler, const Bounds& bounds)
+    : call_(call), source_(call.source()), sampler_(sampler), bounds_(bounds),
+      triesInner_(innerOf(M) == Method::Inner8 ? fitsWords(source_) : innerOf(M) != M)
+  {}
+
+  void run(const Zor32f* xMap, const Zor32f* yMap, int columns, std::ptrdiff_t column, int y)
+  {
+    // mostly all points are valid, and that is found out by the way
+    const auto looksValid = [&](int i) { return isValid(xMap, yMap, i, bounds_); };
+    if (looksValid(0) && looksValid(columns / 2) && looksValid(columns - 1) && sample(xMap, yMap, columns, column, y))
+      return;
+    std::uint8_t valid[blockColumns / 4];
+    findValid(xMap, yMap, columns, bounds_, valid);
     const auto isValidAt = [&](int i) { return (valid[i / 4] >> i % 4 & 1) != 0; };
     for (int i = 0; i < columns;) {
       if (!isValidAt(i)) {
@@ -157,11 +130,53 @@ void remapRow(const WarpCall& call, const Sampler& sampler, const Maps& maps, co
       }
       const int first = i;
       while (i < columns && isValidAt(i)) i += i % 4 == 0 && valid[i / 4] == 15 ? 4 : 1;
-      const bool isInner = triesInner && !anyBeyond(innerPoints, 0, first, i - first);
-      if (!isInner) placeAll();
-      sample(isInner ? sampler.inner : placedKernel, isInner ? innerPoints : points, first, i - first);
+      sample(xMap + first, yMap + first, i - first, column + first, y);
     }
   }
+
+private:
+  // Nothing is written when a point is not valid.
+  bool sample(const Zor32f* xMap, const Zor32f* yMap, int count, std::ptrdiff_t column, int y)
+  {
+    Zor32f few[2][4]; // places are made for four at least
+    if (count < 4) {
+      for (int i = 0; i < 4; ++i) {
+        few[0][i] = get<float>(xMap + std::min(i, count - 1));
+        few[1][i] = get<float>(yMap + std::min(i, count - 1));
+      }
+      xMap = few[0];
+      yMap = few[1];
+    }
+    const int places = std::max(count, 4);
+    Whereabouts where = Whereabouts::Valid;
+    if (triesInner_) where = place<innerOf(M)>(source_, xMap, yMap, places, bounds_, points_);
+    if (where == Whereabouts::Valid) where = place<M>(source_, xMap, yMap, places, bounds_, points_);
+    if (where == Whereabouts::Outside) return false;
+    const SampleRow kernel = M == Method::Fine             ? sampler_.fine
+                             : where == Whereabouts::Inner ? sampler_.inner
+                                                           : sampler_.placed;
+    for (int p = 0; p < call_.planeCount(); ++p)
+      kernel(source_, call_.srcPlane(p), {&points_, 0, 0}, count,
+             rowAt(call_.dstPlane(p), call_.dstStep, y) + column * call_.pixelBytes());
+    return true;
+  }
+
+  const WarpCall& call_;
+  const Source source_;
+  const Sampler& sampler_;
+  const Bounds& bounds_;
+  const bool triesInner_;
+  Points points_;
+};
+
+template <Method M>
+void remapRow(const WarpCall& call, const Sampler& sampler, const Maps& maps, const Bounds& bounds, int y)
+{
+  const Zor32f *const xMap = rowAt(maps.x, maps.xStep, y), *const yMap = rowAt(maps.y, maps.yStep, y);
+  const int width = call.dstRoi.width;
+  Block<M> block(call, sampler, bounds);
+  for (int done = 0; done < width; done += std::min(blockColumns, width - done))
+    block.run(xMap + done, yMap + done, std::min(blockColumns, width - done), done, y);
 }
 
 ZorStatus remap(const WarpCall& call, const Maps& maps)

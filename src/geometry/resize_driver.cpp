@@ -6,7 +6,6 @@
 
 #include "frame/parallel.h"
 #include "rowkernels/drivers.h"
-#include "walk/row_ring.h"
 
 #include <algorithm>
 #include <cstring>
@@ -34,20 +33,20 @@ int picosecondsPerSample(Taps taps)
 
 namespace {
 
-Kernels kernelsFor(const Images& images, Taps taps)
+Kernels kernelsFor(const Images& images, AxisTable& columns)
 {
-  switch (taps) {
+  switch (columns.taps) {
   case Taps::Nearest: return {};
   case Taps::LinearInteger:
-  case Taps::LinearFloat: return linearKernels(images.element, images.channels);
-  default: return weightedKernels(images.element, images.channels, taps);
+  case Taps::LinearFloat: return linearKernels(images.element, images.channels, columns);
+  default: return weightedKernels(images.element, images.channels, columns.taps);
   }
 }
 
 struct SumRows {
-  std::ptrdiff_t pitch; // bytes of a row of sums
+  long long pitch; // bytes of a row of sums
   int rows;
-  std::ptrdiff_t finished; // bytes of a row of results, where they do not go straight into the destination
+  long long finished; // bytes of a row of results, where they do not go straight into the destination
 };
 
 SumRows sumRows(const Images& images, Taps taps, int width)
@@ -55,7 +54,7 @@ SumRows sumRows(const Images& images, Taps taps, int width)
   if (taps == Taps::Nearest) return {0, 0, 0};
   const int sumBytes = taps == Taps::LinearInteger ? 2 : 4;
   const long long samples = static_cast<long long>(width) * images.channels;
-  const auto bytes = [](long long n) { return static_cast<std::ptrdiff_t>((n + 63) / 64 * 64); };
+  const auto bytes = [](long long n) { return (n + 63) / 64 * 64; };
   return {bytes((samples + sumSlack) * sumBytes), tapsOf(taps),
           images.keepsFourth ? bytes(samples * bytesOf(images.element)) : 0};
 }
@@ -81,65 +80,81 @@ void storeColours(Element element, const char* row, char* dst, std::ptrdiff_t sa
 } // namespace
 
 Walk::Walk(const Images& i, const AxisTable& c, const AxisTable& r)
-  : images(i), columns(c), rows(r), kernels(kernelsFor(i, c.taps))
+  : images(i), columns(c), rows(r), kernels(kernelsFor(i, columns))
 {
   const int pixel = images.pixelBytes();
-  if (columns.taps == Taps::Nearest) copy = nearestKernel(columns, pixel, images.keepsFourth ? pixel / 4 * 3 : pixel);
+  if (columns.taps == Taps::Nearest)
+    nearest = nearestKernel(columns, pixel, images.keepsFourth ? pixel / 4 * 3 : pixel);
 }
 
 long long Walk::workBytes(const Images& images, Taps taps, int width)
 {
-  if (static_cast<long long>(width) * images.channels > PTRDIFF_MAX / 64) return BlockPlan::impossible;
   const SumRows sums = sumRows(images, taps, width);
-  return static_cast<long long>(sums.pitch) * sums.rows + sums.finished;
+  return sums.pitch * sums.rows + sums.finished;
 }
 
 void Walk::rowsOf(int first, int count, void* work) const
 {
   if (count <= 0) return;
   for (int p = 0; p < images.planes; ++p) {
-    if (copy) copyRows(p, first, count);
+    if (nearest.copy) copyRows(p, first, count);
     else combineRows(p, first, count, static_cast<char*>(work));
   }
 }
+
+namespace {
+
+// Both taps of an image one pixel wide.
+const char* pixelTwice(const char* pixel, int bytes, char* twice)
+{
+  std::memcpy(twice, pixel, static_cast<std::size_t>(bytes));
+  std::memcpy(twice + bytes, pixel, static_cast<std::size_t>(bytes));
+  return twice;
+}
+
+} // namespace
 
 void Walk::copyRows(int plane, int first, int count) const
 {
   const std::size_t bytes = static_cast<std::size_t>(columns.count) * images.pixelBytes();
   for (int y = first; y < first + count; ++y) {
     char* const dst = images.dstRow(plane, y);
-    if (y > first && rows.at[y] == rows.at[y - 1] && !images.keepsFourth)
+    if (y > first && rows.at[y] == rows.at[y - 1] && !images.keepsFourth && !nearest.isCheap)
       std::memmove(dst, images.dstRow(plane, y - 1), bytes);
-    else copy(columns, images.srcRow(plane, rows.at[y]), dst);
+    else nearest.copy(columns, images.srcRow(plane, rows.at[y]), dst);
   }
 }
 
 void Walk::combineRows(int plane, int first, int count, char* work) const
 {
   const SumRows layout = sumRows(images, columns.taps, columns.count);
-  const RowRing<char> ring(work, layout.rows, layout.pitch);
-  char* const finished = layout.finished ? work + layout.pitch * layout.rows : nullptr;
+  const auto pitch = static_cast<std::ptrdiff_t>(layout.pitch);
+  char* const finished = layout.finished ? work + pitch * layout.rows : nullptr;
   const std::ptrdiff_t samples = static_cast<std::ptrdiff_t>(columns.count) * images.channels;
-  const int taps = layout.rows, last = rows.image - 1, pixelBytes = images.pixelBytes();
+  const int taps = layout.rows, last = rows.image - 1;
   const bool isOneWide = columns.image == 1;
-  std::ptrdiff_t made = 0; // rows below have been resampled, as far as they are needed
+  const void* window[6]; // sums of rows start .. start + taps - 1 of the image; those below `made` are there
+  for (int t = 0; t < taps; ++t) window[t] = work + pitch * t;
+  int start = std::clamp(rows.at[first], 0, last), made = start;
   for (int y = first; y < first + count; ++y) {
-    const int top = rows.at[y];
-    const auto inImage = [=](int row) { return std::clamp(row, 0, last); };
-    for (std::ptrdiff_t row = std::max<std::ptrdiff_t>(made, inImage(top)); row <= inImage(top + taps - 1); ++row) {
+    const int top = std::clamp(rows.at[y], 0, last), bottom = std::clamp(rows.at[y] + taps - 1, 0, last);
+    for (; start < top; ++start) {
+      if (start >= made) { // none of the rows is needed any more
+        start = top;
+        break;
+      }
+      std::rotate(window, window + 1, window + taps);
+    }
+    for (int row = std::max(made, top); row <= bottom; ++row) {
       const char* src = images.srcRow(plane, row);
       char twice[2 * 16];
-      if (isOneWide && taps == 2) { // both taps are its one pixel
-        std::memcpy(twice, src, static_cast<std::size_t>(pixelBytes));
-        std::memcpy(twice + pixelBytes, src, static_cast<std::size_t>(pixelBytes));
-        src = twice;
-      }
-      kernels.across(columns, src, ring[row]);
+      if (isOneWide && taps == 2) src = pixelTwice(src, images.pixelBytes(), twice);
+      kernels.across(columns, src, const_cast<void*>(window[row - top]));
     }
-    made = std::max<std::ptrdiff_t>(made, inImage(top + taps - 1) + 1);
+    made = bottom + 1;
 
     const void* sums[6];
-    for (int t = 0; t < taps; ++t) sums[t] = ring[inImage(top + t)];
+    for (int t = 0; t < taps; ++t) sums[t] = window[std::clamp(rows.at[y] + t, 0, last) - top];
     char* const dst = images.dstRow(plane, y);
     kernels.down(sums, rows, y, columns.hasNegative, finished ? finished : dst, samples);
     if (finished) storeColours(images.element, finished, dst, samples);
@@ -161,7 +176,9 @@ ZorStatus interpolate(const Images& images, const Axis& x, const Axis& y, int in
 {
   const Taps taps = tapsFor(interpolation, images.element);
   BlockPlan plan;
-  const TablePart columnPart = TablePart::in(plan, taps, x.count), rowPart = TablePart::in(plan, taps, y.count);
+  const auto add = [&](long long count, auto sample) { return plan.add<decltype(sample)>(count, 16); };
+  const TablePart columnPart = TablePart::of(taps, x.count, true, add),
+                  rowPart = TablePart::of(taps, y.count, false, add);
   const long long work = Walk::workBytes(images, taps, x.count);
   if (plan.isImpossible() || work > PTRDIFF_MAX / 2) return ZorErrAlloc;
   Scratch<char> block(plan.bytes());

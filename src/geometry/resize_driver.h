@@ -56,7 +56,7 @@ struct Walk {
   Images images;
   AxisTable columns, rows;
   Kernels kernels = {};
-  CopyRow copy = nullptr;
+  NearestKernel nearest = {};
 
   Walk(const Images& images, const AxisTable& columns, const AxisTable& rows);
 

@@ -38,12 +38,16 @@ struct Kernels {
 };
 
 // For 1, 3 or 4 channels.
-Kernels linearKernels(Element element, int channels);
+Kernels linearKernels(Element element, int channels, AxisTable& columns); // may make the table one of windows
 Kernels weightedKernels(Element element, int channels, Taps taps);
 
 // Pixels of 1, 2, 3, 4, 6, 8, 12 or 16 bytes, of which the first `moved` bytes are written.
 using CopyRow = void (*)(const AxisTable& columns, const void* row, void* dst);
-CopyRow nearestKernel(const AxisTable& columns, int pixelBytes, int moved);
+struct NearestKernel {
+  CopyRow copy = nullptr;
+  bool isCheap = false; // no dearer than copying the row that it made
+};
+NearestKernel nearestKernel(const AxisTable& columns, int pixelBytes, int moved);
 
 } // namespace resize
 } // namespace zori

@@ -5,10 +5,12 @@
 //   16u/s  (a * (16384 - f) + b * f + 8192) >> 14   the same again, saturated at both stages
 //   32f    a + (b - a) * f                          r0 * (1 - g) + r1 * g
 //
-// 16u moves by 32768 on its way into the signed range, so that one multiply-add weighs both taps; the weights sum to
-// 16384, so that the move is still 32768 behind each stage.
+// Weights sum to 16384, so that what is added to both taps comes out of a stage as it went in. 16u is moved by 32768
+// into the signed range, in which one multiply-add weighs both taps. Rows of sums of 8u are kept 32 larger than told:
+// that is the half by which the second stage rounds, and costs nothing in the first.
 #include "resize_kernels.h"
 #include "rowkernels/drivers.h"
+#include "rowkernels/transpose.h"
 
 namespace zori {
 namespace resize {
@@ -24,15 +26,34 @@ template <int N> inline Vec<Zor16s> pairOf(Vec<Zor16s> four)
   return as<Zor16s>(shuffle<N, N, N, N>(as<Zor32s>(four)));
 }
 
-template <int Shift> inline I32x4 weighed(Vec<Zor16s> taps, Vec<Zor16s> weights)
+// What a stage adds to its sum of products, and by how much it shifts.
+struct Stage {
+  int added, shift;
+};
+template <class T> inline constexpr Stage across = sizeof(T) == 1 ? Stage{128 + 32 * 256, 8} : Stage{8192, 14};
+template <class T> inline constexpr Stage down = sizeof(T) == 1 ? Stage{0, 20} : Stage{8192, 14};
+
+template <const Stage& S> inline I32x4 weighed(Vec<Zor16s> taps, Vec<Zor16s> weights)
 {
-  return shiftRight<Shift>(mulAddPairs(taps, weights) + splat<Zor32s>(1 << (Shift - 1)));
+  const I32x4 sum = mulAddPairs(taps, weights);
+  return shiftRight<S.shift>(S.added ? sum + splat<Zor32s>(S.added) : sum);
 }
 
-// Both taps of a pixel side by side, a0 b0 a1 b1 a2 b2 (a3 b3), as 16-bit lanes. Reads the two pixels and no more.
-template <class T, int C> inline Vec<Zor16s> tapsOfPixel(const T* p)
+// Both taps of a pixel side by side, a0 b0 a1 b1 a2 b2 (a3 b3), as 16-bit lanes. Reads the two pixels, and two bytes
+// behind them where it may.
+template <class T, int C, bool MayReadOn> inline Vec<Zor16s> tapsOfPixel(const T* p)
 {
-  if constexpr (sizeof(T) == 1 && C == 3) {
+#ifdef __AVX2__
+  if constexpr (sizeof(T) == 1 && (C == 4 || MayReadOn)) {
+    constexpr int end = C == 3 ? 128 : 3 + C; // the seventh byte is no tap of three
+    alignas(16) static constexpr Zor8u order[16] = {
+      0, 128, C, 128, 1, 128, 1 + C, 128, 2, 128, 2 + C, 128, end == 128 ? end : 3, 128, end, 128};
+    return as<Zor16s>(shuffleBytesLocal(loadLow8<Zor8u>(p), loadAligned<Zor8u>(order)));
+  }
+#endif
+  if constexpr (sizeof(T) == 1 && C == 3 && MayReadOn) {
+    return as<Zor16s>(widenLow(interleaveLow(loadLow4<Zor8u>(p), loadLow4<Zor8u>(p + 3))));
+  } else if constexpr (sizeof(T) == 1 && C == 3) {
     const auto a = loadLow4<Zor8u>(p), b = loadLow4<Zor8u>(p + 2); // a0 a1 a2 b0, a2 b0 b1 b2
     return as<Zor16s>(widenLow(interleaveLow(a, bytesDown<1>(b))));
   } else if constexpr (sizeof(T) == 1) {
@@ -46,65 +67,106 @@ template <class T, int C> inline Vec<Zor16s> tapsOfPixel(const T* p)
   }
 }
 
-// Pairs of neighbouring samples from 16-bit or 32-bit places, as many as a vector of sums holds.
-template <class T> struct PairsOfSamples {
-  Vec<Zor16s> low, high;
-
-  // mayReadOn: two bytes behind each pair are of the row, too.
-  PairsOfSamples(const T* row, const std::int32_t* at, bool mayReadOn)
-  {
-    if constexpr (sizeof(T) == 1) {
-      const Vec<Zor8u> pairs = as<Zor8u>(mayReadOn ? gather16ReadingOn<1>(row, at) : gather16<1>(row, at));
-      low = as<Zor16s>(widenLow(pairs));
-      high = as<Zor16s>(widenHigh(pairs));
-    } else {
-      const Vec<Zor16u> bias = std::is_same_v<T, Zor16u> ? topBits<Zor16u>() : zero<Zor16u>();
-      low = as<Zor16s>(as<Zor16u>(gather32<2>(row, at)) ^ bias);
-      high = as<Zor16s>(as<Zor16u>(gather32<2>(row, at + Vec<Zor32s>::size)) ^ bias);
-      (void)mayReadOn;
-    }
+// Both taps of four outputs of one channel, a0 b0 a1 b1... Reads two bytes behind each pair of bytes where it may.
+template <class T, bool MayReadOn> inline Vec<Zor16s> tapsOfFour(const T* row, const std::int32_t* at)
+{
+  if constexpr (sizeof(T) == 1) {
+    const auto pair = [=](int k) {
+      if constexpr (MayReadOn) return as<Zor16u>(loadLow4<Zor8u>(row + at[k]));
+      else return splat(get<Zor16u>(row + at[k]));
+    };
+    const auto low = as<Zor32u>(interleaveLow(pair(0), pair(1))), high = as<Zor32u>(interleaveLow(pair(2), pair(3)));
+    return as<Zor16s>(widenLow(as<Zor8u>(interleaveLow(low, high))));
+  } else {
+    const auto taps = as<Zor16u>(gather32<2>(row, at));
+    return as<Zor16s>(std::is_same_v<T, Zor16u> ? taps ^ topBits<Zor16u>() : taps);
   }
-};
+}
+
+// How many outputs, a multiple of `unit`, have their first tap at `last` or in front of it; places grow along the row.
+std::ptrdiff_t outputsUpTo(const AxisTable& columns, int last, std::ptrdiff_t unit)
+{
+  std::ptrdiff_t end = (columns.count + unit - 1) / unit * unit;
+  while (end > 0 && columns.at[end - 1] > last) end -= unit;
+  return end;
+}
 
 template <class T, int C> [[gnu::noinline]] void acrossIntegers(const AxisTable& columns, const void* row, void* sums)
 {
-  constexpr int shift = sizeof(T) == 1 ? 8 : 14;
   const T* const src = static_cast<const T*>(row);
-  Zor16s* out = static_cast<Zor16s*>(sums);
+  Zor16s* const out = static_cast<Zor16s*>(sums);
   const std::int32_t* const at = columns.at;
   const Zor16s* const weights = columns.pairs();
-  const std::ptrdiff_t count = columns.count;
-  if constexpr (C == 1) {
-    constexpr std::ptrdiff_t lanes = Vec<Zor16s>::size;
-    const auto block = [=](std::ptrdiff_t i, bool mayReadOn) {
-      const PairsOfSamples<T> taps(src, at + i, mayReadOn);
-      const auto low = weighed<shift>(taps.low, load<Zor16s>(weights + 2 * i)),
-                 high = weighed<shift>(taps.high, load<Zor16s>(weights + 2 * i + lanes));
-      store(out + i, narrowSat<Zor16s>(low, high));
-    };
-    const int last = columns.image - 4; // places grow along the row
-    std::ptrdiff_t i = 0;
-    for (; i < count && at[i + lanes - 1] <= last; i += lanes) block(i, true);
-    for (; i < count; i += lanes) block(i, false);
-  } else {
-    const auto pixel = [=](std::ptrdiff_t i) { return tapsOfPixel<T, C>(src + std::ptrdiff_t{at[i]} * C); };
-    for (std::ptrdiff_t i = 0; i < count; i += 4, out += 4 * C) {
-      const auto w = load<Zor16s>(weights + 2 * i);
-      const auto p0 = weighed<shift>(pixel(i), pairOf<0>(w)), p1 = weighed<shift>(pixel(i + 1), pairOf<1>(w)),
-                 p2 = weighed<shift>(pixel(i + 2), pairOf<2>(w)), p3 = weighed<shift>(pixel(i + 3), pairOf<3>(w));
+  const auto block = [=](std::ptrdiff_t i, auto mayReadOn) {
+    constexpr bool readsOn = decltype(mayReadOn)::value;
+    if constexpr (C == 1) {
+      const auto four = [=](std::ptrdiff_t k) {
+        return weighed<across<T>>(tapsOfFour<T, readsOn>(src, at + k), loadAligned<Zor16s>(weights + 2 * k));
+      };
+      store(out + i, narrowSat<Zor16s>(four(i), four(i + 4)));
+    } else {
+      const auto pixel = [=](std::ptrdiff_t k) { return tapsOfPixel<T, C, readsOn>(src + std::ptrdiff_t{at[k]} * C); };
+      const auto w = loadAligned<Zor16s>(weights + 2 * i);
+      const auto p0 = weighed<across<T>>(pixel(i), pairOf<0>(w)), p1 = weighed<across<T>>(pixel(i + 1), pairOf<1>(w)),
+                 p2 = weighed<across<T>>(pixel(i + 2), pairOf<2>(w)),
+                 p3 = weighed<across<T>>(pixel(i + 3), pairOf<3>(w));
       const auto p01 = narrowSat<Zor16s>(p0, p1), p23 = narrowSat<Zor16s>(p2, p3);
+      Zor16s* const to = out + i * C;
       if constexpr (C == 4) {
-        store(out, p01);
-        store(out + 8, p23);
+        store(to, p01);
+        store(to + 8, p23);
       } else { // each pixel's fourth lane is written over by the next
-        storeLow8(out, p01);
-        storeLow8(out + 3, bytesDown<8>(p01));
-        storeLow8(out + 6, p23);
-        storeLow8(out + 9, bytesDown<8>(p23));
+        storeLow8(to, p01);
+        storeHigh8(to + 3, p01);
+        storeLow8(to + 6, p23);
+        storeHigh8(to + 9, p23);
       }
     }
+  };
+  constexpr int unit = C == 1 ? 8 : 4, bytesRead = C == 1 ? 4 : 8; // of what may be read on
+  constexpr int pixelsRead = sizeof(T) == 1 ? (bytesRead + C - 1) / C : 2;
+  const std::ptrdiff_t count = columns.count, safe = outputsUpTo(columns, columns.image - pixelsRead, unit);
+  std::ptrdiff_t i = 0;
+  for (; i < safe; i += unit) block(i, std::true_type());
+  for (; i < count; i += unit) block(i, std::false_type());
+}
+
+#ifdef __AVX2__
+
+// The same of one channel by windows.
+template <class T> [[gnu::noinline]] void acrossWindows(const AxisTable& columns, const void* row, void* sums)
+{
+  const T* const src = static_cast<const T*>(row);
+  const std::int32_t* const at = columns.at;
+  const Zor8u* const shuffles = columns.shuffles;
+  const std::ptrdiff_t count = columns.count;
+  if constexpr (std::is_same_v<T, float>) {
+    const float* const f = columns.plane(0);
+    for (std::ptrdiff_t i = 0; i < count; i += 4) {
+      const auto window = load<Zor8u>(src + at[i]), order = loadAligned<Zor8u>(shuffles + 4 * i);
+      const F32x4 a = as<float>(shuffleBytesLocal(window, order)),
+                  b = as<float>(shuffleBytesLocal(window, order + splat<Zor8u>(4)));
+      store(static_cast<float*>(sums) + i, a + (b - a) * loadFour(f + i));
+    }
+  } else {
+    const Zor16s* const weights = columns.pairs();
+    Zor16s* const out = static_cast<Zor16s*>(sums);
+    const auto four = [=](std::ptrdiff_t i) {
+      auto taps = as<Zor16u>(shuffleBytesLocal(load<Zor8u>(src + at[i]), loadAligned<Zor8u>(shuffles + 4 * i)));
+      if constexpr (std::is_same_v<T, Zor16u>) taps = taps ^ topBits<Zor16u>();
+      return weighed<across<T>>(as<Zor16s>(taps), loadAligned<Zor16s>(weights + 2 * i));
+    };
+    for (std::ptrdiff_t i = 0; i < count; i += 8) store(out + i, narrowSat<Zor16s>(four(i), four(i + 4)));
   }
 }
+template <class T> AcrossRow windowsKernel(AxisTable& columns)
+{
+  return bringTogether(columns, sizeof(T)) ? acrossWindows<T> : nullptr;
+}
+
+#else
+template <class T> AcrossRow windowsKernel(AxisTable&) { return nullptr; }
+#endif
 
 template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, const void* row, void* sums)
 {
@@ -112,14 +174,15 @@ template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, c
   Zor32f* out = static_cast<Zor32f*>(sums);
   const std::int32_t* const at = columns.at;
   const float* const f = columns.plane(0);
+  const std::ptrdiff_t count = columns.count;
   if constexpr (C == 1) {
-    for (std::ptrdiff_t i = 0; i < columns.count; i += 4) {
+    for (std::ptrdiff_t i = 0; i < count; i += 4) {
       const F32x4 p01 = loadHalves(src + at[i], src + at[i + 1]), p23 = loadHalves(src + at[i + 2], src + at[i + 3]);
       const F32x4 a = shuffle<2, 0, 2, 0>(p01, p23), b = shuffle<3, 1, 3, 1>(p01, p23);
       store(out + i, a + (b - a) * loadFour(f + i));
     }
   } else {
-    for (std::ptrdiff_t i = 0; i < columns.count; ++i, out += C) {
+    for (std::ptrdiff_t i = 0; i < count; ++i, out += C) {
       const Zor32f* const p = src + std::ptrdiff_t{at[i]} * C;
       const F32x4 a = loadFour(p);
       F32x4 b = loadFour(p + (C == 3 ? 2 : 4));
@@ -131,7 +194,8 @@ template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, c
 
 // ---- Down ----
 
-// Rows of 8u with sums in 0 .. 255 * 64 and 0 <= g <= 16384: out = (r0 + ((r1 - r0) * g >> 14) + 32) >> 6 in 16 bits.
+// Rows of 8u with sums in 0 .. 255 * 64 and 0 <= g <= 16384: out = (r0 + ((r1 - r0) * g >> 14) + 32) >> 6 in 16 bits,
+// where the rows bring the 32.
 // 4 * g must fit a signed 16-bit factor: beyond the middle the rows change places, in the middle it is a shift.
 template <bool IsMiddle> struct DownBytes {
   static constexpr std::ptrdiff_t blockLength = Vec<Zor8u>::size;
@@ -146,13 +210,12 @@ template <bool IsMiddle> struct DownBytes {
   {
     const auto r = load<Zor16s>(near), difference = load<Zor16s>(far) - r;
     const auto share = IsMiddle ? shiftRight<1>(difference) : mulHigh(difference, factor);
-    return shiftRight<6>(r + share + splat<Zor16s>(32));
+    return shiftRight<6>(r + share);
   }
 };
 
 // Any sums and fractions.
 template <class T> struct DownPairs {
-  static constexpr int shift = sizeof(T) == 1 ? 20 : 14;
   static constexpr std::ptrdiff_t blockLength = Vec<T>::size;
   Vec<Zor16s> weights; // 16384 - g, g
 
@@ -166,8 +229,8 @@ template <class T> struct DownPairs {
   Vec<Zor16s> sum(const Zor16s* r0, const Zor16s* r1) const
   {
     const auto a = load<Zor16s>(r0), b = load<Zor16s>(r1);
-    return narrowSat<Zor16s>(weighed<shift>(interleaveLow(a, b), weights),
-                             weighed<shift>(interleaveHigh(a, b), weights));
+    return narrowSat<Zor16s>(weighed<down<T>>(interleaveLow(a, b), weights),
+                             weighed<down<T>>(interleaveHigh(a, b), weights));
   }
 };
 
@@ -204,9 +267,16 @@ void downFloats(const void* const* rows, const AxisTable& table, int y, bool, vo
          static_cast<const Zor32f*>(rows[1]));
 }
 
-template <class T> Kernels integerKernels(int channels)
+// The kernel of one channel, by windows where they hold the taps.
+template <class T> AcrossRow kernelOfOne(AxisTable& columns, AcrossRow otherwise)
 {
-  const AcrossRow across = channels == 1   ? acrossIntegers<T, 1>
+  const AcrossRow windows = windowsKernel<T>(columns);
+  return windows ? windows : otherwise;
+}
+
+template <class T> Kernels integerKernels(int channels, AxisTable& columns)
+{
+  const AcrossRow across = channels == 1   ? kernelOfOne<T>(columns, acrossIntegers<T, 1>)
                            : channels == 3 ? acrossIntegers<T, 3>
                                            : acrossIntegers<T, 4>;
   return {across, downIntegers<T>, 2};
@@ -214,15 +284,18 @@ template <class T> Kernels integerKernels(int channels)
 
 } // namespace
 
-Kernels linearKernels(Element element, int channels)
+Kernels linearKernels(Element element, int channels, AxisTable& columns)
 {
   switch (element) {
-  case Element::U8: return integerKernels<Zor8u>(channels);
-  case Element::U16: return integerKernels<Zor16u>(channels);
-  case Element::S16: return integerKernels<Zor16s>(channels);
+  case Element::U8: return integerKernels<Zor8u>(channels, columns);
+  case Element::U16: return integerKernels<Zor16u>(channels, columns);
+  case Element::S16: return integerKernels<Zor16s>(channels, columns);
   default: break;
   }
-  return {channels == 1 ? acrossFloats<1> : channels == 3 ? acrossFloats<3> : acrossFloats<4>, downFloats, 4};
+  const AcrossRow across = channels == 1   ? kernelOfOne<Zor32f>(columns, acrossFloats<1>)
+                           : channels == 3 ? acrossFloats<3>
+                                           : acrossFloats<4>;
+  return {across, downFloats, 4};
 }
 
 } // namespace resize

@@ -39,38 +39,53 @@ template <class T> [[gnu::noinline]] void doublePixels(const AxisTable& columns,
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
   const T* const src = static_cast<const T*>(row) + columns.at[0];
   T* const out = static_cast<T*>(dst);
-  std::ptrdiff_t i = 0;
-  for (; 2 * (i + lanes) <= columns.count; i += lanes) {
+  const std::ptrdiff_t pairs = columns.count / 2;
+  const auto block = [=](std::ptrdiff_t i) {
     const Vec<T> x = load<T>(src + i);
     store(out + 2 * i, interleaveLow(x, x));
     store(out + 2 * i + lanes, interleaveHigh(x, x));
+  };
+  std::ptrdiff_t i = 0;
+  for (; i + lanes <= pairs; i += lanes) block(i);
+  if (i < pairs && pairs >= lanes) {
+    block(pairs - lanes);
+    i = pairs;
   }
   copyFrom<sizeof(T), sizeof(T)>(2 * i, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
 }
 
 bool isDoubling(const AxisTable& columns)
 {
-  for (int i = 0; i < columns.count; ++i)
-    if (columns.at[i] - columns.at[0] != i / 2) return false;
-  return true;
+  const std::int32_t first = columns.at[0];
+  int differences = 0;
+  for (int i = 0; i < columns.count; ++i) differences |= (columns.at[i] - first) ^ i / 2;
+  return differences == 0;
 }
 
 } // namespace
 
-CopyRow nearestKernel(const AxisTable& columns, int pixelBytes, int moved)
+NearestKernel nearestKernel(const AxisTable& columns, int pixelBytes, int moved)
 {
-  const bool doubles =
-    moved == pixelBytes && pixelBytes <= 8 && (pixelBytes & (pixelBytes - 1)) == 0 && isDoubling(columns);
-  switch (pixelBytes) {
-  case 1: return doubles ? doublePixels<std::uint8_t> : copyPixels<1, 1>;
-  case 2: return doubles ? doublePixels<std::uint16_t> : copyPixels<2, 2>;
-  case 3: return copyPixels<3, 3>;
-  case 4: return doubles ? doublePixels<std::uint32_t> : moved == 4 ? copyPixels<4, 4> : copyPixels<4, 3>;
-  case 6: return copyPixels<6, 6>;
-  case 8: return doubles ? doublePixels<std::uint64_t> : moved == 8 ? copyPixels<8, 8> : copyPixels<8, 6>;
-  case 12: return copyPixels<12, 12>;
-  default: return moved == 16 ? copyPixels<16, 16> : copyPixels<16, 12>;
-  }
+  if (moved == pixelBytes && isDoubling(columns)) switch (pixelBytes) {
+    case 1: return {doublePixels<std::uint8_t>, true};
+    case 2: return {doublePixels<std::uint16_t>, true};
+    case 4: return {doublePixels<std::uint32_t>, true};
+    case 8: return {doublePixels<std::uint64_t>, true};
+    default: break;
+    }
+  const auto plain = [=]() -> CopyRow {
+    switch (pixelBytes) {
+    case 1: return copyPixels<1, 1>;
+    case 2: return copyPixels<2, 2>;
+    case 3: return copyPixels<3, 3>;
+    case 4: return moved == 4 ? copyPixels<4, 4> : copyPixels<4, 3>;
+    case 6: return copyPixels<6, 6>;
+    case 8: return moved == 8 ? copyPixels<8, 8> : copyPixels<8, 6>;
+    case 12: return copyPixels<12, 12>;
+    default: return moved == 16 ? copyPixels<16, 16> : copyPixels<16, 12>;
+    }
+  };
+  return {plain(), false};
 }
 
 } // namespace resize

@@ -133,17 +133,18 @@ namespace {
 
 class Writer {
 public:
-  explicit Writer(AxisTable& table) : table_(table) { table_.hasNegative = false; }
+  explicit Writer(AxisTable& table)
+    : table_(table), at_(table.at), factors_(reinterpret_cast<float*>(table.factors)), pitch_(table.pitch)
+  {}
 
-  void at(int i, int pixel) { table_.at[i] = pixel; }
-  void factor(int i, int plane, float x) { reinterpret_cast<float*>(table_.factors)[plane * table_.pitch + i] = x; }
-  void linear(int i, double fraction)
+  void at(int i, int pixel) { at_[i] = pixel; }
+  void factor(int i, int plane, float x) { factors_[plane * pitch_ + i] = x; }
+  void pair(int i, double fraction)
   {
-    if (table_.taps == Taps::LinearFloat) return factor(i, 0, static_cast<float>(fraction));
     const int f = static_cast<int>(fraction * 16384 + slack);
-    if (f < 0) table_.hasNegative = true;
+    hasNegative_ |= f < 0;
     const Zor16s pair[2] = {static_cast<Zor16s>(16384 - f), static_cast<Zor16s>(f)};
-    std::memcpy(table_.factors + static_cast<std::ptrdiff_t>(i) * 4, pair, 4);
+    std::memcpy(factors_ + i, pair, sizeof pair);
   }
   void newton(int i, float t)
   {
@@ -159,6 +160,7 @@ public:
   // The entries behind the last output.
   void finish()
   {
+    table_.hasNegative = hasNegative_;
     const int last = table_.count - 1;
     for (std::ptrdiff_t i = table_.count; i < table_.pitch; ++i) {
       table_.at[i] = table_.at[last];
@@ -171,6 +173,10 @@ public:
 
 private:
   AxisTable& table_;
+  std::int32_t* const at_;
+  float* const factors_;
+  const std::ptrdiff_t pitch_;
+  bool hasNegative_ = false;
 };
 
 // The weights of taps beyond the image's ends are added to those of its first and last pixel.
@@ -183,15 +189,17 @@ void foldWeights(int firstTap, int image, float (&w)[6])
 
 } // namespace
 
-void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
+namespace {
+
+// emit(i, pixel, k, position): for each output the pixel of the image that its position is cut to, and the same counted
+// from the region, as is the position.
+template <class Emit> inline void cutPositions(const Axis& axis, Emit emit)
 {
-  Writer to(table);
-  table.image = axis.image;
-  if (table.taps == Taps::Weights6) table.outside = foldsEdges ? AxisTable::Outside::Zero : AxisTable::Outside::Nearest;
-  const int last = axis.image - 1;
-  const double lowest = -static_cast<double>(axis.first), highest = static_cast<double>(last) - axis.first;
+  const int first = axis.first, count = axis.count;
+  const double lowest = -static_cast<double>(first), highest = static_cast<double>(axis.image - 1) - first;
+  const double step = axis.step;
   double running = axis.start;
-  for (int i = 0; i < axis.count; ++i, running += axis.step) {
+  for (int i = 0; i < count; ++i, running += step) {
     // inside, k is cut towards zero, so that fractions left of the region's corner are negative
     double position = running;
     int k;
@@ -201,33 +209,88 @@ void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
       position = running > highest ? highest : lowest;
       k = static_cast<int>(position);
     }
-    const int pixel = axis.first + k;
-    const double fraction = position - k;
-    switch (table.taps) {
-    case Taps::Nearest: to.at(i, pixel); break;
-    case Taps::LinearInteger:
-    case Taps::LinearFloat:
+    emit(i, first + k, k, position);
+  }
+}
+
+// Whether sums of steps have no rounding in them, so that products are the same numbers.
+bool isExact(const Axis& axis)
+{
+  const auto isShort = [](double x) { return x >= 0 && x < 1024 && x * 1048576 == std::floor(x * 1048576); };
+  return isShort(axis.start) && isShort(axis.step);
+}
+
+void fillNearest(const Axis& axis, std::int32_t* at)
+{
+  const double start = axis.start, step = axis.step, most = static_cast<double>(axis.image - 1) - axis.first;
+  if (!isExact(axis) || most < 0) return cutPositions(axis, [=](int i, int pixel, int, double) { at[i] = pixel; });
+  // each without the one before it
+  const int first = axis.first, count = axis.count;
+  for (int i = 0; i < count; ++i) {
+    const double position = start + i * step;
+    at[i] = first + static_cast<int>((position < most ? position : most) + slack);
+  }
+}
+
+} // namespace
+
+void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
+{
+  Writer to(table);
+  table.image = axis.image;
+  const int last = axis.image - 1;
+  switch (table.taps) {
+  case Taps::Nearest: fillNearest(axis, table.at); break;
+  case Taps::LinearInteger:
+    cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
       to.at(i, pixel == last ? pixel - 1 : pixel);
-      to.linear(i, pixel == last ? 1.0 : fraction);
-      break;
-    case Taps::Newton: { // in the outermost intervals the polynomial of the next one goes on
+      to.pair(i, pixel == last ? 1.0 : position - k);
+    });
+    break;
+  case Taps::LinearFloat:
+    cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
+      to.at(i, pixel == last ? pixel - 1 : pixel);
+      to.factor(i, 0, pixel == last ? 1.0f : static_cast<float>(position - k));
+    });
+    break;
+  case Taps::Newton: // in the outermost intervals the polynomial of the next one goes on
+    cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
       const int moved = pixel == last ? -2 : pixel == 0 ? 1 : pixel == last - 1 ? -1 : 0;
       to.at(i, pixel + moved - 1);
       to.newton(i, pixel == last ? 2.0f : static_cast<float>(position - (k + moved)));
-      break;
-    }
-    case Taps::Weights6: {
+    });
+    break;
+  case Taps::Weights6:
+    table.outside = foldsEdges ? AxisTable::Outside::Zero : AxisTable::Outside::Nearest;
+    cutPositions(axis, [&](int i, int pixel, int k, double position) {
       float w[6];
-      lanczosWeights(static_cast<float>(fraction), w);
+      lanczosWeights(static_cast<float>(position - k), w);
       if (foldsEdges) foldWeights(pixel - 2, axis.image, w);
       to.at(i, pixel - 2);
       to.weights(i, w);
-      break;
-    }
-    case Taps::Weights4: break;
-    }
+    });
+    break;
+  case Taps::Weights4: break; // of squares alone
   }
   to.finish();
+}
+
+bool bringTogether(AxisTable& columns, int sampleBytes)
+{
+  const int samples = 16 / sampleBytes, image = columns.image;
+  if (!columns.shuffles || image < samples) return false;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += 4)
+    if (columns.at[i + 3] + 1 - columns.at[i] >= samples) return false;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += 4) {
+    const int start = std::min(columns.at[i], image - samples);
+    for (int k = 0; k < 4; ++k) {
+      Zor8u* const to = columns.shuffles + 4 * (i + k);
+      const int byte = (columns.at[i + k] - start) * sampleBytes;
+      for (int b = 0; b < 4; ++b) to[b] = static_cast<Zor8u>(sampleBytes > 1 ? byte + b : b % 2 ? 0x80 : byte + b / 2);
+    }
+    columns.at[i] = start;
+  }
+  return true;
 }
 
 double SquareAxis::positionOf(int i) const { return (static_cast<double>(firstOutput) + i + 0.5 - shift) / factor; }
@@ -255,7 +318,8 @@ void fillTable(const SquareAxis& axis, AxisTable& table)
     case Taps::LinearFloat: { // an image one pixel wide has its pixel twice
       const bool isLast = k == last && last > 0;
       to.at(i, isLast ? k - 1 : k);
-      to.linear(i, isLast ? 1.0 : fraction);
+      if (table.taps == Taps::LinearInteger) to.pair(i, isLast ? 1.0 : fraction);
+      else to.factor(i, 0, static_cast<float>(isLast ? 1.0 : fraction));
       break;
     }
     case Taps::Weights4: {

@@ -81,6 +81,8 @@ struct AxisTable {
   std::ptrdiff_t pitch = 0;
   std::int32_t* at = nullptr;
   char* factors = nullptr;
+  // Room for four bytes an output, or null. See bringTogether.
+  Zor8u* shuffles = nullptr;
 
   const float* plane(int p) const { return reinterpret_cast<const float*>(factors) + p * pitch; }
   const Zor16s* pairs() const { return reinterpret_cast<const Zor16s*>(factors); }
@@ -95,12 +97,16 @@ constexpr long long tablePitch(int count) { return (count + (tableUnit - 1LL)) /
 struct TablePart {
   BlockPart<std::int32_t> at;
   BlockPart<float> factors;
+  BlockPart<Zor8u> shuffles;
 
-  static TablePart in(BlockPlan& plan, Taps taps, int count)
+  // add(count, T()) gives the next part of the block.
+  template <class Add> static TablePart of(Taps taps, int count, bool isOfColumns, Add add)
   {
+    const long long pitch = tablePitch(count);
     TablePart part;
-    part.at = plan.add<std::int32_t>(tablePitch(count), 16);
-    part.factors = plan.add<float>(tablePitch(count) * factorsOf(taps), 16);
+    part.at = add(pitch, std::int32_t());
+    part.factors = add(pitch * factorsOf(taps), float());
+    part.shuffles = add(isOfColumns && tapsOf(taps) == 2 ? 4 * pitch : 0, Zor8u());
     return part;
   }
   AxisTable table(void* block, Taps taps, int count) const
@@ -111,6 +117,7 @@ struct TablePart {
     t.pitch = static_cast<std::ptrdiff_t>(tablePitch(count));
     t.at = at.in(block);
     t.factors = reinterpret_cast<char*>(factors.in(block));
+    if (shuffles.count > 0) t.shuffles = shuffles.in(block);
     return t;
   }
 };
@@ -130,6 +137,12 @@ struct SquareAxis {
   double positionOf(int i) const; // of the destination centre, in the source
 };
 void fillTable(const SquareAxis& axis, AxisTable& table);
+
+// For byte shuffles: makes the table of a linear resize of single samples one of windows, 16 bytes that hold all taps
+// of four outputs. at[4 * g] is then where the window of group g starts, inside the image, and shuffles + 16 * g tells
+// which of its bytes go where: for samples of a byte or two a0 b0 a1 b1..., as 16-bit lanes; for floats a0 a1 a2 a3.
+// False, and nothing changed, when some group does not fit.
+bool bringTogether(AxisTable& columns, int sampleBytes);
 
 // ---- Weights ----
 

@@ -54,18 +54,23 @@ ZorStatus superStatus(double x, double y, int interpolation)
 // From a multiple of 16 on: tables of columns and rows, then the walk's own memory.
 constexpr int bufferAlignment = 16;
 
+// Offsets are formed without regard to the width of an address: both builds tell the same sizes.
 struct BufferLayout {
   TablePart columns, rows;
   BlockPart<char> work;
-  long long bytes;
+  long long bytes = 0; // with what a buffer needs to get to a multiple of 16
 
   BufferLayout(const Images& images, Taps taps, int width, int height)
   {
-    BlockPlan plan;
-    columns = TablePart::in(plan, taps, width);
-    rows = TablePart::in(plan, taps, height);
-    work = plan.add<char>(Walk::workBytes(images, taps, width), bufferAlignment);
-    bytes = plan.isImpossible() ? BlockPlan::impossible : plan.bytes() + bufferAlignment;
+    const auto take = [this](long long count, auto sample) {
+      const BlockPart<decltype(sample)> part = {bytes, count};
+      bytes += count * static_cast<long long>(sizeof(sample)); // table pitches are multiples of the alignment
+      return part;
+    };
+    columns = TablePart::of(taps, width, true, take);
+    rows = TablePart::of(taps, height, false, take);
+    work = take(Walk::workBytes(images, taps, width), char());
+    bytes += bufferAlignment;
   }
 };
 

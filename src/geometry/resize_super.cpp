@@ -103,21 +103,25 @@ template <class T> struct Bunch {
     weights[count++] = weight;
     isPlain &= weight == 1;
   }
+  void clear() { count = 0, isPlain = true; }
 };
 
-// sums[i] += the rows' samples, each times its weight; from 0 on when isFirst.
-template <bool IsPlain, class T, class Sum>
+// sums[i] += the rows' samples, each times its weight; from 0 on when isFirst. Count: how many rows, or 0.
+template <bool IsPlain, int Count, class T, class Sum>
 [[gnu::noinline]] void addRows(const Bunch<T>& bunch, bool isFirst, std::ptrdiff_t samples, Sum* sums)
 {
   constexpr std::ptrdiff_t block = Group<T>::size;
+  const int count = Count ? Count : bunch.count;
+  const T* rows[Count ? Count : bunchRows];
+  std::copy(bunch.rows, bunch.rows + count, rows);
   std::ptrdiff_t i = 0;
   if constexpr (sizeof(Sum) <= 4) {
     for (; i + block <= samples; i += block) {
       Group<Sum> sum;
       for (auto& v : sum.part) v = zero<Sum>();
       if (!isFirst) sum = loadGroup(sums + i);
-      for (int r = 0; r < bunch.count; ++r) {
-        const Group<T> row = loadGroup(bunch.rows[r] + i);
+      for (int r = 0; r < count; ++r) {
+        const Group<T> row = loadGroup(rows[r] + i);
         Group<Sum> x;
         if constexpr (std::is_same_v<T, Sum>) x = row;
         else x = Converted<Sum>{}(row);
@@ -131,12 +135,22 @@ template <bool IsPlain, class T, class Sum>
   }
   for (; i < samples; ++i) {
     Sum sum = isFirst ? Sum() : sums[i];
-    for (int r = 0; r < bunch.count; ++r) {
-      const T x = get<T>(bunch.rows[r] + i);
+    for (int r = 0; r < count; ++r) {
+      const T x = get<T>(rows[r] + i);
       if constexpr (IsPlain) sum = static_cast<Sum>(sum + static_cast<Sum>(x));
       else sum += static_cast<float>(x) * bunch.weights[r];
     }
     sums[i] = sum;
+  }
+}
+
+template <bool IsPlain, class T, class Sum>
+void addBunch(const Bunch<T>& bunch, bool isFirst, std::ptrdiff_t samples, Sum* sums)
+{
+  switch (bunch.count) {
+  case 2: return addRows<IsPlain, 2>(bunch, isFirst, samples, sums);
+  case 3: return addRows<IsPlain, 3>(bunch, isFirst, samples, sums);
+  default: return addRows<IsPlain, 0>(bunch, isFirst, samples, sums);
   }
 }
 
@@ -158,28 +172,46 @@ void sumRows(const Images& images, int plane, const Limits& limits, const Cover&
     bunch.add(reinterpret_cast<const T*>(row) + offset, cover.weight(k));
     if (bunch.count < bunchRows && k < pixels - 1) continue;
     if constexpr (std::is_same_v<Sum, float>) {
-      if (bunch.isPlain) addRows<true>(bunch, isFirst, samples, sums);
-      else addRows<false>(bunch, isFirst, samples, sums);
+      if (bunch.isPlain) addBunch<true>(bunch, isFirst, samples, sums);
+      else addBunch<false>(bunch, isFirst, samples, sums);
     } else {
-      addRows<true>(bunch, isFirst, samples, sums);
+      addBunch<true>(bunch, isFirst, samples, sums);
     }
     isFirst = false;
-    bunch = {};
+    bunch.clear();
   }
 }
 
 // ---- Totals to samples ----
 
-// How totals become samples.
+// How totals become samples: total * scale in double, and for integers + 0.5 and cut.
+//
+// Totals of 8u under blocks of up to 128 pixels stay in 15 bits. There the quotient (total + block / 2) / block, cut,
+// mostly is the same number, and a product gives it: (total * factor + half) >> shift. What rounding of the double
+// product can change are totals halfway between two results; they are tried.
 struct Scaling {
-  double scale;
-  int shift;     // scale is 2^-shift, else -1
+  double scale, block;
   bool isSingle; // scale is a number of single precision: products of floats are rounded once then, as they must be
+  int factor = 0, half = 0, shift = 0; // 0: the double product
 
-  explicit Scaling(double s) : scale(s), shift(-1), isSingle(static_cast<double>(static_cast<float>(s)) == s)
+  // block: pixels of an output when all totals are whole numbers of 8u, else 0.
+  Scaling(double s, double b) : scale(s), block(b), isSingle(static_cast<double>(static_cast<float>(s)) == s)
   {
-    for (int k = 0; k < 24; ++k)
-      if (s * (1 << k) == 1) shift = k;
+    if (!(block >= 1 && block <= 128)) return;
+    const int n = static_cast<int>(block), most = 255 * n + n / 2;
+    if (!(std::fabs(s * n - 1) < 1e-6)) return;
+    while ((2 << shift) / n < 32768) ++shift;
+    const int ceiling = ((1 << shift) + n - 1) / n;
+    const long long excess = 1LL * ceiling * n - (1LL << shift);
+    if (most * excess < 1LL << shift && (n % 2 || tiesGoUp(n))) factor = ceiling, half = n / 2 * ceiling;
+  }
+
+private:
+  bool tiesGoUp(int n) const
+  {
+    bool all = true;
+    for (int m = 0; m < 255; ++m) all &= (m * n + n / 2) * scale + 0.5 >= m + 1;
+    return all;
   }
 };
 
@@ -226,8 +258,12 @@ template <class T, class A>
           n.part[k] = scaledInts<T>(toDoubleLow(x), toDoubleHigh(x), by.scale);
         } else {
           const auto x = load<Zor32s>(p);
-          if (by.shift > 0) n.part[k] = shiftRight(x + splat<Zor32s>(1 << (by.shift - 1)), by.shift);
-          else n.part[k] = scaledInts<T>(toDoubleLow(x), toDoubleHigh(x), by.scale);
+          if (by.factor > 0) {
+            const auto product = mulAddPairs(as<Zor16s>(x), as<Zor16s>(splat(by.factor)));
+            n.part[k] = shiftRight(product + splat(by.half), by.shift);
+          } else {
+            n.part[k] = scaledInts<T>(toDoubleLow(x), toDoubleHigh(x), by.scale);
+          }
         }
       }
       const Group<T> x = packed<T>(n);
@@ -352,6 +388,60 @@ template <int C, class Sum> [[gnu::noinline]] void sumPixelsOf(const Strip& stri
   }
 }
 
+// Outputs that all cover N whole pixels (0: as many as it takes); the first of one is the next of the one before.
+// IsShort: totals fit the type of the sums.
+template <int C, int N, bool IsShort, class Sum>
+[[gnu::noinline]] void sumWholePixels(const Strip& strip, const Sum* sums, Total<Sum>* totals)
+{
+  const auto pixels = N > 0 ? std::ptrdiff_t{N} : static_cast<std::ptrdiff_t>(strip.taps);
+  for (int o = 0; o < strip.count; ++o, totals += C, sums += pixels * C) {
+    if constexpr (IsShort) {
+      auto total = loadLow8<Sum>(sums);
+      for (std::ptrdiff_t k = 1; k < pixels; ++k) total += loadLow8<Sum>(sums + k * C);
+      store(totals, as<Zor32s>(widenLow(total)));
+    } else {
+      auto total = pixelAt<C>(sums);
+      for (std::ptrdiff_t k = 1; k < pixels; ++k) total += pixelAt<C>(sums + k * C);
+      store(totals, total);
+    }
+  }
+}
+
+template <int C, bool IsShort, class Sum> void sumWhole(const Strip& strip, const Sum* sums, Total<Sum>* totals)
+{
+  switch (strip.taps) {
+  case 2: return sumWholePixels<C, 2, IsShort>(strip, sums, totals);
+  case 3: return sumWholePixels<C, 3, IsShort>(strip, sums, totals);
+  default: return sumWholePixels<C, 0, IsShort>(strip, sums, totals);
+  }
+}
+
+// The same for one channel and sums of up to 15 bits, four taps of two outputs at a time.
+[[gnu::noinline]] void sumWholeSingles(const Strip& strip, const std::uint16_t* sums, std::int32_t* totals)
+{
+  const auto taps = static_cast<std::ptrdiff_t>(strip.taps);
+  const auto fourOf = [](const std::uint16_t* low, const std::uint16_t* high) {
+    return as<Zor16s>(loadHalves(reinterpret_cast<const float*>(low), reinterpret_cast<const float*>(high)));
+  };
+  const auto ones = splat<Zor16s>(1);
+  const int rest = static_cast<int>(taps % 4); // ones for so many of the last taps
+  const auto last = as<Zor16s>(splat(rest == 0 ? ~std::uint64_t{0} : ~(~std::uint64_t{0} << 16 * rest))) & ones;
+  for (int o = 0; o < strip.count; o += 4) {
+    const std::uint16_t* p[4];
+    for (int k = 0; k < 4; ++k) p[k] = sums + strip.at[o + k];
+    Vec<Zor32s> low = zero<Zor32s>(), high = low;
+    std::ptrdiff_t t = 0;
+    for (; t + 4 < taps; t += 4) {
+      low += mulAddPairs(fourOf(p[0] + t, p[1] + t), ones);
+      high += mulAddPairs(fourOf(p[2] + t, p[3] + t), ones);
+    }
+    low += mulAddPairs(fourOf(p[0] + t, p[1] + t), last);
+    high += mulAddPairs(fourOf(p[2] + t, p[3] + t), last);
+    const F32x4 a = as<float>(low), b = as<float>(high);
+    store(totals + o, as<Zor32s>(shuffle<2, 0, 2, 0>(a, b)) + as<Zor32s>(shuffle<3, 1, 3, 1>(a, b)));
+  }
+}
+
 template <int C, class Sum> [[gnu::noinline]] void sumPlainly(const Strip& strip, const Sum* sums, Total<Sum>* totals)
 {
   for (int o = 0; o < strip.count; ++o) {
@@ -369,14 +459,18 @@ template <int C, class Sum> [[gnu::noinline]] void sumPlainly(const Strip& strip
   }
 }
 
+// areShort: no total is above 32767.
 template <int C, bool MayBeInfinite, class Sum>
-inline void sumColumns(const Strip& strip, Sum* sums, std::ptrdiff_t samples, Total<Sum>* totals)
+inline void sumColumns(const Strip& strip, Sum* sums, std::ptrdiff_t samples, bool areShort, Total<Sum>* totals)
 {
   if constexpr (sizeof(Sum) == 8) {
     sumPlainly<C>(strip, sums, totals);
   } else if constexpr (C > 1) {
-    sumPixelsOf<C>(strip, sums, totals);
+    if (!strip.isWhole || std::is_same_v<Sum, float>) sumPixelsOf<C>(strip, sums, totals);
+    else if (sizeof(Sum) == 2 && areShort) sumWhole<C, sizeof(Sum) == 2>(strip, sums, totals);
+    else sumWhole<C, false>(strip, sums, totals);
   } else if constexpr (sizeof(Sum) == 2) {
+    if (areShort) return sumWholeSingles(strip, sums, totals);
     std::uint32_t wide[stripBytes / 2 + slackSamples];
     mapGroups(wide, samples, Converted<std::uint32_t>{}, static_cast<const Sum*>(sums));
     sumSingles<true, false>(strip, static_cast<const std::uint32_t*>(wide), totals);
@@ -467,7 +561,8 @@ template <class T, class Sum, int C> struct Strips {
         const Cover row = rowSweep.next();
         if (covered <= pixels) {
           sumPixels(plane, row, strip.origin, covered, sums);
-          sumColumns<C, std::is_same_v<T, float>>(strip, sums, static_cast<std::ptrdiff_t>(covered) * C, totals);
+          sumColumns<C, std::is_same_v<T, float>>(strip, sums, static_cast<std::ptrdiff_t>(covered) * C,
+                                                  scaling.block <= 128, totals);
         } else {
           sumWide(plane, strip.covers[0], row, sums, totals);
         }
@@ -480,39 +575,56 @@ template <class T, class Sum, int C> struct Strips {
 
 // ---- Blocks of two by two in one pass: 8u and 32f of one channel ----
 
-[[gnu::noinline]] void halveRows(const Zor8u* a, const Zor8u* b, std::ptrdiff_t count, Zor8u* dst)
-{
-  constexpr std::ptrdiff_t lanes = Vec<Zor8u>::size;
-  const auto low = splat<Zor16u>(0xff);
-  const auto sums = [=](const Zor8u* p, const Zor8u* q) {
-    const auto x = load<Zor16u>(p), y = load<Zor16u>(q);
-    const auto all = ((x & low) + (y & low)) + (shiftRight<8>(x) + shiftRight<8>(y));
-    return as<Zor16s>(shiftRight<2>(all + splat<Zor16u>(2)));
-  };
-  std::ptrdiff_t i = 0;
-  for (; i + lanes <= count; i += lanes) {
-    const Zor8u *const p = a + 2 * i, *const q = b + 2 * i;
-    store(dst + i, narrowSat<Zor8u>(sums(p, q), sums(p + lanes, q + lanes)));
+template <class T> struct Halving {
+  static constexpr std::ptrdiff_t blockLength = Vec<T>::size;
+  void block(const T* a, const T* b, T* dst) const // from twice as many of two rows
+  {
+    constexpr std::ptrdiff_t lanes = Vec<T>::size;
+    if constexpr (std::is_same_v<T, float>) {
+      const Vec<T> low = load<T>(a) + load<T>(b), high = load<T>(a + lanes) + load<T>(b + lanes);
+      // the sums start at 0, which no sum of negative zeros is
+      store(dst, (evenLanes(low, high) + oddLanes(low, high) + zero<T>()) * splat(0.25f));
+    } else {
+      const auto quarters = [=](const T* p, const T* q) {
+        const auto x = load<Zor16u>(p), y = load<Zor16u>(q);
+        // of low + 256 * high each: less 255 times the high ones
+        const auto high = shiftRight<8>(x) + shiftRight<8>(y);
+        const auto sum = (x + y) + mulLow(high, loadedOnce(splat<Zor16u>(65536 - 255)));
+        return as<Zor16s>(shiftRight<2>(sum + splat<Zor16u>(2)));
+      };
+      store(dst, narrowSat<T>(quarters(a, b), quarters(a + lanes, b + lanes)));
+    }
   }
-  for (; i < count; ++i) dst[i] = static_cast<Zor8u>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + 2) >> 2);
-}
+};
 
-[[gnu::noinline]] void halveRows(const Zor32f* a, const Zor32f* b, std::ptrdiff_t count, Zor32f* dst)
-{
-  const F32x4 zeroes = splatFour(0), quarter = splatFour(0.25f);
-  std::ptrdiff_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    const Zor32f *const p = a + 2 * i, *const q = b + 2 * i;
-    const F32x4 low = loadFour(p) + loadFour(q), high = loadFour(p + 4) + loadFour(q + 4);
-    // the sums start at 0, which no sum of negative zeros is
-    store(dst + i, (shuffle<2, 0, 2, 0>(low, high) + shuffle<3, 1, 3, 1>(low, high) + zeroes) * quarter);
+template <class T> struct HalvedRegion {
+  const char* src;
+  char* dst;
+  std::ptrdiff_t srcStep, dstStep;
+
+  [[gnu::noinline]] void make(std::ptrdiff_t width, int height) const
+  {
+    constexpr std::ptrdiff_t lanes = Halving<T>::blockLength;
+    const Halving<T> halving;
+    for (int y = 0; y < height; ++y) {
+      const T *const a = reinterpret_cast<const T*>(src + 2 * y * srcStep), *const b = reinterpret_cast<const T*>(
+                                                                              src +
+                                                                              (2 * y + std::ptrdiff_t{1}) * srcStep);
+      T* const to = reinterpret_cast<T*>(dst + y * dstStep);
+      if (width < lanes) {
+        T few[2][2 * lanes] = {}, out[lanes];
+        std::memcpy(few[0], a, 2 * static_cast<std::size_t>(width) * sizeof(T));
+        std::memcpy(few[1], b, 2 * static_cast<std::size_t>(width) * sizeof(T));
+        halving.block(few[0], few[1], out);
+        std::memcpy(to, out, static_cast<std::size_t>(width) * sizeof(T));
+        continue;
+      }
+      std::ptrdiff_t i = 0;
+      for (; i + lanes <= width; i += lanes) halving.block(a + 2 * i, b + 2 * i, to + i);
+      if (i < width) halving.block(a + 2 * (width - lanes), b + 2 * (width - lanes), to + width - lanes);
+    }
   }
-  for (; i < count; ++i) {
-    const auto at = [=](const Zor32f* p) { return get<Zor32f>(p); };
-    const Zor32f left = at(a + 2 * i) + at(b + 2 * i), right = at(a + 2 * i + 1) + at(b + 2 * i + 1);
-    put(dst + i, (left + right + 0.0f) * 0.25f);
-  }
-}
+};
 
 // True when it was such a call.
 template <class T>
@@ -524,24 +636,22 @@ bool halve(const Images& images, CoverSweep columns, int width, CoverSweep rows,
   if (x.whole != 2 || y.whole != 2 || x.first < 0 || y.first < 0 || x.first + 2LL * width > columns.length() ||
       y.first + 2LL * (first + count) > rows.length())
     return false;
-  for (int k = first; k < first + count; ++k) {
-    const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(rows.first() + y.first) + 2 * std::ptrdiff_t{k};
-    const auto source = [&](std::ptrdiff_t r) {
-      return reinterpret_cast<const T*>(images.srcRow(plane, r)) + columns.first() + x.first;
-    };
-    halveRows(source(row), source(row + 1), width, reinterpret_cast<T*>(images.dstRow(plane, k)));
-  }
+  const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(rows.first() + y.first) + 2 * std::ptrdiff_t{first},
+                       column = static_cast<std::ptrdiff_t>(columns.first() + x.first);
+  HalvedRegion<T>{images.srcRow(plane, row) + column * static_cast<std::ptrdiff_t>(sizeof(T)),
+                  images.dstRow(plane, first), images.srcStep, images.dstStep}
+    .make(width, count);
   return true;
 }
 
 template <class T, class Sum>
-void stripsOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, double scale,
-              int plane, int first, int count)
+void stripsOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows,
+              const Scaling& scaling, int plane, int first, int count)
 {
   switch (images.channels) {
-  case 1: return Strips<T, Sum, 1>{images, columns, rows, width, Scaling(scale)}.run(plane, first, count);
-  case 3: return Strips<T, Sum, 3>{images, columns, rows, width, Scaling(scale)}.run(plane, first, count);
-  default: return Strips<T, Sum, 4>{images, columns, rows, width, Scaling(scale)}.run(plane, first, count);
+  case 1: return Strips<T, Sum, 1>{images, columns, rows, width, scaling}.run(plane, first, count);
+  case 3: return Strips<T, Sum, 3>{images, columns, rows, width, scaling}.run(plane, first, count);
+  default: return Strips<T, Sum, 4>{images, columns, rows, width, scaling}.run(plane, first, count);
   }
 }
 
@@ -549,8 +659,10 @@ template <class T>
 void slabOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, double scale, int plane,
             int first, int count)
 {
+  double block = 0;
   const auto with = [&](auto sum) {
-    stripsOf<T, decltype(sum)>(images, columns, width, rows, scale, plane, first, count);
+    stripsOf<T, decltype(sum)>(images, columns, width, rows, Scaling(scale, sizeof(T) == 1 ? block : 0), plane, first,
+                               count);
   };
   if constexpr (sizeof(T) == 1 || sizeof(T) == 4)
     if (halve<T>(images, columns, width, rows, scale, plane, first, count)) return;
@@ -558,10 +670,11 @@ void slabOf(const Images& images, const CoverSweep& columns, int width, const Co
     if (columns.isWhole() && rows.isWhole()) {
       CoverSweep x = columns, y = rows;
       constexpr double most = std::numeric_limits<T>::max();
-      const double column = most * static_cast<double>(y.next().whole);
-      if (column * static_cast<double>(x.next().whole) > 2147483647.0) return with(std::uint64_t());
+      const auto down = static_cast<double>(y.next().whole);
+      block = down * static_cast<double>(x.next().whole);
+      if (most * block > 2147483647.0) return with(std::uint64_t());
       if constexpr (sizeof(T) == 1)
-        if (column <= 65535) return with(std::uint16_t());
+        if (most * down <= 65535) return with(std::uint16_t());
       return with(std::uint32_t());
     }
   }

@@ -39,7 +39,8 @@ template <Taps Kind> struct Combine {
   {
     const auto& f = by.f;
     if constexpr (Kind == Taps::Newton) {
-      const V d1 = p[1] - p[0], d2 = (p[2] - p[1]) - d1, d3 = (((p[1] - p[2]) - p[2]) + p[3]) - d2;
+      // d3 with all signs turned but its last: the same numbers, and p2 - p1 is there already
+      const V d1 = p[1] - p[0], e = p[2] - p[1], d2 = e - d1, d3 = (p[3] - (e + p[2])) - d2;
       return p[0] + f[1] * d3 + f[0] * d2 + f[2] * d1;
     } else {
       V sum = f[0] * p[0];

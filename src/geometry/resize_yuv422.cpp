@@ -100,11 +100,13 @@ ZorStatus checked(const Call422& c)
             ZorErrInterpolation));
 }
 
-// Macro-pixels of the result.
-ZorStatus macrosOf(const Call422& c, int width, int& macros)
+// Macro-pixels of the result, and how many of the region's they reach over: positions grow to twice its width when the
+// result is short of a pair.
+ZorStatus macrosOf(const Call422& c, int width, int& macros, int& reached)
 {
   const double exact = width * c.xFactor + 1e-7;
   if (exact < 1.5) return ZorErrSubsample;
+  reached = exact < 2 ? width : width / 2;
   const int n = exact >= c.dstSize.width ? c.dstSize.width : std::max(static_cast<int>(exact), 2);
   macros = n / 2;
   return ZorOk;
@@ -116,8 +118,8 @@ ZorStatus macrosOf(const Call422& c, int width, int& macros)
   const int width = std::min(c.roi.width, c.srcSize.width - c.roi.x);
   Axis rows = {c.srcSize.height, c.roi.y, c.roi.height, c.dstSize.height};
   rows.cut();
-  int macros = 0;
-  if (auto s = firstFailure(macrosOf(c, width, macros), countByFactor(rows, c.yFactor)); s != ZorOk) return s;
+  int macros = 0, reached = 0;
+  if (auto s = firstFailure(macrosOf(c, width, macros, reached), countByFactor(rows, c.yFactor)); s != ZorOk) return s;
   const bool isSuper = c.interpolation == ZORI_INTER_SUPER;
   if (isSuper && !(c.xFactor <= 1.0 && c.yFactor <= 1.0)) return ZorErrResizeFactor;
 
@@ -125,15 +127,14 @@ ZorStatus macrosOf(const Call422& c, int width, int& macros)
   const int lastMacro = c.srcSize.width / 2 - 1;
   const int top = static_cast<int>(std::max<long long>(rows.first - reach, 0)),
             bottom = static_cast<int>(std::min<long long>(1LL * rows.first + rows.length + reach, rows.image));
-  const int left = static_cast<int>(std::clamp<long long>(c.roi.x - reach, 0, lastMacro)),
-            right =
-              static_cast<int>(std::clamp<long long>(1LL * c.roi.x + width / 2 + reach, left + 1LL, lastMacro + 1LL));
+  const int left = static_cast<int>(std::clamp<long long>(c.roi.x - reach, 0, std::max(lastMacro - reach, 0LL))),
+            right = static_cast<int>(std::min<long long>(c.roi.x + reached + reach, lastMacro + 1LL));
   const long long sourceMacros = right - left, sourceRows = bottom - top;
 
   // An own image of each plane: luma, then U, then V, with every row the macro-pixels 4 bytes.
   BlockPlan plan;
   const bool fits = sourceMacros * sourceRows < PTRDIFF_MAX / 16 && 1LL * macros * rows.count < PTRDIFF_MAX / 16;
-  if (!fits || sourceMacros > INT_MAX / 4) return ZorErrAlloc;
+  if (!fits || sourceMacros > INT_MAX / 4 || macros > INT_MAX / 4) return ZorErrAlloc;
   const auto source = plan.add<Zor8u>(sourceMacros * 4 * sourceRows),
              result = plan.add<Zor8u>(4LL * macros * rows.count);
   Scratch<Zor8u> block(plan.bytes());

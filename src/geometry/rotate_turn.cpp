@@ -66,7 +66,7 @@ template <class T> void transposeColours(PixelRows src, PixelRows dst, ZorImgSiz
 template <int PixelBytes, bool KeepsFourth> void reverseRows(PixelRows src, PixelRows dst, ZorImgSize size)
 {
   for (int y = 0; y < size.height; ++y)
-    owniFlipCopy<PixelBytes, KeepsFourth>(rowAt(src.first, src.step, size.height - 1 - y),
+    copyReversed<PixelBytes, KeepsFourth>(rowAt(src.first, src.step, size.height - 1 - y),
                                           rowAt(dst.first, dst.step, y), size.width,
                                           aheadInRow(std::ptrdiff_t{size.width} * PixelBytes));
 }

@@ -156,6 +156,7 @@ template <class T, int Channels, int Processed> struct Pixels {
   static void nearest(const Source&, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
   {
     const std::int32_t* const offset = points.offset();
+#pragma GCC unroll 4
     for (int i = 0; i < count; ++i) std::memcpy(dst + std::ptrdiff_t{i} * bytes, plane + offset[i], written);
   }
 

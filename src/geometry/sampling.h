@@ -163,7 +163,11 @@ public:
     if constexpr (M == Method::Fine) {
       placeSingle(points, row, column, x, y);
     } else if constexpr (M == Method::Linear || M == Method::Inner) {
-      const I32x4 ix = toIntTruncated(x), iy = toIntTruncated(y);
+      I32x4 ix = toIntTruncated(x), iy = toIntTruncated(y);
+      if constexpr (M == Method::Linear) {
+        ix = wholeX(ix);
+        iy = wholeY(iy);
+      }
       place(points, row, column, ix, iy, x - toFloat(ix), y - toFloat(iy));
     } else {
       place(points, row, column, toInt(x), toInt(y));

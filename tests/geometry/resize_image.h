@@ -1,8 +1,13 @@
 // Images of the resize tests: memory that ends at a page without access, or starts at one.
 #pragma once
 
-#include "support/guarded_block.h"
+#include "support/image.h"
+#include "support/numbers.h"
 #include "zori/types.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+#include <xmmintrin.h>
 
 #include <cstddef>
 #include <cstring>
@@ -18,7 +23,7 @@ public:
   explicit Random(unsigned seed) : state_(seed * 2654435761u + 12345) {}
   unsigned next()
   {
-    state_ = state_ * 1664525u + 1013904223u;
+    zoritest::nextNoise(state_);
     return state_ >> 8;
   }
   int below(int n) { return static_cast<int>(next() % static_cast<unsigned>(n)); }
@@ -29,59 +34,48 @@ private:
   unsigned state_;
 };
 
+// What a call finds: some team and some rounding field, which must be as before when it returns.
+class Surroundings {
+public:
+  explicit Surroundings(unsigned seed) : threads_(omp_get_max_threads()), word_(_mm_getcsr()), field_(seed % 4 << 13)
+  {
+    constexpr int teams[] = {1, 2, 7};
+    omp_set_num_threads(teams[seed / 4 % 3]);
+    _mm_setcsr((word_ & ~0x6000u) | field_);
+  }
+  ~Surroundings()
+  {
+    const unsigned after = _mm_getcsr() & 0x6000u;
+    _mm_setcsr(word_);
+    omp_set_num_threads(threads_);
+    EXPECT_EQ(after, field_);
+  }
+  Surroundings(const Surroundings&) = delete;
+  Surroundings& operator=(const Surroundings&) = delete;
+
+private:
+  int threads_;
+  unsigned word_, field_;
+};
+
 // Rows lie `gap` bytes apart; what lies between them is filled too, and must stay.
-template <class T> class Image {
+template <class T> class Image : public zoritest::GuardedRows<T> {
 public:
   Image(ZorImgSize size, int channels, int gap, unsigned seed)
-    : size_(size), channels_(channels), step_(size.width * channels * static_cast<int>(sizeof(T)) + gap),
-      bytes_(static_cast<std::size_t>(step_) * static_cast<std::size_t>(size.height) - static_cast<std::size_t>(gap)),
-      atEnd_(seed % 3 != 0), block_(bytes_)
+    : zoritest::GuardedRows<T>(size.width * channels, size.height, gap, seed % 3 != 0), size_(size), channels_(channels)
   {
     Random random(seed);
-    for (std::size_t i = 0; i < bytes_; ++i) begin()[i] = static_cast<unsigned char>(random.next());
-    for (int y = 0; y < size.height; ++y)
-      for (int i = 0; i < size.width * channels; ++i) put(y, i, value(random));
+    this->fill([&] { return random.next(); }, [&] { return value(random); });
   }
-  Image(const Image& other)
-    : size_(other.size_), channels_(other.channels_), step_(other.step_), bytes_(other.bytes_), atEnd_(other.atEnd_),
-      block_(bytes_)
-  {
-    std::memcpy(begin(), other.begin(), bytes_);
-  }
-  Image& operator=(const Image&) = delete;
 
-  T* data() { return reinterpret_cast<T*>(begin()); }
-  const T* data() const { return reinterpret_cast<const T*>(begin()); }
-  int step() const { return step_; }
+  T* data() { return this->rows(); }
+  const T* data() const { return this->rows(); }
   ZorImgSize size() const { return size_; }
   int channels() const { return channels_; }
-  T get(int y, int sample) const
-  {
-    T x;
-    std::memcpy(&x, row(y) + static_cast<std::size_t>(sample) * sizeof(T), sizeof x);
-    return x;
-  }
-  T get(int x, int y, int c) const { return get(y, x * channels_ + c); }
-  void put(int y, int sample, T x)
-  {
-    std::memcpy(const_cast<unsigned char*>(row(y)) + static_cast<std::size_t>(sample) * sizeof(T), &x, sizeof x);
-  }
-  void put(int x, int y, int c, T v) { put(y, x * channels_ + c, v); }
-
-  // The first byte that differs, told by its sample, or "".
-  std::string difference(const Image& expected) const
-  {
-    for (std::size_t i = 0; i < bytes_; ++i)
-      if (begin()[i] != expected.begin()[i]) {
-        const int y = static_cast<int>(i) / step_, sample = static_cast<int>(i) % step_ / static_cast<int>(sizeof(T));
-        if (sample >= size_.width * channels_) return "behind row " + std::to_string(y);
-        if (get(y, sample) != get(y, sample) && expected.get(y, sample) != expected.get(y, sample)) continue;
-        return "row " + std::to_string(y) + " pixel " + std::to_string(sample / channels_) + " channel " +
-               std::to_string(sample % channels_) + ": " + std::to_string(get(y, sample)) + " instead of " +
-               std::to_string(expected.get(y, sample));
-      }
-    return "";
-  }
+  T get(int y, int sample) const { return this->sample(y, sample); }
+  T get(int x, int y, int c) const { return this->sample(y, x * channels_ + c); }
+  void put(int y, int sample, T x) { this->putSample(y, sample, x); }
+  void put(int x, int y, int c, T v) { this->putSample(y, x * channels_ + c, v); }
 
 private:
   // Noise with runs of the largest and smallest values.
@@ -94,15 +88,9 @@ private:
              : kind == 1 ? std::numeric_limits<T>::min()
                          : static_cast<T>(random.next());
   }
-  const unsigned char* begin() const { return atEnd_ ? block_.end() - bytes_ : block_.begin(); }
-  unsigned char* begin() { return atEnd_ ? block_.end() - bytes_ : block_.begin(); }
-  const unsigned char* row(int y) const { return begin() + static_cast<std::ptrdiff_t>(y) * step_; }
 
   ZorImgSize size_;
-  int channels_, step_;
-  std::size_t bytes_;
-  bool atEnd_;
-  zoritest::GuardedBlock block_;
+  int channels_;
 };
 
 // The seven shapes of an image: samples of a pixel, those that are worked on, planes.

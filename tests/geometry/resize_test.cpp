@@ -3,8 +3,6 @@
 #include "zori/geometry.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
-#include <xmmintrin.h>
 
 #include <climits>
 #include <limits>
@@ -166,7 +164,11 @@ template <class T> void check(const Call& c, std::size_t shape, unsigned seed, i
   const Picture<T> src(c.srcSize, s, gap, seed);
   Picture<T> dst(c.dstSize, s, gap, seed + 100), expected = dst;
   const Expected<T> want(c, s, src, expected);
-  ASSERT_EQ(run(c, shape, src, dst), want.status) << c << " " << s.name;
+  const auto status = [&] {
+    const Surroundings some(seed);
+    return run(c, shape, src, dst);
+  };
+  ASSERT_EQ(status(), want.status) << c << " " << s.name;
   for (std::size_t p = 0; p < dst.planes.size(); ++p)
     ASSERT_EQ(dst.planes[p].difference(expected.planes[p]), "") << c << " " << s.name << " seed " << seed;
 }
@@ -239,35 +241,30 @@ TYPED_TEST(Resize, LargeAreas)
       }
 }
 
-// Every team and every rounding field gives the same bytes.
-TYPED_TEST(Resize, DoesNotDependOnTeamOrRounding)
+// Regions that a team shares: every team gives the same bytes. (All calls of these tests run under some rounding
+// field.)
+TYPED_TEST(Resize, DoesNotDependOnTheTeam)
 {
   using T = TypeParam;
-  const int before = omp_get_max_threads();
-  const unsigned word = _mm_getcsr();
-  for (int interpolation : interpolations) {
-    const double f = interpolation == 8 ? 0.61 : 1.7;
-    const Call c = {{400, 300}, {0, 0, 400, 300}, {680, 510}, Form::Factors, f, f, 0, 0, interpolation};
-    const Picture<T> src(c.srcSize, shapes[0], 0, 5);
-    Picture<T> first(c.dstSize, shapes[0], 0, 6);
-    const Picture<T> untouched = first;
-    omp_set_num_threads(1);
-    ASSERT_EQ(run(c, 0, src, first), ZorOk);
-    for (int threads : {2, 7})
-      for (unsigned field : {0x0000u, 0x2000u, 0x4000u, 0x6000u}) {
+  for (int interpolation : interpolations)
+    for (std::size_t shape : {std::size_t{1}, std::size_t{3}, std::size_t{4}}) {
+      const double f = interpolation == 8 ? 0.61 : 1.7;
+      const Call c = {{400, 300}, {3, 2, 390, 298}, {680, 510}, Form::Factors, f, f, 0, 0, interpolation};
+      const Picture<T> src(c.srcSize, shapes[shape], 0, 5);
+      Picture<T> first(c.dstSize, shapes[shape], 0, 6);
+      const Picture<T> untouched = first;
+      const auto call = [&](Picture<T>& dst, unsigned seed) {
+        const Surroundings some(seed);
+        return run(c, shape, src, dst);
+      };
+      ASSERT_EQ(call(first, 0), ZorOk);
+      for (unsigned seed : {5u, 11u}) { // teams of 2 and 7
         Picture<T> dst = untouched;
-        omp_set_num_threads(threads);
-        _mm_setcsr((word & ~0x6000u) | field);
-        const ZorStatus status = run(c, 0, src, dst);
-        const unsigned after = _mm_getcsr() & 0x6000u;
-        _mm_setcsr(word);
-        ASSERT_EQ(status, ZorOk);
-        ASSERT_EQ(after, field);
-        ASSERT_EQ(dst.planes[0].difference(first.planes[0]), "")
-          << interpolation << " team " << threads << " " << field;
+        ASSERT_EQ(call(dst, seed), ZorOk);
+        for (std::size_t p = 0; p < dst.planes.size(); ++p)
+          ASSERT_EQ(dst.planes[p].difference(first.planes[p]), "") << interpolation << " " << shapes[shape].name;
       }
-  }
-  omp_set_num_threads(before);
+    }
 }
 
 // Steps of GetResizeFract repeat the resize.
@@ -287,6 +284,26 @@ TYPED_TEST(Resize, ShiftRepeatsResize)
       c.dstSize = {std::max(1, static_cast<int>(18 * f + 1e-7)), std::max(1, static_cast<int>(11 * f + 1e-7))};
       ASSERT_EQ(run(c, 1, src, bySteps), ZorOk);
       ASSERT_EQ(bySteps.planes[0].difference(byFactor.planes[0]), "") << interpolation << " " << f;
+    }
+}
+
+// Blocks of 8u whose sums lie next to where results change.
+TEST(ResizeSuper, RoundsAsTheDoubleProduct)
+{
+  for (int nx = 1; nx <= 16; ++nx)
+    for (int ny = 1; ny <= 17; ++ny) {
+      const int n = nx * ny, blocks = 3 * 255;
+      Image<Zor8u> src({nx * blocks, ny}, 1, 0, 1), dst({blocks, 1}, 1, 0, 2), expected = dst;
+      const double x = 1.0 / nx, y = 1.0 / ny;
+      for (int b = 0; b < blocks; ++b) {
+        const int sum = std::min(b / 3 * n + n / 2 + b % 3 - (n > 1), 255 * n);
+        for (int k = 0; k < n; ++k) src.put(b * nx + k % nx, k / nx, 0, static_cast<Zor8u>(sum / n + (k < sum % n)));
+        expected.put(b, 0, 0, cut<Zor8u>(sum * (x * y) + 0.5));
+      }
+      ASSERT_EQ(zoriResize_8u_C1R(src.data(), src.size(), src.step(), {0, 0, nx * blocks, ny}, dst.data(), dst.step(),
+                                  {blocks, 1}, x, y, ZORI_INTER_SUPER),
+                ZorOk);
+      ASSERT_EQ(dst.difference(expected), "") << nx << "x" << ny;
     }
 }
 

@@ -51,7 +51,7 @@ TEST(ResizeYUV422, ResizesLumaAndChromaOnTheirOwnGrids)
 {
   Random r(422);
   constexpr int interpolations[] = {1, 2, 4, 8};
-  for (unsigned seed = 0; seed < 1500; ++seed) {
+  for (unsigned seed = 0; seed < 4000; ++seed) {
     Call c;
     c.size = {2 * r.between(1, seed % 3 ? 40 : 5), r.between(1, seed % 3 ? 30 : 5)};
     c.roi = {2 * r.below((c.size.width + 1) / 2), r.below(c.size.height), 2 * r.between(1, 40), r.between(1, 30)};
@@ -59,14 +59,27 @@ TEST(ResizeYUV422, ResizesLumaAndChromaOnTheirOwnGrids)
     c.dstSize = {r.between(2, 70), r.between(1, 30)};
     c.interpolation = interpolations[r.below(4)];
     c.x = r.real(0.1, c.interpolation == 8 ? 1.05 : 3);
+    if (r.below(4) == 0) { // one pair, or none: positions grow beyond the region
+      c.size.width = 200;
+      c.roi = {2 * r.below(8), c.roi.y, 2 * r.between(8, 40), c.roi.height};
+      c.x = r.real(1.4, 2.6) / c.roi.width;
+    }
     c.y = r.below(2) ? r.real(0.1, c.interpolation == 8 ? 1 : 3) : 0.5;
+    if (seed % 1000 == 0) { // for a team
+      c.size = {900, 310};
+      c.roi = {10, 3, 880, 300};
+      c.dstSize = {900, 280};
+      c.x = c.y = 0.9;
+    }
     const Image<Zor8u> src(c.size, 2, r.below(3), seed);
     Image<Zor8u> dst(c.dstSize, 2, r.below(3), seed + 1), expected = dst;
     const ZorStatus want = expect(c, src, expected);
-    ASSERT_EQ(zoriResizeYUV422_8u_C2R(src.data(), c.size, src.step(), c.roi, dst.data(), dst.step(), c.dstSize, c.x,
-                                      c.y, c.interpolation),
-              want)
-      << seed;
+    const auto status = [&] {
+      const Surroundings some(seed / 1000 + seed);
+      return zoriResizeYUV422_8u_C2R(src.data(), c.size, src.step(), c.roi, dst.data(), dst.step(), c.dstSize, c.x, c.y,
+                                     c.interpolation);
+    };
+    ASSERT_EQ(status(), want) << seed;
     ASSERT_EQ(dst.difference(expected), "")
       << "seed " << seed << " interpolation " << c.interpolation << " x " << c.roi.x;
   }

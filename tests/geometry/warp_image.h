@@ -2,7 +2,7 @@
 // are told to users.
 #pragma once
 
-#include "support/guarded_block.h"
+#include "support/image.h"
 #include "zori/types.h"
 
 #include <algorithm>
@@ -14,50 +14,28 @@
 
 namespace warptest {
 
-// An image whose last byte, or first, lies at a page without access. Noise of all values, floats between -1000 and
-// 1000.
-template <class T> class Image {
+// Noise of all values, floats between -1000 and 1000.
+template <class T> class Image : public zoritest::GuardedRows<T> {
 public:
   Image(int width, int height, int channels = 1, unsigned seed = 1, int padding = 0, bool atBegin = false)
-    : size{width, height}, channels(channels), step(width * channels * int(sizeof(T)) + padding)
+    : zoritest::GuardedRows<T>(width * channels, height, padding, !atBegin), size{width, height}, channels(channels),
+      step(zoritest::GuardedRows<T>::step())
   {
-    const std::size_t bytes = std::size_t(step) * (height - 1) + std::size_t(width) * channels * sizeof(T);
-    block_ = std::make_unique<zoritest::GuardedBlock>(bytes);
-    first_ = atBegin ? block_->begin() : block_->end() - bytes;
     std::mt19937 random(seed);
-    for (std::size_t i = 0; i < bytes; ++i) first_[i] = static_cast<unsigned char>(random());
-    for (int y = 0; y < height; ++y)
-      for (int x = 0; x < width * channels; ++x) {
-        T value;
-        if constexpr (std::is_same_v<T, Zor32f>) value = static_cast<float>(int(random() % 2000001) - 1000000) / 1000;
-        else value = static_cast<T>(random());
-        put(x, y, value);
-      }
+    this->fill(random, [&] {
+      if constexpr (std::is_same_v<T, Zor32f>) return static_cast<float>(int(random() % 2000001) - 1000000) / 1000;
+      else return static_cast<T>(random());
+    });
   }
-  T get(int sample, int y) const
-  {
-    T value;
-    std::memcpy(&value, row(y) + std::size_t(sample) * sizeof(T), sizeof(T));
-    return value;
-  }
-  void put(int sample, int y, T value) { std::memcpy(row(y) + std::size_t(sample) * sizeof(T), &value, sizeof(T)); }
+  T get(int sample, int y) const { return this->sample(y, sample); }
+  void put(int sample, int y, T value) { this->putSample(y, sample, value); }
   T at(int x, int y, int channel = 0) const { return get(x * channels + channel, y); }
-  T* data() const { return reinterpret_cast<T*>(first_); }
+  T* data() const { return this->rows(); }
   ZorImgRect whole() const { return {0, 0, size.width, size.height}; }
-  bool operator==(const Image& other) const
-  {
-    for (int y = 0; y < size.height; ++y)
-      if (std::memcmp(row(y), other.row(y), std::size_t(size.width) * channels * sizeof(T)) != 0) return false;
-    return true;
-  }
+  bool operator==(const Image& other) const { return this->difference(other).empty(); }
 
   ZorImgSize size;
   int channels, step;
-
-private:
-  unsigned char* row(int y) const { return first_ + std::ptrdiff_t(y) * step; }
-  std::unique_ptr<zoritest::GuardedBlock> block_;
-  unsigned char* first_;
 };
 
 inline double cubicWeight(int k, double t)
