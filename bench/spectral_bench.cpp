@@ -18,29 +18,28 @@ namespace {
 #ifdef ZORI_BENCH_FFTW
 using Plan = std::shared_ptr<std::remove_pointer_t<fftwf_plan>>;
 
-// Measuring a plan spoils the images, so each plan has images of its own.
+// Measuring a plan spoils the images, so each plan has images of its own. Complex numbers are pairs of floats.
 struct Peer {
-  std::shared_ptr<float> real, complex, result; // complex ones as pairs
+  std::shared_ptr<float> real, complex, result;
   Plan plan;
 
-  static std::shared_ptr<float> numbers(long long count)
+  static std::shared_ptr<float> floats(long long count)
   {
-    return {fftwf_alloc_real(static_cast<std::size_t>(count)), fftwf_free};
+    std::shared_ptr<float> p(fftwf_alloc_real(static_cast<std::size_t>(count)), fftwf_free);
+    for (long long i = 0; i < count; ++i) p.get()[i] = static_cast<float>(i % 251);
+    return p;
   }
-  static void fill(const std::shared_ptr<float>& image, long long count)
-  {
-    for (long long i = 0; i < count; ++i) image.get()[i] = static_cast<float>(i % 251);
-  }
+  static fftwf_complex* numbers(const std::shared_ptr<float>& p) { return reinterpret_cast<fftwf_complex*>(p.get()); }
+
   enum Kind { Forward, Inverse, Complex };
   Peer(ZorImgSize s, Kind kind)
   {
     const long long pixels = static_cast<long long>(s.width) * s.height;
-    real = numbers(pixels), complex = numbers(2 * pixels), result = numbers(kind == Complex ? 2 * pixels : 1);
-    const auto pairs = [](const std::shared_ptr<float>& p) { return reinterpret_cast<fftwf_complex*>(p.get()); };
-    plan = Plan(kind == Forward ? fftwf_plan_dft_r2c_2d(s.height, s.width, real.get(), pairs(complex), FFTW_MEASURE)
-                : kind == Inverse
-                  ? fftwf_plan_dft_c2r_2d(s.height, s.width, pairs(complex), real.get(), FFTW_MEASURE)
-                  : fftwf_plan_dft_2d(s.height, s.width, pairs(complex), pairs(result), FFTW_FORWARD, FFTW_MEASURE),
+    real = floats(pixels), complex = floats(2 * pixels), result = floats(kind == Complex ? 2 * pixels : 1);
+    fftwf_complex *const from = numbers(complex), *const to = numbers(result);
+    plan = Plan(kind == Forward   ? fftwf_plan_dft_r2c_2d(s.height, s.width, real.get(), from, FFTW_MEASURE)
+                : kind == Inverse ? fftwf_plan_dft_c2r_2d(s.height, s.width, from, real.get(), FFTW_MEASURE)
+                                  : fftwf_plan_dft_2d(s.height, s.width, from, to, FFTW_FORWARD, FFTW_MEASURE),
                 fftwf_destroy_plan);
     fill(real, pixels), fill(complex, 2 * pixels);
   }

@@ -94,6 +94,8 @@ void syntheticStages(Tour& tour);
 void statsStages(Tour& tour);
 void resizeStages(Tour& tour);
 void spectralStages(Tour& tour);
+void codecStages(Tour& tour);
+void correlationStages(Tour& tour);
 void warpStages(Tour& tour);
 
 // What the tour looks at when it gets no picture.

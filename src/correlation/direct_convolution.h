@@ -16,7 +16,10 @@ namespace {
 struct TapRows {
   const float* taps; // h rows of w, channel by channel
   int w, h;
+  int spread; // floats that a tap takes: 1, or all lanes of a vector
 };
+// Few taps stand once for each lane, which saves the spreading at every use.
+inline int spreadOf(std::int64_t taps) { return taps <= 1024 ? Vec<float>::size : 1; }
 
 constexpr int rowsAtOnce = 3, vectorsAtOnce = 3;
 constexpr int blockColumns = vectorsAtOnce * Vec<float>::size;
@@ -24,7 +27,7 @@ constexpr int wideRow = 32; // taps from which on the rows of taps are summed ap
 
 // Sums of a block for `Rows` output rows, the first of which begins at source row `first` of the window, a row of the
 // image for 0 <= k < rows. to: Rows rows, `pitch` apart.
-template <int Rows>
+template <int Rows, bool isSpread>
 [[gnu::noinline]] void sumBlock(const RowWindow<float>& window, std::ptrdiff_t x, int first, int rows,
                                 const TapRows& kernel, float* to, std::ptrdiff_t pitch)
 {
@@ -41,15 +44,16 @@ template <int Rows>
     if (k < 0 || k >= rows) return;
     const float* p = window[k] + x;
     const float* t[Rows];
-    for (int q = From; q <= To; ++q) t[q] = kernel.taps + static_cast<std::ptrdiff_t>(k - first - q) * w;
+    for (int q = From; q <= To; ++q)
+      t[q] = kernel.taps + static_cast<std::ptrdiff_t>(k - first - q) * w * (isSpread ? size : 1);
     for (int i = 0; i < w; ++i, ++p) {
       const Vec<float> a = load<float>(p), b = load<float>(p + size), c = load<float>(p + 2 * size);
 #pragma GCC unroll 3
       for (int q = From; q <= To; ++q) {
-        const Vec<float> tap = splat(t[q][i]);
-        sum[q][0] += a * tap;
-        sum[q][1] += b * tap;
-        sum[q][2] += c * tap;
+        const Vec<float> tap = isSpread ? load<float>(t[q] + i * size) : splat(t[q][i]);
+        sum[q][0] += tap * a;
+        sum[q][1] += tap * b;
+        sum[q][2] += tap * c;
       }
     }
     if (isWide)
@@ -134,15 +138,20 @@ private:
     const int count = static_cast<int>(std::min<std::ptrdiff_t>(rowsAtOnce, resultHeight - y));
     const int first = static_cast<int>(y + originY - range.first), rows = range.end - range.first;
     TapRows taps = kernel;
-    for (int c = 0; c < processed<L>; ++c, taps.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h)
+    for (int c = 0; c < processed<L>;
+         ++c, taps.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.spread)
       for (std::ptrdiff_t x = 0; x < resultWidth; x += chunk) {
         const int n = static_cast<int>(std::min<std::ptrdiff_t>(chunk, resultWidth - x));
         for (int b = 0; b < n; b += blockColumns) {
           const std::ptrdiff_t at = c * pitch + x + b;
-          if (count == rowsAtOnce && kernel.h >= rowsAtOnce)
-            sumBlock<rowsAtOnce>(window, at, first, rows, taps, sums[0] + b, chunk);
+          const auto sum = [&](auto atOnce, int q) {
+            constexpr int n = decltype(atOnce)::value;
+            const auto f = kernel.spread == 1 ? sumBlock<n, false> : sumBlock<n, true>;
+            f(window, at, first + q, rows, taps, sums[q] + b, chunk);
+          };
+          if (count == rowsAtOnce && kernel.h >= rowsAtOnce) sum(std::integral_constant<int, rowsAtOnce>{}, 0);
           else
-            for (int q = 0; q < count; ++q) sumBlock<1>(window, at, first + q, rows, taps, sums[q] + b, chunk);
+            for (int q = 0; q < count; ++q) sum(std::integral_constant<int, 1>{}, q);
         }
         for (int q = 0; q < count; ++q) {
           if (factor != 1)

@@ -26,7 +26,7 @@ template <class T> struct Taps { // integers: pairs of 16-bit neighbours
 
   static Item pair(int a, int b) { return static_cast<Item>((a & 0xffff) | static_cast<unsigned>(b) << 16); }
   // n samples, then zeros up to `padded`
-  static void takeRow(const T* from, int n, int padded, Item* to)
+  static void takeRow(const T* from, int n, std::ptrdiff_t padded, Item* to)
   {
     for (int x = 0; x + 1 < n; ++x) to[x] = pair(get<T>(from + x), get<T>(from + x + 1));
     to[n - 1] = pair(get<T>(from + n - 1), 0);
@@ -46,7 +46,7 @@ template <> struct Taps<float> {
   static constexpr int tapsOfItem = 1;
   static constexpr std::int64_t mostTaps = 1; // rows are summed apart
 
-  static void takeRow(const float* from, int n, int padded, Item* to)
+  static void takeRow(const float* from, int n, std::ptrdiff_t padded, Item* to)
   {
     std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(float));
     std::fill(to + n, to + padded, 0.0f);
@@ -55,37 +55,57 @@ template <> struct Taps<float> {
   static Vec<Item> product(Vec<Item> samples, Vec<Item> taps) { return samples * taps; }
 };
 
-// sums[x] += products of the taps with the samples from x on, of V vectors.
-template <class T, int V, class Item>
-[[gnu::noinline]] void addProducts(const Item* samples, const Item* taps, std::ptrdiff_t items, Item* sums)
+// Rows of samples and of taps that meet each other: `rows` rows of `items` taps. The next output row meets the same
+// samples with the taps one row above.
+template <class Item> struct MeetingRows {
+  const Item *samples, *taps;
+  std::ptrdiff_t samplePitch, tapPitch;
+  int rows, items;
+};
+
+// sums[x] += products of the taps with the samples from x on, of V vectors in each of R output rows.
+template <class T, int R, int V, class Item>
+[[gnu::noinline]] void addProducts(const MeetingRows<Item>& r, Item* sums, std::ptrdiff_t pitch)
 {
   constexpr int lanes = Vec<Item>::size;
-  Vec<Item> a[V];
-  for (int v = 0; v < V; ++v) a[v] = load<Item>(sums + v * lanes);
-  for (std::ptrdiff_t i = 0; i < items; ++i, samples += Taps<T>::tapsOfItem) {
-    const Vec<Item> t = splat(taps[i]);
+  Vec<Item> a[R][V];
+  for (int q = 0; q < R; ++q)
+    for (int v = 0; v < V; ++v) a[q][v] = load<Item>(sums + q * pitch + v * lanes);
+  for (int y = 0; y < r.rows; ++y) {
+    const Item* samples = r.samples + y * r.samplePitch;
+    const Item *const first = r.taps + y * r.tapPitch, *const second = first - (R - 1) * r.tapPitch;
+    const std::ptrdiff_t items = r.items;
+#pragma GCC unroll 2
+    for (std::ptrdiff_t i = 0; i < items; ++i, samples += Taps<T>::tapsOfItem) {
+      samples = forgotten(samples);
+      const Vec<Item> t[2] = {splat(first[i]), splat(second[i])};
 #pragma GCC unroll 8
-    for (int v = 0; v < V; ++v) a[v] += Taps<T>::product(load<Item>(samples + v * lanes), t);
+      for (int v = 0; v < V; ++v) {
+        const Vec<Item> s = load<Item>(samples + v * lanes);
+#pragma GCC unroll 2
+        for (int q = 0; q < R; ++q) a[q][v] += Taps<T>::product(s, t[q]);
+      }
+    }
   }
-  for (int v = 0; v < V; ++v) store(sums + v * lanes, a[v]);
+  for (int q = 0; q < R; ++q)
+    for (int v = 0; v < V; ++v) store(sums + q * pitch + v * lanes, a[q][v]);
 }
 
 // The same of any number of vectors.
-template <class T, class Item>
-void addRowOfProducts(const Item* samples, const Item* taps, std::ptrdiff_t items, Item* sums, int vectors)
+template <class T, int R, class Item>
+void addRowsOfProducts(MeetingRows<Item> r, Item* sums, std::ptrdiff_t pitch, int vectors)
 {
   constexpr int lanes = Vec<Item>::size;
   while (vectors > 0) {
-    const int v = vectors > 6 ? std::min(vectors - 3, 6) : vectors; // the last two share what is left
+    const int v = vectors > 5 ? std::min(vectors - 3, 5) : vectors; // the last two share what is left
     switch (v) {
-    case 1: addProducts<T, 1>(samples, taps, items, sums); break;
-    case 2: addProducts<T, 2>(samples, taps, items, sums); break;
-    case 3: addProducts<T, 3>(samples, taps, items, sums); break;
-    case 4: addProducts<T, 4>(samples, taps, items, sums); break;
-    case 5: addProducts<T, 5>(samples, taps, items, sums); break;
-    default: addProducts<T, 6>(samples, taps, items, sums); break;
+    case 1: addProducts<T, R, 1>(r, sums, pitch); break;
+    case 2: addProducts<T, R, 2>(r, sums, pitch); break;
+    case 3: addProducts<T, R, 3>(r, sums, pitch); break;
+    case 4: addProducts<T, R, 4>(r, sums, pitch); break;
+    default: addProducts<T, R, 5>(r, sums, pitch); break;
     }
-    samples += v * lanes;
+    r.samples += v * lanes;
     sums += v * lanes;
     vectors -= v;
   }
@@ -93,7 +113,7 @@ void addRowOfProducts(const Item* samples, const Item* taps, std::ptrdiff_t item
 
 // ---- The match ----
 
-constexpr int rowsOfUnit = 32;
+constexpr int rowsOfUnit = 32, mostResults = 64, sourceRowsAtOnce = 16;
 
 template <class T, class D> class DirectMatch {
 public:
@@ -105,7 +125,10 @@ public:
       items_((a_.tplSize.width + Taps<T>::tapsOfItem - 1) / Taps<T>::tapsOfItem)
   {
     taps_ = plan.add<Item>(static_cast<long long>(items_) * a_.tplSize.height);
-    samples_ = threadPlan_.add<Item>(a_.srcSize.width + 32LL);
+    const std::int64_t taps = a_.tplSize.width + Taps<T>::tapsOfItem;
+    rowsAtOnce_ = static_cast<int>(std::clamp<std::int64_t>(Taps<T>::mostTaps / taps, 1, INT32_MAX));
+    samplePitch_ = static_cast<std::ptrdiff_t>(a_.srcSize.width) + 32;
+    samples_ = threadPlan_.add<Item>(static_cast<long long>(samplePitch_) * sourceRowsAtOnce);
     sums_ = threadPlan_.add<Item>(static_cast<long long>(pitch_) * rowsOfUnit);
     totals_ = threadPlan_.add<double>(static_cast<long long>(pitch_) * rowsOfUnit);
     windows_ = threadPlan_.add<double>(WindowSums<T>::memoryFor(a_.srcSize.width));
@@ -118,16 +141,17 @@ public:
   void prepare(void* block)
   {
     block_ = block;
-    double sum = 0, squares = 0;
+    std::conditional_t<std::is_integral_v<T>, std::int64_t, double> total = 0, totalOfSquares = 0;
     const Rows tpl{a_.pTpl, a_.tplStep};
     for (int y = 0; y < a_.tplSize.height; ++y) {
       Taps<T>::takeTaps(tpl[y], a_.tplSize.width, taps_.in(block) + static_cast<std::ptrdiff_t>(y) * items_);
       for (int x = 0; x < a_.tplSize.width; ++x) {
-        const double t = get<T>(tpl[y] + x);
-        sum += t;
-        squares += t * t;
+        const std::conditional_t<std::is_integral_v<T>, int, double> t = get<T>(tpl[y] + x);
+        total += t;
+        totalOfSquares += t * t;
       }
     }
+    const double sum = static_cast<double>(total), squares = static_cast<double>(totalOfSquares);
     mean_ = sum / area();
     const float energy = static_cast<float>(squares - sum * sum / area());
     deviation_ = std::sqrt(energy < floorOf<T> ? floorOf<T> : energy);
@@ -140,13 +164,40 @@ public:
     std::fill_n(sums_.in(own), pitch_ * count, Item(0));
     std::fill_n(totals_.in(own), pitch_ * count, 0.0);
     const Rows src{a_.pSrc, a_.srcStep};
-    const int h = a_.tplSize.height;
-    for (int r = 0; r < count + h - 1; ++r) {
-      Taps<T>::takeRow(src[static_cast<std::ptrdiff_t>(first) + r], a_.srcSize.width, a_.srcSize.width + 32,
-                       samples_.in(own));
-      for (int y = std::max(0, r - h + 1); y < std::min(count, r + 1); ++y) addTemplateRow(r - y, y, own);
+    const int h = a_.tplSize.height, sourceRows = count + h - 1, atOnce = std::min(rowsAtOnce_, sourceRowsAtOnce);
+    const bool isShared = rowsAtOnce_ > 1;
+    int since[rowsOfUnit] = {}; // rows of products that a row's sums hold
+    for (int r = 0; r < sourceRows; r += atOnce) {
+      const int n = std::min(atOnce, sourceRows - r);
+      for (int k = 0; k < n; ++k)
+        Taps<T>::takeRow(src[static_cast<std::ptrdiff_t>(first) + r + k], a_.srcSize.width, samplePitch_,
+                         samples_.in(own) + k * samplePitch_);
+      // of these rows, output row y meets those from begin(y) to end(y)
+      const auto begin = [=](int y) { return std::max(0, y - r); };
+      const auto end = [=](int y) { return std::min(n, y + h - r); };
+      const auto add = [&](auto outputRows, int y, int from, int to) {
+        if (from < to)
+          addTemplateRows<decltype(outputRows)::value>(r + from - y, to - from, samples_.in(own) + from * samplePitch_,
+                                                       y, own);
+      };
+      constexpr std::integral_constant<int, 1> one;
+      constexpr std::integral_constant<int, 2> two;
+      const int last = std::min(count, r + n);
+      for (int y = std::max(0, r - h + 1); y < last; ++y) {
+        putAwayIfFull(y, end(y) - begin(y), since, own);
+        if (y + 1 < last && isShared) {
+          putAwayIfFull(y + 1, end(y + 1) - begin(y + 1), since, own);
+          add(one, y, begin(y), begin(y + 1));
+          add(two, y, begin(y + 1), end(y));
+          add(one, y + 1, end(y), end(y + 1));
+          ++y;
+        } else {
+          add(one, y, begin(y), end(y));
+        }
+      }
     }
-    WindowSums<T> windows({src, a_.srcSize.width, a_.srcSize.height, 1, 0, first}, a_.tplSize.width, h, results_,
+    for (int y = 0; y < count; ++y) putAway(y, own);
+    WindowSums<T> windows({src, a_.srcSize.width, a_.srcSize.height, 1, 0, first}, a_.tplSize.width, h, results_, count,
                           WindowSum::Deviation, windows_.in(own), a_.srcSize.width, nullptr, nullptr);
     for (int y = 0; y < count; ++y) {
       windows.row(y, deviations_.in(own));
@@ -158,23 +209,30 @@ public:
 private:
   double area() const { return static_cast<double>(a_.tplSize.width) * a_.tplSize.height; }
 
-  // Row j of the template at output row y of the unit.
-  void addTemplateRow(int j, int y, void* own) const
+  // Rows j .. j + rows - 1 of the template at output row y of the unit, and those one above at the next R - 1.
+  template <int R> void addTemplateRows(int j, int rows, const Item* samples, int y, void* own) const
   {
     constexpr int perItem = Taps<T>::tapsOfItem;
-    constexpr std::int64_t most = Taps<T>::mostTaps;
-    const int w = a_.tplSize.width, h = a_.tplSize.height;
+    constexpr int most = Taps<T>::mostTaps > perItem ? Taps<T>::mostTaps / perItem : INT32_MAX;
     const int vectors = (results_ + Vec<Item>::size - 1) / Vec<Item>::size;
-    Item* const sums = sums_.in(own) + pitch_ * y;
     const Item* const taps = taps_.in(block_) + static_cast<std::ptrdiff_t>(j) * items_;
-    const int part = most > perItem ? static_cast<int>(most) / perItem : items_;
-    for (int i = 0; i < items_; i += part) {
-      addRowOfProducts<T>(samples_.in(own) + static_cast<std::ptrdiff_t>(i) * perItem, taps + i,
-                          std::min(part, items_ - i), sums, vectors);
-      if (items_ > part) putAway(y, own);
+    for (int i = 0; i < items_;) { // rows of more taps than a sum holds go alone and in parts
+      const int n = std::min(most, items_ - i);
+      addRowsOfProducts<T, R, Item>(
+        {samples + static_cast<std::ptrdiff_t>(i) * perItem, taps + i, samplePitch_, items_, rows, n},
+        sums_.in(own) + pitch_ * y, pitch_, vectors);
+      i += n;
+      if (i < items_) putAway(y, own);
     }
-    const int rowsAtOnce = static_cast<int>(std::max<std::int64_t>(1, most / (w + perItem)));
-    if (j == h - 1 || (j + 1) % rowsAtOnce == 0) putAway(y, own);
+  }
+  // Before so many more rows of products come to the sums of output row y.
+  void putAwayIfFull(int y, int rows, int* since, void* own) const
+  {
+    if (since[y] + rows > rowsAtOnce_) {
+      putAway(y, own);
+      since[y] = 0;
+    }
+    since[y] += rows;
   }
   void putAway(int y, void* own) const
   {
@@ -186,15 +244,22 @@ private:
     }
   }
 
-  void finishRow(const WindowSums<T>& windows, const double* totals, const float* deviations, D* to) const
+  void finishRow(const WindowSums<T>& windows, double* totals, const float* deviations, D* to) const
   {
+    float results[mostResults];
+    double samples[mostResults];
+    windows.sumsOfSamples(samples);
+    const double mean = mean_;
+    const float floor = floorOf<T>, deviation = deviation_;
     for (int x = 0; x < results_; ++x) {
-      const float numerator = static_cast<float>(totals[x] - mean_ * windows.sumOfSamples(x));
-      const float energy = deviations[x] < floorOf<T> ? floorOf<T> : deviations[x];
-      const float result = numerator / (std::sqrt(energy) * deviation_);
-      if constexpr (std::is_same_v<D, float>) put(to + x, result);
-      else {
-        const double scaled = result * factor_;
+      const float numerator = static_cast<float>(totals[x] - mean * samples[x]);
+      results[x] = numerator / (std::sqrt(deviations[x] < floor ? floor : deviations[x]) * deviation);
+    }
+    if constexpr (std::is_same_v<D, float>) {
+      std::memcpy(to, results, static_cast<std::size_t>(results_) * sizeof(float));
+    } else {
+      for (int x = 0; x < results_; ++x) {
+        const double scaled = results[x] * factor_;
         put(to + x, static_cast<D>(scaled < 0 ? 0 : scaled > 255 ? 255 : static_cast<int>(scaled + 0.5)));
       }
     }
@@ -202,8 +267,8 @@ private:
 
   const MatchArguments<T, D>& a_;
   int results_, rows_;
-  std::ptrdiff_t pitch_;
-  int items_;
+  std::ptrdiff_t pitch_, samplePitch_;
+  int items_, rowsAtOnce_;
   double mean_ = 0, factor_ = 1;
   float deviation_ = 1;
   void* block_ = nullptr;

@@ -4,6 +4,7 @@
 #include "rowkernels/convert.h"
 
 namespace zori {
+namespace {
 
 // n results to every channels-th sample; integers times 2^-scaleFactor, rounded and saturated. `spare` holds n.
 template <class D> void storeRow(const float* results, D* to, int channels, int n, int scaleFactor, D* spare)
@@ -17,4 +18,5 @@ template <class D> void storeRow(const float* results, D* to, int channels, int 
   for (int x = 0; x < n; ++x, to += channels) put(to, spare[x]);
 }
 
+} // namespace
 } // namespace zori

@@ -78,11 +78,12 @@ void takeStrip(const TileView<T>& view, std::int64_t x, int rows, TileNumbers nu
   for (int y = end; y < rows; ++y) takeOne(y);
 }
 
-// The mean of a tile's samples as an integer.
+// The mean of a tile's samples as an integer, of every fourth row.
 template <class T> int meanOf(const TileView<T>& view, int width, int height, T* spare)
 {
   std::int64_t sum = 0;
-  for (int y = 0; y < height; ++y) {
+  const int apart = height < 16 ? 1 : 4;
+  for (int y = 0; y < height; y += apart) {
     const T* const p = view.run(0, y, width, spare);
     for (int x = 0; x < width;) {
       std::int32_t part = 0; // of at most 2^15 samples
@@ -90,24 +91,31 @@ template <class T> int meanOf(const TileView<T>& view, int width, int height, T*
       sum += part;
     }
   }
-  return static_cast<int>(sum / (static_cast<std::int64_t>(width) * height));
+  return static_cast<int>(sum / (static_cast<std::int64_t>(width) * (height / apart)));
 }
 
-// The greatest magnitude of a row as bits, which order as magnitudes do; a NaN is above all.
+// The greatest magnitude of a row as bits, which order as magnitudes do; beyond all numbers where one is a NaN or an
+// infinity.
 [[gnu::noinline]] inline std::int32_t greatestBits(const float* p, int n)
 {
-  constexpr int size = Vec<float>::size;
+  constexpr int size = Vec<float>::size, parts = 4;
+  constexpr std::int32_t noNumber = 255 << 23;
   std::int32_t most = 0;
   int x = 0;
-  if (n >= 4 * size) {
-    const Vec<std::int32_t> magnitude = splat<std::int32_t>(0x7fffffff);
-    Vec<std::int32_t> a[4];
-    for (auto& v : a) v = zero<std::int32_t>();
-    for (; x + 4 * size <= n; x += 4 * size)
-      for (int k = 0; k < 4; ++k) a[k] = max(a[k], load<std::int32_t>(p + x + k * size) & magnitude);
-    alignas(32) std::int32_t lanes[size];
-    store(lanes, max(max(a[0], a[1]), max(a[2], a[3])));
-    for (std::int32_t v : lanes) most = std::max(most, v);
+  if (n >= parts * size) {
+    const Vec<float> sign = splat(-0.0f);
+    Vec<float> greatest[parts], times0[parts]; // the second becomes a NaN
+    for (int k = 0; k < parts; ++k) greatest[k] = times0[k] = zero<float>();
+    for (; x + parts * size <= n; x += parts * size)
+      for (int k = 0; k < parts; ++k) {
+        const Vec<float> v = load<float>(p + x + k * size);
+        greatest[k] = max(without(v, sign), greatest[k]);
+        times0[k] += v * zero<float>();
+      }
+    alignas(32) float lanes[size], products[size];
+    store(lanes, max(max(greatest[0], greatest[1]), max(greatest[2], greatest[3])));
+    store(products, (times0[0] + times0[1]) + (times0[2] + times0[3]));
+    for (int i = 0; i < size; ++i) most = std::max(most, products[i] == 0 ? get<std::int32_t>(lanes + i) : noNumber);
   }
   for (; x < n; ++x) most = std::max(most, get<std::int32_t>(p + x) & 0x7fffffff);
   return most;
@@ -123,26 +131,33 @@ inline int exponentOf(const TileView<float>& view, int width, int height, float*
 
 // ---- The last step: a row of sums of products to results, w the numbers of their windows ----
 
-[[gnu::noinline]] void finishRow(LastStep last, float* __restrict c, const float* __restrict w, int n, float floor,
-                                 float factor, const TemplateNumbers& t)
+// c[x] = f(c[x], w[x]); rows are filled up to whole vectors.
+template <class F> void forEachVector(float* c, const float* w, int n, F f)
 {
-  const float divisor = t.divisor, energy = t.energy;
+  for (int x = 0; x < n; x += Vec<float>::size)
+    storeAligned(c + x, f(loadAligned<float>(c + x), loadAligned<float>(w + x)));
+}
+
+[[gnu::noinline]] void finishRow(LastStep last, float* c, const float* w, int n, float floor, float factor,
+                                 const TemplateNumbers& t)
+{
+  using V = Vec<float>;
+  const V least = splat(floor), divisor = splat(t.divisor), energy = splat(t.energy), by = splat(factor);
+  const auto raised = [=](V v) { return max(least, v); }; // a NaN stays one
   switch (last) {
   case LastStep::Plain:
-    if (factor != 1)
-      for (int x = 0; x < n; ++x) c[x] *= factor;
+    if (factor != 1) forEachVector(c, c, n, [=](V sum, V) { return sum * by; });
     break;
-  case LastStep::Norm:
-    for (int x = 0; x < n; ++x) c[x] /= std::sqrt(w[x] < floor ? floor : w[x]) * divisor;
-    break;
+  case LastStep::Norm: forEachVector(c, w, n, [=](V sum, V q) { return sum / (sqrt(raised(q)) * divisor); }); break;
   case LastStep::Level:
-    for (int x = 0; x < n; ++x) c[x] /= std::sqrt((w[x] < floor ? floor : w[x]) * divisor);
     if (t.clearsFlat)
-      for (int x = 0; x < n; ++x) c[x] = w[x] == 0 ? 0 : c[x];
+      forEachVector(c, w, n,
+                    [=](V sum, V v) { return without(sum / sqrt(raised(v) * divisor), equal(v, zero<float>())); });
+    else forEachVector(c, w, n, [=](V sum, V v) { return sum / sqrt(raised(v) * divisor); });
     break;
   case LastStep::Distance:
-    for (int x = 0; x < n; ++x)
-      c[x] = ((c[x] * -2.0f + w[x]) + energy) / (std::sqrt(w[x] < floor ? floor : w[x]) * divisor);
+    forEachVector(c, w, n,
+                  [=](V sum, V q) { return ((sum * splat(-2.0f) + q) + energy) / (sqrt(raised(q)) * divisor); });
     break;
   }
 }
@@ -295,8 +310,8 @@ private:
               void* own) const
   {
     WindowSums<T> sums(view, static_cast<int>(job_.tpl.width), static_cast<int>(job_.tpl.height), place.width,
-                       job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy, sums_.in(own),
-                       transform_.width(), spare_[0].in(own), spare_[1].in(own));
+                       place.height, job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy,
+                       sums_.in(own), transform_.width(), spare_[0].in(own), spare_[1].in(own));
     float *const results = results_.in(own), *const windows = windows_.in(own);
     const float unscale = 1 / numbers.scale;
     for (std::ptrdiff_t y = 0; y < place.height; ++y) {
@@ -349,24 +364,24 @@ template <class T, class D> ZorStatus correlateInTiles(const CorrelationJob<T, D
   if (job.orderX > TileTransform::greatestOrder || job.orderY > TileTransform::greatestOrder) return ZorErrOrder;
   BlockPlan plan;
   Tiles<T, D> tiles(job, plan);
-  const long long threadBytes = tiles.threadPlan().bytes();
-  if (plan.isImpossible() || tiles.threadPlan().isImpossible()) return ZorErrAlloc;
+  const std::int64_t values = tiles.count() << std::min(job.orderX + job.orderY, 30);
+  const TeamRule rule = TeamRule::forWork(values, picosecondsPerValue);
+  const int units = static_cast<int>(std::min<std::int64_t>(tiles.pairs() * job.processed, INT32_MAX));
+  // what all threads read, and an area for each
+  const int threads = rule.threads(units);
+  if (tiles.threadPlan().isImpossible()) return ZorErrAlloc;
+  const std::size_t threadBytes = roundUp(static_cast<std::size_t>(tiles.threadPlan().bytes()), 64);
+  const auto areas = plan.add<Zor8u>(static_cast<long long>(threadBytes) * threads, 64);
+  if (plan.isImpossible()) return ZorErrAlloc;
   Scratch<Zor8u> block(plan.bytes());
   if (!block) return ZorErrAlloc;
-  {
-    Scratch<Zor8u> own(threadBytes);
-    if (!own) return ZorErrAlloc;
-    const auto prepare = [&] { tiles.prepare(block.get(), own.get()); };
-    underRounding(Rounding::Nearest, prepare);
-  }
-  const std::int64_t units = tiles.pairs() * job.processed;
-  const std::int64_t values = tiles.count() << std::min(job.orderX + job.orderY, 30);
-  return masterSlabs(TeamRule::forWork(values, picosecondsPerValue), Rounding::Nearest,
-                     static_cast<int>(std::min<std::int64_t>(units, INT32_MAX)), static_cast<std::size_t>(threadBytes),
-                     [&](const Slab& slab) {
-                       tiles.work(slab.thread, slab.threads, slab.buffer);
-                       return ZorOk;
-                     });
+  const auto prepare = [&] { tiles.prepare(block.get(), areas.in(block.get())); };
+  underRounding(Rounding::Nearest, prepare);
+  return masterSlabs(rule, Rounding::Nearest, units, 0, [&](const Slab& slab) {
+    ZORI_ASSERT(slab.threads <= threads);
+    tiles.work(slab.thread, slab.threads, areas.in(block.get()) + threadBytes * slab.thread);
+    return ZorOk;
+  });
 }
 
 template ZorStatus correlateInTiles(const CorrelationJob<Zor8u, Zor8u>&);

@@ -41,7 +41,8 @@ void multiply(float* a, const float* b, std::ptrdiff_t elements)
 
 TileTransform::TileTransform(int orderX, int orderY, BlockPlan& plan)
   : width_(1 << orderX), height_(1 << orderY), strips_(std::max(width_ / strip, 1)),
-    sets_(std::max(height_ / strip, 1)), columns_(height_, plan), rows_(width_, plan)
+    sets_(std::max(height_ / strip, 1)), columns_(height_, plan),
+    rows_(width_ == height_ ? columns_ : LanePlan(width_, plan))
 {
   // half a kilobyte of floats between strips, lest they meet in few sets of the cache
   const long long floats = static_cast<long long>(sets_) * strip * element + strip * element;
@@ -52,7 +53,7 @@ TileTransform::TileTransform(int orderX, int orderY, BlockPlan& plan)
 void TileTransform::fill(void* block) const
 {
   columns_.fill(block);
-  rows_.fill(block);
+  if (width_ != height_) rows_.fill(block);
 }
 
 void TileTransform::forwardColumns(const void* block, float* first) const

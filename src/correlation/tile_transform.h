@@ -29,7 +29,7 @@ public:
   int height() const { return height_; }
   int strips() const { return strips_; }
   long long stripFloats() const { return stripFloats_; }
-  long long tileFloats() const { return strips_ * stripFloats_; }
+  long long tileFloats() const { return static_cast<long long>(strips_) * stripFloats_; }
   long long setFloats() const { return static_cast<long long>(strips_) * strip * element; }
   long long spectrumFloats() const { return sets_ * setFloats(); }
 

@@ -14,6 +14,7 @@
 #include <cmath>
 
 namespace zori {
+namespace {
 
 // Which number of a window is wanted: the sum of squares, or the squares of what differs from the window's mean.
 enum class WindowSum { Energy, Deviation };
@@ -21,36 +22,36 @@ enum class WindowSum { Energy, Deviation };
 template <class T> class WindowSums {
 public:
   // Elements of doubles that a tile of so many columns needs.
-  static long long memoryFor(int tileWidth) { return 4 * pitch(tileWidth); }
+  static long long memoryFor(int tileWidth) { return doubleRows * pitch(tileWidth); }
 
-  // Windows of w x h; `columns` of them in a row.
-  WindowSums(const TileView<T>& view, int w, int h, int columns, WindowSum wanted, double* memory, int tileWidth,
-             T* entering, T* leaving)
-    : view_(view), w_(w), h_(h), columns_(columns), samples_(columns + w - 1), wanted_(wanted),
+  // Windows of w x h; `columns` of them in a row, `rows` rows of them.
+  WindowSums(const TileView<T>& view, int w, int h, int columns, int rows, WindowSum wanted, double* memory,
+             int tileWidth, T* entering, T* leaving)
+    : view_(view), w_(w), h_(h), columns_(columns), rows_(rows), samples_(columns + w - 1), wanted_(wanted),
       area_(static_cast<double>(w) * h),
       byIntegers_(sizeof(T) == 1 && static_cast<std::int64_t>(w) * h <= mostByIntegers), entering_(entering),
       leaving_(leaving)
   {
     const std::ptrdiff_t p = static_cast<std::ptrdiff_t>(pitch(tileWidth));
-    for (int k = 0; k < 4; ++k) row_[k] = memory + k * p;
+    for (int k = 0; k < doubleRows; ++k) row_[k] = memory + k * p;
   }
 
-  // The sums of row y of windows, rows in turn from 0 on.
+  // The sums of row y of windows, rows in turn from 0 on. There is room up to a multiple of 16.
   void row(std::int64_t y, float* sums)
   {
     if (byIntegers_) rowByIntegers(y, sums);
     else rowByDoubles(y, sums);
   }
-  // Of the row that was last asked for, the plain sum of the samples of window x.
-  double sumOfSamples(int x) const
+  // Of the row that was last asked for, if deviations are wanted: the sums of the samples themselves.
+  void sumsOfSamples(double* sums) const
   {
-    if (!byIntegers_) return row_[0][x];
     const std::uint32_t* const s = reinterpret_cast<const std::uint32_t*>(row_[2]);
-    return static_cast<std::int32_t>(s[x + w_] - s[x]);
+    for (int x = 0; x < columns_; ++x) sums[x] = byIntegers_ ? static_cast<std::int32_t>(s[x + w_] - s[x]) : row_[0][x];
   }
 
 private:
   static constexpr std::int64_t mostByIntegers = 33025; // squares of 255 then fit 31 bits
+  static constexpr int rowsAhead = 4, doubleRows = 2 + 2 * rowsAhead;
   static long long pitch(int tileWidth) { return (static_cast<long long>(tileWidth) + 1 + 15) / 16 * 16; }
 
   // ---- Integers ----
@@ -70,7 +71,7 @@ private:
     std::uint32_t* const qTo = reinterpret_cast<std::uint32_t*>(row_[3]);
     prefix(s, sTo, q, qTo, samples_);
     if (wanted_ == WindowSum::Energy) energies(qTo, qTo + w_, sums, columns_);
-    else deviations(sTo, sTo + w_, qTo, qTo + w_, sums, columns_, area_, 1 / area_);
+    else deviations(sTo, sTo + w_, qTo, qTo + w_, sums, columns_, area_);
   }
 
   [[gnu::noinline]] static void addRow(const T* in, std::int32_t* __restrict s, std::int32_t* __restrict q, int n)
@@ -108,14 +109,16 @@ private:
   {
     for (int x = 0; x < n; ++x) to[x] = static_cast<float>(static_cast<std::int32_t>(q1[x] - q0[x]));
   }
-  // (N Q - S S) / N, the first part exact
+  // (N Q - S S) / N, the first part exact. Rows are filled up to whole vectors.
   [[gnu::noinline]] static void deviations(const std::uint32_t* s0, const std::uint32_t* s1, const std::uint32_t* q0,
-                                           const std::uint32_t* q1, float* __restrict to, int n, double area,
-                                           double perArea)
+                                           const std::uint32_t* q1, float* to, int n, double area)
   {
-    for (int x = 0; x < n; ++x) {
-      const double s = static_cast<std::int32_t>(s1[x] - s0[x]), q = static_cast<std::int32_t>(q1[x] - q0[x]);
-      to[x] = static_cast<float>((area * q - s * s) * perArea);
+    const Vec<double> areas = splat(area), perArea = splat(1 / area);
+    const auto deviation = [=](Vec<double> s, Vec<double> q) { return (areas * q - s * s) * perArea; };
+    for (int x = 0; x < n; x += Vec<float>::size) {
+      const auto s = load<std::int32_t>(s1 + x) - load<std::int32_t>(s0 + x);
+      const auto q = load<std::int32_t>(q1 + x) - load<std::int32_t>(q0 + x);
+      store(to + x, toFloat(deviation(toDoubleLow(s), toDoubleLow(q)), deviation(toDoubleHigh(s), toDoubleHigh(q))));
     }
   }
 
@@ -132,49 +135,83 @@ private:
     else return static_cast<double>(in) * in - static_cast<double>(out) * out;
   }
 
+  // Sums stand in rows 0 and 1; behind them, what the next rows of windows gain in samples and in squares.
+  double* changeOfSamples(int k) { return row_[2 + k]; }
+  double* changeOfSquares(int k) { return row_[2 + rowsAhead + k]; }
+  bool hasSamples() const { return wanted_ == WindowSum::Deviation; }
+
   void rowByDoubles(std::int64_t y, float* sums)
   {
-    double *const s = row_[0], *const q = row_[1], *const sNew = row_[2], *const qNew = row_[3];
+    double *const s = row_[0], *const q = row_[1];
     if (y == 0) {
-      double s0 = 0, q0 = 0;
-      std::fill(sNew, sNew + columns_, 0.0);
-      std::fill(qNew, qNew + columns_, 0.0);
-      for (int j = 0; j < h_; ++j) {
-        const T* const p = view_.run(0, j, samples_, entering_);
-        for (int i = 0; i < w_; ++i) {
-          const T a = get<T>(p + i);
-          s0 += a;
-          q0 += square(a);
-        }
-        addChanges(p + w_, p, sNew, qNew, columns_ - 1);
-      }
-      for (int x = 0; x < columns_; ++x) {
-        s[x] = s0;
-        q[x] = q0;
-        s0 += sNew[x];
-        q0 += qNew[x];
-      }
+      sumFirstRow(s, q);
     } else {
-      const T* const in = view_.run(0, y + h_ - 1, samples_, entering_);
-      const T* const out = view_.run(0, y - 1, samples_, leaving_);
-      std::fill(sNew, sNew + samples_, 0.0);
-      std::fill(qNew, qNew + samples_, 0.0);
-      addChanges(in, out, sNew, qNew, samples_);
-      double ds = 0, dq = 0;
-      for (int i = 0; i < w_; ++i) {
-        ds += sNew[i];
-        dq += qNew[i];
+      const int ahead = static_cast<int>((y - 1) % rowsAhead);
+      if (ahead == 0) {
+        if (rows_ - y >= rowsAhead) formChanges<rowsAhead>(y);
+        else
+          for (int k = 0; k < rows_ - y; ++k) formChanges<1>(y + k, k);
       }
-      for (int x = 0; x + 1 < columns_; ++x) {
-        s[x] += ds;
-        q[x] += dq;
-        ds += sNew[x + w_] - sNew[x];
-        dq += qNew[x + w_] - qNew[x];
-      }
-      s[columns_ - 1] += ds;
-      q[columns_ - 1] += dq;
+      if (hasSamples()) add(s, changeOfSamples(ahead), columns_);
+      add(q, changeOfSquares(ahead), columns_);
     }
     wantedOf(s, q, sums);
+  }
+
+  void sumFirstRow(double* s, double* q)
+  {
+    double s0 = 0, q0 = 0, *const sChange = changeOfSamples(0), *const qChange = changeOfSquares(0);
+    std::fill(sChange, sChange + columns_, 0.0);
+    std::fill(qChange, qChange + columns_, 0.0);
+    for (int j = 0; j < h_; ++j) {
+      const T* const p = view_.run(0, j, samples_, entering_);
+      for (int i = 0; i < w_; ++i) {
+        const T a = get<T>(p + i);
+        s0 += a;
+        q0 += square(a);
+      }
+      addChanges(p + w_, p, sChange, qChange, columns_ - 1);
+    }
+    for (int x = 0; x < columns_; ++x) {
+      s[x] = s0;
+      q[x] = q0;
+      s0 += sChange[x];
+      q0 += qChange[x];
+    }
+  }
+
+  // Of N rows of windows from y on, side by side: each is a chain of sums along the row.
+  template <int N> void formChanges(std::int64_t y, int first = 0)
+  {
+    double *s[N], *q[N];
+    for (int k = 0; k < N; ++k) {
+      s[k] = changeOfSamples(first + k), q[k] = changeOfSquares(first + k);
+      const T* const in = view_.run(0, y + k + h_ - 1, samples_, entering_);
+      const T* const out = view_.run(0, y + k - 1, samples_, leaving_);
+      std::fill(s[k], s[k] + samples_, 0.0);
+      std::fill(q[k], q[k] + samples_, 0.0);
+      addChanges(in, out, s[k], q[k], samples_);
+    }
+    if (hasSamples()) slideAlong(s, w_, columns_);
+    slideAlong(q, w_, columns_);
+  }
+  // row[k][x] becomes the sum of w from there on.
+  template <int N> [[gnu::noinline]] static void slideAlong(double* const (&row)[N], int w, int columns)
+  {
+    double sum[N] = {};
+    for (int i = 0; i < w; ++i)
+      for (int k = 0; k < N; ++k) sum[k] += row[k][i];
+    for (int x = 0; x + 1 < columns; ++x)
+      for (int k = 0; k < N; ++k) {
+        const double was = row[k][x];
+        row[k][x] = sum[k];
+        sum[k] += row[k][x + w] - was;
+      }
+    for (int k = 0; k < N; ++k) row[k][columns - 1] = sum[k];
+  }
+  static void add(double* __restrict to, const double* from, int n)
+  {
+    for (int x = 0; x < n; ++x) to[x] += from[x];
   }
 
   [[gnu::noinline]] static void addChanges(const T* in, const T* out, double* __restrict s, double* __restrict q, int n)
@@ -198,12 +235,13 @@ private:
   }
 
   TileView<T> view_;
-  int w_, h_, columns_, samples_;
+  int w_, h_, columns_, rows_, samples_;
   WindowSum wanted_;
   double area_;
   bool byIntegers_;
   T *entering_, *leaving_;
-  double* row_[4];
+  double* row_[doubleRows];
 };
 
+} // namespace
 } // namespace zori

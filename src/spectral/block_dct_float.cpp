@@ -145,7 +145,7 @@ template <class Butterfly> ZorStatus transform(const Zor32f* pSrc, Zor32f* pDst)
 {
   constexpr bool isForward = std::is_same_v<Butterfly, ForwardButterfly>;
   if (auto s = nonNull(pSrc, pDst); s != ZorOk) return s;
-  underRounding(roundNearest, [=] {
+  underRounding(Rounding::Nearest, [=] {
     Block b = loadBlock(pSrc);
     if (!isForward) inverseScales.apply(b);
     columnsThenRows<Butterfly>(b);

@@ -12,18 +12,20 @@ namespace zori {
 template <class V> inline constexpr int laneCount = V::size;
 template <> inline constexpr int laneCount<float> = 1;
 
+// From an aligned address, from any.
 template <class V> inline V loadLanes(const float* p)
 {
   if constexpr (std::is_same_v<V, float>) return *p;
-  else return loadAligned<float>(p);
+  else return loadAligned<float, V::bytes>(p);
 }
+template <class V> inline V loadAnywhere(const float* p) { return load<float, V::bytes>(p); }
 inline void storeLanes(float* p, float x) { *p = x; }
 template <class V> inline void storeLanes(float* p, V x) { storeAligned(p, x); }
 
 template <class V> inline V allLanes(float x)
 {
   if constexpr (std::is_same_v<V, float>) return x;
-  else return splat(x);
+  else return splat<float, V::bytes>(x);
 }
 
 template <class V> struct Complex {

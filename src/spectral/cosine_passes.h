@@ -153,7 +153,7 @@ template <class From, class To>
 
 // ---- Columns: blocks of neighbouring ones are gathered row by row ----
 
-// Up to 16 neighbouring columns of floats, in pairs.
+// Neighbouring columns of floats, in pairs.
 template <class V> struct FloatPairs {
   using Vector = V;
   static constexpr int size = laneCount<V>;
@@ -169,7 +169,7 @@ template <class V> struct FloatPairs {
       for (int i = 0; i < 2 * size; ++i) part[i] = i < left ? get<float>(p + i) : 0;
       p = part;
     }
-    const V x = load<float>(p), y = load<float>(p + size);
+    const V x = loadAnywhere<V>(p), y = loadAnywhere<V>(p + size);
     return {evenLanes(x, y), oddLanes(x, y)};
   }
   void bring(float* row, int vector, Complex<V> z) const
@@ -187,7 +187,7 @@ template <class V> struct FloatPairs {
     }
   }
   const float* firstIn(const float* row) const { return row + first; }
-  int lines() const { return floats / 16 + 1; }
+  int floatsInRow() const { return floats; }
 };
 
 // Pixels in pairs, the channels of one in lanes.
@@ -209,14 +209,16 @@ template <Layout L> struct PixelPairs {
     if (x + 1 < width) storePixel<L>(row, x + 1, z.im);
   }
   const float* firstIn(const float* row) const { return row + first * channels<L>; }
-  int lines() const { return pixels * channels<L> / 16 + 1; }
+  int floatsInRow() const { return pixels * channels<L>; }
 };
 
 // Rows are fetched some time ahead of their use: no two of them stand near each other.
+constexpr std::ptrdiff_t cosineRowsAhead = 8;
 template <class Columns, class P> inline void fetchRow(const Columns& columns, Rows<P> rows, std::ptrdiff_t y)
 {
-  const char* const p = reinterpret_cast<const char*>(columns.firstIn(rows[y]));
-  for (int line = 0; line < columns.lines(); ++line) prefetch(p + 64 * line);
+  const float *const p = columns.firstIn(rows[y]), *const last = p + columns.floatsInRow() - 1;
+  for (const float* q = p; q < last; q += 16) prefetch(q);
+  prefetch(last);
 }
 
 // The elements of a block in the buffer; a vector's real and imaginary part by places that the inverse exchanges.
@@ -251,7 +253,7 @@ template <class Columns>
   const std::ptrdiff_t n = pass.length;
   const BlockLanes<V> lanes(pass, buffer, vectors, false);
   for (std::ptrdiff_t y = 0; y < n; ++y) {
-    fetchRow(columns, src, std::min(y + rowsAhead, n - 1));
+    fetchRow(columns, src, std::min(y + cosineRowsAhead, n - 1));
     const float* const row = src[y];
     for (int v = 0; v < vectors; ++v) lanes.putAt(folded(y, n), v, columns.take(row, v));
   }
@@ -262,8 +264,8 @@ template <class Columns>
   };
   bringSingle(0);
   for (std::ptrdiff_t k = 1; k <= pass.pairs(); ++k) {
-    fetchRow(columns, dst, std::min(k + rowsAhead, n - 1));
-    fetchRow(columns, dst, std::max<std::ptrdiff_t>(n - k - rowsAhead, 0));
+    fetchRow(columns, dst, std::min(k + cosineRowsAhead, n - 1));
+    fetchRow(columns, dst, std::max<std::ptrdiff_t>(n - k - cosineRowsAhead, 0));
     const Complex<V> turn = pass.turn<V>(k);
     float *const row = dst[k], *const mirrorRow = dst[n - k];
     for (int v = 0; v < vectors; ++v) {
@@ -289,8 +291,8 @@ template <class Columns>
   };
   takeSingle(0);
   for (std::ptrdiff_t k = 1; k <= pass.pairs(); ++k) {
-    fetchRow(columns, src, std::min(k + rowsAhead, n - 1));
-    fetchRow(columns, src, std::max<std::ptrdiff_t>(n - k - rowsAhead, 0));
+    fetchRow(columns, src, std::min(k + cosineRowsAhead, n - 1));
+    fetchRow(columns, src, std::max<std::ptrdiff_t>(n - k - cosineRowsAhead, 0));
     const Complex<V> turn = pass.turn<V>(k);
     const float *const row = src[k], *const mirrorRow = src[n - k];
     for (int v = 0; v < vectors; ++v) {
@@ -303,7 +305,7 @@ template <class Columns>
   if (pass.middle()) takeSingle(pass.middle());
   transformLanes<V>(pass.plan, pass.block, buffer, vectors);
   for (std::ptrdiff_t y = 0; y < n; ++y) {
-    fetchRow(columns, dst, std::min(y + rowsAhead, n - 1));
+    fetchRow(columns, dst, std::min(y + cosineRowsAhead, n - 1));
     float* const row = dst[y];
     for (int v = 0; v < vectors; ++v) columns.bring(row, v, lanes.result(folded(y, n), v));
   }

@@ -54,9 +54,9 @@ struct CosineTransform {
 
 // ---- Records ----
 
-// Complex lanes that a buffer has room for: a block of columns is a cache line wide.
-constexpr int bufferLanes = 8;
-static_assert(bufferLanes >= laneCount<Vec<float>> && bufferLanes % laneCount<Vec<float>> == 0);
+// Complex lanes that a buffer has room for. A block of columns is two cache lines wide.
+constexpr int rowLanes = 8, columnLanes = 16;
+static_assert(rowLanes >= laneCount<Vec<float>> && columnLanes % laneCount<Vec<float>> == 0);
 
 constexpr long long alignment = 64;
 
@@ -86,7 +86,7 @@ int bufferBytes(ZorImgSize size)
   long long bytes;
   if (laneWorkLength(size.width) == 0 || laneWorkLength(size.height) == 0) return 0;
   if (size.width == 1 || size.height == 1) bytes = vectorBytes(std::max(size.width, size.height));
-  else bytes = std::max(laneBytes(size.width, bufferLanes), laneBytes(size.height, bufferLanes));
+  else bytes = std::max(laneBytes(size.width, rowLanes), laneBytes(size.height, columnLanes));
   bytes += alignment;
   return bytes > std::numeric_limits<int>::max() ? 0 : static_cast<int>(bytes);
 }
@@ -288,13 +288,13 @@ void transformImage(const CosineTransform& plan, Direction direction, Rows<const
   const CosinePass pass = plan.columns.pass(&plan);
   const Rows<const float> made{dst.first, dst.step};
   if constexpr (L == C1) {
-    constexpr int wide = 2 * bufferLanes;
+    constexpr int wide = 2 * columnLanes;
     for (std::ptrdiff_t x = 0; x < plan.width; x += wide) {
       const int floats = static_cast<int>(std::min<std::ptrdiff_t>(wide, plan.width - x));
       transformColumns(direction, pass, FloatPairs<Vec<float>>{x, floats}, made, dst, buffer);
     }
   } else {
-    constexpr int wide = 2 * bufferLanes / 4;
+    constexpr int wide = 2 * columnLanes / 4;
     for (std::ptrdiff_t x = 0; x < plan.width; x += wide) {
       const int pixels = static_cast<int>(std::min<std::ptrdiff_t>(wide, plan.width - x));
       transformColumns(direction, pass, PixelPairs<L>{x, plan.width, pixels}, made, dst, buffer);

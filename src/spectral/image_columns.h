@@ -41,7 +41,7 @@ template <class V> inline int laneOfPair(int pair)
   constexpr int size = laneCount<V>;
   alignas(32) float number[2 * size], even[size];
   for (int i = 0; i < 2 * size; ++i) number[i] = static_cast<float>(i / 2);
-  storeLanes(even, evenLanes(load<float>(number), load<float>(number + size)));
+  storeLanes(even, evenLanes(loadLanes<V>(number), loadLanes<V>(number + size)));
   int lane = 0;
   while (even[lane] != static_cast<float>(pair % size)) ++lane;
   return pair / size * size + lane;
@@ -58,11 +58,11 @@ template <class V> struct PairColumns {
   {
     const float* p = row + first;
     const int whole = pairs / size;
-    for (int v = 0; v < whole; ++v, p += 2 * size) putPairs(b, to + v * size, load<float>(p), load<float>(p + size));
+    for (int v = 0; v < whole; ++v, p += 2 * size) putPairs(b, to + v * size, pairsAt(p), pairsAt(p + size));
     if (whole < vectors) {
       alignas(32) float part[2 * size] = {};
       copyPart(part, p);
-      putPairs(b, to + whole * size, load<float>(part), load<float>(part + size));
+      putPairs(b, to + whole * size, pairsAt(part), pairsAt(part + size));
     }
   }
   void scatterRow(const BlockBuffer& b, const float* from, V factor, float* row) const
@@ -84,6 +84,7 @@ template <class V> struct PairColumns {
   static constexpr int realLanes = 1;
 
 private:
+  static V pairsAt(const float* p) { return load<float, V::bytes>(p); }
   static void putPairs(const BlockBuffer& b, float* to, V x, V y)
   {
     storeLanes(to + b.re, evenLanes(x, y));
@@ -214,7 +215,7 @@ template <class Image>
 // ---- A block ----
 
 // Rows are fetched so many ahead of their use: no two of them stand near each other.
-constexpr std::ptrdiff_t rowsAhead = 4;
+constexpr std::ptrdiff_t rowsAhead = 12;
 
 template <class Columns, class P>
 inline void fetchAhead(const Columns& columns, Rows<P> rows, std::ptrdiff_t y, std::ptrdiff_t height)

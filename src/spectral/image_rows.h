@@ -30,7 +30,7 @@ template <class V, class P> struct RowPerLane {
   }
   void load(std::ptrdiff_t x, V (&t)[tile]) const
   {
-    for (int i = 0; i < lanes; ++i) t[i] = zori::load<float>(row[i] + x);
+    for (int i = 0; i < lanes; ++i) t[i] = zori::load<float, V::bytes>(row[i] + x);
     transposeLanes(t);
   }
   void store(std::ptrdiff_t x, V (&t)[tile]) const
@@ -63,9 +63,9 @@ template <class V, class P> struct RowPerLane {
 template <Layout L> inline F32x4 loadPixel(const float* row, std::ptrdiff_t x, std::ptrdiff_t width)
 {
   const float* const p = row + x * channels<L>;
-  if constexpr (channels<L> == 4) return load<float>(p);
+  if constexpr (channels<L> == 4) return load<float, 16>(p);
   else {
-    if (x + 1 < width) return load<float>(p); // the fourth lane is idle
+    if (x + 1 < width) return load<float, 16>(p); // the fourth lane is idle
     const F32x4 two = loadLow8<float>(p), third = loadLow4<float>(p + 2);
     return as<float>(interleaveLow(as<double>(two), as<double>(third)));
   }

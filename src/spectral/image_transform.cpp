@@ -40,23 +40,28 @@ long long plannedBytes(bool isReal, ZorImgSize size)
                    16 * h + vectorBufferBytes(FftKind::Real, size.height), columns});
 }
 
+// Lengths that are transformed as the vector FFT does it: powers of two, of the DFT those from 8 on.
+bool isFftLength(TransformFamily family, int length)
+{
+  return powerOf(length) >= (family == TransformFamily::Fft ? 0 : 3);
+}
+
 // The divisor of a side as a factor. That of the DFT by the root comes from an estimate and one step of Newton.
 [[gnu::noinline]] float factorOf(TransformFamily family, int flag, int length)
 {
   if (flag == ZorFftNoDiv) return 1;
   const float n = static_cast<float>(length);
   if (flag != ZorFftDivBySqrtN) return 1 / n;
-  if (family == TransformFamily::Fft || powerOf(length) >= 0)
-    return static_cast<float>(1 / std::sqrt(static_cast<double>(length)));
-  const float x = firstLane(rsqrtEstimate(splat(n)));
+  if (isFftLength(family, length)) return static_cast<float>(1 / std::sqrt(static_cast<double>(length)));
+  const float x = firstLane(rsqrtEstimate(splatFour(n)));
   return x * (n * x * x - 3) * -0.5f;
 }
 
-// One row or one column of 2^k values goes through the vector FFT.
-int vectorLength(ZorImgSize size)
+// One row or one column of such a length goes through the vector FFT.
+int vectorLength(TransformFamily family, ZorImgSize size)
 {
   const int length = size.height == 1 ? size.width : size.width == 1 ? size.height : 0;
-  return length && powerOf(length) >= 0 ? length : 0;
+  return length && isFftLength(family, length) ? length : 0;
 }
 
 // ---- Work memory ----
@@ -291,7 +296,7 @@ ZorStatus makeImageTransform(TransformFamily family, bool isReal, Zor32u tag, Zo
   plan.bytesPerThread = static_cast<Zor32s>(planned);
   plan.threads = threads;
   if (bufferBytes(plan) == 0) return ZorErrAlloc;
-  const int vector = vectorLength(size);
+  const int vector = vectorLength(family, size);
   const FftKind kind = isReal ? FftKind::Real : FftKind::Complex;
   long long vectorBytes = 0, initBytes = 0, ignored;
   if (vector) {
@@ -305,12 +310,13 @@ ZorStatus makeImageTransform(TransformFamily family, bool isReal, Zor32u tag, Zo
   if (block.isImpossible()) return ZorErrAlloc;
 
   const RoundingScope rounding(Rounding::Nearest);
+  const bool isRow = size.height == 1, isColumn = size.width == 1 && !isRow; // which have one factor
   for (const Direction direction : {Direction::Forward, Direction::Inverse}) {
     const bool divides =
       flag == ZorFftDivBySqrtN || flag == (direction == Direction::Forward ? ZorFftDivFwdByN : ZorFftDivInvByN);
     const int d = static_cast<int>(direction);
-    plan.rowFactor[d] = divides ? factorOf(family, flag, size.width) : 1;
-    plan.columnFactor[d] = divides ? factorOf(family, flag, size.height) : 1;
+    plan.rowFactor[d] = divides && !isColumn ? factorOf(family, flag, size.width) : 1;
+    plan.columnFactor[d] = divides && !isRow ? factorOf(family, flag, size.height) : 1;
   }
   Scratch<Zor8u> memory(headBytes + block.bytes()), initMemory(initBytes);
   if (!memory || (initBytes && !initMemory)) return ZorErrAlloc;

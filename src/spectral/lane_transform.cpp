@@ -243,6 +243,8 @@ void transformFourLanes(const LanePlan& plan, const void* block, float* buffer, 
 {
   transform<F32x4>(plan, block, buffer, vectors);
 }
+inline namespace ZORI_WIDTH {
+
 void transformVectorLanes(const LanePlan& plan, const void* block, float* buffer, int vectors)
 {
   transform<Vec<float>>(plan, block, buffer, vectors);
@@ -253,6 +255,8 @@ void transformVectorLanesBack(const LanePlan& plan, const void* block, float* bu
   const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(vectors) * laneCount<Vec<float>>;
   toNatural<Vec<float>>(Levels(plan, block), {buffer + lanes, 2 * lanes, -lanes, vectors});
 }
+
+} // namespace ZORI_WIDTH
 
 void transformChirp(const LanePlan& plan, const void* block, float* pairs)
 {

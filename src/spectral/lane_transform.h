@@ -11,7 +11,9 @@ namespace zori {
 // The result of a lane is the same for all three, to the bit.
 void transformOneLane(const LanePlan& plan, const void* block, float* buffer, int vectors);
 void transformFourLanes(const LanePlan& plan, const void* block, float* buffer, int vectors);
+inline namespace ZORI_WIDTH { // the lanes of a vector are part of what is agreed
 void transformVectorLanes(const LanePlan& plan, const void* block, float* buffer, int vectors);
+}
 
 // V is float, F32x4 or Vec<float>.
 template <class V> inline void transformLanes(const LanePlan& plan, const void* block, float* buffer, int vectors)
@@ -23,7 +25,9 @@ template <class V> inline void transformLanes(const LanePlan& plan, const void* 
 
 // From the order in which the forward transform leaves values back to their natural one, by the inverse transform
 // without a divisor. Not for plans of a convolution. `vectors` of Vec<float> lanes each.
+inline namespace ZORI_WIDTH {
 void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors);
+}
 
 // The plan's levels alone on workLength() pairs: how a plan of a convolution forms its table.
 void transformChirp(const LanePlan& plan, const void* block, float* pairs);

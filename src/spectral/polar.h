@@ -19,27 +19,27 @@ namespace {
 // ---- Single precision ----
 
 struct MagnitudeOf {
-  F32x4 operator()(F32x4 re, F32x4 im) const { return sqrt(re * re + im * im); }
+  Vec<float> operator()(Vec<float> re, Vec<float> im) const { return sqrt(re * re + im * im); }
 };
 
 struct PhaseOf {
-  F32x4 operator()(F32x4 re, F32x4 im) const
+  Vec<float> operator()(Vec<float> re, Vec<float> im) const
   {
-    const F32x4 none = zero<float>(), x = abs(re), y = abs(im);
-    const F32x4 low = min(x, y), high = max(x, y);
+    const Vec<float> none = zero<float>(), x = abs(re), y = abs(im);
+    const Vec<float> low = min(x, y), high = max(x, y);
     // low / high in 0..1; 1 of equal ones, infinite ones too; 0 of zero
-    F32x4 t = select(equal(low, high), splat(1.0f), low / high);
+    Vec<float> t = select(equal(low, high), splat(1.0f), low / high);
     t = without(t, equal(high, none));
     // atan(t) = t + t^3 p(t^2), p fitted over 0..1 for the least relative error, 1.7e-8
-    const F32x4 z = t * t;
-    F32x4 p = splat(0.00292069285f);
+    const Vec<float> z = t * t;
+    Vec<float> p = splat(0.00292069285f);
     for (const float c :
          {-0.0163679304f, 0.0432118646f, -0.075522146f, 0.106660048f, -0.142110553f, 0.199937728f, -0.333331527f})
       p = p * z + splat(c);
-    F32x4 a = t + t * z * p;
+    Vec<float> a = t + t * z * p;
     a = select(greater(y, x), splat(1.57079632679489662f) - a, a);
     a = select(less(re, none), splat(3.14159265358979324f) - a, a);
-    const F32x4 signs = im & splat(-0.0f);
+    const Vec<float> signs = im & splat(-0.0f);
     // a NaN stays one
     return (a | signs) + select(unordered(re, im), re + im, none);
   }
@@ -48,18 +48,20 @@ struct PhaseOf {
 // dst[i] = op(re, im) of complex value i.
 template <class Op> [[gnu::noinline]] void polarRow(const Zor32fc* src, Zor32f* dst, std::ptrdiff_t length, Op op)
 {
-  const auto four = [op](const void* p) {
+  const UpperHalvesCleared atTheEnd;
+  constexpr int lanes = Vec<float>::size;
+  const auto values = [op](const void* p) {
     const float* q = static_cast<const float*>(p);
-    const F32x4 a = load<float>(q), b = load<float>(q + 4);
-    return op(shuffle<2, 0, 2, 0>(a, b), shuffle<3, 1, 3, 1>(a, b));
+    const Vec<float> a = load<float>(q), b = load<float>(q + lanes);
+    return inOrder(op(evenLanes(a, b), oddLanes(a, b)));
   };
   std::ptrdiff_t i = 0;
-  for (; i + 4 <= length; i += 4) store(dst + i, four(src + i));
+  for (; i + lanes <= length; i += lanes) store(dst + i, values(src + i));
   if (i == length) return;
   const std::size_t left = static_cast<std::size_t>(length - i);
-  alignas(16) float last[8] = {};
+  alignas(vectorBytes) float last[2 * lanes] = {};
   std::memcpy(last, src + i, left * sizeof(Zor32fc));
-  storePart(dst + i, four(last), left * sizeof(Zor32f));
+  storePart(dst + i, values(last), left * sizeof(Zor32f));
 }
 
 // ---- Integers ----

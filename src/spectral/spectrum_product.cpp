@@ -34,10 +34,11 @@ template <bool conjugates> struct FloatProduct {
   // Neighbouring values as pairs.
   struct OnPairs {
     static constexpr int period = 2;
-    F32x4 operator()(F32x4 a, F32x4 b) const
+    Vec<Zor32f> operator()(Vec<Zor32f> a, Vec<Zor32f> b) const
     {
       constexpr std::uint64_t sign = 0x80000000u;
-      const F32x4 re = shuffle<2, 2, 0, 0>(b, b), im = shuffle<3, 3, 1, 1>(b, b), swapped = shuffle<2, 3, 0, 1>(a, a);
+      const Vec<Zor32f> re = shuffleLocal<2, 2, 0, 0>(b, b), im = shuffleLocal<3, 3, 1, 1>(b, b),
+                        swapped = shuffleLocal<2, 3, 0, 1>(a, a);
       return a * re + ((swapped * im) ^ as<float>(splat(conjugates ? sign << 32 : sign)));
     }
   };

@@ -85,11 +85,11 @@ template <> struct SplitPixels<1> {
   {
     for (int u = 0; u < U; u += 2) {
       const std::ptrdiff_t at = x / 2 + u / 2 * Floats::size;
-      store(half[0] + at, evenInOrder(sum[0][u], sum[0][u + 1]));
-      store(half[1] + at, oddInOrder(sum[0][u], sum[0][u + 1]));
+      store(half[0] + at, inOrder(evenLanes(sum[0][u], sum[0][u + 1])));
+      store(half[1] + at, inOrder(oddLanes(sum[0][u], sum[0][u + 1])));
     }
   }
-  void putOne(std::ptrdiff_t x, const float (&sum)[1]) const { half[x % 2][x / 2] = sum[0]; }
+  void putOne(std::ptrdiff_t x, const float (&sum)[1]) const { zori::put(half[x % 2] + x / 2, sum[0]); }
 };
 
 template <> struct SplitPixels<3> {
@@ -106,7 +106,7 @@ template <> struct SplitPixels<3> {
   void putOne(std::ptrdiff_t x, const float (&sum)[1]) const
   {
     const std::ptrdiff_t pixel = x / 3;
-    half[pixel % 2][pixel / 2 * 3 + x % 3] = sum[0];
+    zori::put(half[pixel % 2] + pixel / 2 * 3 + x % 3, sum[0]);
   }
 };
 

@@ -263,6 +263,31 @@ TEST(ImageDft, LengthsOfEveryMethod)
   checkReal<Dft>({251, 10}, 1, ZorFftDivFwdByN, primeLimit);
 }
 
+// The spectrum of an impulse is the divisor. That of the DFT by the root is an estimate with one step of Newton, but
+// for the powers of two from 8 on, as the FFT's; a row or a column is divided by its length alone.
+TEST(ImageDft, DividesByTheRoot)
+{
+  const auto factor = [](int n) {
+    if (n >= 8 && (n & (n - 1)) == 0) return static_cast<float>(1 / std::sqrt(static_cast<double>(n)));
+    const float length = static_cast<float>(n), x = _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(length)));
+    return x * (length * x * x - 3) * -0.5f;
+  };
+  for (const ZorImgSize size :
+       {ZorImgSize{1, 1}, {2, 1}, {1, 3}, {4, 1}, {5, 1}, {1, 8}, {7, 1}, {64, 1}, {2, 3}, {8, 6}, {151, 2}}) {
+    const float expected = size.height == 1  ? factor(size.width)
+                           : size.width == 1 ? factor(size.height)
+                                             : factor(size.width) * factor(size.height);
+    const Held<Dft> record(size, ZorFftDivBySqrtN, false);
+    std::vector<Zor32fc> image(static_cast<size_t>(size.width * size.height));
+    image[0] = {1, 0};
+    const int step = size.width * 8;
+    ASSERT_EQ(zoriDFTFwd_CToC_32fc_C1IR(image.data(), step, record.record, nullptr), ZorOk);
+    if (size.width == 151) EXPECT_NEAR(image.back().re, expected, 1e-6);
+    else
+      for (const Zor32fc& z : image) EXPECT_EQ(z.re, expected) << size.width << 'x' << size.height;
+  }
+}
+
 // Neither the team nor the caller's rounding shows in a result.
 TEST(ImageFft, TeamsAndRounding)
 {

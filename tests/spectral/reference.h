@@ -28,25 +28,26 @@ inline Numbers roots(long long n, int sign)
   return w;
 }
 
-// By halves while the length is even, by the definition then.
+// By the least prime of the length, again and again; by the definition where nothing is left to split.
 inline Numbers transformed(const Numbers& x, int sign)
 {
   const size_t n = x.size();
-  if (n % 2 != 0) {
-    const Numbers w = roots(static_cast<long long>(n), sign);
-    Numbers y(n);
+  size_t prime = 2;
+  while (prime < n && n % prime != 0) prime = prime * prime > n ? n : prime + 1;
+  const Numbers w = roots(static_cast<long long>(n), sign);
+  Numbers y(n);
+  if (prime >= n) {
     for (size_t k = 0; k < n; ++k)
-      for (size_t j = 0; j < n; ++j) y[k] += x[j] * w[j * k % n];
+      for (size_t j = 0, turn = 0; j < n; ++j, turn = turn + k < n ? turn + k : turn + k - n) y[k] += x[j] * w[turn];
     return y;
   }
-  Numbers even(n / 2), odd(n / 2), y(n);
-  for (size_t i = 0; i < n / 2; ++i) even[i] = x[2 * i], odd[i] = x[2 * i + 1];
-  even = transformed(even, sign);
-  odd = transformed(odd, sign);
-  for (size_t k = 0; k < n / 2; ++k) {
-    const Number turned = odd[k] * std::polar(1.0, sign * 2 * pi * static_cast<double>(k) / static_cast<double>(n));
-    y[k] = even[k] + turned;
-    y[k + n / 2] = even[k] - turned;
+  const size_t m = n / prime;
+  for (size_t r = 0; r < prime; ++r) {
+    Numbers part(m);
+    for (size_t i = 0; i < m; ++i) part[i] = x[i * prime + r];
+    part = transformed(part, sign);
+    for (size_t k = 0, turn = 0; k < n; ++k, turn = turn + r < n ? turn + r : turn + r - n)
+      y[k] += part[k % m] * w[turn];
   }
   return y;
 }

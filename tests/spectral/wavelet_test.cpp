@@ -187,7 +187,7 @@ template <int n> void checkBoth(ZorImgSize size, const Filter& low, const Filter
             << "image " << i << " at " << x << "," << y;
   }
   const InverseState<n> state(low, high);
-  const Guarded<Zor8u> buffer(static_cast<size_t>(state.bytes()));
+  const Guarded<Zor8u> buffer(static_cast<size_t>(state.bytes()) + 1); // at an odd address
   const Margins margins = inverseMargins(low, high);
   std::array<Framed, 4> src = {Framed(size, n, margins, 4), Framed(size, n, margins, 0), Framed(size, n, margins, 8),
                                Framed(size, n, margins, 1)};
