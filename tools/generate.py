@@ -4,6 +4,7 @@
   generate.py headers                  include/zori/<subsystem>.h and include/zori.h
   generate.py index                    docs/functions.md
   generate.py table FOLDER [SUBSYSTEM...]   the C++ function table for tests and benchmarks
+  generate.py wrappers FOLDER          the functions of the checking twin
   generate.py check                    fails when committed headers or the index differ from the catalogue
   generate.py names [--built]          names, one per line
 """
@@ -15,6 +16,7 @@ import catalogue
 from catalogue import ROOT, CatalogueError
 from documentation import MARK, headers, index
 from table import table
+from wrappers import wrappers
 
 
 def write(files, folder, pattern):
@@ -58,6 +60,9 @@ def main(arguments):
             folder = pathlib.Path(arguments[0])
             write(table(families, folder, arguments[1:]), folder, "functions*.cpp")
             return 0
+        elif command == "wrappers":
+            folder = pathlib.Path(arguments.pop(0))
+            write(wrappers(families, folder), folder, "wrappers*.cpp")
         elif command == "check":
             return check(families)
         elif command == "names":
