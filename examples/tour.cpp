@@ -47,6 +47,8 @@ void run(const Arguments& arguments)
   tour::syntheticStages(tour);
   tour::statsStages(tour);
   tour::spectralStages(tour);
+  tour::codecStages(tour);
+  tour::correlationStages(tour);
 
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
   tour.printTable();

@@ -1,5 +1,5 @@
 #!/bin/bash
-# scripts/install-packages.sh [build|test|examples|bench|docs]...
+# scripts/install-packages.sh [build|test|examples|bench|docs|package]...
 #
 # Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
 # through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
@@ -10,6 +10,7 @@
 #   examples  the example programs, which read and write PNG (includes build)
 #   bench     benchmarks (includes build)
 #   docs      the documentation site (includes examples)
+#   package   Debian packages (includes docs)
 set -euo pipefail
 export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -65,11 +66,18 @@ need_docs() {
   need python3 have python3
   need cmark-gfm have cmark-gfm
 }
+need_package() {
+  need_docs
+  need dpkg-dev have dpkg-shlibdeps
+  need file have file
+  need lintian have lintian
+  need pkg-config have pkg-config
+}
 
 for work in "${@:-build}"; do
   case $work in
-    build | test | examples | bench | docs) "need_$work" ;;
-    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs" >&2; exit 2 ;;
+    build | test | examples | bench | docs | package) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package" >&2; exit 2 ;;
   esac
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0

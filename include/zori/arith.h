@@ -1992,7 +1992,7 @@ ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize ro
  * Checks: null pointers, length < 1, count < 1 (ZorErrSize).
  * Other statuses: ZorErrNullPtr (pDst written).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count,
                                 int length);

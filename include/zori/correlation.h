@@ -34,20 +34,24 @@ ZORI_BEGIN_DECLS
  * - NormLevel: both are freed of their mean first, t' = t - mean(t): sum of s * t' / sqrt(max(Q - S * S / N,
  *   eps) * max(sum of t' * t', eps)), from -1 to 1: the correlation coefficient.
  *
- * A flat window divides by the floor eps and gives a small finite value; there is no warning. RSfs forms
- * multiply by 2^-scaleFactor, round to nearest and saturate to 0..255: with a scaleFactor of -7 a match of
- * 1.0 becomes 128.
+ * A window without contrast is divided by the floor eps and gives a small finite value (of integer sources 0,
+ * where all samples are alike); there is no warning. RSfs forms multiply by 2^-scaleFactor, round to nearest
+ * (halves to even; up where products are summed directly) and saturate to 0..255: with a scaleFactor of -7 a
+ * match of 1.0 becomes 128.
  *
  * Each channel is matched with its own channel of the template; AC4 leaves the destination's fourth channel
  * as it was. The results are formed through the FFT in tiles of about twice the template, spread over a team
- * of threads, so their rounding error is relative to the largest values of a tile. The C1 forms of
- * zoriCrossCorrValid_NormLevel from 32f, 8u32f, 8s32f and 8u sum directly when W - w + 1 is at most 27, or at
- * most 64 with w at most 10 or W at most 44; both ways agree but for rounding.
+ * of threads, so their rounding error is relative to the samples of a whole tile, and shows where a window
+ * has hardly any contrast; a tile of a 32f source that holds a NaN or an infinity has no numbers for results.
+ * The C1 forms of zoriCrossCorrValid_NormLevel from 32f, 8u32f, 8s32f and 8u sum directly when W - w + 1 is
+ * at most 27, or at most 64 with w at most 10 or W at most 44; both ways agree but for rounding.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
+ * ZorErrOrder: a tile would have more than 2^30 columns or rows.
  *
- * Checks: null pointers, sizes, tplRoiSize (ZorErrSize), steps.
- * Other statuses: ZorErrAlloc.
+ * Checks: null pointers, sizes, tplRoiSize.width > srcRoiSize.width, tplRoiSize.height > srcRoiSize.height
+ *   (ZorErrSize), steps.
+ * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -637,9 +641,11 @@ ZorStatus zoriCrossCorrValid_NormLevel_8u_AC4RSfs(const Zor8u* pSrc, int srcStep
  * in tiles of about twice the template, spread over a team of threads, in single precision.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
+ * ZorErrOrder: a tile would have more than 2^30 columns or rows.
  *
- * Checks: null pointers, sizes, tplRoiSize (ZorErrSize), steps.
- * Other statuses: ZorErrAlloc.
+ * Checks: null pointers, sizes, tplRoiSize.width > srcRoiSize.width, tplRoiSize.height > srcRoiSize.height
+ *   (ZorErrSize), steps.
+ * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -678,9 +684,11 @@ ZorStatus zoriCrossCorrValid_16u32f_C1R(const Zor16u* pSrc, int srcStep, ZorImgS
  * as it was. Work is done in tiles of about twice the template, spread over a team of threads.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
+ * ZorErrOrder: a tile would have more than 2^30 columns or rows.
  *
- * Checks: null pointers, sizes, tplRoiSize (ZorErrSize), steps.
- * Other statuses: ZorErrAlloc.
+ * Checks: null pointers, sizes, tplRoiSize.width > srcRoiSize.width, tplRoiSize.height > srcRoiSize.height
+ *   (ZorErrSize), steps.
+ * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -994,14 +1002,15 @@ ZorStatus zoriSqrDistanceValid_Norm_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Z
  * for rounding.
  *
  * ZorErrKernelDivisor: divisor is 0. ZorErrSize: a size below 1; in ConvValid also a wider image that is
- * lower than the other, which is looked at last. ZorErrAlloc: no memory.
+ * lower than the other, which is looked at last. ZorErrAlloc: no memory. ZorErrOrder: a tile would have more
+ * than 2^30 columns or rows.
  *
  * Checks (ConvFull, 32f): null pointers, sizes, steps.
  * Checks (ConvValid, 8u 16s): null pointers, sizes, steps, divisor (ZorErrKernelDivisor), src1Size, src2Size
  *   (ZorErrSize).
  * Checks (ConvValid, 32f): null pointers, sizes, steps, src1Size, src2Size (ZorErrSize).
  * Checks (others): null pointers, sizes, steps, divisor (ZorErrKernelDivisor).
- * Other statuses: ZorErrAlloc.
+ * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
  */

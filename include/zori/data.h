@@ -919,8 +919,7 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  * Checks (8u32f 32f8u): vMax <= vMin (ZorErrScaleRange), null pointers, region size, steps.
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
- * Rounding: the caller's mode (8u32f); to nearest, which a failed call leaves set (32f8u); to nearest
- *   (others).
+ * Rounding: to nearest, which a failed call leaves set (32f8u); to nearest (others).
  */
 ZorStatus zoriScale_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 /** Conversion that maps the range of one type onto the range of the other (8u to 16u, C3).

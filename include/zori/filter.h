@@ -191,7 +191,7 @@ ZorStatus zoriFilterBox_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  *   (ZorErrAnchor).
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSumWindowRow_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                      int maskSize, int anchor);
@@ -246,7 +246,7 @@ ZorStatus zoriSumWindowRow_16s32f_C4R(const Zor16s* pSrc, int srcStep, Zor32f* p
  * Other statuses: ZorErrAlloc.
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriSumWindowColumn_8u32f_C1R(const Zor8u* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,
                                         int maskSize, int anchor);
@@ -1633,14 +1633,15 @@ ZorStatus zoriFilterColumn32f_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* 
  *
  * ZorErrMaskSize: a side of the mask is below 1 or even. ZorErrAnchor: the anchor is outside the mask.
  *
- * Squares of 3, 5, 7, 9 and 11 and rows or columns of 3 and 5 pixels are the fast cases, and cost the same
+ * Squares of 3, 5, 7 ... 15 and rows or columns of 3 and 5 pixels are the fast cases, and cost the same
  * whatever the picture. Other masks count samples: in 8u a pixel costs the same at any size of the mask, in
  * 16u and 16s its cost grows with the mask's height and with the noise. No case needs memory that it cannot
  * do without.
  *
- * Checks: null pointers, region size, steps, maskSize (ZorErrMaskSize), anchor (ZorErrAnchor).
- * Other statuses: ZorErrAlloc (16u 16s).
- * Threads: team for large regions.
+ * Checks: null pointers, region size, steps, maskSize, maskSize.width < 1, maskSize.height < 1
+ *   (ZorErrMaskSize), anchor.x < 0, anchor.y < 0, anchor.x > maskSize.width - 1, anchor.y > maskSize.height -
+ *   1 (ZorErrAnchor).
+ * Threads: team for large regions (8u, C4 AC4); calling thread (others).
  * Rounding: to nearest.
  */
 ZorStatus zoriFilterMedian_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,

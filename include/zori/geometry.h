@@ -37,7 +37,7 @@ ZORI_BEGIN_DECLS
  * Checks: srcRoi (ZorErrSize).
  * Other statuses: ZorErrQuad (quad written).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetAffineQuad(ZorImgRect srcRoi, double quad[4][2], const double coeffs[2][3]);
 /** Where coefficients take a rectangle. More above zoriGetAffineQuad. */
@@ -61,7 +61,7 @@ ZorStatus zoriGetBilinearQuad(ZorImgRect srcRoi, double quad[4][2], const double
  * Checks: srcRoi (ZorErrSize).
  * Other statuses: ZorErrQuad (bound written).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetAffineBound(ZorImgRect srcRoi, double bound[2][2], const double coeffs[2][3]);
 /** Bounds of a rectangle under coefficients. More above zoriGetAffineBound. */
@@ -90,7 +90,7 @@ ZorStatus zoriGetBilinearBound(ZorImgRect srcRoi, double bound[2][2], const doub
  * Checks: srcRoi (ZorErrSize), quad (ZorErrRect), srcRoi (ZorErrCoeff).
  * Other statuses: ZorWarnNotParallelogram (GetAffineTransform).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetAffineTransform(ZorImgRect srcRoi, const double quad[4][2], double coeffs[2][3]);
 /** Coefficients that take a rectangle to a quadrangle. More above zoriGetAffineTransform. */
@@ -120,7 +120,7 @@ ZorStatus zoriGetBilinearTransform(ZorImgRect srcRoi, const double quad[4][2], d
  * Checks: srcRoi (ZorErrSize).
  * Other statuses: ZorErrQuad (quad written) (GetShearQuad); ZorErrQuad (bound written) (GetShearBound).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetRotateQuad(ZorImgRect srcRoi, double quad[4][2], double angle, double xShift, double yShift);
 /** Where a rotation or a shear takes a rectangle. More above zoriGetRotateQuad. */
@@ -147,7 +147,7 @@ ZorStatus zoriGetShearBound(ZorImgRect srcRoi, double bound[2][2], double xShear
  *
  * Checks: null pointers.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetRotateShift(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift);
 /** Shift of a rotation about a point. More above zoriGetRotateShift. */
@@ -496,7 +496,7 @@ ZorStatus zoriResizeShift_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSiz
  * Checks: sizes, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), xFactor, yFactor (ZorErrResizeFactor),
  *   null pointers, interpolation (ZorErrInterpolation).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriGetResizeFract(ZorImgSize srcSize, ZorImgRect srcRoi, double xFactor, double yFactor, double* pxFr,
                              double* pyFr, int interpolation);
@@ -531,7 +531,7 @@ ZorStatus zoriGetResizeFract(ZorImgSize srcSize, ZorImgRect srcRoi, double xFact
  *   (ZorErrInterpolation), xFactor, yFactor (ZorErrSubsample), interpolation, xFactor, yFactor
  *   (ZorErrResizeFactor).
  * Steps: not tested, may be zero or negative.
- * Threads: calling thread.
+ * Threads: team for large regions.
  * Rounding: to nearest.
  */
 ZorStatus zoriResizeYUV422_8u_C2R(const Zor8u* pSrc, ZorImgSize srcSize, int srcStep, ZorImgRect srcRoi,
@@ -880,7 +880,8 @@ ZorStatus zoriResampleRowReplicateBorder_32f_C1R(const Zor32f* pSrc, int srcStep
  *   half up and saturated.
  *
  * Coordinates are double precision, and rounded to single precision where a perspective divides. A covered
- * pixel whose source point has left the image by rounding takes the nearest point inside.
+ * pixel whose source point has left the image, by rounding or by the bend of a backward bilinear map, takes
+ * the nearest point inside.
  *
  * A source one pixel wide or high is sampled by nearest; below 4 pixels in a side cubic becomes linear.
  * Or-ing ZORI_SMOOTH_EDGE to the interpolation softens the slanted edges afterwards: the pixel just outside
@@ -910,8 +911,7 @@ ZorStatus zoriResampleRowReplicateBorder_32f_C1R(const Zor32f* pSrc, int srcStep
  * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
  *   (ZorErrInterpolation), coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
  *   (ZorWarnNoQuadIntersect).
- * Other statuses: ZorErrAlloc, ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not
- *   written).
+ * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -1369,8 +1369,7 @@ ZorStatus zoriWarpBilinearBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
  * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
  *   (ZorErrInterpolation), srcQuad, dstQuad (ZorErrRect), srcRoi (ZorWarnNoRoiIntersect), srcRoi
  *   (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
- * Other statuses: ZorErrAlloc, ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not
- *   written).
+ * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -1616,8 +1615,7 @@ ZorStatus zoriWarpBilinearQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
  * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
  *   (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
  *   (ZorWarnNoQuadIntersect).
- * Other statuses: ZorErrAlloc, ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not
- *   written).
+ * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -1780,8 +1778,7 @@ ZorStatus zoriRotateCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSi
  * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
  *   (ZorErrInterpolation), xShear, yShear (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff),
  *   dstRoi (ZorWarnNoQuadIntersect).
- * Other statuses: ZorErrAlloc, ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not
- *   written).
+ * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */

@@ -713,7 +713,7 @@ ZorStatus zoriThreshold_LTValGTVal_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Zo
  *
  * Checks: null pointers, region size, steps, srcStep < roiSize.width (ZorErrStep).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriComputeThreshold_Otsu_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pThreshold);
 
@@ -861,7 +861,7 @@ ZorStatus zoriCompareC_32f_AC4R(const Zor32f* pSrc, int srcStep, const Zor32f va
  *
  * Checks: null pointers, steps, region size, eps < 0 (ZorErrEpsilon).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCompareEqualEps_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                                       Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f eps);
@@ -889,7 +889,7 @@ ZorStatus zoriCompareEqualEps_32f_AC4R(const Zor32f* pSrc1, int src1Step, const 
  *
  * Checks: null pointers, steps, region size, eps < 0 (ZorErrEpsilon).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriCompareEqualEpsC_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f value, Zor8u* pDst, int dstStep,
                                        ZorImgSize roiSize, Zor32f eps);
@@ -1054,7 +1054,7 @@ ZorStatus zoriLUT_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize,
  * Other statuses: ZorErrAlloc (16u 16s 32f).
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriLUT_Linear_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 const Zor32s* pValues, const Zor32s* pLevels, int nLevels);
@@ -1177,7 +1177,7 @@ ZorStatus zoriLUT_Linear_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize r
  * Other statuses: ZorErrAlloc (16u 16s 32f).
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriLUT_Cubic_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                const Zor32s* pValues, const Zor32s* pLevels, int nLevels);

@@ -457,7 +457,8 @@ ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * a convolution, at a few times the cost. An image of 8 by 8 is one block of zoriDCT8x8Fwd_32f_C1.
  *
  * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer: about 64
- * for each pixel of the longer side, and for an image of 8 by 8 always 1040.
+ * for each pixel of the width or 128 for each of the height, whichever is more; for an image of 8 by 8 it is
+ * 1040.
  *
  * ZorErrSize: width or height below 1. ZorErrAlloc: no memory, or a work buffer of more bytes than an int
  * tells; no record is left behind. ZorErrContext: pRecord is not a record of this kind.
@@ -558,10 +559,10 @@ ZorStatus zoriDCTInv_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  *
  * The arithmetic is 16-bit fixed point with saturating sums and the same bits on every machine. Coefficients
  * of a block of values from -255 to 255 are within 0.75 of the exact ones, those of the inverse within 0.6.
- * Forward and inverse in a row give such a block back to within 1, but for about one block in a hundred
- * thousand, where a value is off by 2: what has no coefficient that reaches one half, such as a single 2
- * among zeros, is lost. Larger values saturate, but for the scaling shifts in the forward column pass, which
- * wrap. Nothing reports an overflow.
+ * Forward and inverse in a row give such a block back to within 1, but for about one random block in 200 000,
+ * where a value is off by 2: what has no coefficient that reaches one half, such as a single 2 among zeros,
+ * is lost. Larger values saturate, but for the scaling shifts in the forward column pass, which wrap. Nothing
+ * reports an overflow.
  *
  * Checks: null pointers.
  * Threads: calling thread.

@@ -34,7 +34,7 @@ ZORI_BEGIN_DECLS
  * Checks: null pointers, region size.
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
- * Rounding: the caller's mode (32f); to nearest (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriSum_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
 /** Sum of the pixels of a region (8u, C3). More above zoriSum_8u_C1R. */
@@ -83,7 +83,7 @@ ZorStatus zoriSum_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * Checks: null pointers, region size.
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriMean_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
 /** Mean of the pixels of a region (8u, C3). More above zoriMean_8u_C1R. */
@@ -504,7 +504,7 @@ ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize 
  * Checks (Norm_L1, 16u): steps, null pointers, region size.
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
- * Rounding: the caller's mode (Norm_L1, 32f and Norm_L2, 8u 16u 16s 32f); to nearest (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriNorm_Inf_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
 /** Norm of an image (8u, C3). More above zoriNorm_Inf_8u_C1R. */
@@ -626,7 +626,7 @@ ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSi
  * Checks (16u): null pointers, steps, region size.
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
- * Rounding: the caller's mode (NormDiff_Inf, 32f and NormDiff_L1, 32f and NormDiff_L2); to nearest (others).
+ * Rounding: to nearest.
  */
 ZorStatus zoriNormDiff_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
@@ -798,7 +798,7 @@ ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor3
  * Other statuses: ZorWarnDivByZero (result not written) (NormRel_Inf, 16u 16s, C3 C4 AC4); ZorWarnDivByZero
  *   (others).
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriNormRel_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f* pNorm);
@@ -1033,7 +1033,7 @@ ZorStatus zoriMomentFree_64s(ZorMomentState* pState);
  * Checks: null pointers, pState (ZorErrContext), steps, region size, srcStep < roiSize.width * pixel bytes
  *   (ZorErrStepTooSmall).
  * Threads: calling thread.
- * Rounding: to nearest (Moments64s, 8u 16u); the caller's mode (others).
+ * Rounding: to nearest.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriMoments64f_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, ZorMomentState* pState);
@@ -1086,7 +1086,7 @@ ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize ro
  * Checks: null pointers, pState (ZorErrContext), mOrd < 0, nOrd < 0, mOrd > 3 - nOrd (ZorErrSize), nChannel <
  *   0, nChannel > 2 (ZorErrMomentChannel).
  * Threads: calling thread.
- * Rounding: to nearest (64s); the caller's mode (others).
+ * Rounding: to nearest.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
@@ -1117,7 +1117,7 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
  *   0, nChannel > 2 (ZorErrMomentChannel).
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
@@ -1146,7 +1146,7 @@ ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int n
  *   0, nChannel > 2 (ZorErrMomentChannel).
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
@@ -1189,7 +1189,7 @@ ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int m
  * Checks: null pointers, pState (ZorErrContext), nChannel < 0, nChannel > 2 (ZorErrMomentChannel).
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7]);

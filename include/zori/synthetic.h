@@ -36,7 +36,7 @@ ZORI_BEGIN_DECLS
  *
  * Checks: null pointers, steps, region size.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriImageJaehne_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Radial test pattern whose frequency rises with the distance from the centre (8u, C3).
@@ -123,7 +123,7 @@ ZorStatus zoriImageJaehne_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize
  *
  * Checks: null pointers, steps, region size.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriImageRamp_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
@@ -411,7 +411,7 @@ ZorStatus zoriWinHamming_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * Other statuses: ZorErrAlloc.
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
- * Rounding: the caller's mode.
+ * Rounding: to nearest.
  */
 ZorStatus zoriWinBartlettSep_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Separable window function (8u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */

@@ -49,7 +49,8 @@ template <class T> struct TowardMean {
     else y = x;
     for (int k = 0; k < y.parts; ++k) {
       const Vec<float> m = mean.part[k], n = noise.part[k];
-      const Vec<float> v = min(max(variance.part[k], n), splat(FLT_MAX));
+      Vec<float> v = max(variance.part[k], n);
+      if constexpr (!isInt<T>) v = min(v, splat(FLT_MAX));
       y.part[k] = m + (v - n) / v * (y.part[k] - m);
     }
     if constexpr (isInt<T>) return Rounded<T>{}(y);
@@ -79,26 +80,11 @@ template <class T> struct Call {
   bool keepsFourth; // the fourth channel of the destination
   TeamRule team;
   Bands bands;
-
-  // work(strip, first, length, band) in whatever order.
-  template <class Sum, class Work> void overStrips(const Work& work) const
-  {
-    const std::ptrdiff_t length = elementsOf(windows.roi.width, windows.channels);
-    masterSlabs(team, Rounding::Nearest, bands.count, 0, [&](const Slab& slab) {
-      for (int band = slab.first; band < slab.first + slab.count; ++band)
-        for (std::ptrdiff_t first = 0; first < length; first += stripSamples) {
-          const std::ptrdiff_t ofStrip = std::min<std::ptrdiff_t>(stripSamples, length - first);
-          Strip<T, Sum> strip(windows, first, ofStrip);
-          work(strip, first, ofStrip, band);
-        }
-      return ZorOk;
-    });
-  }
 };
 
-// Sums of a row of strips, in an order that does not depend on the width of vectors: of every twelfth sample, which is
-// whole pixels of each layout.
-struct RowSums {
+// Sums of a row of variances, in an order that does not depend on the width of vectors: of every twelfth sample, which
+// is whole pixels of each layout.
+struct VarianceSums {
   static constexpr int period = 12;
   double ofPhase[period] = {};
 
@@ -112,22 +98,7 @@ struct RowSums {
   }
 };
 
-// The mean variance of each channel.
-template <class Sum, class T> void estimate(const Call<T>& call, double (&mean)[4])
-{
-  RowSums ofBand[Bands::most];
-  call.template overStrips<Sum>([&](auto& strip, std::ptrdiff_t, std::ptrdiff_t length, int band) {
-    strip.walk(call.bands.first(band), call.bands.first(band + 1),
-               [&](int) { ofBand[band].add(strip.variances(), length); });
-  });
-  const int channels = call.windows.channels;
-  std::fill(mean, mean + 4, 0.0);
-  for (int band = 0; band < call.bands.count; ++band)
-    for (int k = 0; k < RowSums::period; ++k) mean[k % channels] += ofBand[band].ofPhase[k];
-  for (double& m : mean) m /= static_cast<double>(call.windows.roi.width) * call.windows.roi.height;
-}
-
-// The noise of all samples of a strip, by channels.
+// The noise of all samples of a strip.
 struct NoiseRow {
   alignas(32) float values[stripSamples];
 
@@ -137,9 +108,59 @@ struct NoiseRow {
   }
 };
 
-template <class Sum, class T> void filterWithSums(const Call<T>& call, Zor32f* noise)
+template <class T>
+void filterRow(const Call<T>& call, const NoiseRow& noise, int y, std::ptrdiff_t first, std::ptrdiff_t length,
+               const float* means, const float* variances)
 {
-  const double area = call.windows.area();
+  const T* const src = call.src[y] + first;
+  T* const dst = call.dst[y] + first;
+  constexpr TowardMean<T> op{};
+  if (call.keepsFourth)
+    mapGroups(dst, length, KeepFourth<TowardMean<T>>{op}, static_cast<const T*>(dst), src, means, variances,
+              static_cast<const float*>(noise.values));
+  else mapGroups(dst, length, op, src, means, variances, static_cast<const float*>(noise.values));
+}
+
+// What to do with the windows of a band: filter, or sum up their variances.
+struct Task {
+  const NoiseRow* noise;
+  VarianceSums* sums; // one for each band; null: filter
+};
+
+template <class Kind, class T> ZORI_ONE_COPY void workOnBand(const Call<T>& call, const Task& task, int band)
+{
+  const std::ptrdiff_t length = elementsOf(call.windows.roi.width, call.windows.channels);
+  for (std::ptrdiff_t first = 0; first < length; first += stripSamples) {
+    const std::ptrdiff_t ofStrip = std::min<std::ptrdiff_t>(stripSamples, length - first);
+    Strip<Kind> strip(call.windows, first, ofStrip);
+    strip.walk(call.bands.first(band), call.bands.first(band + 1), [&](int y) {
+      if (task.sums) task.sums[band].add(strip.variances(), ofStrip);
+      else filterRow(call, *task.noise, y, first, ofStrip, strip.means(), strip.variances());
+    });
+  }
+}
+template <class Kind, class T> void workOnAll(const Call<T>& call, const Task& task)
+{
+  masterSlabs(call.team, Rounding::Nearest, call.bands.count, 0, [&](const Slab& slab) {
+    for (int k = 0; k < slab.count; ++k) workOnBand<Kind>(call, task, slab.first + k);
+    return ZorOk;
+  });
+}
+
+// The mean variance of each channel.
+template <class Kind, class T> void estimate(const Call<T>& call, double (&mean)[4])
+{
+  VarianceSums sums[Bands::most];
+  workOnAll<Kind>(call, {nullptr, sums});
+  std::fill(mean, mean + 4, 0.0);
+  for (int band = 0; band < call.bands.count; ++band)
+    for (int k = 0; k < VarianceSums::period; ++k) mean[k % call.windows.channels] += sums[band].ofPhase[k];
+  for (double& m : mean) m /= static_cast<double>(call.windows.roi.width) * call.windows.roi.height;
+}
+
+template <class Kind, class T> void filterWith(const Call<T>& call, Zor32f* noise)
+{
+  const double area = static_cast<double>(call.windows.area());
   const int channels = call.windows.channels;
   float level[4] = {FLT_MIN, FLT_MIN, FLT_MIN, FLT_MIN};
   double estimated[4];
@@ -147,7 +168,7 @@ template <class Sum, class T> void filterWithSums(const Call<T>& call, Zor32f* n
   for (int c = 0; c < (call.keepsFourth ? 3 : channels); ++c) {
     double n = get<float>(noise + c) * fullPower<T> * area;
     if (get<float>(noise + c) < leastGivenNoise) {
-      if (!isEstimated) estimate<Sum>(call, estimated);
+      if (!isEstimated) estimate<Kind>(call, estimated);
       isEstimated = true;
       n = estimated[c];
       const auto part = static_cast<float>(n / area / fullPower<T>);
@@ -156,22 +177,22 @@ template <class Sum, class T> void filterWithSums(const Call<T>& call, Zor32f* n
     level[c] = static_cast<float>(std::clamp<double>(n, FLT_MIN, FLT_MAX)); // positive: flat windows have no variance
   }
   const NoiseRow noiseRow(level, channels);
-  call.template overStrips<Sum>([&](auto& strip, std::ptrdiff_t first, std::ptrdiff_t length, int band) {
-    strip.walk(call.bands.first(band), call.bands.first(band + 1), [&](int y) {
-      const T* const src = call.src[y] + first;
-      T* const dst = call.dst[y] + first;
-      constexpr TowardMean<T> op{};
-      if (call.keepsFourth)
-        mapGroups(dst, length, KeepFourth<TowardMean<T>>{op}, static_cast<const T*>(dst), src, strip.means(),
-                  strip.variances(), static_cast<const float*>(noiseRow.values));
-      else
-        mapGroups(dst, length, op, src, strip.means(), strip.variances(), static_cast<const float*>(noiseRow.values));
-    });
-  });
+  workOnAll<Kind>(call, {&noiseRow, nullptr});
 }
 
-// 32-bit integers hold the sums of squares of so many 8u samples.
-constexpr int mostOf32Bits = INT_MAX / (255 * 255);
+// With the kind of sums that the windows need.
+template <class T> void filterWithSums(const Call<T>& call, Zor32f* noise)
+{
+  const long long area = call.windows.area();
+  const bool isNarrow = call.windows.mask.width <= mostColumnsOfWindow;
+  if constexpr (sizeof(T) == 1) {
+    if (isNarrow && area <= SumsOfFewBytes::most) return filterWith<SumsOfFewBytes>(call, noise);
+    if (isNarrow && area <= SumsOfBytes::most) return filterWith<SumsOfBytes>(call, noise);
+  } else if constexpr (sizeof(T) == 2) {
+    if (isNarrow && area <= SumsOfWords::most) return filterWith<SumsOfWords>(call, noise);
+  }
+  filterWith<SumsOfAny<T>>(call, noise);
+}
 
 // pBuffer must be there but is not used: strips need less than the stack has, and its size knows nothing of windows
 // that are wide against the region.
@@ -194,12 +215,7 @@ ZorStatus filter(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize ro
                      L == AC4,
                      TeamRule::forWork(samples, picosecondsPerSample).when(L != C1),
                      Bands(roi, mask.height)};
-  underRounding(Rounding::Nearest, [&] {
-    if constexpr (sizeof(T) == 1)
-      if (mask.width <= mostColumnsOfWindow && windows.area() <= mostOf32Bits)
-        return filterWithSums<int32_t>(call, noise);
-    filterWithSums<double>(call, noise);
-  });
+  underRounding(Rounding::Nearest, [&] { filterWithSums(call, noise); });
   return ZorOk;
 }
 

@@ -1,40 +1,132 @@
 // Means and variances of windows: sums of the samples and of their squares down the columns, which follow the window
 // from row to row, and then over neighbouring columns.
 //
-// Sums of 8u samples are 32-bit integers where these hold them. All others are of double precision, in which sums of
-// integers are exact as well, below 2^53. Sums of floats are formed anew for each row, or in tall windows after as many
-// rows as these have, so that what has left a window does not stay in its results.
+//   samples, their windows     sums of samples   of squares
+//   8u, up to 64               16 bits           32 bits, times the window's area
+//   8u, up to 33025            32 bits           32 bits
+//   16s, up to 65535           32 bits           double precision
+//   all others                 double precision  double precision
+//
+// Sums of integers are exact, in double precision below 2^53. Sums of floats are formed anew for each row, or in tall
+// windows after as many rows as these have, so that what has left a window does not stay in its results.
 #pragma once
 
 #include "frame/layout.h"
 #include "rowkernels/convert.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace zori {
 namespace wiener {
+namespace {
 
 template <class T> struct Windows {
   Rows<const T> src; // from the first sample that the first window covers on
   ZorImgSize roi, mask;
   int channels;
 
-  double area() const { return static_cast<double>(mask.width) * mask.height; }
+  long long area() const { return 1LL * mask.width * mask.height; }
 };
 
 constexpr int stripSamples = 480; // along a row; whole pixels of every layout
 // Wider windows slide along each row before their rows are added up.
 constexpr int mostColumnsOfWindow = 24;
 
-// ---- Sums of a group of samples and their squares: added, and exchanged for others ----
+// ---- Kinds of sums: what samples add to them, and what they say of the windows ----
 
-template <class Sum> struct GroupSums;
+template <class SampleSum, class SquareSum> struct GroupSums {
+  Group<SampleSum> samples;
+  Group<SquareSum> squares;
+};
 
-template <> struct GroupSums<int32_t> {
-  Group<int32_t> samples, squares;
+// Windows that are finished together, and the vectors that hold their sums.
+constexpr int block = Vec<Zor16s>::size;
+template <class N> using Block = Vec<N>[block / Vec<N>::size];
+// A block of floats: the mean, and the mean of the squares less the square of the mean, times the window's area.
+struct Results {
+  Block<float> mean, variance;
+};
 
-  void add(const Group<Zor8u>& x) { exchange(x, Group<Zor8u>{}); }
-  void exchange(const Group<Zor8u>& entering, const Group<Zor8u>& leaving)
+struct SumsOfFewBytes {
+  using Sample = Zor8u;
+  using SampleSum = Zor16s;
+  using SquareSum = Zor32s;
+  using Sums = GroupSums<SampleSum, SquareSum>;
+  static constexpr bool isForAny = false; // windows, of any width
+  static constexpr long long most = 64;   // (255 + 255) * 64 is a word
+
+  Vec<Zor16s> area;
+  Vec<float> inverseArea;
+  explicit SumsOfFewBytes(double windowArea)
+    : area(splat(static_cast<Zor16s>(windowArea))), inverseArea(splat(static_cast<float>(1 / windowArea)))
+  {}
+
+  void add(Sums& sums, const Group<Zor8u>& x) const { exchange(sums, x, {}); }
+  void exchange(Sums& sums, const Group<Zor8u>& entering, const Group<Zor8u>& leaving) const
+  {
+    const Group<Zor16s> in = Converted<Zor16s>{}(entering), out = Converted<Zor16s>{}(leaving);
+    for (int k = 0; k < in.parts; ++k) { // in^2 - out^2 = (in - out) * (in + out)
+      const Vec<Zor16s> difference = in.part[k] - out.part[k], sum = mulLow(in.part[k] + out.part[k], area);
+      const Vec<Zor16s> low = mulLow(difference, sum), high = mulHigh(difference, sum);
+      sums.samples.part[k] += difference;
+      sums.squares.part[2 * k] += as<Zor32s>(interleaveLow(low, high));
+      sums.squares.part[2 * k + 1] += as<Zor32s>(interleaveHigh(low, high));
+    }
+  }
+  // area * squares - samples^2 is an exact whole number.
+  void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
+  {
+    const Vec<Zor16s> none = zero<Zor16s>();
+    const Vec<Zor16s> s[] = {interleaveLow(samples[0], none), interleaveHigh(samples[0], none)};
+    for (int k = 0; k < 2; ++k) {
+      to.mean[k] = toFloat(as<Zor32s>(s[k])) * inverseArea;
+      to.variance[k] = toFloat(squares[k] - mulAddPairs(s[k], s[k])) * inverseArea;
+    }
+  }
+};
+
+// Of sums as double precision numbers.
+template <class SampleSum, class SquareSum> struct DoubleResults {
+  Vec<double> inverseArea;
+  explicit DoubleResults(double windowArea) : inverseArea(splat(1 / windowArea)) {}
+
+  static void toDoubles(const Block<Zor32s>& x, Block<double>& y)
+  {
+    for (int k = 0; k < 2; ++k) {
+      y[2 * k] = toDoubleLow(x[k]);
+      y[2 * k + 1] = toDoubleHigh(x[k]);
+    }
+  }
+  static void toDoubles(const Block<double>& x, Block<double>& y) { std::copy(x, x + 4, y); }
+
+  void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
+  {
+    Block<double> mean, variance, sums;
+    toDoubles(samples, sums);
+    toDoubles(squares, variance);
+    for (int k = 0; k < 4; ++k) {
+      mean[k] = sums[k] * inverseArea;
+      variance[k] = variance[k] - sums[k] * mean[k];
+    }
+    for (int k = 0; k < 2; ++k) {
+      to.mean[k] = toFloat(mean[2 * k], mean[2 * k + 1]);
+      to.variance[k] = toFloat(variance[2 * k], variance[2 * k + 1]);
+    }
+  }
+};
+
+struct SumsOfBytes : DoubleResults<Zor32s, Zor32s> {
+  using Sample = Zor8u;
+  using SampleSum = Zor32s;
+  using SquareSum = Zor32s;
+  using Sums = GroupSums<SampleSum, SquareSum>;
+  using DoubleResults::DoubleResults;
+  static constexpr bool isForAny = false;
+  static constexpr long long most = INT_MAX / (255 * 255);
+
+  void add(Sums& sums, const Group<Zor8u>& x) const { exchange(sums, x, {}); }
+  void exchange(Sums& sums, const Group<Zor8u>& entering, const Group<Zor8u>& leaving) const
   {
     // pairs (in, out) times (1, -1) and times (in, -out)
     const Group<Zor16s> in = Converted<Zor16s>{}(entering), out = Converted<Zor16s>{}(leaving);
@@ -42,10 +134,38 @@ template <> struct GroupSums<int32_t> {
     for (int k = 0; k < in.parts; ++k) {
       const Vec<Zor16s> minus = zero<Zor16s>() - out.part[k];
       const Vec<Zor16s> low = interleaveLow(in.part[k], out.part[k]), high = interleaveHigh(in.part[k], out.part[k]);
-      samples.part[2 * k] += mulAddPairs(low, signs);
-      samples.part[2 * k + 1] += mulAddPairs(high, signs);
-      squares.part[2 * k] += mulAddPairs(low, interleaveLow(in.part[k], minus));
-      squares.part[2 * k + 1] += mulAddPairs(high, interleaveHigh(in.part[k], minus));
+      sums.samples.part[2 * k] += mulAddPairs(low, signs);
+      sums.samples.part[2 * k + 1] += mulAddPairs(high, signs);
+      sums.squares.part[2 * k] += mulAddPairs(low, interleaveLow(in.part[k], minus));
+      sums.squares.part[2 * k + 1] += mulAddPairs(high, interleaveHigh(in.part[k], minus));
+    }
+  }
+};
+
+struct SumsOfWords : DoubleResults<Zor32s, double> {
+  using Sample = Zor16s;
+  using SampleSum = Zor32s;
+  using SquareSum = double;
+  using Sums = GroupSums<SampleSum, SquareSum>;
+  using DoubleResults::DoubleResults;
+  static constexpr bool isForAny = false;
+  static constexpr long long most = INT_MAX / 32768;
+
+  void add(Sums& sums, const Group<Zor16s>& x) const { exchange(sums, x, {}); }
+  void exchange(Sums& sums, const Group<Zor16s>& in, const Group<Zor16s>& out) const
+  {
+    const Vec<Zor16s> none = zero<Zor16s>();
+    const Vec<Zor16s> signs = as<Zor16s>(splat<std::uint32_t>(0xffff0001u));
+    for (int k = 0; k < in.parts; ++k) {
+      const Vec<Zor16s> entering[] = {interleaveLow(in.part[k], none), interleaveHigh(in.part[k], none)};
+      const Vec<Zor16s> leaving[] = {interleaveLow(out.part[k], none), interleaveHigh(out.part[k], none)};
+      const Vec<Zor16s> both[] = {interleaveLow(in.part[k], out.part[k]), interleaveHigh(in.part[k], out.part[k])};
+      for (int j = 0; j < 2; ++j) {
+        sums.samples.part[2 * k + j] += mulAddPairs(both[j], signs);
+        const Vec<Zor32s> gain = mulAddPairs(entering[j], entering[j]) - mulAddPairs(leaving[j], leaving[j]);
+        sums.squares.part[4 * k + 2 * j] += toDoubleLow(gain);
+        sums.squares.part[4 * k + 2 * j + 1] += toDoubleHigh(gain);
+      }
     }
   }
 };
@@ -64,23 +184,28 @@ template <class T> inline Group<double> doubles(const Group<T>& x)
   }
 }
 
-template <> struct GroupSums<double> {
-  Group<double> samples, squares;
+template <class T> struct SumsOfAny : DoubleResults<double, double> {
+  using Sample = T;
+  using SampleSum = double;
+  using SquareSum = double;
+  using Sums = GroupSums<SampleSum, SquareSum>;
+  using DoubleResults::DoubleResults;
+  static constexpr bool isForAny = true;
 
-  template <class T> void add(const Group<T>& x)
+  void add(Sums& sums, const Group<T>& x) const
   {
     const Group<double> in = doubles(x);
     for (int k = 0; k < in.parts; ++k) {
-      samples.part[k] += in.part[k];
-      squares.part[k] += in.part[k] * in.part[k];
+      sums.samples.part[k] += in.part[k];
+      sums.squares.part[k] += in.part[k] * in.part[k];
     }
   }
-  template <class T> void exchange(const Group<T>& entering, const Group<T>& leaving)
+  void exchange(Sums& sums, const Group<T>& entering, const Group<T>& leaving) const
   {
     const Group<double> in = doubles(entering), out = doubles(leaving);
     for (int k = 0; k < in.parts; ++k) {
-      samples.part[k] += in.part[k] - out.part[k];
-      squares.part[k] += in.part[k] * in.part[k] - out.part[k] * out.part[k];
+      sums.samples.part[k] += in.part[k] - out.part[k];
+      sums.squares.part[k] += in.part[k] * in.part[k] - out.part[k] * out.part[k];
     }
   }
 };
@@ -88,15 +213,20 @@ template <> struct GroupSums<double> {
 // ---- A strip of the region ----
 
 // The samples first .. first + length - 1 of each row.
-template <class T, class Sum> class Strip {
+template <class Kind> class Strip {
+  using T = typename Kind::Sample;
+  using SampleSum = typename Kind::SampleSum;
+  using SquareSum = typename Kind::SquareSum;
+  using Sums = typename Kind::Sums;
+
 public:
   Strip(const Windows<T>& windows, std::ptrdiff_t first, std::ptrdiff_t length)
-    : windows_(windows), first_(first), length_(length), isSliding_(windows.mask.width > mostColumnsOfWindow),
+    : windows_(windows), kind_(static_cast<double>(windows.area())), first_(first), length_(length),
+      isSliding_(Kind::isForAny && windows.mask.width > mostColumnsOfWindow),
       columns_(isSliding_ ? length : length + std::ptrdiff_t{windows.mask.width - 1} * windows.channels),
       rowsUntilAnew_(isInt<T>                  ? windows.roi.height
                      : windows.mask.height < 8 ? 1
-                                               : windows.mask.height),
-      inverseArea_(1 / windows.area())
+                                               : windows.mask.height)
   {}
 
   // row(y) for the rows first .. end - 1, each when means() and variances() are its own.
@@ -104,8 +234,9 @@ public:
   {
     for (int y = first; y < end; ++y) {
       const bool isAnew = (y - first) % rowsUntilAnew_ == 0;
-      if (isSliding_) slide(y, isAnew);
-      else if (isAnew) sumColumns(y);
+      if (isSliding_) {
+        if constexpr (Kind::isForAny) slide(y, isAnew);
+      } else if (isAnew) sumColumns(y);
       else moveColumns(y);
       finish();
       row(y);
@@ -113,7 +244,6 @@ public:
   }
 
   const float* means() const { return means_; }
-  // The mean of the squares less the square of the mean, times the window's area.
   const float* variances() const { return variances_; }
 
 private:
@@ -129,7 +259,7 @@ private:
     if (i < columns_)
       work(i, [&](std::ptrdiff_t y) { return loadGroup<T>(PaddedBlock<T, group>(row(y) + i, columns_ - i).values); });
   }
-  void storeSums(std::ptrdiff_t i, const GroupSums<Sum>& sums)
+  void storeSums(std::ptrdiff_t i, const Sums& sums)
   {
     storeGroup(samples_ + i, sums.samples);
     storeGroup(squares_ + i, sums.squares);
@@ -138,16 +268,17 @@ private:
   ZORI_ONE_COPY void sumColumns(std::ptrdiff_t y)
   {
     overColumns([&](std::ptrdiff_t i, const auto& load) {
-      GroupSums<Sum> sums{};
-      for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) sums.add(load(k));
+      Sums sums{};
+      for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) kind_.add(sums, load(k));
       storeSums(i, sums);
     });
   }
   ZORI_ONE_COPY void moveColumns(std::ptrdiff_t y)
   {
+    const Kind kind = kind_;
     overColumns([&](std::ptrdiff_t i, const auto& load) {
-      GroupSums<Sum> sums{loadGroup<Sum>(samples_ + i), loadGroup<Sum>(squares_ + i)};
-      sums.exchange(load(y - 1 + windows_.mask.height), load(y - 1));
+      Sums sums{loadGroup<SampleSum>(samples_ + i), loadGroup<SquareSum>(squares_ + i)};
+      kind.exchange(sums, load(y - 1 + windows_.mask.height), load(y - 1));
       storeSums(i, sums);
     });
   }
@@ -156,27 +287,27 @@ private:
   void slide(std::ptrdiff_t y, bool isAnew)
   {
     if (isAnew) {
-      std::fill(samples_, samples_ + length_, Sum{});
-      std::fill(squares_, squares_ + length_, Sum{});
+      std::fill(samples_, samples_ + length_, 0.0);
+      std::fill(squares_, squares_ + length_, 0.0);
       for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) slideAlong(row(k), 1);
     } else {
       slideAlong(row(y - 1), -1);
       slideAlong(row(y - 1 + windows_.mask.height), 1);
     }
   }
-  void slideAlong(const T* row, Sum sign)
+  void slideAlong(const T* row, int sign)
   {
     const int step = windows_.channels;
     const std::ptrdiff_t span = std::ptrdiff_t{windows_.mask.width} * step;
     for (int c = 0; c < step; ++c) {
-      const auto at = [=](std::ptrdiff_t i) { return static_cast<Sum>(get<T>(row + i)); };
-      Sum sum{}, square{};
+      const auto at = [=](std::ptrdiff_t i) { return static_cast<double>(get<T>(row + i)); };
+      double sum = 0, square = 0;
       for (std::ptrdiff_t i = c; i < c + span - step; i += step) {
         sum += at(i);
         square += at(i) * at(i);
       }
       for (std::ptrdiff_t i = c; i < length_; i += step) {
-        const Sum in = at(i + span - step), out = at(i);
+        const double in = at(i + span - step), out = at(i);
         sum += in;
         square += in * in;
         samples_[i] += sign * sum;
@@ -188,49 +319,48 @@ private:
   }
 
   // Sums over the width of the window, beginning at column i.
-  Vec<Sum> overWidth(const Sum* columns, std::ptrdiff_t i) const
+  template <class N> void overWidth(const N* columns, std::ptrdiff_t i, Block<N>& sums) const
   {
-    Vec<Sum> sum = load<Sum>(columns + i);
-    if (isSliding_) return sum;
-    for (int k = 1; k < windows_.mask.width; ++k) sum += load<Sum>(columns + (i += windows_.channels));
-    return sum;
+    constexpr int vectors = block / Vec<N>::size;
+    const N* p = columns + i;
+    for (int k = 0; k < vectors; ++k) sums[k] = load<N>(p + k * Vec<N>::size);
+    if (Kind::isForAny && isSliding_) return;
+    for (int column = 1; column < windows_.mask.width; ++column) {
+      p += windows_.channels;
+      for (int k = 0; k < vectors; ++k) sums[k] += load<N>(p + k * Vec<N>::size);
+    }
   }
 
   ZORI_ONE_COPY void finish()
   {
-    const Vec<double> inverseArea = splat(inverseArea_);
-    const auto variance = [=](Vec<double> squares, Vec<double> samples, Vec<double> mean) {
-      return squares - samples * mean;
-    };
-    for (std::ptrdiff_t i = 0; i < length_; i += Vec<float>::size) {
-      Vec<double> samples[2], squares[2];
-      if constexpr (isInt<Sum>) {
-        const Vec<Sum> a = overWidth(samples_, i), b = overWidth(squares_, i);
-        samples[0] = toDoubleLow(a);
-        samples[1] = toDoubleHigh(a);
-        squares[0] = toDoubleLow(b);
-        squares[1] = toDoubleHigh(b);
-      } else
-        for (int k = 0; k < 2; ++k) {
-          samples[k] = overWidth(samples_, i + k * Vec<double>::size);
-          squares[k] = overWidth(squares_, i + k * Vec<double>::size);
-        }
-      const Vec<double> low = samples[0] * inverseArea, high = samples[1] * inverseArea;
-      store(means_ + i, toFloat(low, high));
-      store(variances_ + i, toFloat(variance(squares[0], samples[0], low), variance(squares[1], samples[1], high)));
+    const Kind kind = kind_;
+    for (std::ptrdiff_t i = 0; i < length_; i += block) {
+      Block<SampleSum> samples;
+      Block<SquareSum> squares;
+      Results results;
+      overWidth(samples_, i, samples);
+      overWidth(squares_, i, squares);
+      kind.finish(samples, squares, results);
+      for (int k = 0; k < 2; ++k) {
+        store(means_ + i + k * Vec<float>::size, results.mean[k]);
+        store(variances_ + i + k * Vec<float>::size, results.variance[k]);
+      }
     }
   }
 
+  static constexpr int mostColumns = stripSamples + 4 * mostColumnsOfWindow + 2 * group;
+
   const Windows<T>& windows_;
+  const Kind kind_;
   const std::ptrdiff_t first_, length_;
   const bool isSliding_;
   const std::ptrdiff_t columns_;
   const int rowsUntilAnew_;
-  const double inverseArea_;
-  alignas(32) Sum samples_[stripSamples + 4 * mostColumnsOfWindow + 2 * group];
-  alignas(32) Sum squares_[stripSamples + 4 * mostColumnsOfWindow + 2 * group];
+  alignas(32) SampleSum samples_[mostColumns];
+  alignas(32) SquareSum squares_[mostColumns];
   alignas(32) float means_[stripSamples + group], variances_[stripSamples + group];
 };
 
+} // namespace
 } // namespace wiener
 } // namespace zori

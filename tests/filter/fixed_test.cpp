@@ -1,5 +1,6 @@
 // Fixed kernels against the kernels as printed, applied pixel by pixel in exact integers; single precision with images
 // of small whole numbers, whose sums are exact too.
+#include "support/numbers.h"
 #include "zori/filter.h"
 
 #include "filter_image.h"
@@ -87,11 +88,7 @@ long long roundHalfEven(long long t, int divisor) // divisor a power of two
   return q + (2 * rest > divisor || (2 * rest == divisor && q % 2 != 0));
 }
 
-template <class D> D saturate(long long x)
-{
-  const long long low = std::numeric_limits<D>::min(), high = std::numeric_limits<D>::max();
-  return static_cast<D>(x < low ? low : x > high ? high : x);
-}
+template <class D> D saturate(long long x) { return zoritest::saturated<D>(static_cast<double>(x)); }
 
 // What becomes of the exact sum t.
 template <class D> D finish(const std::string& name, long long t)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "data/pixel_image.h"
+#include "support/numbers.h"
 #include "zori/types.h"
 
 #include <gtest/gtest.h>
@@ -47,7 +48,7 @@ inline const std::vector<Shape> columns = {{{1, 1}, {1, 1}, {0, 0}},    {{2, 3},
 class Random {
 public:
   explicit Random(unsigned seed) : state_(seed * 2654435761u + 99991) {}
-  int below(int n) { return static_cast<int>((state_ = state_ * 1664525u + 1013904223u) >> 8) % n; }
+  int below(int n) { return static_cast<int>(zoritest::nextNoise(state_) >> 8) % n; }
 
 private:
   unsigned state_;
@@ -123,10 +124,7 @@ void compare(Layout layout, const Shape& shape, const std::vector<K>& kernel, Ca
 
 // ---- Rules ----
 
-template <class T> double saturated(double x)
-{
-  return std::min<double>(std::max<double>(x, std::numeric_limits<T>::min()), std::numeric_limits<T>::max());
-}
+using zoritest::saturated;
 
 enum class Ties { Even, Up };
 template <class T> double rounded(float f, Ties ties)

@@ -40,6 +40,12 @@ void putSorted(std::vector<std::uint64_t>& words, int from, int count, int ones,
     if (i >= count - ones) words[static_cast<std::size_t>(from + i)] |= std::uint64_t{1} << lane;
 }
 
+// The same in all lanes.
+void putSortedInAll(std::vector<std::uint64_t>& words, int from, int count, int ones)
+{
+  for (int i = 0; i < count; ++i) words[static_cast<std::size_t>(from + i)] = i >= count - ones ? ~std::uint64_t{0} : 0;
+}
+
 bool isSortedWith(const std::vector<std::uint64_t>& words, int from, int count, int ones, int lane)
 {
   for (int i = 0; i < count; ++i)
@@ -98,10 +104,10 @@ template <int Side> void selectsMedians()
       for (int k = 0; k <= c; ++k)
         for (int first = 0; first < (Side <= 7 ? 1 << Side : 64); first += 64) {
           std::vector<std::uint64_t> in(static_cast<std::size_t>(shared + 2 * Side), 0);
+          putSortedInAll(in, 0, a, i);
+          putSortedInAll(in, a, b, j);
+          putSortedInAll(in, a + b, c, k);
           for (int lane = 0; lane < 64; ++lane) {
-            putSorted(in, 0, a, i, lane);
-            putSorted(in, a, b, j, lane);
-            putSorted(in, a + b, c, k, lane);
             // above 7, as many ones as zeros on average, or nearly all of a kind
             const unsigned upper = Side <= 7 ? static_cast<unsigned>(first + lane)
                                    : lane < 32
@@ -137,6 +143,8 @@ TEST(MedianNetworks, OrderZerosAndOnes)
   isRight<7>();
   isRight<9>();
   isRight<11>();
+  isRight<13>();
+  isRight<15>();
 }
 
 // Three sorted columns a row.

@@ -1,4 +1,5 @@
 // Greatest and least samples under masks, against a look at every member.
+#include "support/numbers.h"
 #include "zori/filter.h"
 
 #include "covered_image.h"
@@ -40,7 +41,7 @@ Mask scattered(int width, int height, ZorImgPoint anchor, unsigned seed)
 {
   Mask m{{width, height}, anchor, {}};
   for (int i = 0; i < width * height; ++i) {
-    seed = seed * 1664525u + 1013904223u;
+    zoritest::nextNoise(seed);
     m.members.push_back(static_cast<Zor8u>(seed >> 24 < 100 ? seed >> 25 : 0));
   }
   m.members[static_cast<std::size_t>(width * height / 2)] = 128;

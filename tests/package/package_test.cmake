@@ -29,6 +29,10 @@ if(STEP STREQUAL install)
   list(TRANSFORM headers PREPEND ${prefix}/include/)
   expect_files(${headers} ${library}.so ${library}.so.5 ${library}.a ${prefix}/${LIBDIR}/pkgconfig/zori.pc
     ${prefix}/share/doc/zori/README.md ${prefix}/share/doc/zori/docs/guide.md ${prefix}/share/doc/zori/LICENSE)
+  if(WIDE)
+    set(wide ${prefix}/${LIBDIR}/glibc-hwcaps/x86-64-v3/libzoriq7-5.3)
+    expect_files(${wide}.so ${wide}.so.5)
+  endif()
 
 elseif(STEP STREQUAL linkage)
   run(${READELF} -dW ${library}.so)
