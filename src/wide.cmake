@@ -10,9 +10,11 @@ set(ZORI_FILES_OF_32_BYTES
   correlation/convolution.cpp correlation/cross_correlation.cpp correlation/square_distance.cpp
   correlation/tile_engine.cpp correlation/tile_transform.cpp
   data/convert.cpp data/copy_channels.cpp data/masked.cpp data/mirror.cpp data/scale.cpp data/swap_channels.cpp
+  filter/bilateral.cpp filter/bilateral_sums.cpp
   filter/general_filter.cpp filter/general_round.cpp filter/general_row_column.cpp filter/general_sums.cpp
   filter/gradients.cpp filter/median.cpp filter/median_color.cpp filter/median_shapes.cpp filter/median_square.cpp
   filter/morphology.cpp filter/morphology_extremes.cpp filter/sharpening.cpp filter/smoothing.cpp
+  filter/wiener.cpp
   geometry/resize_weighted.cpp
   point/compare.cpp point/threshold.cpp
   rowkernels/exp_log.cpp

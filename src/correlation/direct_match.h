@@ -63,6 +63,14 @@ template <class Item> struct MeetingRows {
   int rows, items;
 };
 
+// p itself, of which the compiler forgets where it came from: it would carry samples from one round of the loop to the
+// next to spare a load, and run out of registers.
+template <class P> inline P* forgotten(P* p)
+{
+  asm("" : "+r"(p));
+  return p;
+}
+
 // sums[x] += products of the taps with the samples from x on, of V vectors in each of R output rows.
 template <class T, int R, int V, class Item>
 [[gnu::noinline]] void addProducts(const MeetingRows<Item>& r, Item* sums, std::ptrdiff_t pitch)

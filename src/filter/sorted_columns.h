@@ -8,8 +8,9 @@
 //   windows   blocks are merged; of their ranks only the middle ones can be the median, whatever the row that is still
 //             to come. That row, one above and one below, then gives the two medians
 //
-// Everything works on whole vectors of samples (rank_network.h); a strip holds one row for each rank. Pixels of any
-// channel count are runs of samples whose neighbours lie `channels` apart.
+// 3x3 does that in registers where vectors have 32 bytes. Everything works on whole vectors of samples
+// (rank_network.h); a strip holds one row for each rank. Pixels of any channel count are runs of samples whose
+// neighbours lie `channels` apart.
 #pragma once
 
 #include "rank_network.h"
@@ -325,6 +326,89 @@ void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples
   }
 }
 
+// ---- 3x3 in registers: vectors of 32 bytes are shifted against each other there, which costs less than to store
+// sorted columns and load them again from addresses of which half lie across two cache lines ----
+
+#if ZORI_VECTOR_BYTES == 32
+template <class T> struct ColumnsOf3 {
+  Vec<T> sorted[6]; // of the upper row, of the lower one
+
+  [[gnu::always_inline]] ColumnsOf3(const T* const (&rows)[4], std::ptrdiff_t at, Vec<T> flip)
+  {
+    Network<Square<3>::columns>::template run<Vec<T>>(
+      [&](auto k) {
+        const Vec<T> x = load<T>(rows[k] + at);
+        return sizeof(T) == 1 ? x : x ^ flip;
+      },
+      [&](auto k, Vec<T> x) { sorted[k] = x; });
+  }
+};
+
+// column(row, x): a sorted row of the columns x samples on.
+template <class T, bool KeepFourth, class Column>
+[[gnu::always_inline]] inline void takeMediansOf3(T* upper, T* lower, Vec<T> flip, const Column& column)
+{
+  Network<Square<3>::windows>::template run<Vec<T>>([&](auto k) { return column(k / 3, k % 3); },
+                                                    [&](auto k, Vec<T> x) {
+                                                      T* const to = k == 0 ? upper : lower;
+                                                      if (sizeof(T) > 1) x = x ^ flip;
+                                                      if (KeepFourth) x = select(colourMask<T>(), x, load<T>(to));
+                                                      store(to, x);
+                                                    });
+}
+
+template <class T, int Channels, bool KeepFourth>
+[[gnu::noinline]] void medianRowsInRegisters(const T* const* from, T* upper, T* lower, std::ptrdiff_t samples,
+                                             T flippedBits)
+{
+  const UpperHalvesCleared atTheEnd;
+  using Columns = ColumnsOf3<T>;
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  constexpr int distance = Channels * static_cast<int>(sizeof(T));
+  const Vec<T> flip = splat(flippedBits);
+  const T* const rows[4] = {from[0], from[1], from[2], from[3]};
+  std::ptrdiff_t i = 0;
+  if (const std::ptrdiff_t length = samples + 2 * Channels; length >= 2 * lanes) {
+    Columns here(rows, 0, flip);
+    for (; i + 2 * lanes <= length; i += lanes) {
+      const Columns next(rows, i + lanes, flip);
+      const auto shifted = [&](int row, int column) __attribute__((always_inline))
+      {
+        const Vec<T> a = here.sorted[row], b = next.sorted[row];
+        return column == 0 ? a : column == 1 ? bytesFrom<distance>(a, b) : bytesFrom<2 * distance>(a, b);
+      };
+      takeMediansOf3<T, KeepFourth>(upper + i, lower + i, flip, shifted);
+      here = next;
+    }
+  }
+  while (i < samples) { // the last vectors have none behind them
+    i = std::min(i, samples - lanes);
+    const Columns columns[3] = {{rows, i, flip}, {rows, i + Channels, flip}, {rows, i + 2 * Channels, flip}};
+    const auto loaded = [&](int row, int column) __attribute__((always_inline)) { return columns[column].sorted[row]; };
+    takeMediansOf3<T, KeepFourth>(upper + i, lower + i, flip, loaded);
+    i += lanes;
+  }
+}
+
+// False where there is less than a vector.
+template <class T>
+inline bool medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels,
+                                  bool keepFourth, T flippedBits)
+{
+  if (samples < Vec<T>::size) return false;
+  if (channels == 1) medianRowsInRegisters<T, 1, false>(rows, upper, lower, samples, flippedBits);
+  else if (channels == 3) medianRowsInRegisters<T, 3, false>(rows, upper, lower, samples, flippedBits);
+  else if (keepFourth) medianRowsInRegisters<T, 4, true>(rows, upper, lower, samples, flippedBits);
+  else medianRowsInRegisters<T, 4, false>(rows, upper, lower, samples, flippedBits);
+  return true;
+}
+#else
+template <class T> inline bool medianRowsInRegisters(const T* const*, T*, T*, std::ptrdiff_t, int, bool, T)
+{
+  return false;
+}
+#endif
+
 // The region. src: from the first sample that a window covers. Samples are compared with their bits flipped, so that
 // one kernel serves signed and unsigned ones.
 template <class T, int Side>
@@ -338,7 +422,9 @@ template <class T, int Side>
     const T* rows[Side + 1];
     for (int k = 0; k < Side; ++k) rows[k] = src[y + k];
     rows[Side] = alone ? rows[0] : src[y + Side];
-    medianRows<T, Side>(rows, dst[y], alone ? dst[y] : dst[y + 1], samples, channels, keepFourth, flippedBits);
+    T *const upper = dst[y], *const lower = alone ? upper : dst[y + 1];
+    if (Side == 3 && medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth, flippedBits)) return;
+    medianRows<T, Side>(rows, upper, lower, samples, channels, keepFourth, flippedBits);
   });
 }
 

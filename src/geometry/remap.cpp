@@ -3,7 +3,6 @@
 // A pixel whose coordinates lie outside the region, or are not numbers, is not written. A block of columns is placed as
 // if all were valid, and the kernels of the warps go over it when that was so; otherwise over the runs of valid ones.
 #include "frame/parallel.h"
-#include "rowkernels/drivers.h"
 #include "warp.h"
 #include "zori/geometry.h"
 

@@ -19,7 +19,7 @@ double nearestAngle(double degrees)
   return a < 0 ? a + 360 : a;
 }
 
-[[gnu::noinline]] ZorStatus rotate(const WarpCall& call, double angle, double xShift, double yShift)
+ZorStatus rotate(const WarpCall& call, double angle, double xShift, double yShift)
 {
   const double a = nearestAngle(angle);
   if ((a == 90 || a == 180 || a == 270) && std::floor(xShift) == xShift && std::floor(yShift) == yShift)
@@ -31,15 +31,15 @@ double nearestAngle(double degrees)
 
 ZorStatus rotateBy(const WarpCall& call, double angle, double xShift, double yShift)
 {
-  const RoundingScope scope(Rounding::Nearest);
-  return rotate(call, angle, xShift, yShift);
+  return underRounding(Rounding::Nearest, [&] { return rotate(call, angle, xShift, yShift); });
 }
 
 ZorStatus rotateAbout(const WarpCall& call, double angle, double xCenter, double yCenter)
 {
-  const RoundingScope scope(Rounding::Nearest);
-  const Point shift = rotationShift(angle, {xCenter, yCenter});
-  return rotate(call, angle, shift.x, shift.y);
+  return underRounding(Rounding::Nearest, [&] {
+    const Point shift = rotationShift(angle, {xCenter, yCenter});
+    return rotate(call, angle, shift.x, shift.y);
+  });
 }
 
 ZorStatus shearBy(const WarpCall& call, double xShear, double yShear, double xShift, double yShift)

@@ -61,27 +61,11 @@ void storeCoeffs(double (*to)[4], const Bilinear& b)
 
 enum class Folded { IsAnError, IsNot };
 
-// Arithmetic that a change of the rounding mode must not be moved across stands in functions of its own.
-template <class Transform> [[gnu::noinline]] Quad imageOf(ZorImgRect rect, const Transform& t)
-{
-  return mapped(t, boxOf(rect));
-}
-[[gnu::noinline]] Affine rotationOf(double angle, double xShift, double yShift)
-{
-  return rotation(reducedAngle(angle), xShift, yShift);
-}
-
-[[gnu::noinline]] void addTo(double& x, double& y, Point shift)
-{
-  x += shift.x;
-  y += shift.y;
-}
-
 template <class Transform>
 ZorStatus rectangleImage(ZorImgRect srcRoi, const Transform& transform, Folded folded,
                          void (*store)(double (*)[2], const Quad&), double (*result)[2])
 {
-  const Quad quad = imageOf(srcRoi, transform);
+  const Quad quad = mapped(transform, boxOf(srcRoi));
   store(result, quad);
   return require(folded == Folded::IsNot || isSound(kindOf(quad)), ZorErrQuad);
 }
@@ -92,8 +76,8 @@ ZorStatus imageByCoeffs(ZorImgRect srcRoi, double (*result)[2], void (*store)(do
                         const Coeffs* coeffs, Transform (*load)(const Coeffs*))
 {
   if (isEmptyRect(srcRoi)) return ZorErrSize;
-  const RoundingScope scope(Rounding::Nearest);
-  return rectangleImage(srcRoi, load(coeffs), Folded::IsAnError, store, result);
+  return underRounding(Rounding::Nearest,
+                       [&] { return rectangleImage(srcRoi, load(coeffs), Folded::IsAnError, store, result); });
 }
 
 template <class Transform, class Coeffs>
@@ -101,13 +85,42 @@ ZorStatus transformTo(ZorImgRect srcRoi, const double (*given)[2], Coeffs* coeff
                       Transform (*solve)(const Quad&, const Box&))
 {
   if (isEmptyRect(srcRoi)) return ZorErrSize;
-  const RoundingScope scope(Rounding::Nearest);
-  const Quad quad = loadQuad(given);
-  if (!isSound(kindOf(quad))) return ZorErrRect;
-  if (srcRoi.width < 2 || srcRoi.height < 2) return ZorErrCoeff;
-  storeCoeffs(coeffs, solve(quad, boxOf(srcRoi)));
-  if (std::is_same_v<Transform, Affine> && !isParallelogram(quad)) return ZorWarnNotParallelogram;
-  return ZorOk;
+  return underRounding(Rounding::Nearest, [&] {
+    const Quad quad = loadQuad(given);
+    if (!isSound(kindOf(quad))) return ZorErrRect;
+    if (srcRoi.width < 2 || srcRoi.height < 2) return ZorErrCoeff;
+    storeCoeffs(coeffs, solve(quad, boxOf(srcRoi)));
+    return std::is_same_v<Transform, Affine> && !isParallelogram(quad) ? ZorWarnNotParallelogram : ZorOk;
+  });
+}
+
+ZorStatus rotatedImage(ZorImgRect srcRoi, double angle, double xShift, double yShift,
+                       void (*store)(double (*)[2], const Quad&), double (*result)[2])
+{
+  if (isEmptyRect(srcRoi)) return ZorErrSize;
+  return underRounding(Rounding::Nearest, [&] {
+    return rectangleImage(srcRoi, rotation(reducedAngle(angle), xShift, yShift), Folded::IsNot, store, result);
+  });
+}
+
+ZorStatus shearedImage(ZorImgRect srcRoi, const Affine& shear, void (*store)(double (*)[2], const Quad&),
+                       double (*result)[2])
+{
+  if (isEmptyRect(srcRoi)) return ZorErrSize;
+  return underRounding(Rounding::Nearest,
+                       [&] { return rectangleImage(srcRoi, shear, Folded::IsAnError, store, result); });
+}
+
+// The shift of a rotation about a point, stored or added to what is there.
+ZorStatus rotationShiftAt(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift, bool adds)
+{
+  if (auto s = nonNull(pxShift, pyShift); s != ZorOk) return s;
+  return underRounding(Rounding::Nearest, [&] {
+    const Point shift = rotationShift(angle, {xCenter, yCenter});
+    *pxShift = adds ? *pxShift + shift.x : shift.x;
+    *pyShift = adds ? *pyShift + shift.y : shift.y;
+    return ZorOk;
+  });
 }
 
 } // namespace
@@ -131,16 +144,12 @@ STAMP(Bilinear, bilinear, 4)
 #define STAMP(form, result, store)                                                                                     \
   ZorStatus zoriGetRotate##form(ZorImgRect srcRoi, double result[][2], double angle, double xShift, double yShift)     \
   {                                                                                                                    \
-    if (geometry::isEmptyRect(srcRoi)) return ZorErrSize;                                                              \
-    const RoundingScope scope(Rounding::Nearest);                                                                      \
-    return rectangleImage(srcRoi, rotationOf(angle, xShift, yShift), Folded::IsNot, store, result);                    \
+    return rotatedImage(srcRoi, angle, xShift, yShift, store, result);                                                 \
   }                                                                                                                    \
   ZorStatus zoriGetShear##form(ZorImgRect srcRoi, double result[][2], double xShear, double yShear, double xShift,     \
                                double yShift)                                                                          \
   {                                                                                                                    \
-    if (geometry::isEmptyRect(srcRoi)) return ZorErrSize;                                                              \
-    const RoundingScope scope(Rounding::Nearest);                                                                      \
-    return rectangleImage(srcRoi, geometry::shear(xShear, yShear, xShift, yShift), Folded::IsAnError, store, result);  \
+    return shearedImage(srcRoi, geometry::shear(xShear, yShear, xShift, yShift), store, result);                       \
   }
 STAMP(Quad, quad, storeQuad)
 STAMP(Bound, bound, storeBound)
@@ -149,18 +158,10 @@ STAMP(Bound, bound, storeBound)
 
 ZorStatus zoriGetRotateShift(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift)
 {
-  if (auto s = nonNull(pxShift, pyShift); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  const geometry::Point shift = geometry::rotationShift(angle, {xCenter, yCenter});
-  *pxShift = shift.x;
-  *pyShift = shift.y;
-  return ZorOk;
+  return rotationShiftAt(xCenter, yCenter, angle, pxShift, pyShift, false);
 }
 
 ZorStatus zoriAddRotateShift(double xCenter, double yCenter, double angle, double* pxShift, double* pyShift)
 {
-  if (auto s = nonNull(pxShift, pyShift); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  addTo(*pxShift, *pyShift, geometry::rotationShift(angle, {xCenter, yCenter}));
-  return ZorOk;
+  return rotationShiftAt(xCenter, yCenter, angle, pxShift, pyShift, true);
 }

@@ -188,7 +188,7 @@ constexpr Box unit = {0, 0, 1, 1};
 
 // ---- Affine ----
 
-[[gnu::noinline]] ZorStatus runAffine(const WarpCall& call, const Affine& forward, const Affine* backward)
+ZorStatus runAffine(const WarpCall& call, const Affine& forward, const Affine* backward)
 {
   if (isSingular(backward ? *backward : forward)) return ZorErrQuad;
   Box region;
@@ -241,7 +241,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
   return require(isSound(kindOf(pair.src)) && isSound(pair.kind), ZorErrRect);
 }
 
-[[gnu::noinline]] ZorStatus runAffineQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
+ZorStatus runAffineQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   QuadPair pair;
   if (auto s = loadPair(srcQuad, dstQuad, pair); s != ZorOk) return s;
@@ -258,7 +258,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
 
 // ---- Perspective ----
 
-[[gnu::noinline]] ZorStatus runPerspective(const WarpCall& call, const Perspective& given, bool isBack)
+ZorStatus runPerspective(const WarpCall& call, const Perspective& given, bool isBack)
 {
   if (isSingular(given)) return ZorErrQuad;
   Box region;
@@ -271,8 +271,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
               [&](double scale) { return PerspectiveRule(back, scale); });
 }
 
-[[gnu::noinline]] ZorStatus runPerspectiveQuad(const WarpCall& call, const double (*srcQuad)[2],
-                                               const double (*dstQuad)[2])
+ZorStatus runPerspectiveQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   QuadPair pair;
   if (auto s = loadPair(srcQuad, dstQuad, pair); s != ZorOk) return s;
@@ -287,7 +286,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
 
 // ---- Bilinear ----
 
-[[gnu::noinline]] ZorStatus runBilinear(const WarpCall& call, const Bilinear& b)
+ZorStatus runBilinear(const WarpCall& call, const Bilinear& b)
 {
   Box region;
   if (auto s = findRegion(call, region); s != ZorOk) return s;
@@ -304,7 +303,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
               [&](double scale) { return BilinearRule(local, isPositive, toSource, scale); });
 }
 
-[[gnu::noinline]] ZorStatus runBilinearBack(const WarpCall& call, const Bilinear& back)
+ZorStatus runBilinearBack(const WarpCall& call, const Bilinear& back)
 {
   Box region;
   if (auto s = findRegion(call, region); s != ZorOk) return s;
@@ -324,8 +323,7 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
   return ZorErrQuad;
 }
 
-[[gnu::noinline]] ZorStatus runBilinearQuad(const WarpCall& call, const double (*srcQuad)[2],
-                                            const double (*dstQuad)[2])
+ZorStatus runBilinearQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   QuadPair pair;
   if (auto s = loadPair(srcQuad, dstQuad, pair); s != ZorOk) return s;
@@ -349,67 +347,56 @@ ZorStatus loadPair(const double (*srcQuad)[2], const double (*dstQuad)[2], QuadP
 ZorStatus warpAffine(const WarpCall& call, const double (*coeffs)[3])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runAffine(call, affineOf(coeffs), nullptr);
+  return underRounding(Rounding::Nearest, [&] { return runAffine(call, affineOf(coeffs), nullptr); });
 }
-
-[[gnu::noinline]] static Affine forwardOf(const Affine& back) { return inverseOf(back); }
 
 ZorStatus warpAffineBack(const WarpCall& call, const double (*coeffs)[3])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
   const Affine back = affineOf(coeffs);
-  return runAffine(call, forwardOf(back), &back);
+  return underRounding(Rounding::Nearest, [&] { return runAffine(call, inverseOf(back), &back); });
 }
 
 ZorStatus warpPerspective(const WarpCall& call, const double (*coeffs)[3])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runPerspective(call, perspectiveOf(coeffs), false);
+  return underRounding(Rounding::Nearest, [&] { return runPerspective(call, perspectiveOf(coeffs), false); });
 }
 
 ZorStatus warpPerspectiveBack(const WarpCall& call, const double (*coeffs)[3])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runPerspective(call, perspectiveOf(coeffs), true);
+  return underRounding(Rounding::Nearest, [&] { return runPerspective(call, perspectiveOf(coeffs), true); });
 }
 
 ZorStatus warpBilinear(const WarpCall& call, const double (*coeffs)[4])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runBilinear(call, bilinearOf(coeffs));
+  return underRounding(Rounding::Nearest, [&] { return runBilinear(call, bilinearOf(coeffs)); });
 }
 
 ZorStatus warpBilinearBack(const WarpCall& call, const double (*coeffs)[4])
 {
   if (auto s = checkCall(call, coeffs); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runBilinearBack(call, bilinearOf(coeffs));
+  return underRounding(Rounding::Nearest, [&] { return runBilinearBack(call, bilinearOf(coeffs)); });
 }
 
 ZorStatus warpAffineQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   if (auto s = checkCall(call, srcQuad, dstQuad); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runAffineQuad(call, srcQuad, dstQuad);
+  return underRounding(Rounding::Nearest, [&] { return runAffineQuad(call, srcQuad, dstQuad); });
 }
 
 ZorStatus warpPerspectiveQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   if (auto s = checkCall(call, srcQuad, dstQuad); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runPerspectiveQuad(call, srcQuad, dstQuad);
+  return underRounding(Rounding::Nearest, [&] { return runPerspectiveQuad(call, srcQuad, dstQuad); });
 }
 
 ZorStatus warpBilinearQuad(const WarpCall& call, const double (*srcQuad)[2], const double (*dstQuad)[2])
 {
   if (auto s = checkCall(call, srcQuad, dstQuad); s != ZorOk) return s;
-  const RoundingScope scope(Rounding::Nearest);
-  return runBilinearQuad(call, srcQuad, dstQuad);
+  return underRounding(Rounding::Nearest, [&] { return runBilinearQuad(call, srcQuad, dstQuad); });
 }
 
 } // namespace geometry

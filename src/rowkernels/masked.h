@@ -19,6 +19,14 @@ template <int Bytes, class E, int V, class Visit> inline void widenMask(Vec<E, V
     const Vec<E, V> channels[3] = {keep, keep, keep};
     Vec<E, V> pixels[3];
     merge(channels, pixels);
+#if ZORI_VECTOR_BYTES == 32
+    if constexpr (V == 32) { // in the order of memory: halves of the block stand in the halves of the vectors
+      visit(first, as<Zor8u>(lowHalves(pixels[0], pixels[1])));
+      visit(first + 1, as<Zor8u>(joined(lowHalf(pixels[2]), highHalf(pixels[0]))));
+      visit(first + 2, as<Zor8u>(highHalves(pixels[1], pixels[2])));
+      return;
+    }
+#endif
     for (int i = 0; i < 3; ++i) visit(first + i, as<Zor8u>(pixels[i]));
   } else {
     const Vec<E, V> low = interleaveLow(keep, keep), high = interleaveHigh(keep, keep);

@@ -237,6 +237,13 @@ template <int N, class T> inline Vec<T, 32> bytesDown(Vec<T, 32> a)
   if constexpr (N >= 16) return as<T>(Vec<uint8_t, 32>{_mm256_srli_si256(highBelow, N - 16)});
   else return as<T>(Vec<uint8_t, 32>{_mm256_alignr_epi8(highBelow, x, N)});
 }
+// The bytes N to N + 31 of a and b behind each other, N at most 16.
+template <int N, class T> inline Vec<T, 32> bytesFrom(Vec<T, 32> a, Vec<T, 32> b)
+{
+  static_assert(N >= 0 && N <= 16);
+  const __m256i x = as<uint8_t>(a).v, middle = _mm256_permute2x128_si256(x, as<uint8_t>(b).v, 0x21);
+  return as<T>(Vec<uint8_t, 32>{_mm256_alignr_epi8(middle, x, N)});
+}
 
 // ---- Comparison: lanes of all ones where it holds ----
 

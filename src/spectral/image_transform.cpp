@@ -66,13 +66,28 @@ int vectorLength(TransformFamily family, ZorImgSize size)
 
 // ---- Work memory ----
 
+// Complex columns of a block: where memory is scarce, and where it is not. Wide blocks visit the rows less often, as
+// long as they fit well into the second-level cache and each thread gets some of them.
+constexpr int fewLanes = 8;
+int manyLanes(const LanePlan& side, long long columns, int threads)
+{
+  constexpr int most = 32;
+  constexpr long long mostElements = 512;
+  return side.workLength() <= mostElements && columns >= 4LL * most * threads ? most : most / 2;
+}
+
 // A slice for each of so many threads: of the call's own, or of the caller's buffer. Where the caller's buffer must do
-// (no bytes are wanted, or there are none), columns go in eights and rows one by one.
+// (there is no memory, or none is wanted), columns go in eights and rows one by one.
 class WorkMemory {
 public:
-  WorkMemory(const ImageTransform& plan, Zor8u* given, long long wantedBytes, int threads)
-    : slice_((wantedBytes + 63) & ~63LL), here(slice_ > BlockPlan::impossible / threads ? 0 : slice_ * threads),
-      base_(here.get()), isScarce_(!here)
+  struct Wanted {
+    long long bytes;
+    int threads, columnLanes;
+  };
+  WorkMemory(const ImageTransform& plan, Zor8u* given, Wanted wanted)
+    : slice_((wanted.bytes + 63) & ~63LL),
+      here(slice_ > BlockPlan::impossible / wanted.threads ? 0 : slice_ * wanted.threads), base_(here.get()),
+      columnLanes_(here ? wanted.columnLanes : fewLanes), isScarce_(!here)
   {
     if (here || !given) return;
     base_ = given + (-reinterpret_cast<std::uintptr_t>(given) & 15);
@@ -80,12 +95,14 @@ public:
   }
   explicit operator bool() const { return base_ != nullptr; }
   bool isScarce() const { return isScarce_; }
+  int columnLanes() const { return columnLanes_; }
   float* of(int thread) const { return reinterpret_cast<float*>(base_ + static_cast<std::ptrdiff_t>(slice_) * thread); }
 
 private:
   long long slice_;
   Scratch<Zor8u> here;
   Zor8u* base_;
+  int columnLanes_;
   bool isScarce_;
 };
 
@@ -129,7 +146,7 @@ ZorStatus transformVector(const ImageTransform& plan, Rows<const T> src, Rows<T>
     return plan.height == 1 ? rows[0] + i * channelCount : rows[i];
   };
   const auto adjoin = [&](int step) { return channelCount == 1 && (plan.height == 1 || step == int(sizeof(T))); };
-  const WorkMemory memory(plan, given, given ? 0 : plan.bytesPerThread, 1);
+  const WorkMemory memory(plan, given, {given ? 0 : plan.bytesPerThread, 1, 1});
   if (!memory) return ZorErrAlloc;
   const RoundingScope rounding(Rounding::Nearest);
   T* const values = reinterpret_cast<T*>(memory.of(0));
@@ -192,8 +209,6 @@ void allRows(const ImageTransform& plan, Direction direction, const WorkMemory& 
 
 // ---- Columns ----
 
-constexpr int manyLanes = 16, fewLanes = 8;
-
 ColumnPass columnPass(const ImageTransform& plan, Direction direction)
 {
   return {plan.columns, &plan, plan.columnFactor[static_cast<int>(direction)], direction == Direction::Inverse,
@@ -202,10 +217,11 @@ ColumnPass columnPass(const ImageTransform& plan, Direction direction)
 
 // `columns` pairs of floats from float `first` of a row on, and the real ones behind them if there are some.
 template <class V>
-void pairColumns(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory, int lanes,
+void pairColumns(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory,
                  std::ptrdiff_t first, std::ptrdiff_t columns, RealColumns real, Rows<const float> src, Rows<float> dst)
 {
   const ColumnPass pass = columnPass(plan, direction);
+  const int lanes = memory.columnLanes();
   const std::ptrdiff_t all = columns + real.areThere, blocks = (all + lanes - 1) / lanes;
   share(plan, rule, blocks, memory, [&](std::ptrdiff_t b, float* buffer) {
     const std::ptrdiff_t at = b * lanes;
@@ -223,14 +239,13 @@ void allColumns(const ImageTransform& plan, Direction direction, const WorkMemor
 {
   const std::ptrdiff_t width = plan.width, columns = (width - 1) / 2;
   const RealColumns real{true, width % 2 == 0 ? (width - 1) * channels<L> : 0};
-  const int lanes = memory.isScarce() ? fewLanes : manyLanes;
   if constexpr (L == C1) {
     const TeamRule rule = columnRule(plan, 1, 290);
-    if (memory.isScarce()) pairColumns<F32x4>(plan, direction, rule, memory, lanes, 1, columns, real, src, dst);
-    else pairColumns<Vec<float>>(plan, direction, rule, memory, lanes, 1, columns, real, src, dst);
+    if (memory.isScarce()) pairColumns<F32x4>(plan, direction, rule, memory, 1, columns, real, src, dst);
+    else pairColumns<Vec<float>>(plan, direction, rule, memory, 1, columns, real, src, dst);
   } else {
     const ColumnPass pass = columnPass(plan, direction);
-    const int together = lanes / 4;
+    const int together = memory.columnLanes() / 4;
     const std::ptrdiff_t blocks = (columns + 1 + together - 1) / together;
     share(plan, columnRule(plan, processed<L>, 140), blocks, memory, [&](std::ptrdiff_t b, float* buffer) {
       const std::ptrdiff_t at = b * together;
@@ -242,20 +257,23 @@ void allColumns(const ImageTransform& plan, Direction direction, const WorkMemor
   }
 }
 
-// Bytes of the buffers of lanes that a call works best with.
-long long wantedBytes(const ImageTransform& plan, long long rowLanes, long long columnLanes)
-{
-  const long long lane = 2 * sizeof(float);
-  const auto bytes = [=](long long lanes, const LanePlan& side) {
-    return side.workLength() > BlockPlan::impossible / 4096 ? BlockPlan::impossible : lanes * lane * side.workLength();
-  };
-  return std::max(bytes(rowLanes, plan.rows), bytes(std::min<long long>(columnLanes, manyLanes), plan.columns));
-}
-
 // Columns fill whole vectors.
 template <class V> long long wholeVectors(long long lanes)
 {
   return (lanes + laneCount<V> - 1) / laneCount<V> * laneCount<V>;
+}
+
+// What a call works best with: a row in each of so many lanes, and blocks out of so many columns.
+WorkMemory::Wanted wantedMemory(const ImageTransform& plan, TeamRule rule, long long rowLanes, long long columnLanes)
+{
+  constexpr long long lane = 2 * sizeof(float);
+  const auto bytes = [=](long long lanes, const LanePlan& side) {
+    return side.workLength() > BlockPlan::impossible / 4096 ? BlockPlan::impossible : lanes * lane * side.workLength();
+  };
+  const int threads = std::min(plan.threads, rule.threads(std::numeric_limits<int>::max())),
+            lanes = manyLanes(plan.columns, columnLanes, threads);
+  return {std::max(bytes(rowLanes, plan.rows), bytes(std::min<long long>(columnLanes, lanes), plan.columns)), threads,
+          lanes};
 }
 
 ZorStatus checked(const void* pSrc, int srcStep, const void* pDst, int dstStep)
@@ -348,18 +366,18 @@ ZorStatus transformComplex(const ImageTransform& plan, Direction direction, cons
                            });
   }
   const TeamRule rows = teamRule(plan, 2), columns = rows.fromSize(plan.width >= 8LL * plan.threads);
-  const WorkMemory memory(plan, pBuffer, wantedBytes(plan, laneCount<Vec<float>>, wholeVectors<Vec<float>>(plan.width)),
-                          std::min(plan.threads, rows.threads(std::numeric_limits<int>::max())));
+  constexpr int lanes = laneCount<Vec<float>>;
+  const WorkMemory memory(plan, pBuffer, wantedMemory(plan, rows, lanes, wholeVectors<Vec<float>>(plan.width)));
   if (!memory) return ZorErrAlloc;
   const Rows src{reinterpret_cast<const float*>(pSrc), srcStep};
   const Rows dst{reinterpret_cast<float*>(pDst), dstStep};
   const Rows<const float> made{dst.first, dst.step};
   if (memory.isScarce()) {
     complexImageRows<float>(plan, direction, rows, memory, src, dst);
-    pairColumns<F32x4>(plan, direction, columns, memory, fewLanes, 0, plan.width, {false, 0}, made, dst);
+    pairColumns<F32x4>(plan, direction, columns, memory, 0, plan.width, {false, 0}, made, dst);
   } else {
     complexImageRows<Vec<float>>(plan, direction, rows, memory, src, dst);
-    pairColumns<Vec<float>>(plan, direction, columns, memory, manyLanes, 0, plan.width, {false, 0}, made, dst);
+    pairColumns<Vec<float>>(plan, direction, columns, memory, 0, plan.width, {false, 0}, made, dst);
   }
   return ZorOk;
 }
@@ -377,9 +395,9 @@ ZorStatus transformReal(const ImageTransform& plan, Direction direction, const Z
                            });
   constexpr int rowLanes = L == C1 ? laneCount<Vec<float>> : 4;
   const long long columns = (plan.width + 1LL) / 2;
-  const WorkMemory memory(
-    plan, pBuffer, wantedBytes(plan, rowLanes, L == C1 ? wholeVectors<Vec<float>>(columns) : 4 * columns),
-    std::min(plan.threads, teamRule(plan, processed<L>).threads(std::numeric_limits<int>::max())));
+  const WorkMemory memory(plan, pBuffer,
+                          wantedMemory(plan, teamRule(plan, processed<L>), rowLanes,
+                                       L == C1 ? wholeVectors<Vec<float>>(columns) : 4 * columns));
   if (!memory) return ZorErrAlloc;
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst, dstStep};

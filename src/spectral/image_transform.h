@@ -5,7 +5,7 @@
 // first and the last, which are real. All other columns are complex, their parts side by side.
 //
 // - Rows: as many pairs of rows as a vector has lanes; in images of several channels one pair, its channels in lanes.
-// - Columns: blocks of 16 complex columns are gathered row by row into the buffer, transformed and scattered.
+// - Columns: blocks of 16 or 32 complex columns are gathered row by row into the buffer, transformed and scattered.
 //
 // A record is one block: its head, a plan for each direction with its tables, and for one row or one column of 2^k
 // values the record of the vector FFT.

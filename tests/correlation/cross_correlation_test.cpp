@@ -371,4 +371,32 @@ TEST(Special, LargeTemplates)
   }
 }
 
+// Window sums that no longer fit 32 bits, in tiles: the same numbers as 8u and as 16u.
+TEST(Special, LargeTemplatesInTiles)
+{
+  const ZorImgSize s = {330, 250}, t = {190, 180}, size = sizeOf(Extent::Valid, s, t);
+  TestImage<Zor8u> src(s.width, s.height), tpl(t.width, t.height);
+  TestImage<Zor16u> src16(s.width, s.height), tpl16(t.width, t.height);
+  Noise noise(40);
+  src.fill([&](int x, int y, int) { return x < 200 && y < 190 ? 250 : 200 + noise.bits() % 56; });
+  tpl.fill([&](int x, int y, int) { return src.get(x + 60, y + 33); });
+  src16.fill([&](int x, int y, int) { return 257 * src.get(x, y); });
+  tpl16.fill([&](int x, int y, int) { return 257 * tpl.get(x, y); });
+  TestImage<Zor32f> dst(size.width, size.height), dst16(size.width, size.height);
+  ASSERT_EQ(
+    zoriCrossCorrValid_NormLevel_8u32f_C1R(src.data(), src.step, s, tpl.data(), tpl.step, t, dst.data(), dst.step),
+    ZorOk);
+  ASSERT_EQ(zoriCrossCorrValid_NormLevel_16u32f_C1R(src16.data(), src16.step, s, tpl16.data(), tpl16.step, t,
+                                                    dst16.data(), dst16.step),
+            ZorOk);
+  const Plane p(src, 0), q(tpl, 0);
+  for (int y = 0; y < size.height; y += 10)
+    for (int x = 0; x < size.width; x += 20) {
+      const double exact = measured(p, q, x, y, Measure::Level, 1).value;
+      ASSERT_NEAR(dst.get(x, y), exact, 1e-5) << x << "," << y;
+      ASSERT_NEAR(dst16.get(x, y), exact, x < 10 && y < 10 ? 3e-4 : 1e-5) << x << "," << y; // another floor
+    }
+  EXPECT_NEAR(dst.get(60, 33), 1, 1e-5);
+}
+
 } // namespace

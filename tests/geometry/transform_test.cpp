@@ -1,4 +1,5 @@
 // The calculus of rectangles, quadrangles and coefficients: worked values, round trips, statuses.
+#include "warp_rules.h"
 #include "zori/geometry.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 
 namespace {
 
@@ -200,5 +202,131 @@ TEST(Transform, RoundingModeOfTheCallerHasNoEffect)
     EXPECT_EQ(0, std::memcmp(nearest, other, sizeof nearest));
     EXPECT_EQ(x, upX);
     EXPECT_EQ(y, upY);
+  }
+}
+
+// All fifteen functions against the plain formulas, to the bit, with ordinary numbers, round ones and those that break
+// everything, under all rounding modes.
+TEST(Transform, RandomArgumentsFollowTheFormulas)
+{
+  using namespace warprules;
+  std::mt19937 random(1);
+  const auto below = [&](int n) { return int(random() % unsigned(n)); };
+  const auto real = [&](double a, double b) { return a + (b - a) * (random() % 1000001 / 1e6); };
+  const double specials[] = {0, 1, -1, 0.5, 2, notANumber, endlessly, 1e300, -1e-300};
+  const double angles[] = {0, 90, 180, 270, 360, 450, -90, -180, 3690, 90.0000001, 89.99999999, 1e9, -1e-20, 1e300};
+  const auto number = [&](int kind) {
+    return kind == 0 ? specials[below(9)] : kind == 1 ? below(7) - 3.0 : real(-3, 3);
+  };
+  for (int round = 0; round < 20000 && !HasFailure(); ++round) {
+    SCOPED_TRACE(round);
+    const int modes[] = {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}, mode = modes[below(4)];
+    ZorImgRect r = {below(50), below(50), 1 + below(below(2) ? 3 : 90), 1 + below(below(2) ? 3 : 90)};
+    if (below(10) == 0) (below(2) ? r.x : r.width) = -1;
+    if (below(10) == 0) (below(2) ? r.y : r.height) = -1;
+    const bool isRect = r.x >= 0 && r.y >= 0 && r.width > 0 && r.height > 0;
+    Numbers c(9);
+    const int kind = below(6);
+    for (double& x : c) x = number(kind);
+    if (kind > 2) c[6] *= 0.003, c[7] *= 0.003, c[8] = 1;
+
+    double got[9], want[9];
+    const auto reset = [&] { std::fill(got, got + 9, 7.5), std::fill(want, want + 9, 7.5); };
+    const auto expectCall = [&](ZorStatus status, auto call) {
+      std::fesetround(mode);
+      const ZorStatus actual = call();
+      EXPECT_EQ(mode, std::fegetround());
+      std::fesetround(FE_TONEAREST);
+      EXPECT_EQ(status, actual);
+      for (int i = 0; i < 9; ++i)
+        EXPECT_TRUE(got[i] == want[i] || (std::isnan(got[i]) && std::isnan(want[i])))
+          << i << ": " << got[i] << ", not " << want[i];
+    };
+    const auto two = [&] { return reinterpret_cast<double(*)[2]>(got); };
+    const auto three = [&] { return reinterpret_cast<double(*)[3]>(got); };
+    const auto image = [&](auto map, auto quadFunction, auto boundFunction, bool isChecked) {
+      const Polygon q = quadOf(r, map);
+      const ZorStatus status = !isRect ? ZorErrSize : isChecked && checkQuad(q) < 0 ? ZorErrQuad : ZorOk;
+      reset();
+      for (int i = 0; isRect && i < 4; ++i) want[2 * i] = q[i].x, want[2 * i + 1] = q[i].y;
+      expectCall(status, [&] { return quadFunction(two()); });
+      reset();
+      const Box b = bound(q);
+      if (isRect) want[0] = b.left, want[1] = b.top, want[2] = b.right, want[3] = b.bottom;
+      for (const Point& p : q)
+        if (std::isnan(p.x) || std::isnan(p.y)) return;
+      expectCall(status, [&] { return boundFunction(two()); });
+    };
+    const auto c3 = reinterpret_cast<const double(*)[3]>(c.data());
+    const auto c4 = reinterpret_cast<const double(*)[4]>(c.data());
+    image([&](double x, double y) { return throughAffine(c, x, y); },
+          [&](auto q) { return zoriGetAffineQuad(r, q, c3); }, [&](auto b) { return zoriGetAffineBound(r, b, c3); },
+          true);
+    image([&](double x, double y) { return throughPerspective(c, x, y); },
+          [&](auto q) { return zoriGetPerspectiveQuad(r, q, c3); },
+          [&](auto b) { return zoriGetPerspectiveBound(r, b, c3); }, true);
+    image([&](double x, double y) { return throughBilinear(c, x, y); },
+          [&](auto q) { return zoriGetBilinearQuad(r, q, c4); }, [&](auto b) { return zoriGetBilinearBound(r, b, c4); },
+          true);
+    const Numbers shear = {1, c[0], c[2], c[1], 1, c[3]};
+    image([&](double x, double y) { return throughAffine(shear, x, y); },
+          [&](auto q) { return zoriGetShearQuad(r, q, c[0], c[1], c[2], c[3]); },
+          [&](auto b) { return zoriGetShearBound(r, b, c[0], c[1], c[2], c[3]); }, true);
+    const double angle = below(2) ? angles[below(14)] : real(-1000, 1000);
+    double reduced = angle - std::trunc(angle / 360) * 360;
+    if (reduced < 0) reduced += 360;
+    const Numbers turn = rotateMatrix(reduced, c[2], c[3]);
+    image([&](double x, double y) { return throughAffine(turn, x, y); },
+          [&](auto q) { return zoriGetRotateQuad(r, q, angle, c[2], c[3]); },
+          [&](auto b) { return zoriGetRotateBound(r, b, angle, c[2], c[3]); }, false);
+    const Point shift = rotateShift(angle, c[0], c[1]);
+    reset();
+    want[0] = shift.x, want[1] = shift.y;
+    expectCall(ZorOk, [&] { return zoriGetRotateShift(c[0], c[1], angle, &got[0], &got[1]); });
+    reset();
+    want[0] = 7.5 + shift.x, want[1] = 7.5 + shift.y;
+    expectCall(ZorOk, [&] { return zoriAddRotateShift(c[0], c[1], angle, &got[0], &got[1]); });
+
+    // to a quadrangle: any four points, near a rectangle, a parallelogram with one number off by a hair
+    double q[8];
+    const double rectangle[8] = {0, 0, 10, 0, 10, 8, 0, 8};
+    for (int i = 0; i < 8; ++i) q[i] = kind < 2 ? number(kind) : rectangle[i] + real(-3, 3);
+    if (kind > 3) {
+      const double a[2] = {std::floor(real(-9, 9)), real(-9, 9)}, b[2] = {real(-9, 9), std::floor(real(-9, 9))};
+      for (int k = 0; k < 2; ++k) {
+        q[0 + k] = real(-20, 20);
+        q[2 + k] = q[0 + k] + a[k];
+        q[4 + k] = q[2 + k] + b[k];
+        q[6 + k] = q[0 + k] + b[k];
+      }
+      if (kind == 5) q[below(8)] *= 1 + std::pow(10, real(-13, -7));
+    }
+    Polygon quad;
+    for (int i = 0; i < 4; ++i) quad.push_back({q[2 * i], q[2 * i + 1]});
+    const auto given = reinterpret_cast<const double(*)[2]>(q);
+    const ZorStatus status = !isRect                       ? ZorErrSize
+                             : checkQuad(quad) < 0         ? ZorErrRect
+                             : r.width < 2 || r.height < 2 ? ZorErrCoeff
+                                                           : ZorOk;
+    const auto store = [&](const Numbers& n) {
+      reset();
+      if (status == ZorOk) std::copy(n.begin(), n.end(), want);
+    };
+    const Point e = {quad[1].x - quad[0].x, quad[1].y - quad[0].y}, f = {quad[2].x - quad[1].x, quad[2].y - quad[1].y};
+    const Point g = {quad[3].x - quad[2].x, quad[3].y - quad[2].y}, h = {quad[0].x - quad[3].x, quad[0].y - quad[3].y};
+    const auto fails = [](double a, double b) {
+      return std::fabs(a) <= 1e-200 ? std::fabs(b) > 1e-10 : std::fabs((a - b) / a) > 1e-10;
+    };
+    const bool isSlanted = fails(g.x * e.y, e.x * g.y) || fails(h.y * f.x, h.x * f.y);
+    const Box box = boxOf(r);
+    const double sx = 1 / (box.right - box.left), sy = 1 / (box.bottom - box.top);
+    const double xx = e.x * sx, xy = f.x * sy, yx = e.y * sx, yy = f.y * sy;
+    store({xx, xy, q[0] - xy * box.top - xx * box.left, yx, yy, q[1] - box.left * yx - box.top * yy});
+    expectCall(status == ZorOk && isSlanted ? ZorWarnNotParallelogram : status,
+               [&] { return zoriGetAffineTransform(r, given, three()); });
+    store(perspectiveOf(quad, r));
+    expectCall(status, [&] { return zoriGetPerspectiveTransform(r, given, three()); });
+    store(bilinearOf(quad, r));
+    expectCall(status, [&] { return zoriGetBilinearTransform(r, given, reinterpret_cast<double(*)[4]>(got)); });
   }
 }

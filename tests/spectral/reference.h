@@ -28,17 +28,34 @@ inline Numbers roots(long long n, int sign)
   return w;
 }
 
-// By the least prime of the length, again and again; by the definition where nothing is left to split.
+// By halves while the length is even, by its least odd prime then, by the definition where nothing is left to split.
 inline Numbers transformed(const Numbers& x, int sign)
 {
   const size_t n = x.size();
-  size_t prime = 2;
-  while (prime < n && n % prime != 0) prime = prime * prime > n ? n : prime + 1;
-  const Numbers w = roots(static_cast<long long>(n), sign);
   Numbers y(n);
+  if (n % 2 == 0) {
+    Numbers even(n / 2), odd(n / 2);
+    for (size_t i = 0; i < n / 2; ++i) even[i] = x[2 * i], odd[i] = x[2 * i + 1];
+    even = transformed(even, sign);
+    odd = transformed(odd, sign);
+    for (size_t k = 0; k < n / 2; ++k) {
+      const Number turned = odd[k] * std::polar(1.0, sign * 2 * pi * static_cast<double>(k) / static_cast<double>(n));
+      y[k] = even[k] + turned;
+      y[k + n / 2] = even[k] - turned;
+    }
+    return y;
+  }
+  size_t prime = 3;
+  while (prime < n && n % prime != 0) prime = prime * prime > n ? n : prime + 2;
+  const Numbers w = roots(static_cast<long long>(n), sign);
+  const auto addPart = [&](size_t k, Number part, size_t turn) {
+    const Number by = w[turn];
+    y[k] +=
+      Number(part.real() * by.real() - part.imag() * by.imag(), part.real() * by.imag() + part.imag() * by.real());
+  };
   if (prime >= n) {
     for (size_t k = 0; k < n; ++k)
-      for (size_t j = 0, turn = 0; j < n; ++j, turn = turn + k < n ? turn + k : turn + k - n) y[k] += x[j] * w[turn];
+      for (size_t j = 0, turn = 0; j < n; ++j, turn = turn + k < n ? turn + k : turn + k - n) addPart(k, x[j], turn);
     return y;
   }
   const size_t m = n / prime;
@@ -47,7 +64,7 @@ inline Numbers transformed(const Numbers& x, int sign)
     for (size_t i = 0; i < m; ++i) part[i] = x[i * prime + r];
     part = transformed(part, sign);
     for (size_t k = 0, turn = 0; k < n; ++k, turn = turn + r < n ? turn + r : turn + r - n)
-      y[k] += part[k % m] * w[turn];
+      addPart(k, part[k % m], turn);
   }
   return y;
 }
