@@ -66,7 +66,6 @@ std::vector<unsigned char> outcome(const Function& function, int height, int gap
 
 TEST_P(LargeSweep, RowsThatAdjoinBeyondTwoGigabytes)
 {
-  if (sizeof(void*) < 8) GTEST_SKIP() << "needs more addresses";
   bool isDone = false;
   eachFunction([&](const Function& function) -> std::string {
     if (isDone || !isEligible(function)) return "";
