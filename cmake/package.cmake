@@ -1,59 +1,68 @@
-# Debian packages of the four components (scripts/package.sh).
+# Debian packages of the components (scripts/package.sh).
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zori)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "zori developers <zori@localhost>")
-set(CPACK_PACKAGE_HOMEPAGE_URL "")
+set(CPACK_PACKAGE_CONTACT "zori developers <developers@zori.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development programs documentation)
+set(CPACK_COMPONENTS_ALL runtime development programs checking documentation)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/src)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/src)
 
-set(zori_about "zori works on rectangular regions of images in the caller's memory: arithmetic, conversion,\n"
-  " thresholds, tables, statistics, filters, resizing, warping, transforms, correlation.")
-string(CONCAT zori_about ${zori_about})
+set(zori_version ${PROJECT_VERSION}-1)
+string(CONCAT zori_about "zori works on rectangular regions of images in the caller's memory:\n"
+  "arithmetic, conversion, thresholds, tables, statistics, filters, resizing,\n"
+  "warping, transforms, correlation.")
 file(READ ${PROJECT_SOURCE_DIR}/LICENSE zori_license)
 string(REGEX REPLACE "^.*\n\n(Permission)" "\\1" zori_license "${zori_license}")
 string(STRIP "${zori_license}" zori_license)
 string(REPLACE "\n\n" "\n.\n" zori_license "${zori_license}")
 string(REPLACE "\n" "\n " zori_license " ${zori_license}")
-foreach(entry
-    "runtime|libzoriq7-5.3-5|libs|image-processing primitives, shared library|the shared library, in two builds of which the loader takes the right one"
-    "development|libzori-dev|libdevel|image-processing primitives, development files|headers, the static archive, and files for CMake and pkg-config"
-    "programs|zori-tools|utils|image-processing primitives, programs|zori-info, which tells what is installed, and the checking twin of the library"
-    "documentation|zori-doc|doc|image-processing primitives, documentation|the guides, the reference of all functions, examples")
-  string(REPLACE "|" ";" entry "${entry}")
-  list(GET entry 0 component)
-  list(GET entry 1 package)
-  list(GET entry 2 section)
-  list(GET entry 3 short)
-  list(GET entry 4 long)
+
+# What the archive asks of every package: who may copy it, and what changed.
+find_program(GZIP gzip)
+function(zori_package component package section short long)
   string(TOUPPER ${component} key)
-  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package})
-  set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${section})
-  set(CPACK_DEBIAN_${key}_DESCRIPTION "${short}\n ${zori_about}\n .\n This package holds ${long}.")
-  # what the archive asks of every package
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_DESCRIPTION "image-processing primitives, ${short}\n${zori_about}\n\n${long}" PARENT_SCOPE)
   set(notes ${CMAKE_BINARY_DIR}/package/${package})
   configure_file(${PROJECT_SOURCE_DIR}/cmake/copyright.in ${notes}/copyright @ONLY)
-  file(WRITE ${notes}/changelog.Debian
-    "zori (${PROJECT_VERSION}) unstable; urgency=medium\n\n  * The changes stand in CHANGELOG.md of the package zori-doc.\n\n"
-    " -- ${CPACK_PACKAGE_CONTACT}  Mon, 23 Nov 2026 12:00:00 +0000\n")
-  find_program(GZIP gzip)
   if(GZIP)
+    file(WRITE ${notes}/changelog.Debian
+      "zori (${zori_version}) unstable; urgency=medium\n\n  * The changes stand in CHANGELOG.md of the package zori-doc.\n\n"
+      " -- ${CPACK_PACKAGE_CONTACT}  Mon, 23 Nov 2026 12:00:00 +0000\n")
     execute_process(COMMAND ${GZIP} -9nf ${notes}/changelog.Debian)
-    install(FILES ${notes}/copyright ${notes}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
-      COMPONENT ${component})
+    install(FILES ${notes}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
   endif()
+  install(FILES ${notes}/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+  if(ARGC GREATER 5) # a shared library: what depends on it, and the loader's cache
+    string(REGEX REPLACE "^(.*) (.*)$" "\\1 \\2 ${package} (>= ${PROJECT_VERSION})\n" shlibs "${ARGV5}")
+    file(WRITE ${notes}/shlibs "${shlibs}")
+    file(WRITE ${notes}/triggers "activate-noawait ldconfig\n")
+    set(CPACK_DEBIAN_${key}_PACKAGE_CONTROL_EXTRA "${notes}/shlibs;${notes}/triggers" PARENT_SCOPE)
+  endif()
+endfunction()
+zori_package(runtime libzoriq7-5.3-5 libs "shared library"
+  "This package holds the shared library, in two builds of which the loader\ntakes the right one." "libzoriq7-5.3 5")
+zori_package(development libzori-dev libdevel "development files"
+  "This package holds the headers, the static archive, and files for CMake\nand pkg-config.")
+zori_package(programs zori-tools utils "programs"
+  "This package holds zori-info, which tells what is installed.")
+zori_package(checking libzori-check5 libs "checking twin"
+  "This package holds a library that looks at every call before the ordinary\nlibrary gets it." "libzori-check 5")
+zori_package(documentation zori-doc doc "documentation"
+  "This package holds the guides, the reference of all functions, examples.")
+foreach(key DEVELOPMENT PROGRAMS CHECKING)
+  set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "libzoriq7-5.3-5 (= ${zori_version})")
 endforeach()
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libzoriq7-5.3-5 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzori-check5, zori-doc, zori-tools")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "zori-doc, zori-tools")
 include(CPack)

@@ -302,8 +302,9 @@ ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
  *
  * zoriFFTFwd_CToC_32fc_C1R and zoriFFTInv_CToC_32fc_C1R for images of any size W x H: forward A(u, v) = sum
  * of a(x, y) * e^(-2 pi i (u x / W + v y / H)), inverse with + in the exponent, times the divisor that the
- * record's flag names. With ZorFftDivBySqrtN the factor of each side comes from a reciprocal root estimate
- * with one Newton step and may differ from 1 / sqrt(n) in the last bits.
+ * record's flag names. With ZorFftDivBySqrtN the factor of a side comes from a reciprocal root estimate with
+ * one Newton step and may differ from 1 / sqrt(n) in the last bits; not so where the side is a power of two
+ * from 8 on.
  *
  * pRecord comes from zoriDFTInitAlloc_C_32fc; pBuffer, of the size told by zoriDFTGetBufSize_C_32fc, may be
  * null. Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this
@@ -335,8 +336,8 @@ ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorD
  * zoriFFTFwd_RToPack_32f and zoriFFTInv_PackToR_32f for images of any size W x H. The packed spectrum is the
  * same: an odd W has no last real column, the pairs (2k-1, 2k) reach up to columns W-2 and W-1; an odd H has
  * no single value at the end of column 0, which reads R0, R1, I1, ..., R((H-1)/2), I((H-1)/2). With
- * ZorFftDivBySqrtN the factor of each side comes from a reciprocal root estimate with one Newton step and may
- * differ from 1 / sqrt(n) in the last bits.
+ * ZorFftDivBySqrtN the factor of a side comes from a reciprocal root estimate with one Newton step and may
+ * differ from 1 / sqrt(n) in the last bits; not so where the side is a power of two from 8 on.
  *
  * Several channels are transformed one by one and stay interleaved; AC4 leaves the destination's fourth
  * channel as it was. pRecord comes from zoriDFTInitAlloc_R_32f; pBuffer, of the size told by

@@ -62,6 +62,7 @@ template <class SquareOf> void storeWeights(char* to, int count, float squareSig
 
 void makeRecord(char* buffer, const Head& head, float valueSquareSigma, float placeSquareSigma)
 {
+  const UpperHalvesCleared atTheEnd;
   const auto distance = static_cast<char>(8 - (reinterpret_cast<std::uintptr_t>(buffer) & 7));
   *buffer = distance;
   char* const record = buffer + distance;

@@ -291,6 +291,7 @@ template <class Strips> void filterStrips(const Call& call, Strips strips)
 
 void filterRegion(const Call& call)
 {
+  const UpperHalvesCleared atTheEnd;
   const ValueTable table(call.record);
   const auto [x, y] = call.radii;
   const int step = call.record.head().step;

@@ -129,6 +129,7 @@ struct Task {
 
 template <class Kind, class T> ZORI_ONE_COPY void workOnBand(const Call<T>& call, const Task& task, int band)
 {
+  const UpperHalvesCleared atTheEnd;
   const std::ptrdiff_t length = elementsOf(call.windows.roi.width, call.windows.channels);
   for (std::ptrdiff_t first = 0; first < length; first += stripSamples) {
     const std::ptrdiff_t ofStrip = std::min<std::ptrdiff_t>(stripSamples, length - first);

@@ -241,6 +241,13 @@ template <class T, int N, Form F> struct Pixels {
 
   T* run[runs];
 
+  // A copy pointer by pointer: all at once would read them sooner than they are written.
+  Pixels held() const
+  {
+    Pixels p;
+    for (int i = 0; i < runs; ++i) p.run[i] = forgotten(run[i]);
+    return p;
+  }
   // For four blocks from x on.
   void fetch(std::ptrdiff_t x, std::ptrdiff_t distance) const
   {
@@ -302,19 +309,17 @@ template <bool All, int Bytes = vectorBytes, class Src, class Dst, class Op, cla
                                     const Vec<T>& kept)
 {
   const UpperHalvesCleared atTheEnd;
-  const Src src = from; // copies that nobody else can see, so that what they hold stays in registers
-  const Dst dst = to;
-  const Op op = given;
   constexpr std::ptrdiff_t block = Vec<T, Bytes>::size;
+  if constexpr (Bytes > 16)
+    if (width < block) return moveChannels<All, 16>(from, to, width, given, kept);
+  const Src src = from.held(); // copies that nobody else can see, so that what they hold stays in registers
+  const Dst dst = to.held();
+  const Op op = given;
   if (width < block) {
-    if constexpr (Bytes > 16) {
-      moveChannels<All, 16>(src, dst, width, op, kept);
-    } else {
-      LocalBlock<Src> padded(src, width);
-      LocalBlock<Dst> result(dst, width);
-      moveChannels<All, 16>(padded.pixels(), result.pixels(), block, op, kept);
-      result.copyTo(dst, width);
-    }
+    LocalBlock<Src> padded(src, width);
+    LocalBlock<Dst> result(dst, width);
+    moveChannels<All, 16>(padded.pixels(), result.pixels(), block, op, kept);
+    result.copyTo(dst, width);
     return;
   }
   const auto keptLanes = firstBytes<Bytes>(kept);

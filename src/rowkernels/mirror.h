@@ -32,12 +32,17 @@ template <int PixelBytes, int skip = 0> inline Vec<Zor8u, 16> reversal()
   return loadAligned<Zor8u, 16>(table.byte);
 }
 
-// The pixels of the vector in front of `end` in reverse order.
-template <int PixelBytes> inline Vec<Zor8u> reversedBefore(const Zor8u* end)
+// The pixels of the V bytes in front of `end` in reverse order.
+template <int PixelBytes, int V> inline Vec<Zor8u, V> reversedBefore(const Zor8u* end)
 {
-  const Vec<Zor8u> swapped = joined(load<Zor8u, 16>(end - 16), load<Zor8u, 16>(end - 32));
-  if constexpr (PixelBytes == 16) return swapped;
-  else return shuffleBytesLocal(swapped, joined(reversal<PixelBytes>(), reversal<PixelBytes>()));
+  if constexpr (V == 32) {
+    const auto swapped = joined(load<Zor8u, 16>(end - 16), load<Zor8u, 16>(end - 32));
+    return shuffleBytesLocal(swapped, joined(reversal<PixelBytes>(), reversal<PixelBytes>()));
+  } else if constexpr (PixelBytes == 16) {
+    return load<Zor8u, 16>(end - 16);
+  } else {
+    return shuffleBytesLocal(load<Zor8u, 16>(end - 16), reversal<PixelBytes>());
+  }
 }
 
 // A row of 16 to 31 bytes: its first 16 bytes and its last ones. Lanes that `kept` names stay.
@@ -83,7 +88,7 @@ template <int PixelBytes> inline Vec<Zor8u> reversed(Vec<Zor8u> x)
 }
 
 // Those of the vector in front of `end`.
-template <int PixelBytes> inline Vec<Zor8u> reversedBefore(const Zor8u* end)
+template <int PixelBytes, int> inline Vec<Zor8u> reversedBefore(const Zor8u* end)
 {
   return reversed<PixelBytes>(load<Zor8u>(end - 16));
 }
@@ -145,17 +150,18 @@ template <int PixelBytes, bool KeepsFourth>
   const bool fetches = ahead.dst != 0;
   std::ptrdiff_t i = 0;
   if constexpr (16 % PixelBytes == 0) {
-    constexpr std::ptrdiff_t lanes = vectorBytes / PixelBytes;
+    constexpr int bytes = PixelBytes == 1 ? vectorBytes : 16; // larger pixels gain nothing
+    constexpr std::ptrdiff_t lanes = bytes / PixelBytes;
     using T = std::conditional_t<PixelBytes == 4, std::uint8_t,
                                  std::conditional_t<PixelBytes == 8, std::uint16_t, std::uint32_t>>;
-    const auto take = [=](std::ptrdiff_t at) { return reversedBefore<PixelBytes>(end - at * PixelBytes); };
-    const auto write = [=](std::ptrdiff_t at, Vec<Zor8u> x) {
+    const auto take = [=](std::ptrdiff_t at) { return reversedBefore<PixelBytes, bytes>(end - at * PixelBytes); };
+    const auto write = [=](std::ptrdiff_t at, Vec<Zor8u, bytes> x) {
       Zor8u* const to = dst + at * PixelBytes;
-      if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T>()), x, load<Zor8u>(to));
+      if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T, bytes>()), x, load<Zor8u, bytes>(to));
       store(to, x);
     };
 #if ZORI_VECTOR_BYTES == 32
-    if (2 * pixels >= lanes && pixels < lanes) {
+    if (bytes == 32 && 2 * pixels >= lanes && pixels < lanes) {
       const auto kept =
         KeepsFourth ? without(splat<Zor8u, 16>(0xff), as<Zor8u>(colourMask<T, 16>())) : zero<Zor8u, 16>();
       return reverseShortRow<PixelBytes>(src, dst, pixels * PixelBytes, kept);
@@ -163,8 +169,8 @@ template <int PixelBytes, bool KeepsFourth>
 #endif
     for (; i + 4 * lanes <= pixels; i += 4 * lanes) {
       if (fetches) fetch(i);
-      if (vectorBytes == 32 && fetches) fetch(i + 2 * lanes);
-      const Vec<Zor8u> a = take(i), b = take(i + lanes), c = take(i + 2 * lanes), d = take(i + 3 * lanes);
+      if (bytes == 32 && fetches) fetch(i + 2 * lanes);
+      const auto a = take(i), b = take(i + lanes), c = take(i + 2 * lanes), d = take(i + 3 * lanes);
       write(i, a);
       write(i + lanes, b);
       write(i + 2 * lanes, c);

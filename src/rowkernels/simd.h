@@ -14,6 +14,13 @@ namespace zori {
 inline namespace ZORI_WIDTH {
 
 inline void streamFence() { _mm_sfence(); }
+// p itself, of which the compiler forgets where it came from: what it points to is then loaded where it is used, and
+// not carried from one round of a loop to the next for the sake of a load.
+template <class T> inline T* forgotten(T* p)
+{
+  asm("" : "+r"(p));
+  return p;
+}
 inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
 
 // Functions that work on vectors and are not inlined hold one of these: at its end the upper halves of the registers
