@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Puts faults into the sources, one at a time, and tells which of them the tests see.
 
-    scripts/mutate.py [--only GLOB] [--also NAME=COMMAND] [--report FILE] [scripts/faults/*.txt]
+    scripts/mutate.py [--only GLOB] [--all] [--also NAME=COMMAND] [--report FILE] [scripts/faults/*.txt]
 
 A fault is a place in one file and what stands there instead (scripts/faults/README.md tells the format). The sources
 are copied to build/mutate and built there incrementally, so that a fault costs the compilation of what it touches; the
@@ -9,7 +9,8 @@ sweeps over the functions that it can reach run first, then the tests of its roo
 --also names a further program to be tried on every fault, whatever the others say: {build} and {room} stand for
 the build folder and the room of the fault.
 
-The last line counts: faults that can be seen from outside, those killed, the rate. Exits with 0 above 95 percent.
+The last line counts: faults that can be seen from outside (--all tries the others too), those killed, the rate. Exits
+with 0 from 95 percent on.
 """
 import argparse
 import fnmatch
@@ -129,22 +130,24 @@ def programs(fault):
     """Name, command and environment of the programs that may see the fault, the quickest first."""
     room = BUILD / "tests" / f"{fault.room}_tests"
     quick = ["--gtest_brief=1", "--gtest_fail_fast"]
-    for suites in ("-*LargeSweep*", "*LargeSweep*"):
-        yield ("sweep_tests", [str(BUILD / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
-               {"ZORI_SWEEP": fault.globs()})
-    if room.exists() and build([room.name]):
-        yield room.name, [str(room), *quick, f"--gtest_filter={fault.tests}"], {}
+    for suites in ("-*LargeSweep*", fault.tests, "*LargeSweep*"):
+        if suites != fault.tests:
+            yield ("sweep_tests", [str(BUILD / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
+                   {"ZORI_SWEEP": fault.globs()})
+        elif room.exists() and build([room.name]):
+            yield room.name, [str(room), *quick, f"--gtest_filter={suites}"], {}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("files", nargs="*", type=pathlib.Path)
     parser.add_argument("--only", default="*")
+    parser.add_argument("--all", action="store_true", help="those that cannot be seen, too")
     parser.add_argument("--also", action="append", default=[], metavar="NAME=COMMAND")
     parser.add_argument("--report", type=pathlib.Path)
     arguments = parser.parse_args()
     files = arguments.files or sorted((ROOT / "scripts/faults").glob("*.txt"))
-    faults = [f for path in files for f in read(path) if fnmatch.fnmatch(f.name, arguments.only)]
+    faults = [f for path in files for f in read(path) if fnmatch.fnmatch(f.name, arguments.only) and (arguments.all or not f.unseen)]
     also = dict(item.split("=", 1) for item in arguments.also)
 
     copy_sources()
@@ -164,9 +167,8 @@ def main():
         path.write_text(fault.apply())
         try:
             seen, others = "", []
-            if not build(["sweep_tests"]):
-                seen = "the compiler"
-            else:
+            compiles = build(["sweep_tests"])
+            if compiles:
                 for name, command, environment in programs(fault):
                     said = fails(command, environment)
                     if said:
@@ -176,9 +178,11 @@ def main():
                           for name, command in also.items()]
         finally:
             path.write_text(original)
-        visible += not fault.unseen
-        killed += bool(seen) and not fault.unseen
-        verdict = "killed" if seen else "cannot be seen" if fault.unseen else "SURVIVED"
+        counts = compiles and not fault.unseen
+        visible += counts
+        killed += counts and bool(seen)
+        verdict = ("no fault: does not compile" if not compiles else "killed" if seen else
+                   "cannot be seen" if fault.unseen else "SURVIVED")
         line = f"{verdict:9} {fault.name} ({time.time() - start:.0f} s) {'; '.join([seen or fault.unseen or '', *others])}"
         print(line, flush=True)
         if arguments.report:

@@ -113,8 +113,10 @@ public:
   DividedKernel(const Zor32s* pKernel, ZorImgSize kernelSize, int divisor);
   const Zor32f* get() const { return elements_.get(); } // null when there is no memory
 
+  static constexpr int mostWithin = 256; // elements that need no working memory
+
 private:
-  SmallScratch<Zor32f, 256> elements_;
+  SmallScratch<Zor32f, mostWithin> elements_;
 };
 
 } // namespace general

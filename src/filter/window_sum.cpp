@@ -4,7 +4,9 @@
 // The sums are defined as running sums in single precision: add the samples of the first window, then what enters less
 // what leaves. Along the row they are formed in integers wherever these give the same, which is as long as no sum can
 // reach beyond 2^24.
+#include "window_sum.h"
 #include "box_sums.h"
+
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/memory.h"
@@ -34,10 +36,7 @@ template <class SumType> struct ToFloat {
   }
 };
 
-// Masks up to which sums fit 16 bits, or are exact in single precision.
-template <class T> inline constexpr int largestSample = sizeof(T) == 1 ? 255 : isSigned<T> ? 32768 : 65535;
-template <class T> inline constexpr int largestExactMask = (1 << 24) / largestSample<T>;
-constexpr int largestShortMask = 65535 / 255;
+using window::largestExactMask, window::largestShortMask;
 
 template <class T, int CH> void floatSums(const T* src, Zor32f* dst, std::ptrdiff_t n, int mask)
 {

@@ -5,6 +5,8 @@
 //
 // A relative norm is formed in one of two ways, which differ in the last place and in what a vanishing denominator
 // leaves; wayOf says which.
+#include "norms.h"
+
 #include "frame/checks.h"
 #include "frame/numeric_mode.h"
 #include "rowkernels/reduce.h"
@@ -128,7 +130,7 @@ template <class R, Layout L, class... T> void measure(ZorImgSize roi, Zor64f* ou
 // Wide 8u regions are cut into strips, whose norms are squared and added: the root of the sum is the result.
 template <class R, Layout L, class... T> void measureStrips(ZorImgSize roi, Zor64f* out, Rows<const T>... image)
 {
-  constexpr int stripWidth = 32768;
+  constexpr int stripWidth = normStripWidth;
   double sums[processed<L>] = {};
   for (int x = 0; x < roi.width; x += stripWidth) {
     const ZorImgSize strip{roi.width - x < stripWidth ? roi.width - x : stripWidth, roi.height};
@@ -149,7 +151,7 @@ template <Norm N, Layout L, class... T> void norms(ZorImgSize roi, Zor64f* out, 
   if constexpr (std::is_same_v<S, Zor32f> && N != Norm::Inf)
     if (hint == ZorHintAccurate) return measure<Reducer<N, S, L, images, true>, L>(roi, out, root, image...);
   if constexpr (std::is_same_v<S, Zor8u> && root)
-    if (roi.width > 32768) return measureStrips<Reducer<N, S, L, images, false>, L>(roi, out, image...);
+    if (roi.width > normStripWidth) return measureStrips<Reducer<N, S, L, images, false>, L>(roi, out, image...);
   measure<Reducer<N, S, L, images, false>, L>(roi, out, root, image...);
 }
 

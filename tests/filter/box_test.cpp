@@ -1,6 +1,8 @@
 // The box filter against a filter that follows the rules of each form pixel by pixel, in memory that ends with the
 // windows.
 #include "covered_image.h"
+#include "filter/box_rule.h"
+#include "support/limits.h"
 #include "zori/filter.h"
 
 #include <gtest/gtest.h>
@@ -231,9 +233,10 @@ TEST(FilterBox, LargeMasks)
 {
   omp_set_num_threads(1);
   // around the largest fixed-point area, and where running sums of floats become inexact
-  for (ZorImgSize mask :
-       {ZorImgSize{90, 90}, ZorImgSize{8101, 1}, ZorImgSize{1, 8101}, ZorImgSize{256, 257}, ZorImgSize{300, 300}})
+  for (ZorImgSize mask : {ZorImgSize{90, 90}, ZorImgSize{1, 8101}, ZorImgSize{256, 257}, ZorImgSize{300, 300}})
     for (const auto& f : forms8u) compare(f, {{19, 6}, mask, {mask.width - 1, mask.height / 2}}, 4);
+  for (const int area : zoritest::around(zori::box::largestFixedPointArea))
+    for (const auto& f : forms8u) compare(f, {{19, 6}, {area, 1}, {area - 1, 0}}, 4);
   // sums of 16 bits beyond 2^31
   for (ZorImgSize mask : {ZorImgSize{181, 181}, ZorImgSize{256, 256}}) {
     for (const auto& f : forms16u) compare(f, {{19, 4}, mask, {0, 0}}, 7);

@@ -1,6 +1,8 @@
 // Norms against exact integers and the written orders of float sums; relative norms and what a vanishing denominator
 // leaves.
 #include "reference.h"
+#include "stats/norms.h"
+#include "support/limits.h"
 #include "zori/stats.h"
 
 #include <gtest/gtest.h>
@@ -123,16 +125,48 @@ template <class F> WithoutHint(F) -> WithoutHint<F>;
   form(kind, type, c1, C1) form(kind, type, c3, C3) form(kind, type, c4, C4) form(kind, type, ac4, AC4)
 #define KINDS(type) LAYOUTS(PLAIN, Inf, type) LAYOUTS(PLAIN, L1, type) LAYOUTS(PLAIN, L2, type)
 
-TEST(Norms, Bytes){KINDS(8u)} TEST(Norms, UnsignedWords){KINDS(16u)} TEST(Norms, SignedWords){
-  KINDS(16s)} TEST(Norms, Floats){LAYOUTS(PLAIN, Inf, 32f) LAYOUTS(HINTED, L1, 32f) LAYOUTS(HINTED, L2, 32f)}
+TEST(Norms, Bytes){KINDS(8u)} TEST(Norms, UnsignedWords){KINDS(16u)} TEST(Norms, SignedWords){KINDS(16s)} TEST(Norms,
+                                                                                                               Floats)
+{
+  LAYOUTS(PLAIN, Inf, 32f) LAYOUTS(HINTED, L1, 32f) LAYOUTS(HINTED, L2, 32f)
+}
+
+// More extreme samples than any accumulator of the reducers holds before it is emptied.
+template <class T, class Sum, class Norm1, class Norm2>
+void checkLongRow(Sum sum, Norm1 norm1, Norm2 norm2, double value)
+{
+  constexpr ZorImgSize size = {1000, 1100};
+  const double samples = 1100000;
+  const std::vector<T> image(1100000, static_cast<T>(value));
+  const int step = size.width * static_cast<int>(sizeof(T)); // rows that adjoin are one
+  double result = 0;
+  EXPECT_EQ(sum(image.data(), step, size, &result), ZorOk);
+  EXPECT_EQ(result, samples * value);
+  EXPECT_EQ(norm1(image.data(), step, size, &result), ZorOk);
+  EXPECT_EQ(result, samples * std::fabs(value));
+  EXPECT_EQ(norm2(image.data(), step, size, &result), ZorOk);
+  EXPECT_EQ(result, std::sqrt(samples * value * value));
+}
+TEST(Norms, LongRowsOfExtremes)
+{
+  checkLongRow<Zor8u>(zoriSum_8u_C1R, zoriNorm_L1_8u_C1R, zoriNorm_L2_8u_C1R, 255);
+  checkLongRow<Zor16u>(zoriSum_16u_C1R, zoriNorm_L1_16u_C1R, zoriNorm_L2_16u_C1R, 65535);
+  for (const double value : {-32768, 32767})
+    checkLongRow<Zor16s>(zoriSum_16s_C1R, zoriNorm_L1_16s_C1R, zoriNorm_L2_16s_C1R, value);
+}
 
 TEST(Norms, WideAndExtreme)
 {
   std::vector<Zor8u> bytes(40000, 255), zeros(40000, 0);
   double norm = 0;
-  ASSERT_EQ(zoriNorm_L2_8u_C1R(bytes.data(), 40000, {40000, 1}, &norm), ZorOk);
-  const double strips[2] = {std::sqrt(65025.0 * 32768), std::sqrt(65025.0 * 7232)};
-  EXPECT_EQ(norm, std::sqrt(strips[0] * strips[0] + strips[1] * strips[1]));
+  std::vector<int> widths = {40000};
+  for (const int width : zoritest::around(zori::normStripWidth)) widths.push_back(width);
+  for (const int width : widths) {
+    ASSERT_EQ(zoriNorm_L2_8u_C1R(bytes.data(), 40000, {width, 1}, &norm), ZorOk);
+    const int first = std::min(width, zori::normStripWidth);
+    const double strips[2] = {std::sqrt(65025.0 * first), std::sqrt(65025.0 * (width - first))};
+    EXPECT_EQ(norm, std::sqrt(strips[0] * strips[0] + strips[1] * strips[1])) << width;
+  }
   ASSERT_EQ(zoriNormRel_L2_8u_C1R(zeros.data(), 40000, bytes.data(), 40000, {40000, 1}, &norm), ZorOk);
   EXPECT_EQ(norm, 1.0);
   std::vector<Zor16s> words(70001, -32768);

@@ -86,6 +86,19 @@ static std::size_t bytesOf(const Argument& argument, const Context& context, voi
 
 static bool isOutputPointer(const Argument& a) { return a.role == Role::Out && a.memory.element == Element::Pointer; }
 
+// True when the arguments follow the sizes of the record; otherwise it follows theirs.
+static bool followsRecord(const Function& function)
+{
+  return std::all_of(function.makers.begin(), function.makers.end(),
+                     [](const Link& link) { return link.passing.size == 0; });
+}
+
+bool hasRanges(const Function& function)
+{
+  return std::any_of(function.arguments.begin(), function.arguments.end(),
+                     [](const Argument& a) { return a.ranges.size > 0; });
+}
+
 Record::Record(const Function& user, const Plan& plan, const std::vector<Value>& values)
 {
   for (int i = 0; i < user.makers.size; ++i) {
@@ -188,9 +201,8 @@ Call::Call(const Function& function, const Plan& plan, void* record)
     values_(static_cast<std::size_t>(function.arguments.size)),
     images_(static_cast<std::size_t>(function.arguments.size))
 {
-  const bool fromRecord = std::all_of(function.makers.begin(), function.makers.end(),
-                                      [](const Link& link) { return link.passing.size == 0; });
-  if (fromRecord) makeRecord(); // whose sizes the arguments follow; otherwise it follows theirs
+  const bool fromRecord = followsRecord(function);
+  if (fromRecord) makeRecord();
   Random random(plan.seed * 7 + 5);
   for (int i = 0; i < function.arguments.size; ++i) addValue(i, random);
   for (int round = 0; plan.vary && round < 3; ++round) // ranges may depend on what was drawn later

@@ -120,6 +120,9 @@ public:
   std::vector<Value> values;
 };
 
+// True when other calls than the example's can be drawn.
+bool hasRanges(const Function& function);
+
 bool isLegal(const Limit& limit, double number, const Context& context);
 
 // True when the fault is one in a call with these values: a bad number may be right in other company.

@@ -25,17 +25,11 @@ static std::string fault(Call& call)
   return change.empty() ? "" : call.describe() + ": " + change;
 }
 
-static bool isVaried(const Function& function)
-{
-  return std::any_of(function.arguments.begin(), function.arguments.end(),
-                     [](const Argument& a) { return a.ranges.size > 0; });
-}
-
 // Calls of all shapes: the example's arguments over the regions; every other one, and all of functions whose shapes
 // follow from other arguments, with numbers from their ranges.
 static std::vector<Plan> plansOf(const Function& function)
 {
-  const bool anyRegion = takesAnyRegion(function), varies = isVaried(function);
+  const bool anyRegion = takesAnyRegion(function), varies = hasRanges(function);
   std::vector<Plan> plans(anyRegion ? std::size(regions) : varies ? 16 : 1);
   for (std::size_t i = 0; i < plans.size(); ++i) {
     if (anyRegion) plans[i].region = regions[i];
