@@ -2424,9 +2424,10 @@ ZorStatus zoriFilterWienerGetBufferSize(ZorImgSize roiSize, ZorImgSize maskSize,
  * caller provides them. The two images must not overlap. AC4 leaves the fourth channel of the destination as
  * it was.
  *
- * Sums are exact in 8u and 16s, and of double precision in 32f; v is rounded to single precision. The cost of
- * a pixel grows slowly with the width of the mask and hardly with its height; masks wider than 24 pixels cost
- * the same at any width.
+ * Sums are exact in 8u and 16s, and of double precision in 32f; v is rounded to single precision. A 32f pixel
+ * that is infinite, no number, or greater than all around it by many orders spoils no window but those that
+ * hold it. The cost of a pixel grows slowly with the width of the mask and hardly with its height; masks
+ * wider than 24 pixels cost the same at any width.
  *
  * pBuffer is work memory of the size that zoriFilterWienerGetBufferSize tells, at any address; a call has it
  * for itself while it runs. Nothing is allocated.

@@ -159,9 +159,9 @@ public:
         totalOfSquares += t * t;
       }
     }
-    const double sum = static_cast<double>(total), squares = static_cast<double>(totalOfSquares);
-    mean_ = sum / area();
-    const float energy = static_cast<float>(squares - sum * sum / area());
+    const double squares = static_cast<double>(totalOfSquares);
+    sum_ = static_cast<double>(total);
+    const float energy = static_cast<float>(squares - sum_ * sum_ / area());
     deviation_ = std::sqrt(energy < floorOf<T> ? floorOf<T> : energy);
     factor_ = std::ldexp(1.0, -std::clamp(a_.scaleFactor, -1000, 1000));
   }
@@ -257,11 +257,14 @@ private:
     float results[mostResults];
     double samples[mostResults];
     windows.sumsOfSamples(samples);
-    const double mean = mean_;
+    const double sum = sum_, n = area(), mean = sum_ / n;
     const float floor = floorOf<T>, deviation = deviation_;
     for (int x = 0; x < results_; ++x) {
-      const float numerator = static_cast<float>(totals[x] - mean * samples[x]);
-      results[x] = numerator / (std::sqrt(deviations[x] < floor ? floor : deviations[x]) * deviation);
+      // of integers exact, so that a flat window gives 0
+      const double products =
+        std::is_integral_v<T> ? (n * totals[x] - sum * samples[x]) / n : totals[x] - mean * samples[x];
+      results[x] =
+        static_cast<float>(products) / (std::sqrt(deviations[x] < floor ? floor : deviations[x]) * deviation);
     }
     if constexpr (std::is_same_v<D, float>) {
       std::memcpy(to, results, static_cast<std::size_t>(results_) * sizeof(float));
@@ -277,7 +280,7 @@ private:
   int results_, rows_;
   std::ptrdiff_t pitch_, samplePitch_;
   int items_, rowsAtOnce_;
-  double mean_ = 0, factor_ = 1;
+  double sum_ = 0, factor_ = 1; // the sum of the template's samples
   float deviation_ = 1;
   void* block_ = nullptr;
   BlockPart<Item> taps_, samples_, sums_;

@@ -8,13 +8,15 @@
 //   all others                 double precision  double precision
 //
 // Sums of integers are exact, in double precision below 2^53. Sums of floats are formed anew for each row, or in tall
-// windows after as many rows as these have, so that what has left a window does not stay in its results.
+// windows after as many rows as these have; and wherever what has left them was so much greater than what is left, or
+// no number, that it would stay in the results.
 #pragma once
 
 #include "frame/layout.h"
 #include "rowkernels/convert.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <climits>
 
 namespace zori {
@@ -271,6 +273,10 @@ private:
       Sums sums{};
       for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) kind_.add(sums, load(k));
       storeSums(i, sums);
+      if constexpr (canShrink)
+        if (rowsUntilAnew_ > 1)
+          for (int k = 0; k < sums.squares.parts; ++k)
+            store(floors_ + i + k * Vec<double>::size, floorOf(sums.squares.part[k]));
     });
   }
   ZORI_ONE_COPY void moveColumns(std::ptrdiff_t y)
@@ -280,7 +286,45 @@ private:
       Sums sums{loadGroup<SampleSum>(samples_ + i), loadGroup<SquareSum>(squares_ + i)};
       kind.exchange(sums, load(y - 1 + windows_.mask.height), load(y - 1));
       storeSums(i, sums);
+      if constexpr (canShrink) {
+        bool areAbove = true;
+        for (int k = 0; k < sums.squares.parts; ++k)
+          areAbove &= isAll(greater(sums.squares.part[k], zori::load<double>(floors_ + i + k * Vec<double>::size)));
+        if (!areAbove) renewColumns(i, std::min<std::ptrdiff_t>(i + group, columns_), y);
+      }
     });
+  }
+
+  // ---- Sums of floats that shrink ----
+  //
+  // A sum of squares holds rounding errors of all it ever held, and of what is no number it keeps that for good. Once
+  // it is down to a small part of what it began with, it is formed anew. What comes into a window later than that
+  // leaves it later than the next time all sums are formed anew.
+  static constexpr bool canShrink = !isInt<T>;
+
+  // The sum itself is above it, unless it is no number; sums of nothing but zeros are, too.
+  static double floorOf(double squares) { return squares * 0x1p-16 - DBL_MIN; }
+  static Vec<double> floorOf(Vec<double> squares) { return squares * splat(0x1p-16) - splat(DBL_MIN); }
+
+  // Those of the columns that have shrunk, one by one: which these are depends on no width of vectors.
+  [[gnu::noinline]] void renewColumns(std::ptrdiff_t first, std::ptrdiff_t end, std::ptrdiff_t y)
+  {
+    for (std::ptrdiff_t i = first; i < end; ++i) {
+      if (squares_[i] > floors_[i]) continue;
+      samples_[i] = squares_[i] = 0;
+      for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) {
+        const auto x = static_cast<double>(get<T>(row(k) + i));
+        samples_[i] += x;
+        squares_[i] += x * x;
+      }
+      floors_[i] = floorOf(squares_[i]);
+    }
+  }
+  bool hasShrunk() const
+  {
+    bool has = false;
+    for (std::ptrdiff_t i = 0; i < length_; ++i) has |= !(squares_[i] > floors_[i]);
+    return has;
   }
 
   // The sums over the whole width of the window, in place of columns.
@@ -290,9 +334,13 @@ private:
       std::fill(samples_, samples_ + length_, 0.0);
       std::fill(squares_, squares_ + length_, 0.0);
       for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) slideAlong(row(k), 1);
+      if constexpr (canShrink)
+        for (std::ptrdiff_t i = 0; i < length_; ++i) floors_[i] = floorOf(squares_[i]);
     } else {
       slideAlong(row(y - 1), -1);
       slideAlong(row(y - 1 + windows_.mask.height), 1);
+      if constexpr (canShrink)
+        if (hasShrunk()) slide(y, true);
     }
   }
   void slideAlong(const T* row, int sign)
@@ -301,19 +349,29 @@ private:
     const std::ptrdiff_t span = std::ptrdiff_t{windows_.mask.width} * step;
     for (int c = 0; c < step; ++c) {
       const auto at = [=](std::ptrdiff_t i) { return static_cast<double>(get<T>(row + i)); };
-      double sum = 0, square = 0;
-      for (std::ptrdiff_t i = c; i < c + span - step; i += step) {
-        sum += at(i);
-        square += at(i) * at(i);
-      }
+      double sum = 0, square = 0, greatest = 0;
+      const auto sumUp = [&](std::ptrdiff_t first) { // all of the window but its last sample
+        sum = square = 0;
+        for (std::ptrdiff_t i = first; i < first + span - step; i += step) {
+          sum += at(i);
+          square += at(i) * at(i);
+        }
+      };
+      sumUp(c);
       for (std::ptrdiff_t i = c; i < length_; i += step) {
         const double in = at(i + span - step), out = at(i);
         sum += in;
         square += in * in;
         samples_[i] += sign * sum;
         squares_[i] += sign * square;
+        if constexpr (canShrink) greatest = std::max(greatest, square);
         sum -= out;
         square -= out * out;
+        if constexpr (canShrink)
+          if (!(square > floorOf(greatest))) {
+            sumUp(i + step);
+            greatest = square;
+          }
       }
     }
   }
@@ -358,6 +416,7 @@ private:
   const int rowsUntilAnew_;
   alignas(32) SampleSum samples_[mostColumns];
   alignas(32) SquareSum squares_[mostColumns];
+  alignas(32) SquareSum floors_[canShrink ? mostColumns : 1]; // sums that are not above them are formed anew
   alignas(32) float means_[stripSamples + group], variances_[stripSamples + group];
 };
 

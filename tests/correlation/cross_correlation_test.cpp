@@ -290,6 +290,23 @@ TEST(Floor, WithoutContrast)
   }
 }
 
+// An integer window of one value gives exactly 0, directly and in tiles.
+TEST(Floor, FlatIntegerWindowsAreZero)
+{
+  for (int width : {40, 90})
+    for (unsigned value = 1; value < 256; value += 11) {
+      TestImage<Zor8u> src(width, 40), tpl(13, 11);
+      TestImage<Zor32f> dst(width - 12, 30);
+      src.fill([&](int, int, int) { return value; });
+      fillWithNoise(tpl, value);
+      ASSERT_EQ(zoriCrossCorrValid_NormLevel_8u32f_C1R(src.data(), src.step, src.size, tpl.data(), tpl.step, tpl.size,
+                                                       dst.data(), dst.step),
+                ZorOk);
+      for (int y = 0; y < 30; ++y)
+        for (int x = 0; x < width - 12; ++x) ASSERT_EQ(dst.get(x, y), 0) << width << " " << value;
+    }
+}
+
 TEST(Floor, ZeroTemplateOfDistance)
 {
   TestImage<Zor8u> src(40, 30), tpl(5, 6);

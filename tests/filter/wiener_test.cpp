@@ -211,28 +211,44 @@ TYPED_TEST(Wiener, TeamsAndRoundingChangeNothing)
   omp_set_num_threads(threadsBefore);
 }
 
+// Windows of every kind of sums: formed anew for each row, carried down the columns, sliding along the rows, both.
 TEST(WienerFloat, WhatLeavesTheWindowLeavesNothingBehind)
 {
-  const Mask m{{3, 3}, {1, 1}};
-  const ZorImgSize roi = {12, 40};
-  CoveredImage<Zor32f> src(covered(roi, m), m.anchor, 1, true, 1), clean(covered(roi, m), m.anchor, 1, true, 1);
-  paint(src, m, 5);
-  paint(clean, m, 5);
-  const float extremes[] = {std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN(), 3e38f,
-                            -1e30f};
-  for (int i = 0; i < 4; ++i) src.region()[(4 + 6 * i) * (roi.width + 2) + 2 * i] = extremes[i];
-  Image<Zor32f> a(roi, 1, 0, 0, 5, 0), b(roi, 1, 0, 0, 5, 0);
-  float noise[1] = {0.001f};
-  ASSERT_EQ(forms<Zor32f>()[0].run(src, a, roi, m, noise, 0), ZorOk);
-  ASSERT_EQ(forms<Zor32f>()[0].run(clean, b, roi, m, noise, 0), ZorOk);
-  for (int y = 0; y < roi.height; ++y)
-    for (int x = 0; x < roi.width; ++x) {
-      bool isNear = false;
-      for (int i = 0; i < 4; ++i) isNear = isNear || (std::abs(y - 4 - 6 * i) <= 1 && std::abs(x - 2 * i) <= 1);
-      if (isNear) continue;
-      EXPECT_EQ(a.get(x, y, 0), b.get(x, y, 0)) << x << "," << y;
+  const ZorImgSize roi = {90, 100};
+  struct Extreme {
+    float value;
+    int x, y;
+  };
+  const float infinity = std::numeric_limits<float>::infinity(), none = std::numeric_limits<float>::quiet_NaN();
+  const Extreme extremes[] = {{infinity, 3, 2}, {none, 50, 12}, {3e38f, 12, 40}, {-1e20f, 70, 60}, {1e8f, 30, 85}};
+  for (const Mask& m : {Mask{{3, 3}, {1, 1}}, Mask{{9, 9}, {4, 0}}, Mask{{2, 40}, {1, 30}}, Mask{{30, 3}, {29, 1}},
+                        Mask{{27, 20}, {0, 10}}})
+    for (const auto& form : forms<Zor32f>()) {
+      const int channels = form.layout.channels;
+      CoveredImage<Zor32f> src(covered(roi, m), m.anchor, channels, true, 1),
+        clean(covered(roi, m), m.anchor, channels, true, 1);
+      paint(src, m, 5);
+      paint(clean, m, 5);
+      for (const Extreme& e : extremes) src.region()[src.index(e.x, e.y, 0)] = e.value;
+      Image<Zor32f> a(roi, channels, 0, 0, 5, 0), b(roi, channels, 0, 0, 5, 0);
+      float noise[4] = {0.001f, 0.001f, 0.001f, 0.001f};
+      ASSERT_EQ(form.run(src, a, roi, m, noise, 0), ZorOk);
+      ASSERT_EQ(form.run(clean, b, roi, m, noise, 0), ZorOk);
+      const auto isInWindow = [&](const Extreme& e, int x, int y) {
+        const int i = e.x - x + m.anchor.x, j = e.y - y + m.anchor.y;
+        return i >= 0 && i < m.size.width && j >= 0 && j < m.size.height;
+      };
+      for (int y = 0; y < roi.height; ++y)
+        for (int x = 0; x < roi.width; ++x)
+          for (int c = 0; c < form.layout.processed; ++c) {
+            bool isSpoiled = false;
+            for (const Extreme& e : extremes) isSpoiled = isSpoiled || (c == 0 && isInWindow(e, x, y));
+            if (!isSpoiled)
+              ASSERT_NEAR(a.get(x, y, c), b.get(x, y, c), 1e-6)
+                << form.name << ", mask " << m.size.width << "x" << m.size.height << " at " << x << "," << y;
+          }
+      EXPECT_EQ(a.get(12, 40, 0), 3e38f); // where the variance is beyond all numbers, the pixel stays
     }
-  EXPECT_EQ(a.get(4, 16, 0), 3e38f); // where the variance is beyond all numbers, the pixel stays
 }
 
 TEST(WienerFloat, EstimatesStayBelowOne)
