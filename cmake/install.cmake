@@ -1,6 +1,7 @@
 # Headers, libraries, the CMake package `zori` (target zori::zori, zori::zori_static) and zori.pc.
 # Components, which the packages are made of: runtime, development, programs, documentation.
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h"
+  PATTERN "*.hpp")
 install(TARGETS zori zori_static EXPORT zoriTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)

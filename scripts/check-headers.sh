@@ -14,5 +14,12 @@ for header in include/zori.h include/zori/*.h; do
   echo "#include \"$name\"" | "$cxx" -std=c++17 "${warnings[@]/-Wstrict-prototypes/-Wold-style-cast}" "$@" -Iinclude \
     -x c++ -fsyntax-only - || faults=$((faults + 1))
 done
+for header in include/*.hpp; do
+  headers=$((headers + 1))
+  for define in "" "#define ZORI_THROW"; do
+    printf '%s\n#include "%s"\n' "$define" "${header#include/}" | "$cxx" -std=c++17 \
+      "${warnings[@]/-Wstrict-prototypes/-Wold-style-cast}" "$@" -Iinclude -x c++ -fsyntax-only - || faults=$((faults + 1))
+  done
+done
 echo "$headers headers, $faults faults"
 [[ $faults -eq 0 && $headers -gt 1 ]]

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Writes what follows from the catalogue (api/*.txt).
 
-  generate.py headers                  include/zori/<subsystem>.h and include/zori.h
+  generate.py headers                  include/zori/<subsystem>.h, include/zori.h and include/zori.hpp
   generate.py index                    docs/functions.md
   generate.py table FOLDER [SUBSYSTEM...]   the C++ function table for tests and benchmarks
   generate.py wrappers FOLDER          the functions of the checking twin
+  generate.py calls FOLDER             a program that calls every overload of zori.hpp once
   generate.py check                    fails when committed headers or the index differ from the catalogue
   generate.py names [--built]          names, one per line
 """
@@ -14,6 +15,7 @@ import sys
 
 import catalogue
 from catalogue import ROOT, CatalogueError
+from cpp_header import calls, cpp_header
 from documentation import MARK, headers, index
 from table import table
 from wrappers import wrappers
@@ -37,7 +39,7 @@ def stale(files, folder, pattern):
 
 
 def check(families):
-    files = headers(families) | index(families)
+    files = headers(families) | cpp_header(families) | index(families)
     wrong = [p for p, text in files.items() if not p.exists() or p.read_text() != text]
     wrong += stale(files, ROOT / "include/zori", "*.h")
     for path in wrong:
@@ -53,7 +55,7 @@ def main(arguments):
     while arguments:
         command = arguments.pop(0)
         if command == "headers":
-            write(headers(families), ROOT / "include/zori", "*.h")
+            write(headers(families) | cpp_header(families), ROOT / "include/zori", "*.h")
         elif command == "index":
             write(index(families), ROOT / "docs", "functions.md")
         elif command == "table":
@@ -63,6 +65,9 @@ def main(arguments):
         elif command == "wrappers":
             folder = pathlib.Path(arguments.pop(0))
             write(wrappers(families, folder), folder, "wrappers*.cpp")
+        elif command == "calls":
+            folder = pathlib.Path(arguments.pop(0))
+            write(calls(families, folder), folder, "overloads*.cpp")
         elif command == "check":
             return check(families)
         elif command == "names":
