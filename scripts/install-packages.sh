@@ -1,5 +1,5 @@
 #!/bin/bash
-# scripts/install-packages.sh [build|test|examples|bench|docs|package]...
+# scripts/install-packages.sh [build|test|examples|bench|docs|package|python]...
 #
 # Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
 # through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
@@ -11,6 +11,7 @@
 #   bench     benchmarks (includes build)
 #   docs      the documentation site (includes examples)
 #   package   Debian packages (includes docs)
+#   python    the Python binding and its tests
 set -euo pipefail
 export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -50,6 +51,7 @@ need_test() {
   need cmark-gfm have cmark-gfm
   need googletest test -e /usr/src/googletest/CMakeLists.txt
   need_examples
+  need_python
 }
 need_examples() {
   need_build
@@ -74,10 +76,23 @@ need_package() {
   need pkg-config have pkg-config
 }
 
+imports() { /usr/bin/python3 -c "import $1" 2>/dev/null; }
+has_python_header() {
+  /usr/bin/python3 -c 'import os, sysconfig; open(os.path.join(sysconfig.get_path("include"), "Python.h"))' 2>/dev/null
+}
+need_python() {
+  need python3 test -x /usr/bin/python3
+  need python3-dev has_python_header
+  need python3-numpy imports numpy
+  need python3-hypothesis imports hypothesis
+  need python3-venv imports ensurepip
+  need python3-setuptools imports setuptools
+}
+
 for work in "${@:-build}"; do
   case $work in
-    build | test | examples | bench | docs | package) "need_$work" ;;
-    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package" >&2; exit 2 ;;
+    build | test | examples | bench | docs | package | python) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package, python" >&2; exit 2 ;;
   esac
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0
