@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <fstream>
 #include <xmmintrin.h>
@@ -202,6 +203,13 @@ std::vector<Trial> trials()
   return all;
 }
 
+// Normalised moments take powers from the C library, whose last place differs between its own builds: their hash leaves
+// the numbers out (their accuracy is tested with the statistics).
+bool hasPowersOfTheCLibrary(const Function& function)
+{
+  return std::strstr(function.name, "Normalized") && std::strstr(function.name, "Moment");
+}
+
 class Widths : public testing::TestWithParam<Subsystem> {};
 
 TEST_P(Widths, GiveTheSameResults)
@@ -229,7 +237,8 @@ TEST_P(Widths, GiveTheSameResults)
       Results expected = resultsOf(*base, trial.plan, trial.rounding);
       unifyNans(*base, expected);
       addTo(own, &expected.status, sizeof expected.status);
-      for (const auto& output : expected.outputs) addTo(own, output.data(), output.size());
+      if (!hasPowersOfTheCLibrary(*function))
+        for (const auto& output : expected.outputs) addTo(own, output.data(), output.size());
       if (!wide) continue;
       Results found = resultsOf(*other, trial.plan, trial.rounding);
       const bool inUse = tellsOfUpperHalves() && upperHalvesInUse();
