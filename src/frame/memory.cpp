@@ -32,8 +32,8 @@ static constexpr std::size_t headroom = 36;
 static std::atomic<int> allocations{0}, failAt{0}, liveBlocks{0};
 static std::atomic<bool> isHeapForAll{false};
 
-// The n-th allocation from now on fails (1 is the next); n <= 0 switches that off. Returns the allocations since the
-// last call.
+// The n-th allocation from now on fails (1 is the next), all of them where n is negative; 0 switches that off. Returns
+// the allocations since the last call.
 extern "C" int zoriTestFailAllocationAt(int n)
 {
   failAt = n;
@@ -119,7 +119,7 @@ std::size_t roundedUp(std::size_t bytes) { return (bytes + alignment - 1) / alig
 static void* systemBlock(std::size_t bytesWithHeadroom)
 {
   ++allocations;
-  if (failAt > 0 && --failAt == 0) return nullptr;
+  if (failAt < 0 || (failAt > 0 && --failAt == 0)) return nullptr;
   const std::size_t bytes = bytesWithHeadroom > headroom ? bytesWithHeadroom - headroom : 0;
   constexpr std::size_t front = sizeof(Pages) + sizeof(Guard) + slackOfStart + alignment;
   if (bytes > SIZE_MAX - front - alignment) return nullptr;

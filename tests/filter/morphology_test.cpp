@@ -37,6 +37,15 @@ Mask disc(int side)
   return m;
 }
 
+// Runs of every length up to `side`, a row each.
+Mask stairs(int side)
+{
+  Mask m = full(side, side, side / 2, 1);
+  for (int j = 0; j < side; ++j)
+    for (int i = 0; i < side; ++i) m.members.push_back(i <= j);
+  return m;
+}
+
 Mask scattered(int width, int height, ZorImgPoint anchor, unsigned seed)
 {
   Mask m{{width, height}, anchor, {}};
@@ -216,6 +225,7 @@ TYPED_TEST(Morphology, TakesTheMembersOfAnyMask)
     for (const Mask& mask : masks)
       for (const ZorImgSize roi : regions) forms.check(roi, mask, variant++);
     forms.check({1500, 3}, disc(5), 1);
+    for (const int lengths : {23, 24, 25, 26}) forms.check({35, 9}, stairs(lengths), lengths); // of runs
   });
 }
 

@@ -2,11 +2,16 @@
 // can do without give what they give with it; some tell a failure as a null pointer.
 #include "sweep.h"
 
+#include <omp.h>
+
 using namespace zoritest;
 
-// The n-th allocation from now on fails; 0 switches that off. Returns the allocations since the last call.
+// The n-th allocation from now on fails, all of them where n is negative; 0 switches that off. Returns the allocations
+// since the last call.
 extern "C" int zoriTestFailAllocationAt(int n);
 extern "C" int zoriTestLiveBlocks();
+// Work is shared however little it is, until this is switched off again.
+extern "C" void zoriTestShareAllWork(int on);
 
 ZORI_SWEEP_SUITE(AllocationSweep);
 
@@ -42,5 +47,32 @@ TEST_P(AllocationSweep, FailureIsReportedAndLeavesNoTrace)
       if (!change.empty()) return where + " wrote: " + change;
     }
     return std::string(function.name) + " allocates without end";
+  });
+}
+
+// What works without memory of its own does so in a team as well: each thread finds its share of the rows.
+TEST_P(AllocationSweep, WhatDoesWithoutMemoryDoesNotShowItsTeam)
+{
+  eachFunction([](const Function& function) -> std::string {
+    if (!(function.exemptions & kAllocationExempt)) return "";
+    const WorkingMemoryOnHeap all;
+    Plan plan;
+    plan.region = {67, 71};
+    std::vector<unsigned char> alone;
+    int status = 0;
+    for (const int threads : {1, 2, 7}) {
+      Call call(function, plan);
+      omp_set_num_threads(threads);
+      zoriTestShareAllWork(1);
+      zoriTestFailAllocationAt(-1);
+      const Result result = call.run();
+      zoriTestFailAllocationAt(0);
+      zoriTestShareAllWork(0);
+      omp_set_num_threads(1);
+      if (threads == 1) alone = call.output(), status = result.status;
+      else if (result.status != status || call.output() != alone)
+        return call.describe() + " without memory gives other results with " + std::to_string(threads) + " threads";
+    }
+    return "";
   });
 }
