@@ -3,7 +3,7 @@
 
   python_binding.py FOLDER     zori_table.h, zori.pyi
 
-Equal rows are written once. python/zorimodule.c tells what the columns mean.
+Equal rows are written once. python/table.h tells what the columns mean.
 """
 import keyword
 import pathlib
@@ -124,6 +124,40 @@ def reach(function, p):
     return Reach(e, *(Formula(side, resolve) for side in told))
 
 
+def sides(e):
+    return e.left, e.top, e.right, e.bottom
+
+
+def reads_beyond(e):
+    return any(side is not None for side in sides(e))
+
+
+def takes_border(function):
+    """Whether pixels around an image may be made for the call."""
+    return any(p.role == "image" and p.memory.access == "r" and p.memory.element != "1u" and
+               reads_beyond(reach(function, p)) for p in function.parameters)
+
+
+def margin_arguments(record, p, e):
+    """A bit for each argument that the margin follows from."""
+    bits = 0
+
+    def look(node):
+        nonlocal bits
+        if node[0] == "values":
+            bits |= 1 << node[1]
+        elif node[0] == "maker":
+            bits |= 1 << record
+        else:
+            for part in node[1:]:
+                if isinstance(part, tuple):
+                    look(part)
+    for side in sides(e):
+        if side is not None and p.role == "image":
+            look(side.tree)
+    return bits
+
+
 def high_name(function, p):
     if p.role in ("region", "scale"):
         return {"region": "roi", "scale": "scale"}[p.role]
@@ -212,10 +246,13 @@ class Writer:
             extent = ", ".join(str(self.formula(x)) for x in (e.width, e.height, e.left, e.top, e.right, e.bottom))
             dims = [int(d) for d in re.findall(r"\[(\d+)\]", p.declaration)] if not m.planes else []
             dims = (dims + [0, 0])[:2]
+            record = next((i for i, q in enumerate(f.parameters) if q.role == "record"), 0)
             element = "P" + "pointer" if m.element == "pointer" else "E" + m.element
             memory = self.array("Memory", "memory", [
                 f"{{{element}, {m.count}, {m.channels}, {m.planes}, {int('r' in m.access)}, {int('w' in m.access)}, "
                 f"{int(m.mask)}, {int(m.kept == 'other')}, {int(m.kept == 'alpha')}, "
+                f"{int(all(x is None for x in (e.width, e.height, *sides(e))))}, {int(reads_beyond(e))}, "
+                f"{margin_arguments(record, p, e)}, "
                 f"{names.index(m.step) if m.step else -1}, {names.index(m.bits) if m.bits else -1}, {{{extent}}}, "
                 f"{{{dims[0]}, {dims[1]}}}}}"])
         # a size that an image tells; a rectangle that is a whole size
@@ -307,7 +344,8 @@ class Writer:
                                  f"{len(candidates)}}}")
             first = next(iter(signatures.values()))[0]
             op_rows.append(f"  {{{text(name)}, {self.array('Signature', 'signatures', sig_items)}, {len(sig_items)}, "
-                           f"{family_index[id(first.family)]}, {text(operation_doc(name, signatures))}}},")
+                           f"{family_index[id(first.family)]}, {int(bordered(signatures))}, {int(makes_images(signatures))}, "
+                           f"{text(operation_doc(name, signatures))}}},")
         head = [f"/* {MARK} */", ""]
         types = []
         for (result, letters), number in self.signatures.items():
@@ -318,23 +356,23 @@ class Writer:
             body = {"i": f"r->i = {call};", "v": f"{call};", "p": f"r->p = {call};"}[result]
             types.append(f"static void call{number}(void (*f)(void), const Slot* v, Slot* r) "
                          f"{{ (void)v; (void)r; {body} }}")
-        types.append("static void (*const trampolines[])(void (*)(void), const Slot*, Slot*) = {"
+        types.append("void (*const trampolines[])(void (*)(void), const Slot*, Slot*) = {"
                      + ", ".join(f"call{i}" for i in range(len(self.signatures))) + "};")
         returns = ", ".join(f"'{r}'" for r, _ in self.signatures)
-        types.append(f"static const char returned[] = {{{returns}}};")
+        types.append(f"const char returned[] = {{{returns}}};")
         formulas = [f"static double formula{n}(Context c) {{ (void)c; return {code}; }}"
                     for code, n in self.formulas.items()]
-        formulas.append("static double (*const formulas[])(Context) = {"
+        formulas.append("double (*const formulas[])(Context) = {"
                         + ", ".join(f"formula{i}" for i in range(len(self.formulas))) + "};")
         constants = [f"  {{{text(n)}, {v}}}," for n, v in facts.ENUMERATORS.items()]
         statuses = [f"  {{{v}, {text(n)}, {text(t)}}}," for n, v, t in documentation.status_list()]
         return "\n".join(
             head + types + [""] + formulas + [""] + self.lines
-            + ["", "static const Function functions[] = {"] + rows + ["};", "",
-               "static const Operation operations[] = {"] + op_rows + ["};", "",
-               "static const char* const documents[] = {"] + [f"  {d}," for d in docs] + ["};", "",
-               "static const Constant constants[] = {"] + constants + ["};", "",
-               "static const StatusText statuses[] = {"] + statuses + ["};", ""])
+            + ["", "const Function functions[] = {"] + rows + ["};", "",
+               "const Operation operations[] = {"] + op_rows + ["};", "",
+               "const char* const documents[] = {"] + [f"  {d}," for d in docs] + ["};", "",
+               "const Constant constants[] = {"] + constants + ["};", "",
+               "const StatusText statuses[] = {"] + statuses + ["};", ""])
 
     def operations(self):
         """operation -> signature -> functions."""
@@ -347,9 +385,27 @@ class Writer:
         return found
 
 
+def bordered(signatures):
+    return any(takes_border(f) for members in signatures.values() for f in members)
+
+
+def makes_images(signatures):
+    return any(len(destinations(f)) == 1 for members in signatures.values() for f in members)
+
+
+def several_types(members):
+    """Whether what an operation makes may be of several types for the same operands."""
+    found = {}
+    for f in members:
+        operands = tuple((p.memory.element, p.memory.count, p.memory.channels, p.memory.planes) for p in f.parameters
+                         if p.role == "image" and p not in destinations(f))
+        found.setdefault(operands, set()).update(p.memory.element for p in destinations(f))
+    return any(len(types) > 1 for types in found.values())
+
+
 def annotation(f, p):
     if p.role == "image":
-        return "list[Image]" if p.memory.planes else "Image"
+        return "Planes" if p.memory.planes else "Image"
     if p.role == "record":
         return "Record"
     kind = letter(p)
@@ -406,23 +462,30 @@ def high_words(f, names):
 
 
 def operation_doc(name, signatures):
-    lines = []
+    lines, several = [], several_types([f for members in signatures.values() for f in members])
     for names, members in signatures.items():
-        skip = any(skips_alpha(f) for f in members)
-        words = high_words(members[0], names)
-        lines.append(f"{name}({words}{', ' if words else ''}skip_alpha=False)" if skip else f"{name}({words})")
+        words = [high_words(members[0], names)] if names else []
+        extra = ["border=None"] * any(map(takes_border, members)) + ["dtype=None"] * several + \
+                ["skip_alpha=False"] * any(map(skips_alpha, members))
+        star = ["*"] * bool(extra and all(positional for _, _, positional in names))
+        lines.append(f"{name}({', '.join(words + star + extra)})")
     return "\n".join(dict.fromkeys(lines))
 
 
 def stubs(writer):
-    lines = [f"# {MARK}", "from typing import Any, overload", "from typing_extensions import Buffer", "",
-             "Image = Buffer | tuple[Buffer, int, int]", "", "class Error(Exception):", "    status: int", "    name: str",
+    lines = [f"# {MARK}", "from collections.abc import Sequence", "from typing import Any, Callable, Literal, overload", "", "from numpy import ndarray", "",
+             "# An array whose buffer holds the pixels: (h, w), (h, w, channels), or with (array, x, y) the place of the",
+             "# region's first pixel in it.", "Image = Any", "Planes = Sequence[Any]", "Array = ndarray[Any, Any]",
+             "Border = Literal['edge', 'nearest', 'reflect', 'mirror', 'symmetric', 'wrap', 'grid-wrap', 'constant'] | "
+             "float | Sequence[float]", "", "class Error(Exception):", "    status: int", "    name: str",
              "    argument: str | None", "    function: str", "", "class StatusWarning(UserWarning): ...", "",
              "class Record:", "    kind: str", "    def release(self) -> None: ...",
              "    def __enter__(self) -> Record: ...", "    def __exit__(self, *exc: object) -> None: ...", ""]
+    lines += ["def documentation(name: str) -> str: ...",
+              "def margins(name: str | Callable[..., Any], **arguments: Any) -> tuple[int, int, int, int]: ...", ""]
     lines += [f"{name}: int" for name in facts.ENUMERATORS] + [""]
     for name, signatures in writer.operations().items():
-        overloads = []
+        overloads, several = [], several_types([f for members in signatures.values() for f in members])
         for names, members in signatures.items():
             for planar in sorted({any(p.role == "image" and p.memory.planes for p in f.parameters) for f in members}):
                 f = next(m for m in members
@@ -436,9 +499,13 @@ def stubs(writer):
                     kind = annotation(f, p)
                     words.append(f"{n}: {kind}" if required else f"{n}: int = 0" if n == "scale"
                                  else f"{n}: {kind} | None = None")
-                if any(skips_alpha(m) for m in members):
-                    words += ([] if star else ["*"]) + ["skip_alpha: bool = False"]
-                result = "Any" if destinations(f) else returned(f)
+                extra = ["border: Border | None = None"] * any(map(takes_border, members)) + \
+                        ["dtype: Any = None"] * several + \
+                        ["skip_alpha: bool = False"] * any(map(skips_alpha, members))
+                words += ["*"] * bool(extra and not star) + extra
+                outs = destinations(f)
+                result = (returned(f) if not outs else "Any" if len(outs) > 1 or returned(f) != "None" else
+                          "list[Array]" if outs[0].memory.planes else "Array")
                 overloads.append(f"def {name}({', '.join(words)}) -> {result}: ...")
         overloads = list(dict.fromkeys(overloads))
         for o in overloads:
