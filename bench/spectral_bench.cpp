@@ -25,9 +25,11 @@ struct Peer {
 
   static std::shared_ptr<float> floats(long long count)
   {
-    std::shared_ptr<float> p(fftwf_alloc_real(static_cast<std::size_t>(count)), fftwf_free);
+    return {fftwf_alloc_real(static_cast<std::size_t>(count)), fftwf_free};
+  }
+  static void fill(const std::shared_ptr<float>& p, long long count)
+  {
     for (long long i = 0; i < count; ++i) p.get()[i] = static_cast<float>(i % 251);
-    return p;
   }
   static fftwf_complex* numbers(const std::shared_ptr<float>& p) { return reinterpret_cast<fftwf_complex*>(p.get()); }
 
@@ -41,7 +43,7 @@ struct Peer {
                 : kind == Inverse ? fftwf_plan_dft_c2r_2d(s.height, s.width, from, real.get(), FFTW_MEASURE)
                                   : fftwf_plan_dft_2d(s.height, s.width, from, to, FFTW_FORWARD, FFTW_MEASURE),
                 fftwf_destroy_plan);
-    fill(real, pixels), fill(complex, 2 * pixels);
+    fill(real, pixels), fill(complex, 2 * pixels), fill(result, kind == Complex ? 2 * pixels : 1);
   }
 };
 

@@ -34,7 +34,8 @@ for path in (bench, *copies.values()):
 
 def measured(copy, case):
     """Megapixels a second and the ratio to the yardstick (None without one)."""
-    run = subprocess.run([bench, '--quick', '^' + re.escape(case) + '$'], capture_output=True, text=True,
+    exactly = '^' + re.sub(r'[.*+?()\[\]{}|^$\\]', r'\\\g<0>', case) + '/'  # behind the name come the iterations
+    run = subprocess.run([bench, '--quick', exactly], capture_output=True, text=True,
                          env={**os.environ, 'LD_PRELOAD': str(copies[copy])})
     for line in run.stdout.splitlines():
         cells = [cell.strip() for cell in line.strip('| ').split('|')]

@@ -25,7 +25,7 @@ struct Phase {
 template <class What, class C, class T>
 void quantityRow(const C* src, T* dst, std::ptrdiff_t length, [[maybe_unused]] double scale)
 {
-  if constexpr (std::is_same_v<T, Zor32f>) polarRow(src, dst, length, typename What::OfFloats{});
+  if constexpr (std::is_same_v<T, Zor32f>) polarRow<typename What::OfFloats>(src, dst, length);
   else polarRowOfIntegers(src, dst, length, typename What::OfIntegers{}, scale);
 }
 
