@@ -1,12 +1,14 @@
 // tour [picture.png] [-o sheet.png] [--pictures folder]: what the library does, on one picture.
 //
-// Runs the stages of every subject (examples/tour/), prints a table of their times, and writes a contact sheet of their
-// results, and into the folder each result by itself. Without a picture it works on a scene that it draws itself.
+// Runs the stages of every subject (examples/tour/), prints a table of their times, and writes contact sheets of their
+// results: of the highlights (sheet.png), and of every subsystem beside it (sheet-data.png...). Into the folder goes
+// each result by itself. Without a picture it works on a scene that it draws itself.
 #include "tour/tour.h"
 #include "support/png_io.h"
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -26,6 +28,23 @@ struct Arguments {
   }
 };
 
+// The subsystems, in the order of the sheets.
+struct Part {
+  const char *name, *title;
+  std::vector<void (*)(tour::Tour&)> stages;
+};
+const Part parts[] = {
+  {"data", "Data movement", {tour::dataStages}},
+  {"arith", "Arithmetic", {tour::arithStages}},
+  {"point", "Point decisions", {tour::pointStages}},
+  {"filter", "Filters", {tour::filterStages, tour::rankFilterStages, tour::edgeKeepingStages, tour::restorationStages}},
+  {"geometry", "Geometry", {tour::resizeStages, tour::warpStages}},
+  {"synthetic", "Synthetic data", {tour::syntheticStages}},
+  {"stats", "Statistics", {tour::statsStages}},
+  {"spectral", "Spectral transforms", {tour::spectralStages, tour::codecStages}},
+  {"correlation", "Correlation", {tour::correlationStages}},
+};
+
 void run(const Arguments& arguments)
 {
   const bool own = arguments.picture.empty();
@@ -34,27 +53,20 @@ void run(const Arguments& arguments)
   const std::string about =
     subject + ", " + std::to_string(tour.size().width) + " x " + std::to_string(tour.size().height) + " pixels";
 
-  tour.stage("The picture").note(about).show(tour.picture());
-  tour::dataStages(tour);
-  tour::arithStages(tour);
-  tour::pointStages(tour);
-  tour::filterStages(tour);
-  tour::rankFilterStages(tour);
-  tour::edgeKeepingStages(tour);
-  tour::restorationStages(tour);
-  tour::resizeStages(tour);
-  tour::warpStages(tour);
-  tour::syntheticStages(tour);
-  tour::statsStages(tour);
-  tour::spectralStages(tour);
-  tour::codecStages(tour);
-  tour::correlationStages(tour);
-
+  tour.subsystem("", "The picture");
+  tour.stage("The picture").note(about).show(tour.picture()).highlight();
   std::printf("%s; each time is the least of several runs\n\n", about.c_str());
-  tour.printTable();
-  const std::string version = zoriGetLibVersion()->version;
-  example::writePng(arguments.sheet, tour.sheet("Image-processing primitives, version " + version + " - " + about));
-  std::printf("\ncontact sheet: %s\n", arguments.sheet.c_str());
+  tour::Tour::printHead();
+  for (const Part& part : parts) {
+    tour.subsystem(part.name, part.title);
+    for (const auto stages : part.stages) stages(tour);
+    tour.printTable();
+  }
+
+  std::printf("\n");
+  for (const std::string& path :
+       tour.writeSheets(arguments.sheet, "Image-processing primitives, version " ZORI_VERSION " - " + about))
+    std::printf("contact sheet: %s\n", path.c_str());
   if (!arguments.folder.empty()) tour.writePictures(arguments.folder);
 }
 

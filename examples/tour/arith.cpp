@@ -103,6 +103,7 @@ void blending(Tour& tour)
   const int aside = in.width() / 8;
   const ZorImgSize overlap = {in.width() - aside, in.height()};
   tour.stage("Double exposure")
+    .highlight()
     .time("AlphaCompC_8u_C3R",
           [&] {
             return zoriAlphaCompC_8u_C3R(in.data(), in.step(), 128, in.at(aside, 0), in.step(), 255, out.data(),
@@ -150,6 +151,7 @@ void compositions(Tour& tour)
   const int apart = in.width() / 30, x = in.width() - mark.width() - apart, y = apart;
   if (x >= 0 && y + mark.height() <= in.height())
     tour.stage("A logo with alpha")
+      .highlight()
       .time("SwapChannels_8u_C3C4R",
             [&] {
               return zoriSwapChannels_8u_C3C4R(in.data(), in.step(), under.data(), under.step(), tour.size(), order,

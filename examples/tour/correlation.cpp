@@ -60,7 +60,7 @@ void foundAgain(Tour& tour)
   ZORI_CHECK(zoriAddRandGauss_Direct_8u_C1IR(noisy.data(), noisy.step(), size, 0, 20, &seed));
 
   Plane likeness(size.width - side + 1, size.height - side + 1);
-  Stage& stage = tour.stage("A piece found again");
+  Stage& stage = tour.stage("A piece found again").highlight();
   stage.time("CrossCorrValid_NormLevel_8u32f", [&] {
     return zoriCrossCorrValid_NormLevel_8u32f_C1R(noisy.data(), noisy.step(), size, piece.data(), piece.step(),
                                                   piece.size(), likeness.data(), likeness.step());

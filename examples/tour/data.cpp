@@ -227,6 +227,7 @@ void masks(Tour& tour)
   Picture out(tour.size());
   const Grey mask = ellipse(tour.size());
   tour.stage("Colour under a mask")
+    .highlight()
     .time("Dup_8u_C1C3R",
           [&] { return zoriDup_8u_C1C3R(grey.data(), grey.step(), out.data(), out.step(), tour.size()); })
     .time("Copy_8u_C3MR",
@@ -240,6 +241,7 @@ void masks(Tour& tour)
   std::vector<Zor8u> bits(static_cast<std::size_t>(bitStep) * in.height());
   Grey dots(tour.size());
   tour.stage("One bit a pixel (detail)")
+    .highlight()
     .time("Convert_8u1u_C1R",
           [&] { return zoriConvert_8u1u_C1R(grey.data(), grey.step(), bits.data(), bitStep, 0, tour.size(), 128); })
     .time("Convert_1u8u_C1R",

@@ -47,6 +47,7 @@ void edges(Tour& tour, Framed<1>& framed)
   Image<Zor16s, 1> down(size), across(size), sum(size);
   Grey out(size);
   tour.stage("Edges, by Sobel")
+    .highlight()
     .time("CopyReplicateBorder_8u_C1R",
           [&] {
             return zoriCopyReplicateBorder_8u_C1R(in.data(), in.step(), size, framed.whole.data(), framed.step(),

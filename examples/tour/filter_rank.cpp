@@ -45,6 +45,7 @@ void noiseAndItsRemoval(Tour& tour)
   Framed<3> framed(size);
   Picture out(size);
   tour.stage("Median of 3 x 3 (detail)")
+    .highlight()
     .time("CopyReplicateBorder_8u_C3R",
           [&] {
             return zoriCopyReplicateBorder_8u_C3R(noisy.data(), noisy.step(), size, framed.whole.data(), framed.step(),
@@ -84,6 +85,7 @@ void morphologicalGradient(Tour& tour)
   ZORI_CHECK(zoriCopyReplicateBorder_8u_C1R(in.data(), in.step(), size, framed.whole.data(), framed.step(),
                                             framed.whole.size(), margin, margin));
   tour.stage("Outlines, by dilation and erosion")
+    .highlight()
     .time("Dilate_8u_C1R",
           [&] {
             return zoriDilate_8u_C1R(framed.data(), framed.step(), greatest.data(), greatest.step(), size, disc,

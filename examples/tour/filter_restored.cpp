@@ -81,6 +81,7 @@ void restorationStages(Tour& tour)
   ZORI_CHECK(zoriDeconvLRInitAlloc_32f_C1R(&madeLr, outOfFocus.taps, side, most, 1e-3f));
   const std::unique_ptr<ZorDeconvLrState, ZorStatus (*)(ZorDeconvLrState*)> lr(madeLr, zoriDeconvLRFree_32f_C1R);
   tour.stage("Out of focus, and restored")
+    .highlight()
     .time(
       "DeconvLR_32f_C1R",
       [&] {

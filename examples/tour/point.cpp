@@ -58,6 +58,7 @@ void falseColours(Tour& tour)
   const Grey& grey = tour.grey();
   Picture out(tour.size());
   tour.stage("False colours")
+    .highlight()
     .time("LUTPalette_8u24u_C1R",
           [&] {
             return zoriLUTPalette_8u24u_C1R(grey.data(), grey.step(), out.data(), out.step(), tour.size(), palette, 8);

@@ -84,7 +84,7 @@ void spectralStages(Tour& tour)
 
   const Plane weights = lowPass(size, 0.04);
   Plane product(size), back(size);
-  Stage& low = tour.stage("Without high frequencies");
+  Stage& low = tour.stage("Without high frequencies").highlight();
   low
     .time("Mul_32f_C1R",
           [&] {

@@ -180,7 +180,7 @@ void orientation(Tour& tour)
 
   ZorMomentState* state = nullptr;
   ZORI_CHECK(zoriMomentInitAlloc_64f(&state, ZorHintNone));
-  Stage& stage = tour.stage("Objects and their axes");
+  Stage& stage = tour.stage("Objects and their axes").highlight();
   std::vector<Axes> found;
   std::string angles;
   for (const Part& object : objects) {

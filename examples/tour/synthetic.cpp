@@ -20,6 +20,7 @@ void syntheticStages(Tour& tour)
 
   Grey rings(tour.size());
   tour.stage("Test image")
+    .highlight()
     .time("ImageJaehne_8u_C1R", [&] { return zoriImageJaehne_8u_C1R(rings.data(), rings.step(), tour.size()); })
     .show(rings);
 

@@ -36,6 +36,8 @@ public:
   Stage& time(std::string call, const std::function<ZorStatus()>& work, long long pixels = 0);
   // A remark for the caption.
   Stage& note(std::string text);
+  // Puts it on the sheet of the whole library, too.
+  Stage& highlight();
   // Puts a picture on the contact sheet; a stage without one stands in the table alone.
   template <class T, int N> Stage& show(const Image<T, N>& picture, View view = View::whole)
   {
@@ -57,6 +59,7 @@ private:
   std::vector<Call> calls_;
   Picture shown_;
   View view_ = View::whole;
+  bool isHighlight_ = false;
 };
 
 class Tour {
@@ -69,17 +72,27 @@ public:
   ZorImgSize size() const { return picture_.size(); }
   long long pixels() const { return static_cast<long long>(size().width) * size().height; }
 
+  // Stages from here on show this subsystem; the name is one for files.
+  void subsystem(std::string name, std::string title);
   Stage& stage(std::string title);
 
+  static void printHead();
+  // The stages of the last subsystem.
   void printTable() const;
-  Picture sheet(const std::string& subtitle) const;
+  // One sheet of highlights, and one a subsystem: "tour.png", "tour-data.png"... Returns their paths.
+  std::vector<std::string> writeSheets(const std::string& path, const std::string& subtitle) const;
   // Each stage's picture as a file, and stages.json, which tells their titles, remarks and calls.
   void writePictures(const std::string& folder) const;
 
 private:
+  struct Subsystem {
+    std::string name, title;
+    std::deque<Stage> stages;
+  };
+  void addTo(example::ContactSheet& sheet, const Stage& stage) const;
   Picture picture_;
   Grey grey_;
-  std::deque<Stage> stages_;
+  std::deque<Subsystem> subsystems_;
 };
 
 // The subjects.

@@ -37,6 +37,7 @@ void perspective(Tour& tour)
   const Zor8u dark[3] = {24, 24, 24};
   ZORI_CHECK(zoriSet_8u_C3R(dark, seen.data(), seen.step(), seen.size()));
   tour.stage("Seen from the side")
+    .highlight()
     .time("WarpPerspectiveQuad_8u_C3R",
           [&] {
             return zoriWarpPerspectiveQuad_8u_C3R(in.data(), in.size(), in.step(), whole(in.size()), corners,
@@ -69,6 +70,7 @@ void lens(Tour& tour)
     }
   Picture out(size);
   tour.stage("Through a lens")
+    .highlight()
     .time("Remap_8u_C3R",
           [&] {
             return zoriRemap_8u_C3R(in.data(), size, in.step(), whole(size), xMap.data(), xMap.step(), yMap.data(),
