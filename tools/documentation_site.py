@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """Writes the documentation as a site: a page a family from the catalogue, the guides from docs/*.md, a search index.
 
-  documentation_site.py FOLDER [--pictures FOLDER]    pictures: what `tour --pictures FOLDER` left there
+  documentation_site.py FOLDER [--pictures FOLDER]
+
+Pictures are what scripts/docs.sh left there: stages of the tour (`tour --pictures FOLDER`), its sheets (tour-data.png...),
+and in the folder cookbook what the recipes draw.
 
 The pages need neither network nor server. cmark-gfm brings Markdown to HTML.
 """
@@ -20,6 +23,7 @@ from catalogue import ROOT, CatalogueError
 from documentation import fact_lines, name_parts, prototype, read_title, status_list
 
 SOURCES = ROOT / "docs/site"  # style, search, plain words
+RECIPES = ROOT / "examples/cookbook"
 NO_PAGE = {"functions"}       # of docs/: the site has its own index
 C_NUMBERS = {"nan": "NAN", "inf": "INFINITY", "-inf": "-INFINITY", "null": "NULL"}
 escape = html.escape
@@ -145,7 +149,7 @@ class Site:
         for family in self.families:
             self.subsystems.setdefault(family.subsystem, []).append(family)
         self.titles = {name: read_title(members[0].path) for name, members in self.subsystems.items()}
-        self.pictures = self._read_pictures(pictures)
+        self.pictures, self.picture_folder = self._read_pictures(pictures), pictures
         self.words = self._read_words()
         self.guides = sorted(p for p in (ROOT / "docs").glob("*.md") if p.stem not in NO_PAGE)
 
@@ -246,6 +250,8 @@ class Site:
                 return 'href="../index.html"'
             if file.parent == ROOT / "docs" and file.suffix == ".md":
                 return f'href="{file.stem}.html{anchor}"'
+            if file.parent == RECIPES and file.stem in self.recipes:
+                return f'href="../cookbook/{file.stem}.html{"#python" if file.suffix == ".py" else ""}"'
             if file.is_dir() or not file.exists():
                 raise CatalogueError(f"{path.relative_to(ROOT)}: no file {target}")
             self.copied.add(file)
@@ -262,8 +268,52 @@ class Site:
             return f'<a href="../{self.family_path(family)}">{match[0]}</a>' if family else match[0]
         return re.sub(r"<code>(zori[A-Z]\w*)</code>", named, text)
 
+    def found_picture(self, name, text):
+        """A figure, where the pictures have this one."""
+        file = self.picture_folder / name if self.picture_folder else None
+        if not file or not file.exists():
+            return ""
+        self.used_pictures.add(file)
+        return f'<figure><img src="{{up}}pictures/{file.name}" alt="{escape(text)}" loading="lazy"></figure>'
+
+    def read_recipes(self):
+        """Name -> (title, what it shows), as the table of the cookbook has them."""
+        rows = re.findall(r"^\| \[(.*?)\]\(\.\./examples/cookbook/(\w+)\.c\) \| (.*?) \| \[", (ROOT / "docs/cookbook.md").read_text(), re.M)
+        recipes = {name: (title, words) for title, name, words in rows}
+        forgotten = {p.stem for p in RECIPES.glob("*.c")} - {"picture"} ^ recipes.keys()
+        if forgotten:
+            raise CatalogueError(f"docs/cookbook.md and examples/cookbook differ: {', '.join(sorted(forgotten))}")
+        return recipes
+
+    def linked_code(self, file):
+        """A source with its calls of the library as links to their pages."""
+        family_of = {f.name: family for family in self.families for f in family.functions}
+
+        def linked(match):
+            family = family_of.get(match[0])
+            return f'<a href="../{self.family_path(family)}#{match[0]}">{match[0]}</a>' if family else match[0]
+        return f"<pre>{re.sub(r'zori[A-Z][A-Za-z0-9_]*', linked, escape(file.read_text()))}</pre>"
+
+    def recipe_page(self, name, before, after):
+        title, words = self.recipes[name]
+        body = (f'<p class="crumb"><a href="../guide/cookbook.html">Cookbook</a></p><h1>{escape(title)}</h1><p>{escape(words)}</p>'
+                + self.found_picture(f"cookbook/{name}.png", title).replace("{up}", "../")
+                + f'<h2 id="c">In C</h2>{self.linked_code(RECIPES / f"{name}.c")}'
+                + f'<h2 id="python">In Python</h2>{self.linked_code(RECIPES / f"{name}.py")}'
+                + "<p>Both draw the same picture, which the tests see to. <code>picture</code> opens and saves it: ")
+        for file in ("picture.h", "picture.c", "picture.py"):
+            self.copied.add(RECIPES / file)
+            body += f'<a href="../files/examples/cookbook/{file}">{file}</a> '
+        link = [(f"{n}.html", self.recipes[n][0]) if n else "" for n in (before, after)]
+        self.page(f"cookbook/{name}.html", title, body.strip() + "</p>", link)
+        self.entries.append({"p": f"cookbook/{name}.html", "t": title, "s": "cookbook", "f": [], "w": words})
+
     def write(self):
         self.used_pictures, self.copied = set(), set()
+        self.recipes = self.read_recipes()
+        names = list(self.recipes)
+        for i, name in enumerate(names):
+            self.recipe_page(name, names[i - 1] if i else None, names[i + 1] if i + 1 < len(names) else None)
         for members in self.subsystems.values():
             for i, family in enumerate(members):
                 self.family_page(family, members[i - 1] if i else None, members[i + 1] if i + 1 < len(members) else None)
@@ -275,8 +325,9 @@ class Site:
             rows = "".join(f'<tr><td><a href="{self.family_path(f)}">{escape(f.title)}</a></td><td>'
                            + " ".join(f"<code>{escape(p)}</code>" for p in f.patterns)
                            + f"</td><td>{len(f.functions)}</td></tr>" for f in members)
+            sheet = self.found_picture(f"tour-{name}.png", self.titles[name]).replace("{up}", "")
             self.page(f"{name}.html", self.titles[name],
-                      f'<h1>{escape(self.titles[name])}</h1>{guide}<table class="index">{rows}</table>')
+                      f'<h1>{escape(self.titles[name])}</h1>{guide}<table class="index">{rows}</table>{sheet}')
         statuses = "".join(f'<tr id="{n}"><td><code>{n}</code></td><td>{v}</td><td>{escape(t)}</td></tr>'
                            for n, v, t in status_list())
         self.page("statuses.html", "Status codes", f"<h1>Status codes</h1><table class=\"index\">{statuses}</table>")
