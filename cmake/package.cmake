@@ -6,6 +6,9 @@ set(CPACK_PACKAGE_CONTACT "zori developers <developers@zori.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development programs checking documentation)
+if(TARGET zori_python)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -26,6 +29,11 @@ string(REPLACE "\n" "\n " zori_license " ${zori_license}")
 
 # What the archive asks of every package: who may copy it, and what changed.
 find_program(GZIP gzip)
+file(STRINGS ${PROJECT_SOURCE_DIR}/CHANGELOG.md zori_released REGEX "^## [0-9]")
+list(GET zori_released 0 zori_released)
+string(REGEX REPLACE "^## .* - " "" zori_released "${zori_released}")
+execute_process(COMMAND date --utc --rfc-email --date "${zori_released} 12:00 UTC" OUTPUT_VARIABLE zori_released
+  OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 function(zori_package component package section short long)
   string(TOUPPER ${component} key)
   set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package} PARENT_SCOPE)
@@ -36,11 +44,13 @@ function(zori_package component package section short long)
   if(GZIP)
     file(WRITE ${notes}/changelog.Debian
       "zori (${zori_version}) unstable; urgency=medium\n\n  * The changes stand in CHANGELOG.md of the package zori-doc.\n\n"
-      " -- ${CPACK_PACKAGE_CONTACT}  Mon, 23 Nov 2026 12:00:00 +0000\n")
+      " -- ${CPACK_PACKAGE_CONTACT}  ${zori_released}\n")
     execute_process(COMMAND ${GZIP} -9nf ${notes}/changelog.Debian)
-    install(FILES ${notes}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+    install(FILES ${notes}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component}
+      EXCLUDE_FROM_ALL)
   endif()
-  install(FILES ${notes}/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+  install(FILES ${notes}/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component}
+    EXCLUDE_FROM_ALL)
   if(ARGC GREATER 5) # a shared library: what depends on it, and the loader's cache
     string(REGEX REPLACE "^(.*) (.*)$" "\\1 \\2 ${package} (>= ${PROJECT_VERSION})\n" shlibs "${ARGV5}")
     file(WRITE ${notes}/shlibs "${shlibs}")
@@ -58,11 +68,15 @@ zori_package(checking libzori-check5 libs "checking twin"
   "This package holds a library that looks at every call before the ordinary\nlibrary gets it." "libzori-check 5")
 zori_package(documentation zori-doc doc "documentation"
   "This package holds the guides, the reference of all functions, examples.")
+zori_package(python python3-zori python "Python module"
+  "This package holds the module zori, which works on NumPy arrays where they lie.")
 foreach(key DEVELOPMENT PROGRAMS CHECKING)
   set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "libzoriq7-5.3-5 (= ${zori_version})")
 endforeach()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzori-check5, zori-doc, zori-tools")
+# the stable ABI of Python 3.11; NumPy makes the arrays that calls return
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "libzoriq7-5.3-5 (= ${zori_version}), python3 (>= 3.11), python3-numpy")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 include(CPack)

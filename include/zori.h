@@ -14,5 +14,6 @@
 #include "zori/stats.h"
 #include "zori/status.h"
 #include "zori/synthetic.h"
+#include "zori/version.h"
 
 #endif

@@ -26,6 +26,7 @@ static void printLibrary(void)
   const int canWide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
   const char* tunables = getenv("GLIBC_TUNABLES");
 
+  printf("zori       %s\n", ZORI_VERSION);
   printf("library    %s %s\n", version->name, version->version);
   printf("file       %s\n", path);
   printf("vectors    %d bytes (%s copy)\n", isWide ? 32 : 16, isWide ? "wide" : "base");

@@ -10,7 +10,7 @@ import sys
 
 FLOORS = {'zori': 0, 'frame': 1, 'rowkernels': 2, 'walk': 3}
 SUBSYSTEM_FLOOR = 4
-COMMON_HEADERS = {'types', 'core'}
+COMMON_HEADERS = {'types', 'core', 'version'}
 ENGINES = {'spectral/lane_plan.h', 'spectral/lane_transform.h'}
 
 root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent)

@@ -9,10 +9,10 @@ bash scripts/install-packages.sh docs
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 tour=build/default/examples/tour # where tests were built; else a build folder of its own
-if [[ ! -x $tour ]]; then
+if [[ ! -x $tour || ! -x $(dirname "$tour")/recipe_gamma ]]; then
   tour=build/demo/examples/tour
   if ! { cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DZORI_BUILD_TESTS=OFF -DZORI_BUILD_EXAMPLES=ON &&
-         cmake --build build/demo --target tour; } >"$log" 2>&1 </dev/null; then
+         cmake --build build/demo --target tour recipes; } >"$log" 2>&1 </dev/null; then
     cat "$log" >&2
     echo "docs.sh: the tour does not build" >&2
     exit 1
@@ -21,4 +21,8 @@ fi
 rm -rf build/docs/pictures
 mkdir -p build/docs/pictures
 "$tour" -o build/docs/pictures/tour.png --pictures build/docs/pictures >"$log" || { cat "$log" >&2; exit 1; }
+mkdir -p build/docs/pictures/cookbook
+recipes=("$PWD/$(dirname "$tour")"/recipe_*)
+(cd build/docs/pictures/cookbook && for recipe in "${recipes[@]}"; do "$recipe" || exit 1; done) >"$log" ||
+  { cat "$log" >&2; exit 1; }
 python3 tools/documentation_site.py build/docs/html --pictures build/docs/pictures

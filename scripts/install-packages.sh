@@ -1,17 +1,18 @@
 #!/bin/bash
-# scripts/install-packages.sh [build|test|examples|bench|docs|package|python]...
+# scripts/install-packages.sh [build|test|examples|bench|docs|package|python|distributed]...
 #
 # Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
 # through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
 # neither network nor privileges are touched.
 #
-#   build     compiler, OpenMP, CMake, Ninja
-#   test      64-bit and 32-bit tests (includes build)
-#   examples  the example programs, which read and write PNG (includes build)
-#   bench     benchmarks (includes build)
-#   docs      the documentation site (includes examples)
-#   package   Debian packages (includes docs)
-#   python    the Python binding and its tests
+#   build        compiler, OpenMP, CMake, Ninja, pkg-config
+#   test         64-bit and 32-bit tests (includes build)
+#   examples     the example programs, which read and write PNG (includes build)
+#   bench        benchmarks (includes build)
+#   docs         the documentation site (includes examples)
+#   package      Debian packages (includes docs)
+#   python       the Python binding
+#   distributed  the examples with several workers: Dask, Zarr, Open MPI
 set -euo pipefail
 export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -40,6 +41,7 @@ need_build() {
   need cmake have cmake
   need ninja-build have ninja
   need g++ compiles -fopenmp
+  need pkg-config have pkg-config
 }
 need_test() {
   need_build
@@ -50,8 +52,15 @@ need_test() {
   need clang-format have clang-format
   need cmark-gfm have cmark-gfm
   need googletest test -e /usr/src/googletest/CMakeLists.txt
+  need abigail-tools have abidiff
   need_examples
   need_python
+  need python3-hypothesis imports hypothesis
+  need python3-matplotlib imports matplotlib
+  need mypy test -x /usr/bin/mypy
+  need python3-pip imports pip
+  need_distributed
+  need_package
 }
 need_examples() {
   need_build
@@ -74,8 +83,12 @@ need_package() {
   need file have file
   need lintian have lintian
   need pkg-config have pkg-config
+  need python3 test -x /usr/bin/python3
+  need python3-dev has_python_header
+  need python3-numpy imports numpy
 }
 
+has_mpi_header() { have mpicxx && mpicxx -E -include mpi.h -x c++ /dev/null >/dev/null 2>&1; }
 imports() { /usr/bin/python3 -c "import $1" 2>/dev/null; }
 has_python_header() {
   /usr/bin/python3 -c 'import os, sysconfig; open(os.path.join(sysconfig.get_path("include"), "Python.h"))' 2>/dev/null
@@ -84,15 +97,23 @@ need_python() {
   need python3 test -x /usr/bin/python3
   need python3-dev has_python_header
   need python3-numpy imports numpy
-  need python3-hypothesis imports hypothesis
   need python3-venv imports ensurepip
   need python3-setuptools imports setuptools
+  need python3-wheel imports wheel
+}
+need_distributed() {
+  need_python
+  need python3-dask imports dask.array
+  need python3-distributed imports distributed
+  need python3-zarr imports zarr
+  need libopenmpi-dev has_mpi_header
+  need openmpi-bin have mpirun
 }
 
 for work in "${@:-build}"; do
   case $work in
-    build | test | examples | bench | docs | package | python) "need_$work" ;;
-    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package, python" >&2; exit 2 ;;
+    build | test | examples | bench | docs | package | python | distributed) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package, python, distributed" >&2; exit 2 ;;
   esac
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0

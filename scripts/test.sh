@@ -1,6 +1,6 @@
 #!/bin/bash
 # scripts/test.sh: installs what is missing, builds and tests the library: 64-bit, the build for x86-64-v3 (vectors of 32
-# bytes), and 32-bit.
+# bytes), and 32-bit; then the documentation site and the packages, from the 64-bit build.
 #
 # The last line counts the tests of all, `N passed, N failed`; one that does not build counts as one failure.
 set -uo pipefail
@@ -50,4 +50,14 @@ echo "== results of the 64-bit and the 32-bit build"
 if diff -r build/default/tests/widths/hashes build/q7/tests/widths/hashes; then passed=$((passed + 1))
 else failed=$((failed + 1))
 fi
+
+work() { # work WORDS COMMAND...: counts as one test
+  echo "== $1"
+  shift
+  if "$@"; then passed=$((passed + 1))
+  else failed=$((failed + 1)) && echo "** Failed: $*"
+  fi
+}
+work "documentation" bash scripts/docs.sh
+work "packages" bash scripts/package.sh build/default
 finish

@@ -219,7 +219,7 @@ def headers(families):
         files[ROOT / f"include/zori/{name}.h"] = "\n".join(lines)
     files[ROOT / "include/zori/status.h"] = status_header()
     umbrella = [f"/* All functions of the library. {MARK[:-1]}. */", "#ifndef ZORI_H", "#define ZORI_H", "",
-                '#include "zori/types.h"'] + [f'#include "zori/{name}.h"' for name in sorted([*subsystems, "status"])]
+                '#include "zori/types.h"'] + [f'#include "zori/{name}.h"' for name in sorted([*subsystems, "status", "version"])]
     files[ROOT / "include/zori.h"] = "\n".join(umbrella + ["", "#endif", ""])
     return files
 

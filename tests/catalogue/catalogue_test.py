@@ -232,7 +232,7 @@ class Project(unittest.TestCase):
         for header in ["zori.h"] + [f"zori/{p.name}" for p in sorted((ROOT / "include/zori").glob("*.h"))]:
             for compiler, language in [([options.cc, "-std=c99", "-xc"], "C99"),
                                        ([options.cxx, "-std=c++17", "-xc++"], "C++17")]:
-                done = subprocess.run(compiler + strict, input=f"#include <{header}>\n", capture_output=True, text=True)
+                done = subprocess.run(compiler + strict, input=f"#include <{header}>\ntypedef int something;\n", capture_output=True, text=True)
                 self.assertEqual(done.returncode, 0, f"{header} as {language}:\n{done.stderr}")
 
 
