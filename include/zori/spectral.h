@@ -643,7 +643,7 @@ ZorStatus zoriDCT8x8FwdLS_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst
  *
  * Transforms a block of 64 coefficients back as zoriDCT8x8Inv_16s_C1 does, adds addVal with 16-bit
  * wrap-around, clamps to clipMin..clipMax and writes 8 rows of 8 pixels at pDst, dstStep bytes apart. With 0
- * and 255 the clamp is plain saturation.
+ * and 255 the clamp is plain saturation. Where clipMin is above clipMax, all samples become clipMax.
  *
  * Checks: null pointers, steps.
  * Threads: calling thread.

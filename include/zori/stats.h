@@ -127,8 +127,8 @@ ZorStatus zoriMean_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize,
  * value, C3 and AC4 three, C4 four; AC4 ignores the fourth channel.
  *
  * 32f: the search starts from the largest finite value of the opposite sign, so a maximum is at least
- * -FLT_MAX and a minimum at most FLT_MAX, even where every pixel is an infinity beyond it. A region that
- * holds a NaN has no defined result.
+ * -FLT_MAX and a minimum at most FLT_MAX, even where every pixel is an infinity beyond it. NaN pixels are
+ * passed over.
  *
  * The step is not tested. The integer forms may stop reading as soon as the extreme of the type is met.
  *
@@ -208,8 +208,7 @@ ZorStatus zoriMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  *
  * Both extremes of every channel, with the values of zoriMin and zoriMax, for the price of one reading of the
  * image. C1 writes one pair, C3 and AC4 three, C4 four; AC4 ignores the fourth channel. The bounds of
- * infinite 32f images and the undefined result of NaN pixels are those of zoriMin and zoriMax. The step is
- * not tested.
+ * infinite 32f images and NaN pixels passed over are as with zoriMin and zoriMax. The step is not tested.
  *
  * Checks: null pointers, region size.
  * Steps: not tested, may be zero or negative.

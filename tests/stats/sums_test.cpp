@@ -67,6 +67,41 @@ TEST(Sum, WideRowsDoNotOverflow)
   }
 }
 
+// A long row of one value is no other than as many pixels in short rows, whatever the lanes of a sum bear.
+template <class T, class One, class Two>
+void longRows(std::initializer_list<One> ofOne, std::initializer_list<Two> ofTwo)
+{
+  constexpr int width = 1000, height = 1100, step = (width + 1) * static_cast<int>(sizeof(T));
+  const T least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+  const std::vector<T> low((width + 1) * height, least), high(low.size(), most);
+  const int whole = step * height;
+  for (const std::vector<T>* image : {&low, &high})
+    for (One function : ofOne) {
+      double once = -1, rows = -2;
+      ASSERT_EQ(function(image->data(), whole, {width * height, 1}, &once), ZorOk);
+      ASSERT_EQ(function(image->data(), step, {width, height}, &rows), ZorOk);
+      EXPECT_EQ(once, rows) << +image->front();
+    }
+  for (Two function : ofTwo) {
+    double once = -1, rows = -2;
+    ASSERT_EQ(function(low.data(), whole, high.data(), whole, {width * height, 1}, &once), ZorOk);
+    ASSERT_EQ(function(low.data(), step, high.data(), step, {width, height}, &rows), ZorOk);
+    EXPECT_EQ(once, rows);
+  }
+}
+
+TEST(Sum, LongRowsAreNoOtherThanShortOnes)
+{
+#define LONG_ROWS(type)                                                                                                \
+  longRows<Zor##type>(                                                                                                 \
+    {zoriSum_##type##_C1R, zoriMean_##type##_C1R, zoriNorm_L1_##type##_C1R, zoriNorm_L2_##type##_C1R},                 \
+    {zoriNormDiff_L1_##type##_C1R, zoriNormDiff_L2_##type##_C1R});
+  LONG_ROWS(8u)
+  LONG_ROWS(16u)
+  LONG_ROWS(16s)
+#undef LONG_ROWS
+}
+
 // The normative orders of float sums, one channel at a time.
 double fastSum(const Image<float>& image, int k)
 {
@@ -171,6 +206,26 @@ TEST(Extrema, OnlyInfinities)
   EXPECT_TRUE(ix == 0 && iy == 0);
   ASSERT_EQ(zoriMax_32f_C1R(x, 12, {3, 2}, &value), ZorOk);
   EXPECT_EQ(value, -FLT_MAX);
+}
+
+// Minima and maxima pass over a NaN, wherever it stands; what came before it counts.
+TEST(Extrema, PassOverNan)
+{
+  for (int width = 1; width <= 70; ++width)
+    for (int at = 0; at < width; ++at) {
+      std::vector<float> x(static_cast<std::size_t>(width));
+      for (int i = 0; i < width; ++i) x[static_cast<std::size_t>(i)] = static_cast<float>(i < at ? i - at : 1 + i - at);
+      x[static_cast<std::size_t>(at)] = NAN;
+      const float least = at > 0 ? static_cast<float>(-at) : width > 1 ? 2 : FLT_MAX;
+      float value = 0, low = 0, high = 0;
+      ASSERT_EQ(zoriMin_32f_C1R(x.data(), 4 * width, {width, 1}, &value), ZorOk);
+      ASSERT_EQ(value, least) << width << ' ' << at;
+      for (float& sample : x) sample = -sample;
+      ASSERT_EQ(zoriMax_32f_C1R(x.data(), 4 * width, {width, 1}, &value), ZorOk);
+      ASSERT_EQ(value, -least) << width << ' ' << at;
+      ASSERT_EQ(zoriMinMax_32f_C1R(x.data(), 4 * width, {width, 1}, &low, &high), ZorOk);
+      ASSERT_EQ(high, -least) << width << ' ' << at;
+    }
 }
 
 template <class T, class F> void every(Shape shape, F function, bool greatest)
