@@ -21,7 +21,7 @@ progress() {
   local line done all said=-10
   while IFS= read -r line; do
     printf '%s\n' "$line" >>"$log"
-    [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+    [[ $line =~ ^\[([0-9]+)/([0-9]+)\] && $line != *" Re-"* ]] || continue
     done=${BASH_REMATCH[1]} all=${BASH_REMATCH[2]}
     if [[ -t 1 ]]; then printf '\rBuilding the library and the tour: %d of %d, %d s ' "$done" "$all" "$SECONDS"
     elif [[ $((100 * done / all)) -ge $((said + 10)) ]]; then
@@ -44,4 +44,5 @@ if ! { cmake -S "$root" -B "$root/build/demo" -G Ninja -DZORI_BUILD_TESTS=OFF -D
   exit 1
 fi
 mkdir -p "$root/out"
-"$root/build/demo/examples/tour" "$@" -o "$root/out/tour.png"
+# threads that wait sleep: on a busy machine the tour would take minutes otherwise
+OMP_WAIT_POLICY=${OMP_WAIT_POLICY:-passive} "$root/build/demo/examples/tour" "$@" -o "$root/out/tour.png"

@@ -151,7 +151,11 @@ class Site:
         self.titles = {name: read_title(members[0].path) for name, members in self.subsystems.items()}
         self.pictures, self.picture_folder = self._read_pictures(pictures), pictures
         self.words = self._read_words()
-        self.guides = sorted(p for p in (ROOT / "docs").glob("*.md") if p.stem not in NO_PAGE)
+        # in the order in which the README names them
+        readme = (ROOT / "README.md").read_text().split("## Documentation")[1]
+        order = dict.fromkeys(re.findall(r"\(docs/(\w[\w-]*)\.md\)", readme))
+        self.guides = sorted((p for p in (ROOT / "docs").glob("*.md") if p.stem not in NO_PAGE),
+                             key=lambda p: (list(order).index(p.stem) if p.stem in order else len(order), p.stem))
 
     def _read_pictures(self, folder):
         """Function name -> (file, title) of the stage of the tour that calls it."""
@@ -296,7 +300,9 @@ class Site:
 
     def recipe_page(self, name, before, after):
         title, words = self.recipes[name]
-        body = (f'<p class="crumb"><a href="../guide/cookbook.html">Cookbook</a></p><h1>{escape(title)}</h1><p>{escape(words)}</p>'
+        words = words[:1].upper() + words[1:]
+        body = (f'<p class="crumb"><a href="../guide/cookbook.html">Cookbook</a> · <a href="#c">C</a> · '
+                f'<a href="#python">Python</a></p><h1>{escape(title)}</h1><p>{escape(words)}.</p>'
                 + self.found_picture(f"cookbook/{name}.png", title).replace("{up}", "../")
                 + f'<h2 id="c">In C</h2>{self.linked_code(RECIPES / f"{name}.c")}'
                 + f'<h2 id="python">In Python</h2>{self.linked_code(RECIPES / f"{name}.py")}'
@@ -345,7 +351,9 @@ class Site:
         self.page("index.html", "Functions",
                   f"<h1>zori: image-processing primitives</h1><p>{total} functions in {len(self.families)} families. Type a "
                   f"name or plain words above (the key / goes there).</p><div class=\"cards\">{cards}</div><h2>Guides</h2>"
-                  f'<ul class="guides">{guides}<li><a href="statuses.html">Status codes</a></li></ul>')
+                  f'<ul class="guides">{guides}<li><a href="statuses.html">Status codes</a></li></ul>'
+                  f'<figure><img src="pictures/tour.png" alt="What the tour shows" loading="lazy"><figcaption>What the tour '
+                  f"shows, with the time of each call</figcaption></figure>")
 
     @staticmethod
     def first_heading(path):
