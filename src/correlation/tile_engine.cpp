@@ -2,6 +2,7 @@
 #include "tile_engine.h"
 
 #include "frame/parallel.h"
+#include "nearly_flat.h"
 #include "result_row.h"
 #include "tile_transform.h"
 #include "window_sums.h"
@@ -10,11 +11,13 @@ namespace zori {
 namespace {
 
 constexpr int strip = TileTransform::strip, element = TileTransform::element;
+constexpr int rowsAhead = 4; // of results, at which sums are fetched into the nearest cache
 
 // What the last step needs to know of a template.
 struct TemplateNumbers {
   float energy;    // |t|^2
   float divisor;   // of the last step, but for the window's share
+  double sum;      // of the samples
   bool clearsFlat; // a window of V = 0 is known to be flat, and its C to be 0
 };
 
@@ -41,40 +44,71 @@ template <class T> struct TemplateSamples {
 
 // ---- Samples of a tile as they enter the transform: (sample - offset) * scale ----
 
+// Bits that are not counted of squares.
+template <class T> constexpr int squaresLost = sizeof(T) == 1 ? 0 : 8;
+
 struct TileNumbers {
-  int offset = 0;  // of integers
-  float scale = 1; // of floats
+  int offset = 0;            // of integers
+  float scale = 1;           // of floats
+  std::uint64_t squares = 0; // of integers less the offset; of 16 bits about
 };
 
 // `rows` rows of 16 samples, `step` bytes apart, to every second half of an element.
-template <class T>
-[[gnu::noinline]] void takeRows(const T* from, std::ptrdiff_t step, int rows, TileNumbers numbers, float* to)
+[[gnu::noinline]] inline void takeRows(const float* from, int step, int rows, TileNumbers& numbers, float* to)
 {
+  const Vec<float> scale = splat(numbers.scale);
   for (int y = 0; y < rows; ++y, to += element) {
-    const char* const p = reinterpret_cast<const char*>(from) + y * step;
-    float* const __restrict row = to;
-#pragma GCC unroll 1
-    for (int i = 0; i < strip; ++i) {
-      const T sample = get<T>(p + i * static_cast<int>(sizeof(T)));
-      if constexpr (std::is_floating_point_v<T>) row[i] = sample * numbers.scale;
-      else row[i] = static_cast<float>(static_cast<int>(sample) - numbers.offset);
+    const float* const p = rowAt(from, step, y);
+    for (int i = 0; i < strip; i += Vec<float>::size) storeAligned(to + i, load<float>(p + i) * scale);
+  }
+}
+template <class T> [[gnu::noinline]] void takeRows(const T* from, int step, int rows, TileNumbers& numbers, float* to)
+{
+  using Pairs = Vec<std::int16_t>;
+  constexpr int lanes = Vec<std::int32_t>::size, mostRows = sizeof(T) == 1 ? 8192 : 64; // before sums could wrap
+  for (int y = 0; y < rows;) {
+    Vec<std::uint32_t> squares = zero<std::uint32_t>();
+    for (const int end = std::min(rows, y + mostRows); y < end; ++y, to += element) {
+      const T* const p = rowAt(from, step, y);
+#pragma GCC unroll 2
+      for (int i = 0; i < strip; i += Pairs::size) {
+        if constexpr (sizeof(T) == 1) {
+          const Pairs x =
+            as<std::int16_t>(loadHalfWidened<T>(p + i)) - splat(static_cast<std::int16_t>(numbers.offset));
+          squares += as<std::uint32_t>(mulAddPairs(x, x));
+          storeAligned(to + i, toFloat(widenLow(x)));
+          storeAligned(to + i + lanes, toFloat(widenHigh(x)));
+        } else { // squares of halves, without their last bits
+          const auto offset = splat<std::int32_t>(numbers.offset);
+          Vec<WiderT<T>> low, high;
+          loadWidened<T>(p + i, low, high);
+          storeAligned(to + i, toFloat(as<std::int32_t>(low) - offset));
+          storeAligned(to + i + lanes, toFloat(as<std::int32_t>(high) - offset));
+          const Pairs x =
+            as<std::int16_t>(shiftRight<1>(load<T>(p + i))) - splat(static_cast<std::int16_t>(numbers.offset >> 1));
+          squares += shiftRight<squaresLost<T> - 2>(as<std::uint32_t>(mulAddPairs(x, x)));
+        }
+      }
     }
+    alignas(32) std::uint32_t each[Vec<std::uint32_t>::size];
+    storeAligned(each, squares);
+    for (const std::uint32_t sum : each) numbers.squares += std::uint64_t{sum} << squaresLost<T>;
   }
 }
 
 // The strip from column x on, as the real or the imaginary parts of `rows` elements.
 template <class T>
-void takeStrip(const TileView<T>& view, std::int64_t x, int rows, TileNumbers numbers, float* to, T* spare)
+void takeStrip(const TileView<T>& view, std::int64_t x, int rows, TileNumbers& numbers, float* to, T* spare)
 {
+  const auto take = [&](const T* p, int step, int y, int count) {
+    float* const first = to + static_cast<std::ptrdiff_t>(y) * element;
+    takeRows(p, step, count, numbers, first);
+  };
   const bool isThere = view.isThere(x, strip);
   const int first = isThere ? view.firstRow(rows) : rows, end = isThere ? view.endRow(rows) : rows;
-  const auto takeOne = [&](int y) {
-    takeRows(view.run(x, y, strip, spare), 0, 1, numbers, to + static_cast<std::ptrdiff_t>(y) * element);
-  };
+  const auto takeOne = [&](int y) { take(view.run(x, y, strip, spare), 0, y, 1); };
   for (int y = 0; y < first; ++y) takeOne(y);
-  if (first < end)
-    takeRows(view.run(x, first, strip, spare), view.image.step, end - first, numbers,
-             to + static_cast<std::ptrdiff_t>(first) * element);
+  if (first < end) take(view.run(x, first, strip, spare), view.image.step, first, end - first);
   for (int y = end; y < rows; ++y) takeOne(y);
 }
 
@@ -185,6 +219,13 @@ public:
     windows_ = threadPlan_.add<float>(row);
     stored_ = threadPlan_.add<D>(row);
     for (auto& part : spare_) part = threadPlan_.add<T>(row);
+    if (isLaidOut())
+      for (auto& part : plane_)
+        part = threadPlan_.add<T>(static_cast<long long>(transform_.width()) * transform_.height());
+    if (!mendsNearlyFlat()) return;
+    for (int c = 0; c < job.processed; ++c)
+      taps_[c] = plan.add<std::int32_t>(TurnedTaps::memoryFor(job.tpl.width, job.tpl.height));
+    for (auto& part : flat_) part = threadPlan_.add<double>(row + TurnedTaps::zeros);
   }
 
   const BlockPlan& threadPlan() const { return threadPlan_; }
@@ -212,6 +253,7 @@ public:
       bool isApart = false;
       for (int k = 0; k < tiles; ++k) {
         view[k] = viewOf(placeOf(number + k), channel);
+        if (isLaidOut()) view[k] = view[k].laidOut(transform_.width(), transform_.height(), plane_[k].in(own));
         if (!bring(view[k], numbers[k], spare_[0].in(own))) isApart = true;
       }
       if (isApart)
@@ -221,7 +263,10 @@ public:
   }
 
 private:
+  // Samples of one of several channels are brought together first.
+  bool isLaidOut() const { return job_.channels > 1 && job_.orderX < 28; }
   bool hasWindows() const { return job_.last != LastStep::Plain; }
+  bool mendsNearlyFlat() const { return std::is_integral_v<T> && job_.last == LastStep::Level; }
 
   void clearTile(void* own) const
   {
@@ -251,7 +296,8 @@ private:
     double mean = 0;
     TemplateNumbers& numbers = numbers_[channel];
     if (job_.last == LastStep::Level) {
-      mean = t.sum([](double v) { return v; }) / samples;
+      numbers.sum = t.sum([](double v) { return v; });
+      mean = numbers.sum / samples;
       const double energy = t.sum([=](double v) { return (v - mean) * (v - mean); });
       numbers.divisor = std::max(job_.floor, static_cast<float>(energy));
       numbers.clearsFlat = std::is_integral_v<T>;
@@ -270,6 +316,15 @@ private:
       transform_.forwardColumns(block_, to);
     }
     transform_.formSpectrum(block_, tile, spectrum_[channel].in(block_));
+    if constexpr (std::is_integral_v<T>)
+      if (mendsNearlyFlat()) turnTaps(t, taps_[channel].in(block_));
+  }
+  static void turnTaps(const TemplateSamples<T>& t, std::int32_t* to)
+  {
+    for (std::int64_t y = 0; y < t.image.height; ++y) {
+      for (std::int64_t x = t.image.width; x-- > 0;) *to++ = t.at(x, y);
+      to = std::fill_n(to, TurnedTaps::zeros, 0);
+    }
   }
 
   // How a tile's samples enter the transform; false when it must go alone.
@@ -286,7 +341,7 @@ private:
       return true;
     }
   }
-  void workTogether(std::int64_t number, int tiles, int channel, const TileView<T>* view, const TileNumbers* numbers,
+  void workTogether(std::int64_t number, int tiles, int channel, const TileView<T>* view, TileNumbers* numbers,
                     void* own) const
   {
     float* const tile = tile_.in(own);
@@ -303,24 +358,38 @@ private:
     transform_.correlateRows(block_, tile, spectrum_[channel].in(block_), set_.in(own));
     const int needed = (std::max(placeOf(number).width, placeOf(number + tiles - 1).width) + strip - 1) / strip;
     for (int s = 0; s < needed; ++s) transform_.inverseColumns(block_, transform_.stripOf(tile, s));
-    for (int k = 0; k < tiles; ++k) finish(placeOf(number + k), channel, view[k], numbers[k], k * strip, own);
+    const std::uint64_t squares = numbers[0].squares + (tiles > 1 ? numbers[1].squares : 0);
+    for (int k = 0; k < tiles; ++k)
+      finish(placeOf(number + k), channel, view[k], numbers[k].scale, squares, k * strip, own);
   }
 
-  void finish(const TilePlace& place, int channel, const TileView<T>& view, const TileNumbers& numbers, int part,
-              void* own) const
+  // `squares`: of all samples that went through the transform, of which the results are part `part`.
+  void finish(const TilePlace& place, int channel, const TileView<T>& view, float scale, std::uint64_t squares,
+              int part, void* own) const
   {
     WindowSums<T> sums(view, static_cast<int>(job_.tpl.width), static_cast<int>(job_.tpl.height), place.width,
                        place.height, job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy,
                        sums_.in(own), transform_.width(), spare_[0].in(own), spare_[1].in(own));
     float *const results = results_.in(own), *const windows = windows_.in(own);
-    const float unscale = 1 / numbers.scale;
+    const float unscale = 1 / scale;
+    const TurnedTaps taps = {taps_[channel].in(block_), static_cast<int>(job_.tpl.width),
+                             static_cast<int>(job_.tpl.height), numbers_[channel].sum};
+    const NearlyFlatWindows<T> nearlyFlat(
+      view, taps, {flat_[0].in(own), reinterpret_cast<std::int32_t*>(flat_[1].in(own))}, spare_[0].in(own),
+      static_cast<float>(static_cast<double>(squares) * nearlyFlatShare));
     for (std::ptrdiff_t y = 0; y < place.height; ++y) {
       if (hasWindows()) sums.row(y, windows);
       for (int x = 0; x < place.width; x += strip) {
         const float* const from = transform_.stripOf(tile_.in(own), x / strip) + y * element + part;
+        prefetch(from + rowsAhead * element);
         for (int i = 0; i < strip; i += Vec<float>::size)
           storeAligned(results + x + i, loadAligned<float>(from + i) * splat(unscale));
       }
+      if constexpr (std::is_integral_v<T>)
+        if (mendsNearlyFlat() && nearlyFlat.areIn(windows, place.width)) {
+          sums.sumsOfSamples(flat_[2].in(own));
+          nearlyFlat.mend(y, windows, flat_[2].in(own), place.width, results);
+        }
       finishRow(job_.last, results, windows, place.width, job_.floor, job_.factor, numbers_[channel]);
       D* const to = job_.result.rows[static_cast<std::ptrdiff_t>(place.y) + y] +
                     static_cast<std::ptrdiff_t>(place.x) * job_.channels + channel;
@@ -339,7 +408,9 @@ private:
   BlockPart<float> tile_, set_, results_, windows_;
   BlockPart<double> sums_;
   BlockPart<D> stored_;
-  BlockPart<T> spare_[2];
+  BlockPart<T> spare_[2], plane_[2];
+  BlockPart<std::int32_t> taps_[4]; // these for windows that are nearly flat
+  BlockPart<double> flat_[3];
 };
 
 constexpr int picosecondsPerValue = 4000; // of a tile, with all that belongs to it

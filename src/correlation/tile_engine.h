@@ -13,6 +13,7 @@
 
 #include "frame/layout.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace zori {
@@ -44,9 +45,11 @@ template <class T, class D> struct CorrelationJob {
   int orderX, orderY;        // tiles of 2^orderX by 2^orderY values
   int tileWidth, tileHeight; // results of a tile
 
-  // Tiles of these orders that hold nothing but windows that lie inside them.
+  // Tiles of these orders that hold nothing but windows that lie inside them; of at least 16 by 16 values, which a
+  // smaller one costs too.
   void useTilesOf(int x, int y)
   {
+    x = std::max(x, 4), y = std::max(y, 4);
     orderX = x, orderY = y;
     tileWidth = x <= 30 ? (1 << x) - static_cast<int>(tpl.width) + 1 : 1;
     tileHeight = y <= 30 ? (1 << y) - static_cast<int>(tpl.height) + 1 : 1;

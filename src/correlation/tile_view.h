@@ -35,6 +35,14 @@ template <class T> struct TileView {
   int firstRow(int rows) const { return static_cast<int>(std::clamp<std::int64_t>(-top, 0, rows)); }
   int endRow(int rows) const { return static_cast<int>(std::clamp<std::int64_t>(height - top, firstRow(rows), rows)); }
 
+  // The same samples as an image of its own of width x height, one channel.
+  TileView laidOut(int w, int h, T* to) const
+  {
+    const TileView image{{to, static_cast<int>(w * sizeof(T))}, w, h, 1, 0, 0};
+    for (std::ptrdiff_t y = 0; y < h; ++y) copyRun(left, top + y, w, to + y * w);
+    return image;
+  }
+
 private:
   void copyRun(std::int64_t x, std::int64_t y, int count, T* spare) const
   {
@@ -45,10 +53,14 @@ private:
     if (end > first) {
       const T* p = image[y] + (x + first) * channels;
       if (channels == 1) std::memcpy(spare + first, p, static_cast<std::size_t>(end - first) * sizeof(T));
-      else
-        for (int i = first; i < end; ++i, p += channels) spare[i] = get<T>(p);
+      else if (channels == 3) pick<3>(p, end - first, spare + first);
+      else pick<4>(p, end - first, spare + first);
     }
     std::fill(spare + end, spare + count, T(0));
+  }
+  template <int apart> static void pick(const T* p, int count, T* __restrict to)
+  {
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = get<T>(p + i * apart);
   }
 };
 

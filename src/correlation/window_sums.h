@@ -3,9 +3,10 @@
 // 8-bit samples under up to 33025 pixels: exact integers, whose order does not matter. Column sums slide down the tile,
 // a window's sum is a difference of prefix sums along the row.
 //
-// All others: double precision in one fixed order. The first window is summed sample by sample; to the right, a window
-// gains the entering column and loses the leaving one; further down, it gains a row and loses one. Squares of 32f
-// samples are single precision, and so is the difference of the two that change places; integers are exact.
+// All others: chains of sums in one fixed order. The first window is summed sample by sample; to the right, a window
+// gains the entering column and loses the leaving one; further down, it gains a row and loses one. Sums of integers are
+// 64-bit integers, and exact; those of 32f doubles, where squares are single precision, and so is the difference of the
+// two that change places.
 #pragma once
 
 #include "frame/arena.h"
@@ -18,6 +19,35 @@ namespace {
 
 // Which number of a window is wanted: the sum of squares, or the squares of what differs from the window's mean.
 enum class WindowSum { Energy, Deviation };
+
+// Lane k becomes the sum of lanes 0 to k and of `before`, which has the sum of all that stands in front in every lane;
+// then it has the sum of this vector, too.
+inline Vec<std::int32_t> runningSums(Vec<std::int32_t> a, Vec<std::int32_t>& before)
+{
+  const auto ones = splat<std::uint64_t>(-1), upper = interleaveLowLocal(zero<std::uint64_t>(), ones);
+  a += as<std::int32_t>(shiftLeft<32>(as<std::uint64_t>(a)));
+  a += shuffleLocal<1, 1, 1, 1>(a) & as<std::int32_t>(upper);
+  const auto ofQuarters = shuffleLocal<3, 3, 3, 3>(a);
+#if ZORI_VECTOR_BYTES == 32
+  const auto swapped = shuffleQuarters<1, 0, 3, 2>(ofQuarters);
+  a += (swapped & joined(zero<std::int32_t, 16>(), splat<std::int32_t, 16>(-1))) + before;
+  before += ofQuarters + swapped;
+#else
+  a += before;
+  before += ofQuarters;
+#endif
+  return a;
+}
+// All lanes of 16 bytes, widened, in one vector or in two: f(number of the first lane, vector).
+template <class T, class F> inline void forEachWidened(Vec<T, 16> a, F f)
+{
+#if ZORI_VECTOR_BYTES == 32
+  f(0, widened(a));
+#else
+  f(0, widenLow(a));
+  f(Vec<WiderT<T>>::size, widenHigh(a));
+#endif
+}
 
 template <class T> class WindowSums {
 public:
@@ -39,14 +69,18 @@ public:
   // The sums of row y of windows, rows in turn from 0 on. There is room up to a multiple of 16.
   void row(std::int64_t y, float* sums)
   {
-    if (byIntegers_) rowByIntegers(y, sums);
-    else rowByDoubles(y, sums);
+    if constexpr (sizeof(T) == 1)
+      if (byIntegers_) return rowByIntegers(y, sums);
+    rowByChains(y, sums);
   }
   // Of the row that was last asked for, if deviations are wanted: the sums of the samples themselves.
   void sumsOfSamples(double* sums) const
   {
-    const std::uint32_t* const s = reinterpret_cast<const std::uint32_t*>(row_[2]);
-    for (int x = 0; x < columns_; ++x) sums[x] = byIntegers_ ? static_cast<std::int32_t>(s[x + w_] - s[x]) : row_[0][x];
+    const std::uint32_t* const s = firstColumns(0);
+    if (byIntegers_)
+      for (int x = 0; x < columns_; ++x) sums[x] = static_cast<std::int32_t>(s[x + w_] - s[x]);
+    else
+      for (int x = 0; x < columns_; ++x) sums[x] = static_cast<double>(chain(0)[x]);
   }
 
 private:
@@ -56,23 +90,34 @@ private:
 
   // ---- Integers ----
 
+  // Column sums stand in rows 0 and 1, sums of the first columns of the row asked for and of the next one behind them:
+  // what has just been stored is slow to load at other places, so the next row is summed first.
   void rowByIntegers(std::int64_t y, float* sums)
+  {
+    if (y == 0) sumColumns(0);
+    if (y + 1 < rows_) sumColumns(y + 1);
+    isOdd_ = y % 2 != 0;
+    const std::uint32_t *const s = firstColumns(0), *const q = firstColumns(1);
+    if (wanted_ == WindowSum::Energy) energies(q, q + w_, sums, columns_);
+    else deviations(s, s + w_, q, q + w_, sums, columns_, area_);
+  }
+  void sumColumns(std::int64_t y)
   {
     std::int32_t* const s = reinterpret_cast<std::int32_t*>(row_[0]);
     std::int32_t* const q = reinterpret_cast<std::int32_t*>(row_[1]);
-    if (y == 0) {
+    const T* const entering = view_.run(0, y + h_ - 1, samples_, entering_);
+    const T* leaving = entering; // nothing changes
+    if (y > 0) {
+      leaving = view_.run(0, y - 1, samples_, leaving_);
+    } else {
       std::fill(s, s + samples_, 0);
       std::fill(q, q + samples_, 0);
-      for (int j = 0; j < h_; ++j) addRow(view_.run(0, j, samples_, entering_), s, q, samples_);
-    } else {
-      slide(view_.run(0, y + h_ - 1, samples_, entering_), view_.run(0, y - 1, samples_, leaving_), s, q, samples_);
+      for (int j = 0; j < h_; ++j) addRow(view_.run(0, j, samples_, leaving_), s, q, samples_);
     }
-    std::uint32_t* const sTo = reinterpret_cast<std::uint32_t*>(row_[2]);
-    std::uint32_t* const qTo = reinterpret_cast<std::uint32_t*>(row_[3]);
-    prefix(s, sTo, q, qTo, samples_);
-    if (wanted_ == WindowSum::Energy) energies(qTo, qTo + w_, sums, columns_);
-    else deviations(sTo, sTo + w_, qTo, qTo + w_, sums, columns_, area_);
+    isOdd_ = y % 2 != 0;
+    slide(entering, leaving, s, q, firstColumns(0), firstColumns(1), samples_);
   }
+  std::uint32_t* firstColumns(int k) const { return reinterpret_cast<std::uint32_t*>(row_[isOdd_ ? 4 + k : 2 + k]); }
 
   [[gnu::noinline]] static void addRow(const T* in, std::int32_t* __restrict s, std::int32_t* __restrict q, int n)
   {
@@ -82,28 +127,33 @@ private:
       q[x] += a * a;
     }
   }
-  [[gnu::noinline]] static void slide(const T* in, const T* out, std::int32_t* __restrict s, std::int32_t* __restrict q,
-                                      int n)
+  // Column sums gain one sample and lose one; to[x] is the sum of the first x columns. It may wrap, differences do not.
+  [[gnu::noinline]] static void slide(const T* in, const T* out, std::int32_t* s, std::int32_t* q, std::uint32_t* sTo,
+                                      std::uint32_t* qTo, int n)
   {
-    for (int x = 0; x < n; ++x) {
+    using Sums = Vec<std::int32_t>;
+    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
+    Sums sBefore = zero<std::int32_t>(), qBefore = sBefore;
+    sTo[0] = qTo[0] = 0;
+    int x = 0;
+    for (; x + 8 <= n; x += 8)
+      forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
+        const auto pairs = as<std::int16_t>(widened);
+        const int at = x + lane / 2;
+        const Sums sNow = load<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
+        const Sums qNow = load<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
+        store(s + at, sNow);
+        store(q + at, qNow);
+        store(sTo + at + 1, runningSums(sNow, sBefore));
+        store(qTo + at + 1, runningSums(qNow, qBefore));
+      });
+    for (; x < n; ++x) {
       const int a = get<T>(in + x), b = get<T>(out + x);
       s[x] += a - b;
       q[x] += a * a - b * b;
+      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
+      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
     }
-  }
-  // to[x] is the sum of the first x; it may wrap, differences do not.
-  [[gnu::noinline]] static void prefix(const std::int32_t* __restrict s, std::uint32_t* __restrict sTo,
-                                       const std::int32_t* __restrict q, std::uint32_t* __restrict qTo, int n)
-  {
-    std::uint32_t a = 0, b = 0;
-    for (int x = 0; x < n; ++x) {
-      sTo[x] = a;
-      qTo[x] = b;
-      a += static_cast<std::uint32_t>(s[x]);
-      b += static_cast<std::uint32_t>(q[x]);
-    }
-    sTo[n] = a;
-    qTo[n] = b;
   }
   [[gnu::noinline]] static void energies(const std::uint32_t* q0, const std::uint32_t* q1, float* __restrict to, int n)
   {
@@ -122,27 +172,32 @@ private:
     }
   }
 
-  // ---- Doubles ----
+  // ---- Chains ----
 
-  static double square(T a)
+  using Sum = std::conditional_t<std::is_integral_v<T>, std::int64_t, double>;
+  static_assert(sizeof(Sum) == sizeof(double));
+
+  Sum* chain(int k) const { return reinterpret_cast<Sum*>(row_[k]); }
+  // Squares of integers fit 32 bits without a sign.
+  static auto square(T a)
   {
     if constexpr (std::is_floating_point_v<T>) return a * a;
-    else return static_cast<double>(a) * a;
+    else return static_cast<std::uint32_t>(std::int32_t{a}) * static_cast<std::uint32_t>(std::int32_t{a});
   }
-  static double squareChange(T in, T out)
+  static Sum squareChange(T in, T out)
   {
     if constexpr (std::is_floating_point_v<T>) return in * in - out * out;
-    else return static_cast<double>(in) * in - static_cast<double>(out) * out;
+    else return static_cast<Sum>(square(in)) - static_cast<Sum>(square(out));
   }
 
   // Sums stand in rows 0 and 1; behind them, what the next rows of windows gain in samples and in squares.
-  double* changeOfSamples(int k) { return row_[2 + k]; }
-  double* changeOfSquares(int k) { return row_[2 + rowsAhead + k]; }
+  Sum* changeOfSamples(int k) const { return chain(2 + k); }
+  Sum* changeOfSquares(int k) const { return chain(2 + rowsAhead + k); }
   bool hasSamples() const { return wanted_ == WindowSum::Deviation; }
 
-  void rowByDoubles(std::int64_t y, float* sums)
+  void rowByChains(std::int64_t y, float* sums)
   {
-    double *const s = row_[0], *const q = row_[1];
+    Sum *const s = chain(0), *const q = chain(1);
     if (y == 0) {
       sumFirstRow(s, q);
     } else {
@@ -158,11 +213,11 @@ private:
     wantedOf(s, q, sums);
   }
 
-  void sumFirstRow(double* s, double* q)
+  void sumFirstRow(Sum* s, Sum* q)
   {
-    double s0 = 0, q0 = 0, *const sChange = changeOfSamples(0), *const qChange = changeOfSquares(0);
-    std::fill(sChange, sChange + columns_, 0.0);
-    std::fill(qChange, qChange + columns_, 0.0);
+    Sum s0 = 0, q0 = 0, *const sChange = changeOfSamples(0), *const qChange = changeOfSquares(0);
+    std::fill(sChange, sChange + columns_, Sum(0));
+    std::fill(qChange, qChange + columns_, Sum(0));
     for (int j = 0; j < h_; ++j) {
       const T* const p = view_.run(0, j, samples_, entering_);
       for (int i = 0; i < w_; ++i) {
@@ -183,62 +238,79 @@ private:
   // Of N rows of windows from y on, side by side: each is a chain of sums along the row.
   template <int N> void formChanges(std::int64_t y, int first = 0)
   {
-    double *s[N], *q[N];
+    Sum *s[N], *q[N];
     for (int k = 0; k < N; ++k) {
       s[k] = changeOfSamples(first + k), q[k] = changeOfSquares(first + k);
       const T* const in = view_.run(0, y + k + h_ - 1, samples_, entering_);
       const T* const out = view_.run(0, y + k - 1, samples_, leaving_);
-      std::fill(s[k], s[k] + samples_, 0.0);
-      std::fill(q[k], q[k] + samples_, 0.0);
+      std::fill(s[k], s[k] + samples_, Sum(0));
+      std::fill(q[k], q[k] + samples_, Sum(0));
       addChanges(in, out, s[k], q[k], samples_);
     }
     if (hasSamples()) slideAlong(s, w_, columns_);
     slideAlong(q, w_, columns_);
   }
   // row[k][x] becomes the sum of w from there on.
-  template <int N> [[gnu::noinline]] static void slideAlong(double* const (&row)[N], int w, int columns)
+  template <int N> [[gnu::noinline]] static void slideAlong(Sum* const (&row)[N], int w, int columns)
   {
-    double sum[N] = {};
+    Sum sum[N] = {};
     for (int i = 0; i < w; ++i)
       for (int k = 0; k < N; ++k) sum[k] += row[k][i];
     for (int x = 0; x + 1 < columns; ++x)
       for (int k = 0; k < N; ++k) {
-        const double was = row[k][x];
+        const Sum was = row[k][x];
         row[k][x] = sum[k];
         sum[k] += row[k][x + w] - was;
       }
     for (int k = 0; k < N; ++k) row[k][columns - 1] = sum[k];
   }
-  static void add(double* __restrict to, const double* from, int n)
+  static void add(Sum* __restrict to, const Sum* from, int n)
   {
     for (int x = 0; x < n; ++x) to[x] += from[x];
   }
 
-  [[gnu::noinline]] static void addChanges(const T* in, const T* out, double* __restrict s, double* __restrict q, int n)
+  [[gnu::noinline]] static void addChanges(const T* in, const T* out, Sum* __restrict s, Sum* __restrict q, int n)
   {
     for (int x = 0; x < n; ++x) {
       const T a = get<T>(in + x), b = get<T>(out + x);
-      s[x] += static_cast<double>(a) - static_cast<double>(b);
+      s[x] += static_cast<Sum>(a) - static_cast<Sum>(b);
       q[x] += squareChange(a, b);
     }
   }
 
-  [[gnu::noinline]] void wantedOf(const double* s, const double* q, float* __restrict to) const
+  [[gnu::noinline]] void wantedOf(const Sum* s, const Sum* q, float* __restrict to) const
   {
     const int n = columns_;
     if (wanted_ == WindowSum::Energy)
       for (int x = 0; x < n; ++x) to[x] = static_cast<float>(q[x]);
     else if constexpr (std::is_floating_point_v<T>)
       for (int x = 0; x < n; ++x) to[x] = static_cast<float>(q[x] - s[x] * s[x] / area_);
+    else if (area_ * area_ * mostSquare <= 0x1p53)
+      for (int x = 0; x < n; ++x) {
+        const double sum = static_cast<double>(s[x]);
+        to[x] = static_cast<float>((area_ * static_cast<double>(q[x]) - sum * sum) / area_);
+      }
     else
-      for (int x = 0; x < n; ++x) to[x] = static_cast<float>((area_ * q[x] - s[x] * s[x]) / area_);
+      for (int x = 0; x < n; ++x) to[x] = deviationOf(s[x], q[x]);
   }
+  // The squares of what differs from a whole number m close to the mean, less what they owe to its not being the mean.
+  float deviationOf(std::int64_t s, std::int64_t q) const
+  {
+    const double perArea = 1 / area_;
+    const std::int64_t m = static_cast<std::int64_t>(static_cast<double>(s) * perArea);
+    const std::int64_t left = s - m * (static_cast<std::int64_t>(w_) * h_);
+    const std::uint64_t squares =
+      static_cast<std::uint64_t>(q) - static_cast<std::uint64_t>(m) * static_cast<std::uint64_t>(s + left);
+    return static_cast<float>(static_cast<double>(static_cast<std::int64_t>(squares)) -
+                              static_cast<double>(left) * static_cast<double>(left) * perArea);
+  }
+  static constexpr double mostSquare = sizeof(T) == 1 ? 255.0 * 255 : 65535.0 * 65535;
 
   TileView<T> view_;
   int w_, h_, columns_, rows_, samples_;
   WindowSum wanted_;
   double area_;
-  bool byIntegers_;
+  bool byIntegers_, isOdd_ = false; // the latter of the row of windows
   T *entering_, *leaving_;
   double* row_[doubleRows];
 };

@@ -232,7 +232,7 @@ TestImage<Zor8u> naturalScene(int width, int height)
   TestImage<Zor8u> image(width, height);
   Noise noise(21);
   image.fill([&](int x, int y, int) {
-    if (y < height / 3) return x < width / 2 ? 207.0 : 207.0 - (noise.bits() % 300 == 0); // a bright sky
+    if (y < height / 3) return x < width / 2 ? 255.0 : 255.0 - (noise.bits() % 300 == 0); // a clipped sky
     if (x > width * 3 / 4 && y > height * 3 / 4) return 0.0;                              // a shadow
     if ((x - width / 3) * (x - width / 3) + (y - height / 2) * (y - height / 2) < height * height / 30) return 181.0;
     return 90 + 50 * std::sin(x * 0.05) * std::cos(y * 0.07) + 40 * noise.uniform();
@@ -267,6 +267,100 @@ TEST(Accuracy, Level8uInFlatRegions)
       }
     }
   }
+}
+
+// Pictures of full contrast with lights and shadows clipped to large flat regions, here and there a sample off by one:
+// windows that hold one or a few of those, under templates of all sizes.
+template <class T> class NearlyFlat : public testing::Test {};
+using IntegerTypes = testing::Types<Zor8u, Zor8s, Zor16u>;
+TYPED_TEST_SUITE(NearlyFlat, IntegerTypes);
+
+TYPED_TEST(NearlyFlat, WindowsOfClippedScenes)
+{
+  using T = TypeParam;
+  const auto sample = [](int v) { return sizeof(T) == 2 ? 257 * v : std::is_signed_v<T> ? v - 128 : v; };
+  TestImage<T> src(420, 360);
+  Noise noise(77);
+  src.fill([&](int x, int y, int) {
+    const double v = 128 + 320 * std::sin(x * 0.021 + y * 0.004) * std::cos(y * 0.017) + 8 * noise.uniform();
+    const int off = noise.bits() % 900 == 0;
+    return sample(v >= 255 ? 255 - off : v <= 0 ? off : static_cast<int>(v));
+  });
+  const Plane s(src, 0);
+  for (ZorImgSize t : {ZorImgSize{9, 6}, ZorImgSize{32, 32}, ZorImgSize{61, 64}, ZorImgSize{85, 30}}) {
+    SCOPED_TRACE(std::to_string(t.width) + "x" + std::to_string(t.height));
+    TestImage<T> tpl(t.width, t.height);
+    tpl.fill([&](int x, int y, int) { return src.get(x + 150, y + 140); });
+    const Plane p(tpl, 0);
+    const ZorImgSize size = sizeOf(Extent::Valid, src.size, t);
+    TestImage<Zor32f> dst(size.width, size.height), shared(size.width, size.height);
+    const auto run = [&](const TestImage<Zor32f>& to) {
+      ASSERT_EQ(formsOf<T>()[static_cast<int>(Extent::Valid)].level[0](src.data(), src.step, src.size, tpl.data(),
+                                                                       tpl.step, t, to.data(), to.step),
+                ZorOk);
+    };
+    run(dst);
+    const int most = omp_get_max_threads();
+    zoriTestShareAllWork(1);
+    omp_set_num_threads(3);
+    run(shared);
+    omp_set_num_threads(most);
+    zoriTestShareAllWork(0);
+    EXPECT_EQ(dst.all(), shared.all());
+
+    int flat = 0;
+    for (int k = 0; k < 3000; ++k) {
+      const int x = static_cast<int>(noise.bits() % static_cast<unsigned>(size.width));
+      const int y = static_cast<int>(noise.bits() % static_cast<unsigned>(size.height));
+      int unlike = 0;
+      for (int j = 0; j < t.height && unlike <= 40; ++j)
+        for (int i = 0; i < t.width; ++i) unlike += s(x + i, y + j) != s(x, y);
+      if (unlike > 40 && k % 50 != 0) continue;
+      if (unlike > 0 && unlike <= 40) ++flat;
+      ASSERT_NEAR(dst.get(x, y), measured(s, p, x, y, Measure::Level, 1).value, 1.5e-4)
+        << x << "," << y << " " << unlike;
+    }
+    EXPECT_GT(flat, 20);
+  }
+}
+
+// A large template, a scene half of which is clipped: two more samples off by one in a window that is flat otherwise.
+TEST(NearlyFlat8u, LargeTemplate)
+{
+  const ZorImgSize s = {500, 420}, t = {200, 190}, size = sizeOf(Extent::Valid, s, t);
+  TestImage<Zor8u> src(s.width, s.height), tpl(t.width, t.height);
+  Noise noise(5);
+  src.fill(
+    [&](int x, int y, int) { return x < 260 && y < 250 ? 255 - (x * 7 + y * 3 == 1500) : noise.bits() % 2 * 255; });
+  tpl.fill([&](int x, int y, int) { return src.get(x + 290, y + 120); });
+  TestImage<Zor32f> dst(size.width, size.height);
+  ASSERT_EQ(
+    zoriCrossCorrValid_NormLevel_8u32f_C1R(src.data(), src.step, s, tpl.data(), tpl.step, t, dst.data(), dst.step),
+    ZorOk);
+  const Plane p(src, 0), q(tpl, 0);
+  for (int y = 0; y < 60; y += 6)
+    for (int x = 0; x < 60; x += 7)
+      ASSERT_NEAR(dst.get(x, y), measured(p, q, x, y, Measure::Level, 1).value, 1e-6) << x << "," << y;
+}
+
+// Window sums of 16u are exact where doubles could not hold them.
+TEST(NearlyFlat16u, OneSampleIsOff)
+{
+  const ZorImgSize s = {380, 330}, t = {300, 310}, size = sizeOf(Extent::Valid, s, t);
+  TestImage<Zor16u> src(s.width, s.height), tpl(t.width, t.height);
+  src.fill([&](int x, int y, int) { return x == 150 && y == 160 ? 65534 : 65535; });
+  fillWithNoise(tpl, 6);
+  TestImage<Zor32f> dst(size.width, size.height);
+  ASSERT_EQ(
+    zoriCrossCorrValid_NormLevel_16u32f_C1R(src.data(), src.step, s, tpl.data(), tpl.step, t, dst.data(), dst.step),
+    ZorOk);
+  const Plane p(tpl, 0);
+  const double mean = p.sum() / (300 * 310), norm = std::sqrt(p.energy() - mean * p.sum());
+  for (int y = 0; y < size.height; ++y)
+    for (int x = 0; x < size.width; ++x) {
+      const double exact = -(p(150 - x, 160 - y) - mean) / norm;
+      ASSERT_NEAR(dst.get(x, y), exact, 1e-4 * std::abs(exact) + 1e-9) << x << "," << y;
+    }
 }
 
 // The floor of denominators: a flat window gives a small number, a flat template too.
