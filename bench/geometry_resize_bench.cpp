@@ -1,4 +1,5 @@
-// Benchmarks of resizing. The larger image of a case has the size that is told.
+// Benchmarks of resizing. Of large cases the larger image has 1920x1080 pixels, of those in the cache the result
+// 240x240, as the yardsticks have it.
 #include "harness.h"
 #include "zori/geometry.h"
 
@@ -62,17 +63,20 @@ Run resize(Resize<T> function, int channels, ZorImgSize srcSize, ZorImgSize dstS
           [=] { naive(src, dst, factor, interpolation); }};
 }
 
+ZorImgSize sourceFor(ZorImgSize result, double factor) { return scaled(result, 1 / factor); }
+
 // 1920x1080 and 240x240.
 template <class T>
 void both(Group& g, const std::string& name, Resize<T> function, int channels, double factor, int interpolation)
 {
-  const auto make = [=](ZorImgSize larger) {
+  g.at(name, bench::large, [=](ZorImgSize larger) {
     const ZorImgSize smaller = scaled(larger, factor > 1 ? 1 / factor : factor);
     return factor > 1 ? resize<T>(function, channels, smaller, larger, factor, interpolation)
                       : resize<T>(function, channels, larger, smaller, factor, interpolation);
-  };
-  g.at(name, bench::large, make);
-  g.at(name + " 240", {240, 240}, make);
+  });
+  g.at(name + " 240", {240, 240}, [=](ZorImgSize result) {
+    return resize<T>(function, channels, sourceFor(result, factor), result, factor, interpolation);
+  });
 }
 
 std::shared_ptr<std::vector<Zor8u>> workMemory(ZorImgSize dstSize, int channels, int interpolation)
@@ -84,8 +88,7 @@ std::shared_ptr<std::vector<Zor8u>> workMemory(ZorImgSize dstSize, int channels,
 
 void square(Group& g, const std::string& name, double factor, int interpolation)
 {
-  const auto make = [=](ZorImgSize srcSize) {
-    const ZorImgSize dstSize = scaled(srcSize, factor);
+  const auto make = [=](ZorImgSize srcSize, ZorImgSize dstSize) {
     const Image<Zor8u> src(srcSize), dst(dstSize);
     const auto memory = workMemory(dstSize, 1, interpolation);
     return Run{src.bytes(), dst.bytes(),
@@ -96,8 +99,8 @@ void square(Group& g, const std::string& name, double factor, int interpolation)
                },
                [=] { naive(src, dst, factor, ZORI_INTER_LINEAR); }};
   };
-  g.at(name, bench::large, make);
-  g.at(name + " 240", {240, 240}, make);
+  g.at(name, bench::large, [=](ZorImgSize size) { return make(size, scaled(size, factor)); });
+  g.at(name + " 240", {240, 240}, [=](ZorImgSize size) { return make(sourceFor(size, factor), size); });
 }
 
 } // namespace
@@ -106,10 +109,15 @@ static const Group group("resize", [](Group& g) {
   constexpr double third = 1.0 / 3, twoThirds = 2.0 / 3;
   both<Zor8u>(g, "Resize NN 8u C1 up 2", zoriResize_8u_C1R, 1, 2, ZORI_INTER_NN);
   both<Zor8u>(g, "Resize NN 8u C1 up 1.5", zoriResize_8u_C1R, 1, 1.5, ZORI_INTER_NN);
+  both<Zor8u>(g, "Resize NN 8u C3 up 1.5", zoriResize_8u_C3R, 3, 1.5, ZORI_INTER_NN);
+  both<Zor8u>(g, "Resize NN 8u C1 down 2/3", zoriResize_8u_C1R, 1, twoThirds, ZORI_INTER_NN);
+  both<Zor32f>(g, "Resize NN 32f C1 up 1.5", zoriResize_32f_C1R, 1, 1.5, ZORI_INTER_NN);
+  both<Zor8u>(g, "Resize linear 8u C1 up 2 (row kernels)", zoriResize_8u_C1R, 1, 2, ZORI_INTER_LINEAR);
+  both<Zor8u>(g, "Resize linear 8u C1 down 2/3 (row kernels)", zoriResize_8u_C1R, 1, twoThirds, ZORI_INTER_LINEAR);
   both<Zor8u>(g, "Resize linear 8u C1 up 2", zoriResize_8u_C1R, 1, 2, ZORI_INTER_LINEAR);
   both<Zor8u>(g, "Resize linear 8u C1 down 2/3", zoriResize_8u_C1R, 1, twoThirds, ZORI_INTER_LINEAR);
-  g.at("Resize linear 8u C1 256 to 384", {256, 256}, [](ZorImgSize size) {
-    return resize<Zor8u>(zoriResize_8u_C1R, 1, size, {384, 384}, 1.5, ZORI_INTER_LINEAR);
+  g.at("Resize linear 8u C1 256 to 384", {384, 384}, [](ZorImgSize size) {
+    return resize<Zor8u>(zoriResize_8u_C1R, 1, {256, 256}, size, 1.5, ZORI_INTER_LINEAR);
   });
   both<Zor8u>(g, "Resize linear 8u C3 down 2/3", zoriResize_8u_C3R, 3, twoThirds, ZORI_INTER_LINEAR);
   both<Zor8u>(g, "Resize linear 8u C4 up 1.5 (row kernels)", zoriResize_8u_C4R, 4, 1.5, ZORI_INTER_LINEAR);
@@ -120,8 +128,12 @@ static const Group group("resize", [](Group& g) {
   both<Zor8u>(g, "Resize Lanczos 8u C1 up 2 (6 : 8 taps)", zoriResize_8u_C1R, 1, 2, ZORI_INTER_LANCZOS);
   both<Zor8u>(g, "Resize Lanczos 8u C3 down 2/3 (6 : 8)", zoriResize_8u_C3R, 3, twoThirds, ZORI_INTER_LANCZOS);
   both<Zor8u>(g, "Resize area 8u C1 down 1/2", zoriResize_8u_C1R, 1, 0.5, ZORI_INTER_SUPER);
+  both<Zor8u>(g, "Resize area 8u C1 down 1/2 (row kernels)", zoriResize_8u_C1R, 1, 0.5, ZORI_INTER_SUPER);
+  both<Zor8u>(g, "Resize area 8u C1 down 1/3 (row kernels)", zoriResize_8u_C1R, 1, third, ZORI_INTER_SUPER);
   both<Zor8u>(g, "Resize area 8u C3 down 1/3", zoriResize_8u_C3R, 3, third, ZORI_INTER_SUPER);
   both<Zor8u>(g, "Resize area 8u C1 down 2/3", zoriResize_8u_C1R, 1, twoThirds, ZORI_INTER_SUPER);
+  both<Zor8u>(g, "Resize area 8u C3 down 2/3", zoriResize_8u_C3R, 3, twoThirds, ZORI_INTER_SUPER);
+  both<Zor32f>(g, "Resize area 32f C1 down 2/3", zoriResize_32f_C1R, 1, twoThirds, ZORI_INTER_SUPER);
   both<Zor32f>(g, "Resize area 32f C1 down 1/2", zoriResize_32f_C1R, 1, 0.5, ZORI_INTER_SUPER);
   square(g, "ResizeSqrPixel linear 8u C1 down 2/3", twoThirds, ZORI_INTER_LINEAR);
   square(g, "ResizeSqrPixel cubic 8u C1 down 2/3", twoThirds, ZORI_INTER_CUBIC);

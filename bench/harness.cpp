@@ -99,7 +99,7 @@ Yardstick yardstickOf(const std::string& name)
       Yardstick& large = found[fields[0] + "/" + fields[1]];
       large.copies = slow;
       if (fields[3] == "own") large.cycles = cycles;
-      else found[fields[0] + "/" + fields[1] + " 256"].cycles = cycles;
+      else found[fields[0] + "/" + fields[1] + " " + fields[3].substr(0, fields[3].find('x'))].cycles = cycles;
     }
     return found;
   }();

@@ -15,7 +15,8 @@ set(ZORI_FILES_OF_32_BYTES
   filter/gradients.cpp filter/median.cpp filter/median_color.cpp filter/median_shapes.cpp filter/median_square.cpp
   filter/morphology.cpp filter/morphology_extremes.cpp filter/sharpening.cpp filter/smoothing.cpp
   filter/wiener.cpp
-  geometry/resize_weighted.cpp
+  geometry/remap.cpp geometry/resize_linear.cpp geometry/resize_nearest.cpp geometry/resize_super.cpp
+  geometry/resize_weighted.cpp geometry/sampling.cpp geometry/warp_frame.cpp
   point/compare.cpp point/threshold.cpp
   rowkernels/exp_log.cpp
   spectral/dct.cpp spectral/image_transform.cpp spectral/lane_transform.cpp spectral/spectrum_polar.cpp
@@ -64,7 +65,9 @@ if(sources_of_the_base)
 endif()
 target_compile_options(zori_wide_16 PRIVATE ${ZORI_WIDE_OPTIONS})
 target_compile_options(zori_wide_32 PRIVATE ${ZORI_WIDE_OPTIONS})
-target_compile_options(zori_wide_32 PRIVATE $<$<CXX_COMPILER_ID:GNU>:-mmove-max=256 -mstore-max=256>) # of structs
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12)
+  target_compile_options(zori_wide_32 PRIVATE -mmove-max=256 -mstore-max=256) # of structs
+endif()
 target_compile_definitions(zori_wide_32 PRIVATE ZORI_VECTOR_BYTES=32)
 
 add_library(zori_wide SHARED ${wide_objects} $<TARGET_OBJECTS:zori_variant>)

@@ -149,7 +149,7 @@ template <class T, int Side> [[gnu::noinline]] void choose(Strip<T, Side>& strip
         if (r + c == 0) least = sum;
         else {
           const Vec<D> less = greater(least, sum);
-          least = select(less, sum, least);
+          least = min(sum, least); // of floats as `less` says: the second operand where neither is less
           best = select(less, number(r * Side + c), best);
         }
       }

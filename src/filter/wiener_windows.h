@@ -376,28 +376,38 @@ private:
     }
   }
 
-  // Sums over the width of the window, beginning at column i.
-  template <class N> void overWidth(const N* columns, std::ptrdiff_t i, Block<N>& sums) const
+  // Sums over so many columns, beginning at p.
+  template <class N> void overWidth(const N* p, int width, Block<N>& sums) const
   {
     constexpr int vectors = block / Vec<N>::size;
-    const N* p = columns + i;
+    const std::ptrdiff_t step = windows_.channels;
     for (int k = 0; k < vectors; ++k) sums[k] = load<N>(p + k * Vec<N>::size);
-    if (Kind::isForAny && isSliding_) return;
-    for (int column = 1; column < windows_.mask.width; ++column) {
-      p += windows_.channels;
+    for (int column = 1; column < width; ++column) {
+      p += step;
       for (int k = 0; k < vectors; ++k) sums[k] += load<N>(p + k * Vec<N>::size);
     }
   }
 
-  ZORI_ONE_COPY void finish()
+  // The usual widths have loops of their own.
+  void finish()
+  {
+    const int width = Kind::isForAny && isSliding_ ? 1 : windows_.mask.width;
+    switch (width) {
+    case 3: return finish(std::integral_constant<int, 3>{});
+    case 5: return finish(std::integral_constant<int, 5>{});
+    case 7: return finish(std::integral_constant<int, 7>{});
+    default: return finish(width);
+    }
+  }
+  template <class Width> ZORI_ONE_COPY void finish(Width width)
   {
     const Kind kind = kind_;
     for (std::ptrdiff_t i = 0; i < length_; i += block) {
       Block<SampleSum> samples;
       Block<SquareSum> squares;
       Results results;
-      overWidth(samples_, i, samples);
-      overWidth(squares_, i, squares);
+      overWidth(samples_ + i, width, samples);
+      overWidth(squares_ + i, width, squares);
       kind.finish(samples, squares, results);
       for (int k = 0; k < 2; ++k) {
         store(means_ + i + k * Vec<float>::size, results.mean[k]);

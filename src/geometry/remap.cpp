@@ -3,6 +3,7 @@
 // A pixel whose coordinates lie outside the region, or are not numbers, is not written. A block of columns is placed as
 // if all were valid, and the kernels of the warps go over it when that was so; otherwise over the runs of valid ones.
 #include "frame/parallel.h"
+#include "sampling_place.h"
 #include "warp.h"
 #include "zori/geometry.h"
 
@@ -28,7 +29,7 @@ struct Bounds {
 class Extent {
 public:
   explicit Extent(const Zor32f* map) : least_(load<float>(map)), greatest_(least_), none_(zero<float>()) {}
-  void add(F32x4 x)
+  void add(Vec<float> x)
   {
     least_ = min(least_, x);
     greatest_ = max(greatest_, x);
@@ -42,7 +43,7 @@ public:
   bool isBefore(float end) const { return moveMask(notLess(greatest_, splat(end))) == 0; }
 
 private:
-  F32x4 least_, greatest_, none_;
+  Vec<float> least_, greatest_, none_;
 };
 
 // The form of a method for points before the last column and row.
@@ -54,18 +55,21 @@ constexpr Method innerOf(Method m)
 // Of some points: one at least is not valid, all are, or the inner kernel may have them besides.
 enum class Whereabouts { Outside, Valid, Inner };
 
-// Places the points of four columns or more as if all were valid, and tells whether they are. Those of inner methods
+constexpr int leastPlaced = Vec<float>::size;
+
+// Places the points of so many columns or more as if all were valid, and tells whether they are. Those of inner methods
 // are placed where the answer is Inner, others where it is not Outside.
 template <Method M>
 [[gnu::noinline]] Whereabouts place(const Source& source, const Zor32f* xMap, const Zor32f* yMap, int columns,
                                     const Bounds& bounds, Points& points)
 {
+  const UpperHalvesCleared atTheEnd;
   const Placer<M> placer(source);
   const float scale = static_cast<float>(1 << fractionBits(M));
   Extent across(xMap), down(yMap);
-  for (int done = 0; done < columns; done += 4) {
-    const int i = std::min(done, columns - 4);
-    const F32x4 x = load<float>(xMap + i), y = load<float>(yMap + i);
+  for (int done = 0; done < columns; done += leastPlaced) {
+    const int i = std::min(done, columns - leastPlaced);
+    const Vec<float> x = load<float>(xMap + i), y = load<float>(yMap + i);
     across.add(x);
     down.add(y);
     placer.placeInside(points, 0, i, x * splat(scale), y * splat(scale));
@@ -92,11 +96,11 @@ bool isValid(const Zor32f* xMap, const Zor32f* yMap, int i, const Bounds& bounds
 [[gnu::noinline]] void findValid(const Zor32f* xMap, const Zor32f* yMap, int columns, const Bounds& bounds,
                                  std::uint8_t* valid)
 {
-  const F32x4 left = splat(bounds.left), right = splat(bounds.right);
-  const F32x4 top = splat(bounds.top), bottom = splat(bounds.bottom);
+  const F32x4 left = splat16(bounds.left), right = splat16(bounds.right);
+  const F32x4 top = splat16(bounds.top), bottom = splat16(bounds.bottom);
   int i = 0;
   for (; i + 4 <= columns; i += 4) {
-    const F32x4 x = load<float>(xMap + i), y = load<float>(yMap + i);
+    const F32x4 x = load16<float>(xMap + i), y = load16<float>(yMap + i);
     valid[i / 4] = static_cast<std::uint8_t>(
       moveMask(lessEqual(left, x) & lessEqual(x, right) & lessEqual(top, y) & lessEqual(y, bottom)));
   }
@@ -137,16 +141,16 @@ private:
   // Nothing is written when a point is not valid.
   bool sample(const Zor32f* xMap, const Zor32f* yMap, int count, std::ptrdiff_t column, int y)
   {
-    Zor32f few[2][4]; // places are made for four at least
-    if (count < 4) {
-      for (int i = 0; i < 4; ++i) {
+    Zor32f few[2][leastPlaced];
+    if (count < leastPlaced) {
+      for (int i = 0; i < leastPlaced; ++i) {
         few[0][i] = get<float>(xMap + std::min(i, count - 1));
         few[1][i] = get<float>(yMap + std::min(i, count - 1));
       }
       xMap = few[0];
       yMap = few[1];
     }
-    const int places = std::max(count, 4);
+    const int places = std::max(count, leastPlaced);
     Whereabouts where = Whereabouts::Valid;
     if (triesInner_) where = place<innerOf(M)>(source_, xMap, yMap, places, bounds_, points_);
     if (where == Whereabouts::Valid) where = place<M>(source_, xMap, yMap, places, bounds_, points_);

@@ -153,8 +153,12 @@ void Walk::combineRows(int plane, int first, int count, char* work) const
     }
     made = bottom + 1;
 
-    const void* sums[6];
-    for (int t = 0; t < taps; ++t) sums[t] = window[std::clamp(rows.at[y] + t, 0, last) - top];
+    const void* const* sums = window;
+    const void* nearest[6];
+    if (rows.at[y] < 0 || rows.at[y] > last - (taps - 1)) { // some taps lie outside the image
+      for (int t = 0; t < taps; ++t) nearest[t] = window[std::clamp(rows.at[y] + t, 0, last) - top];
+      sums = nearest;
+    }
     char* const dst = images.dstRow(plane, y);
     kernels.down(sums, rows, y, columns.hasNegative, finished ? finished : dst, samples);
     if (finished) storeColours(images.element, finished, dst, samples);
@@ -176,9 +180,11 @@ ZorStatus interpolate(const Images& images, const Axis& x, const Axis& y, int in
 {
   const Taps taps = tapsFor(interpolation, images.element);
   BlockPlan plan;
-  const auto add = [&](long long count, auto sample) { return plan.add<decltype(sample)>(count, 16); };
-  const TablePart columnPart = TablePart::of(taps, x.count, true, add),
-                  rowPart = TablePart::of(taps, y.count, false, add);
+  const auto add = [&](long long count, auto sample) {
+    return plan.add<decltype(sample)>(count, TablePart::alignment);
+  };
+  const TablePart columnPart = TablePart::of(taps, x.count, images.shuffleRoom(taps), add),
+                  rowPart = TablePart::of(taps, y.count, 0, add);
   const long long work = Walk::workBytes(images, taps, x.count);
   if (plan.isImpossible() || work > PTRDIFF_MAX / 2) return ZorErrAlloc;
   Scratch<char> block(plan.bytes());

@@ -24,6 +24,7 @@ struct Images {
   }
   char* dstRow(int plane, std::ptrdiff_t y) const { return rowAt(static_cast<char*>(dst[plane]), dstStep, y); }
   int pixelBytes() const { return channels * bytesOf(element); }
+  int shuffleRoom(Taps taps) const { return resize::shuffleRoom(taps, channels, pixelBytes()); }
   bool hasNull() const
   {
     for (int p = 0; p < planes; ++p)

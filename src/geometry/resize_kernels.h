@@ -47,7 +47,7 @@ struct NearestKernel {
   CopyRow copy = nullptr;
   bool isCheap = false; // no dearer than copying the row that it made
 };
-NearestKernel nearestKernel(const AxisTable& columns, int pixelBytes, int moved);
+NearestKernel nearestKernel(AxisTable& columns, int pixelBytes, int moved); // may make the table one of windows
 
 } // namespace resize
 } // namespace zori

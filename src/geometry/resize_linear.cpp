@@ -6,11 +6,11 @@
 //   32f    a + (b - a) * f                          r0 * (1 - g) + r1 * g
 //
 // Weights sum to 16384, so that what is added to both taps comes out of a stage as it went in. 16u is moved by 32768
-// into the signed range, in which one multiply-add weighs both taps. Rows of sums of 8u are kept 32 larger than told:
-// that is the half by which the second stage rounds, and costs nothing in the first.
-#include "resize_kernels.h"
+// into the signed range, in which one multiply-add weighs both taps. With vectors of 16 bytes rows of sums of 8u are
+// kept 32 larger than told: that is the half by which the second stage rounds, and costs nothing in the first. With
+// those of 32 bytes the second stage has a product that rounds.
+#include "resize_windows.h"
 #include "rowkernels/drivers.h"
-#include "rowkernels/transpose.h"
 
 namespace zori {
 namespace resize {
@@ -18,37 +18,39 @@ namespace {
 
 // ---- Across ----
 
-using I32x4 = Vec<Zor32s>; // what a pixel of up to four samples is worked in
+using I16x8 =
+  Vec<Zor16s, 16>; // both taps of what an I32x4 is worked in: a pixel of up to four samples, or four outputs
+constexpr bool isWide = vectorBytes == 32;
 
 // The 16-bit pair of weights of pixel N of four.
-template <int N> inline Vec<Zor16s> pairOf(Vec<Zor16s> four)
-{
-  return as<Zor16s>(shuffle<N, N, N, N>(as<Zor32s>(four)));
-}
+template <int N> inline I16x8 pairOf(I16x8 four) { return as<Zor16s>(shuffle<N, N, N, N>(as<Zor32s>(four))); }
 
 // What a stage adds to its sum of products, and by how much it shifts.
 struct Stage {
   int added, shift;
 };
-template <class T> inline constexpr Stage across = sizeof(T) == 1 ? Stage{128 + 32 * 256, 8} : Stage{8192, 14};
-template <class T> inline constexpr Stage down = sizeof(T) == 1 ? Stage{0, 20} : Stage{8192, 14};
+constexpr int halfInSums = isWide ? 0 : 32;
+template <class T> inline constexpr Stage across = sizeof(T) == 1 ? Stage{128 + halfInSums * 256, 8} : Stage{8192, 14};
+template <class T>
+inline constexpr Stage down = sizeof(T) == 1 ? Stage{(32 - halfInSums) * 16384, 20} : Stage{8192, 14};
 
-template <const Stage& S> inline I32x4 weighed(Vec<Zor16s> taps, Vec<Zor16s> weights)
+template <const Stage& S, int Bytes>
+inline Vec<Zor32s, Bytes> weighed(Vec<Zor16s, Bytes> taps, Vec<Zor16s, Bytes> weights)
 {
-  const I32x4 sum = mulAddPairs(taps, weights);
-  return shiftRight<S.shift>(S.added ? sum + splat<Zor32s>(S.added) : sum);
+  const auto sum = mulAddPairs(taps, weights);
+  return shiftRight<S.shift>(S.added ? sum + splat<Zor32s, Bytes>(S.added) : sum);
 }
 
 // Both taps of a pixel side by side, a0 b0 a1 b1 a2 b2 (a3 b3), as 16-bit lanes. Reads the two pixels, and two bytes
 // behind them where it may.
-template <class T, int C, bool MayReadOn> inline Vec<Zor16s> tapsOfPixel(const T* p)
+template <class T, int C, bool MayReadOn> inline I16x8 tapsOfPixel(const T* p)
 {
-#ifdef __AVX2__
+#if ZORI_VECTOR_BYTES == 32
   if constexpr (sizeof(T) == 1 && (C == 4 || MayReadOn)) {
     constexpr int end = C == 3 ? 128 : 3 + C; // the seventh byte is no tap of three
     alignas(16) static constexpr Zor8u order[16] = {
       0, 128, C, 128, 1, 128, 1 + C, 128, 2, 128, 2 + C, 128, end == 128 ? end : 3, 128, end, 128};
-    return as<Zor16s>(shuffleBytesLocal(loadLow8<Zor8u>(p), loadAligned<Zor8u>(order)));
+    return as<Zor16s>(shuffleBytesLocal(loadLow8<Zor8u>(p), loadAligned<Zor8u, 16>(order)));
   }
 #endif
   if constexpr (sizeof(T) == 1 && C == 3 && MayReadOn) {
@@ -63,23 +65,23 @@ template <class T, int C, bool MayReadOn> inline Vec<Zor16s> tapsOfPixel(const T
     constexpr int back = C == 3;
     const auto a = loadLow8<Zor16u>(p), b = loadLow8<Zor16u>(p + C - back);
     const auto taps = interleaveLow(a, bytesDown<2 * back>(b));
-    return as<Zor16s>(std::is_same_v<T, Zor16u> ? taps ^ topBits<Zor16u>() : taps);
+    return as<Zor16s>(std::is_same_v<T, Zor16u> ? taps ^ topBits<Zor16u, 16>() : taps);
   }
 }
 
 // Both taps of four outputs of one channel, a0 b0 a1 b1... Reads two bytes behind each pair of bytes where it may.
-template <class T, bool MayReadOn> inline Vec<Zor16s> tapsOfFour(const T* row, const std::int32_t* at)
+template <class T, bool MayReadOn> inline I16x8 tapsOfFour(const T* row, const std::int32_t* at)
 {
   if constexpr (sizeof(T) == 1) {
     const auto pair = [=](int k) {
       if constexpr (MayReadOn) return as<Zor16u>(loadLow4<Zor8u>(row + at[k]));
-      else return splat(get<Zor16u>(row + at[k]));
+      else return splat<Zor16u, 16>(get<Zor16u>(row + at[k]));
     };
     const auto low = as<Zor32u>(interleaveLow(pair(0), pair(1))), high = as<Zor32u>(interleaveLow(pair(2), pair(3)));
     return as<Zor16s>(widenLow(as<Zor8u>(interleaveLow(low, high))));
   } else {
-    const auto taps = as<Zor16u>(gather32<2>(row, at));
-    return as<Zor16s>(std::is_same_v<T, Zor16u> ? taps ^ topBits<Zor16u>() : taps);
+    const auto taps = as<Zor16u>(gatherFour<2>(row, at));
+    return as<Zor16s>(std::is_same_v<T, Zor16u> ? taps ^ topBits<Zor16u, 16>() : taps);
   }
 }
 
@@ -101,12 +103,12 @@ template <class T, int C> [[gnu::noinline]] void acrossIntegers(const AxisTable&
     constexpr bool readsOn = decltype(mayReadOn)::value;
     if constexpr (C == 1) {
       const auto four = [=](std::ptrdiff_t k) {
-        return weighed<across<T>>(tapsOfFour<T, readsOn>(src, at + k), loadAligned<Zor16s>(weights + 2 * k));
+        return weighed<across<T>>(tapsOfFour<T, readsOn>(src, at + k), loadAligned<Zor16s, 16>(weights + 2 * k));
       };
       store(out + i, narrowSat<Zor16s>(four(i), four(i + 4)));
     } else {
       const auto pixel = [=](std::ptrdiff_t k) { return tapsOfPixel<T, C, readsOn>(src + std::ptrdiff_t{at[k]} * C); };
-      const auto w = loadAligned<Zor16s>(weights + 2 * i);
+      const auto w = loadAligned<Zor16s, 16>(weights + 2 * i);
       const auto p0 = weighed<across<T>>(pixel(i), pairOf<0>(w)), p1 = weighed<across<T>>(pixel(i + 1), pairOf<1>(w)),
                  p2 = weighed<across<T>>(pixel(i + 2), pairOf<2>(w)),
                  p3 = weighed<across<T>>(pixel(i + 3), pairOf<3>(w));
@@ -130,43 +132,6 @@ template <class T, int C> [[gnu::noinline]] void acrossIntegers(const AxisTable&
   for (; i < safe; i += unit) block(i, std::true_type());
   for (; i < count; i += unit) block(i, std::false_type());
 }
-
-#ifdef __AVX2__
-
-// The same of one channel by windows.
-template <class T> [[gnu::noinline]] void acrossWindows(const AxisTable& columns, const void* row, void* sums)
-{
-  const T* const src = static_cast<const T*>(row);
-  const std::int32_t* const at = columns.at;
-  const Zor8u* const shuffles = columns.shuffles;
-  const std::ptrdiff_t count = columns.count;
-  if constexpr (std::is_same_v<T, float>) {
-    const float* const f = columns.plane(0);
-    for (std::ptrdiff_t i = 0; i < count; i += 4) {
-      const auto window = load<Zor8u>(src + at[i]), order = loadAligned<Zor8u>(shuffles + 4 * i);
-      const F32x4 a = as<float>(shuffleBytesLocal(window, order)),
-                  b = as<float>(shuffleBytesLocal(window, order + splat<Zor8u>(4)));
-      store(static_cast<float*>(sums) + i, a + (b - a) * loadFour(f + i));
-    }
-  } else {
-    const Zor16s* const weights = columns.pairs();
-    Zor16s* const out = static_cast<Zor16s*>(sums);
-    const auto four = [=](std::ptrdiff_t i) {
-      auto taps = as<Zor16u>(shuffleBytesLocal(load<Zor8u>(src + at[i]), loadAligned<Zor8u>(shuffles + 4 * i)));
-      if constexpr (std::is_same_v<T, Zor16u>) taps = taps ^ topBits<Zor16u>();
-      return weighed<across<T>>(as<Zor16s>(taps), loadAligned<Zor16s>(weights + 2 * i));
-    };
-    for (std::ptrdiff_t i = 0; i < count; i += 8) store(out + i, narrowSat<Zor16s>(four(i), four(i + 4)));
-  }
-}
-template <class T> AcrossRow windowsKernel(AxisTable& columns)
-{
-  return bringTogether(columns, sizeof(T)) ? acrossWindows<T> : nullptr;
-}
-
-#else
-template <class T> AcrossRow windowsKernel(AxisTable&) { return nullptr; }
-#endif
 
 template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, const void* row, void* sums)
 {
@@ -195,7 +160,7 @@ template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, c
 // ---- Down ----
 
 // Rows of 8u with sums in 0 .. 255 * 64 and 0 <= g <= 16384: out = (r0 + ((r1 - r0) * g >> 14) + 32) >> 6 in 16 bits,
-// where the rows bring the 32.
+// where the rows bring the 32, or the last product does.
 // 4 * g must fit a signed 16-bit factor: beyond the middle the rows change places, in the middle it is a shift.
 template <bool IsMiddle> struct DownBytes {
   static constexpr std::ptrdiff_t blockLength = Vec<Zor8u>::size;
@@ -210,7 +175,11 @@ template <bool IsMiddle> struct DownBytes {
   {
     const auto r = load<Zor16s>(near), difference = load<Zor16s>(far) - r;
     const auto share = IsMiddle ? shiftRight<1>(difference) : mulHigh(difference, factor);
+#if ZORI_VECTOR_BYTES == 32
+    return mulRounded(r + share, splat<Zor16s>(1 << 9));
+#else
     return shiftRight<6>(r + share);
+#endif
   }
 };
 
@@ -229,8 +198,8 @@ template <class T> struct DownPairs {
   Vec<Zor16s> sum(const Zor16s* r0, const Zor16s* r1) const
   {
     const auto a = load<Zor16s>(r0), b = load<Zor16s>(r1);
-    return narrowSat<Zor16s>(weighed<down<T>>(interleaveLow(a, b), weights),
-                             weighed<down<T>>(interleaveHigh(a, b), weights));
+    return narrowSatLocal<Zor16s>(weighed<down<T>>(interleaveLowLocal(a, b), weights),
+                                  weighed<down<T>>(interleaveHighLocal(a, b), weights));
   }
 };
 
@@ -267,19 +236,34 @@ void downFloats(const void* const* rows, const AxisTable& table, int y, bool, vo
          static_cast<const Zor32f*>(rows[1]));
 }
 
-// The kernel of one channel, by windows where they hold the taps.
-template <class T> AcrossRow kernelOfOne(AxisTable& columns, AcrossRow otherwise)
+// The kernel by windows, where they hold the taps of this table.
+#if ZORI_VECTOR_BYTES == 32
+template <class T> void acrossPairs(const AxisTable& columns, const void* row, void* sums)
 {
-  const AcrossRow windows = windowsKernel<T>(columns);
-  return windows ? windows : otherwise;
+  const UpperHalvesCleared atTheEnd;
+  acrossPairWindows<T>(columns, row, sums, [](auto taps, auto weights) { return weighed<across<T>>(taps, weights); });
 }
-
-template <class T> Kernels integerKernels(int channels, AxisTable& columns)
+template <class T> AcrossRow windowsKernel(int channels, AxisTable& columns)
 {
-  const AcrossRow across = channels == 1   ? kernelOfOne<T>(columns, acrossIntegers<T, 1>)
-                           : channels == 3 ? acrossIntegers<T, 3>
-                                           : acrossIntegers<T, 4>;
-  return {across, downIntegers<T>, 2};
+  if constexpr (std::is_same_v<T, Zor32f>) {
+    return channels == 1 && makeFloatWindows(columns) ? acrossFloatWindows : nullptr;
+  } else {
+    if constexpr (sizeof(T) == 1)
+      if (makeByteWindows(columns, channels))
+        return channels == 1 ? acrossByteWindows<1> : channels == 3 ? acrossByteWindows<3> : acrossByteWindows<4>;
+    return channels == 1 && makePairWindows(columns, sizeof(T)) ? acrossPairs<T> : nullptr;
+  }
+}
+#else
+template <class T> AcrossRow windowsKernel(int, AxisTable&) { return nullptr; }
+#endif
+
+template <class T> AcrossRow kernelOf(int channels, AxisTable& columns)
+{
+  if (const AcrossRow windows = windowsKernel<T>(channels, columns)) return windows;
+  if constexpr (std::is_same_v<T, Zor32f>)
+    return channels == 1 ? acrossFloats<1> : channels == 3 ? acrossFloats<3> : acrossFloats<4>;
+  else return channels == 1 ? acrossIntegers<T, 1> : channels == 3 ? acrossIntegers<T, 3> : acrossIntegers<T, 4>;
 }
 
 } // namespace
@@ -287,15 +271,11 @@ template <class T> Kernels integerKernels(int channels, AxisTable& columns)
 Kernels linearKernels(Element element, int channels, AxisTable& columns)
 {
   switch (element) {
-  case Element::U8: return integerKernels<Zor8u>(channels, columns);
-  case Element::U16: return integerKernels<Zor16u>(channels, columns);
-  case Element::S16: return integerKernels<Zor16s>(channels, columns);
-  default: break;
+  case Element::U8: return {kernelOf<Zor8u>(channels, columns), downIntegers<Zor8u>, 2};
+  case Element::U16: return {kernelOf<Zor16u>(channels, columns), downIntegers<Zor16u>, 2};
+  case Element::S16: return {kernelOf<Zor16s>(channels, columns), downIntegers<Zor16s>, 2};
+  default: return {kernelOf<Zor32f>(channels, columns), downFloats, 4};
   }
-  const AcrossRow across = channels == 1   ? kernelOfOne<Zor32f>(columns, acrossFloats<1>)
-                           : channels == 3 ? acrossFloats<3>
-                                           : acrossFloats<4>;
-  return {across, downFloats, 4};
 }
 
 } // namespace resize

@@ -1,5 +1,5 @@
 // Nearest: pixels are moved as bytes, whatever they mean.
-#include "resize_kernels.h"
+#include "resize_windows.h"
 #include "rowkernels/drivers.h"
 
 #include <cstring>
@@ -33,25 +33,30 @@ template <int N, int Moved> [[gnu::noinline]] void copyPixels(const AxisTable& c
   copyFrom<N, Moved>(0, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
 }
 
-// Every pixel twice.
+// Every pixel twice, from whole vectors of Bytes; how many were made.
+template <class T, int Bytes> inline std::ptrdiff_t doubledBy(const T* src, T* dst, std::ptrdiff_t pairs)
+{
+  constexpr std::ptrdiff_t lanes = Bytes / int{sizeof(T)};
+  const auto block = [=](std::ptrdiff_t i) {
+    const auto x = load<T, Bytes>(src + i);
+    store(dst + 2 * i, interleaveLow(x, x));
+    store(dst + 2 * i + lanes, interleaveHigh(x, x));
+  };
+  if (pairs < lanes) return 0;
+  for (std::ptrdiff_t i = 0; i + lanes <= pairs; i += lanes) block(i);
+  if (pairs % lanes != 0) block(pairs - lanes);
+  return 2 * pairs;
+}
+
 template <class T> [[gnu::noinline]] void doublePixels(const AxisTable& columns, const void* row, void* dst)
 {
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  const UpperHalvesCleared atTheEnd;
   const T* const src = static_cast<const T*>(row) + columns.at[0];
   T* const out = static_cast<T*>(dst);
   const std::ptrdiff_t pairs = columns.count / 2;
-  const auto block = [=](std::ptrdiff_t i) {
-    const Vec<T> x = load<T>(src + i);
-    store(out + 2 * i, interleaveLow(x, x));
-    store(out + 2 * i + lanes, interleaveHigh(x, x));
-  };
-  std::ptrdiff_t i = 0;
-  for (; i + lanes <= pairs; i += lanes) block(i);
-  if (i < pairs && pairs >= lanes) {
-    block(pairs - lanes);
-    i = pairs;
-  }
-  copyFrom<sizeof(T), sizeof(T)>(2 * i, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
+  std::ptrdiff_t made = doubledBy<T, vectorBytes>(src, out, pairs);
+  if (vectorBytes > 16 && made == 0) made = doubledBy<T, 16>(src, out, pairs);
+  copyFrom<sizeof(T), sizeof(T)>(made, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
 }
 
 bool isDoubling(const AxisTable& columns)
@@ -64,7 +69,7 @@ bool isDoubling(const AxisTable& columns)
 
 } // namespace
 
-NearestKernel nearestKernel(const AxisTable& columns, int pixelBytes, int moved)
+NearestKernel nearestKernel(AxisTable& columns, int pixelBytes, int moved)
 {
   if (moved == pixelBytes && isDoubling(columns)) switch (pixelBytes) {
     case 1: return {doublePixels<std::uint8_t>, true};
@@ -73,6 +78,14 @@ NearestKernel nearestKernel(const AxisTable& columns, int pixelBytes, int moved)
     case 8: return {doublePixels<std::uint64_t>, true};
     default: break;
     }
+#if ZORI_VECTOR_BYTES == 32
+  if (moved == pixelBytes && makeCopyWindows(columns, pixelBytes)) switch (pixelBytes) {
+    case 1: return {copyWindows<1>, false};
+    case 2: return {copyWindows<2>, false};
+    case 3: return {copyWindows<3>, false};
+    default: return {copyWindows<4>, false};
+    }
+#endif
   const auto plain = [=]() -> CopyRow {
     switch (pixelBytes) {
     case 1: return copyPixels<1, 1>;

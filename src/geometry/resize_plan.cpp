@@ -1,7 +1,10 @@
 // Planning of a resize, one axis at a time.
 #include "resize_plan.h"
 
+#include "rowkernels/simd.h"
+
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 
@@ -131,6 +134,13 @@ void cubicWeights(double fraction, float spline, float (&weights)[4])
 
 namespace {
 
+// 16384 - f and f of 16 bits each, as one number that is negative when f is.
+inline std::int32_t pairOf(double fraction)
+{
+  const auto f = static_cast<std::uint32_t>(static_cast<std::int32_t>(fraction * 16384 + slack));
+  return static_cast<std::int32_t>(((16384 - f) & 0xffff) | f << 16);
+}
+
 class Writer {
 public:
   explicit Writer(AxisTable& table)
@@ -139,13 +149,7 @@ public:
 
   void at(int i, int pixel) { at_[i] = pixel; }
   void factor(int i, int plane, float x) { factors_[plane * pitch_ + i] = x; }
-  void pair(int i, double fraction)
-  {
-    const int f = static_cast<int>(fraction * 16384 + slack);
-    hasNegative_ |= f < 0;
-    const Zor16s pair[2] = {static_cast<Zor16s>(16384 - f), static_cast<Zor16s>(f)};
-    std::memcpy(factors_ + i, pair, sizeof pair);
-  }
+  void pair(int i, double fraction) { put(factors_ + i, pairOf(fraction)); }
   void newton(int i, float t)
   {
     const float u = t * (t + 1) * 0.5f;
@@ -160,8 +164,12 @@ public:
   // The entries behind the last output.
   void finish()
   {
-    table_.hasNegative = hasNegative_;
     const int last = table_.count - 1;
+    if (table_.taps == Taps::LinearInteger) {
+      std::int32_t all = 0;
+      for (int i = 0; i <= last; ++i) all |= get<std::int32_t>(factors_ + i);
+      table_.hasNegative = all < 0;
+    }
     for (std::ptrdiff_t i = table_.count; i < table_.pitch; ++i) {
       table_.at[i] = table_.at[last];
       for (int p = 0; p < factorsOf(table_.taps); ++p) {
@@ -176,7 +184,6 @@ private:
   std::int32_t* const at_;
   float* const factors_;
   const std::ptrdiff_t pitch_;
-  bool hasNegative_ = false;
 };
 
 // The weights of taps beyond the image's ends are added to those of its first and last pixel.
@@ -191,26 +198,56 @@ void foldWeights(int firstTap, int image, float (&w)[6])
 
 namespace {
 
-// emit(i, pixel, k, position): for each output the pixel of the image that its position is cut to, and the same counted
-// from the region, as is the position.
-template <class Emit> inline void cutPositions(const Axis& axis, Emit emit)
+// emit(i, n, positions, whole): for n outputs from i on their positions, and these cut to pixels; both are counted from
+// the region and lie in the image.
+template <class Emit> inline void cutRuns(const Axis& axis, Emit emit)
 {
-  const int first = axis.first, count = axis.count;
-  const double lowest = -static_cast<double>(first), highest = static_cast<double>(axis.image - 1) - first;
+  constexpr int run = 64;
+  double positions[run];
+  std::int32_t whole[run];
+  const double lowest = -static_cast<double>(axis.first), highest = static_cast<double>(axis.image - 1) - axis.first;
   const double step = axis.step;
   double running = axis.start;
-  for (int i = 0; i < count; ++i, running += step) {
-    // inside, k is cut towards zero, so that fractions left of the region's corner are negative
-    double position = running;
-    int k;
-    if (running >= lowest && running <= highest) {
-      k = static_cast<int>(running + slack);
+  for (int i = 0; i < axis.count; i += run) {
+    const int n = std::min(run, axis.count - i);
+    for (int j = 0; j < n; ++j, running += step) positions[j] = running;
+    // cut towards zero, so that fractions left of the region's corner are negative
+    if (step >= 0 && positions[0] >= lowest && positions[n - 1] <= highest) {
+      for (int j = 0; j < n; ++j) whole[j] = static_cast<std::int32_t>(positions[j] + slack);
     } else {
-      position = running > highest ? highest : lowest;
-      k = static_cast<int>(position);
+      for (int j = 0; j < n; ++j) {
+        const double x = positions[j];
+        const bool isInside = x >= lowest && x <= highest;
+        if (!isInside) positions[j] = x > highest ? highest : lowest;
+        whole[j] = static_cast<std::int32_t>(isInside ? x + slack : positions[j]);
+      }
     }
-    emit(i, first + k, k, position);
+    emit(i, n, positions, whole);
   }
+}
+
+// emit(i, pixel, k, position) for each output; pixel is counted in the image.
+template <class Emit> inline void cutPositions(const Axis& axis, Emit emit)
+{
+  const int first = axis.first;
+  cutRuns(axis, [=](int i, int n, const double* positions, const std::int32_t* whole) {
+    for (int j = 0; j < n; ++j) emit(i + j, first + whole[j], whole[j], positions[j]);
+  });
+}
+
+// Of the last pixel all, as the second tap of the one before it.
+template <class Factor, class ToFactor> void fillLinear(const Axis& axis, AxisTable& table, ToFactor toFactor)
+{
+  const int first = axis.first, last = axis.image - 1;
+  std::int32_t* const at = table.at;
+  Factor* const factors = reinterpret_cast<Factor*>(table.factors);
+  cutRuns(axis, [=](int i, int n, const double* positions, const std::int32_t* whole) {
+    for (int j = 0; j < n; ++j) {
+      const std::int32_t pixel = first + whole[j], isLast = pixel == last;
+      at[i + j] = pixel - isLast;
+      factors[i + j] = toFactor(isLast ? 1.0 : positions[j] - whole[j]);
+    }
+  });
 }
 
 // Whether sums of steps have no rounding in them, so that products are the same numbers.
@@ -241,18 +278,8 @@ void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
   const int last = axis.image - 1;
   switch (table.taps) {
   case Taps::Nearest: fillNearest(axis, table.at); break;
-  case Taps::LinearInteger:
-    cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
-      to.at(i, pixel == last ? pixel - 1 : pixel);
-      to.pair(i, pixel == last ? 1.0 : position - k);
-    });
-    break;
-  case Taps::LinearFloat:
-    cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
-      to.at(i, pixel == last ? pixel - 1 : pixel);
-      to.factor(i, 0, pixel == last ? 1.0f : static_cast<float>(position - k));
-    });
-    break;
+  case Taps::LinearInteger: fillLinear<std::int32_t>(axis, table, [](double f) { return pairOf(f); }); break;
+  case Taps::LinearFloat: fillLinear<float>(axis, table, [](double f) { return static_cast<float>(f); }); break;
   case Taps::Newton: // in the outermost intervals the polynomial of the next one goes on
     cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
       const int moved = pixel == last ? -2 : pixel == 0 ? 1 : pixel == last - 1 ? -1 : 0;
@@ -275,12 +302,124 @@ void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
   to.finish();
 }
 
-bool bringTogether(AxisTable& columns, int sampleBytes)
+// ---- Windows ----
+
+namespace {
+
+// Whether the first taps of each n outputs lie at most `reach` apart; places grow along the row.
+bool areNear(const AxisTable& columns, int n, int reach)
+{
+  int farthest = 0;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += n)
+    farthest = std::max(farthest, columns.at[i + n - 1] - columns.at[i]);
+  return farthest <= reach;
+}
+
+} // namespace
+
+namespace {
+
+// Byte b of the destination is byte (b % N) of pixel at[b / N].
+template <int N> struct CopyWindow {
+  const AxisTable& columns;
+  int first, last; // pixels of the 16 bytes from b on
+  int skipped;     // bytes of the first one
+
+  CopyWindow(const AxisTable& c, long long b)
+    : columns(c), first(static_cast<int>(b / N)), last(static_cast<int>((b + 15) / N)), skipped(static_cast<int>(b % N))
+  {}
+  bool fits() const { return (columns.at[last] - columns.at[first] + 1) * N <= 16; }
+  std::int32_t start() const { return std::min(columns.at[first] * N, columns.image * N - 16); }
+  void order(Zor8u* to) const
+  {
+    const int from = start();
+    for (int i = first, c = skipped, k = 0; k < 16; ++i, c = 0)
+      for (; c < N && k < 16; ++c, ++k) to[k] = static_cast<Zor8u>(columns.at[i] * N + c - from);
+  }
+};
+
+template <int N> bool fillCopyWindows(AxisTable& columns)
+{
+  const long long bytes = 1LL * columns.count * N;
+  if (bytes < 32 || columns.image < 16 || columns.image > INT_MAX / N) return false;
+  const CopyWindow<N> lastBut1(columns, bytes - 32), last(columns, bytes - 16);
+  bool fit = lastBut1.fits() && last.fits();
+  for (long long b = 0; b + 16 <= bytes; b += 16) fit &= CopyWindow<N>(columns, b).fits();
+  if (!fit) return false;
+  std::ptrdiff_t g = static_cast<std::ptrdiff_t>((bytes + 31) / 32 * 2);
+  lastBut1.order(columns.shuffles + 16 * (g - 2));
+  last.order(columns.shuffles + 16 * (g - 1));
+  const std::int32_t lastStarts[2] = {lastBut1.start(), last.start()};
+  for (std::ptrdiff_t k = 0; k < g - 2; ++k) { // what is written over has been read
+    const CopyWindow<N> window(columns, 16LL * k);
+    window.order(columns.shuffles + 16 * k);
+    columns.at[k] = window.start();
+  }
+  columns.at[g - 2] = lastStarts[0];
+  columns.at[g - 1] = lastStarts[1];
+  return true;
+}
+
+template <int C> void fillByteWindows(AxisTable& columns)
+{
+  constexpr int n = byteWindowOutputs(C);
+  const Zor16s* const pairs = columns.pairs();
+  const std::int32_t* from = columns.at;
+  std::int32_t* to = columns.at;
+  const std::int32_t lastStart = columns.image * C - 16;
+  Zor8u* order = columns.shuffles;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += n, from += n) {
+    const std::int32_t start = std::min(from[0] * C, lastStart);
+    Zor8u* const factors = order + 32;
+    for (int k = 0; k < n; ++k) {
+      // all of the second tap: that one twice, for twice the fraction would not fit
+      const int f = pairs[2 * (i + k) + 1], first = from[k] * C - start, whole = f == 16384;
+      const std::uint32_t taps = static_cast<std::uint32_t>(first * 257 + C * 256 + (C & -whole));
+      for (int c = 0, lane = k * C; c < C; ++c, ++lane) {
+        put(order + 2 * lane, static_cast<std::uint16_t>(taps + static_cast<std::uint32_t>(257 * c)));
+        put(factors + 2 * lane, static_cast<Zor16s>(whole ? 0 : 2 * f));
+      }
+    }
+    if constexpr (C == 3) { // the two lanes that count for nothing
+      put(order + 12, std::uint32_t{0});
+      put(factors + 12, std::uint32_t{0});
+    }
+    *to++ = start;
+    order += i / n % 2 ? 48 : 16;
+  }
+}
+
+} // namespace
+
+bool makeCopyWindows(AxisTable& columns, int pixelBytes)
+{
+  if (!columns.shuffles) return false;
+  switch (pixelBytes) {
+  case 1: return fillCopyWindows<1>(columns);
+  case 2: return fillCopyWindows<2>(columns);
+  case 3: return fillCopyWindows<3>(columns);
+  case 4: return fillCopyWindows<4>(columns);
+  default: return false;
+  }
+}
+
+bool makeByteWindows(AxisTable& columns, int channels)
+{
+  if (!columns.shuffles || columns.image < 16 || columns.image > INT_MAX / channels ||
+      !areNear(columns, byteWindowOutputs(channels), 16 / channels - 2))
+    return false;
+  switch (channels) {
+  case 1: fillByteWindows<1>(columns); break;
+  case 3: fillByteWindows<3>(columns); break;
+  default: fillByteWindows<4>(columns); break;
+  }
+  return true;
+}
+
+bool makePairWindows(AxisTable& columns, int sampleBytes)
 {
   const int samples = 16 / sampleBytes, image = columns.image;
-  if (!columns.shuffles || image < samples) return false;
-  for (std::ptrdiff_t i = 0; i < columns.pitch; i += 4)
-    if (columns.at[i + 3] + 1 - columns.at[i] >= samples) return false;
+  if (!columns.shuffles || image < samples || !areNear(columns, 4, samples - 2)) return false;
   for (std::ptrdiff_t i = 0; i < columns.pitch; i += 4) {
     const int start = std::min(columns.at[i], image - samples);
     for (int k = 0; k < 4; ++k) {
@@ -288,6 +427,18 @@ bool bringTogether(AxisTable& columns, int sampleBytes)
       const int byte = (columns.at[i + k] - start) * sampleBytes;
       for (int b = 0; b < 4; ++b) to[b] = static_cast<Zor8u>(sampleBytes > 1 ? byte + b : b % 2 ? 0x80 : byte + b / 2);
     }
+    columns.at[i] = start;
+  }
+  return true;
+}
+
+bool makeFloatWindows(AxisTable& columns)
+{
+  const int image = columns.image;
+  if (!columns.shuffles || image < 8 || !areNear(columns, 8, 6)) return false;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += 8) {
+    const int start = std::min(columns.at[i], image - 8);
+    for (int k = 0; k < 8; ++k) put(columns.shuffles + 4 * (i + k), columns.at[i + k] - start);
     columns.at[i] = start;
   }
   return true;

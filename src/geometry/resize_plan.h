@@ -81,8 +81,7 @@ struct AxisTable {
   std::ptrdiff_t pitch = 0;
   std::int32_t* at = nullptr;
   char* factors = nullptr;
-  // Room for four bytes an output, or null. See bringTogether.
-  Zor8u* shuffles = nullptr;
+  Zor8u* shuffles = nullptr; // room for plans of windows, or null
 
   const float* plane(int p) const { return reinterpret_cast<const float*>(factors) + p * pitch; }
   const Zor16s* pairs() const { return reinterpret_cast<const Zor16s*>(factors); }
@@ -90,23 +89,24 @@ struct AxisTable {
 };
 
 // Outputs whose entries are worked on together: tables are padded to a multiple.
-inline constexpr int tableUnit = 16;
+inline constexpr int tableUnit = 32;
 constexpr long long tablePitch(int count) { return (count + (tableUnit - 1LL)) / tableUnit * tableUnit; }
 
 // A table's place in a block of working memory.
 struct TablePart {
+  static constexpr int alignment = 32;
   BlockPart<std::int32_t> at;
   BlockPart<float> factors;
   BlockPart<Zor8u> shuffles;
 
-  // add(count, T()) gives the next part of the block.
-  template <class Add> static TablePart of(Taps taps, int count, bool isOfColumns, Add add)
+  // add(count, T()) gives the next part of the block. shuffleBytes: room for an output.
+  template <class Add> static TablePart of(Taps taps, int count, int shuffleBytes, Add add)
   {
     const long long pitch = tablePitch(count);
     TablePart part;
     part.at = add(pitch, std::int32_t());
     part.factors = add(pitch * factorsOf(taps), float());
-    part.shuffles = add(isOfColumns && tapsOf(taps) == 2 ? 4 * pitch : 0, Zor8u());
+    part.shuffles = add(pitch * shuffleBytes, Zor8u());
     return part;
   }
   AxisTable table(void* block, Taps taps, int count) const
@@ -138,11 +138,35 @@ struct SquareAxis {
 };
 void fillTable(const SquareAxis& axis, AxisTable& table);
 
-// For byte shuffles: makes the table of a linear resize of single samples one of windows, 16 bytes that hold all taps
-// of four outputs. at[4 * g] is then where the window of group g starts, inside the image, and shuffles + 16 * g tells
-// which of its bytes go where: for samples of a byte or two a0 b0 a1 b1..., as 16-bit lanes; for floats a0 a1 a2 a3.
-// False, and nothing changed, when some group does not fit.
-bool bringTogether(AxisTable& columns, int sampleBytes);
+// ---- Windows ----
+//
+// For kernels that shuffle: a few bytes of the row that hold all taps of a group of outputs, and where in them these
+// stand. The windows lie in the image. Each function makes a table one of windows, or returns false and changes nothing
+// when some group does not fit.
+
+// Room of columns for that, in bytes an output.
+constexpr int shuffleRoom(Taps taps, int channels, int pixelBytes)
+{
+  return taps == Taps::Nearest ? pixelBytes : tapsOf(taps) > 2 ? 0 : channels == 1 ? 4 : 16;
+}
+
+// Nearest, pixels of 1 to 4 bytes: 16 bytes for each 16 bytes of the destination, two by two; the last two end with the
+// row. at[g] is the byte where window g starts, shuffles + 16 * g tells which of its bytes go where.
+bool makeCopyWindows(AxisTable& columns, int pixelBytes);
+
+// Linear 8u of 1, 3 or 4 samples a pixel: 16 bytes for each eight outputs of one sample, or two of several. at[g] is
+// the byte where window g starts. For each two windows shuffles has 32 bytes that bring a0 b0 a1 b1... together, then
+// twice the fractions of all samples in 16 bits, 32 bytes too.
+constexpr int byteWindowOutputs(int channels) { return channels == 1 ? 8 : 2; }
+bool makeByteWindows(AxisTable& columns, int channels);
+
+// Linear of single samples: 16 bytes for each four outputs. at[4 * g] is the sample where window g starts, and
+// shuffles + 16 * g brings a0 b0 a1 b1... together, as 16-bit lanes.
+bool makePairWindows(AxisTable& columns, int sampleBytes);
+
+// Linear 32f of single samples: eight samples for each eight outputs. at[8 * g] is where window g starts, and shuffles
+// has the lane of each output's first tap in 32 bits.
+bool makeFloatWindows(AxisTable& columns);
 
 // ---- Weights ----
 

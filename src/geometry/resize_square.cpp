@@ -51,24 +51,25 @@ ZorStatus superStatus(double x, double y, int interpolation)
 
 // ---- The buffer ----
 
-// From a multiple of 16 on: tables of columns and rows, then the walk's own memory.
-constexpr int bufferAlignment = 16;
+// From a multiple of 32 on: tables of columns and rows, then the walk's own memory.
+constexpr int bufferAlignment = TablePart::alignment;
 
 // Offsets are formed without regard to the width of an address: both builds tell the same sizes.
 struct BufferLayout {
   TablePart columns, rows;
   BlockPart<char> work;
-  long long bytes = 0; // with what a buffer needs to get to a multiple of 16
+  long long bytes = 0; // with what a buffer needs to get to that multiple
 
   BufferLayout(const Images& images, Taps taps, int width, int height)
   {
     const auto take = [this](long long count, auto sample) {
       const BlockPart<decltype(sample)> part = {bytes, count};
-      bytes += count * static_cast<long long>(sizeof(sample)); // table pitches are multiples of the alignment
+      const long long size = count * static_cast<long long>(sizeof(sample));
+      bytes += (size + bufferAlignment - 1) / bufferAlignment * bufferAlignment;
       return part;
     };
-    columns = TablePart::of(taps, width, true, take);
-    rows = TablePart::of(taps, height, false, take);
+    columns = TablePart::of(taps, width, images.shuffleRoom(taps), take);
+    rows = TablePart::of(taps, height, 0, take);
     work = take(Walk::workBytes(images, taps, width), char());
     bytes += bufferAlignment;
   }

@@ -11,6 +11,7 @@
 // would be converted in vain, their taps are gathered. Results of 8u and 16u are y + 0.5000001 cut to whole numbers,
 // those of 16s are rounded to nearest; all are saturated.
 #include "resize_kernels.h"
+#include "resize_taps.h"
 #include "rowkernels/convert.h"
 
 #include <algorithm>
@@ -52,16 +53,6 @@ template <Taps Kind> struct Combine {
 
 // ---- Across ----
 
-inline void transpose(F32x4& a, F32x4& b, F32x4& c, F32x4& d)
-{
-  const F32x4 ab = interleaveLow(a, b), cd = interleaveLow(c, d), abHigh = interleaveHigh(a, b),
-              cdHigh = interleaveHigh(c, d);
-  a = shuffle<1, 0, 1, 0>(ab, cd);
-  b = shuffle<3, 2, 3, 2>(ab, cd);
-  c = shuffle<1, 0, 1, 0>(abHigh, cdHigh);
-  d = shuffle<3, 2, 3, 2>(abHigh, cdHigh);
-}
-
 // Outputs first .. first + count - 1 of a row; output i has its taps at src + at[i] * C.
 template <Taps Kind, int C>
 inline void acrossStrip(const AxisTable& columns, std::ptrdiff_t first, std::ptrdiff_t count, const std::int32_t* at,
@@ -69,17 +60,11 @@ inline void acrossStrip(const AxisTable& columns, std::ptrdiff_t first, std::ptr
 {
   using Sum = Combine<Kind>;
   if constexpr (C == 1) {
-    for (std::ptrdiff_t i = 0; i < count; i += 4) {
-      const float *const q0 = src + at[i], *const q1 = src + at[i + 1], *const q2 = src + at[i + 2],
-                         *const q3 = src + at[i + 3];
-      F32x4 p[Sum::taps] = {loadFour(q0), loadFour(q1), loadFour(q2), loadFour(q3)};
-      transpose(p[0], p[1], p[2], p[3]);
-      if constexpr (Sum::taps == 6) {
-        const F32x4 low = loadHalves(q0 + 4, q1 + 4), high = loadHalves(q2 + 4, q3 + 4);
-        p[4] = shuffle<2, 0, 2, 0>(low, high);
-        p[5] = shuffle<3, 1, 3, 1>(low, high);
-      }
-      const auto f = Sum::template factors<F32x4>([&](int k) { return loadFour(columns.plane(k) + first + i); });
+    for (std::ptrdiff_t i = 0; i < count; i += Vec<float>::size) {
+      Vec<float> p[Sum::taps];
+      loadTaps(src, at + i, p);
+      const auto f =
+        Sum::template factors<Vec<float>>([&](int k) { return load<float>(columns.plane(k) + first + i); });
       store(out + i, Sum::apply(p, f));
     }
   } else {
@@ -123,6 +108,7 @@ constexpr std::ptrdiff_t stripOutputs = 128, stripSamples = 2048;
 template <Taps Kind, int C>
 [[gnu::noinline]] void acrossFloats(const AxisTable& columns, ConvertRun convert, const void* row, float* out)
 {
+  const UpperHalvesCleared atTheEnd;
   constexpr int taps = tapsOf(Kind);
   constexpr std::ptrdiff_t gatheredOutputs = 32;
   static_assert(gatheredOutputs * taps * C <= stripSamples);

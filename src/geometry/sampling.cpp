@@ -1,25 +1,15 @@
-// Row kernels of the sampling stage: nearest, linear and cubic for 8u, 16u and 32f. Their fine forms are in
-// sampling_fine.h.
-#include "rowkernels/drivers.h"
-#include "sampling_fine.h"
+// Row kernels of the sampling stage: nearest and cubic of 8u, and the choice of a kernel. Linear ones are in
+// sampling_linear.h, the fine forms in sampling_fine.h.
+#include "sampling_linear.h"
 
 namespace zori {
 namespace geometry {
 
 namespace {
 
-// Offsets of the last points of a row, and copies of the last one behind them.
-template <int N> struct LastOffsets {
-  std::int32_t at[N];
-  LastOffsets(const std::int32_t* offset, int count)
-  {
-    for (int i = 0; i < N; ++i) at[i] = offset[std::min(i, count - 1)];
-  }
-};
-
-template <class T, int Channels, int Processed> struct Pixels : FinePixels<T, Channels, Processed> {
+template <class T, int Channels, int Processed> struct Pixels : LinearPixels<T, Channels, Processed> {
   using FinePixels<T, Channels, Processed>::bytes, FinePixels<T, Channels, Processed>::written,
-    FinePixels<T, Channels, Processed>::hasAllTaps;
+    FinePixels<T, Channels, Processed>::hasAllTaps, LinearPixels<T, Channels, Processed>::storePixel;
 
   // ---- Nearest ----
 
@@ -30,247 +20,57 @@ template <class T, int Channels, int Processed> struct Pixels : FinePixels<T, Ch
     for (int i = 0; i < count; ++i) std::memcpy(dst + std::ptrdiff_t{i} * bytes, plane + offset[i], written);
   }
 
-  // ---- Linear ----
-
-  // The first row of a pixel and its right neighbour, and the second.
-  template <class V> struct Pair {
-    V left, right;
-  };
-
-  // What is written of a pixel; the one behind it may be spoiled unless it is the last.
-  static void storePixel(Zor8u* to, Vec<Zor8u> x, bool isLast)
-  {
-    if constexpr (Processed != Channels || bytes == 3 || bytes == 6 || bytes == 12) {
-      if (isLast || Processed != Channels) storePart(to, x, written);
-      else if constexpr (written == 3) storeLow4(to, x);
-      else if constexpr (written == 6) storeLow8(to, x);
-      else store(to, x);
-    } else {
-      static_assert(bytes == 4 || bytes == 8 || bytes == 16);
-      if constexpr (bytes == 4) storeLow4(to, x);
-      else if constexpr (bytes == 8) storeLow8(to, x);
-      else store(to, x);
-    }
-  }
-
-  // 8u, a pixel at a time: its samples and those of its right neighbour as pairs of words.
-  static Vec<std::int16_t> wordPairs(const Zor8u* p, bool exactly)
-  {
-    using U64 = Vec<std::uint64_t>;
-    U64 x;
-    if (Channels == 3 && exactly)
-      x = as<std::uint64_t>(loadLow4<Zor8u>(p)) | shiftLeft<32>(splat<std::uint64_t>(get<std::uint16_t>(p + 4)));
-    else x = loadLow8<std::uint64_t>(p);
-    const U64 right = shiftRight<Channels * 8>(x);
-    return as<std::int16_t>(widenLow(interleaveLow(as<Zor8u>(x), as<Zor8u>(right))));
-  }
-
-  static void linear8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t *const offset = points.offset(), *const wx = points.wholeX(), *const wy = points.wholeY();
-    const Zor8u* const below = plane + s.step;
-    // 8 bytes are read where 6 are wanted, but not at the very end
-    const long long lastWide = s.bytes() - s.step - 8;
-    const I32x4 upperHalf = splat<std::int32_t>(static_cast<std::int32_t>(0xffff0000u));
-    const I32x4 half = splat<std::int32_t>(524288);
-    for (int i = 0; i < count; ++i, dst += bytes) {
-      const bool exactly = Channels == 3 && offset[i] > lastWide;
-      const auto weight = as<std::int16_t>(splat<std::int32_t>(wx[i]));
-      const I32x4 t0 = mulAddPairs(wordPairs(plane + offset[i], exactly), weight);
-      const I32x4 t1 = mulAddPairs(wordPairs(below + offset[i], exactly), weight);
-      const I32x4 both = shiftRight<8>(t0) | (shiftLeft<8>(t1) & upperHalf);
-      const I32x4 out =
-        shiftRight<20>(mulAddPairs(as<std::int16_t>(both), as<std::int16_t>(splat<std::int32_t>(wy[i]))) + half);
-      const auto words = narrowSat<std::int16_t>(out, out);
-      storePixel(dst, narrowSat<Zor8u>(words, words), i == count - 1);
-    }
-  }
-
-  // 8u C1, eight points at once.
-  static void linear8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t *const offset = points.offset(), *const wx = points.wholeX(), *const wy = points.wholeY();
-    const Zor8u* const below = plane + s.step;
-    const I32x4 upperHalf = splat<std::int32_t>(static_cast<std::int32_t>(0xffff0000u));
-    const I32x4 half = splat<std::int32_t>(524288);
-    const auto eight = [=](const std::int32_t* at, int i) {
-      const auto above = as<Zor8u>(gatherWords(plane, at)), under = as<Zor8u>(gatherWords(below, at));
-      const auto four = [=](Vec<std::uint16_t> p, Vec<std::uint16_t> q, int k) {
-        const auto weight = load<std::int16_t>(wx + i + k);
-        const I32x4 t0 = mulAddPairs(as<std::int16_t>(p), weight), t1 = mulAddPairs(as<std::int16_t>(q), weight);
-        const I32x4 both = shiftRight<8>(t0) | (shiftLeft<8>(t1) & upperHalf);
-        return shiftRight<20>(mulAddPairs(as<std::int16_t>(both), load<std::int16_t>(wy + i + k)) + half);
-      };
-      const auto words =
-        narrowSat<std::int16_t>(four(widenLow(above), widenLow(under), 0), four(widenHigh(above), widenHigh(under), 4));
-      return narrowSat<Zor8u>(words, words);
-    };
-    int i = 0;
-    for (; i + 8 <= count; i += 8) storeLow8(dst + i, eight(offset + i, i));
-    if (i < count)
-      storePart(dst + i, eight(LastOffsets<8>(offset + i, count - i).at, i), static_cast<std::size_t>(count - i));
-  }
-
-  // ---- Linear, 8u, before the last column and row. Fractions are below 1 there, and all of it goes in words:
-  // (p * (16384 - f) + q * f) >> 8 = (p << 6) + ((q - p << 7) * 2f >> 16), and so on for the rows.
-
-  using Words = Vec<std::int16_t>;
-
-  static Words acrossWords(Words left, Words right, Words twiceX)
-  {
-    return shiftLeft<6>(left) + mulHigh(shiftLeft<7>(right - left), twiceX);
-  }
-  static Vec<Zor8u> downWords(Words above, Words below, Words twiceY)
-  {
-    const Words difference = below - above;
-    const Words sum = above + splat<std::int16_t>(32) + mulHigh(difference + difference, twiceY);
-    const Words out = shiftRight<6>(sum);
-    return narrowSat<Zor8u>(out, out);
-  }
-
-  static void inner8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t* const offset = points.offset();
-    const std::int16_t *const fx = points.twiceX(), *const fy = points.twiceY();
-    const Zor8u* const below = plane + s.step;
-    const auto eight = [=](const std::int32_t* at, int i) {
-      const auto twiceX = load<std::int16_t>(fx + i);
-      const auto row = [=](const Zor8u* p) {
-        const auto pairs = gatherWords(p, at);
-        return acrossWords(as<std::int16_t>(pairs & splat<std::uint16_t>(0xff)), as<std::int16_t>(shiftRight<8>(pairs)),
-                           twiceX);
-      };
-      return downWords(row(plane), row(below), load<std::int16_t>(fy + i));
-    };
-    int i = 0;
-    for (; i + 8 <= count; i += 8) storeLow8(dst + i, eight(offset + i, i));
-    if (i < count)
-      storePart(dst + i, eight(LastOffsets<8>(offset + i, count - i).at, i), static_cast<std::size_t>(count - i));
-  }
-
-  // Two pixels, four words each.
-  static void inner8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t* const offset = points.offset();
-    const std::int16_t *const fx = points.twiceX(), *const fy = points.twiceY();
-    const Zor8u* const below = plane + s.step;
-    const auto twice = [](const std::int16_t* f) {
-      const auto two = loadLow4<std::int16_t>(f);
-      const auto pairs = as<std::int32_t>(interleaveLow(two, two));
-      return as<std::int16_t>(interleaveLow(pairs, pairs));
-    };
-    const auto row = [](const Zor8u* p, const Zor8u* q, Words twiceX) {
-      if constexpr (Channels == 4) {
-        const auto both =
-          as<Zor8u>(interleaveLow(as<std::int32_t>(loadLow8<Zor8u>(p)), as<std::int32_t>(loadLow8<Zor8u>(q))));
-        return acrossWords(as<std::int16_t>(widenLow(both)), as<std::int16_t>(widenHigh(both)), twiceX);
-      } else {
-        const auto left = interleaveLow(loadLow4<std::uint32_t>(p), loadLow4<std::uint32_t>(q));
-        const auto right = shiftRight<8>(interleaveLow(loadLow4<std::uint32_t>(p + 2), loadLow4<std::uint32_t>(q + 2)));
-        return acrossWords(as<std::int16_t>(widenLow(as<Zor8u>(left))), as<std::int16_t>(widenLow(as<Zor8u>(right))),
-                           twiceX);
-      }
-    };
-    for (int i = 0; i < count; i += 2, dst += 2 * bytes) {
-      const Words twiceX = twice(fx + i), twiceY = twice(fy + i);
-      const std::ptrdiff_t p = offset[i], q = i + 1 < count ? offset[i + 1] : p;
-      Vec<Zor8u> out = downWords(row(plane + p, plane + q, twiceX), row(below + p, below + q, twiceX), twiceY);
-      if (i + 2 < count || (Channels == 4 && i + 2 == count)) {
-        if constexpr (Processed != Channels) out = select(colourMask<Zor8u>(), out, loadLow8<Zor8u>(dst));
-        if constexpr (Channels == 4) storeLow8(dst, out);
-        else {
-          storeLow4(dst, out);
-          storeLow4(dst + 3, bytesDown<4>(out));
-        }
-      } else {
-        storePart(dst, out, written);
-        if (i + 1 < count) storePart(dst + bytes, bytesDown<4>(out), written);
-      }
-    }
-  }
-
-  static F32x4 blend(Pair<F32x4> above, Pair<F32x4> below, F32x4 fx, F32x4 fy)
-  {
-    const F32x4 rest = splat(1.0f) - fx;
-    const F32x4 t0 = above.left * rest + above.right * fx, t1 = below.left * rest + below.right * fx;
-    return t0 + (t1 - t0) * fy;
-  }
-
-  // As it is stored: samples side by side from the first lane on.
-  static Vec<Zor8u> samples(F32x4 x)
-  {
-    if constexpr (std::is_same_v<T, Zor16u>) {
-      const I32x4 whole = toInt(x);
-      return as<Zor8u>(narrowSat<std::uint16_t>(whole, whole));
-    } else {
-      return as<Zor8u>(x);
-    }
-  }
-
-  // Four points of C1.
-  static Pair<F32x4> fourPairs(const Zor8u* plane, const std::int32_t* offset)
-  {
-    if constexpr (std::is_same_v<T, Zor16u>) {
-      const auto two = [=](int i) {
-        return interleaveLow(loadLow4<std::int32_t>(plane + offset[i]), loadLow4<std::int32_t>(plane + offset[i + 1]));
-      };
-      const I32x4 x = as<std::int32_t>(interleaveLow(as<std::uint64_t>(two(0)), as<std::uint64_t>(two(2))));
-      return {toFloat(x & splat<std::int32_t>(0xffff)),
-              toFloat(as<std::int32_t>(shiftRight<16>(as<std::uint32_t>(x))))};
-    } else {
-      const auto two = [=](int i) {
-        return as<float>(
-          interleaveLow(loadLow8<std::uint64_t>(plane + offset[i]), loadLow8<std::uint64_t>(plane + offset[i + 1])));
-      };
-      const F32x4 a = two(0), b = two(2);
-      return {shuffle<2, 0, 2, 0>(a, b), shuffle<3, 1, 3, 1>(a, b)};
-    }
-  }
-
-  static void linear(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t* const offset = points.offset();
-    const float *const fx = points.singleX(), *const fy = points.singleY();
-    const Zor8u* const below = plane + s.step;
-    const auto four = [=](const std::int32_t* at, int i) {
-      return samples(blend(fourPairs(plane, at), fourPairs(below, at), load<float>(fx + i), load<float>(fy + i)));
-    };
-    int i = 0;
-    for (; i + 4 <= count; i += 4) {
-      if constexpr (bytes == 2) storeLow8(dst + i * bytes, four(offset + i, i));
-      else store(dst + i * bytes, four(offset + i, i));
-    }
-    if (i < count)
-      storePart(dst + i * bytes, four(LastOffsets<4>(offset + i, count - i).at, i),
-                static_cast<std::size_t>(count - i) * bytes);
-  }
-
-  // A pixel of three or four samples and its right neighbour.
-  static Pair<F32x4> pixelPair(const Zor8u* p)
-  {
-    if constexpr (std::is_same_v<T, Zor16u>) {
-      const auto right =
-        Channels == 3 ? shiftRight<16>(loadLow8<std::uint64_t>(p + 4)) : loadLow8<std::uint64_t>(p + 8);
-      return {toFloat(as<std::int32_t>(widenLow(loadLow8<std::uint16_t>(p)))),
-              toFloat(as<std::int32_t>(widenLow(as<std::uint16_t>(right))))};
-    } else {
-      if constexpr (Channels == 3) return {load<float>(p), bytesDown<4>(load<float>(p + 8))};
-      else return {load<float>(p), load<float>(p + 16)};
-    }
-  }
-
-  static void linearPixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t* const offset = points.offset();
-    const float *const fx = points.singleX(), *const fy = points.singleY();
-    for (int i = 0; i < count; ++i, dst += bytes) {
-      const Zor8u* const p = plane + offset[i];
-      storePixel(dst, samples(blend(pixelPair(p), pixelPair(p + s.step), splat(fx[i]), splat(fy[i]))), i == count - 1);
-    }
-  }
-
   // ---- Cubic, 8u: rows are summed to 6 fraction bits, then the four sums to whole numbers. ----
 
+  // The upper left tap of a point, before its own pixel.
+  static const Zor8u* firstTap(const Source& s, const Zor8u* plane) { return plane - s.step - bytes; }
+  static bool allTaps(const Source& s, PointRow points, int i)
+  {
+    return hasAllTaps(s, points.wholeX()[i] >> 10, points.wholeY()[i] >> 10);
+  }
+  static std::uint64_t weightsAt(std::int32_t x) { return get<std::uint64_t>(cubicTable.rows[x & 1023]); }
+
+  static void cubicPoints8(const Source& s, const Zor8u* plane, PointRow points, int first, int end, Zor8u* dst)
+  {
+    for (int i = first; i < end; ++i)
+      cubicPoint8<Processed>(s, plane, points.wholeX()[i], points.wholeY()[i], dst + std::ptrdiff_t{i} * bytes);
+  }
+
+  // A group of points from `i` on that have all their taps: C1.
+  static constexpr int cubicGroup = Channels == 1 ? 4 : vectorBytes / 16;
+
+#if ZORI_VECTOR_BYTES == 32
+  // Of two points: sums of rows 0 and 1 of either, then of rows 2 and 3.
+  static Vec<std::int32_t> rowSums(const Source& s, const Zor8u* p, const Zor8u* q, std::int32_t x, std::int32_t y)
+  {
+    const std::int32_t rowAt[4] = {0, static_cast<std::int32_t>(s.step), static_cast<std::int32_t>(2 * s.step),
+                                   static_cast<std::int32_t>(3 * s.step)};
+    const auto pairs = [&](const Zor8u* from, std::int32_t fraction) {
+      const auto taps = as<Zor8u>(gatherFour<1>(from, rowAt));
+      return as<float>(mulAddPairs(as<std::int16_t>(widened(taps)), as<std::int16_t>(splat(weightsAt(fraction)))));
+    };
+    const Vec<float> a = pairs(p, x), b = pairs(q, y);
+    return shiftRight<8>(as<std::int32_t>(evenLanes(a, b)) + as<std::int32_t>(oddLanes(a, b)) +
+                         splat<std::int32_t>(128));
+  }
+  static void cubicFour8(const Source& s, const Zor8u* before, PointRow points, int i, Zor8u* dst)
+  {
+    const std::int32_t *const offset = points.offset() + i, *const x = points.wholeX() + i,
+                              *const y = points.wholeY() + i;
+    const auto sums = [&](int k) { return rowSums(s, before + offset[k], before + offset[k + 1], x[k], x[k + 1]); };
+    const auto down = [&](int k) {
+      return as<std::uint64_t>(
+        interleaveLow(as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y[k] & 1023])),
+                      as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y[k + 1] & 1023]))));
+    };
+    const auto a = down(0), b = down(2);
+    const auto weights = as<std::int16_t>(joined(interleaveLow(a, b), interleaveHigh(a, b)));
+    const auto both = mulAddPairs(narrowSatLocal<std::int16_t>(sums(0), sums(2)), weights);
+    const I32x4 out = shiftRight<20>(lowHalf(both) + highHalf(both) + splat16<std::int32_t>(1 << 19));
+    const auto words = narrowSat<std::int16_t>(out, out);
+    storeLow4(dst + i, narrowSat<Zor8u>(words, words));
+  }
+#else
   // Four sums of rows, of one sample.
   static I32x4 rowSums(const Source& s, const Zor8u* p, const std::int16_t* wx)
   {
@@ -283,24 +83,6 @@ template <class T, int Channels, int Processed> struct Pixels : FinePixels<T, Ch
     const F32x4 a = rows(p), b = rows(p + 2 * s.step);
     return as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b)) + as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b));
   }
-
-  // The stretch of points that have all their taps: the points lie on a line, and only its ends may have not.
-  struct Stretch {
-    int first, end;
-    Stretch(const Source& s, PointRow points, int count) : first(0), end(count)
-    {
-      const auto isWhole = [&](int i) { return hasAllTaps(s, points.wholeX()[i] >> 10, points.wholeY()[i] >> 10); };
-      while (first < end && !isWhole(first)) ++first;
-      while (end > first && !isWhole(end - 1)) --end;
-    }
-  };
-  static void cubicPoints8(const Source& s, const Zor8u* plane, PointRow points, int first, int end, Zor8u* dst)
-  {
-    for (int i = first; i < end; ++i)
-      cubicPoint8<Processed>(s, plane, points.wholeX()[i], points.wholeY()[i], dst + std::ptrdiff_t{i} * bytes);
-  }
-
-  // Four points with all their taps.
   static void cubicFour8(const Source& s, const Zor8u* before, PointRow points, int i, Zor8u* dst)
   {
     const std::int32_t *const offset = points.offset() + i, *const x = points.wholeX() + i,
@@ -320,91 +102,126 @@ template <class T, int Channels, int Processed> struct Pixels : FinePixels<T, Ch
     const auto words = narrowSat<std::int16_t>(out, out);
     storeLow4(dst + i, narrowSat<Zor8u>(words, words));
   }
+#endif
 
-  // The upper left tap of a point, before its own pixel.
-  static const Zor8u* firstTap(const Source& s, const Zor8u* plane) { return plane - s.step - bytes; }
-
-  static void cubicLine8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  // A group of pixels that have all their taps, each in 16 bytes of a vector.
+#if ZORI_VECTOR_BYTES == 32
+  struct TapOrders {
+    alignas(32) Zor8u first[32], second[32]; // taps 0 and 1, 2 and 3, sample by sample, as words
+    constexpr TapOrders() : first{}, second{}
+    {
+      for (int i = 0; i < 32; ++i) {
+        const int word = i / 2 % 8, sample = word / 2 % Channels, tap = word % 2;
+        first[i] = static_cast<Zor8u>(i % 2 ? 0x80 : tap * Channels + sample);
+        second[i] = static_cast<Zor8u>(i % 2 ? 0x80 : (tap + 2) * Channels + sample);
+      }
+    }
+  };
+  static constexpr TapOrders tapOrders{};
+#endif
+  // The taps of a row as pairs of words.
+  struct TapWords {
+    Vec<std::int16_t> first, second;
+    TapWords(const Zor8u* p, const std::int32_t* at)
+    {
+#if ZORI_VECTOR_BYTES == 32
+      const auto x = gather128<Zor8u>(p, at);
+      first = as<std::int16_t>(shuffleBytesLocal(x, load<Zor8u>(tapOrders.first)));
+      second = as<std::int16_t>(shuffleBytesLocal(x, load<Zor8u>(tapOrders.second)));
+#else
+      Vec<Zor8u> pairs, others;
+      p += at[0];
+      if constexpr (Channels == 4) {
+        const auto x = load<Zor8u>(p);
+        pairs = interleaveLow(x, bytesDown<4>(x));
+        others = interleaveLow(bytesDown<8>(x), bytesDown<12>(x));
+      } else {
+        const auto x = loadLow8<std::uint64_t>(p), y = shiftRight<16>(loadLow8<std::uint64_t>(p + 4));
+        pairs = interleaveLow(as<Zor8u>(x), as<Zor8u>(shiftRight<24>(x)));
+        others = interleaveLow(as<Zor8u>(y), as<Zor8u>(shiftRight<24>(y)));
+      }
+      first = as<std::int16_t>(widenLow(pairs));
+      second = as<std::int16_t>(widenLow(others));
+#endif
+    }
+  };
+  // Pairs of weights for them.
+  struct WeightPairs {
+    Vec<std::int16_t> first, second;
+    explicit WeightPairs(const std::int32_t* x)
+    {
+      const std::int32_t at[2] = {8 * (x[0] & 1023), vectorBytes == 32 ? 8 * (x[1] & 1023) : 0};
+      const auto w = gatherEights(cubicTable.rows, at);
+      first = as<std::int16_t>(shuffleLocal<0, 0, 0, 0>(w));
+      second = as<std::int16_t>(shuffleLocal<1, 1, 1, 1>(w));
+    }
+    Vec<std::int32_t> sum(Vec<std::int16_t> a, Vec<std::int16_t> b) const
+    {
+      return mulAddPairs(a, first) + mulAddPairs(b, second);
+    }
+  };
+  static void cubicPixels8(const Source& s, const Zor8u* before, PointRow points, int i, Zor8u* dst, bool isLast)
   {
-    const Stretch whole(s, points, count);
-    if (whole.end - whole.first < 4) return cubicPoints8(s, plane, points, 0, count, dst);
-    const Zor8u* const before = firstTap(s, plane);
-    cubicPoints8(s, plane, points, 0, whole.first, dst);
-    int i = whole.first;
-    for (; i + 4 <= whole.end; i += 4) cubicFour8(s, before, points, i, dst);
-    if (i < whole.end) cubicFour8(s, before, points, whole.end - 4, dst); // some of them again
-    cubicPoints8(s, plane, points, whole.end, count, dst);
+    const std::int32_t* const offset = points.offset() + i;
+    const auto low = splat<std::int32_t>(0xffff);
+    const WeightPairs across(points.wholeX() + i), down(points.wholeY() + i);
+    const auto row = [&](int k) {
+      const TapWords taps(before + k * s.step, offset);
+      return shiftRight<8>(across.sum(taps.first, taps.second) + splat<std::int32_t>(128));
+    };
+    const auto pair = [&](int k) { return as<std::int16_t>((row(k) & low) | shiftLeft<16>(row(k + 1))); };
+    const auto out = shiftRight<20>(down.sum(pair(0), pair(2)) + splat<std::int32_t>(1 << 19));
+    const auto words = narrowSatLocal<std::int16_t>(out, out);
+    const auto pixels = narrowSatLocal<Zor8u>(words, words);
+    Zor8u* const to = dst + std::ptrdiff_t{i} * bytes;
+    storePixel(to, sixteenBytes<0>(pixels), isLast && cubicGroup == 1);
+    if constexpr (cubicGroup == 2) storePixel(to + bytes, sixteenBytes<1>(pixels), isLast);
+  }
+
+  // The last offset of a point in a group: 16 bytes are read where 12 are wanted.
+  static std::int32_t lastGroup(const Source& s)
+  {
+    return Channels == 3 && vectorBytes == 32 ? lastOffset(s, 2 * s.step + 16 - bytes) : anyOffset;
+  }
+
+  static void cubicGroup8(const Source& s, const Zor8u* before, PointRow points, int i, Zor8u* dst, bool isLast)
+  {
+    if constexpr (Channels == 1) cubicFour8(s, before, points, i, dst);
+    else cubicPixels8(s, before, points, i, dst, isLast);
   }
 
   static void cubic8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
   {
-    const std::int32_t *const x = points.wholeX(), *const y = points.wholeY();
+    const UpperHalvesCleared atTheEnd;
     const Zor8u* const before = firstTap(s, plane);
-    const auto allTaps = [&](int i) { return hasAllTaps(s, x[i] >> 10, y[i] >> 10); };
+    const std::int32_t last = lastGroup(s);
+    const bool hasRoom = last == anyOffset || !isBehind(points.offset(), count, last);
     for (int i = 0; i < count;) {
-      if (i + 4 <= count && allTaps(i) && allTaps(i + 1) && allTaps(i + 2) && allTaps(i + 3)) {
-        cubicFour8(s, before, points, i, dst);
-        i += 4;
-      } else {
-        cubicPoints8(s, plane, points, i, i + 1, dst);
-        ++i;
-      }
-    }
-  }
-
-  // The sum of four pixels of a row, sample by sample.
-  static I32x4 pixelSum(const Zor8u* p, I32x4 first, I32x4 second)
-  {
-    Vec<Zor8u> pairs, others;
-    if constexpr (Channels == 4) {
-      const auto x = load<Zor8u>(p);
-      pairs = interleaveLow(x, bytesDown<4>(x));
-      others = interleaveLow(bytesDown<8>(x), bytesDown<12>(x));
-    } else {
-      const auto x = loadLow8<std::uint64_t>(p), y = shiftRight<16>(loadLow8<std::uint64_t>(p + 4));
-      pairs = interleaveLow(as<Zor8u>(x), as<Zor8u>(shiftRight<24>(x)));
-      others = interleaveLow(as<Zor8u>(y), as<Zor8u>(shiftRight<24>(y)));
-    }
-    return mulAddPairs(as<std::int16_t>(widenLow(pairs)), as<std::int16_t>(first)) +
-           mulAddPairs(as<std::int16_t>(widenLow(others)), as<std::int16_t>(second));
-  }
-
-  // A pixel with all its taps.
-  static void cubicPixel8(const Source& s, const Zor8u* p, int x, int y, Zor8u* dst, bool isLast)
-  {
-    const I32x4 rowHalf = splat<std::int32_t>(128), half = splat<std::int32_t>(1 << 19);
-    const I32x4 low = splat<std::int32_t>(0xffff);
-    const I32x4 wx = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[x & 1023]));
-    const I32x4 wy = as<std::int32_t>(loadLow8<std::uint64_t>(cubicTable.rows[y & 1023]));
-    const I32x4 first = shuffle<0, 0, 0, 0>(wx), second = shuffle<1, 1, 1, 1>(wx);
-    const auto row = [&](int k) { return shiftRight<8>(pixelSum(p + k * s.step, first, second) + rowHalf); };
-    const auto pair = [&](int k) { return as<std::int16_t>((row(k) & low) | shiftLeft<16>(row(k + 1))); };
-    const I32x4 out = shiftRight<20>(mulAddPairs(pair(0), as<std::int16_t>(shuffle<0, 0, 0, 0>(wy))) +
-                                     mulAddPairs(pair(2), as<std::int16_t>(shuffle<1, 1, 1, 1>(wy))) + half);
-    const auto words = narrowSat<std::int16_t>(out, out);
-    storePixel(dst, narrowSat<Zor8u>(words, words), isLast);
-  }
-
-  static void cubicLinePixels8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t *const offset = points.offset(), *const x = points.wholeX(), *const y = points.wholeY();
-    const Zor8u* const before = firstTap(s, plane);
-    const Stretch whole(s, points, count);
-    cubicPoints8(s, plane, points, 0, whole.first, dst);
-    for (int i = whole.first; i < whole.end; ++i)
-      cubicPixel8(s, before + offset[i], x[i], y[i], dst + std::ptrdiff_t{i} * bytes, i == whole.end - 1);
-    cubicPoints8(s, plane, points, whole.end, count, dst);
-  }
-
-  static void cubic8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
-  {
-    const std::int32_t *const offset = points.offset(), *const x = points.wholeX(), *const y = points.wholeY();
-    const Zor8u* const before = firstTap(s, plane);
-    for (int i = 0; i < count; ++i) {
-      if (hasAllTaps(s, x[i] >> 10, y[i] >> 10))
-        cubicPixel8(s, before + offset[i], x[i], y[i], dst + std::ptrdiff_t{i} * bytes, i == count - 1);
+      bool isWhole = i + cubicGroup <= count && (hasRoom || !isBehind(points.offset() + i, cubicGroup, last));
+      for (int k = 0; k < cubicGroup; ++k) isWhole = isWhole && allTaps(s, points, i + k);
+      const int n = isWhole ? cubicGroup : 1;
+      if (isWhole) cubicGroup8(s, before, points, i, dst, i + n == count);
       else cubicPoints8(s, plane, points, i, i + 1, dst);
+      i += n;
     }
+  }
+
+  // Points on a line: only its ends may lack taps.
+  static void cubicLine8(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
+  {
+    const UpperHalvesCleared atTheEnd;
+    int first = 0, end = count;
+    while (first < end && !allTaps(s, points, first)) ++first;
+    while (end > first && !allTaps(s, points, end - 1)) --end;
+    const std::int32_t last = lastGroup(s);
+    if (end - first < cubicGroup || (last != anyOffset && isBehind(points.offset() + first, end - first, last)))
+      return cubic8(s, plane, points, count, dst);
+    const Zor8u* const before = firstTap(s, plane);
+    cubicPoints8(s, plane, points, 0, first, dst);
+    int i = first;
+    for (; i + cubicGroup <= end; i += cubicGroup) cubicGroup8(s, before, points, i, dst, i + cubicGroup == end);
+    if (i < end) cubicGroup8(s, before, points, end - cubicGroup, dst, true); // some of them again
+    cubicPoints8(s, plane, points, end, count, dst);
   }
 };
 
@@ -423,8 +240,7 @@ template <class T, int Channels, int Processed> Sampler samplerOf(int interpolat
   }
   default: {
     constexpr SampleRow fine = P::template fine<P::cubicPoint>;
-    if constexpr (isByte && isPlane) return {Method::Cubic8, P::cubic8, fine, P::cubicLine8};
-    else if constexpr (isByte) return {Method::Cubic8, P::cubic8Pixels, fine, P::cubicLinePixels8};
+    if constexpr (isByte) return {Method::Cubic8, P::cubic8, fine, P::cubicLine8};
     else return {Method::Fine, fine, fine, fine};
   }
   }

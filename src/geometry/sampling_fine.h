@@ -2,6 +2,7 @@
 // is.
 #pragma once
 
+#include "rowkernels/simd.h"
 #include "sampling.h"
 #include "sampling_cubic.h"
 
@@ -77,10 +78,10 @@ struct CubicWeightPairs {
   F64x2 w[4];
   explicit CubicWeightPairs(F64x2 t)
   {
-    const F64x2 half = splat(0.5), six = splat(6.0), t2 = t * t, t3 = t * t2;
-    w[0] = (zero<double>() - t2 / six - splat(1.0 / 3)) * t + t2 * half;
-    w[1] = t3 * half + splat(1.0) - t2 - t * half;
-    w[2] = zero<double>() - t3 * half + t2 * half + t;
+    const F64x2 half = splat16(0.5), six = splat16(6.0), t2 = t * t, t3 = t * t2;
+    w[0] = (zero<double, 16>() - t2 / six - splat16(1.0 / 3)) * t + t2 * half;
+    w[1] = t3 * half + splat16(1.0) - t2 - t * half;
+    w[2] = zero<double, 16>() - t3 * half + t2 * half + t;
     w[3] = t3 / six - t / six;
   }
   F64x2 across(int k) const { return interleaveLow(w[k], w[k]); }
@@ -137,14 +138,14 @@ template <class T, int Channels, int Processed> struct FinePixels {
       const auto both = interleaveLow(loadLow8<T>(p), loadLow8<T>(q));
       return sum(as<std::int32_t>(widenLow(both)), as<std::int32_t>(widenHigh(both)));
     } else {
-      const auto a = load<T>(p), b = load<T>(q);
+      const auto a = load16<T>(p), b = load16<T>(q);
       return sum(interleaveLow(a, b), interleaveHigh(a, b));
     }
   }
 
   static void cubicWhole(const Source& s, const Zor8u* p, double fx, double fy, Zor8u* dst)
   {
-    const CubicWeightPairs weights(interleaveLow(splat(fx), splat(fy)));
+    const CubicWeightPairs weights(interleaveLow(splat16(fx), splat16(fy)));
     const Zor8u* const q = p + 2 * s.step;
     const F64x2 above = interleaveHigh(weights.w[0], weights.w[1]) * rowPair(p, p + s.step, weights);
     const F64x2 below = interleaveHigh(weights.w[2], weights.w[3]) * rowPair(q, q + s.step, weights);

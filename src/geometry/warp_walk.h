@@ -8,7 +8,7 @@
 #pragma once
 
 #include "calculus.h"
-#include "sampling.h"
+#include "sampling_place.h"
 
 #include <cmath>
 
@@ -17,12 +17,26 @@ namespace geometry {
 
 // What rules are written with: one number, or a vector of them.
 inline double rootOf(double x) { return std::sqrt(x); }
-inline F64x2 rootOf(F64x2 x) { return sqrt(x); }
+template <int Bytes> Vec<double, Bytes> rootOf(Vec<double, Bytes> x) { return sqrt(x); }
 template <class V> V allOf(double x)
 {
   if constexpr (std::is_same_v<V, double>) return x;
   else return splat(x);
 }
+
+// ---- Four rows: the sums where the columns begin, and their steps ----
+
+template <class Rule> struct Lanes {
+  double sum[Rule::sums][blockRows], step[Rule::sums][blockRows];
+
+  void start(int lane, const double (&s)[Rule::sums], const double (&d)[Rule::sums])
+  {
+    for (int i = 0; i < Rule::sums; ++i) {
+      sum[i][lane] = s[i];
+      step[i][lane] = d[i];
+    }
+  }
+};
 
 // ---- Rules ----
 
@@ -126,6 +140,29 @@ public:
     x = sum[0] / sum[2];
     y = sum[1] / sum[2];
   }
+  // With one division instead of two: the quotients are wrong by less than 3 units of their last place, which hardly
+  // ever changes what they are rounded to. Where it may, lanes of `doubt` become ones.
+  template <class V> void pointQuickly(const V* sum, V& x, V& y, Vec<std::int32_t>& doubt) const
+  {
+    const V inverse = splat(1.0) / sum[2];
+    x = sum[0] * inverse;
+    y = sum[1] * inverse;
+    // the 29 bits that rounding to single precision cuts off, as seen from their middle
+    constexpr std::int32_t margin = 4 << 3;
+    const auto bits = shiftLeft<3>(as<std::int32_t>(evenLanes(as<float>(x), as<float>(y))));
+    const auto fromMiddle = bits + splat(-margin - 1);
+    doubt = doubt | greater(fromMiddle, splat(INT32_MAX - 2 * margin - 1));
+  }
+  // Whether that holds of divisors between these: of a row without columns both are 0.
+  static bool dividesQuickly(const Lanes<PerspectiveRule>& first, const Lanes<PerspectiveRule>& last)
+  {
+    constexpr double least = 1e-100;
+    for (int r = 0; r < blockRows; ++r) {
+      const double a = first.sum[2][r], b = last.sum[2][r];
+      if (!(a > least && b > least) && !(a < -least && b < -least) && !(a == 0 && b == 0)) return false;
+    }
+    return true;
+  }
 
 private:
   Perspective t_;
@@ -172,20 +209,6 @@ private:
   Bilinear b_;
   double sign_, turn_, bend_;
   Bilinear to_;
-};
-
-// ---- Four rows ----
-
-template <class Rule> struct Lanes {
-  double sum[Rule::sums][blockRows], step[Rule::sums][blockRows];
-
-  void start(int lane, const double (&s)[Rule::sums], const double (&d)[Rule::sums])
-  {
-    for (int i = 0; i < Rule::sums; ++i) {
-      sum[i][lane] = s[i];
-      step[i][lane] = d[i];
-    }
-  }
 };
 
 // The ends of a row's points as its lane stands: may they be placed without a look at each?
@@ -252,135 +275,172 @@ void placeFine(const Rule& rule, const Lanes<Rule>& lanes, int lane, int count, 
   }
 }
 
-// ---- Four rows by four columns ----
+// ---- Four rows by as many columns as a vector has 32-bit lanes ----
 
-template <class V> struct FourByFour {
-  V line[4];
+inline namespace ZORI_WIDTH {
+
+using Doubles = Vec<double>;
+constexpr int placedColumns = Vec<std::int32_t>::size;
+
+// A coordinate of such a block, column by column, in two halves: x[h][k] is, with vectors of 16 bytes, column k of rows
+// 2h and 2h + 1; with vectors of 32 bytes column 4h + k of all rows. So the sums of a half are these:
+constexpr int sumsOfHalf(int h) { return Doubles::size == 2 ? h : 0; }
+using Columns = Doubles[2][4];
+
+// The same row by row. Doubles take two vectors a row.
+template <class T> struct Rows {
+  Vec<T> row[blockRows];
+};
+struct RowsOfDoubles {
+  Doubles low[blockRows], high[blockRows];
 };
 
-// Lines become columns.
-inline FourByFour<I32x4> transposed(const FourByFour<I32x4>& m)
+// The halves of a block whose rows 0 and 1, or 0 and 2 above 1 and 3, are in `even` and `odd`.
+template <class T> Rows<T> joinedRows(const Vec<T> (&even)[2], const Vec<T> (&odd)[2])
 {
-  using U64 = Vec<std::uint64_t>;
-  const auto a = as<std::uint64_t>(interleaveLow(m.line[0], m.line[1]));
-  const auto b = as<std::uint64_t>(interleaveHigh(m.line[0], m.line[1]));
-  const auto c = as<std::uint64_t>(interleaveLow(m.line[2], m.line[3]));
-  const auto d = as<std::uint64_t>(interleaveHigh(m.line[2], m.line[3]));
-  const auto whole = [](U64 x) { return as<std::int32_t>(x); };
-  return {
-    {whole(interleaveLow(a, c)), whole(interleaveHigh(a, c)), whole(interleaveLow(b, d)), whole(interleaveHigh(b, d))}};
-}
-inline FourByFour<F32x4> transposed(const FourByFour<F32x4>& m)
-{
-  FourByFour<I32x4> bits;
-  for (int i = 0; i < 4; ++i) bits.line[i] = as<std::int32_t>(m.line[i]);
-  bits = transposed(bits);
-  FourByFour<F32x4> out;
-  for (int i = 0; i < 4; ++i) out.line[i] = as<float>(bits.line[i]);
-  return out;
+  if constexpr (Doubles::size == 2) return {{even[0], odd[0], even[1], odd[1]}};
+  else
+    return {{lowHalves(even[0], even[1]), lowHalves(odd[0], odd[1]), highHalves(even[0], even[1]),
+             highHalves(odd[0], odd[1])}};
 }
 
-// A coordinate of four columns, each as rows 0, 1 and rows 2, 3.
-using Columns = F64x2[4][2];
-
-// Rounded to whole numbers below 2^31, halves to even, by rows.
-inline FourByFour<I32x4> roundedRows(const Columns& x)
+// A half of a block on its way to rows of whole numbers below 2^31: rounded, halves to even.
+inline void roundHalf(const Doubles (&x)[4], Vec<std::int32_t>& even, Vec<std::int32_t>& odd)
 {
-  const F64x2 toWhole = splat(6755399441055744.0); // 1.5 * 2^52: the sum holds the whole number in its low half
-  const auto halves = [=](int k, int rows) { return as<float>(x[k][rows] + toWhole); };
-  FourByFour<I32x4> out;
-  for (int rows = 0; rows < 2; ++rows) {
-    const F32x4 a = shuffle<2, 0, 2, 0>(halves(0, rows), halves(1, rows));
-    const F32x4 b = shuffle<2, 0, 2, 0>(halves(2, rows), halves(3, rows));
-    out.line[2 * rows] = as<std::int32_t>(shuffle<2, 0, 2, 0>(a, b));
-    out.line[2 * rows + 1] = as<std::int32_t>(shuffle<3, 1, 3, 1>(a, b));
+  const Doubles toWhole = splat(6755399441055744.0); // 1.5 * 2^52: the sum holds the whole number in its low half
+  const auto rounded = [=](int k) { return as<float>(x[k] + toWhole); };
+  const Vec<float> a = evenLanes(rounded(0), rounded(1)), b = evenLanes(rounded(2), rounded(3));
+  even = as<std::int32_t>(evenLanes(a, b));
+  odd = as<std::int32_t>(oddLanes(a, b));
+}
+
+inline Rows<float> singleRows(const Columns& x)
+{
+  Doubles line[4]; // pairs of a column's rows
+  for (int k = 0; k < 4; ++k) line[k] = as<double>(toFloat(x[0][k], x[1][k]));
+  const auto pairs = [=](int k) { return interleaveLowLocal(as<float>(line[k]), as<float>(line[k + 1])); };
+  const auto others = [=](int k) { return interleaveHighLocal(as<float>(line[k]), as<float>(line[k + 1])); };
+  const auto low = [](Vec<float> a, Vec<float> b) {
+    return as<float>(interleaveLowLocal(as<double>(a), as<double>(b)));
+  };
+  const auto high = [](Vec<float> a, Vec<float> b) {
+    return as<float>(interleaveHighLocal(as<double>(a), as<double>(b)));
+  };
+  return {{low(pairs(0), pairs(2)), high(pairs(0), pairs(2)), low(others(0), others(2)), high(others(0), others(2))}};
+}
+
+inline RowsOfDoubles doubleRows(const Columns& x)
+{
+  RowsOfDoubles rows;
+  for (int h = 0; h < 2; ++h) {
+    const Doubles even[2] = {interleaveLowLocal(x[h][0], x[h][1]), interleaveLowLocal(x[h][2], x[h][3])};
+    const Doubles odd[2] = {interleaveHighLocal(x[h][0], x[h][1]), interleaveHighLocal(x[h][2], x[h][3])};
+    if constexpr (Doubles::size == 2) {
+      rows.low[2 * h] = even[0];
+      rows.high[2 * h] = even[1];
+      rows.low[2 * h + 1] = odd[0];
+      rows.high[2 * h + 1] = odd[1];
+    } else {
+      const Rows<double> half = joinedRows<double>(even, odd);
+      for (int r = 0; r < blockRows; ++r) (h == 0 ? rows.low : rows.high)[r] = half.row[r];
+    }
   }
-  return out;
-}
-
-// The four columns of one row.
-struct RowOfFour {
-  F64x2 low, high;
-};
-inline RowOfFour rowOf(const Columns& x, int row)
-{
-  const int pair = row / 2;
-  if (row % 2 == 0) return {interleaveLow(x[0][pair], x[1][pair]), interleaveLow(x[2][pair], x[3][pair])};
-  return {interleaveHigh(x[0][pair], x[1][pair]), interleaveHigh(x[2][pair], x[3][pair])};
+  return rows;
 }
 
 // How far coordinates lie behind whole numbers, in single precision.
-inline F32x4 fractions(RowOfFour x, I32x4 whole)
+inline Vec<float> fractions(Doubles low, Doubles high, Vec<std::int32_t> whole)
 {
-  return toFloat(x.low - toDoubleLow(whole), x.high - toDoubleHigh(whole));
+  return toFloat(low - toDoubleLow(whole), high - toDoubleHigh(whole));
 }
 
-// Places `columns` points in each of four rows; lanes go on to the columns behind.
-template <Method M, class Rule>
-[[gnu::noinline]] void placeBlock(const Rule& rule, Lanes<Rule>& lanes, const Source& source, int columns,
-                                  Points& points)
+// Places `columns` points in each of four rows; lanes go on to the columns behind. What is done quickly has to be done
+// again where the answer is no.
+template <Method M, bool Quickly, class Rule>
+[[gnu::noinline]] bool placeColumns(const Rule& rule, Lanes<Rule>& lanes, const Source& source, int columns,
+                                    Points& points)
 {
+  const UpperHalvesCleared atTheEnd;
+  constexpr int sets = blockRows / Doubles::size;
+  Vec<std::int32_t> doubt = zero<std::int32_t>();
   const Placer<M> placer(source);
-  F64x2 sum[Rule::sums][2], step[Rule::sums][2];
-  for (int i = 0; i < Rule::sums; ++i)
-    for (int r = 0; r < 2; ++r) {
-      sum[i][r] = load<double>(lanes.sum[i] + 2 * r);
-      step[i][r] = load<double>(lanes.step[i] + 2 * r);
+  Doubles sum[sets][Rule::sums], step[sets][Rule::sums];
+  for (int set = 0; set < sets; ++set)
+    for (int i = 0; i < Rule::sums; ++i) {
+      sum[set][i] = load<double>(lanes.sum[i] + set * Doubles::size);
+      step[set][i] = load<double>(lanes.step[i] + set * Doubles::size);
     }
 
-  const F64x2 highX = splat(placer.highX()), highY = splat(placer.highY());
-  for (int column = 0; column < columns; column += 4) {
+  constexpr bool isExact = M == Method::Fine || M == Method::Linear || M == Method::Inner;
+  constexpr bool isClamped = !Rule::isSingle && (M == Method::Linear || (!Rule::keepsBetweenEnds && M != Method::Fine));
+  const Doubles highX = splat(placer.highX()), highY = splat(placer.highY());
+  for (int column = 0; column < columns; column += placedColumns) {
     Columns x, y;
-    for (int k = 0; k < 4; ++k)
-      for (int r = 0; r < 2; ++r) {
-        F64x2 s[Rule::sums];
-        for (int i = 0; i < Rule::sums; ++i) {
-          s[i] = sum[i][r];
-          sum[i][r] += step[i][r];
-        }
-        rule.point(s, x[k][r], y[k][r]);
-        if constexpr (!Rule::isSingle && (M == Method::Linear || (!Rule::keepsBetweenEnds && M != Method::Fine))) {
-          x[k][r] = max(min(x[k][r], highX), zero<double>());
-          y[k][r] = max(min(y[k][r], highY), zero<double>());
+    Vec<std::int32_t> evenX[2], oddX[2], evenY[2], oddY[2];
+    for (int h = 0; h < 2; ++h) {
+      for (int k = 0; k < 4; ++k) {
+        auto& s = sum[sumsOfHalf(h)];
+        if constexpr (Quickly) rule.pointQuickly(s, x[h][k], y[h][k], doubt);
+        else rule.point(s, x[h][k], y[h][k]);
+        for (int i = 0; i < Rule::sums; ++i) s[i] += step[sumsOfHalf(h)][i];
+        if constexpr (isClamped) {
+          x[h][k] = max(min(x[h][k], highX), zero<double>());
+          y[h][k] = max(min(y[h][k], highY), zero<double>());
         }
       }
+      if constexpr (!Rule::isSingle && !isExact) {
+        roundHalf(x[h], evenX[h], oddX[h]);
+        roundHalf(y[h], evenY[h], oddY[h]);
+      }
+    }
 
     if constexpr (Rule::isSingle) {
-      FourByFour<F32x4> rowsX, rowsY;
-      for (int k = 0; k < 4; ++k) {
-        rowsX.line[k] = toFloat(x[k][0], x[k][1]);
-        rowsY.line[k] = toFloat(y[k][0], y[k][1]);
-      }
-      rowsX = transposed(rowsX);
-      rowsY = transposed(rowsY);
-      for (int r = 0; r < 4; ++r) placer.placeSingle(points, r, column, rowsX.line[r], rowsY.line[r]);
-    } else if constexpr (M == Method::Fine || M == Method::Linear || M == Method::Inner) {
-      for (int r = 0; r < 4; ++r) {
-        const RowOfFour across = rowOf(x, r), down = rowOf(y, r);
+      const Rows<float> across = singleRows(x), down = singleRows(y);
+      for (int r = 0; r < blockRows; ++r) placer.placeSingle(points, r, column, across.row[r], down.row[r]);
+    } else if constexpr (isExact) {
+      const RowsOfDoubles across = doubleRows(x), down = doubleRows(y);
+      for (int r = 0; r < blockRows; ++r) {
         if constexpr (M == Method::Fine) {
-          store(points.fine.x[r] + column, across.low);
-          store(points.fine.x[r] + column + 2, across.high);
-          store(points.fine.y[r] + column, down.low);
-          store(points.fine.y[r] + column + 2, down.high);
+          store(points.fine.x[r] + column, across.low[r]);
+          store(points.fine.x[r] + column + placedColumns / 2, across.high[r]);
+          store(points.fine.y[r] + column, down.low[r]);
+          store(points.fine.y[r] + column + placedColumns / 2, down.high[r]);
         } else {
-          I32x4 ix = toIntTruncated(across.low, across.high), iy = toIntTruncated(down.low, down.high);
+          auto ix = toIntTruncated(across.low[r], across.high[r]), iy = toIntTruncated(down.low[r], down.high[r]);
           if constexpr (M == Method::Linear) {
             ix = placer.wholeX(ix);
             iy = placer.wholeY(iy);
           }
-          placer.place(points, r, column, ix, iy, fractions(across, ix), fractions(down, iy));
+          placer.place(points, r, column, ix, iy, fractions(across.low[r], across.high[r], ix),
+                       fractions(down.low[r], down.high[r], iy));
         }
       }
     } else {
-      const FourByFour<I32x4> rowsX = roundedRows(x), rowsY = roundedRows(y);
-      for (int r = 0; r < 4; ++r)
-        placer.template place<!Rule::keepsBetweenEnds>(points, r, column, rowsX.line[r], rowsY.line[r]);
+      const Rows<std::int32_t> across = joinedRows(evenX, oddX), down = joinedRows(evenY, oddY);
+      for (int r = 0; r < blockRows; ++r)
+        placer.template place<!Rule::keepsBetweenEnds>(points, r, column, across.row[r], down.row[r]);
     }
   }
 
-  for (int i = 0; i < Rule::sums; ++i)
-    for (int r = 0; r < 2; ++r) store(lanes.sum[i] + 2 * r, sum[i][r]);
+  for (int set = 0; set < sets; ++set)
+    for (int i = 0; i < Rule::sums; ++i) store(lanes.sum[i] + set * Doubles::size, sum[set][i]);
+  return moveMask(doubt) == 0;
 }
 
+template <Method M, class Rule>
+void placeBlock(const Rule& rule, Lanes<Rule>& lanes, const Source& source, int columns, Points& points)
+{
+  // With vectors of 16 bytes it does not pay. Only where coordinates are rounded to whole numbers: other methods keep
+  // what is below the least normal number of single precision.
+  if constexpr (Rule::isSingle && Doubles::size == 4 &&
+                (M == Method::Nearest || M == Method::Inner8 || M == Method::Linear8 || M == Method::Cubic8)) {
+    const Lanes<Rule> before = lanes;
+    if (placeColumns<M, true>(rule, lanes, source, columns, points) && Rule::dividesQuickly(before, lanes)) return;
+    lanes = before;
+  }
+  placeColumns<M, false>(rule, lanes, source, columns, points);
+}
+
+} // namespace ZORI_WIDTH
 } // namespace geometry
 } // namespace zori

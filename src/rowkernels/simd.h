@@ -137,6 +137,18 @@ inline Vec<To, Bytes> narrowSatFour(Vec<int32_t, Bytes> a, Vec<int32_t, Bytes> b
   return x;
 }
 
+// The 16 bytes K of a vector.
+template <int K, class T, int Bytes> inline Vec<T, 16> sixteenBytes(Vec<T, Bytes> x)
+{
+  static_assert(K < Bytes / 16);
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (Bytes == 32) return K == 0 ? lowHalf(x) : highHalf(x);
+  else return x;
+#else
+  return x;
+#endif
+}
+
 // The first bytes of a vector.
 template <int N, class T, int Bytes> inline Vec<T, N> firstBytes(Vec<T, Bytes> x)
 {
@@ -176,6 +188,77 @@ template <int Scale> inline Vec<uint32_t> gather32(const void* p, const int32_t*
 #endif
 }
 
+// Words at at[0], at[1]... bytes behind p.
+inline Vec<uint16_t> gatherLanes(const void* p, const int32_t* at)
+{
+#if ZORI_VECTOR_BYTES == 32
+  return joined(gatherWords(p, at), gatherWords(p, at + 8));
+#else
+  return gatherWords(p, at);
+#endif
+}
+// Eight bytes from each place: the first four of the first two places, then the second four; in either half of 32
+// bytes. The high half is from at[High] on.
+template <int High = 2> inline Vec<uint32_t> gatherPairs(const void* p, const int32_t* at)
+{
+  const auto two = [=](int i) {
+    const auto lane = [=](int k) { return loadLow8<uint32_t>(static_cast<const char*>(p) + at[k]); };
+    return interleaveLow(lane(i), lane(i + 1));
+  };
+#if ZORI_VECTOR_BYTES == 32
+  return joined(two(0), two(High));
+#else
+  return two(0);
+#endif
+}
+// 16 bytes from each place.
+template <class T> inline Vec<T> gather128(const void* p, const int32_t* at)
+{
+  const char* const from = static_cast<const char*>(p);
+#if ZORI_VECTOR_BYTES == 32
+  return joined(load<T, 16>(from + at[0]), load<T, 16>(from + at[1]));
+#else
+  return load<T>(from + at[0]);
+#endif
+}
+// 8 bytes from each place, in the low half of 16 bytes each; and side by side, for widenedHalf.
+inline Vec<int32_t> gatherEights(const void* p, const int32_t* at)
+{
+  const char* const from = static_cast<const char*>(p);
+#if ZORI_VECTOR_BYTES == 32
+  return joined(loadLow8<int32_t>(from + at[0]), loadLow8<int32_t>(from + at[1]));
+#else
+  return loadLow8<int32_t>(from + at[0]);
+#endif
+}
+template <class T> inline Vec<T, 16> gatherHalf(const void* p, const int32_t* at)
+{
+  const char* const from = static_cast<const char*>(p);
+#if ZORI_VECTOR_BYTES == 32
+  return loadTwo<T>(from + at[0], from + at[1]);
+#else
+  return loadLow8<T>(from + at[0]);
+#endif
+}
+// As many elements as half a vector of the file's width holds, widened to a whole one.
+template <class T> inline Vec<WiderT<T>> widenedHalf(Vec<T, 16> x)
+{
+#if ZORI_VECTOR_BYTES == 32
+  return widened(x);
+#else
+  return widenLow(x);
+#endif
+}
+// Each of as many elements as there are 16 bytes in a vector, in all lanes of its 16 bytes.
+template <class T> inline Vec<T> splatEach(const T* p)
+{
+#if ZORI_VECTOR_BYTES == 32
+  return joined(splat<T, 16>(p[0]), splat<T, 16>(p[1]));
+#else
+  return splat(p[0]);
+#endif
+}
+
 // ---- Half a vector in memory ----
 
 // The samples of half a vector, widened to a whole one.
@@ -205,6 +288,15 @@ template <class T> inline void storeLowHalf(void* p, Vec<T> x)
   store(p, lowHalf(x));
 #else
   storeLow8(p, x);
+#endif
+}
+
+template <class T> inline void storeHighHalf(void* p, Vec<T> x)
+{
+#if ZORI_VECTOR_BYTES == 32
+  store(p, highHalf(x));
+#else
+  storeLow8(p, bytesDown<8>(x));
 #endif
 }
 

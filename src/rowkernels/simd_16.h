@@ -110,6 +110,13 @@ template <int Scale> inline Vec<uint32_t, 16> gatherFour(const void* p, const in
   return {_mm_unpacklo_epi64(_mm_unpacklo_epi32(lane(0), lane(1)), _mm_unpacklo_epi32(lane(2), lane(3)))};
 }
 
+// Eight bytes from each of two places.
+template <class T> inline Vec<T, 16> loadTwo(const void* p, const void* q)
+{
+  static_assert(isInt<T>);
+  return {_mm_castpd_si128(_mm_loadh_pd(_mm_load_sd(static_cast<const double*>(p)), static_cast<const double*>(q)))};
+}
+
 // The words at base + offset[i], of which there are as many as lanes.
 inline Vec<uint16_t, 16> gatherWords(const void* base, const int32_t* offset)
 {

@@ -181,6 +181,8 @@ inline Vec<int16_t, 32> mulHigh(Vec<int16_t, 32> a, Vec<int16_t, 32> b) { return
 inline Vec<uint16_t, 32> mulHigh(Vec<uint16_t, 32> a, Vec<uint16_t, 32> b) { return {_mm256_mulhi_epu16(a.v, b.v)}; }
 // a0*b0 + a1*b1 of each pair of 16-bit lanes.
 inline Vec<int32_t, 32> mulAddPairs(Vec<int16_t, 32> a, Vec<int16_t, 32> b) { return {_mm256_madd_epi16(a.v, b.v)}; }
+// Low halves of the 32-bit products.
+inline Vec<int32_t, 32> mulLow(Vec<int32_t, 32> a, Vec<int32_t, 32> b) { return {_mm256_mullo_epi32(a.v, b.v)}; }
 // 64-bit products of the even 32-bit lanes.
 inline Vec<uint64_t, 32> mulEven(Vec<uint32_t, 32> a, Vec<uint32_t, 32> b) { return {_mm256_mul_epu32(a.v, b.v)}; }
 
