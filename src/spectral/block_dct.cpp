@@ -13,8 +13,14 @@
 namespace zori {
 namespace {
 
-using Words = Vec<std::int16_t>;
-using Sums = Vec<std::int32_t>;
+// A row of a block, and neighbouring rows in one vector, a row in each 16 bytes: one, or two of them.
+using Words = Vec<std::int16_t, 16>;
+using Sums = Vec<std::int32_t, 16>;
+using GroupWords = Vec<std::int16_t>;
+using GroupSums = Vec<std::int32_t>;
+constexpr int rowsOfGroup = GroupWords::size / 8, groups = 8 / rowsOfGroup;
+
+inline Words allWords(std::int16_t x) { return splat<std::int16_t, 16>(x); }
 
 // ---- The matrices of the row passes ----
 
@@ -56,69 +62,131 @@ constexpr int meanInFour(Weight w, int u, int g)
   return g == 0 ? sum / 2 : (sum + (sum > 0 ? 1 : sum < 0 ? -1 : 0)) / 2;
 }
 
-// A matrix as vectors of pairs for mulAddPairs: four of them give four sums of eight products.
-struct alignas(16) PairTable {
-  std::int16_t values[4][8];
-  Words operator[](int i) const { return loadAligned<std::int16_t>(values[i]); }
+// The matrices of a group's rows as vectors of pairs for mulAddPairs: four of them give four sums of eight products.
+struct alignas(vectorBytes) GroupTable {
+  std::int16_t values[4][GroupWords::size];
+  GroupWords operator[](int i) const { return loadAligned<std::int16_t>(values[i]); }
 };
 
 // Forward, for pairs of sums and differences (s0 s1 d0 d1 s2 s3 d2 d3) and the same with its halves exchanged:
-// coefficients 0 to 3 by vectors 0 and 1, coefficients 4 to 7 by vectors 2 and 3.
-constexpr PairTable forwardTable(Weight w)
+// coefficients 0 to 3 by vectors 0 and 1, coefficients 4 to 7 by vectors 2 and 3. Rows of one weight follow each other.
+constexpr int forwardOrder[8] = {0, 4, 2, 6, 1, 7, 3, 5};
+struct ForwardTables {
+  GroupTable ofPair[4];
+};
+constexpr ForwardTables makeForwardTables()
 {
-  PairTable t{};
-  for (int u = 0; u < 8; ++u)
-    for (int k = 0; k < 4; ++k) {
-      const bool isExchanged = u % 4 / 2 != k / 2;
-      t.values[u / 4 * 2 + isExchanged][u % 4 * 2 + k % 2] = static_cast<std::int16_t>(basis(w, u, k));
-    }
+  ForwardTables t{};
+  for (int pair = 0; pair < 4; ++pair)
+    for (int u = 0; u < 8; ++u)
+      for (int i = 0; i < GroupWords::size / 2; ++i) {
+        const int k = i % 4;
+        const bool isExchanged = u % 4 / 2 != k / 2;
+        t.ofPair[pair].values[u / 4 * 2 + isExchanged][i / 4 * 8 + u % 4 * 2 + k % 2] =
+          static_cast<std::int16_t>(basis(weightOfRow[forwardOrder[2 * pair]], u, k));
+      }
   return t;
 }
+constexpr ForwardTables forwardTables = makeForwardTables();
 
 // Inverse, for broadcast pairs of coefficients (0 2), (1 3), (4 6), (5 7): four samples, or means, from each.
 enum class Samples { All, MeansInFour, MeansInTwo };
-template <Samples S> constexpr PairTable inverseTable(Weight w)
+struct InverseTables {
+  GroupTable of[groups];
+};
+template <Samples S> constexpr InverseTables makeInverseTables()
 {
-  PairTable t{};
-  for (int u = 0; u < 8; ++u)
-    for (int k = 0; k < 4; ++k) {
-      const int value = S == Samples::All           ? basis(w, u, k)
-                        : S == Samples::MeansInFour ? meanInFour(w, u, k)
-                        : k < 2                     ? meanInTwo(w, u, k)
-                                                    : 0;
-      t.values[u / 4 * 2 + u % 2][2 * k + u % 4 / 2] = static_cast<std::int16_t>(value);
-    }
+  InverseTables t{};
+  for (int r = 0; r < 8; ++r)
+    for (int u = 0; u < 8; ++u)
+      for (int k = 0; k < 4; ++k) {
+        const Weight w = weightOfRow[r];
+        const int value = S == Samples::All           ? basis(w, u, k)
+                          : S == Samples::MeansInFour ? meanInFour(w, u, k)
+                          : k < 2                     ? meanInTwo(w, u, k)
+                                                      : 0;
+        t.of[r / rowsOfGroup].values[u / 4 * 2 + u % 2][r % rowsOfGroup * 8 + 2 * k + u % 4 / 2] =
+          static_cast<std::int16_t>(value);
+      }
   return t;
 }
+template <Samples S> constexpr InverseTables inverseTables = makeInverseTables<S>();
 
-struct ForwardTables {
-  PairTable of[weights] = {forwardTable(W16384), forwardTable(W22725), forwardTable(W21407), forwardTable(W19266)};
+// What is added to the sums of each row.
+struct alignas(vectorBytes) Biases {
+  std::int32_t values[groups][GroupSums::size];
+  constexpr explicit Biases(const int (&ofRow)[8]) : values{}
+  {
+    for (int r = 0; r < 8; ++r)
+      for (int k = 0; k < 4; ++k) values[r / rowsOfGroup][r % rowsOfGroup * 4 + k] = ofRow[r];
+  }
+  GroupSums operator[](int group) const { return loadAligned<std::int32_t>(values[group]); }
 };
-template <Samples S> struct InverseTables {
-  PairTable of[weights] = {inverseTable<S>(W16384), inverseTable<S>(W22725), inverseTable<S>(W21407),
-                           inverseTable<S>(W19266)};
-};
-constexpr ForwardTables forwardTables;
-template <Samples S> constexpr InverseTables<S> inverseTables;
 
 // ---- Products by tangents and cosines ----
 
-constexpr std::int16_t tan1 = 13036, tan2 = 27146, tan3Less1 = -21746, halfCos4 = 23170, cos4Less1 = -19195;
+// 2^16 times tan(pi/16), tan(pi/8), tan(3pi/16) - 1, cos(pi/4) / 2 and cos(pi/4) - 1, and a one.
+struct alignas(16) Factors {
+  std::int16_t tan1[8], tan2[8], tan3Less1[8], halfCos4[8], cos4Less1[8], one[8];
+};
+#define EIGHT(x)                                                                                                       \
+  {                                                                                                                    \
+    x, x, x, x, x, x, x, x                                                                                             \
+  }
+constexpr Factors factors = {EIGHT(13036), EIGHT(27146), EIGHT(-21746), EIGHT(23170), EIGHT(-19195), EIGHT(1)};
+#undef EIGHT
 
-inline Words timesTan1(Words x) { return mulHigh(splat(tan1), x); }
-inline Words timesTan2(Words x) { return mulHigh(splat(tan2), x); }
-inline Words timesTan3(Words x) { return addSat(mulHigh(splat(tan3Less1), x), x); }
-inline Words timesCos4(Words x) { return addSat(mulHigh(splat(cos4Less1), x), x); }
-inline Words odd(Words x) { return x | splat<std::int16_t>(1); }
+// Products with them, which are read where they are used: gcc would form them anew in every call.
+class Times {
+  const Factors* f = forgotten(&factors);
+  static Words of(const std::int16_t (&x)[8]) { return loadAligned<std::int16_t, 16>(x); }
+
+public:
+  Words tan1(Words x) const { return mulHigh(x, of(f->tan1)); }
+  Words tan2(Words x) const { return mulHigh(x, of(f->tan2)); }
+  Words tan3(Words x) const { return addSat(mulHigh(x, of(f->tan3Less1)), x); }
+  Words halfCos4(Words x) const { return mulHigh(x, of(f->halfCos4)); }
+  Words cos4(Words x) const { return addSat(mulHigh(x, of(f->cos4Less1)), x); }
+  Words odd(Words x) const { return x | of(f->one); }
+};
 
 // ---- Forward ----
 
 struct Block {
   Words row[8];
+
+  // The rows that are a group in the forward order, and the neighbours that are one in the inverse.
+  GroupWords group(int g) const { return together(row, forwardOrder + rowsOfGroup * g); }
+  template <class G> void setGroup(int g, G x)
+  {
+    if constexpr (rowsOfGroup == 1) row[g] = x;
+    else {
+      row[2 * g] = lowHalf(x);
+      row[2 * g + 1] = highHalf(x);
+    }
+  }
+
+private:
+  template <class W> static GroupWords together(const W* row, const int* at)
+  {
+    if constexpr (rowsOfGroup == 1) return row[at[0]];
+    else return joined(row[at[0]], row[at[1]]);
+  }
 };
+
+template <class G> inline void storeGroup(Zor16s* pDst, int g, G x)
+{
+  const int* const row = forwardOrder + rowsOfGroup * g;
+  if constexpr (rowsOfGroup == 1) store(pDst + 8 * row[0], x);
+  else {
+    store(pDst + 8 * row[0], lowHalf(x));
+    store(pDst + 8 * row[1], highHalf(x));
+  }
+}
 
 inline void forwardColumns(Block& b)
 {
+  const Times times;
   Words* const x = b.row;
   const Words p16 = addSat(x[1], x[6]), p25 = addSat(x[2], x[5]), p07 = addSat(x[0], x[7]), p34 = addSat(x[3], x[4]);
   const Words e = shiftLeft<4>(subSat(x[1], x[6])), f = shiftLeft<4>(subSat(x[2], x[5]));
@@ -129,115 +197,106 @@ inline void forwardColumns(Block& b)
   const Words p = addSat(a, c), q = subSat(a, c);
   x[0] = addSat(u, p);
   x[4] = subSat(u, p);
-  x[2] = odd(addSat(timesTan2(q), v));
-  x[6] = odd(subSat(timesTan2(v), q));
+  x[2] = times.odd(addSat(times.tan2(q), v));
+  x[6] = times.odd(subSat(times.tan2(v), q));
 
-  const Words m = odd(mulHigh(splat(halfCos4), addSat(e, f))), n = mulHigh(splat(halfCos4), subSat(e, f));
+  const Words m = times.odd(times.halfCos4(addSat(e, f))), n = times.halfCos4(subSat(e, f));
   const Words j = addSat(g, n), k = subSat(g, n), r = subSat(h, m), s = addSat(h, m);
-  x[1] = odd(addSat(timesTan1(j), s));
-  x[7] = subSat(timesTan1(s), j);
-  x[3] = subSat(r, timesTan3(k));
-  x[5] = addSat(timesTan3(r), k);
+  x[1] = times.odd(addSat(times.tan1(j), s));
+  x[7] = subSat(times.tan1(s), j);
+  x[3] = subSat(r, times.tan3(k));
+  x[5] = addSat(times.tan3(r), k);
 }
 
-template <class T> inline Words pairOf64(T a, T b, bool high)
+// Coefficients from sums and differences (s0 s1 d0 d1 s2 s3 d2 d3).
+inline GroupWords forwardGroup(GroupSums pairs, const GroupTable& table)
 {
-  const auto x = as<std::uint64_t>(a), y = as<std::uint64_t>(b);
-  return as<std::int16_t>(high ? interleaveHigh(x, y) : interleaveLow(x, y));
+  const GroupSums half = splat(0x80000);
+  const GroupWords x = as<std::int16_t>(pairs), exchanged = as<std::int16_t>(shuffleLocal<1, 0, 3, 2>(pairs));
+  const GroupSums low = mulAddPairs(x, table[0]) + mulAddPairs(exchanged, table[1]) + half;
+  const GroupSums high = mulAddPairs(x, table[2]) + mulAddPairs(exchanged, table[3]) + half;
+  return narrowSatLocal<std::int16_t>(shiftRight<20>(low), shiftRight<20>(high));
 }
 
-// The words of the upper half in reverse.
-inline Words upperReversed(Words x) { return shuffleWordsHigh<0, 1, 2, 3>(x); }
-
-// Coefficients of one row from its sums and differences (s0 s1 d0 d1 s2 s3 d2 d3).
-inline Words forwardRow(Sums pairs, const PairTable& table)
+// Two groups of rows share the sums and differences.
+inline void forwardRows(const Block& b, Zor16s* pDst)
 {
-  const Sums half = splat(0x80000);
-  const Words x = as<std::int16_t>(pairs), exchanged = as<std::int16_t>(shuffle<1, 0, 3, 2>(pairs));
-  const Sums low = mulAddPairs(x, table[0]) + mulAddPairs(exchanged, table[1]) + half;
-  const Sums high = mulAddPairs(x, table[2]) + mulAddPairs(exchanged, table[3]) + half;
-  return narrowSat<std::int16_t>(shiftRight<20>(low), shiftRight<20>(high));
-}
-
-// Two rows of one weight.
-inline void forwardRows(Words& first, Words& second, Weight weight)
-{
-  const Words x = upperReversed(first), y = upperReversed(second);
-  const Words low = pairOf64(x, y, false), high = pairOf64(x, y, true);
-  const Sums s = as<std::int32_t>(addSat(low, high)), d = as<std::int32_t>(subSat(low, high));
-  first = forwardRow(interleaveLow(s, d), forwardTables.of[weight]);
-  second = forwardRow(interleaveHigh(s, d), forwardTables.of[weight]);
-}
-
-inline void forwardRows(Block& b)
-{
-  forwardRows(b.row[0], b.row[4], W16384);
-  forwardRows(b.row[2], b.row[6], W21407);
-  forwardRows(b.row[1], b.row[7], W22725);
-  forwardRows(b.row[3], b.row[5], W19266);
+#pragma GCC unroll 4
+  for (int g = 0; g < groups; g += 2) {
+    const auto x = as<std::uint64_t>(b.group(g)), y = as<std::uint64_t>(b.group(g + 1));
+    const auto low = as<std::int16_t>(interleaveLowLocal(x, y));
+    const auto high = shuffleWords<0, 1, 2, 3>(as<std::int16_t>(interleaveHighLocal(x, y))); // in reverse
+    const auto s = as<std::int32_t>(addSat(low, high)), d = as<std::int32_t>(subSat(low, high));
+    constexpr auto& table = forwardTables.ofPair;
+    storeGroup(pDst, g, forwardGroup(interleaveLowLocal(s, d), table[g * rowsOfGroup / 2]));
+    storeGroup(pDst, g + 1, forwardGroup(interleaveHighLocal(s, d), table[(g + 1) * rowsOfGroup / 2]));
+  }
 }
 
 // ---- Inverse ----
 
-constexpr int bias[8] = {65536, 2901, 1704, 2260, 1024, 512, 455, 373};
+constexpr Biases inverseBias({65536, 2901, 1704, 2260, 1024, 512, 455, 373});
 
-// Coefficients beyond the first `Used` count as zero.
-template <int Used> inline Words inverseRow(Words x, const PairTable& table, int bias)
+// The pairs of coefficients (0 2), (1 3), (4 6), (5 7) of each row.
+inline GroupSums coefficientPairs(GroupWords x) { return as<std::int32_t>(shuffleWords<3, 1, 2, 0>(x)); }
+template <int K> inline GroupWords broadcastPair(GroupSums pairs)
 {
+  return as<std::int16_t>(shuffleLocal<K, K, K, K>(pairs));
+}
+
+// Samples of a group's rows. Coefficients beyond the first `Used` count as zero.
+template <int Used> inline GroupWords inverseGroup(GroupWords x, int g)
+{
+  const GroupTable& table = inverseTables<Samples::All>.of[g];
   if constexpr (Used == 2) x = as<std::int16_t>(as<std::uint64_t>(x) & splat<std::uint64_t>(0xffffffffu));
-  const Sums pairs = as<std::int32_t>(shuffleWords<3, 1, 2, 0>(x)); // (0 2) (1 3) (4 6) (5 7)
-  Sums even = mulAddPairs(as<std::int16_t>(shuffle<0, 0, 0, 0>(pairs)), table[0]) + splat(bias);
-  Sums odd = mulAddPairs(as<std::int16_t>(shuffle<1, 1, 1, 1>(pairs)), table[1]);
+  const GroupSums pairs = coefficientPairs(x);
+  GroupSums even = mulAddPairs(broadcastPair<0>(pairs), table[0]) + inverseBias[g];
+  GroupSums odd = mulAddPairs(broadcastPair<1>(pairs), table[1]);
   if constexpr (Used == 8) {
-    even = even + mulAddPairs(as<std::int16_t>(shuffle<2, 2, 2, 2>(pairs)), table[2]);
-    odd = odd + mulAddPairs(as<std::int16_t>(shuffle<3, 3, 3, 3>(pairs)), table[3]);
+    even = even + mulAddPairs(broadcastPair<2>(pairs), table[2]);
+    odd = odd + mulAddPairs(broadcastPair<3>(pairs), table[3]);
   }
-  const Sums left = shiftRight<11>(even + odd), right = shiftRight<11>(even - odd);
-  return narrowSat<std::int16_t>(left, shuffle<0, 1, 2, 3>(right));
+  const GroupSums left = shiftRight<11>(even + odd), right = shiftRight<11>(even - odd);
+  return narrowSatLocal<std::int16_t>(left, shuffleLocal<0, 1, 2, 3>(right));
 }
 
 // Rows that hold coefficients; the others stay zero.
 template <int Used> inline void inverseRows(const Zor16s* pSrc, Block& b)
 {
-  for (int r = 0; r < 8; ++r)
-    b.row[r] = r < Used ? inverseRow<Used>(load<std::int16_t>(pSrc + 8 * r),
-                                           inverseTables<Samples::All>.of[weightOfRow[r]], bias[r])
-                        : zero<std::int16_t>();
+#pragma GCC unroll 8
+  for (int g = 0; g < groups; ++g)
+    b.setGroup(g, g * rowsOfGroup < Used ? inverseGroup<Used>(load<std::int16_t>(pSrc + g * GroupWords::size), g)
+                                         : zero<std::int16_t>());
 }
 
 // The parts of which the samples of a column are sums and differences.
 struct OddParts {
   Words y0, w1, w2, y3;
 };
-inline OddParts oddParts(const Block& b)
+inline OddParts oddParts(const Times& times, const Block& b)
 {
   const Words* const x = b.row;
-  const Words t35 = addSat(timesTan3(x[5]), x[3]), t53 = subSat(x[5], timesTan3(x[3]));
-  const Words t17 = addSat(timesTan1(x[7]), x[1]), t71 = subSat(timesTan1(x[1]), x[7]);
+  const Words t35 = addSat(times.tan3(x[5]), x[3]), t53 = subSat(x[5], times.tan3(x[3]));
+  const Words t17 = addSat(times.tan1(x[7]), x[1]), t71 = subSat(times.tan1(x[1]), x[7]);
   const Words u = subSat(t17, t35), v = subSat(t71, t53);
-  return {addSat(t17, t35), timesCos4(addSat(u, v)), timesCos4(subSat(u, v)), addSat(t71, t53)};
+  return {addSat(t17, t35), times.cos4(addSat(u, v)), times.cos4(subSat(u, v)), addSat(t71, t53)};
 }
 
-inline void inverseColumns(Block& b)
+// put(k, samples of row k, samples of row 7 - k), for k from 0 to 3.
+template <class Put> inline void inverseColumns(const Block& b, Put put)
 {
-  Words* const x = b.row;
-  const OddParts odd = oddParts(b);
-  const Words t26 = addSat(timesTan2(x[6]), x[2]), t62 = subSat(timesTan2(x[2]), x[6]);
+  const Times times;
+  const Words* const x = b.row;
+  const OddParts odd = oddParts(times, b);
+  const Words t26 = addSat(times.tan2(x[6]), x[2]), t62 = subSat(times.tan2(x[2]), x[6]);
   const Words sum = addSat(x[0], x[4]), difference = subSat(x[0], x[4]);
-  const Words even[4] = {addSat(sum, t26), addSat(difference, t62), subSat(difference, t62), subSat(sum, t26)};
-  const Words odds[4] = {odd.y0, odd.w1, odd.w2, odd.y3};
-  for (int k = 0; k < 4; ++k) {
-    x[k] = shiftRight<6>(addSat(even[k], odds[k]));
-    x[7 - k] = shiftRight<6>(subSat(even[k], odds[k]));
-  }
-}
-
-template <int Used> inline Block inverse(const Zor16s* pSrc)
-{
-  Block b;
-  inverseRows<Used>(pSrc, b);
-  inverseColumns(b);
-  return b;
+  const auto putTwo = [&](int k, Words even, Words odds) {
+    put(k, shiftRight<6>(addSat(even, odds)), shiftRight<6>(subSat(even, odds)));
+  };
+  putTwo(0, addSat(sum, t26), odd.y0);
+  putTwo(1, addSat(difference, t62), odd.w1);
+  putTwo(2, subSat(difference, t62), odd.w2);
+  putTwo(3, subSat(sum, t26), odd.y3);
 }
 
 // ---- Inverse to means ----
@@ -245,25 +304,28 @@ template <int Used> inline Block inverse(const Zor16s* pSrc)
 // The row pass gives half of the scale of the full inverse. In the means of a column the even parts that vanish drop
 // out; the sums of the others have 32 bits.
 
-constexpr int meanBias[8] = {67072, 5802, 4520, 3408, 0, 910, 1024, 746};
+constexpr Biases meanBias({67072, 5802, 4520, 3408, 0, 910, 1024, 746});
 
-template <Samples S> inline void meanRow(const Zor16s* pSrc, int r, Block& b)
+// All rows, also those of which no more use is made.
+template <Samples S> inline void meanRows(const Zor16s* pSrc, Block& b)
 {
-  const PairTable& table = inverseTables<S>.of[weightOfRow[r]];
-  const Sums pairs = as<std::int32_t>(shuffleWords<3, 1, 2, 0>(load<std::int16_t>(pSrc + 8 * r)));
-  const Sums sum = splat(meanBias[r]) + mulAddPairs(as<std::int16_t>(shuffle<0, 0, 0, 0>(pairs)), table[0]) +
-                   mulAddPairs(as<std::int16_t>(shuffle<1, 1, 1, 1>(pairs)), table[1]) +
-                   mulAddPairs(as<std::int16_t>(shuffle<2, 2, 2, 2>(pairs)), table[2]) +
-                   mulAddPairs(as<std::int16_t>(shuffle<3, 3, 3, 3>(pairs)), table[3]);
-  b.row[r] = narrowSat<std::int16_t>(shiftRight<12>(sum), zero<std::int32_t>());
+#pragma GCC unroll 8
+  for (int g = 0; g < groups; ++g) {
+    const GroupTable& table = inverseTables<S>.of[g];
+    const GroupSums pairs = coefficientPairs(load<std::int16_t>(pSrc + g * GroupWords::size));
+    const GroupSums sum =
+      meanBias[g] + mulAddPairs(broadcastPair<0>(pairs), table[0]) + mulAddPairs(broadcastPair<1>(pairs), table[1]) +
+      mulAddPairs(broadcastPair<2>(pairs), table[2]) + mulAddPairs(broadcastPair<3>(pairs), table[3]);
+    b.setGroup(g, narrowSatLocal<std::int16_t>(shiftRight<12>(sum), zero<std::int32_t>()));
+  }
 }
 
 // The sums a + b of the first four words.
-inline Sums wideSum(Words a, Words b) { return mulAddPairs(interleaveLow(a, b), splat<std::int16_t>(1)); }
+inline Sums wideSum(Words a, Words b) { return mulAddPairs(interleaveLow(a, b), allWords(1)); }
 
 template <int Shift> inline void storeMeans(Zor16s* p, Sums means, int count)
 {
-  const Words x = narrowSat<std::int16_t>(shiftRight<Shift>(means), zero<std::int32_t>());
+  const Words x = narrowSat<std::int16_t>(shiftRight<Shift>(means), zero<std::int32_t, 16>());
   if (count == 4) storeLow8(p, x);
   else storeLow4(p, x);
 }
@@ -271,11 +333,11 @@ template <int Shift> inline void storeMeans(Zor16s* p, Sums means, int count)
 inline void inverseToFour(const Zor16s* pSrc, Zor16s* pDst)
 {
   Block b;
-  for (int r = 0; r < 8; ++r)
-    if (r != 4) meanRow<Samples::MeansInFour>(pSrc, r, b);
-  const OddParts odd = oddParts(b);
+  meanRows<Samples::MeansInFour>(pSrc, b);
+  const Times times;
+  const OddParts odd = oddParts(times, b);
   const Words* const x = b.row;
-  const Words t26 = addSat(timesTan2(x[6]), x[2]), t62 = subSat(timesTan2(x[2]), x[6]);
+  const Words t26 = addSat(times.tan2(x[6]), x[2]), t62 = subSat(times.tan2(x[2]), x[6]);
   const Sums constant = wideSum(x[0], x[0]), even = wideSum(t26, t62);
   const Sums outer = wideSum(odd.y0, odd.w1), inner = wideSum(odd.w2, odd.y3); // twice the means
   storeMeans<6>(pDst, constant + even + outer, 4);
@@ -287,8 +349,9 @@ inline void inverseToFour(const Zor16s* pSrc, Zor16s* pDst)
 inline void inverseToTwo(const Zor16s* pSrc, Zor16s* pDst)
 {
   Block b;
-  for (int r = 0; r < 8; r += r ? 2 : 1) meanRow<Samples::MeansInTwo>(pSrc, r, b);
-  const OddParts odd = oddParts(b);
+  meanRows<Samples::MeansInTwo>(pSrc, b);
+  const Times times;
+  const OddParts odd = oddParts(times, b);
   const Sums twice = wideSum(b.row[0], b.row[0]), constant = twice + twice;
   const Sums sum = wideSum(odd.y0, odd.w1) + wideSum(odd.w2, odd.y3); // four times the means
   storeMeans<7>(pDst, constant + sum, 2);
@@ -297,46 +360,55 @@ inline void inverseToTwo(const Zor16s* pSrc, Zor16s* pDst)
 
 // ---- Blocks in images ----
 
-inline Words loadRow(const Zor16s* p) { return load<std::int16_t>(p); }
+inline Words loadRow(const Zor16s* p) { return load<std::int16_t, 16>(p); }
 inline Words loadRow(const Zor8u* p) { return as<std::int16_t>(widenLow(loadLow8<std::uint8_t>(p))); }
-inline void storeRow(Zor16s* p, Words x) { store(p, x); }
-inline void storeRow(Zor8u* p, Words x) { storeLow8(p, narrowSat<std::uint8_t>(x, x)); }
-
 template <class S> ZorStatus forwardBlock(const S* pSrc, int srcStep, Zor16s* pDst, Zor16s addVal = 0)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), positive(srcStep)); s != ZorOk) return s;
   Block b;
-  for (int y = 0; y < 8; ++y) b.row[y] = loadRow(rowAt(pSrc, srcStep, y)) + splat(addVal);
+  for (int y = 0; y < 8; ++y) b.row[y] = loadRow(rowAt(pSrc, srcStep, y)) + allWords(addVal);
   forwardColumns(b);
-  forwardRows(b);
-  for (int y = 0; y < 8; ++y) store(pDst + 8 * y, b.row[y]);
+  forwardRows(b, pDst);
   return ZorOk;
 }
 
-struct AsItIs {
-  Words operator()(Words x) const { return x; }
+using Bytes = Vec<std::uint8_t, 16>;
+
+// Two rows of samples as bytes.
+struct Saturated {
+  Bytes operator()(Words x, Words y) const { return narrowSat<std::uint8_t>(x, y); }
 };
-
-template <int Used = 8, class D, class Finish = AsItIs>
-ZorStatus inverseBlock(const Zor16s* pSrc, D* pDst, int dstStep, Finish finish = {})
-{
-  if (auto s = firstFailure(nonNull(pSrc, pDst), positive(dstStep)); s != ZorOk) return s;
-  const Block b = inverse<Used>(pSrc);
-  for (int y = 0; y < 8; ++y) storeRow(rowAt(pDst, dstStep, y), finish(b.row[y]));
-  return ZorOk;
-}
 
 // Shifted with wrap-around, saturated to a byte, then clamped; clipMax wins over a larger clipMin.
 struct ShiftAndClip {
   Words addVal;
-  Vec<std::uint8_t> least, most;
+  Bytes least, most;
 
-  Words operator()(Words x) const
+  Bytes operator()(Words x, Words y) const
   {
-    x = x + addVal;
-    return as<std::int16_t>(widenLow(min(max(narrowSat<std::uint8_t>(x, x), least), most)));
+    return min(max(narrowSat<std::uint8_t>(x + addVal, y + addVal), least), most);
   }
 };
+
+template <int Used = 8, class D, class ToBytes = Saturated>
+ZorStatus inverseBlock(const Zor16s* pSrc, D* pDst, int dstStep, ToBytes toBytes = {})
+{
+  if (auto s = firstFailure(nonNull(pSrc, pDst), positive(dstStep)); s != ZorOk) return s;
+  Block b;
+  inverseRows<Used>(pSrc, b);
+  inverseColumns(b, [=](int k, Words x, Words y) {
+    D *const upper = rowAt(pDst, dstStep, k), *const lower = rowAt(pDst, dstStep, 7 - k);
+    if constexpr (std::is_same_v<D, Zor8u>) {
+      const Bytes both = toBytes(x, y);
+      storeLow8(upper, both);
+      storeLow8(lower, bytesDown<8>(both));
+    } else {
+      store(upper, x);
+      store(lower, y);
+    }
+  });
+  return ZorOk;
+}
 
 constexpr int blockStep = 8 * sizeof(Zor16s);
 
@@ -387,7 +459,8 @@ ZorStatus zoriDCT8x8Inv_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep)
 ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep, Zor16s addVal, Zor8u clipMin,
                                         Zor8u clipMax)
 {
-  return inverseBlock(pSrc, pDst, dstStep, ShiftAndClip{splat(addVal), splat(clipMin), splat(clipMax)});
+  return inverseBlock(pSrc, pDst, dstStep,
+                      ShiftAndClip{allWords(addVal), splat<Zor8u, 16>(clipMin), splat<Zor8u, 16>(clipMax)});
 }
 
 // clang-format off

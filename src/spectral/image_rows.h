@@ -15,6 +15,32 @@ namespace {
 
 // ---- Sets of rows; P is float or const float ----
 
+// Within each 16 bytes, lane j of vector i becomes lane i of vector j.
+template <class V> inline void transposeFours(V& x0, V& x1, V& x2, V& x3)
+{
+  const auto a = as<double>(interleaveLowLocal(x0, x1)), b = as<double>(interleaveLowLocal(x2, x3)),
+             c = as<double>(interleaveHighLocal(x0, x1)), d = as<double>(interleaveHighLocal(x2, x3));
+  x0 = as<float>(interleaveLowLocal(a, b));
+  x1 = as<float>(interleaveHighLocal(a, b));
+  x2 = as<float>(interleaveLowLocal(c, d));
+  x3 = as<float>(interleaveHighLocal(c, d));
+}
+
+// Four floats of the first row and, where the vector has eight lanes, four of the second.
+template <class V> inline V loadFours(const float* first, [[maybe_unused]] const float* second)
+{
+  if constexpr (laneCount<V> == 4) return load<float, 16>(first);
+  else return joined(load<float, V::bytes / 2>(first), load<float, V::bytes / 2>(second));
+}
+template <class V> inline void storeFours(float* first, [[maybe_unused]] float* second, V x)
+{
+  if constexpr (laneCount<V> == 4) zori::store(first, x);
+  else {
+    zori::store(first, lowHalf(x));
+    zori::store(second, highHalf(x));
+  }
+}
+
 // A row in each lane, every `apart`-th from y on. Below the image its last row is read again and nothing is written.
 template <class V, class P> struct RowPerLane {
   using Vector = V;
@@ -28,18 +54,31 @@ template <class V, class P> struct RowPerLane {
     for (int i = 0; i < lanes; ++i) row[i] = image[std::min(y + i * apart, last)];
     rows = y > last ? 0 : static_cast<int>(std::min<std::ptrdiff_t>(lanes, (last - y) / apart + 1));
   }
+  // Rows go in fours, whose lanes are turned within 16 bytes: the halves of wide vectors are put together and taken
+  // apart on the way from and to memory.
   void load(std::ptrdiff_t x, V (&t)[tile]) const
   {
-    for (int i = 0; i < lanes; ++i) t[i] = zori::load<float, V::bytes>(row[i] + x);
-    transposeLanes(t);
+#pragma GCC unroll 2
+    for (int f = 0; f < tile; f += 4) {
+#pragma GCC unroll 4
+      for (int i = 0; i < 4; ++i) t[f + i] = loadFours<V>(row[i] + x + f, row[lanes - 4 + i] + x + f);
+      transposeFours(t[f], t[f + 1], t[f + 2], t[f + 3]);
+    }
   }
   void store(std::ptrdiff_t x, V (&t)[tile]) const
   {
+    if (rows < lanes) return storeSome(x, t);
+#pragma GCC unroll 2
+    for (int f = 0; f < tile; f += 4) {
+      transposeFours(t[f], t[f + 1], t[f + 2], t[f + 3]);
+#pragma GCC unroll 4
+      for (int i = 0; i < 4; ++i) storeFours(row[i] + x + f, row[lanes - 4 + i] + x + f, t[f + i]);
+    }
+  }
+  void storeSome(std::ptrdiff_t x, V (&t)[tile]) const
+  {
     transposeLanes(t);
-    if (rows == lanes)
-      for (int i = 0; i < lanes; ++i) zori::store(row[i] + x, t[i]);
-    else
-      for (int i = 0; i < rows; ++i) zori::store(row[i] + x, t[i]);
+    for (int i = 0; i < rows; ++i) zori::store(row[i] + x, t[i]);
   }
   void loadPart(std::ptrdiff_t x, int columns, V* t) const
   {
@@ -155,10 +194,12 @@ template <int N, class Set, class V> inline void storeColumns(const Set& set, st
   }
 }
 
-// body(x, n) for columns from `first` to `end` - 1, n of them together, N but for the last.
+// body(x, n) for columns from `first` to `end` - 1, n of them together: N, as a constant, and the rest.
 template <int N, class Body> inline void inSteps(std::ptrdiff_t first, std::ptrdiff_t end, Body body)
 {
-  for (std::ptrdiff_t x = first; x < end; x += N) body(x, static_cast<int>(std::min<std::ptrdiff_t>(N, end - x)));
+  std::ptrdiff_t x = first;
+  for (; x + N <= end; x += N) body(x, std::integral_constant<int, N>{});
+  if (x < end) body(x, static_cast<int>(end - x));
 }
 
 // ---- The buffer ----
@@ -203,7 +244,7 @@ template <class Set, class Target>
   constexpr int N = Set::tile == 1 ? 2 : Set::tile;
   const LaneBuffer<V> lanes(buffer, pass.plan.position(pass.block), false);
   const std::ptrdiff_t width = pass.width;
-  inSteps<N>(0, width, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(0, width, [&](std::ptrdiff_t x, auto columns) {
     V a[N], b[N];
     loadColumns<N>(even, x, columns, a);
     loadColumns<N>(odd, x, columns, b);
@@ -220,7 +261,7 @@ template <class Set, class Target>
   };
   putReal(0, 0);
   const std::ptrdiff_t pairs = (width - 1) / 2;
-  inSteps<N>(1, 2 * pairs + 1, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(1, 2 * pairs + 1, [&](std::ptrdiff_t x, auto columns) {
     V a[N], b[N];
     for (int c = 0; c < columns; c += 2) {
       const std::ptrdiff_t k = (x + c + 1) / 2;
@@ -252,7 +293,7 @@ template <class Set, class Target>
   };
   takeReal(0, 0);
   const std::ptrdiff_t pairs = (width - 1) / 2;
-  inSteps<N>(1, 2 * pairs + 1, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(1, 2 * pairs + 1, [&](std::ptrdiff_t x, auto columns) {
     V a[N], b[N];
     loadColumns<N>(even, x, columns, a);
     loadColumns<N>(odd, x, columns, b);
@@ -266,7 +307,7 @@ template <class Set, class Target>
   transformLanes<V>(pass.plan, pass.block, buffer, 1);
 
   const V factor = allLanes<V>(pass.factor);
-  inSteps<N>(0, width, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(0, width, [&](std::ptrdiff_t x, auto columns) {
     V a[N], b[N];
     for (int c = 0; c < columns; ++c) {
       const Complex<V> z = lanes.result(x + c);
@@ -286,14 +327,14 @@ template <class Set, class Target>
   using V = typename Set::Vector;
   constexpr int N = Set::tile == 1 ? 2 : Set::tile;
   const LaneBuffer<V> lanes(buffer, pass.plan.position(pass.block), inverse);
-  inSteps<N>(0, 2 * pass.width, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(0, 2 * pass.width, [&](std::ptrdiff_t x, auto columns) {
     V t[N];
     loadColumns<N>(from, x, columns, t);
     for (int c = 0; c < columns; c += 2) lanes.putAt((x + c) / 2, t[c], t[c + 1]);
   });
   transformLanes<V>(pass.plan, pass.block, buffer, 1);
   const V factor = allLanes<V>(pass.factor);
-  inSteps<N>(0, 2 * pass.width, [&](std::ptrdiff_t x, int columns) {
+  inSteps<N>(0, 2 * pass.width, [&](std::ptrdiff_t x, auto columns) {
     V t[N];
     for (int c = 0; c < columns; c += 2) {
       const Complex<V> z = lanes.result((x + c) / 2);

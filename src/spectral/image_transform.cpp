@@ -194,6 +194,9 @@ void complexImageRows(const ImageTransform& plan, Direction direction, TeamRule 
   });
 }
 
+// So few pairs of rows, or columns, leave half of wider vectors idle.
+constexpr int fewRows = 4;
+
 template <Layout L>
 void allRows(const ImageTransform& plan, Direction direction, const WorkMemory& memory, Rows<const float> src,
              Rows<float> dst)
@@ -203,8 +206,10 @@ void allRows(const ImageTransform& plan, Direction direction, const WorkMemory& 
     for (int c = 0; c < processed<L>; ++c)
       realRows<OneByOne<channels<L>>>(plan, direction, rule, memory, Rows{src.first + c, src.step},
                                       Rows{dst.first + c, dst.step});
-  else if constexpr (L == C1) realRows<ByRows<Vec<float>>>(plan, direction, rule, memory, src, dst);
-  else realRows<ByChannels<L>>(plan, direction, rule, memory, src, dst);
+  else if constexpr (L == C1) {
+    if (plan.height <= 2 * fewRows) realRows<ByRows<F32x4>>(plan, direction, rule, memory, src, dst);
+    else realRows<ByRows<Vec<float>>>(plan, direction, rule, memory, src, dst);
+  } else realRows<ByChannels<L>>(plan, direction, rule, memory, src, dst);
 }
 
 // ---- Columns ----
@@ -241,7 +246,8 @@ void allColumns(const ImageTransform& plan, Direction direction, const WorkMemor
   const RealColumns real{true, width % 2 == 0 ? (width - 1) * channels<L> : 0};
   if constexpr (L == C1) {
     const TeamRule rule = columnRule(plan, 1, 290);
-    if (memory.isScarce()) pairColumns<F32x4>(plan, direction, rule, memory, 1, columns, real, src, dst);
+    if (memory.isScarce() || columns < fewRows)
+      pairColumns<F32x4>(plan, direction, rule, memory, 1, columns, real, src, dst);
     else pairColumns<Vec<float>>(plan, direction, rule, memory, 1, columns, real, src, dst);
   } else {
     const ColumnPass pass = columnPass(plan, direction);

@@ -29,62 +29,45 @@ struct Filter {
 
 // ---- The functions by channels and direction ----
 
-template <int n> struct Functions;
-template <> struct Functions<1> {
-  static constexpr auto makeForward = zoriWTFwdInitAlloc_32f_C1R;
-  static constexpr auto makeInverse = zoriWTInvInitAlloc_32f_C1R;
-  static constexpr auto freeForward = zoriWTFwdFree_32f_C1R;
-  static constexpr auto freeInverse = zoriWTInvFree_32f_C1R;
-  static constexpr auto forwardBytes = zoriWTFwdGetBufSize_C1R;
-  static constexpr auto inverseBytes = zoriWTInvGetBufSize_C1R;
-  static constexpr auto forward = zoriWTFwd_32f_C1R;
-  static constexpr auto inverse = zoriWTInv_32f_C1R;
-};
-template <> struct Functions<3> {
-  static constexpr auto makeForward = zoriWTFwdInitAlloc_32f_C3R;
-  static constexpr auto makeInverse = zoriWTInvInitAlloc_32f_C3R;
-  static constexpr auto freeForward = zoriWTFwdFree_32f_C3R;
-  static constexpr auto freeInverse = zoriWTInvFree_32f_C3R;
-  static constexpr auto forwardBytes = zoriWTFwdGetBufSize_C3R;
-  static constexpr auto inverseBytes = zoriWTInvGetBufSize_C3R;
-  static constexpr auto forward = zoriWTFwd_32f_C3R;
-  static constexpr auto inverse = zoriWTInv_32f_C3R;
-};
+enum class Direction { Forward, Inverse };
+constexpr Direction Forward = Direction::Forward, Inverse = Direction::Inverse;
 
-template <int n> struct ForwardState {
-  ZorWtFwdState* p = nullptr;
-  ForwardState(const Filter& low, const Filter& high)
+template <Direction direction, int n> struct Functions;
+// clang-format off
+#define FUNCTIONS(direction, name, n)                                        \
+  template <> struct Functions<direction, n> {                               \
+    using State = ZorWt##name##State;                                        \
+    static constexpr auto make = zoriWT##name##InitAlloc_32f_C##n##R;        \
+    static constexpr auto release = zoriWT##name##Free_32f_C##n##R;          \
+    static constexpr auto bytes = zoriWT##name##GetBufSize_C##n##R;          \
+    static constexpr auto transform = zoriWT##name##_32f_C##n##R;            \
+  };
+FUNCTIONS(Forward, Fwd, 1) FUNCTIONS(Forward, Fwd, 3) FUNCTIONS(Inverse, Inv, 1) FUNCTIONS(Inverse, Inv, 3)
+#undef FUNCTIONS
+  // clang-format on
+
+  template <Direction direction, int n>
+  struct State {
+  using F = Functions<direction, n>;
+  typename F::State* p = nullptr;
+  State(const Filter& low, const Filter& high)
   {
-    EXPECT_EQ(Functions<n>::makeForward(&p, low.taps.data(), low.length(), low.anchor, high.taps.data(), high.length(),
-                                        high.anchor),
+    EXPECT_EQ(F::make(&p, low.taps.data(), low.length(), low.anchor, high.taps.data(), high.length(), high.anchor),
               ZorOk);
   }
-  ForwardState(const ForwardState&) = delete;
-  ~ForwardState() { EXPECT_EQ(Functions<n>::freeForward(p), ZorOk); }
+  State(const State&) = delete;
+  ~State() { EXPECT_EQ(F::release(p), ZorOk); }
   int bytes() const
   {
     int b = -1;
-    EXPECT_EQ(Functions<n>::forwardBytes(p, &b), ZorOk);
+    EXPECT_EQ(F::bytes(p, &b), ZorOk);
     return b;
   }
 };
-template <int n> struct InverseState {
-  ZorWtInvState* p = nullptr;
-  InverseState(const Filter& low, const Filter& high)
-  {
-    EXPECT_EQ(Functions<n>::makeInverse(&p, low.taps.data(), low.length(), low.anchor, high.taps.data(), high.length(),
-                                        high.anchor),
-              ZorOk);
-  }
-  InverseState(const InverseState&) = delete;
-  ~InverseState() { EXPECT_EQ(Functions<n>::freeInverse(p), ZorOk); }
-  int bytes() const
-  {
-    int b = -1;
-    EXPECT_EQ(Functions<n>::inverseBytes(p, &b), ZorOk);
-    return b;
-  }
-};
+template <int n> using ForwardFunctions = Functions<Forward, n>;
+template <int n> using InverseFunctions = Functions<Inverse, n>;
+template <int n> using ForwardState = State<Forward, n>;
+template <int n> using InverseState = State<Inverse, n>;
 
 // ---- Images with margins that end exactly at a page without access ----
 
@@ -175,9 +158,9 @@ template <int n> void checkBoth(ZorImgSize size, const Filter& low, const Filter
                                  Floats(size.width * n, size.height, 3), Floats(size.width * n, size.height, 12)};
     const unsigned word = _mm_getcsr();
     _mm_setcsr((word & ~0x6000u) | 0x2000u); // the caller's rounding does not matter
-    const ZorStatus s =
-      Functions<n>::forward(src.data(), src.step(), dst[0].data(), dst[0].step, dst[1].data(), dst[1].step,
-                            dst[2].data(), dst[2].step, dst[3].data(), dst[3].step, size, state.p, buffer.get());
+    const ZorStatus s = ForwardFunctions<n>::transform(src.data(), src.step(), dst[0].data(), dst[0].step,
+                                                       dst[1].data(), dst[1].step, dst[2].data(), dst[2].step,
+                                                       dst[3].data(), dst[3].step, size, state.p, buffer.get());
     _mm_setcsr(word);
     ASSERT_EQ(s, ZorOk);
     for (int i = 0; i < 4; ++i)
@@ -193,9 +176,9 @@ template <int n> void checkBoth(ZorImgSize size, const Filter& low, const Filter
                                Framed(size, n, margins, 1)};
   for (Framed& s : src) s.fill(next);
   Floats dst(full.width * n, full.height, 5);
-  ASSERT_EQ(Functions<n>::inverse(src[0].data(), src[0].step(), src[1].data(), src[1].step(), src[2].data(),
-                                  src[2].step(), src[3].data(), src[3].step(), size, dst.data(), dst.step, state.p,
-                                  buffer.get()),
+  ASSERT_EQ(InverseFunctions<n>::transform(src[0].data(), src[0].step(), src[1].data(), src[1].step(), src[2].data(),
+                                           src[2].step(), src[3].data(), src[3].step(), size, dst.data(), dst.step,
+                                           state.p, buffer.get()),
             ZorOk);
   for (int y = 0; y < full.height; ++y)
     for (int x = 0; x < full.width * n; ++x) {
