@@ -86,18 +86,27 @@ static std::size_t bytesOf(const Argument& argument, const Context& context, voi
 
 static bool isOutputPointer(const Argument& a) { return a.role == Role::Out && a.memory.element == Element::Pointer; }
 
-// True when the arguments follow the sizes of the record; otherwise it follows theirs.
-static bool followsRecord(const Function& function)
+// Otherwise the record follows the arguments.
+bool followsRecord(const Function& function)
 {
   return std::all_of(function.makers.begin(), function.makers.end(),
                      [](const Link& link) { return link.passing.size == 0; });
 }
 
-bool hasRanges(const Function& function)
+// What makes the record may be drawn, since the arguments follow what it was made for.
+static bool hasOwnRanges(const Function& function)
 {
   return std::any_of(function.arguments.begin(), function.arguments.end(),
                      [](const Argument& a) { return a.ranges.size > 0; });
 }
+
+// True when the record is made for other arguments too. (A maker may itself be told how its record is made.)
+static bool drawsRecord(const Function& function)
+{
+  return function.makers.size > 0 && followsRecord(function) && hasOwnRanges(required(function.makers[0].function));
+}
+
+bool hasRanges(const Function& function) { return drawsRecord(function) || hasOwnRanges(function); }
 
 Record::Record(const Function& user, const Plan& plan, const std::vector<Value>& values)
 {
@@ -105,6 +114,7 @@ Record::Record(const Function& user, const Plan& plan, const std::vector<Value>&
     const Function& maker = required(user.makers[i].function);
     Plan plain;
     plain.seed = plan.seed;
+    plain.vary = plan.vary && i == 0 && drawsRecord(user);
     plain.settings = settingsOf(user.makers[i], {values.data()});
     if (i == 0)
       for (const Argument& a : maker.arguments)
@@ -146,7 +156,9 @@ static void nameFunction()
   if (write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(2);
 }
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZORI_ENGINE_WATCHES
+static void watch() {}
+#elif defined __SANITIZE_ADDRESS__
 static void watch() { __sanitizer_set_death_callback(nameFunction); }
 #else
 static void onPageFault(int number)
@@ -203,7 +215,7 @@ Call::Call(const Function& function, const Plan& plan, void* record)
 {
   const bool fromRecord = followsRecord(function);
   if (fromRecord) makeRecord();
-  Random random(plan.seed * 7 + 5);
+  Random random(plan.seed * 7 + 5, plan.bytes);
   for (int i = 0; i < function.arguments.size; ++i) addValue(i, random);
   for (int round = 0; plan.vary && round < 3; ++round) // ranges may depend on what was drawn later
     for (int i = 0; i < function.arguments.size; ++i) {
@@ -235,7 +247,7 @@ Call::Call(const Function& function, const Plan& plan, void* record)
 void Call::makeRecord()
 {
   if (recordPointer_ || function_.makers.size == 0) return;
-  record_ = std::make_unique<Record>(function_, plan_, values_);
+  record_ = plan_.record ? plan_.record : std::make_shared<Record>(function_, plan_, values_);
   recordPointer_ = record_->pointer();
 }
 
@@ -250,6 +262,30 @@ ZorImgSize Call::sizeOf(const Argument& argument) const
   return plan_.region;
 }
 
+double wildNumber(Element element, Random& random)
+{
+  const std::uint32_t word = random.next();
+  switch (element) {
+  case Element::T32f: {
+    float number;
+    std::memcpy(&number, &word, sizeof number);
+    return number;
+  }
+  case Element::T64f: {
+    const std::uint64_t bits = static_cast<std::uint64_t>(word) << 32 | random.next();
+    double number;
+    std::memcpy(&number, &bits, sizeof number);
+    return number;
+  }
+  case Element::T8u: return static_cast<std::uint8_t>(word);
+  case Element::T8s: return static_cast<std::int8_t>(word);
+  case Element::T16u: return static_cast<std::uint16_t>(word);
+  case Element::T16s: return static_cast<std::int16_t>(word);
+  case Element::T32u: return word;
+  default: return static_cast<std::int32_t>(word);
+  }
+}
+
 // Number `part` of an argument.
 double Call::drawn(const Argument& argument, int part, Random& random) const
 {
@@ -260,6 +296,7 @@ double Call::drawn(const Argument& argument, int part, Random& random) const
     const bool whole = low == std::floor(low) && high == std::floor(high);
     return whole ? low + std::floor(share * (high - low + 1)) : low + share * (high - low);
   }
+  if (plan_.wild && !random.below(3)) return wildNumber(argument.number, random);
   static constexpr double scales[] = {0, 1, 2, 7, 8, 15, 16, 17, 31, 32, 33, 63, 64, 1e9, 2147483647};
   if (argument.role == Role::Scale)
     return (random.below(2) ? 1 : -1) * scales[random.below(sizeof scales / sizeof *scales)];
@@ -342,12 +379,13 @@ void Call::addMemory(int index)
     static constexpr int padding[] = {0, 24, 27, 0}; // Tight, Padded, Odd, Huge
     shape.offset = plan_.offset;
     if (a.memory.step >= 0 && imagesWithSteps_++ != plan_.tightImage) {
-      shape.stepPadding = padding[static_cast<int>(plan_.steps)];
+      shape.stepPadding = plan_.padding >= 0 ? plan_.padding : padding[static_cast<int>(plan_.steps)];
       if (plan_.steps == Steps::Huge) shape.step = 1 << 30;
     }
   }
   auto image = std::make_unique<GuardedImage>(shape);
   image->fill(operandSeed(function_, a, plan_.seed), plan_.fill);
+  if (!plan_.pattern.empty() && a.memory.element != Element::Pointer) image->fillRows(plan_.pattern);
   if (isShortArray(a)) {
     image->fill(Span<double>{v.numbers, a.count});
   } else if (plan_.vary && a.role == Role::In && (a.ranges.size || !std::strcmp(a.item, "value"))) {
@@ -441,6 +479,14 @@ std::string Call::changes(bool failed) const
   return "";
 }
 
+std::string Call::changesAfter(int status) const
+{
+  const bool isSaidToWrite =
+    std::any_of(function_.outcomes.begin(), function_.outcomes.end(),
+                [=](const Outcome& outcome) { return outcome.status == status && outcome.written.size; });
+  return changes(status < 0 && !isSaidToWrite);
+}
+
 std::string Call::describe() const
 {
   static const char* const steps[] = {"tight", "padded", "odd", "huge"};
@@ -521,6 +567,22 @@ void Spoiled::apply(const Fault& fault, int number)
   }
 }
 
+void Spoiled::put(int argument, int part, double number)
+{
+  const Argument& a = call_.function().arguments[argument];
+  Value& v = values[argument];
+  if (part < mostNumbers) v.numbers[part] = number;
+  if (a.role != Role::In) return;
+  GuardedImage& image = call_.image(argument);
+  unsigned char* const first = image.sample(0, 0, 0, 0);
+  const auto bytes = static_cast<std::size_t>(image.rowBytes());
+  if (std::none_of(blocks_.begin(), blocks_.end(), [&](const auto& block) { return block.data() == v.pointer; })) {
+    blocks_.emplace_back(first, first + bytes);
+    v.pointer = blocks_.back().data();
+  }
+  putNumber(static_cast<unsigned char*>(v.pointer) + part * elementBytes(a.memory.element), a.memory.element, number);
+}
+
 // ---- Walking the table ----
 
 std::vector<const Function*> swept(const Subsystem& subsystem)
@@ -533,9 +595,12 @@ std::vector<const Function*> swept(const Subsystem& subsystem)
              return fnmatch(glob.c_str(), function.name, 0) == 0;
            });
   };
+  const char* const every = std::getenv("ZORI_SWEEP_EVERY");
+  const int distance = std::max(every ? std::atoi(every) : 1, 1);
   std::vector<const Function*> functions;
+  int number = 0;
   for (const Function& function : subsystem.functions)
-    if (function.sweep && isWanted(function)) functions.push_back(&function);
+    if (function.sweep && isWanted(function) && number++ % distance == 0) functions.push_back(&function);
   return functions;
 }
 

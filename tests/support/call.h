@@ -4,6 +4,7 @@
 #include "guarded.h"
 
 #include <deque>
+#include <memory>
 
 namespace zoritest {
 
@@ -15,6 +16,8 @@ struct Setting {
   double number;
 };
 
+class Record;
+
 struct Plan {
   ZorImgSize region = {17, 5};
   Steps steps = Steps::Padded;
@@ -25,6 +28,13 @@ struct Plan {
   Fill fill = Fill::Ordinary;
   std::vector<Setting> settings;
   bool vary = false; // draw constants and scale factors, and numbers with a range, at random
+
+  // For fuzz tests:
+  bool wild = false;                  // constants and scale factors may be any number of their type
+  int padding = -1;                   // bytes behind each row, in place of those that `steps` means
+  std::vector<unsigned char> pattern; // images consist of these bytes in turn, if there are some
+  Bytes* bytes = nullptr;             // what is drawn is made of these first
+  std::shared_ptr<Record> record;     // one that was made before
 };
 
 // Memory of exactly so many bytes: it ends at a page without access, or as close to it as the alignment allows, or so
@@ -75,12 +85,16 @@ public:
   // The bytes of all outputs; with special numbers in the sources, each NaN is the same.
   std::vector<unsigned char> output() const;
   int imagesWithSteps() const { return imagesWithSteps_; }
+  // Null where the caller had one or the function takes none.
+  const std::shared_ptr<Record>& record() const { return record_; }
 
   // Remembers all operands; tells what changed in them since: nothing may after a failed call, and only pixels
   // that the function writes after any.
   void remember();
   std::string changesAfterFailure() const { return changes(true); }
   std::string changesOutside() const { return changes(false); }
+  // By the rule that holds for this status: after an error nothing may change but what the catalogue names.
+  std::string changesAfter(int status) const;
 
   std::string describe() const;
 
@@ -95,7 +109,7 @@ private:
 
   const Function& function_;
   Plan plan_;
-  std::unique_ptr<Record> record_;
+  std::shared_ptr<Record> record_;
   void* recordPointer_ = nullptr;
   std::vector<Value> values_;
   int imagesWithSteps_ = 0;
@@ -110,6 +124,10 @@ public:
   explicit Spoiled(Call& call) : call_(call), values(call.values()) {}
   // `number` takes the place of a size or a step.
   void apply(const Fault& fault, int number);
+  // One number, or one element of an array.
+  void put(int argument, int part, double number);
+  // Another record.
+  void putRecord(int argument, void* record) { values[static_cast<std::size_t>(argument)].pointer = record; }
 
 private:
   Call& call_;
@@ -119,6 +137,12 @@ private:
 public:
   std::vector<Value> values;
 };
+
+// Any number of a type.
+double wildNumber(Element element, Random& random);
+
+// True when the record of such calls does not depend on their arguments.
+bool followsRecord(const Function& function);
 
 // True when other calls than the example's can be drawn.
 bool hasRanges(const Function& function);
@@ -132,7 +156,7 @@ bool isFault(const Function& function, const Stage& stage, const Fault& fault, c
 bool compatible(const Fault& a, const Fault& b);
 
 // The functions of a subsystem that the sweeps call. ZORI_SWEEP=<glob>[:<glob>...] in the environment narrows them
-// down.
+// down, ZORI_SWEEP_EVERY=<n> to every n-th.
 std::vector<const Function*> swept(const Subsystem& subsystem);
 
 } // namespace zoritest

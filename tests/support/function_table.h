@@ -142,6 +142,7 @@ struct Limit {
   Formula bound;      // null with NoneOf
   Span<double> legal; // NoneOf: the legal numbers
   ZorStatus status;
+  int stage; // the check's place in the order of all
 };
 
 // A status that a call with valid arguments may give. After an error nothing is written, after a warning the output is

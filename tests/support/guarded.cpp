@@ -152,6 +152,14 @@ void GuardedImage::fill(std::uint64_t seed, Fill kind)
   forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, random); });
 }
 
+void GuardedImage::fillRows(const std::vector<unsigned char>& pattern)
+{
+  std::size_t next = 0;
+  forEachRow([&](unsigned char* p, bool) {
+    for (std::size_t i = 0; i < writable_.size(); ++i) p[i] = pattern[next++ % pattern.size()];
+  });
+}
+
 void GuardedImage::fill(Span<double> numbers)
 {
   const auto size = static_cast<std::size_t>(elementBytes(memory_.element));

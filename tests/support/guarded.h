@@ -23,19 +23,46 @@ private:
   std::unique_ptr<GuardedBlock> block_;
 };
 
-// A fast sequence of numbers that depends on the seed alone.
-class Random {
+// Bytes that somebody else chose, as the engine of a fuzz test does.
+class Bytes {
 public:
-  explicit Random(std::uint64_t seed) : state_((seed + 1) * 0x9E3779B97F4A7C15u) { next(); }
-  std::uint32_t next()
+  Bytes(const unsigned char* data, std::size_t size) : at_(data), end_(data + size) {}
+  std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+  int byte() { return at_ < end_ ? *at_++ : 0; }
+  std::uint32_t word()
   {
-    state_ ^= state_ << 13, state_ ^= state_ >> 7, state_ ^= state_ << 17;
-    return static_cast<std::uint32_t>(state_ >> 32);
+    std::uint32_t word = 0;
+    for (int shift = 0; shift < 32; shift += 8) word |= static_cast<std::uint32_t>(byte()) << shift;
+    return word;
   }
-  int below(int n) { return static_cast<int>(next() % static_cast<std::uint32_t>(n)); }
 
 private:
+  const unsigned char *at_, *end_;
+};
+
+// A fast sequence of numbers that depends on the seed alone, behind those that are made of given bytes.
+class Random {
+public:
+  explicit Random(std::uint64_t seed, Bytes* bytes = nullptr) : state_((seed + 1) * 0x9E3779B97F4A7C15u), bytes_(bytes)
+  {
+    step();
+  }
+  std::uint32_t next()
+  {
+    if (bytes_ && bytes_->left()) return bytes_->word();
+    step();
+    return static_cast<std::uint32_t>(state_ >> 32);
+  }
+  int below(int n)
+  {
+    if (n <= 256 && bytes_ && bytes_->left()) return bytes_->byte() % n;
+    return static_cast<int>(next() % static_cast<std::uint32_t>(n));
+  }
+
+private:
+  void step() { state_ ^= state_ << 13, state_ ^= state_ >> 7, state_ ^= state_ << 17; }
   std::uint64_t state_;
+  Bytes* bytes_;
 };
 
 int elementBytes(Element element);
@@ -83,6 +110,8 @@ public:
 
   // Fills every pixel with values that depend on the seed alone, and all bytes around them.
   void fill(std::uint64_t seed, Fill kind);
+  // Fills the rows with the given bytes in turn.
+  void fillRows(const std::vector<unsigned char>& pattern);
   // Fills the samples with the given numbers in turn.
   void fill(Span<double> numbers);
 

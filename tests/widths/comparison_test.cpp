@@ -3,45 +3,19 @@
 // operands of a sum or product are NaN, which of them comes out is the compiler's choice.
 //
 // The results are hashed as well, a file a subsystem, so that builds that cannot be loaded together can be compared.
-#include "support/call.h"
+#include "support/results.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <fstream>
-#include <xmmintrin.h>
 
 using namespace zoritest;
 
 namespace {
 
 // ---- The libraries ----
-
-// The functions of the table as a library has them; those that the test is linked with where there is none.
-class Build {
-public:
-  explicit Build(const char* path)
-  {
-    if (!path) return;
-    handle_ = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!handle_) std::fprintf(stderr, "%s\n", dlerror());
-  }
-  bool isLoaded() const { return handle_ != nullptr; }
-  // Null when the library has no function of that name.
-  const Function* find(const Function& function)
-  {
-    Function own = function;
-    if (handle_) own.callable.function = reinterpret_cast<AnyFunction>(dlsym(handle_, function.name));
-    return own.callable.function ? &functions_.emplace_back(own) : nullptr;
-  }
-
-private:
-  void* handle_ = nullptr;
-  std::deque<Function> functions_;
-};
 
 #ifdef ZORI_WIDE_LIBRARY
 bool isWideProcessor() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2"); }
@@ -94,82 +68,21 @@ bool upperHalvesInUse() { return false; }
 bool tellsOfUpperHalves() { return false; }
 #endif
 
-class RoundingField {
-public:
-  explicit RoundingField(unsigned field) : found_(_mm_getcsr()) { _mm_setcsr((found_ & ~0x6000u) | field << 13); }
-  ~RoundingField() { _mm_setcsr(found_); }
-
-private:
-  unsigned found_;
-};
-
 // ---- Results ----
-
-struct Results {
-  int status = 0;
-  bool succeeded = false;
-  std::vector<std::vector<unsigned char>> outputs; // of each argument
-  std::string outside;                             // what changed that no function may write
-};
 
 Results resultsOf(const Function& function, const Plan& plan, unsigned rounding)
 {
   Call call(function, plan);
-  Results results;
-  {
+  const auto run = [&] {
     const RoundingField field(rounding);
-    const Result result = call.run();
-    results.status = result.status;
-    results.succeeded = call.succeeded(result);
-  }
-  for (int i = 0; i < function.arguments.size; ++i) {
-    const Argument& a = function.arguments[i];
-    const bool isOutput = a.memory.written && a.memory.element != Element::Pointer &&
-                          (a.role == Role::Image || a.role == Role::In || a.role == Role::Out);
-    results.outputs.push_back(isOutput ? call.image(i).pixels() : std::vector<unsigned char>());
-  }
-  results.outside = call.changesOutside();
-  return results;
-}
-
-// A NaN becomes the same one everywhere.
-template <class F> void unifyNans(std::vector<unsigned char>& bytes)
-{
-  for (std::size_t i = 0; i + sizeof(F) <= bytes.size(); i += sizeof(F)) {
-    F x;
-    std::memcpy(&x, &bytes[i], sizeof x);
-    if (!std::isnan(x)) continue;
-    x = std::numeric_limits<F>::quiet_NaN();
-    std::memcpy(&bytes[i], &x, sizeof x);
-  }
-}
-
-void unifyNans(const Function& function, Results& results)
-{
-  for (int i = 0; i < function.arguments.size; ++i) {
-    const Element element = function.arguments[i].memory.element;
-    if (element == Element::T32f) unifyNans<float>(results.outputs[i]);
-    if (element == Element::T64f) unifyNans<double>(results.outputs[i]);
-  }
+    return call.run();
+  };
+  return resultsOf(call, run());
 }
 
 void addTo(std::uint64_t& hash, const void* data, std::size_t bytes)
 {
   for (std::size_t i = 0; i < bytes; ++i) hash = (hash ^ static_cast<const unsigned char*>(data)[i]) * 0x100000001b3u;
-}
-
-// Where the outputs differ, or "".
-std::string difference(const Function& function, const Results& a, const Results& b)
-{
-  if (a.status != b.status) return "status " + std::to_string(a.status) + ", wide " + std::to_string(b.status);
-  for (int i = 0; i < function.arguments.size; ++i) {
-    if (a.outputs[i] == b.outputs[i]) continue;
-    std::size_t at = 0;
-    while (a.outputs[i][at] == b.outputs[i][at]) ++at;
-    return std::string(function.arguments[i].name) + " differs in byte " + std::to_string(at) + " of " +
-           std::to_string(a.outputs[i].size());
-  }
-  return b.outside;
 }
 
 // ---- The plans ----
