@@ -1,0 +1,77 @@
+#!/bin/bash
+# scripts/nightly.sh [STEP]...: what takes too long for every change. Steps, all of them by default:
+#
+#   builds     two builds in two folders, of the sources as they stand, give the same bytes
+#   sanitize   unit tests, sweeps over all functions and random calls under the address, leak and undefined-behaviour
+#              sanitizers
+#   threads    teams under the thread sanitizer, with the OpenMP runtime of clang and its tool Archer, which tells the
+#              sanitizer of barriers
+#   valgrind   random calls under valgrind: reads of what was never written
+#   tidy       clang-tidy over all sources
+#   fuzz       half an hour of the coverage-guided tests, plain and under the sanitizers
+#
+# The last line counts the steps, `N passed, N failed`. Takes some hours on two cores.
+set -uo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+bash scripts/install-packages.sh nightly || exit 1
+
+step_builds() {
+  local scratch number
+  scratch=$(mktemp -d)
+  for number in 1 2; do
+    mkdir -p "$scratch/place-$number/sources"
+    git ls-files -z --cached --others --exclude-standard | xargs -0 cp --parents -t "$scratch/place-$number/sources"
+    cmake -S "$scratch/place-$number/sources" -B "$scratch/place-$number/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+      -DZORI_BUILD_TESTS=OFF -DZORI_BUILD_EXAMPLES=OFF -DZORI_BUILD_CHECK=OFF >/dev/null &&
+      cmake --build "$scratch/place-$number/build" --target zori zori_static >/dev/null || return 1
+  done
+  local result=0 file
+  for file in libzoriq7-5.3.so libzoriq7-5.3.a glibc-hwcaps/x86-64-v3/libzoriq7-5.3.so; do
+    cmp "$scratch/place-1/build/src/$file" "$scratch/place-2/build/src/$file" || result=1
+  done
+  rm -rf "$scratch"
+  return $result
+}
+
+step_sanitize() {
+  cmake --preset sanitize && cmake --build --preset sanitize &&
+    OMP_WAIT_POLICY=passive ctest --test-dir build/sanitize -j2 --output-on-failure --timeout 7200 &&
+    (cd build/sanitize && fuzz/fuzz_calls -runs=200000 -seed="$(date +%j)")
+}
+
+step_threads() {
+  local archer
+  archer=$(ls /usr/lib/llvm-*/lib/libarcher.so 2>/dev/null | tail -n 1)
+  cmake --preset clang -B build/threads -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
+    -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DZORI_WIDE=OFF \
+    -DZORI_BUILD_EXAMPLES=OFF -DZORI_BUILD_CHECK=OFF -DZORI_BUILD_PYTHON=OFF &&
+    cmake --build build/threads --target sweep_tests &&
+    OMP_TOOL_LIBRARIES=$archer TSAN_OPTIONS="ignore_noninstrumented_modules=1 history_size=7" ZORI_SWEEP_EVERY=5 \
+      build/threads/tests/sweep/sweep_tests --gtest_brief=1 --gtest_filter='*TeamsSweep.NeitherTeam*:*ThreadsSweep*'
+}
+
+step_valgrind() {
+  cmake --preset default && cmake --build --preset default --target fuzz_copies fuzz_calls &&
+    OMP_NUM_THREADS=1 valgrind --error-exitcode=9 --quiet --leak-check=full --errors-for-leak-kinds=definite \
+      build/default/fuzz/fuzz_calls -runs=1500
+}
+
+step_tidy() { bash scripts/check-tidy.sh all; }
+
+step_fuzz() {
+  bash scripts/fuzz.sh 1800 fuzz && bash scripts/fuzz.sh 1800 fuzz-sanitize
+}
+
+passed=0 failed=0
+for step in "${@:-builds sanitize threads valgrind tidy fuzz}"; do
+  for name in $step; do
+    echo "== $name"
+    if "step_$name"; then passed=$((passed + 1))
+    else
+      echo "== $name failed"
+      failed=$((failed + 1))
+    fi
+  done
+done
+echo "$passed passed, $failed failed"
+[[ $failed -eq 0 ]]
