@@ -10664,7 +10664,7 @@ inline Status filterSobelVert(In<Zor8s, C1> src, Out<Zor16s, C1> dst, ZorMaskSiz
 inline Status filterSobelHorizMask(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
+        detail::room(src, (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterSobelHorizMask_32f_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -10672,7 +10672,7 @@ inline Status filterSobelHorizMask(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorM
 inline Status filterSobelVertMask(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
+        detail::room(src, (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterSobelVertMask_32f_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -10698,7 +10698,7 @@ inline Status filterSobelHorizSecond(In<Zor8s, C1> src, Out<Zor16s, C1> dst, Zor
 inline Status filterSobelHorizSecond(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
+        detail::room(src, (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterSobelHorizSecond_32f_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -10722,7 +10722,7 @@ inline Status filterSobelVertSecond(In<Zor8s, C1> src, Out<Zor16s, C1> dst, ZorM
 inline Status filterSobelVertSecond(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
+        detail::room(src, (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterSobelVertSecond_32f_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -10746,7 +10746,7 @@ inline Status filterSobelCross(In<Zor8s, C1> src, Out<Zor16s, C1> dst, ZorMaskSi
 inline Status filterSobelCross(In<Zor32f, C1> src, Out<Zor32f, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
+        detail::room(src, (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))), (1 + detail::least(1, detail::greatest((detail::wide(mask) - 33), (33 - detail::wide(mask))))))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterSobelCross_32f_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12108,7 +12108,7 @@ inline Status filterMedian(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorImgSize
 inline Status filterMedianHoriz(In<Zor8u, C1> src, Out<Zor8u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_8u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12116,7 +12116,7 @@ inline Status filterMedianHoriz(In<Zor8u, C1> src, Out<Zor8u, C1> dst, ZorMaskSi
 inline Status filterMedianHoriz(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12124,7 +12124,7 @@ inline Status filterMedianHoriz(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSi
 inline Status filterMedianHoriz(In<Zor8u, C4> src, Out<Zor8u, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_8u_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12132,7 +12132,7 @@ inline Status filterMedianHoriz(In<Zor8u, C4> src, Out<Zor8u, C4> dst, ZorMaskSi
 inline Status filterMedianHoriz(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_8u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12140,7 +12140,7 @@ inline Status filterMedianHoriz(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12148,7 +12148,7 @@ inline Status filterMedianHoriz(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12156,7 +12156,7 @@ inline Status filterMedianHoriz(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16u, C4> src, Out<Zor16u, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16u_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12164,7 +12164,7 @@ inline Status filterMedianHoriz(In<Zor16u, C4> src, Out<Zor16u, C4> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12172,7 +12172,7 @@ inline Status filterMedianHoriz(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMa
 inline Status filterMedianHoriz(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16s_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12180,7 +12180,7 @@ inline Status filterMedianHoriz(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16s_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12188,7 +12188,7 @@ inline Status filterMedianHoriz(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16s, C4> src, Out<Zor16s, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16s_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12196,7 +12196,7 @@ inline Status filterMedianHoriz(In<Zor16s, C4> src, Out<Zor16s, C4> dst, ZorMask
 inline Status filterMedianHoriz(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 0, 1, 0)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), 0, ((detail::wide(mask) / 10) / 2), 0)))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianHoriz_16s_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12204,28 +12204,28 @@ inline Status filterMedianHoriz(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMa
 inline Status filterMedianVert(In<Zor8u, C1> src, Out<Zor8u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_8u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(), mask));
 }
 inline Status filterMedianVert(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(), mask));
 }
 inline Status filterMedianVert(In<Zor8u, C4> src, Out<Zor8u, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_8u_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(), mask));
 }
 inline Status filterMedianVert(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_8u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12233,7 +12233,7 @@ inline Status filterMedianVert(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12241,7 +12241,7 @@ inline Status filterMedianVert(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12249,7 +12249,7 @@ inline Status filterMedianVert(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16u, C4> src, Out<Zor16u, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16u_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12257,7 +12257,7 @@ inline Status filterMedianVert(In<Zor16u, C4> src, Out<Zor16u, C4> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12265,7 +12265,7 @@ inline Status filterMedianVert(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMas
 inline Status filterMedianVert(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16s_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12273,7 +12273,7 @@ inline Status filterMedianVert(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16s_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12281,7 +12281,7 @@ inline Status filterMedianVert(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16s, C4> src, Out<Zor16s, C4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16s_C4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12289,7 +12289,7 @@ inline Status filterMedianVert(In<Zor16s, C4> src, Out<Zor16s, C4> dst, ZorMaskS
 inline Status filterMedianVert(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 0, 1, 0, 1)))
+        detail::room(src, 0, ((detail::wide(mask) % 10) / 2), 0, ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianVert_16s_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12299,7 +12299,7 @@ inline Status filterMedianVert(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMas
 inline Status filterMedianCross(In<Zor8u, C1> src, Out<Zor8u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_8u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12307,7 +12307,7 @@ inline Status filterMedianCross(In<Zor8u, C1> src, Out<Zor8u, C1> dst, ZorMaskSi
 inline Status filterMedianCross(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12315,7 +12315,7 @@ inline Status filterMedianCross(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSi
 inline Status filterMedianCross(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_8u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12323,7 +12323,7 @@ inline Status filterMedianCross(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMask
 inline Status filterMedianCross(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16u_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12331,7 +12331,7 @@ inline Status filterMedianCross(In<Zor16u, C1> src, Out<Zor16u, C1> dst, ZorMask
 inline Status filterMedianCross(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12339,7 +12339,7 @@ inline Status filterMedianCross(In<Zor16u, C3> src, Out<Zor16u, C3> dst, ZorMask
 inline Status filterMedianCross(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12347,7 +12347,7 @@ inline Status filterMedianCross(In<Zor16u, AC4> src, Out<Zor16u, AC4> dst, ZorMa
 inline Status filterMedianCross(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16s_C1R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12355,7 +12355,7 @@ inline Status filterMedianCross(In<Zor16s, C1> src, Out<Zor16s, C1> dst, ZorMask
 inline Status filterMedianCross(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16s_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12363,7 +12363,7 @@ inline Status filterMedianCross(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMask
 inline Status filterMedianCross(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianCross_16s_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12373,7 +12373,7 @@ inline Status filterMedianCross(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMa
 inline Status filterMedianColor(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12381,7 +12381,7 @@ inline Status filterMedianColor(In<Zor8u, C3> src, Out<Zor8u, C3> dst, ZorMaskSi
 inline Status filterMedianColor(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_8u_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12389,7 +12389,7 @@ inline Status filterMedianColor(In<Zor8u, AC4> src, Out<Zor8u, AC4> dst, ZorMask
 inline Status filterMedianColor(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_16s_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12397,7 +12397,7 @@ inline Status filterMedianColor(In<Zor16s, C3> src, Out<Zor16s, C3> dst, ZorMask
 inline Status filterMedianColor(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_16s_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12405,7 +12405,7 @@ inline Status filterMedianColor(In<Zor16s, AC4> src, Out<Zor16s, AC4> dst, ZorMa
 inline Status filterMedianColor(In<Zor32f, C3> src, Out<Zor32f, C3> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -12413,7 +12413,7 @@ inline Status filterMedianColor(In<Zor32f, C3> src, Out<Zor32f, C3> dst, ZorMask
 inline Status filterMedianColor(In<Zor32f, AC4> src, Out<Zor32f, AC4> dst, ZorMaskSize mask)
 {
   if (!(detail::same(src, dst) &&
-        detail::room(src, 1, 1, 1, 1)))
+        detail::room(src, ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2), ((detail::wide(mask) / 10) / 2), ((detail::wide(mask) % 10) / 2))))
     return detail::given(ZorErrSize);
   return detail::given(zoriFilterMedianColor_32f_AC4R(src.data(), src.step(), dst.data(), dst.step(), src.size(),
       mask));
@@ -13947,11 +13947,15 @@ inline Status resizeYUV422(In<Zor8u, C2> src, ZorImgRect srcRoi, Out<Zor8u, C2> 
 // ---- Low-pass filtered shrinking by a simple fraction (zori/geometry.h)
 inline Status decimateFilterRow(In<Zor8u, C1> src, Out<Zor8u, C1> dst, int fraction)
 {
+  if (!(detail::measures(dst, ((src.width() * detail::wide(fraction)) / (detail::greatest(detail::wide(fraction), 0) + 1)), src.height())))
+    return detail::given(ZorErrSize);
   return detail::given(zoriDecimateFilterRow_8u_C1R(src.data(), src.step(), src.size(), dst.data(), dst.step(),
       fraction));
 }
 inline Status decimateFilterColumn(In<Zor8u, C1> src, Out<Zor8u, C1> dst, int fraction)
 {
+  if (!(detail::measures(dst, src.width(), ((src.height() * detail::wide(fraction)) / (detail::greatest(detail::wide(fraction), 0) + 1)))))
+    return detail::given(ZorErrSize);
   return detail::given(zoriDecimateFilterColumn_8u_C1R(src.data(), src.step(), src.size(), dst.data(), dst.step(),
       fraction));
 }
@@ -14223,6 +14227,8 @@ inline Status resampleRow_32f_C1(const Zor32f* pSrc, int xStart, Zor32f& dst, in
 inline Status resampleRowReplicateBorder(In<Zor32f, C1> src, Out<Zor32f, C1> dst, int xStart, int dstWidth,
                                          const ZorResampleRowSpec* pSpec, Zor8u* pBuffer)
 {
+  if (!(detail::measures(dst, detail::wide(dstWidth), src.height())))
+    return detail::given(ZorErrSize);
   return detail::given(zoriResampleRowReplicateBorder_32f_C1R(src.data(), src.step(), src.size(), dst.data(),
       dst.step(), xStart, dstWidth, pSpec, pBuffer));
 }
@@ -19303,7 +19309,8 @@ inline Status wtInvFree_32f_C3R(ZorWtInvState* pState)
 inline Status wtFwd(In<Zor32f, C1> src, Out<Zor32f, C1> dstLL, Out<Zor32f, C1> dstHL, Out<Zor32f, C1> dstLH,
                     Out<Zor32f, C1> dstHH, const ZorWtFwdState* pState, Zor8u* pBuffer)
 {
-  if (!(detail::measures(dstHL, dstLL.width(), dstLL.height()) &&
+  if (!(detail::measures(src, (2 * dstLL.width()), (2 * dstLL.height())) &&
+        detail::measures(dstHL, dstLL.width(), dstLL.height()) &&
         detail::measures(dstLH, dstLL.width(), dstLL.height()) &&
         detail::measures(dstHH, dstLL.width(), dstLL.height())))
     return detail::given(ZorErrSize);
@@ -19313,7 +19320,8 @@ inline Status wtFwd(In<Zor32f, C1> src, Out<Zor32f, C1> dstLL, Out<Zor32f, C1> d
 inline Status wtFwd(In<Zor32f, C3> src, Out<Zor32f, C3> dstLL, Out<Zor32f, C3> dstHL, Out<Zor32f, C3> dstLH,
                     Out<Zor32f, C3> dstHH, const ZorWtFwdState* pState, Zor8u* pBuffer)
 {
-  if (!(detail::measures(dstHL, dstLL.width(), dstLL.height()) &&
+  if (!(detail::measures(src, (2 * dstLL.width()), (2 * dstLL.height())) &&
+        detail::measures(dstHL, dstLL.width(), dstLL.height()) &&
         detail::measures(dstLH, dstLL.width(), dstLL.height()) &&
         detail::measures(dstHH, dstLL.width(), dstLL.height())))
     return detail::given(ZorErrSize);
@@ -19325,13 +19333,10 @@ inline Status wtFwd(In<Zor32f, C3> src, Out<Zor32f, C3> dstLL, Out<Zor32f, C3> d
 inline Status wtInv(In<Zor32f, C1> srcLL, In<Zor32f, C1> srcHL, In<Zor32f, C1> srcLH, In<Zor32f, C1> srcHH,
                     Out<Zor32f, C1> dst, const ZorWtInvState* pState, Zor8u* pBuffer)
 {
-  if (!(detail::room(srcLL, 1, 1, 1, 1) &&
-        detail::measures(srcHL, srcLL.width(), srcLL.height()) &&
-        detail::room(srcHL, 1, 1, 1, 1) &&
+  if (!(detail::measures(srcHL, srcLL.width(), srcLL.height()) &&
         detail::measures(srcLH, srcLL.width(), srcLL.height()) &&
-        detail::room(srcLH, 1, 1, 1, 1) &&
         detail::measures(srcHH, srcLL.width(), srcLL.height()) &&
-        detail::room(srcHH, 1, 1, 1, 1)))
+        detail::measures(dst, (2 * srcLL.width()), (2 * srcLL.height()))))
     return detail::given(ZorErrSize);
   return detail::given(zoriWTInv_32f_C1R(srcLL.data(), srcLL.step(), srcHL.data(), srcHL.step(), srcLH.data(),
       srcLH.step(), srcHH.data(), srcHH.step(), srcLL.size(), dst.data(), dst.step(), pState, pBuffer));
@@ -19339,13 +19344,10 @@ inline Status wtInv(In<Zor32f, C1> srcLL, In<Zor32f, C1> srcHL, In<Zor32f, C1> s
 inline Status wtInv(In<Zor32f, C3> srcLL, In<Zor32f, C3> srcHL, In<Zor32f, C3> srcLH, In<Zor32f, C3> srcHH,
                     Out<Zor32f, C3> dst, const ZorWtInvState* pState, Zor8u* pBuffer)
 {
-  if (!(detail::room(srcLL, 1, 1, 1, 1) &&
-        detail::measures(srcHL, srcLL.width(), srcLL.height()) &&
-        detail::room(srcHL, 1, 1, 1, 1) &&
+  if (!(detail::measures(srcHL, srcLL.width(), srcLL.height()) &&
         detail::measures(srcLH, srcLL.width(), srcLL.height()) &&
-        detail::room(srcLH, 1, 1, 1, 1) &&
         detail::measures(srcHH, srcLL.width(), srcLL.height()) &&
-        detail::room(srcHH, 1, 1, 1, 1)))
+        detail::measures(dst, (2 * srcLL.width()), (2 * srcLL.height()))))
     return detail::given(ZorErrSize);
   return detail::given(zoriWTInv_32f_C3R(srcLL.data(), srcLL.step(), srcHL.data(), srcHL.step(), srcLH.data(),
       srcLH.step(), srcHH.data(), srcHH.step(), srcLL.size(), dst.data(), dst.step(), pState, pBuffer));

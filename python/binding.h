@@ -141,6 +141,9 @@ typedef struct {
 
 PyObject* call_function(PyObject* self, PyObject* const* args, Py_ssize_t n, PyObject* names);
 PyObject* call_operation(PyObject* self, PyObject* const* args, Py_ssize_t n, PyObject* names);
+
+/* ---- margins.c ---- */
+
 PyObject* margins(PyObject* module, PyObject* const* args, Py_ssize_t n, PyObject* names);
 
 #endif

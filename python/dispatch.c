@@ -177,14 +177,15 @@ static uint64_t kind_of(Call* call, PyObject* o)
     return 0;
   }
   const Py_buffer* b = &v->view;
+  const uint64_t type_of_items = ARRAY | (uint64_t)v->element << 8 | (uint64_t)v->is_complex << 12 |
+                                 (uint64_t)v->is_bool << 13 | (uint64_t) !!b->readonly << 14 | (uint64_t)b->ndim << 16;
+  if (b->ndim == 1 && !v->is_foreign) return type_of_items; /* no image */
   const Py_ssize_t last = b->ndim == 3 ? b->shape[2] : 0;
   if (v->is_foreign || b->ndim < 2 || b->ndim > 3 || b->strides[b->ndim - 1] < 0 || b->strides[1] < 0 ||
       b->strides[1] > 0xffff || last > 0xff || (last && b->strides[2] != b->itemsize) || b->strides[0] > INT32_MAX ||
       b->strides[0] < INT32_MIN || b->shape[0] > INT32_MAX || b->shape[1] > INT32_MAX / 8 || b->shape[1] < 2)
     return 0;
-  return ARRAY | (uint64_t)v->element << 8 | (uint64_t)v->is_complex << 12 | (uint64_t)v->is_bool << 13 |
-         (uint64_t) !!b->readonly << 14 | (uint64_t)b->ndim << 16 | (uint64_t)last << 24 |
-         (uint64_t)b->strides[1] << 32;
+  return type_of_items | (uint64_t)last << 24 | (uint64_t)b->strides[1] << 32;
 }
 
 static const Remembered* recalled(const Memo* memo, PyObject* const* args, int count, PyObject* names,

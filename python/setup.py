@@ -57,7 +57,7 @@ setup(
     py_modules=[],
     ext_modules=[Extension("zori", [str(p.relative_to(ROOT)) for p in sorted((ROOT / "python").glob("*.c"))],
                            depends=["python/binding.h", "python/table.h"], py_limited_api=True, libraries=["m"],
-                           extra_compile_args=["-std=gnu99", "-O2", "-g0", "-fno-plt", "-fvisibility=hidden", "-fopenmp"],
+                           extra_compile_args="-std=gnu99 -O2 -g0 -fno-plt -fvisibility=hidden -fopenmp".split(),
                            extra_link_args=["-fopenmp"])],
     cmdclass={"build_ext": Build},
     options={"bdist_wheel": {"py_limited_api": "cp311"}},

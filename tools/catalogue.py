@@ -34,7 +34,7 @@ _IMAGE = re.compile(r"(src\d?|dst|srcDst|mask)(?::(\w+))?(?:\(([^)]*)\))?(?:@(\S
 _CTYPE = re.compile(r"(const )?([A-Za-z]\w*(?: int)?)((?: ?\*(?: ?const)?)*)((?:\[\w+\])*)$")
 ROLES = "param in out inout size step bits buffer record value".split()
 ONCE = "title returns built sweep text".split()  # keys that a family tells once, for all its functions
-KEYS = ("family args checks example range record bytes release alias status team rounding exempt".split()) + ONCE
+KEYS = ("family args checks example range record bytes release alias status team rounding accuracy exempt".split()) + ONCE
 
 
 class CatalogueError(Exception):
@@ -108,6 +108,7 @@ class Function:
         self.limits, self.outcomes, self.aliases = [], [], []
         self.one_channel_form = self.unmasked = None
         self.team = self.rounding = None
+        self.accuracy = ""
 
     def partner(self):
         """Name of the form that is not in place."""

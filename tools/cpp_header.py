@@ -196,10 +196,11 @@ class Overload:
             e = i.memory.extent
             if e.width is not None and i not in self.sizes.values():
                 w, h = self._code(e.width), self._code(e.height)
-                fixed = e.width.constant() is not None and e.height.constant() is not None
-                if fixed and "8x8" not in self.function.name:  # an example's: the record or a selector tells
+                if rectangle and i.name == "dst":  # the image that the rectangle is a part of
+                    self.checks.append("detail::holds(dst, dstRoi)")
+                elif None in (w, h):  # the record tells
                     unknown.append(i.name)
-                elif w and h:
+                else:
                     self.checks.append(f"detail::measures({i.name}, {w}, {h})")
             if i in self.sizes.values():  # one that tells a size which another tells too
                 for s, other in self.sizes.items():
@@ -212,14 +213,11 @@ class Overload:
                     self.checks.append(f"detail::room({i.name}, {', '.join(codes)})")
             if i.contiguous:
                 self.checks.append(f"detail::adjoins({i.name})")
-        if rectangle and "dst" in unknown:
-            self.checks.append("detail::holds(dst, dstRoi)")
-            unknown.remove("dst")
         if len(unknown) > 1 and not any("Round" in u for u in unknown) and self._equal(unknown):
             self.checks.append(f"detail::same({', '.join(unknown)})")
 
     def _equal(self, names):
-        extents = {(i.memory.extent.width.constant(), i.memory.extent.height.constant())
+        extents = {(i.memory.extent.width.text, i.memory.extent.height.text)
                    for i in self.images.values() if i.name in names}
         return len(extents) == 1
 

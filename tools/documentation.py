@@ -95,7 +95,8 @@ ROUNDING = {"nearest": "to nearest", "callers": "the caller's mode",
             "kept": "to nearest, which a failed call leaves set"}
 FACTS = [("Checks", check_words), ("Other statuses", status_words), ("Steps", step_words),
          ("Same image allowed", alias_words), ("Threads", lambda f: TEAM[f.team]),
-         ("Rounding", lambda f: ROUNDING[f.rounding])]
+         ("Rounding", lambda f: ROUNDING[f.rounding]),
+         ("Accuracy", lambda f: f.accuracy)]
 
 
 _PARTS = re.compile(r"zori(\w*?)(?:_?((?:\d+[usf]c?)+))?(?:_((?:A0C|AC|AP|C|P)\d\w*?))?(I?M?C?R?(?:Sfs)?)")

@@ -375,6 +375,7 @@ def _other_facts(function, family, known, statuses):
     line, function.rounding, _, _ = family.first("rounding", name)
     if function.rounding not in ("nearest", "callers", "kept"):
         raise family.at("rounding", f"{name}: 'rounding' must be nearest, callers or kept", line)
+    function.accuracy = family.first("accuracy", name)[1]
     for line, text, _ in family.each("exempt", name):
         what, _, reason = text.partition(" ")
         if what not in EXEMPTIONS or not reason:

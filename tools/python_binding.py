@@ -226,7 +226,8 @@ class Writer:
     def link(self, link):
         if not link:
             return "0"
-        passing = self.array("Passing", "passing", [f"{{{a}, {part}, {self.formula(f)}}}" for a, part, f in link.passing])
+        passing = self.array("Passing", "passing",
+                             [f"{{{a}, {part}, {self.formula(f)}}}" for a, part, f in link.passing])
         return self.array("Link", "link", [
             f"{{{self.index[link.function]}, {passing}, {len(link.passing)}, {link.output}}}"])
 
@@ -344,8 +345,8 @@ class Writer:
                                  f"{len(candidates)}}}")
             first = next(iter(signatures.values()))[0]
             op_rows.append(f"  {{{text(name)}, {self.array('Signature', 'signatures', sig_items)}, {len(sig_items)}, "
-                           f"{family_index[id(first.family)]}, {int(bordered(signatures))}, {int(makes_images(signatures))}, "
-                           f"{text(operation_doc(name, signatures))}}},")
+                           f"{family_index[id(first.family)]}, {int(bordered(signatures))}, "
+                           f"{int(makes_images(signatures))}, {text(operation_doc(name, signatures))}}},")
         head = [f"/* {MARK} */", ""]
         types = []
         for (result, letters), number in self.signatures.items():
@@ -409,10 +410,25 @@ def annotation(f, p):
     if p.role == "record":
         return "Record"
     kind = letter(p)
+    if kind == "p" and p.role == "out" and "r" in p.memory.access:  # a seed
+        return "Numbers | float" if "f" in p.memory.element else "Numbers | int"
     if kind == "p":
-        return "Any"
+        return "Numbers"
     return {"s": "tuple[int, int]", "r": "tuple[int, int, int, int]", "f": "float", "d": "float", "c": "complex",
             "C": "complex", "F": "complex"}.get(kind, "int")
+
+
+def common(kinds):
+    """The annotation that covers those of several functions."""
+    kinds = list(dict.fromkeys(word for kind in kinds for word in kind.split(" | ")))
+    numbers = [k for k in ("int", "float", "complex") if k in kinds]
+    kinds = [k for k in kinds if k not in numbers] + numbers[-1:]  # each number type takes those in front of it
+    return " | ".join(kinds)
+
+
+def results(f):
+    """Arguments that a call makes and returns."""
+    return [p for p in f.parameters if p.role == "out" and p.memory.access == "w" or p.role == "record" and p.size]
 
 
 def returned(f):
@@ -448,7 +464,8 @@ def python_signature(f):
     for p in visible(f):
         defaults = defaults or optional_under_c_name(f, p)
         words.append(p.name + ("=None" if defaults else ""))
-    return f"{f.name}({', '.join(words)})"
+    made = ", ".join(p.name for p in results(f))
+    return f"{f.name}({', '.join(words)})" + f" -> {made}" * bool(made)
 
 
 def high_words(f, names):
@@ -468,14 +485,24 @@ def operation_doc(name, signatures):
         extra = ["border=None"] * any(map(takes_border, members)) + ["dtype=None"] * several + \
                 ["skip_alpha=False"] * any(map(skips_alpha, members))
         star = ["*"] * bool(extra and all(positional for _, _, positional in names))
-        lines.append(f"{name}({', '.join(words + star + extra)})")
+        made = [high_name(members[0], p).removeprefix("pp_") for p in destinations(members[0]) + results(members[0])]
+        arrow = " -> " * bool(made) + ", ".join(made)
+        lines.append(f"{name}({', '.join(words + star + extra)}){arrow}")
     return "\n".join(dict.fromkeys(lines))
 
 
+def covers(words, fewer):
+    """Whether a call with `fewer` arguments is one with these: what is missing there is optional."""
+    return set(fewer) <= set(words) and all("=" in w or w == "*" for w in words if w not in fewer)
+
+
 def stubs(writer):
-    lines = [f"# {MARK}", "from collections.abc import Sequence", "from typing import Any, Callable, Literal, overload", "", "from numpy import ndarray", "",
-             "# An array whose buffer holds the pixels: (h, w), (h, w, channels), or with (array, x, y) the place of the",
-             "# region's first pixel in it.", "Image = Any", "Planes = Sequence[Any]", "Array = ndarray[Any, Any]",
+    lines = [f"# {MARK}", "from collections.abc import Callable, Sequence", "from typing import Any, Literal, overload",
+             "", "from numpy import ndarray", "", "Array = ndarray[Any, Any]",
+             "# (h, w) or (h, w, channels); with (array, x, y) the place of the region's first pixel in it",
+             "Image = Array | memoryview | tuple[Array | memoryview, int, int]",
+             "Planes = list[Array] | tuple[Array, ...]",
+             "Numbers = Sequence[Any] | range | Array  # nested where they are rows; arrays of the element type",
              "Border = Literal['edge', 'nearest', 'reflect', 'mirror', 'symmetric', 'wrap', 'grid-wrap', 'constant'] | "
              "float | Sequence[float]", "", "class Error(Exception):", "    status: int", "    name: str",
              "    argument: str | None", "    function: str", "", "class StatusWarning(UserWarning): ...", "",
@@ -487,27 +514,41 @@ def stubs(writer):
     for name, signatures in writer.operations().items():
         overloads, several = [], several_types([f for members in signatures.values() for f in members])
         for names, members in signatures.items():
-            for planar in sorted({any(p.role == "image" and p.memory.planes for p in f.parameters) for f in members}):
-                f = next(m for m in members
-                         if any(p.role == "image" and p.memory.planes for p in m.parameters) == planar)
-                words, star = [], False
-                for (n, required, positional), (_, index, _, _) in zip(names, high_signature(f)):
-                    p = f.parameters[index]
+            by_planes = {}
+            for f in members:
+                planes = tuple(bool(p.memory.planes) for p in f.parameters if p.role == "image")
+                by_planes.setdefault(planes, []).append(f)
+            for planes, alike in by_planes.items():
+                f, words, star = alike[0], [], False
+                places = [[index for _, index, _, _ in high_signature(m)] for m in alike]
+                for number, (n, required, positional) in enumerate(names):
                     if not positional and not star:
                         words.append("*")
                         star = True
-                    kind = annotation(f, p)
+                    kind = common(annotation(m, m.parameters[at[number]]) for m, at in zip(alike, places))
+                    required = required or n == "out" and len(set(planes)) > 1  # the layout of what is made is open
                     words.append(f"{n}: {kind}" if required else f"{n}: int = 0" if n == "scale"
                                  else f"{n}: {kind} | None = None")
                 extra = ["border: Border | None = None"] * any(map(takes_border, members)) + \
                         ["dtype: Any = None"] * several + \
                         ["skip_alpha: bool = False"] * any(map(skips_alpha, members))
                 words += ["*"] * bool(extra and not star) + extra
-                outs = destinations(f)
-                result = (returned(f) if not outs else "Any" if len(outs) > 1 or returned(f) != "None" else
-                          "list[Array]" if outs[0].memory.planes else "Array")
-                overloads.append(f"def {name}({', '.join(words)}) -> {result}: ...")
-        overloads = list(dict.fromkeys(overloads))
+                outs, told = destinations(f), {returned(m) for m in alike}
+                result = "Any"
+                if len(outs) == 1 and told == {"None"}:
+                    result = "list[Array]" if outs[0].memory.planes else "Array"
+                elif not outs and len(told) == 1:
+                    result = told.pop()
+                overloads.append((words, result))
+        kept = []  # an overload that takes no more than another goes
+        for words, result in overloads:
+            more = next((k for k in kept if covers(k[0], words) or covers(words, k[0])), None)
+            if more:
+                both = more[1], result
+                more[:] = max(more[0], words, key=len), "Any" if "Any" in both else common(both)
+            else:
+                kept.append([words, result])
+        overloads = [f"def {name}({', '.join(words)}) -> {result}: ..." for words, result in kept]
         for o in overloads:
             lines += (["@overload"] if len(overloads) > 1 else []) + [o]
     lines.append("")

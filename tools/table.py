@@ -82,10 +82,11 @@ class Table:
             else:
                 yield f"{{{at}, {int(side == 'height')}, FaultKind::Size, {{}}}}"
 
-    def limit(self, function, limit, status):
+    def limit(self, function, index, stage):
+        limit = stage.limit
         legal = self.values([facts.plain(n) for n in limit.legal])
         return (f"{{{function.parameters.index(limit.argument)}, {limit.part}, "
-                f"Illegal::{facts.ILLEGAL[limit.relation]}, {self.formula(limit.bound)}, {legal}, {status}}}")
+                f"Illegal::{facts.ILLEGAL[limit.relation]}, {self.formula(limit.bound)}, {legal}, {stage.status}, {index}}}")
 
     def partner(self, f, built):
         """The form that is not in place, when it takes the same other arguments."""
@@ -104,7 +105,8 @@ class Table:
         exempt = list(f.exempt) + ["threads"] * (f.team == "contract")
         flags = " | ".join(f"k{name.capitalize()}Exempt" for name in exempt) or "0"
         makers = self.array("Link", "links", [self.link(m) for m in f.makers])
-        limits = self.array("Limit", "limits", [self.limit(f, *limit) for limit in f.limits])
+        limits = self.array("Limit", "limits", [
+            self.limit(f, index, stage) for index, stage in enumerate(f.checks) if stage.limit])
         outcomes = self.array("Outcome", "outcomes", [
             f'{{{status}, {str(complete).lower()}, {self.array("int", "indices", list(map(str, written)))}}}'
             for status, complete, written in f.outcomes])

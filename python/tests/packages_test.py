@@ -1,6 +1,7 @@
 """The source distribution and the wheel, installed without a network in fresh environments and used; the type stubs."""
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -34,8 +35,9 @@ try:
 except zori.Error as error:
     status: int = error.status
 """
-WRONG = {"zori.add(a)": "call-overload|call-arg", "zori.nothing(a)": "attr-defined",
-         'zori.filter_box(a, 3, (1, 1))': "arg-type", 'zori.filter_box(a, (3, 3), (1, 1), border="mirrored")': "arg-type"}
+WRONG = {'zori.add(a)': "call-overload|call-arg", 'zori.nothing(a)': "attr-defined",
+         'zori.filter_box(a, 3, (1, 1))': "arg-type",
+         'zori.filter_box(a, (3, 3), (1, 1), border="mirrored")': "arg-type"}
 
 
 def run(*words, **environment):
@@ -69,6 +71,11 @@ class Packages(unittest.TestCase):
                 self.check_stubs(folder, folder / "whl/bin/python")
 
     def check_stubs(self, folder, python):
+        stubs, = (folder / "whl").glob("lib/python*/site-packages/zori-stubs/__init__.pyi")
+        shutil.copy(stubs, folder / "zori.pyi")
+        found, said = run("/usr/bin/mypy", "--strict", "--cache-dir", folder / "mypy", folder / "zori.pyi")
+        self.assertEqual(found, 0, said)
+        (folder / "zori.pyi").unlink()
         lines = TYPED.splitlines()
         (folder / "program.py").write_text("\n".join(lines + list(WRONG)))
         _, said = run("/usr/bin/mypy", "--strict", "--python-executable", python, "--cache-dir", folder / "mypy",
