@@ -57,6 +57,7 @@ struct Known {
   struct Block {
     std::size_t bytes;
     const Function* maker;
+    std::vector<Value> values; // of the call that made a record
   };
   std::mutex mutex;
   std::map<Address, Block> blocks, records, released;
@@ -81,7 +82,7 @@ struct Known {
   {
     const std::lock_guard<std::mutex> lock(mutex);
     auto next = map.upper_bound(at);
-    if (next == map.begin()) return {0, {0, nullptr}};
+    if (next == map.begin()) return {0, {0, nullptr, {}}};
     --next;
     return at < next->first + std::max<std::size_t>(next->second.bytes, 1) ? *next : std::pair<const Address, Block>{};
   }
@@ -110,12 +111,13 @@ public:
   Call(const Function& function, const Value* given)
     : function_(function), values_(given, given + function.arguments.size)
   {
-    for (int i = 0; i < function.arguments.size; ++i) { // formulas look at the first numbers of arrays
+    findMaker();
+    for (int i = 0; i < function.arguments.size && !lacksMaker_; ++i) { // formulas look at the first numbers of arrays
       const Argument& a = function.arguments[i];
       if (a.role != Role::In && a.role != Role::Value) continue;
       const void* const p = values_[at(i)].pointer;
       if (!p || a.memory.planes || a.memory.element == Element::Pointer) continue;
-      const Context context{values_.data()};
+      const Context context = contextOf();
       const double length = a.memory.extent.width ? a.memory.extent.width(context) : 1;
       for (int k = 0; k < std::min(4.0, length * a.memory.count); ++k)
         values_[at(i)].numbers[k] = number(p, a.memory.element, k);
@@ -225,7 +227,8 @@ private:
   std::string broken(const Limit& limit) const
   {
     const Argument& a = function_.arguments[limit.argument];
-    const Context context{values_.data()};
+    if (lacksMaker_) return "";
+    const Context context = contextOf();
     for (int k = limit.part < 0 ? 0 : limit.part; k < (limit.part < 0 ? std::min(a.count, 4) : limit.part + 1); ++k) {
       const double v = valueOf(a).numbers[k], bound = limit.bound ? limit.bound(context) : 0;
       const std::string name =
@@ -257,6 +260,7 @@ private:
   // Where operands lie.
   std::string place()
   {
+    if (lacksMaker_) return "";
     const Argument* region = nullptr;
     for (const Argument& a : function_.arguments)
       if (a.role == Role::Region) region = &a;
@@ -265,7 +269,7 @@ private:
       const Memory& m = a.memory;
       if (a.role != Role::Image || !values_[at(i)].pointer || m.element == Element::Pointer) continue;
       for (int plane = 0; plane < std::max(m.planes, 1); ++plane) {
-        const Context context{values_.data(), nullptr, plane};
+        const Context context = contextOf(plane);
         const auto of = [&](Formula f, double other) { return f ? f(context) : other; };
         if (!m.extent.width && !region) continue;
         const double width = of(m.extent.width, region ? valueOf(*region).numbers[0] : 0),
@@ -360,7 +364,7 @@ private:
   {
     const Function* const query = findFunction(a.size.function);
     const Entry entry(a.size.function);
-    if (!query || !entry.real) return -1;
+    if (!query || !entry.real || lacksMaker_) return -1;
     std::vector<Value> values(at(query->arguments.size));
     int bytes = -1;
     std::vector<std::vector<double>> unused;
@@ -371,7 +375,7 @@ private:
         for (const Argument& own : function_.arguments)
           if (own.role == Role::Record) values[at(i)].pointer = valueOf(own).pointer;
     }
-    const Context context{values_.data()};
+    const Context context = contextOf();
     for (const Passing& passing : a.size.passing)
       values[at(passing.argument)].numbers[passing.part] = passing.number(context);
     values[at(a.size.output)].pointer = &bytes;
@@ -419,8 +423,31 @@ private:
     return "";
   }
 
+  // Operands that follow a record follow the call that made it. Of one in the caller's memory that call is not known.
+  void findMaker()
+  {
+    if (!function_.makers.size || std::any_of(function_.makers.begin(), function_.makers.end(),
+                                              [](const Link& maker) { return maker.passing.size > 0; }))
+      return;
+    lacksMaker_ = true;
+    for (const Argument& a : function_.arguments) {
+      if (a.role != Role::Record) continue;
+      Known& all = known();
+      const std::lock_guard<std::mutex> lock(all.mutex);
+      const auto live = all.records.find(reinterpret_cast<Address>(valueOf(a).pointer));
+      if (live == all.records.end() || live->second.maker->name != std::string(function_.makers[0].function)) continue;
+      maker_ = live->second.values;
+      lacksMaker_ = false;
+    }
+  }
+  Context contextOf(int plane = 0) const
+  {
+    return {values_.data(), maker_.empty() ? nullptr : maker_.data(), plane};
+  }
+
   const Function& function_;
-  std::vector<Value> values_;
+  std::vector<Value> values_, maker_; // those of the call that made the record
+  bool lacksMaker_ = false;
   std::vector<Placed> placed_;
 };
 
@@ -491,9 +518,11 @@ void after(const Entry& entry, const Value* values, int status, void* result)
     known().add(
       known().blocks, result,
       {static_cast<std::size_t>(*static_cast<int*>(values[2].pointer)) * static_cast<std::size_t>(values[1].numbers[0]),
-       f});
+       f,
+       {}});
   if (f->release && *f->release && values[0].pointer && f->arguments[0].role == Role::Out)
-    known().add(known().records, *static_cast<void**>(values[0].pointer), {1, f});
+    known().add(known().records, *static_cast<void**>(values[0].pointer),
+                {1, f, std::vector<Value>(values, values + f->arguments.size)});
   if (std::strstr(f->name, "Free") && f->arguments.size == 1 && std::strcmp(f->name, "zoriFree"))
     known().drop(known().records, values[0].pointer);
 }

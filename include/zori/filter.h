@@ -1693,7 +1693,9 @@ ZorStatus zoriFilterMedian_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s* pDs
  *
  * ZorErrMaskSize: mask is none of the two that the function knows.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks (FilterMedianVert): null pointers, region size, steps, mask not ZorMask1x3 or ZorMask1x5
+ *   (ZorErrMaskSize).
+ * Checks (others): null pointers, region size, steps, mask not ZorMask3x1 or ZorMask5x1 (ZorErrMaskSize).
  * Threads: calling thread.
  * Rounding: to nearest.
  */
@@ -1783,7 +1785,7 @@ ZorStatus zoriFilterMedianVert_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s*
  *
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
  * Threads: calling thread.
  * Rounding: to nearest.
  */
@@ -1832,7 +1834,7 @@ ZorStatus zoriFilterMedianCross_16s_AC4R(const Zor16s* pSrc, int srcStep, Zor16s
  *
  * ZorErrMaskSize: mask is neither ZorMask3x3 nor ZorMask5x5.
  *
- * Checks: null pointers, region size, steps, mask (ZorErrMaskSize).
+ * Checks: null pointers, region size, steps, mask not ZorMask3x3 or ZorMask5x5 (ZorErrMaskSize).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */
@@ -1868,7 +1870,7 @@ ZorStatus zoriFilterMedianColor_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f
  * ZorWarnEvenMedianWeight: weight was even and the weight less one was used; the output is complete.
  * ZorErrMedianWeight: weight is below 1.
  *
- * Checks: null pointers, region size, steps, weight (ZorErrMedianWeight).
+ * Checks: null pointers, region size, steps, weight < 1 (ZorErrMedianWeight).
  * Other statuses: ZorWarnEvenMedianWeight.
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -1921,10 +1923,12 @@ ZorStatus zoriMedian_8u_P3C1R(const Zor8u* const pSrc[3], int srcStep, Zor8u* pD
  * a pixel grows with the number of horizontal runs of members and of their different lengths, or with that of
  * the members where they are fewer.
  *
- * Checks (C1 C3 AC4, IR): null pointers, steps, region size, maskSize (ZorErrMaskSize), pMask
- *   (ZorErrZeroMask), anchor (ZorErrAnchor), srcDstStep (ZorErrStepTooSmall).
- * Checks (others): null pointers, steps, region size, maskSize (ZorErrMaskSize), pMask (ZorErrZeroMask),
- *   anchor (ZorErrAnchor), srcStep (ZorErrStepTooSmall).
+ * Checks (C1 C3 AC4, IR): null pointers, steps, region size, maskSize.width < 1, maskSize.height < 1
+ *   (ZorErrMaskSize), pMask (ZorErrZeroMask), anchor.x < 0, anchor.x >= maskSize.width, anchor.y < 0,
+ *   anchor.y >= maskSize.height (ZorErrAnchor), srcDstStep (ZorErrStepTooSmall).
+ * Checks (others): null pointers, steps, region size, maskSize.width < 1, maskSize.height < 1
+ *   (ZorErrMaskSize), pMask (ZorErrZeroMask), anchor.x < 0, anchor.x >= maskSize.width, anchor.y < 0,
+ *   anchor.y >= maskSize.height (ZorErrAnchor), srcStep (ZorErrStepTooSmall).
  * Other statuses: ZorErrAlloc.
  * Threads: calling thread.
  * Rounding: to nearest.

@@ -34,7 +34,7 @@ ZORI_BEGIN_DECLS
  * exactly zero, as it is for a rectangle one pixel wide or high. With ZorErrQuad the points have been
  * written. quad and coeffs are not tested.
  *
- * Checks: srcRoi (ZorErrSize).
+ * Checks: srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1 (ZorErrSize).
  * Other statuses: ZorErrQuad (quad written).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -58,7 +58,7 @@ ZorStatus zoriGetBilinearQuad(ZorImgRect srcRoi, double quad[4][2], const double
  * coefficients fold the rectangle, as for the Quad functions; the bound has been written. bound and coeffs
  * are not tested.
  *
- * Checks: srcRoi (ZorErrSize).
+ * Checks: srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1 (ZorErrSize).
  * Other statuses: ZorErrQuad (bound written).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -87,7 +87,7 @@ ZorStatus zoriGetBilinearBound(ZorImgRect srcRoi, double bound[2][2], const doub
  * convex, or three of its points lie on a line. ZorErrCoeff: the rectangle is one pixel wide or high, too
  * little to fix a map. After an error coeffs is as it was. quad and coeffs are not tested for null.
  *
- * Checks: srcRoi (ZorErrSize), quad (ZorErrRect), srcRoi (ZorErrCoeff).
+ * Checks: srcRoi.x < 0, srcRoi.y < 0, srcRoi (ZorErrSize), quad (ZorErrRect), srcRoi (ZorErrCoeff).
  * Other statuses: ZorWarnNotParallelogram (GetAffineTransform).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -117,7 +117,7 @@ ZorStatus zoriGetBilinearTransform(ZorImgRect srcRoi, const double quad[4][2], d
  * rectangle one pixel wide or high; the result has been written. The rotation forms do not look. quad and
  * bound are not tested.
  *
- * Checks: srcRoi (ZorErrSize).
+ * Checks: srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1 (ZorErrSize).
  * Other statuses: ZorErrQuad (quad written) (GetShearQuad); ZorErrQuad (bound written) (GetShearBound).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -199,9 +199,9 @@ ZorStatus zoriAddRotateShift(double xCenter, double yCenter, double angle, doubl
  * beyond the image; nothing is written. ZorErrResizeFactor: a factor not above 0. ZorErrSubsample: width *
  * xFactor or height * yFactor below 0.5. ZorErrAlloc: no memory for the tables.
  *
- * Checks: null pointers, size srcSize, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize,
- *   xFactor, yFactor (ZorErrResizeFactor), interpolation, interpolation, xFactor, yFactor
- *   (ZorErrInterpolation), xFactor, yFactor (ZorErrSubsample).
+ * Checks: null pointers, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1
+ *   (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, xFactor, yFactor (ZorErrResizeFactor),
+ *   interpolation, interpolation, xFactor, yFactor (ZorErrInterpolation), xFactor, yFactor (ZorErrSubsample).
  * Other statuses: ZorErrAlloc.
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
@@ -298,10 +298,12 @@ ZorStatus zoriResize_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, in
  * written and the status is ZorErrSize or ZorWarnNoRoiIntersect. Interleaved forms look at pSrc after the
  * factors, planar forms at all pointers first. Steps are not tested.
  *
- * Checks (P3 P4): null pointers, size srcSize, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size
- *   dstRoiSize, xFactor, yFactor (ZorErrResizeFactor), interpolation (ZorErrInterpolation).
- * Checks (others): null pDst, size srcSize, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size
- *   dstRoiSize, xFactor, yFactor (ZorErrResizeFactor), null pSrc, interpolation (ZorErrInterpolation).
+ * Checks (P3 P4): null pointers, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height <
+ *   1 (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, xFactor, yFactor (ZorErrResizeFactor),
+ *   interpolation (ZorErrInterpolation).
+ * Checks (others): null pDst, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1
+ *   (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, xFactor, yFactor (ZorErrResizeFactor),
+ *   null pSrc, interpolation (ZorErrInterpolation).
  * Other statuses: ZorErrAlloc.
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
@@ -400,8 +402,9 @@ ZorStatus zoriResizeCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSi
  * images and statuses are those of zoriResize; ZorErrResizeFactor is returned for a step not above 0. Row
  * steps are not tested.
  *
- * Checks: null pointers, size srcSize, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize,
- *   xFr, yFr (ZorErrResizeFactor), interpolation (ZorErrInterpolation).
+ * Checks: null pointers, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1
+ *   (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, xFr, yFr (ZorErrResizeFactor),
+ *   interpolation (ZorErrInterpolation).
  * Other statuses: ZorErrAlloc.
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
@@ -493,8 +496,9 @@ ZorStatus zoriResizeShift_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSiz
  * ZorWarnNoRoiIntersect: the region begins beyond the image; nothing is stored. ZorErrResizeFactor: a factor
  * not above 0. ZorErrInterpolation: another interpolation. The pointers are tested after the factors.
  *
- * Checks: sizes, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), xFactor, yFactor (ZorErrResizeFactor),
- *   null pointers, interpolation (ZorErrInterpolation).
+ * Checks: sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1 (ZorErrSize), srcRoi
+ *   (ZorWarnNoRoiIntersect), xFactor, yFactor (ZorErrResizeFactor), null pointers, interpolation
+ *   (ZorErrInterpolation).
  * Threads: calling thread.
  * Rounding: to nearest.
  */
@@ -526,10 +530,10 @@ ZorStatus zoriGetResizeFract(ZorImgSize srcSize, ZorImgRect srcRoi, double xFact
  * above 0, or above 1.0 with ZORI_INTER_SUPER. ZorErrAlloc: no memory for the planes of the region and of the
  * result.
  *
- * Checks: null pointers, size srcSize, srcRoi (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize,
- *   srcSize, dstRoiSize (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor), interpolation
- *   (ZorErrInterpolation), xFactor, yFactor (ZorErrSubsample), interpolation, xFactor, yFactor
- *   (ZorErrResizeFactor).
+ * Checks: null pointers, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 2, srcRoi.height < 1
+ *   (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, srcSize, srcRoi, dstRoiSize (ZorErrSize),
+ *   xFactor, yFactor (ZorErrResizeFactor), interpolation (ZorErrInterpolation), xFactor, yFactor
+ *   (ZorErrSubsample), interpolation, xFactor, yFactor (ZorErrResizeFactor).
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
  * Rounding: to nearest.
@@ -554,7 +558,8 @@ ZorStatus zoriResizeYUV422_8u_C2R(const Zor8u* pSrc, ZorImgSize srcSize, int src
  * ZorErrDecimateFraction: fraction is not 1, 2, 3 or 4. ZorErrSubsample: nothing would be left of the row
  * (column).
  *
- * Checks: null pointers, steps, sizes, fraction (ZorErrDecimateFraction), srcRoiSize (ZorErrSubsample).
+ * Checks: null pointers, steps, sizes, fraction < 1, fraction > 4 (ZorErrDecimateFraction), srcRoiSize
+ *   (ZorErrSubsample).
  * Threads: calling thread.
  * Rounding: to nearest.
  */
@@ -615,7 +620,8 @@ ZorStatus zoriDeinterlaceFilterCAVT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u
  * above 1.0 with ZORI_INTER_SUPER. ZorWarnNoRoiIntersect: the region begins beyond the source image, or its
  * image misses dstRoi; nothing is written.
  *
- * Checks: null pointers, sizes, srcRoi, dstRoi (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor),
+ * Checks: null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1, dstRoi.x <
+ *   0, dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor),
  *   interpolation (ZorErrInterpolation), interpolation, xFactor, yFactor (ZorErrResizeFactor), srcRoi
  *   (ZorWarnNoRoiIntersect).
  * Steps: not tested, may be zero or negative.
@@ -752,8 +758,9 @@ ZorStatus zoriResizeSqrPixelGetBufSize(ZorImgSize dstSize, int nChannel, int int
  * an int. ZorErrResizeFactor: a factor not above 0, or above 1.0 with ZORI_INTER_SUPER. ZorErrChannels:
  * nChannel is not 1, 3 or 4.
  *
- * Checks: null pointers, srcRoi, dstRoi (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor), nChannel
- *   (ZorErrChannels), interpolation (ZorErrInterpolation), interpolation, xFactor, yFactor
+ * Checks: null pointers, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1, dstRoi.x < 0,
+ *   dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor),
+ *   nChannel (ZorErrChannels), interpolation (ZorErrInterpolation), interpolation, xFactor, yFactor
  *   (ZorErrResizeFactor).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -899,18 +906,20 @@ ZorStatus zoriResampleRowReplicateBorder_32f_C1R(const Zor32f* pSrc, int srcStep
  * region has no image there. No working memory is needed.
  *
  * Checks (WarpAffine WarpAffineBack WarpPerspective WarpPerspectiveBack, P3 P4): null pointers, sizes,
- *   srcRoi, dstRoi (ZorErrSize), steps, interpolation (ZorErrInterpolation), null pointers in pSrc, pDst,
- *   coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
- *   (ZorWarnNoQuadIntersect).
- * Checks (WarpBilinear WarpBilinearBack, C1 C3 C4 AC4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize),
- *   steps, interpolation (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), coeffs
+ *   srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1
+ *   (ZorErrSize), steps, interpolation (ZorErrInterpolation), null pointers in pSrc, pDst, coeffs
+ *   (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (WarpBilinear WarpBilinearBack, C1 C3 C4 AC4): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0,
+ *   srcRoi, dstRoi.x < 0, dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps,
+ *   interpolation (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), coeffs
  *   (ZorErrQuad), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (WarpBilinear WarpBilinearBack, P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps,
- *   interpolation (ZorErrInterpolation), null pointers in pSrc, pDst, srcRoi (ZorWarnNoRoiIntersect), srcRoi
- *   (ZorErrCoeff), coeffs (ZorErrQuad), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), coeffs (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
- *   (ZorWarnNoQuadIntersect).
+ * Checks (WarpBilinear WarpBilinearBack, P3 P4): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi,
+ *   dstRoi.x < 0, dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation
+ *   (ZorErrInterpolation), null pointers in pSrc, pDst, srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff),
+ *   coeffs (ZorErrQuad), dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (others): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), coeffs
+ *   (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
  * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
@@ -1363,12 +1372,14 @@ ZorStatus zoriWarpBilinearBack_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
  * convex or has three points on a line. ZorErrQuad: the transform between them is singular.
  * ZorWarnNoQuadIntersect: dstQuad misses dstRoi; nothing is written.
  *
- * Checks (P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), null pointers in pSrc, pDst, srcQuad, dstQuad (ZorErrRect), srcRoi
- *   (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), srcQuad, dstQuad (ZorErrRect), srcRoi (ZorWarnNoRoiIntersect), srcRoi
+ * Checks (P3 P4): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), null
+ *   pointers in pSrc, pDst, srcQuad, dstQuad (ZorErrRect), srcRoi (ZorWarnNoRoiIntersect), srcRoi
  *   (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (others): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), srcQuad,
+ *   dstQuad (ZorErrRect), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
+ *   (ZorWarnNoQuadIntersect).
  * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
@@ -1609,12 +1620,13 @@ ZorStatus zoriWarpBilinearQuad_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize s
  * pixel wide or high are copied too, and a result that misses dstRoi gives ZorWarnNoRoiIntersect. Every other
  * angle, however near, is interpolated, and so is 0.
  *
- * Checks (P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), null pointers in pSrc, pDst, srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff),
- *   dstRoi (ZorWarnNoQuadIntersect).
- * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
+ * Checks (P3 P4): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), null
+ *   pointers in pSrc, pDst, srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
  *   (ZorWarnNoQuadIntersect).
+ * Checks (others): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), srcRoi
+ *   (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
  * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
@@ -1772,12 +1784,14 @@ ZorStatus zoriRotateCenter_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSi
  * is zoriWarpAffine with these coefficients, whose images, rectangles, interpolation, smooth edges and
  * statuses hold; xShear * yShear = 1 makes the map singular and gives ZorErrQuad.
  *
- * Checks (P3 P4): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), null pointers in pSrc, pDst, xShear, yShear (ZorErrQuad), srcRoi
- *   (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
- * Checks (others): null pointers, sizes, srcRoi, dstRoi (ZorErrSize), steps, interpolation
- *   (ZorErrInterpolation), xShear, yShear (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff),
- *   dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (P3 P4): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), null
+ *   pointers in pSrc, pDst, xShear, yShear (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi
+ *   (ZorErrCoeff), dstRoi (ZorWarnNoQuadIntersect).
+ * Checks (others): null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi, dstRoi.x < 0, dstRoi.y < 0,
+ *   dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), steps, interpolation (ZorErrInterpolation), xShear,
+ *   yShear (ZorErrQuad), srcRoi (ZorWarnNoRoiIntersect), srcRoi (ZorErrCoeff), dstRoi
+ *   (ZorWarnNoQuadIntersect).
  * Other statuses: ZorWarnNoRoiIntersect (result not written), ZorWarnNoQuadIntersect (result not written).
  * Threads: team for large regions.
  * Rounding: to nearest.
@@ -1876,8 +1890,8 @@ ZorStatus zoriShear_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, int
  * ZorErrSize: a size below 1, or x or y of the rectangle negative. ZorErrInterpolation is tested before the
  * steps. ZorWarnNoRoiIntersect: the region begins beyond the image; nothing is written.
  *
- * Checks: null pointers, sizes, srcRoi (ZorErrSize), interpolation (ZorErrInterpolation), steps, srcRoi
- *   (ZorWarnNoRoiIntersect).
+ * Checks: null pointers, sizes, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1 (ZorErrSize),
+ *   interpolation (ZorErrInterpolation), steps, srcRoi (ZorWarnNoRoiIntersect).
  * Threads: team for large regions.
  * Rounding: to nearest.
  */

@@ -37,7 +37,7 @@ ZORI_BEGIN_DECLS
  * pRecord is not a record of this kind.
  *
  * Checks (FFTGetBufSize_C FFTGetBufSize_R): null pointers, pRecord (ZorErrContext).
- * Checks (others): null pointers, orderX, orderY (ZorErrOrder), flag (ZorErrFlag).
+ * Checks (others): null pointers, orderX < 0, orderX, orderY < 0, orderY (ZorErrOrder), flag (ZorErrFlag).
  * Other statuses: ZorErrAlloc (FFTInitAlloc_C FFTInitAlloc_R).
  * Threads: team, on whose size the result depends (FFTGetBufSize_C FFTGetBufSize_R); calling thread (others).
  * Rounding: to nearest.
@@ -88,6 +88,10 @@ ZorStatus zoriFFTFree_R_32s(ZorFftImgRecord32s* pRecord);
  * With a buffer the call takes a little more memory where it can have it, and gives the same result where it
  * cannot. Rows and columns of images of more than 290 by 290 pixels are spread over a team of threads.
  *
+ * Accuracy: the root mean square of the errors of one row or column of 2^k pixels, relative to the 2-norm of
+ * its input times the divisor, is at most 1e-7 + 6e-8 * sqrt(k), and no error is above six times that
+ * (measured for k up to 22: half of both). That of an image follows from k = orderX + orderY.
+ *
  * Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this kind,
  * ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
  *
@@ -97,6 +101,8 @@ ZorStatus zoriFFTFree_R_32s(ZorFftImgRecord32s* pRecord);
  * Same image allowed: pDst = pSrc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
+ *   the input's 2-norm times the factor of the direction, and are each within six times that.
  * Memory: pRecord by zoriFFTInitAlloc_C_32fc, size of pBuffer by zoriFFTGetBufSize_C_32fc.
  */
 ZorStatus zoriFFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
@@ -146,6 +152,8 @@ ZorStatus zoriFFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorF
  * Same image allowed: pDst = pSrc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
+ *   the input's 2-norm times the factor of the direction, and are each within six times that.
  * Memory: pRecord by zoriFFTInitAlloc_R_32f, size of pBuffer by zoriFFTGetBufSize_R_32f.
  */
 ZorStatus zoriFFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
@@ -259,7 +267,7 @@ ZorStatus zoriFFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * pRecord is not a record of this kind.
  *
  * Checks (DFTGetBufSize_C DFTGetBufSize_R): null pointers, pRecord (ZorErrContext).
- * Checks (others): null pointers, width, height (ZorErrSize), flag (ZorErrFlag).
+ * Checks (others): null pointers, width < 1, height < 1 (ZorErrSize), flag (ZorErrFlag).
  * Other statuses: ZorErrAlloc (DFTInitAlloc_C DFTInitAlloc_R).
  * Threads: calling thread.
  * Rounding: to nearest.
@@ -306,6 +314,10 @@ ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
  * one Newton step and may differ from 1 / sqrt(n) in the last bits; not so where the side is a power of two
  * from 8 on.
  *
+ * Accuracy: the root mean square of the errors of one row or column, relative to the 2-norm of its input
+ * times the divisor, is below 3e-7 and no error above 1.5e-6. That is measured for all lengths up to 512, all
+ * primes up to 10007 and products with large factors up to 65000; 1.2e-6 and 7.2e-6 are promised.
+ *
  * pRecord comes from zoriDFTInitAlloc_C_32fc; pBuffer, of the size told by zoriDFTGetBufSize_C_32fc, may be
  * null. Checks in this order: ZorErrNullPtr for the record, ZorErrContext when it is not a record of this
  * kind, ZorErrNullPtr for the images, ZorErrStep for steps below 1. ZorErrAlloc: no memory for the buffer.
@@ -316,6 +328,9 @@ ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
  * Same image allowed: pDst = pSrc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
+ *   the input's 2-norm times the factor of the direction, and are each within six times that; where a side
+ *   has a prime factor above.
  * Memory: pRecord by zoriDFTInitAlloc_C_32fc, size of pBuffer by zoriDFTGetBufSize_C_32fc.
  */
 ZorStatus zoriDFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
@@ -351,6 +366,9 @@ ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorD
  * Same image allowed: pDst = pSrc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
+ *   the input's 2-norm times the factor of the direction, and are each within six times that; where a side
+ *   has a prime factor above.
  * Memory: pRecord by zoriDFTInitAlloc_R_32f, size of pBuffer by zoriDFTGetBufSize_R_32f.
  */
 ZorStatus zoriDFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
@@ -521,6 +539,8 @@ ZorStatus zoriDCTInvFree_32f(ZorDctImgRecord* pRecord);
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
+ *   the input's 2-norm, and are each within six times that; where a side has a prime factor above.
  * Memory: pRecord by zoriDCTFwdInitAlloc_32f, size of pBuffer by zoriDCTFwdGetBufSize_32f, in the other forms
  *   their like.
  */
@@ -568,6 +588,10 @@ ZorStatus zoriDCTInv_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: 10000 random blocks in each of the ranges -256..255, -5..5 and -300..300 and with the sign
+ *   turned, coefficients of 12 bits and results of 9: peak error 1; mean square at most 0.0091 in a place
+ *   (0.06 is asked of inverse transforms) and 0.0070 of all (0.02); mean at most 0.0070 in a place (0.015)
+ *   and 0.0002 of all (0.0015); zero gives zero (DCT8x8Inv).
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Cosine transform of an 8 x 8 block of integers (16s, C1, in place). More above zoriDCT8x8Fwd_16s_C1. */
@@ -589,6 +613,8 @@ ZorStatus zoriDCT8x8Inv_16s_C1I(Zor16s* pSrcDst);
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: in the same test as zoriDCT8x8Inv_16s_C1, rounded: peak error 1, mean square at most 0.0002 in a
+ *   place and 0.00001 of all (DCT8x8Inv).
  */
 ZorStatus zoriDCT8x8Fwd_32f_C1(const Zor32f* pSrc, Zor32f* pDst);
 /** Cosine transform of an 8 x 8 block of floats (32f, C1, in place). More above zoriDCT8x8Fwd_32f_C1. */
@@ -611,6 +637,7 @@ ZorStatus zoriDCT8x8Inv_32f_C1I(Zor32f* pSrcDst);
  * Checks: null pointers, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: that of zoriDCT8x8Fwd_16s_C1 and zoriDCT8x8Inv_16s_C1.
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst);
 /** Cosine transform between an 8 x 8 piece of an image and a block (8u to 16s, C1).
@@ -633,6 +660,7 @@ ZorStatus zoriDCT8x8Inv_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep);
  * Checks: null pointers, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: that of zoriDCT8x8Fwd_16s_C1.
  */
 ZorStatus zoriDCT8x8FwdLS_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst, Zor16s addVal);
 
@@ -648,6 +676,7 @@ ZorStatus zoriDCT8x8FwdLS_8u16s_C1R(const Zor8u* pSrc, int srcStep, Zor16s* pDst
  * Checks: null pointers, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: that of zoriDCT8x8Inv_16s_C1.
  */
 ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dstStep, Zor16s addVal, Zor8u clipMin,
                                         Zor8u clipMax);
@@ -664,6 +693,7 @@ ZorStatus zoriDCT8x8InvLSClip_16s8u_C1R(const Zor16s* pSrc, Zor8u* pDst, int dst
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: that of zoriDCT8x8Inv_16s_C1.
  */
 ZorStatus zoriDCT8x8Inv_2x2_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Inverse cosine transform of a sparse block (16s, C1, in place). More above zoriDCT8x8Inv_2x2_16s_C1. */
@@ -896,6 +926,7 @@ ZorStatus zoriWTInv_32f_C3R(const Zor32f* pSrcLL, int srcLLStep, const Zor32f* p
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 3e-7 for factors of magnitude 1.
  */
 ZorStatus zoriMulPack_32f_C1R(const Zor32f* pSrc1, int src1Step, const Zor32f* pSrc2, int src2Step,
                               Zor32f* pDst, int dstStep, ZorImgSize roiSize);
@@ -1138,6 +1169,7 @@ ZorStatus zoriCplxExtendToPack_32sc32s_C3R(const Zor32sc* pSrc, int srcStep, Zor
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: magnitudes within 2e-7 of their value; phases within 3e-7 of theirs, and 3e-10 radian.
  */
 ZorStatus zoriMagnitude_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 /** Magnitude and phase of complex pixels (32fc to 32f, C3). More above zoriMagnitude_32fc32f_C1R. */
