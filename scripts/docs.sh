@@ -20,6 +20,7 @@ if [[ ! -x $tour || ! -x $(dirname "$tour")/recipe_gamma ]]; then
 fi
 rm -rf build/docs/pictures
 mkdir -p build/docs/pictures
+export OMP_WAIT_POLICY=${OMP_WAIT_POLICY:-passive} # on a busy machine threads that spin take minutes
 "$tour" -o build/docs/pictures/tour.png --pictures build/docs/pictures >"$log" || { cat "$log" >&2; exit 1; }
 mkdir -p build/docs/pictures/cookbook
 recipes=("$PWD/$(dirname "$tour")"/recipe_*)

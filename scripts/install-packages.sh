@@ -1,5 +1,5 @@
 #!/bin/bash
-# scripts/install-packages.sh [build|test|examples|bench|docs|package|python|distributed]...
+# scripts/install-packages.sh [build|test|examples|bench|docs|package|python|distributed|nightly]...
 #
 # Installs with apt-get what the named work needs and this machine does not have (Debian 12 or a relative, as root or
 # through sudo). Each need is told by what must work, so tools from elsewhere count, and where nothing is missing
@@ -13,6 +13,7 @@
 #   package      Debian packages (includes docs)
 #   python       the Python binding
 #   distributed  the examples with several workers: Dask, Zarr, Open MPI
+#   nightly      scripts/nightly.sh and scripts/fuzz.sh (includes test)
 set -euo pipefail
 export PATH="${PATH:-/usr/bin:/bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -58,7 +59,6 @@ need_test() {
   need python3-hypothesis imports hypothesis
   need python3-matplotlib imports matplotlib
   need mypy test -x /usr/bin/mypy
-  need python3-pip imports pip
   need_distributed
   need_package
 }
@@ -110,10 +110,24 @@ need_distributed() {
   need openmpi-bin have mpirun
 }
 
+has_fuzz_engine() {
+  printf 'extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }\n' |
+    clang++ -x c++ -fsanitize=fuzzer,address -fopenmp - -o /dev/null 2>/dev/null
+}
+need_nightly() {
+  need_test
+  need clang have clang++
+  need libclang-rt-dev has_fuzz_engine
+  need libomp-dev has_fuzz_engine
+  need llvm have llvm-symbolizer
+  need clang-tidy have clang-tidy
+  need valgrind have valgrind
+}
+
 for work in "${@:-build}"; do
   case $work in
-    build | test | examples | bench | docs | package | python | distributed) "need_$work" ;;
-    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package, python, distributed" >&2; exit 2 ;;
+    build | test | examples | bench | docs | package | python | distributed | nightly) "need_$work" ;;
+    *) echo "install-packages.sh: '$work' is none of build, test, examples, bench, docs, package, python, distributed, nightly" >&2; exit 2 ;;
   esac
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0

@@ -16,7 +16,9 @@ import argparse
 import fnmatch
 import os
 import pathlib
+import resource
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -25,7 +27,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build" / "mutate"
 SOURCE, BUILD = WORK, WORK / "build" / "default"  # as the preset has them, for the compiler's cache
 FOLDERS = ["api", "cmake", "examples", "fuzz", "include", "scripts", "src", "tests", "tools"]
-SECONDS = 300  # that a program may take; a fault that makes it hang is seen
+SECONDS = 300  # of processor time that a program may take, however busy the machine is; a fault that makes it go on
+#                and on is seen, and so is one that makes it wait:
+STANDSTILL = 120  # seconds without any processor time
 
 
 def expanded(pattern):
@@ -108,17 +112,49 @@ def build(targets):
                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
 
 
+def processor_time(group):
+    """What the processes of a group have used so far, in ticks, their children included."""
+    ticks = 0
+    for stat in pathlib.Path("/proc").glob("[0-9]*/stat"):
+        try:
+            fields = stat.read_text().rpartition(")")[2].split()
+        except OSError:  # it has ended
+            continue
+        if int(fields[2]) == group:
+            ticks += sum(map(int, fields[11:15]))
+    return ticks
+
+
+def output(run):
+    """All that a process prints; None, and the process is ended, when it stands still."""
+    used, since = 0, time.monotonic()
+    while True:
+        try:
+            return run.communicate(timeout=5)[0]
+        except subprocess.TimeoutExpired:
+            now = processor_time(run.pid)
+            if now != used:
+                used, since = now, time.monotonic()
+            elif time.monotonic() - since > STANDSTILL:
+                os.killpg(run.pid, signal.SIGKILL)
+                run.communicate()
+                return None
+
+
 def fails(command, environment=None):
     """What the program says when it fails, in one line; else ''."""
-    try:
-        run = subprocess.run(command, env={**os.environ, "OMP_WAIT_POLICY": "passive", **(environment or {})}, text=True,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS, errors="replace",
-                             shell=isinstance(command, str))
-    except subprocess.TimeoutExpired:
-        return "does not end"
+    run = subprocess.Popen(command, env={**os.environ, "OMP_WAIT_POLICY": "passive", **(environment or {})}, text=True,
+                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace",
+                           shell=isinstance(command, str), start_new_session=True,
+                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (SECONDS, SECONDS + 5)))
+    said = output(run)
+    if said is None:
+        return "stands still"
     if run.returncode == 0:
         return ""
-    lines = run.stdout.splitlines()
+    if run.returncode in (-signal.SIGXCPU, 128 + signal.SIGXCPU):  # by itself, in a shell
+        return "does not end"
+    lines = said.splitlines()
     for start in ("[  FAILED  ]", "while calling"):
         for line in lines:
             if line.startswith(start):

@@ -45,6 +45,26 @@ for preset in default wide q7; do
   unset bad all
 done
 
+# Under the address, leak and undefined-behaviour sanitizers: sweeps over a share of the functions, and random calls.
+# scripts/nightly.sh goes through all of them.
+echo "== preset sanitize: build"
+if cmake --preset sanitize && cmake --build --preset sanitize --target sweep_tests fuzz_calls; then
+  for suite in ContractSweep MemorySweep LayoutsSweep LimitsSweep AllocationSweep; do
+    echo "== preset sanitize: $suite"
+    if ZORI_SWEEP_EVERY=20 OMP_WAIT_POLICY=passive \
+      build/sanitize/tests/sweep/sweep_tests --gtest_brief=1 --gtest_filter="*$suite*"; then passed=$((passed + 1))
+    else failed=$((failed + 1))
+    fi
+  done
+  echo "== preset sanitize: random calls"
+  if (cd build/sanitize && OMP_WAIT_POLICY=passive fuzz/fuzz_calls -runs=2000); then
+    passed=$((passed + 1))
+  else failed=$((failed + 1))
+  fi
+else
+  failed=$((failed + 1))
+fi
+
 # The builds that cannot be loaded together are compared by the hashes of all their results.
 echo "== results of the 64-bit and the 32-bit build"
 if diff -r build/default/tests/widths/hashes build/q7/tests/widths/hashes; then passed=$((passed + 1))
