@@ -6,20 +6,10 @@
 #include <cmath>
 #include <vector>
 
-using bench::Image;
+using bench::Framed;
 using bench::Run;
 
 namespace {
-
-constexpr int margin = 16;
-
-template <class T> struct Framed {
-  Framed(ZorImgSize size, int channels)
-    : image({size.width + 2 * margin, size.height + 2 * margin}, channels), dst(size, channels)
-  {}
-  const T* at(int x, int y) const { return image.row(y + margin) + (x + margin) * image.channels; }
-  Image<T> image, dst;
-};
 
 constexpr float valueVariance = 900, placeVariance = 9;
 

@@ -5,33 +5,23 @@
 #include <algorithm>
 #include <vector>
 
-using bench::Image;
+using bench::Framed;
 using bench::Run;
 
 namespace {
 
-constexpr int margin = 16;
-
-// The region inside a larger image, and the naive loop: value(window) of the samples of the mask's rectangle.
-template <class T> struct Framed {
-  Framed(ZorImgSize size, int channels)
-    : image({size.width + 2 * margin, size.height + 2 * margin}, channels), dst(size, channels)
-  {}
-  const T* src() const { return image.row(margin) + margin * image.channels; }
-  template <class Value> void naive(int width, int height, Value value) const
-  {
-    std::vector<T> window(static_cast<std::size_t>(width * height));
-    for (int y = 0; y < dst.size.height; ++y)
-      for (int i = 0; i < dst.rowLength(); ++i) {
-        auto to = window.begin();
-        for (int j = 0; j < height; ++j)
-          for (int k = 0; k < width; ++k)
-            *to++ = image.row(y + margin + j - height / 2)[i + (margin + k - width / 2) * image.channels];
-        dst.row(y)[i] = value(window);
-      }
-  }
-  Image<T> image, dst;
-};
+// The naive loop: value(window) of the samples of the mask's rectangle.
+template <class T, class Value> void naiveRank(const Framed<T>& f, int width, int height, Value value)
+{
+  std::vector<T> window(static_cast<std::size_t>(width * height));
+  for (int y = 0; y < f.dst.size.height; ++y)
+    for (int i = 0; i < f.dst.rowLength(); ++i) {
+      auto to = window.begin();
+      for (int j = 0; j < height; ++j)
+        for (int k = 0; k < width; ++k) *to++ = f.at(k - width / 2, y + j - height / 2)[i];
+      f.dst.row(y)[i] = value(window);
+    }
+}
 
 template <class T> T middle(std::vector<T>& window)
 {
@@ -50,7 +40,7 @@ bench::Make around(F function, int channels, int width, int height, Value value,
     const Framed<T> f(size, channels);
     return Run{f.dst.bytes(), f.dst.bytes(),
                [=] { return function(f.src(), f.image.step, f.dst, f.dst.step, size, arguments...); },
-               [=] { f.naive(width, height, value); }};
+               [=] { naiveRank(f, width, height, value); }};
   };
 }
 
@@ -81,7 +71,7 @@ bench::Make smoothMedian(int side)
                  return zoriFilterMedian_8u_C1R(f.src(), f.image.step, f.dst, f.dst.step, size, {side, side},
                                                 {side / 2, side / 2});
                },
-               [=] { f.naive(side, side, middle<Zor8u>); }};
+               [=] { naiveRank(f, side, side, middle<Zor8u>); }};
   };
 }
 

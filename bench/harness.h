@@ -49,6 +49,18 @@ template <class T> struct Image {
   T* data;
 };
 
+// The region of a filter: inside a larger image, with a margin on all sides, and its result.
+template <class T> struct Framed {
+  static constexpr int margin = 16;
+  Framed(ZorImgSize size, int channels)
+    : image({size.width + 2 * margin, size.height + 2 * margin}, channels), dst(size, channels)
+  {}
+  // A pixel by its place in the region; places in the margin are negative or beyond it.
+  const T* at(int x, int y) const { return image.row(y + margin) + (x + margin) * image.channels; }
+  const T* src() const { return at(0, 0); }
+  Image<T> image, dst;
+};
+
 // What a case runs. The bytes decide the memory limit; a destination that is read first counts as written only, for a
 // store fetches its cache line anyway. The peer is another library that does the same work in this process: FFTW and
 // pixman are there under ZORI_BENCH_FFTW and ZORI_BENCH_PIXMAN.
