@@ -5,8 +5,8 @@
 
 The background of the picture (a median, then a wide box) is taken away from it. No process ever holds more than a few
 tiles; how far tiles overlap, the functions themselves tell. With --lose-worker one of the processes is killed on the
-way: its tiles are computed again by the others, and since a call depends on nothing but its arguments, the result is the
-same. At the end it is compared with that of one run over the whole picture.
+way: its tiles are computed again by the others, and since a call depends on nothing but its arguments, the result is
+the same. At the end it is compared with that of one run over the whole picture.
 """
 import argparse
 import logging
@@ -97,17 +97,20 @@ def main():
             picture = dask.array.from_zarr(str(folder / "picture.zarr"))
             results = zarr.open(str(folder / "detail.zarr"), mode="w", shape=shape, chunks=tiles, dtype=np.uint8,
                                 fill_value=None)
-            start = time.perf_counter()
+            before = client.run(time.process_time)
+            start, own = time.perf_counter(), time.process_time()
             work = client.compute(in_tiles(picture).store(results, lock=False, compute=False))
             killer = threading.Thread(target=kill_one, args=(client, results, picture.npartitions))
             if given.lose_worker:
                 killer.start()
             progress(work, notebook=False)
             work.result()
-            seconds = time.perf_counter() - start
+            seconds, own = time.perf_counter() - start, time.process_time() - own
             if given.lose_worker:
                 killer.join()
-        print(f"\n{given.workers} workers: {picture.npartitions} tiles in {seconds:.2f} s")
+            busy = [after - before.get(name, 0) for name, after in client.run(time.process_time).items()]
+        print(f"\n{given.workers} workers: {picture.npartitions} tiles in {seconds:.2f} s; processor time: scheduler "
+              f"{own:.2f} s, workers", ", ".join(f"{b:.2f} s" for b in busy))
 
         single = at_once(zarr.open(str(folder / "picture.zarr"), mode="r")[:])
         equal = np.array_equal(single, results[:])

@@ -109,7 +109,8 @@ assert abs(x - 90) <= 1 and abs(y - 90) <= 1
 # %%
 turned, leaning = np.zeros((2, 256, 256), np.uint8)
 zori.rotate_center(scene, (0, 0, 256, 256), 20, 127.5, 127.5, zori.ZORI_INTER_CUBIC, turned)
-zori.warp_perspective(scene, (0, 0, 256, 256), [[1, 0.2, 0], [0, 1, 10], [0, 0.001, 1]], zori.ZORI_INTER_LINEAR, leaning)
+lean = [[1, 0.2, 0], [0, 1, 10], [0, 0.001, 1]]
+zori.warp_perspective(scene, (0, 0, 256, 256), lean, zori.ZORI_INTER_LINEAR, leaning)
 large = zori.resize(scene[60:100, 100:140].copy(), 6, 6, zori.ZORI_INTER_CUBIC, dst_roi_size=(240, 240))
 show("7_geometry", rotated=turned, perspective=leaning, six_times=large)
 
@@ -127,8 +128,8 @@ assert np.abs(back - plane).max() < 1e-2
 
 # %% [markdown]
 # ## What can go wrong
-# A status is an exception that names the argument, a defined but doubtful case a Python warning. Every function is there
-# under its C name too, and `help()` has its rules.
+# A status is an exception that names the argument, a defined but doubtful case a Python warning. Every function is
+# there under its C name too, and `help()` has its rules.
 # %%
 try:
     zori.zoriFilterMedian_8u_C1R(noisy, np.empty_like(noisy), (250, 250), (5, 5), (9, 2))

@@ -19,7 +19,7 @@ set(ZORI_FILES_OF_32_BYTES
   geometry/resize_weighted.cpp geometry/sampling.cpp geometry/warp_frame.cpp
   point/compare.cpp point/threshold.cpp
   rowkernels/exp_log.cpp
-  spectral/dct.cpp spectral/image_transform.cpp spectral/lane_transform.cpp spectral/spectrum_polar.cpp
+  spectral/block_dct.cpp spectral/dct.cpp spectral/image_transform.cpp spectral/lane_transform.cpp spectral/spectrum_polar.cpp
   spectral/wavelet.cpp
   stats/count_in_range.cpp stats/every.cpp stats/extrema.cpp stats/norms.cpp stats/sum.cpp
   synthetic/windows.cpp

@@ -36,9 +36,8 @@ ZorStatus bitwise(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T*
   } else {
     constexpr int pixelBytes = channels<L> * static_cast<int>(sizeof(T));
     roiSize = joinedRows(roiSize, Pitch{pixelBytes, dstStep}, Pitch{pixelBytes, src1Step}, Pitch{pixelBytes, src2Step});
-    for (int y = 0; y < roiSize.height; ++y)
-      mapRow(asBytes(rowAt(pDst, dstStep, y)), elementsOf(roiSize.width, pixelBytes), Op{},
-             asBytes(rowAt(pSrc1, src1Step, y)), asBytes(rowAt(pSrc2, src2Step, y)));
+    mapRows(Rows{asBytes(pDst), dstStep}, elementsOf(roiSize.width, pixelBytes), roiSize.height, Op{},
+            Rows{asBytes(pSrc1), src1Step}, Rows{asBytes(pSrc2), src2Step});
   }
   return ZorOk;
 }

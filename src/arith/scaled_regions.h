@@ -85,8 +85,8 @@ enum class Operand { Image, Constant };
 
 template <Operand second, Shape shape, class Op> constexpr auto rowKernel()
 {
-  if constexpr (second == Operand::Image) return &imageRow<shape, Op, typename Op::T>;
-  else return &constantRow<shape, Op, typename Op::T>;
+  if constexpr (second == Operand::Image) return &imageRows<shape, Op, typename Op::T>;
+  else return &constantRows<shape, Op, typename Op::T>;
 }
 
 // The row kernel of an operation on a path. Products have no shorter way at scale 1, floats only the plain path.
@@ -123,14 +123,16 @@ struct Walk {
   int parts;
   TeamRule team;
 
-  template <class D, class Row, class... S> void operator()(Row row, Rows<D> dst, Rows<const S>... src) const
+  // work(length, rows, dst, src...)
+  template <class D, class Work, class... S> void operator()(Work work, Rows<D> dst, Rows<const S>... src) const
   {
     const int pixelBytes = parts * static_cast<int>(sizeof(D));
     const bool alone = team.threads(roi.height) == 1;
     const ZorImgSize rows = alone ? joinedRows(roi, Pitch{pixelBytes, dst.step}, Pitch{pixelBytes, src.step}...) : roi;
     const std::ptrdiff_t length = elementsOf(rows.width, parts);
-    staticRows(alone ? TeamRule::alone() : team, Rounding::Callers, rows.height,
-               [=](int y) { row(length, dst[y], src[y]...); });
+    if (alone) return work(length, rows.height, dst, src...);
+    staticBands(team, Rounding::Callers, rows.height,
+                [=](int first, int count) { work(length, count, fromRow(dst, first), fromRow(src, first)...); });
   }
 };
 
@@ -149,13 +151,17 @@ template <class T>
 ZORI_ONE_COPY void walkImages(Walk walk, ImageKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> a,
                               Rows<const T> b)
 {
-  walk([=](std::ptrdiff_t length, T* d, const T* x, const T* y) { kernel(d, length, shift, x, y); }, dst, a, b);
+  walk([=](std::ptrdiff_t length, int rows, Rows<T> d, Rows<const T> x,
+           Rows<const T> y) { kernel(d, length, rows, shift, x, y); },
+       dst, a, b);
 }
 template <class T>
 ZORI_ONE_COPY void walkConstant(Walk walk, ConstantKernel<T> kernel, int shift, Rows<T> dst, Rows<const T> src,
                                 const Pattern<T>& constant)
 {
-  walk([=, &constant](std::ptrdiff_t length, T* d, const T* x) { kernel(d, length, shift, x, constant); }, dst, src);
+  walk([=, &constant](std::ptrdiff_t length, int rows, Rows<T> d,
+                      Rows<const T> x) { kernel(d, length, rows, shift, x, constant); },
+       dst, src);
 }
 
 // ---- Fills and copies that take the place of arithmetic. They look at bits alone. ----

@@ -5,8 +5,8 @@
 // Windows side by side are summed at once: each sample that is not m serves all of them that hold it.
 //
 // Of 8 bits, m is the rounded mean. With V the squares of what differs from the mean, at most 2 V samples are not m, so
-// that all windows of a small V are worth it. Of 16 bits, m is the most frequent of some samples, and windows in which
-// many samples are not m stay as they are.
+// that all windows of a small V are worth it. Of 16 bits, m is what most of nine samples are, and windows in which many
+// samples are not m stay as they are.
 #pragma once
 
 #include "tile_view.h"
@@ -51,14 +51,15 @@ public:
   [[gnu::noinline]] void mend(std::int64_t y, const float* deviations, const double* samples, int windows,
                               float* results) const
   {
+    const UpperHalvesCleared atTheEnd;
     for (int x = next(deviations, 0, windows); x < windows;) {
       const auto belongs = [&, first = valueOf(samples[x])](int k) {
         return isNearlyFlat(deviations[k]) && (isWide ? k - x < taps_.w : valueOf(samples[k]) == first);
       };
       int end = x + 1;
       while (end < windows && belongs(end)) ++end;
-      const int m = isWide ? mostFrequent(x, y, end - x) : valueOf(samples[x]);
-      if (sumProducts(x, y, end - x, m))
+      int m = valueOf(samples[x]);
+      if ((!isWide || findMost(x, y, end - x, m)) && sumProducts(x, y, end - x, m))
         for (int i = x; i < end; ++i)
           results[i] =
             static_cast<float>((area_ * memory_.totals[i - x] - taps_.sum * (samples[i] - area_ * m)) / area_);
@@ -87,29 +88,29 @@ private:
     return windows;
   }
 
-  // Of nine samples of the windows from (x, y) on.
-  int mostFrequent(std::int64_t x, std::int64_t y, int windows) const
+  // The most frequent of nine samples of the windows from (x, y) on. False: it is not that frequent.
+  bool findMost(std::int64_t x, std::int64_t y, int windows, int& m) const
   {
-    constexpr int across = 3;
+    constexpr int across = 3, least = 6;
+    const int columns = windows + taps_.w - 1;
     T sample[across * across];
     for (int j = 0; j < across; ++j) {
-      const int columns = windows + taps_.w - 1;
       const T* const p = view_.run(x, y + (2 * j + 1) * std::int64_t{taps_.h} / (2 * across), columns, spare_);
       for (int i = 0; i < across; ++i)
         sample[across * j + i] = get<T>(p + (2 * i + 1) * std::int64_t{columns} / (2 * across));
     }
-    int best = 0;
-    T value = sample[0];
-    for (const T a : sample) {
-      const int count = static_cast<int>(std::count(sample, sample + across * across, a));
-      if (count > best) best = count, value = a;
-    }
-    return value;
+    for (const T a : sample)
+      if (std::count(sample, sample + across * across, a) >= least) {
+        m = a;
+        return true;
+      }
+    return false;
   }
 
   // totals[i] = the sum of (sample - m) * tap over window (x + i, y). False: too many samples are not m.
   [[gnu::noinline]] bool sumProducts(std::int64_t x, std::int64_t y, int windows, int m) const
   {
+    const UpperHalvesCleared atTheEnd;
     std::fill(memory_.sums, memory_.sums + windows, 0);
     std::fill(memory_.totals, memory_.totals + windows, 0.0);
     const int columns = windows + taps_.w - 1;

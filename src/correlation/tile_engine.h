@@ -6,7 +6,8 @@
 //
 // - Integer sources of NormLevel: the tile's mean, as an integer, is taken off all of its samples, those beyond the
 //   image too. The template has no mean, so nothing changes but the rounding errors, which follow the size of samples.
-//   A window whose V, which is exact, is 0 has the result 0.
+//   A window whose V, which is exact, is 0 has the result 0; one with a small V is formed without the transform
+//   (nearly_flat.h).
 // - 32f sources: each tile of a pair is scaled by a power of two of its own to a largest sample of 1 to 2, so that
 //   neither drowns in the other's rounding errors. A tile with a NaN or an infinity goes alone.
 #pragma once

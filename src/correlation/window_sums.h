@@ -285,11 +285,12 @@ private:
       for (int x = 0; x < n; ++x) to[x] = static_cast<float>(q[x]);
     else if constexpr (std::is_floating_point_v<T>)
       for (int x = 0; x < n; ++x) to[x] = static_cast<float>(q[x] - s[x] * s[x] / area_);
-    else if (area_ * area_ * mostSquare <= 0x1p53)
+    else if (sizeof(T) == 1 && area_ * area_ * 255 * 255 <= 0x1p53)
       for (int x = 0; x < n; ++x) {
         const double sum = static_cast<double>(s[x]);
         to[x] = static_cast<float>((area_ * static_cast<double>(q[x]) - sum * sum) / area_);
       }
+    else if (std::is_same_v<T, std::uint16_t> && area_ <= 0x1p20) deviationsOfWords(s, q, to, n, area_);
     else
       for (int x = 0; x < n; ++x) to[x] = deviationOf(s[x], q[x]);
   }
@@ -304,7 +305,20 @@ private:
     return static_cast<float>(static_cast<double>(static_cast<std::int64_t>(squares)) -
                               static_cast<double>(left) * static_cast<double>(left) * perArea);
   }
-  static constexpr double mostSquare = sizeof(T) == 1 ? 255.0 * 255 : 65535.0 * 65535;
+  // The same, of sums below 2^52 without a sign, which doubles hold. Rows are filled up to whole vectors.
+  static void deviationsOfWords(const std::int64_t* s, const std::int64_t* q, float* to, int n, double area)
+  {
+    const Vec<double> areas = splat(area), perArea = splat(1 / area), whole = splat(0x1p52); // added, it rounds
+    const auto toDouble = [=](const std::int64_t* p) {
+      return as<double>(load<std::uint64_t>(p) | as<std::uint64_t>(whole)) - whole;
+    };
+    const auto deviation = [=](int x) {
+      const Vec<double> sum = toDouble(s + x), m = (sum * perArea + whole) - whole, left = sum - m * areas;
+      return (toDouble(q + x) - m * (sum + left)) - left * left * perArea;
+    };
+    for (int x = 0; x < n; x += Vec<float>::size)
+      store(to + x, toFloat(deviation(x), deviation(x + Vec<double>::size)));
+  }
 
   TileView<T> view_;
   int w_, h_, columns_, rows_, samples_;

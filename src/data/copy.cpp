@@ -17,9 +17,8 @@ template <class T, Layout L> ZorStatus copyRegion(const T* pSrc, int srcStep, T*
   constexpr int pixelBytes = channels<L> * bytesOf<T>;
   const ZorImgSize rows = joinedRows(roiSize, Pitch{pixelBytes, srcStep}, Pitch{pixelBytes, dstStep});
   const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
-  const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
-  const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
-  for (int y = 0; y < rows.height; ++y) copyRow(src[y], dst[y], bytes, 1LL * bytes * rows.height);
+  copyRows({reinterpret_cast<const Zor8u*>(pSrc), srcStep}, {reinterpret_cast<Zor8u*>(pDst), dstStep}, bytes,
+           rows.height);
   return ZorOk;
 }
 

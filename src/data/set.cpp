@@ -26,8 +26,7 @@ template <class T, Layout L> ZorStatus setRegion(const T* pValue, T* pDst, int d
     const PixelPattern pattern = PixelPattern::of<pixelBytes>(pValue);
     const ZorImgSize rows = joinedRows(roiSize, Pitch{pixelBytes, dstStep});
     const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(rows.width) * pixelBytes;
-    const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
-    for (int y = 0; y < rows.height; ++y) fillRow(pattern, dst[y], bytes, 1LL * bytes * rows.height);
+    fillRows(pattern, {reinterpret_cast<Zor8u*>(pDst), dstStep}, bytes, rows.height);
   }
   return ZorOk;
 }

@@ -282,8 +282,11 @@ private:
   alignas(32) float samples_[stripWidth + 2 * mostRadius], numerators_[stripWidth], denominators_[stripWidth];
 };
 
-template <class Strips> void filterStrips(const Call& call, Strips strips)
+// In a frame of its own, so that no two kinds of strips lie on the stack together.
+template <class Strips, class... Given> [[gnu::noinline]] void filterStrips(const Call& call, const Given&... given)
 {
+  const UpperHalvesCleared atTheEnd;
+  Strips strips(call, given...);
   for (int x = 0; x < call.roi.width; x += stripWidth) strips.filter(x, std::min(stripWidth, call.roi.width - x));
 }
 
@@ -295,8 +298,8 @@ void filterRegion(const Call& call)
   const ValueTable table(call.record);
   const auto [x, y] = call.radii;
   const int step = call.record.head().step;
-  if (std::max(x, y) > mostSharedRadius) return filterStrips(call, AllWeights(call, table));
-  const auto shared = [&](auto along) { filterStrips(call, SharedWeights<decltype(along)>(call, table, along)); };
+  if (std::max(x, y) > mostSharedRadius) return filterStrips<AllWeights>(call, table);
+  const auto shared = [&](auto along) { filterStrips<SharedWeights<decltype(along)>>(call, table, along); };
   if (x == y && step == 1 && x == 1) return shared(FixedPlaces<1, 1>{});
   if (x == y && step == 1 && x == 2) return shared(FixedPlaces<2, 1>{});
   if (x == y && step == 1 && x == 3) return shared(FixedPlaces<3, 1>{});

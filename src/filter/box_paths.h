@@ -49,7 +49,7 @@ template <class T, class Col, int CH, bool KeepAlpha, class Finish> struct Integ
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(w.columns(CH));
     const Finish quotient(rule);
     std::memset(buffer, 0, static_cast<std::size_t>(bufferBytes(w)));
-    for (int j = 0; j < w.mask.height; ++j) addRow(col, w.template row<CH>(std::ptrdiff_t{first} + j), n);
+    addRows(col, Rows<const T>{w.template row<CH>(first), w.src.step}, w.mask.height, n);
     for (int y = first; y < first + rows; ++y) {
       if (y + 1 < first + rows)
         slideColumns(next, col, w.template row<CH>(std::ptrdiff_t{y} + w.mask.height), w.template row<CH>(y), n);

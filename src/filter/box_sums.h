@@ -98,18 +98,19 @@ ZORI_ONE_COPY void slideColumns(Col* to, const Col* col, const T* entering, cons
   if (i < n) slide(n - block, load<T>(entering + n - block), load<T>(leaving + n - block));
 }
 
-// col[i] += row[i]; signed samples enter with their sign bit flipped, so that all are positive.
-template <class Col, class T> ZORI_ONE_COPY void addRow(Col* col, const T* row, std::ptrdiff_t n)
+// col[i] += the samples of so many rows; signed ones enter with their sign bit flipped, so that all are positive.
+template <class Col, class T> ZORI_ONE_COPY void addRows(Col* col, Rows<const T> source, int rows, std::ptrdiff_t n)
 {
-  eachBlock(
-    col, n,
-    [](Col* c, Vec<T> x) {
-      using U = std::make_unsigned_t<T>;
-      if constexpr (isSigned<T>) x = x ^ topBits<T>();
-      addTo(c, widenLow(as<U>(x)));
-      addTo(c + Vec<T>::size / 2, widenHigh(as<U>(x)));
-    },
-    row);
+  for (int y = 0; y < rows; ++y)
+    eachBlock(
+      col, n,
+      [](Col* c, Vec<T> x) {
+        using U = std::make_unsigned_t<T>;
+        if constexpr (isSigned<T>) x = x ^ topBits<T>();
+        addTo(c, widenLow(as<U>(x)));
+        addTo(c + Vec<T>::size / 2, widenHigh(as<U>(x)));
+      },
+      source[y]);
 }
 
 // ---- Along the row ----

@@ -1,4 +1,4 @@
-// Filters with a kernel of their own, 3x3 or 5x5: the two stages that they share, one row at a time.
+// Filters with a kernel of their own, 3x3 or 5x5: the two stages that they share, some rows at a time.
 //
 //   column stage   reduces the source rows above, at and below an output row to rows of sums, margin included
 //   row stage      reduces neighbouring sums to the kernel's value and finishes it
@@ -7,12 +7,14 @@
 // samples, or single precision. Pixels of any channel count are runs of samples whose neighbours lie `channels` apart.
 #pragma once
 
+#include "frame/arena.h"
 #include "frame/checks.h"
 #include "frame/layout.h"
+#include "frame/parallel.h"
 #include "rowkernels/copy.h"
 #include "rowkernels/drivers.h"
-#include "walk/pipeline.h"
 
+#include <algorithm>
 #include <climits>
 
 namespace zori {
@@ -227,13 +229,21 @@ struct PlainOfThree {
   }
 };
 
-// ---- The stages along a row ----
+// ---- The stages along rows ----
 
-// sums[0 .. length - 1] of the first rows; they have room for a whole block, the rows have not. The row behind them
-// will soon be read.
+// Rows of sums: the planes of a row follow each other. They have room for whole blocks.
+template <class A> struct SumRows {
+  A* first;
+  std::ptrdiff_t plane, pitch; // from plane to plane, from row to row
+  A* operator[](int y) const { return first + y * pitch; }
+};
+inline constexpr int mostRowsAtOnce = 16;
+
+// sums[0 .. length - 1] of so many rows, `source` being the uppermost row of the first. The row behind the lowest will
+// soon be read.
 template <class Kernel>
-ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> rows, std::ptrdiff_t length, typename Kernel::A* sums,
-                               std::ptrdiff_t plane)
+ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> source, std::ptrdiff_t length, int rows,
+                               SumRows<typename Kernel::A> sums)
 {
   const UpperHalvesCleared atTheEnd;
   using S = typename Kernel::S;
@@ -241,23 +251,29 @@ ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> rows, std::ptrdiff
   constexpr std::ptrdiff_t block = Pair<A>::size, half = block / 2;
   const S* from[Kernel::size];
   if (length < (vectorBytes == 16 ? block : half)) {
-    alignas(vectorBytes) S padded[Kernel::size][block] = {};
-    for (int k = 0; k < Kernel::size; ++k) {
-      copyBelow<sizeof padded[0]>(padded[k], rows[k], static_cast<std::size_t>(length) * sizeof(S));
-      from[k] = padded[k];
+    alignas(vectorBytes) S padded[mostRowsAtOnce + Kernel::size - 1][block];
+    for (int y = 0; y < rows + Kernel::size - 1; ++y) padBlock<block>(padded[y], source[y], length);
+    for (int y = 0; y < rows; ++y) {
+      for (int k = 0; k < Kernel::size; ++k) from[k] = padded[y + k];
+      Kernel::columns(from, 0, {sums[y], half}, sums.plane);
     }
-    Kernel::columns(from, 0, {sums, half}, plane);
     return;
   }
-  for (int k = 0; k < Kernel::size; ++k) from[k] = rows[k];
-  if (length < block) return Kernel::columns(from, 0, {sums, length - half}, plane);
-  const S* const next = rows[Kernel::size];
-  std::ptrdiff_t i = 0;
-  for (; i + block <= length; i += block) {
-    prefetch(next + i);
-    Kernel::columns(from, i, {sums + i, half}, plane);
+  for (int y = 0; y < rows; ++y) {
+    A* const to = sums[y];
+    for (int k = 0; k < Kernel::size; ++k) from[k] = source[y + k];
+    if (length < block) {
+      Kernel::columns(from, 0, {to, length - half}, sums.plane);
+      continue;
+    }
+    const S* const next = source[y + Kernel::size];
+    std::ptrdiff_t i = 0;
+    for (; i + block <= length; i += block) {
+      prefetch(next + i);
+      Kernel::columns(from, i, {to + i, half}, sums.plane);
+    }
+    if (i < length) Kernel::columns(from, length - block, {to + length - block, half}, sums.plane);
   }
-  if (i < length) Kernel::columns(from, length - block, {sums + length - block, half}, plane);
 }
 
 template <class D, class A> inline void storeBlock(Halves<D> to, const Block<D, A>& x)
@@ -296,9 +312,10 @@ inline void rowBlock(Halves<const typename Kernel::A> sums, std::ptrdiff_t plane
   storeBlock(dst, result);
 }
 
+// The results of so many rows, `centre` being the source pixels that they belong to.
 template <class Kernel, Layout L>
-ZORI_ONE_COPY void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane, const typename Kernel::S* centre,
-                            typename Kernel::D* dst, std::ptrdiff_t length)
+ZORI_ONE_COPY void rowStage(SumRows<const typename Kernel::A> sums, Rows<const typename Kernel::S> centre,
+                            Rows<typename Kernel::D> dst, std::ptrdiff_t length, int rows)
 {
   const UpperHalvesCleared atTheEnd;
   using S = typename Kernel::S;
@@ -306,20 +323,27 @@ ZORI_ONE_COPY void rowStage(const typename Kernel::A* sums, std::ptrdiff_t plane
   constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size, half = block / 2;
   if (length < (vectorBytes == 16 ? block : half)) {
     alignas(vectorBytes) D out[block] = {};
-    alignas(vectorBytes) S samples[block] = {};
-    if (L == AC4) copyBelow<sizeof out>(out, dst, static_cast<std::size_t>(length) * sizeof(D));
-    copyBelow<sizeof samples>(samples, centre, static_cast<std::size_t>(length) * sizeof(S));
-    rowBlock<Kernel, L>({sums, half}, plane, {samples, half}, {out, half});
-    copyBelow<sizeof out>(dst, out, static_cast<std::size_t>(length) * sizeof(D));
+    alignas(vectorBytes) S samples[block];
+    for (int y = 0; y < rows; ++y) {
+      if (L == AC4) copyBelow<sizeof out>(out, dst[y], static_cast<std::size_t>(length) * sizeof(D));
+      padBlock<block>(samples, centre[y], length);
+      rowBlock<Kernel, L>({sums[y], half}, sums.plane, {samples, half}, {out, half});
+      copyBelow<sizeof out>(dst[y], out, static_cast<std::size_t>(length) * sizeof(D));
+    }
     return;
   }
-  const auto blockAt = [=](std::ptrdiff_t i, std::ptrdiff_t apart) ZORI_INLINE {
-    rowBlock<Kernel, L>({sums + i, apart}, plane, {centre + i, apart}, {dst + i, apart});
-  };
-  if (length < block) return blockAt(0, length - half);
-  std::ptrdiff_t i = 0;
-  for (; i + block <= length; i += block) blockAt(i, half);
-  if (i < length) blockAt(length - block, half);
+  for (int y = 0; y < rows; ++y) {
+    const auto blockAt = [=, from = centre[y], to = dst[y]](std::ptrdiff_t i, std::ptrdiff_t apart) ZORI_INLINE {
+      rowBlock<Kernel, L>({sums[y] + i, apart}, sums.plane, {from + i, apart}, {to + i, apart});
+    };
+    if (length < block) {
+      blockAt(0, length - half);
+      continue;
+    }
+    std::ptrdiff_t i = 0;
+    for (; i + block <= length; i += block) blockAt(i, half);
+    if (i < length) blockAt(length - block, half);
+  }
 }
 
 // ---- The region ----
@@ -340,12 +364,14 @@ template <Layout L> inline TeamRule teamRule(ForkHeights heights, ZorImgSize roi
 
 // A filter for one layout: its stages and what the walk must know of them.
 template <class S, class D> struct Filter {
-  void (*columns)(Rows<const S> rows, std::ptrdiff_t length, Sum<S>* sums, std::ptrdiff_t plane);
-  void (*row)(const Sum<S>* sums, std::ptrdiff_t plane, const S* centre, D* dst, std::ptrdiff_t length);
+  void (*columns)(Rows<const S> source, std::ptrdiff_t length, int rows, SumRows<Sum<S>> sums);
+  void (*row)(SumRows<const Sum<S>> sums, Rows<const S> centre, Rows<D> dst, std::ptrdiff_t length, int rows);
   int size, planes, channels;
 };
 
-// The two stages, a row of sums ahead. Independent of the rounding mode that the caller has set, in every thread.
+// The two stages in turn, each over as many rows as have room in a few kilobytes: in a small region that is all of
+// them, and what has just been stored is slow to read at other addresses. Independent of the rounding mode that the
+// caller has set, in every thread.
 template <class S, class D>
 ZORI_ONE_COPY ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcStep, D* pDst, int dstStep,
                                    ZorImgSize roi, TeamRule team)
@@ -355,18 +381,29 @@ ZORI_ONE_COPY ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcSt
   const long long samples = static_cast<long long>(roi.width) * filter.channels, length = samples + 2 * margin;
   // room for the last block of the row stage, that of a row of one pixel too
   const long long plane = (length + 2 * Pair<A>::size - 1) / Pair<A>::size * Pair<A>::size;
+  const long long pitch = plane * filter.planes;
+  constexpr long long room = SlabMemory::onStack / sizeof(A);
+  const int atOnce = static_cast<int>(std::clamp<long long>(room / pitch, 1, std::min(mostRowsAtOnce, roi.height)));
+  BlockPlan plan;
+  const auto part = plan.add<A>(pitch * atOnce);
+  if (plan.isImpossible()) return ZorErrAlloc;
+
   const Rows<const S> src{pSrc, srcStep};
   const Rows<D> dst{pDst, dstStep};
-  const auto columns = [=](int y, A* sums) {
-    filter.columns({src[std::ptrdiff_t{y} - reach] - margin, srcStep}, static_cast<std::ptrdiff_t>(length), sums,
-                   static_cast<std::ptrdiff_t>(plane));
-  };
-  const auto row = [=](int y, const RowWindow<A>& sums) {
-    filter.row(sums[0], static_cast<std::ptrdiff_t>(plane), src[y], dst[y], static_cast<std::ptrdiff_t>(samples));
-  };
-  const auto sameRow = [](int y) { return RowRange{y, y + 1}; };
-  const int ahead = length <= 160 ? 1 : 0; // a long row's sums have long been stored when it has been made
-  return pipeRows<A>(team, Rounding::Nearest, roi.height, {plane * filter.planes, 1, ahead}, sameRow, columns, row);
+  return masterSlabs(team, Rounding::Nearest, roi.height, static_cast<std::size_t>(plan.bytes()),
+                     [=](const Slab& slab) {
+                       const SumRows<A> sums{part.in(slab.buffer), static_cast<std::ptrdiff_t>(plane),
+                                             static_cast<std::ptrdiff_t>(pitch)};
+                       const SumRows<const A> made{sums.first, sums.plane, sums.pitch};
+                       const int end = slab.first + slab.count;
+                       for (int y = slab.first; y < end; y += atOnce) {
+                         const int rows = std::min(atOnce, end - y);
+                         filter.columns({src[std::ptrdiff_t{y} - reach] - margin, srcStep},
+                                        static_cast<std::ptrdiff_t>(length), rows, sums);
+                         filter.row(made, fromRow(src, y), fromRow(dst, y), static_cast<std::ptrdiff_t>(samples), rows);
+                       }
+                       return ZorOk;
+                     });
 }
 
 template <class Kernel, Layout L, class S, class D>

@@ -2,10 +2,10 @@
 //
 // Source rows are brought into stored rows of four bytes a sample, which every tap of the kernel then reads:
 //
-//   integer kernels   pairs of 16-bit samples, one above the other (of a kernel with one row: side by side), so that
-//   one
-//                     multiply-add of pairs serves two taps. 16u is moved to the signed range, which a constant makes
-//                     up for. A kernel element of more than 16 bits is two taps, its high half shifted afterwards
+//   integer kernels   pairs of 16-bit samples, one above the other (of a kernel with one row: side by side), so
+//                     that one multiply-add of pairs serves two taps. 16u is moved to the signed range, which a
+//                     constant makes up for. A kernel element of more than 16 bits is two taps, its high half shifted
+//                     afterwards
 //   float kernels     samples as floats; the rows of a 32f image are read where they are
 //
 // The stored rows are a ring, each made once. Two output rows are formed at a time, since most taps serve both: a tap
@@ -322,79 +322,146 @@ template <class Sum> void finishRow(const Finish<Sum>& finish, const Sum* sums, 
   else std::memcpy(dst, sums, static_cast<std::size_t>(samples) * sizeof(Sum));
 }
 
-// Rows first..first + count - 1 of the region; false when there is no working memory.
-template <class S, class K> ZORI_ONE_COPY bool convolveSlab(const Convolution<S, K>& call, int first, int count)
-{
+// What a slab of `count` rows takes of its room, and how it is cut into strips.
+template <class S, class K> struct SlabSizes {
+  using List = TapList<typename Stored<S, K>::Lanes>;
+  static constexpr long long most = 1000000000; // more rows or taps count as no memory
+
+  std::ptrdiff_t length, strip; // samples of a row of the region, and of a strip
+  bool readsImage;              // source rows are read where they are: there is no ring
+  bool sumsIntoImage;           // sums are results, and go where they belong: they have no rows of their own
+  bool areWithinMost;
+  int ringRows, sumRows;
+  long long taps;           // of a list
+  long long overlap;        // samples that the kernel needs beyond those of a strip
+  std::ptrdiff_t pitch = 0; // of the ring
+  long long bytes = 0;
+
+  SlabSizes(const Convolution<S, K>& call, const Stored<S, K>& stored, int count)
+    : length(call.rowSamples()), strip(length), readsImage(std::is_same_v<S, K> && length >= blockLength),
+      sumsIntoImage(!call.fast.row && length >= blockLength), ringRows(readsImage ? 0 : stored.ringRows()),
+      sumRows(sumsIntoImage ? 0 : 2), taps(1LL * stored.ringRows() * stored.places()),
+      overlap((stored.kw - 1LL) * call.channels)
+  {
+    areWithinMost = 1LL * count + stored.kh <= most && taps <= most;
+    if (!areWithinMost) return;
+    constexpr long long bytesOfATap = sizeof(*List::factors) + sizeof(*List::at) + sizeof(*List::places);
+    const long long fixed = stored.lists() * (taps * bytesOfATap + 3 * vectorBytes) +
+                            (overlap + 2 * blockLength) * 4 * ringRows,
+                    perSample = 4LL * (ringRows + sumRows);
+    if (perSample > 0) strip = stripOf((Room::wanted - fixed) / perSample);
+    pitch = strip + static_cast<std::ptrdiff_t>(overlap) + blockLength; // never short of a block
+    bytes = fixed + perSample * (strip + blockLength);
+  }
+
+private:
+  // Strips of equal length that are no longer than that, but not so short that their overlap costs much.
+  std::ptrdiff_t stripOf(long long longest) const
+  {
+    constexpr long long least = 256;
+    longest = std::max(longest, least);
+    const long long strips = (length + longest - 1) / longest;
+    return static_cast<std::ptrdiff_t>(roundUp(static_cast<std::size_t>((length + strips - 1) / strips), blockLength));
+  }
+};
+
+// The rows of a slab, strip by strip: stored rows, taps that point into them, sums, results.
+template <class S, class K> class SlabStrips {
   using Stores = Stored<S, K>;
   using Lanes = typename Stores::Lanes;
   using List = TapList<Lanes>;
-  const Stores stored{call};
-  const std::ptrdiff_t length = call.rowSamples();
-  const bool isInPlace = std::is_same_v<S, K> && length >= blockLength; // source rows are read where they are
-  const bool isDirect = !call.fast.row && length >= blockLength;        // sums go where they belong
 
-  // Sizes, in bytes. More than a billion rows or taps count as no memory.
-  if (1LL * count + stored.kh > 1000000000) return false;
-  const int ringRows = isInPlace ? 0 : stored.ringRows(), sumRows = isDirect ? 0 : 2;
-  const long long taps = 1LL * stored.ringRows() * stored.places(), overlap = (stored.kw - 1LL) * call.channels;
-  if (taps > 1000000000) return false;
-  constexpr long long bytesOfATap = sizeof(*List::factors) + sizeof(*List::at) + sizeof(*List::places);
-  const long long tapBytes = stored.lists() * (taps * bytesOfATap + 3 * vectorBytes);
-  const long long fixed = tapBytes + (overlap + 2 * blockLength) * 4 * ringRows, perSample = 4LL * (ringRows + sumRows);
-  std::ptrdiff_t strip = length;
-  if (perSample > 0) {
-    constexpr std::ptrdiff_t least = 256; // so that the overlap of strips and their short rows cost little
-    const long long longest = std::max<long long>((Room::wanted - fixed) / perSample, least);
-    const long long strips = (length + longest - 1) / longest;
-    strip = static_cast<std::ptrdiff_t>(roundUp(static_cast<std::size_t>((length + strips - 1) / strips), blockLength));
+public:
+  SlabStrips(const Convolution<S, K>& call, const Stores& stored, const SlabSizes<S, K>& sizes, Room& room, int first,
+             int count)
+    : call_(call), stored_(stored), sizes_(sizes), first_(first), count_(count), sourceRows_(count + stored.kh - 1)
+  {
+    for (int k = 0; k < stored.lists(); ++k) {
+      List& list = this->list(k);
+      list.factors = room.take<std::remove_pointer_t<decltype(List::factors)>>(sizes.taps);
+      list.at = room.take<const char*>(sizes.taps);
+      list.places = room.take<typename List::Place>(sizes.taps);
+    }
+    stored.fill(taps_);
+    ring_ = room.take<K>(sizes.ringRows * sizes.pitch);
+    sums_ = room.take<K>(sizes.sumRows * sizes.strip);
   }
-  Room room(fixed + perSample * (strip + blockLength));
-  if (!room) return false;
 
-  Taps<Lanes> lists;
-  List* const used[2] = {&lists.low, &lists.high};
-  for (int k = 0; k < stored.lists(); ++k) {
-    used[k]->factors = room.template take<std::remove_pointer_t<decltype(List::factors)>>(taps);
-    used[k]->at = room.template take<const char*>(taps);
-    used[k]->places = room.template take<typename List::Place>(taps);
-  }
-  stored.fill(lists);
-  const std::ptrdiff_t pitch = strip + static_cast<std::ptrdiff_t>(overlap) + blockLength; // never short of a block
-  K* const ring = room.template take<K>(ringRows * pitch);
-  K* const sums = room.template take<K>(sumRows * strip);
-
-  const int sourceRows = count + stored.kh - 1, storedRows = stored.count(sourceRows);
-  for (std::ptrdiff_t begin = 0; begin < length; begin += strip) {
+  void filterStrip(std::ptrdiff_t begin)
+  {
     // blocks are read whole: where that is the image itself, a last strip short of one overlaps the strip before
-    const std::ptrdiff_t x = isInPlace ? std::min<std::ptrdiff_t>(begin, length - blockLength) : begin;
-    const std::ptrdiff_t samples = std::min(strip, length - x);
-    if (samples < blockLength)
-      std::memset(ring, 0, static_cast<std::size_t>(ringRows * pitch) * sizeof(K)); // the rest of a block
-    for (int y = 0, base = 0, made = 0; y < count; y += stored.rowsPerPass(), base += stored.advance()) {
-      for (; !isInPlace && made < std::min(base + ringRows, storedRows); ++made)
-        stored.make(made, first, sourceRows, x, samples + static_cast<std::ptrdiff_t>(overlap),
-                    ring + made % ringRows * pitch);
-      const int turn = isInPlace ? 0 : base % ringRows;
-      for (int k = 0; k < stored.lists(); ++k)
-        used[k]->pointTo([&](int row) {
-          if constexpr (std::is_same_v<S, K>)
-            if (isInPlace) return call.src[first + base + row] + x;
-          const int slot = turn + row < ringRows ? turn + row : turn + row - ringRows;
-          return static_cast<const K*>(ring + slot * pitch);
-        });
-
-      char* to[2];
-      K* out[2];
-      const int rows = std::min(stored.rowsPerPass(), count - y);
-      for (int r = 0; r < rows; ++r) {
-        to[r] = call.dst[first + y + r] + x * call.dstSampleBytes;
-        out[r] = isDirect ? reinterpret_cast<K*>(to[r]) : sums + r * strip;
-      }
-      if (rows == 2) sumTwoRows<Lanes>(lists, samples, out[0], out[1]);
-      else sumRow<Lanes>(lists, samples, out[0]);
-      for (int r = 0; !isDirect && r < rows; ++r) finishRow(call.fast, out[r], to[r], samples);
+    x_ = sizes_.readsImage ? std::min<std::ptrdiff_t>(begin, sizes_.length - blockLength) : begin;
+    samples_ = std::min(sizes_.strip, sizes_.length - x_);
+    made_ = 0;
+    if (samples_ < blockLength) // the rest of a block
+      std::memset(ring_, 0, static_cast<std::size_t>(sizes_.ringRows * sizes_.pitch) * sizeof(K));
+    for (int y = 0, base = 0; y < count_; y += stored_.rowsPerPass(), base += stored_.advance()) {
+      if (!sizes_.readsImage) makeRows(base + sizes_.ringRows);
+      pointTaps(base);
+      formRows(y, std::min(stored_.rowsPerPass(), count_ - y));
     }
   }
+
+private:
+  List& list(int k) { return k == 0 ? taps_.low : taps_.high; }
+
+  // The stored rows before `end`, as far as the source goes.
+  void makeRows(int end)
+  {
+    for (end = std::min(end, stored_.count(sourceRows_)); made_ < end; ++made_)
+      stored_.make(made_, first_, sourceRows_, x_, samples_ + static_cast<std::ptrdiff_t>(sizes_.overlap),
+                   ring_ + made_ % sizes_.ringRows * sizes_.pitch);
+  }
+
+  // To the samples of the pass whose first stored row is `base`.
+  void pointTaps(int base)
+  {
+    const int ringRows = sizes_.ringRows, turn = sizes_.readsImage ? 0 : base % ringRows;
+    const std::ptrdiff_t pitch = sizes_.pitch;
+    const K* const ring = ring_;
+    for (int k = 0; k < stored_.lists(); ++k)
+      list(k).pointTo([=](int row) {
+        if constexpr (std::is_same_v<S, K>)
+          if (sizes_.readsImage) return call_.src[first_ + base + row] + x_;
+        const int slot = turn + row < ringRows ? turn + row : turn + row - ringRows;
+        return ring + slot * pitch;
+      });
+  }
+
+  // Row y of the slab, and the one below it if there are two.
+  void formRows(int y, int rows) const
+  {
+    char* to[2];
+    K* sums[2];
+    for (int r = 0; r < rows; ++r) {
+      to[r] = call_.dst[first_ + y + r] + x_ * call_.dstSampleBytes;
+      sums[r] = sizes_.sumsIntoImage ? reinterpret_cast<K*>(to[r]) : sums_ + r * sizes_.strip;
+    }
+    if (rows == 2) sumTwoRows<Lanes>(taps_, samples_, sums[0], sums[1]);
+    else sumRow<Lanes>(taps_, samples_, sums[0]);
+    for (int r = 0; !sizes_.sumsIntoImage && r < rows; ++r) finishRow(call_.fast, sums[r], to[r], samples_);
+  }
+
+  const Convolution<S, K>& call_;
+  const Stores& stored_;
+  const SlabSizes<S, K>& sizes_;
+  const int first_, count_, sourceRows_;
+  Taps<Lanes> taps_;
+  K *ring_, *sums_;
+  std::ptrdiff_t x_ = 0, samples_ = 0; // the strip
+  int made_ = 0;                       // stored rows of it
+};
+
+// Rows first..first + count - 1 of the region; false when there is no working memory.
+template <class S, class K> ZORI_ONE_COPY bool convolveSlab(const Convolution<S, K>& call, int first, int count)
+{
+  const Stored<S, K> stored{call};
+  const SlabSizes<S, K> sizes(call, stored, count);
+  if (!sizes.areWithinMost) return false;
+  Room room(sizes.bytes);
+  if (!room) return false;
+  SlabStrips<S, K> slab(call, stored, sizes, room, first, count);
+  for (std::ptrdiff_t begin = 0; begin < sizes.length; begin += sizes.strip) slab.filterStrip(begin);
   return true;
 }
 

@@ -52,7 +52,7 @@ template <class T> inline void storeDistance(Distance<T>* to, Vec<T> (&a)[3], Ve
 
 template <class T, int Side> struct Strip {
   using D = Distance<T>;
-  static constexpr int most = 256 / sizeof(D); // windows beside each other
+  static constexpr int most = 192 / sizeof(D); // windows beside each other
   static constexpr int reach = Side - 1;       // dx is -reach to reach
   static constexpr int ways = 2 * reach + 1;
   static constexpr int pitch = most + reach + Vec<T>::size;

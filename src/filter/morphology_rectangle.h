@@ -253,7 +253,7 @@ public:
   }
 
 private:
-  static constexpr int localSamples = mostRowsAtOnce * 6144 / static_cast<int>(sizeof(T));
+  static constexpr int localSamples = mostRowsAtOnce * (4096 / static_cast<int>(sizeof(T)) + 16);
 
   // The strip, in samples: some 4 KB a row, but windows for the most part.
   struct Plan {

@@ -38,6 +38,9 @@ template <class T> struct Rows {
   T* operator[](std::ptrdiff_t y) const { return rowAt(first, step, y); }
 };
 template <class T> Rows(T*, int) -> Rows<T>;
+template <class T> inline Rows<const T> readOnly(Rows<T> rows) { return {rows.first, rows.step}; }
+// Row y and those behind it.
+template <class T> inline Rows<T> fromRow(Rows<T> rows, std::ptrdiff_t y) { return {rows[y], rows.step}; }
 
 // The step with its low bits cleared to whole elements: the row walk of Abs, Sqr and Sqrt in C1 and C3.
 template <class T> inline int maskedStep(int step) { return step & ~static_cast<int>(sizeof(T) - 1); }

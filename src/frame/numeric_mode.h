@@ -28,12 +28,18 @@ enum class Rounding { Nearest, Callers };
 // All of the register but the flags of what has happened: rounding, the treatment of denormals, the masks.
 inline constexpr unsigned modeBits = 0xffc0;
 
+// A mode with another rounding.
+inline unsigned withRounding(unsigned mode, unsigned field) { return (mode & ~roundingField) | field; }
+inline unsigned withRounding(unsigned mode, Rounding rounding)
+{
+  return rounding == Rounding::Nearest ? withRounding(mode, roundNearest) : mode;
+}
+
 // The mode of this thread with the rounding that is asked for. Whoever shares out work takes it once and sets it in
 // every thread, so that no result depends on which of them did the work.
-inline unsigned modeFor(unsigned field) { return (controlWord() & modeBits & ~roundingField) | field; }
-inline unsigned modeFor(Rounding rounding)
+template <class Field> inline unsigned modeFor(Field rounding)
 {
-  return rounding == Rounding::Nearest ? modeFor(roundNearest) : controlWord() & modeBits;
+  return withRounding(controlWord() & modeBits, rounding);
 }
 
 // body(), of which nothing is done before the call or left until after it: the function is not inlined, and to the
@@ -48,15 +54,18 @@ template <class Body> [[gnu::noinline]] auto callApart(Body& body)
 // arithmetic itself: arithmetic goes through underRounding.
 class ModeScope {
 public:
-  explicit ModeScope(unsigned mode) : found_(controlWord() & modeBits), isOther_(mode != found_)
-  {
-    if (isOther_) setMode(mode);
-  }
+  explicit ModeScope(unsigned mode) : ModeScope(mode, controlWord() & modeBits) {}
   ModeScope(const ModeScope&) = delete;
   ModeScope& operator=(const ModeScope&) = delete;
   ~ModeScope()
   {
     if (isOther_) setMode(found_);
+  }
+
+protected:
+  ModeScope(unsigned mode, unsigned found) : found_(found), isOther_(mode != found)
+  {
+    if (isOther_) setMode(mode);
   }
 
 private:
@@ -66,10 +75,14 @@ private:
   bool isOther_;
 };
 
-// Sets the rounding alone.
+// Sets the rounding alone. It reads the register once, which calls of a few pixels feel.
 class RoundingScope : public ModeScope {
 public:
-  template <class Field> explicit RoundingScope(Field rounding) : ModeScope(modeFor(rounding)) {}
+  template <class Field> explicit RoundingScope(Field rounding) : RoundingScope(rounding, controlWord() & modeBits) {}
+
+private:
+  template <class Field> RoundingScope(Field rounding, unsigned found) : ModeScope(withRounding(found, rounding), found)
+  {}
 };
 
 // body() in a mode, or with the rounding field set.
@@ -80,7 +93,8 @@ template <class Body> inline auto underMode(unsigned mode, Body body)
 }
 template <class Body> inline auto underRounding(unsigned field, Body body)
 {
-  return underMode(modeFor(field), std::move(body));
+  const RoundingScope scope(field);
+  return callApart(body);
 }
 // Arithmetic under the caller's rounding needs no change of the register, and so nothing that keeps it in its place.
 template <class Body> inline auto underRounding(Rounding rounding, Body body)

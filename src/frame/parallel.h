@@ -16,19 +16,26 @@
 
 namespace zori {
 
-// Rows 0 to height - 1, each thread one contiguous range: body(y).
+// Rows 0 to height - 1 in bands, a contiguous one for each thread: body(first, count).
+template <class Body> inline void staticBands(TeamRule team, Rounding rounding, int height, Body body)
+{
+  const int wanted = team.threads(height);
+  if (wanted == 1) return underRounding(rounding, [&] { body(0, height); });
+  const unsigned mode = modeFor(rounding);
+#pragma omp parallel num_threads(wanted)
+  underMode(mode, [&] {
+    const int threads = omp_get_num_threads(), t = omp_get_thread_num(), least = height / threads,
+              longer = height % threads; // so many bands have a row more
+    const int first = t * least + (t < longer ? t : longer), count = least + (t < longer ? 1 : 0);
+    if (count > 0) body(first, count);
+  });
+}
+
+// The same row by row: body(y).
 template <class Body> inline void staticRows(TeamRule team, Rounding rounding, int height, Body body)
 {
-  const unsigned mode = modeFor(rounding);
-  const int threads = team.threads(height);
-  const auto allRows = [&] {
-    for (int y = 0; y < height; ++y) body(y);
-  };
-  if (threads == 1) return underMode(mode, allRows);
-#pragma omp parallel num_threads(threads)
-  underMode(mode, [&] {
-#pragma omp for schedule(static)
-    for (int y = 0; y < height; ++y) body(y);
+  staticBands(team, rounding, height, [=](int first, int count) {
+    for (int y = first; y < first + count; ++y) body(y);
   });
 }
 
@@ -37,6 +44,11 @@ struct Slab {
   int first, count;
   int thread, threads;
   Zor8u* buffer; // bytesPerThread, aligned to 32; null when none was asked for
+};
+
+// A slab buffer of one thread of up to so many bytes costs nothing.
+struct SlabMemory {
+  static constexpr int onStack = 4096;
 };
 
 // The first non-zero status in thread order.
@@ -67,17 +79,17 @@ private:
 template <class Body>
 inline ZorStatus masterSlabs(TeamRule rule, Rounding rounding, int units, std::size_t bytesPerThread, Body body)
 {
-  const unsigned mode = modeFor(rounding);
   if (bytesPerThread > PTRDIFF_MAX / 2) return ZorErrAlloc;
   const std::size_t slice = roundUp(bytesPerThread, 64);
   const int wanted = rule.threads(units);
   if (wanted == 1) {
-    SmallScratch<Zor8u, 4096> buffer(static_cast<long long>(bytesPerThread));
+    SmallScratch<Zor8u, SlabMemory::onStack> buffer(static_cast<long long>(bytesPerThread));
     if (bytesPerThread && !buffer) return ZorErrAlloc;
     const Slab all{0, units, 0, 1, bytesPerThread ? buffer.get() : nullptr};
-    return underMode(mode, [&] { return body(all); });
+    return underRounding(rounding, [&] { return body(all); });
   }
 
+  const unsigned mode = modeFor(rounding);
   Zor8u* teamBuffer = nullptr;
   bool failed = false;
   int threads = 1, slabUnits = 0, slabRest = 0;

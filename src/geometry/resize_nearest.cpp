@@ -15,9 +15,12 @@ inline void copyFrom(std::ptrdiff_t first, const AxisTable& columns, const Zor8u
   const std::int32_t* const at = columns.at;
   std::ptrdiff_t i = first;
   if constexpr (N == 1) {
-    for (; i + 4 <= columns.count; i += 4) {
-      const auto pixel = [=](int k) { return static_cast<std::uint32_t>(row[at[i + k]]) << (8 * k); };
-      put(dst + i, (pixel(0) | pixel(1)) | (pixel(2) | pixel(3)));
+    constexpr int each = sizeof(std::size_t); // loads and one store
+    for (; i + each <= columns.count; i += each) {
+      const auto pixel = [=](int k) { return static_cast<std::size_t>(row[at[i + k]]) << (8 * k); };
+      std::size_t x = (pixel(0) | pixel(1)) | (pixel(2) | pixel(3));
+      if constexpr (each == 8) x |= (pixel(each - 4) | pixel(each - 3)) | (pixel(each - 2) | pixel(each - 1));
+      put(dst + i, x);
     }
   } else if constexpr (N == 3) { // each pixel's fourth byte is written over by the next
     for (; i + 1 < columns.count; ++i) {

@@ -257,7 +257,12 @@ template <class T> struct HalvedRegion {
         continue;
       }
       std::ptrdiff_t i = 0;
-      for (; i + lanes <= width; i += lanes) halving.block(a + 2 * i, b + 2 * i, to + i);
+      const std::ptrdiff_t next = y + 1 < height ? 2 * srcStep : 0;
+      for (; i + lanes <= width; i += lanes) {
+        prefetch(reinterpret_cast<const char*>(a + 2 * i) + next);
+        prefetch(reinterpret_cast<const char*>(b + 2 * i) + next);
+        halving.block(a + 2 * i, b + 2 * i, to + i);
+      }
       if (i < width) halving.block(a + 2 * (width - lanes), b + 2 * (width - lanes), to + width - lanes);
     }
   }

@@ -41,7 +41,7 @@ struct Source {
   long long bytes() const { return 1LL * (height - 1) * step + 1LL * width * pixelBytes; }
 };
 
-constexpr int blockRows = 4, blockColumns = 256;
+constexpr int blockRows = 4, blockColumns = 128; // three blocks of points lie on the stack
 
 // Points of a block as their method keeps them. Weights behind the last are read too, but not used: kernels take up to
 // sixteen at once.

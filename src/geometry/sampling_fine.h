@@ -153,6 +153,42 @@ template <class T, int Channels, int Processed> struct FinePixels {
     storeCubic<T>(dst, firstLane(above) + second(above) + firstLane(below) + second(below));
   }
 
+#if ZORI_VECTOR_BYTES == 32
+  // Samples of a pixel as floats; a fourth that is not there is zero.
+  static F32x4 pixelSamples(const Zor8u* p)
+  {
+    if constexpr (std::is_same_v<T, Zor16u>) {
+      const std::uint64_t x =
+        Channels == 4 ? get<std::uint64_t>(p) : get<std::uint32_t>(p) | std::uint64_t{get<std::uint16_t>(p + 4)} << 32;
+      return toFloat(as<std::int32_t>(widenLow(loadLow8<T>(&x))));
+    } else if constexpr (Channels == 4) {
+      return load16<float>(p);
+    } else {
+      return as<float>(interleaveLow(loadLow8<std::uint64_t>(p), loadLow4<std::uint64_t>(p + 8)));
+    }
+  }
+
+  // All samples of a pixel at once, in the order of the sums below.
+  static void cubicSamples(const Source& s, const Zor8u* plane, int ix, int iy, double fx, double fy, Zor8u* dst)
+  {
+    const Taps columns(ix - 1, s.width - 1), rows(iy - 1, s.height - 1);
+    const CubicWeightPairs weights(interleaveLow(splat16(fx), splat16(fy)));
+    Vec<double> across[4], all;
+    for (int k = 0; k < 4; ++k) across[k] = splat(firstLane(weights.w[k]));
+    for (int i = 0; i < 4; ++i) {
+      const auto term = [&](int k) {
+        return across[k] * widened(pixelSamples(pixelAt<T>(s, plane, columns.at[k], rows.at[i])));
+      };
+      const Vec<double> row =
+        splat(firstLane(interleaveHigh(weights.w[i], weights.w[i]))) * (term(0) + term(1) + term(2) + term(3));
+      all = i == 0 ? row : all + row;
+    }
+    double out[4];
+    store(out, all);
+    for (int c = 0; c < Processed; ++c) storeCubic<T>(dst + c * bytesOf<T>, out[c]);
+  }
+#endif
+
   static void cubicPoint(const Source& s, const Zor8u* plane, double x, double y, Zor8u* dst)
   {
     if constexpr (bytesOf<T> == 1) {
@@ -161,6 +197,9 @@ template <class T, int Channels, int Processed> struct FinePixels {
       const int ix = static_cast<int>(x), iy = static_cast<int>(y);
       if constexpr (Channels == 1)
         if (hasAllTaps(s, ix, iy)) return cubicWhole(s, pixelAt<T>(s, plane, ix - 1, iy - 1), x - ix, y - iy, dst);
+#if ZORI_VECTOR_BYTES == 32
+      if constexpr (Channels > 1) return cubicSamples(s, plane, ix, iy, x - ix, y - iy, dst);
+#endif
       const Taps columns(ix - 1, s.width - 1), rows(iy - 1, s.height - 1);
       const CubicWeights wx = cubicWeights(x - ix), wy = cubicWeights(y - iy);
       const Zor8u* row[4];
@@ -183,6 +222,7 @@ template <class T, int Channels, int Processed> struct FinePixels {
   template <void (*Point)(const Source&, const Zor8u*, double, double, Zor8u*)>
   static void fine(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
   {
+    const UpperHalvesCleared atTheEnd;
     const double *const x = points.fineX(), *const y = points.fineY();
     for (int i = 0; i < count; ++i, dst += bytes)
       if (x[i] == x[i] && y[i] == y[i]) Point(s, plane, inside(x[i], s.width - 1), inside(y[i], s.height - 1), dst);

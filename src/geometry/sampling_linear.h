@@ -250,7 +250,7 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
 #endif
   }
 
-  // `n` pixels of four bytes each; more than n - 1 of them and of the `left` behind may be spoiled.
+  // `n` pixels of four bytes each, behind which `left` are yet to come: up to two of them may be spoiled.
   static void storeFours(Zor8u* dst, Vec<Zor8u> x, int n, int left)
   {
     constexpr int most = vectorBytes / 8;

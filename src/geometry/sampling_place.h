@@ -131,16 +131,15 @@ private:
   Words lastWords_;
 };
 
-// Whether any of the tracked points from `first` on lies beyond: on or behind the last column or row.
-inline bool anyBeyond(const Points& points, int row, int first, int count)
+// Whether any of the first tracked points of a row lies beyond: on or behind the last column or row.
+inline bool anyBeyond(const Points& points, int row, int count)
 {
-  unsigned any = 0;
-  for (int i = first & ~3; i < first + count; i += 4) {
-    unsigned bits = points.beyond[row][i / 4];
-    if (i < first) bits &= 0x0101u * (0xffu << 2 * (first - i) & 0xff);
-    if (i + 4 > first + count) bits &= 0x0101u * (0xffu >> 2 * (i + 4 - first - count));
-    any |= bits;
-  }
+  const std::uint16_t* const beyond = points.beyond[row];
+  std::uint64_t any = 0;
+  int i = 0;
+  for (; i + 16 <= count; i += 16) any |= get<std::uint64_t>(beyond + i / 4);
+  for (; i + 4 <= count; i += 4) any |= beyond[i / 4];
+  if (i < count) any |= beyond[i / 4] & 0x0101u * (0xffu >> 2 * (i + 4 - count));
   return any != 0;
 }
 

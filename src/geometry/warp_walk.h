@@ -249,7 +249,7 @@ bool isInner(const Lanes<Rule>& lanes, int lane, int count, const Placer<M>& pla
     }
     return true;
   } else {
-    return !anyBeyond(points, lane, 0, count);
+    return !anyBeyond(points, lane, count);
   }
 }
 

@@ -1,4 +1,4 @@
-// Copies of one row: the forward copy of 64 bytes a round, and the choice by size.
+// Copies of rows: the forward copy of 64 bytes a round, and the choice by size.
 #include "copy.h"
 
 #include "drivers.h"
@@ -89,6 +89,39 @@ void copyRow(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long reg
 {
   if (regionBytes <= libraryCopyLimit) std::memmove(pDst, pSrc, static_cast<std::size_t>(bytes));
   else copyForward(pSrc, pDst, bytes, false);
+}
+
+// Rows of N vectors at most and more than half of that: read, then written, so that a row may lie on its source.
+template <int N> static void copyShortRows(Rows<const Zor8u> src, Rows<Zor8u> dst, std::ptrdiff_t bytes, int rows)
+{
+  constexpr std::ptrdiff_t half = N / 2 * 16;
+  for (int y = 0; y < rows; ++y) {
+    const Zor8u* const from = src[y];
+    Zor8u* const to = dst[y];
+    Vec<Zor8u, 16> front[N / 2], back[N / 2];
+    for (int k = 0; k < N / 2; ++k) {
+      front[k] = load<Zor8u, 16>(from + 16 * k);
+      back[k] = load<Zor8u, 16>(from + bytes - half + 16 * k);
+    }
+    for (int k = 0; k < N / 2; ++k) {
+      store(to + 16 * k, front[k]);
+      store(to + bytes - half + 16 * k, back[k]);
+    }
+  }
+}
+
+void copyRows(Rows<const Zor8u> src, Rows<Zor8u> dst, std::ptrdiff_t bytes, int rows)
+{
+  if (bytes < 16) {
+    for (int y = 0; y < rows; ++y) copyBelow<16>(dst[y], src[y], static_cast<std::size_t>(bytes));
+  } else if (bytes <= 32) {
+    copyShortRows<2>(src, dst, bytes, rows);
+  } else if (bytes <= 64) {
+    copyShortRows<4>(src, dst, bytes, rows);
+  } else {
+    const long long regionBytes = 1LL * bytes * rows;
+    for (int y = 0; y < rows; ++y) copyRow(src[y], dst[y], bytes, regionBytes);
+  }
 }
 
 } // namespace zori

@@ -1,6 +1,7 @@
-// Copies of one row. What moves is bytes: no value is looked at, and one kernel serves every type.
+// Copies of rows. What moves is bytes: no value is looked at, and one kernel serves every type.
 #pragma once
 
+#include "frame/layout.h"
 #include "zori/types.h"
 
 #include <cstddef>
@@ -16,6 +17,9 @@ void copyForward(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, bool stre
 
 // A row of a region of regionBytes in all: picks what is fastest at that size. The row may be its own source.
 void copyRow(const Zor8u* pSrc, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
+
+// All rows of a region.
+void copyRows(Rows<const Zor8u> src, Rows<Zor8u> dst, std::ptrdiff_t bytes, int rows);
 
 // Below Capacity bytes, 8 to 64, without a call: the two ends overlap.
 template <class Unit> inline void copyEnds(void* to, const void* from, std::size_t bytes)

@@ -1,8 +1,10 @@
-// Row drivers: how an operation on vectors is carried along a row. All kernels of a shape share one driver, so that
+// Row drivers: how an operation on vectors is carried along rows. All kernels of a shape share one driver, so that
 // a family writes only what it does to a vector.
 //
-// An operation is a small function object with one form, Vec in and Vec out. A driver covers a row of any length at any
-// address with it and never reads or writes outside the row:
+// An operation is a small function object with one form, Vec in and Vec out. A driver covers rows of one length at any
+// addresses with it and never reads or writes outside a row. It goes down the rows itself: what does not differ from
+// row to row (the operation's constants, which of the ways below a length takes) is settled once, and a small region
+// costs one call.
 //
 //   - whole vectors run from the start of the row, or, in long rows, from the first aligned address of the destination.
 //     The last one ends with the row and overlaps the one before it, as the first one does the second; of two that
@@ -13,7 +15,9 @@
 // Drivers are not inlined: one kernel an operation and type, shared by all layouts that call it.
 #pragma once
 
+#include "copy.h"
 #include "fetch.h"
+#include "frame/layout.h"
 #include "simd.h"
 
 #include <algorithm>
@@ -50,17 +54,13 @@ inline void storeBytesBelow8(char* p, std::uint64_t x, std::size_t bytes)
   }
 }
 
+// `bytes` is less than 16. What is put together in memory is slow to read as a vector, so it is done in registers.
 template <class T> inline Vec<T, 16> loadPart16(const void* from, std::size_t bytes)
 {
   const char* p = static_cast<const char*>(from);
-  std::uint64_t half[2] = {0, 0};
-  if (bytes >= 8) {
-    half[0] = get<std::uint64_t>(p);
-    half[1] = loadBytesBelow8(p + 8, bytes - 8);
-  } else {
-    half[0] = loadBytesBelow8(p, bytes);
-  }
-  return load<T, 16>(half);
+  if (bytes < 8) return as<T>(ofHalves(loadBytesBelow8(p, bytes), 0));
+  if (bytes == 8) return loadLow8<T>(p);
+  return as<T>(ofHalves(get<std::uint64_t>(p), get<std::uint64_t>(p + bytes - 8) >> (8 * (16 - bytes))));
 }
 
 template <class T> inline void storePart(void* to, Vec<T, 16> x, std::size_t bytes)
@@ -207,28 +207,29 @@ template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 // those for the call would be read sooner than it is written.
 template <class Op> using Passed = std::conditional_t<(alignof(Op) > 16), const Op&, Op>;
 
-template <class D, class Op, class... S>
-[[gnu::noinline]] void rowKernel(D* dst, std::ptrdiff_t length, Passed<Op> given, const S*... src)
+// A row of one or two vectors, which overlap.
+template <class D, class At> ZORI_INLINE inline void mapTwo(D* dst, std::ptrdiff_t length, At at)
 {
-  const UpperHalvesCleared atTheEnd;
-  Op op = given;
+  const std::ptrdiff_t behind = length - Vec<D>::size;
+  const Vec<D> first = at(0), last = at(behind);
+  store(dst, first);
+  store(dst + behind, last);
+}
+
+// A row of a vector or more.
+template <int Period, bool IsLongOp, class D, class At>
+ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
+{
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
-  static_assert(((sizeof(S) == sizeof(D)) && ...));
-  if (length < lanes) {
-    const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    storeShort<D>(dst, op(loadShort<S>(src, bytes)...), bytes);
-    return;
-  }
-  const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(load<S>(src + i)...); };
   std::ptrdiff_t i = 0;
-  if (length >= alignedFrom * lanes && periodOf<Op> == 1) { // to the first aligned address
+  if (length >= alignedFrom * lanes && Period == 1) { // to the first aligned address
     const std::ptrdiff_t head = elementsToAlignment(dst);
     const Vec<D> first = at(0), second = at(head);
     store(dst, first);
     store(dst + head, second);
     i = head + lanes;
   }
-  for (; !isLongOp<Op> && i + 5 * lanes <= length; i += 4 * lanes) {
+  for (; !IsLongOp && i + 5 * lanes <= length; i += 4 * lanes) {
     const Vec<D> a = at(i), b = at(i + lanes), c = at(i + 2 * lanes), d = at(i + 3 * lanes);
     store(dst + i, a);
     store(dst + i + lanes, b);
@@ -242,9 +243,37 @@ template <class D, class Op, class... S>
 }
 
 template <class D, class Op, class... S>
+[[gnu::noinline]] void rowKernel(Rows<D> dst, std::ptrdiff_t length, int rows, Passed<Op> given, Rows<const S>... src)
+{
+  const UpperHalvesCleared atTheEnd;
+  Op op = given;
+  constexpr std::ptrdiff_t lanes = Vec<D>::size;
+  static_assert(((sizeof(S) == sizeof(D)) && ...));
+  if (length < lanes) {
+    const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
+    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], op(loadShort<S>(src[y], bytes)...), bytes);
+    return;
+  }
+  const auto along = [&op](const S*... from) ZORI_INLINE {
+    return [&op, from...](std::ptrdiff_t i) ZORI_INLINE { return op(load<S>(from + i)...); };
+  };
+  if (!isLongOp<Op> && length <= 2 * lanes) {
+    for (int y = 0; y < rows; ++y) mapTwo(dst[y], length, along(src[y]...));
+    return;
+  }
+  for (int y = 0; y < rows; ++y) mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length, along(src[y]...));
+}
+
+// dst = op(src...) on rows, and on one row.
+template <class D, class Op, class... S>
+inline void mapRows(Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op, Rows<const S>... src)
+{
+  rowKernel<D, Op, S...>(dst, length, rows, op, src...);
+}
+template <class D, class Op, class... S>
 inline void mapRow(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 {
-  rowKernel<D, Op, S...>(dst, length, op, src...);
+  rowKernel<D, Op, S...>({dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
 }
 
 // ---- The same with a constant that differs from channel to channel. ----
@@ -291,8 +320,8 @@ template <class T, int N> struct Patterns {
 
 // dst[i] = op(src[i]..., constant[i % channels]), the constant a Pattern or Patterns.
 template <class Constant, class D, class Op, class... S>
-[[gnu::noinline]] void rowKernelWith(const Constant& constant, D* dst, std::ptrdiff_t length, Passed<Op> given,
-                                     const S*... src)
+[[gnu::noinline]] void rowKernelWith(const Constant& constant, Rows<D> dst, std::ptrdiff_t length, int rows,
+                                     Passed<Op> given, Rows<const S>... src)
 {
   const UpperHalvesCleared atTheEnd;
   Op op = given;
@@ -300,29 +329,48 @@ template <class Constant, class D, class Op, class... S>
   static_assert(((sizeof(S) == sizeof(D)) && ...));
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    storeShort<D>(dst, op(loadShort<S>(src, bytes)..., constant.ofShort(bytes)), bytes);
+    const auto all = constant.ofShort(bytes);
+    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], op(loadShort<S>(src[y], bytes)..., all), bytes);
     return;
   }
-  const Vec<D> last = op(load<S>(src + length - lanes)..., constant.at(length - lanes));
-  std::ptrdiff_t i = 0;
-  // three vectors hold whole pixels of any channel count
-  const auto c0 = constant.at(0), c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
-  for (; i + 3 * lanes <= length; i += 3 * lanes) {
-    const Vec<D> a = op(load<S>(src + i)..., c0), b = op(load<S>(src + i + lanes)..., c1);
-    const Vec<D> c = op(load<S>(src + i + 2 * lanes)..., c2);
-    store(dst + i, a);
-    store(dst + i + lanes, b);
-    store(dst + i + 2 * lanes, c);
+  const auto c0 = constant.at(0), behind = constant.at(length - lanes);
+  if (length <= 2 * lanes) {
+    for (int y = 0; y < rows; ++y) {
+      const Vec<D> first = op(load<S>(src[y])..., c0), last = op(load<S>(src[y] + length - lanes)..., behind);
+      store(dst[y], first);
+      store(dst[y] + length - lanes, last);
+    }
+    return;
   }
-  if (i + lanes <= length) store(dst + i, op(load<S>(src + i)..., c0));
-  if (i + 2 * lanes <= length) store(dst + i + lanes, op(load<S>(src + i + lanes)..., c1));
-  store(dst + length - lanes, last);
+  // three vectors hold whole pixels of any channel count
+  const auto c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
+  const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
+    const Vec<D> last = op(load<S>(from + length - lanes)..., behind);
+    std::ptrdiff_t i = 0;
+    for (; i + 3 * lanes <= length; i += 3 * lanes) {
+      const Vec<D> a = op(load<S>(from + i)..., c0), b = op(load<S>(from + i + lanes)..., c1);
+      const Vec<D> c = op(load<S>(from + i + 2 * lanes)..., c2);
+      store(to + i, a);
+      store(to + i + lanes, b);
+      store(to + i + 2 * lanes, c);
+    }
+    if (i + lanes <= length) store(to + i, op(load<S>(from + i)..., c0));
+    if (i + 2 * lanes <= length) store(to + i + lanes, op(load<S>(from + i + lanes)..., c1));
+    store(to + length - lanes, last);
+  };
+  for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
 }
 
 template <class Constant, class D, class Op, class... S>
+inline void mapRowsWith(const Constant& constant, Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op,
+                        Rows<const S>... src)
+{
+  rowKernelWith<Constant, D, Op, S...>(constant, dst, length, rows, op, src...);
+}
+template <class Constant, class D, class Op, class... S>
 inline void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 {
-  rowKernelWith<Constant, D, Op, S...>(constant, dst, length, op, src...);
+  rowKernelWith<Constant, D, Op, S...>(constant, {dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
 }
 
 // ---- Groups: as many elements as a vector has bytes, in as many vectors as they take, so that operands of different
@@ -357,7 +405,7 @@ template <class T> ZORI_INLINE inline Group<T> loadShortGroup(const T* p, std::p
     return x;
   }
   const T* const last = p + length - half;
-  if constexpr (x.parts >= 4) {
+  if constexpr (Group<T>::parts >= 4) {
     if (half >= 2 * lanes) {
       for (int k = 0; k < x.parts / 2; ++k) {
         x.part[k] = load<T>(p + k * lanes);
@@ -366,7 +414,7 @@ template <class T> ZORI_INLINE inline Group<T> loadShortGroup(const T* p, std::p
       return x;
     }
   }
-  if constexpr (x.parts >= 2) {
+  if constexpr (Group<T>::parts >= 2) {
     x.part[0] = load<T>(p);
     x.part[1] = load<T>(last);
     for (int k = 2; k < x.parts; ++k) x.part[k] = x.part[k - 2];
@@ -382,14 +430,14 @@ ZORI_INLINE inline void storeShortGroup(T* p, const Group<T>& x, std::ptrdiff_t 
     return;
   }
   T* const last = p + length - half;
-  if constexpr (x.parts >= 4) {
+  if constexpr (Group<T>::parts >= 4) {
     if (half >= 2 * lanes) {
       for (int k = 0; k < x.parts / 2; ++k) store(p + k * lanes, x.part[k]);
       for (int k = 0; k < x.parts / 2; ++k) store(last + k * lanes, x.part[x.parts / 2 + k]);
       return;
     }
   }
-  if constexpr (x.parts >= 2) {
+  if constexpr (Group<T>::parts >= 2) {
     store(p, x.part[0]);
     store(last, x.part[1]);
   }
@@ -399,54 +447,74 @@ inline std::ptrdiff_t greatestPowerOfTwo(std::ptrdiff_t n)
   return std::ptrdiff_t{1} << (31 - __builtin_clz(static_cast<unsigned>(n)));
 }
 
-// The first elements of a row in a block of N, the rest zero.
+// The first elements of a row in a block of N, the rest zero. Whole vectors are stored, since they are soon read.
+template <std::ptrdiff_t N, class T> inline void padBlock(T* block, const T* from, std::ptrdiff_t length)
+{
+  constexpr std::ptrdiff_t lanes = Vec<T>::size, bytes = N * sizeof(T);
+  if constexpr (N % lanes == 0) {
+    for (std::ptrdiff_t i = 0; i < N; i += lanes, length -= lanes)
+      store(block + i, length >= lanes ? load<T>(from + i)
+                       : length > 0    ? loadPart<T>(from + i, static_cast<std::size_t>(length) * sizeof(T))
+                                       : zero<T>());
+  } else {
+    std::memset(block, 0, bytes);
+    if constexpr (bytes <= 64) copyBelow<bytes>(block, from, static_cast<std::size_t>(length) * sizeof(T));
+    else std::memcpy(block, from, static_cast<std::size_t>(length) * sizeof(T));
+  }
+}
 template <class T, std::ptrdiff_t N> struct PaddedBlock {
   alignas(vectorBytes) T values[N];
-  PaddedBlock(const T* from, std::ptrdiff_t length) : values{}
-  {
-    std::memcpy(values, from, static_cast<std::size_t>(length) * sizeof(T));
-  }
+  PaddedBlock(const T* from, std::ptrdiff_t length) { padBlock<N>(values, from, length); }
 };
 
 // dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
 // is no narrower than the destination.
 template <class D, class Op, class... S>
-[[gnu::noinline]] void groupKernel(D* dst, std::ptrdiff_t length, Passed<Op> given, const S*... src)
+[[gnu::noinline]] void groupKernel(Rows<D> dst, std::ptrdiff_t length, int rows, Passed<Op> given, Rows<const S>... src)
 {
   const UpperHalvesCleared atTheEnd;
   Op op = given;
   constexpr std::ptrdiff_t size = Group<D>::size;
   if (length < size) {
     const std::ptrdiff_t half = greatestPowerOfTwo(length);
-    storeShortGroup<D>(dst, op(loadShortGroup<S>(src, length, half)...), length, half);
+    for (int y = 0; y < rows; ++y)
+      storeShortGroup<D>(dst[y], op(loadShortGroup<S>(src[y], length, half)...), length, half);
     return;
   }
-  const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroup<S>(src + i)...); };
   const std::ptrdiff_t lastAt = length - size;
-  std::ptrdiff_t waitingAt = 0, i = size;
-  if (length >= alignedFrom * size) {
-    const std::ptrdiff_t head = elementsToAlignment(dst);
-    if (head != 0 && head % periodOf<Op> == 0) i = head;
-  }
   const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
-  Group<D> waiting = at(0);
-  while (waitingAt < lastAt) { // each group is written when the next one is formed
-    i = std::min(i, lastAt);
-    fetchAhead(dst + i, ahead, sizeof(Group<D>));
-    (fetchAhead(src + i, ahead, sizeof(Group<S>)), ...);
-    const Group<D> next = at(i);
-    storeGroup<D>(dst + waitingAt, waiting);
-    waiting = next;
-    waitingAt = i;
-    i += size;
-  }
-  storeGroup<D>(dst + waitingAt, waiting);
+  const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
+    const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroup<S>(from + i)...); };
+    std::ptrdiff_t waitingAt = 0, i = size;
+    if (length >= alignedFrom * size) {
+      const std::ptrdiff_t head = elementsToAlignment(to);
+      if (head != 0 && head % periodOf<Op> == 0) i = head;
+    }
+    Group<D> waiting = at(0);
+    while (waitingAt < lastAt) { // each group is written when the next one is formed
+      i = std::min(i, lastAt);
+      fetchAhead(to + i, ahead, sizeof(Group<D>));
+      (fetchAhead(from + i, ahead, sizeof(Group<S>)), ...);
+      const Group<D> next = at(i);
+      storeGroup<D>(to + waitingAt, waiting);
+      waiting = next;
+      waitingAt = i;
+      i += size;
+    }
+    storeGroup<D>(to + waitingAt, waiting);
+  };
+  for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
 }
 
 template <class D, class Op, class... S>
+inline void mapRowsOfGroups(Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op, Rows<const S>... src)
+{
+  groupKernel<D, Op, S...>(dst, length, rows, op, src...);
+}
+template <class D, class Op, class... S>
 inline void mapGroups(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 {
-  groupKernel<D, Op, S...>(dst, length, op, src...);
+  groupKernel<D, Op, S...>({dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
 }
 
 // ---- AC4: the fourth channel of the destination stays. ----

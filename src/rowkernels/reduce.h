@@ -12,6 +12,7 @@
 
 #include "channels.h"
 #include "copy.h"
+#include "drivers.h"
 #include "frame/layout.h"
 
 #include <type_traits>
@@ -59,8 +60,34 @@ template <class F, int... j> inline void forConstants(std::integer_sequence<int,
   (f(std::integral_constant<int, j>{}), ...);
 }
 
+// The last pixels of a row, fewer than a vector, in the shape of whole ones. Of one channel they come without a way
+// through memory, but where the last one is repeated to an order.
+template <Layout L, class R, class T> inline PixelVectors<L, T> loadLastPixels(const T* from, std::ptrdiff_t count)
+{
+  if constexpr (L == C1 && !R::repeats) return {{loadPart<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
+  else if constexpr (L == C1 && isInt<T> && R::orderFree)
+    return {{loadShort<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
+  else return loadPixelVectors<L>(static_cast<const T*>(LastPixels<L, T, R::repeats>(from, count).values));
+}
+
+// A mask that leaves the last bytes of a vector.
+template <class T> inline Vec<T> lastBytes(std::ptrdiff_t bytes)
+{
+  struct Steps {
+    std::uint8_t bytes[2 * vectorBytes];
+    constexpr Steps() : bytes{}
+    {
+      for (int i = vectorBytes; i < 2 * vectorBytes; ++i) bytes[i] = 0xff;
+    }
+  };
+  static constexpr Steps steps;
+  return load<T>(steps.bytes + bytes);
+}
+
+inline constexpr std::ptrdiff_t fetchedAhead = 1024; // in short rows too: the next one mostly follows
+
 template <Layout L, class R, class... T>
-[[gnu::noinline]] void reduceRow(R* reducers, std::ptrdiff_t width, const T*... row)
+[[gnu::noinline]] void reduceRows(R* reducers, std::ptrdiff_t width, int rows, Rows<const T>... image)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr int n = processed<L>, groups = R::groups;
@@ -68,39 +95,55 @@ template <Layout L, class R, class... T>
   R r[n]; // a copy of their own, so that they live in registers
   for (int k = 0; k < n; ++k) r[k] = reducers[k];
 
-  const auto add = [&](int j, const PixelVectors<L, T>&... pixels) {
+  const auto add = [&](int j, const PixelVectors<L, T>&... pixels) ZORI_INLINE {
     for (int k = 0; k < n; ++k) r[k].add(j, pixels.channel[k]...);
   };
-  constexpr std::ptrdiff_t distance = 1024; // of short rows too: the next one mostly follows
-  std::ptrdiff_t x = 0;
+
+  if constexpr (L == C1 && R::orderFree && (isInt<T> && ...)) {
+    if (width >= lanes && width <= 2 * lanes) { // two vectors, the second without what the first has of it
+      const std::ptrdiff_t behind = width - lanes;
+      const auto tail = [=](auto x) ZORI_INLINE {
+        using U = typename decltype(x)::Element;
+        return R::repeats ? x : x & lastBytes<U>(behind * static_cast<std::ptrdiff_t>(sizeof(U)));
+      };
+      for (int y = 0; y < rows; ++y) {
+        r[0].add(0, load<T>(image[y])...);
+        if (behind != 0) r[0].add(1 % groups, tail(load<T>(image[y] + behind))...);
+        r[0].endRow();
+      }
+      reducers[0] = r[0];
+      return;
+    }
+  }
+
   const std::ptrdiff_t blocks = width / lanes, rounds = blocks / groups;
   constexpr std::ptrdiff_t atOnce = R::capacity / groups - 1; // what is left of the row takes one round more
   static_assert(atOnce > 0);
-  for (std::ptrdiff_t done = 0; done < rounds;) {
-    const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
-    for (; done < until; ++done) {
-      if constexpr (groups > 1) (fetchAhead(row + x * channels<L>, distance), ...);
-      forConstants(std::make_integer_sequence<int, groups>{},
-                   [&](auto j) { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
-      x += groups * lanes;
+  const auto alongRow = [&](const T*... row) ZORI_INLINE {
+    std::ptrdiff_t x = 0;
+    for (std::ptrdiff_t done = 0; done < rounds;) {
+      const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
+      for (; done < until; ++done) {
+        if constexpr (groups > 1) (fetchAhead(row + x * channels<L>, fetchedAhead), ...);
+        forConstants(std::make_integer_sequence<int, groups>{},
+                     [&](auto j) ZORI_INLINE { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
+        x += groups * lanes;
+      }
+      if (done < rounds)
+        for (int k = 0; k < n; ++k) r[k].flush();
     }
-    if (done < rounds)
-      for (int k = 0; k < n; ++k) r[k].flush();
-  }
-  // what is left: vectors, each with its own number, then a part of one
-  forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) {
-    if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
-    else if (x < width && R::repeats && R::orderFree && (isInt<T> && ...) && width >= lanes)
-      add(j, loadPixelVectors<L>(row + (width - lanes) * channels<L>)...); // some pixels once more
-    else if (x < width)
-      add(j, loadPixelVectors<L>(
-               static_cast<const T*>(LastPixels<L, T, R::repeats>(row + x * channels<L>, width - x).values))...);
-    x += lanes;
-  });
-  for (int k = 0; k < n; ++k) {
-    r[k].endRow();
-    reducers[k] = r[k];
-  }
+    // what is left: vectors, each with its own number, then a part of one
+    forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) ZORI_INLINE {
+      if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
+      else if (x < width && R::repeats && R::orderFree && (isInt<T> && ...) && width >= lanes)
+        add(j, loadPixelVectors<L>(row + (width - lanes) * channels<L>)...); // some pixels once more
+      else if (x < width) add(j, loadLastPixels<L, R>(row + x * channels<L>, width - x)...);
+      x += lanes;
+    });
+    for (int k = 0; k < n; ++k) r[k].endRow();
+  };
+  for (int y = 0; y < rows; ++y) alongRow(image[y]...);
+  for (int k = 0; k < n; ++k) reducers[k] = r[k];
 }
 
 // All rows; a region without gaps is one row where the order does not matter.
@@ -115,7 +158,7 @@ template <Layout L, class R, class... T> void reduceRegion(R* reducers, ZorImgSi
     width *= height;
     height = 1;
   }
-  for (int y = 0; y < height; ++y) reduceRow<L>(reducers, width, image[y]...);
+  reduceRows<L>(reducers, width, height, image...);
 }
 
 // ---- Reducers of integers: exact, in any order ----

@@ -286,9 +286,11 @@ template <class Operation, Path path> struct AtScale {
 
 // ---- Row kernels: an operation on a path, with two images or an image and a constant. ----
 
-template <class T> using ImageKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b);
 template <class T>
-using ConstantKernel = void (*)(T* dst, std::ptrdiff_t length, int shift, const T* src, const Pattern<T>& constant);
+using ImageKernel = void (*)(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> a, Rows<const T> b);
+template <class T>
+using ConstantKernel = void (*)(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> src,
+                                const Pattern<T>& constant);
 
 // What a kernel writes of a row: everything, or all but the fourth of four samples.
 enum class Shape { Whole, KeepFourth, KeepFourthComplex };
@@ -320,13 +322,16 @@ template <class T> inline Vec<T> loadOfFour(const T* p)
 }
 
 template <Shape shape, class Op, class T>
-void imageRow(T* dst, std::ptrdiff_t length, int shift, const T* a, const T* b)
+void imageRows(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> a, Rows<const T> b)
 {
   const Op op{shift};
-  if constexpr (shape == Shape::Whole) mapRow(dst, length, op, a, b);
-  else if constexpr (shape == Shape::KeepFourth)
-    mapRow(dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), a, b);
-  else mapThreeOfFour(dst, length, [=](std::ptrdiff_t i, int) { return op(loadOfFour(a + i), loadOfFour(b + i)); });
+  if constexpr (shape == Shape::Whole) mapRows(dst, length, rows, op, a, b);
+  else if constexpr (shape == Shape::KeepFourth) mapRows(dst, length, rows, KeepFourth<Op>{op}, readOnly(dst), a, b);
+  else
+    for (int y = 0; y < rows; ++y)
+      mapThreeOfFour(dst[y], length, [op, x = a[y], z = b[y]](std::ptrdiff_t i, int) {
+        return op(loadOfFour(x + i), loadOfFour(z + i));
+      });
 }
 
 // With one constant for all samples a row needs no pattern.
@@ -337,18 +342,21 @@ template <class Op> struct WithConstant {
 };
 
 template <Shape shape, class Op, class T>
-void constantRow(T* dst, std::ptrdiff_t length, int shift, const T* src, const Pattern<T>& constant)
+void constantRows(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> src,
+                  const Pattern<T>& constant)
 {
   const Op op{shift};
   if constexpr (shape == Shape::Whole) {
-    if (Op::isPlain && constant.period == 1) mapRow(dst, length, WithConstant<Op>{op, constant.at(0)}, src);
-    else mapRowWith(constant, dst, length, op, src);
+    if (Op::isPlain && constant.period == 1) mapRows(dst, length, rows, WithConstant<Op>{op, constant.at(0)}, src);
+    else mapRowsWith(constant, dst, length, rows, op, src);
   } else if constexpr (shape == Shape::KeepFourth)
-    mapRowWith(constant, dst, length, KeepFourth<Op>{op}, static_cast<const T*>(dst), src);
+    mapRowsWith(constant, dst, length, rows, KeepFourth<Op>{op}, readOnly(dst), src);
   else {
     const Vec<T> first = constant.at(0), third = constant.at(4);
-    mapThreeOfFour(dst, length,
-                   [=](std::ptrdiff_t i, int part) { return op(loadOfFour(src + i), part ? third : first); });
+    for (int y = 0; y < rows; ++y)
+      mapThreeOfFour(dst[y], length, [=, x = src[y]](std::ptrdiff_t i, int part) {
+        return op(loadOfFour(x + i), part ? third : first);
+      });
   }
 }
 

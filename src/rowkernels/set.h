@@ -1,6 +1,7 @@
-// Fills of one row with a repeated pixel. As with copies, what is written is bytes, and one kernel serves every type.
+// Fills of rows with a repeated pixel. As with copies, what is written is bytes, and one kernel serves every type.
 #pragma once
 
+#include "frame/layout.h"
 #include "simd.h"
 #include "zori/types.h"
 
@@ -41,5 +42,8 @@ private:
 
 // A row of a region of regionBytes in all, from the start of a pixel on: picks what is fastest at that size.
 void fillRow(const PixelPattern& pattern, Zor8u* pDst, std::ptrdiff_t bytes, long long regionBytes);
+
+// All rows of a region.
+void fillRows(const PixelPattern& pattern, Rows<Zor8u> dst, std::ptrdiff_t bytes, int rows);
 
 } // namespace zori

@@ -162,23 +162,6 @@ template <int N, class T, int Bytes> inline Vec<T, N> firstBytes(Vec<T, Bytes> x
 
 // ---- Gathering: lanes from Scale * at[0], Scale * at[1]... bytes behind p ----
 
-template <int Scale> inline Vec<uint16_t> gather16(const void* p, const int32_t* at)
-{
-#if ZORI_VECTOR_BYTES == 32
-  return joined(gatherEight<Scale>(p, at), gatherEight<Scale>(p, at + 8));
-#else
-  return gatherEight<Scale>(p, at);
-#endif
-}
-// May read the two bytes behind each lane, too.
-template <int Scale> inline Vec<uint16_t> gather16ReadingOn(const void* p, const int32_t* at)
-{
-#if ZORI_VECTOR_BYTES == 32
-  return joined(gatherEightReadingOn<Scale>(p, at), gatherEightReadingOn<Scale>(p, at + 8));
-#else
-  return gatherEightReadingOn<Scale>(p, at);
-#endif
-}
 template <int Scale> inline Vec<uint32_t> gather32(const void* p, const int32_t* at)
 {
 #if ZORI_VECTOR_BYTES == 32

@@ -58,6 +58,12 @@ template <class T> inline Vec<T, 16> loadLow8(const void* p)
   else return {x};
 }
 
+// A vector of two words of 8 bytes.
+inline Vec<uint64_t, 16> ofHalves(uint64_t low, uint64_t high)
+{
+  return {_mm_set_epi64x(static_cast<long long>(high), static_cast<long long>(low))};
+}
+
 template <class T> inline Vec<T, 16> loadLow4(const void* p)
 {
   const __m128i x = _mm_cvtsi32_si128(get<int>(p));
@@ -86,22 +92,7 @@ inline F32x4 loadHalves(const float* low, const float* high)
 }
 inline F32x4 splatFour(float x) { return {_mm_set1_ps(x)}; }
 
-// A vector of lanes from Scale * at[0], Scale * at[1]... bytes behind p. The second form may read the two bytes behind
-// each lane, too.
-template <int Scale> inline Vec<uint16_t, 16> gatherEight(const void* p, const int32_t* at)
-{
-  const auto lane = [=](int k) { return get<short>(static_cast<const char*>(p) + std::ptrdiff_t{Scale} * at[k]); };
-  return {_mm_set_epi16(lane(7), lane(6), lane(5), lane(4), lane(3), lane(2), lane(1), lane(0))};
-}
-template <int Scale> inline Vec<uint16_t, 16> gatherEightReadingOn(const void* p, const int32_t* at)
-{
-  const auto lane = [=](int k) {
-    return _mm_cvtsi32_si128(get<int>(static_cast<const char*>(p) + std::ptrdiff_t{Scale} * at[k]));
-  };
-  const __m128i a = _mm_unpacklo_epi16(lane(0), lane(1)), b = _mm_unpacklo_epi16(lane(2), lane(3)),
-                c = _mm_unpacklo_epi16(lane(4), lane(5)), d = _mm_unpacklo_epi16(lane(6), lane(7));
-  return {_mm_unpacklo_epi64(_mm_unpacklo_epi32(a, b), _mm_unpacklo_epi32(c, d))};
-}
+// A vector of lanes from Scale * at[0], Scale * at[1]... bytes behind p.
 template <int Scale> inline Vec<uint32_t, 16> gatherFour(const void* p, const int32_t* at)
 {
   const auto lane = [=](int k) {

@@ -430,6 +430,7 @@ inline Vec<float, 32> toFloat(Vec<int32_t, 32> a) { return {_mm256_cvtepi32_ps(a
 inline Vec<int32_t, 32> toInt(Vec<float, 32> a) { return {_mm256_cvtps_epi32(a.v)}; }
 inline Vec<int32_t, 32> toIntTruncated(Vec<float, 32> a) { return {_mm256_cvttps_epi32(a.v)}; }
 inline Vec<double, 32> toDoubleLow(Vec<float, 32> a) { return {_mm256_cvtps_pd(lowHalf(a).v)}; }
+inline Vec<double, 32> widened(F32x4 a) { return {_mm256_cvtps_pd(a.v)}; }
 inline Vec<double, 32> toDoubleHigh(Vec<float, 32> a) { return {_mm256_cvtps_pd(highHalf(a).v)}; }
 inline Vec<double, 32> toDoubleLow(Vec<int32_t, 32> a) { return {_mm256_cvtepi32_pd(lowHalf(a).v)}; }
 inline Vec<double, 32> toDoubleHigh(Vec<int32_t, 32> a) { return {_mm256_cvtepi32_pd(highHalf(a).v)}; }

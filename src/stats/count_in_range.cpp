@@ -42,7 +42,7 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
     if (reducers[k].lower > reducers[k].upper) return ZorErrRange;
   }
   const Rows src{pSrc, srcStep};
-  for (int y = 0; y < roiSize.height; ++y) reduceRow<L>(reducers, roiSize.width, src[y]);
+  reduceRows<L>(reducers, roiSize.width, roiSize.height, src);
   // the zeros that fill the last vector of a row may lie in the range
   constexpr int lanes = Vec<T>::size;
   const std::uint64_t filled =

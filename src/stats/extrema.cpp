@@ -58,7 +58,7 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
   for (int y = 0; y < roiSize.height; ++y) {
     Extreme<T, Greatest> reducers[n];
     for (int k = 0; k < n; ++k) reducers[k] = Extreme<T, Greatest>(best[k]);
-    reduceRow<L>(reducers, roiSize.width, src[y]);
+    reduceRows<L>(reducers, roiSize.width, 1, fromRow(src, y));
     bool final = !std::is_same_v<T, Zor32f>; // no better value exists in any channel
     for (int k = 0; k < n; ++k) {
       const T value = reducers[k].value();

@@ -68,7 +68,7 @@ inline F64x2 difference(F64x2 a, F64x2 b) { return a - b; }
 template <Norm N, Layout L> struct Accurate : AccurateSumOf<L> {
   template <class... V> void add(int, V... x)
   {
-    eachFour([this](auto... four) { addFour(four...); }, x...);
+    eachFour([this](auto... four) { this->addFour(four...); }, x...);
   }
   template <class... V> void addFour(V... x)
   {

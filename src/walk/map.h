@@ -1,4 +1,4 @@
-// The walk over a region: one row kernel a row. Layouts are a property of the walk, not of the kernels.
+// The walk over a region: one call of a row kernel. Layouts are a property of the walk, not of the kernels.
 #pragma once
 
 #include "rowkernels/drivers.h"
@@ -25,7 +25,8 @@ inline void mapRegion(ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>... src)
 {
   roi = joinedRows(roi, pitchOf<channels<L>>(dst), pitchOf<channels<L>>(src)...);
   const std::ptrdiff_t length = elementsOf(roi.width, channels<L>);
-  for (int y = 0; y < roi.height; ++y) mapRowOf<L>(dst[y], length, op, src[y]...);
+  if constexpr (L == AC4) mapRows(dst, length, roi.height, KeepFourth<Op>{op}, readOnly(dst), src...);
+  else mapRows(dst, length, roi.height, op, src...);
 }
 
 // The same between widths: op works on groups. A destination that is also the source must not be the wider one.
@@ -34,10 +35,8 @@ inline void mapRegionOfGroups(ZorImgSize roi, Op op, Rows<D> dst, Rows<const S>.
 {
   roi = joinedRows(roi, pitchOf<channels<L>>(dst), pitchOf<channels<L>>(src)...);
   const std::ptrdiff_t length = elementsOf(roi.width, channels<L>);
-  for (int y = 0; y < roi.height; ++y) {
-    if constexpr (L == AC4) mapGroups(dst[y], length, KeepFourth<Op>{op}, static_cast<const D*>(dst[y]), src[y]...);
-    else mapGroups(dst[y], length, op, src[y]...);
-  }
+  if constexpr (L == AC4) mapRowsOfGroups(dst, length, roi.height, KeepFourth<Op>{op}, readOnly(dst), src...);
+  else mapRowsOfGroups(dst, length, roi.height, op, src...);
 }
 
 // dst = op(src..., constant), with a constant for each channel.
@@ -46,11 +45,8 @@ inline void mapRegionWith(const Constant& constant, ZorImgSize roi, Op op, Rows<
 {
   roi = joinedRows(roi, pitchOf<channels<L>>(dst), pitchOf<channels<L>>(src)...);
   const std::ptrdiff_t length = elementsOf(roi.width, channels<L>);
-  for (int y = 0; y < roi.height; ++y) {
-    if constexpr (L == AC4)
-      mapRowWith(constant, dst[y], length, KeepFourth<Op>{op}, static_cast<const D*>(dst[y]), src[y]...);
-    else mapRowWith(constant, dst[y], length, op, src[y]...);
-  }
+  if constexpr (L == AC4) mapRowsWith(constant, dst, length, roi.height, KeepFourth<Op>{op}, readOnly(dst), src...);
+  else mapRowsWith(constant, dst, length, roi.height, op, src...);
 }
 
 } // namespace zori

@@ -290,7 +290,7 @@ TYPED_TEST(NearlyFlat, WindowsOfClippedScenes)
   for (ZorImgSize t : {ZorImgSize{9, 6}, ZorImgSize{32, 32}, ZorImgSize{61, 64}, ZorImgSize{85, 30}}) {
     SCOPED_TRACE(std::to_string(t.width) + "x" + std::to_string(t.height));
     TestImage<T> tpl(t.width, t.height);
-    tpl.fill([&](int x, int y, int) { return src.get(x + 150, y + 140); });
+    tpl.fill([&](int x, int y, int) { return src.get(x + 146 - t.width / 2, y + 5); });
     const Plane p(tpl, 0);
     const ZorImgSize size = sizeOf(Extent::Valid, src.size, t);
     TestImage<Zor32f> dst(size.width, size.height), shared(size.width, size.height);

@@ -138,6 +138,13 @@ TEST_P(Team, EveryRowIsDoneOnce)
     std::vector<int> done(static_cast<size_t>(height));
     staticRows(TeamRule::byContract(true), Rounding::Callers, height, [&](int y) { ++done[static_cast<size_t>(y)]; });
     EXPECT_EQ(done, std::vector<int>(static_cast<size_t>(height), 1));
+    std::fill(done.begin(), done.end(), 0);
+    staticBands(TeamRule::byContract(true), Rounding::Nearest, height, [&](int first, int count) {
+      EXPECT_GE(count, 1);
+      EXPECT_LE(count, height / GetParam() + 1); // shared evenly
+      for (int y = first; y < first + count; ++y) ++done[static_cast<size_t>(y)];
+    });
+    EXPECT_EQ(done, std::vector<int>(static_cast<size_t>(height), 1));
     ASSERT_EQ(masterSlabs(TeamRule::byContract(true), Rounding::Nearest, height, 40,
                           [&](const Slab& slab) {
                             EXPECT_TRUE(isAligned(slab.buffer, 32));

@@ -1,4 +1,4 @@
-// Copies and fills of one row: every length and alignment, nothing outside the row.
+// Copies and fills of rows: every length and alignment, nothing outside the row.
 #include "rowkernels/copy.h"
 #include "rowkernels/set.h"
 
@@ -43,6 +43,20 @@ TEST(CopyRow, GoesForward)
     }
 }
 
+// Rows of every length, by steps of their own; a row may be moved over itself.
+TEST(CopyRows, EveryLength)
+{
+  constexpr int rows = 3;
+  for (int length = 1; length <= 150; ++length)
+    for (int by : {0, 1, 7, 40}) { // the source is that far behind the destination in memory
+      const int step = length + by + 9;
+      std::vector<Zor8u> image = numbered(static_cast<std::size_t>(rows * step)), expected = image;
+      for (int y = 0; y < rows; ++y) std::copy_n(image.begin() + y * step + by, length, expected.begin() + y * step);
+      copyRows({image.data() + by, step}, {image.data(), step}, length, rows);
+      ASSERT_EQ(image, expected) << length << ' ' << by;
+    }
+}
+
 template <int PixelBytes> void checkFill()
 {
   const std::vector<Zor8u> pixel = numbered(PixelBytes);
@@ -55,6 +69,14 @@ template <int PixelBytes> void checkFill()
         fillRow(pattern, dst.data() + 32 + at, length, regionBytes);
         ASSERT_EQ(dst, expected) << PixelBytes << ' ' << length << ' ' << at;
       }
+  for (int length = 0; length <= 150; ++length) {
+    constexpr int step = 170;
+    std::vector<Zor8u> dst(3 * step, 0xee), expected = dst;
+    for (int y = 0; y < 3; ++y)
+      for (int i = 0; i < length; ++i) expected[1 + y * step + i] = pixel[i % PixelBytes];
+    fillRows(pattern, {dst.data() + 1, step}, length, 3);
+    ASSERT_EQ(dst, expected) << PixelBytes << ' ' << length;
+  }
 }
 
 TEST(SetRow, AllPixelSizesLengthsAndAlignments)

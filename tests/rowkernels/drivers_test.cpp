@@ -116,6 +116,37 @@ TYPED_TEST(Drivers, PatternsAndTheFourthChannel)
       }
 }
 
+// Rows of a region: each as if it were alone, at steps that differ, over rows of every length. The last one is its own
+// source.
+TYPED_TEST(Drivers, RowsOfARegion)
+{
+  using T = TypeParam;
+  constexpr int rows = 3;
+  const T constant[3] = {3, 50, 7};
+  for (int length = 1; length <= longest; ++length) {
+    const int step = length * static_cast<int>(sizeof(T)) + 5, wider = step + 11;
+    std::vector<unsigned char> a(static_cast<size_t>(rows * step)), b(static_cast<size_t>(rows * wider));
+    for (size_t i = 0; i < a.size(); ++i) a[i] = static_cast<unsigned char>(i * 29 + i / 5);
+    for (size_t i = 0; i < b.size(); ++i) b[i] = static_cast<unsigned char>(i * 53 + i / 3);
+    const Rows<const T> from{reinterpret_cast<const T*>(a.data()), step};
+    const auto check = [&](auto&& call, auto&& expected) {
+      std::vector<unsigned char> out = b, wanted = b;
+      const Rows<T> to{reinterpret_cast<T*>(out.data()), wider};
+      for (int y = 0; y < rows; ++y)
+        for (int i = 0; i < length; ++i) {
+          const T before = get<T>(b.data() + y * wider + i * static_cast<int>(sizeof(T)));
+          put(wanted.data() + y * wider + i * static_cast<int>(sizeof(T)), expected(i, get<T>(from[y] + i), before));
+        }
+      call(to);
+      ASSERT_EQ(out, wanted) << length;
+    };
+    check([&](Rows<T> to) { mapRows(to, length, rows, Sum{}, from, readOnly(to)); },
+          [](int, T x, T before) { return T(x + before); });
+    check([&](Rows<T> to) { mapRowsWith(Pattern<T>(constant, 3), to, length, rows, Sum{}, from); },
+          [&](int i, T x, T) { return T(x + constant[i % 3]); });
+  }
+}
+
 TEST(DriversOfGroups, EveryLengthBetweenWidths)
 {
   for (int length = 1; length <= longest; ++length)

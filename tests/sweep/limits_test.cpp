@@ -78,17 +78,9 @@ TEST_P(LimitsSweep, BoundsAreLegalAndNothingBeyond)
             continue;
           }
           valid.remember();
-          std::vector<Value> values = valid.values();
-          std::vector<unsigned char> array;
-          values[limit.argument].numbers[part] = trial.number;
-          if (a.role == Role::In) { // an array in memory
-            GuardedImage& image = valid.image(limit.argument);
-            const int size = elementBytes(a.memory.element);
-            array.assign(image.sample(0, 0, 0, 0), image.sample(0, 0, 0, 0) + image.rowBytes());
-            putNumber(&array[static_cast<std::size_t>(part * size)], a.memory.element, trial.number);
-            values[limit.argument].pointer = array.data();
-          }
-          const Result result = valid.run(values);
+          Spoiled spoiled(valid);
+          spoiled.put(limit.argument, part, trial.number);
+          const Result result = valid.run(spoiled.values);
           if (result.status != limit.status)
             return where + " gives " + std::to_string(result.status) + " instead of " + std::to_string(limit.status);
           const std::string change = valid.changesAfterFailure();
