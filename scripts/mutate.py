@@ -2,12 +2,15 @@
 """Puts faults into the sources, one at a time, and tells which of them the tests see.
 
     scripts/mutate.py [--only GLOB] [--all] [--also NAME=COMMAND] [--report FILE] [scripts/faults/*.txt]
+    scripts/mutate.py --check
 
 A fault is a place in one file and what stands there instead (scripts/faults/README.md tells the format). The sources
 are copied to build/mutate and built there incrementally, so that a fault costs the compilation of what it touches; the
 sweeps over the functions that it can reach run first, then the tests of its room, and the first failure ends it.
 --also names a further program to be tried on every fault, whatever the others say: {build} and {room} stand for
 the build folder and the room of the fault.
+
+--check only looks whether every fault still has its single place; the tests do so, since sources move on.
 
 The last line counts: faults that can be seen from outside (--all tries the others too), those killed, the rate. Exits
 with 0 from 95 percent on.
@@ -26,7 +29,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build" / "mutate"
 SOURCE, BUILD = WORK, WORK / "build" / "default"  # as the preset has them, for the compiler's cache
-FOLDERS = ["api", "cmake", "examples", "fuzz", "include", "scripts", "src", "tests", "tools"]
+FOLDERS = ["api", "check", "cmake", "docs", "examples", "fuzz", "include", "programs", "python", "scripts", "src", "tests",
+           "tools"]
 SECONDS = 300  # of processor time that a program may take, however busy the machine is; a fault that makes it go on
 #                and on is seen, and so is one that makes it wait:
 STANDSTILL = 120  # seconds without any processor time
@@ -62,12 +66,15 @@ class Fault:
         """The functions that the fault can reach, without braces."""
         return ":".join(expanded(self.functions))
 
+    def misplaced(self):
+        """What is wrong with the place in the project's own file: it must be a single one."""
+        path, old = ROOT / self.file, "\n".join(self.old)
+        places = path.read_text().count(old) if path.exists() else 0
+        return "" if places == 1 else f"{self.where}: {self.name}: {places} places in {self.file} read {old!r}"
+
     def apply(self):
-        """The text of the file with the fault in it; the place must be a single one."""
-        text, old, new = (SOURCE / self.file).read_text(), "\n".join(self.old), "\n".join(self.new)
-        if text.count(old) != 1:
-            sys.exit(f"{self.where}: {self.name}: {text.count(old)} places in {self.file} read {old!r}")
-        return text.replace(old, new)
+        """The text of the copied file with the fault in it."""
+        return (SOURCE / self.file).read_text().replace("\n".join(self.old), "\n".join(self.new))
 
 
 KEYS = ("fault", "file", "old", "new", "functions", "tests", "unseen")
@@ -181,14 +188,20 @@ def main():
     parser.add_argument("--all", action="store_true", help="those that cannot be seen, too")
     parser.add_argument("--also", action="append", default=[], metavar="NAME=COMMAND")
     parser.add_argument("--report", type=pathlib.Path)
+    parser.add_argument("--check", action="store_true")
     arguments = parser.parse_args()
     files = arguments.files or sorted((ROOT / "scripts/faults").glob("*.txt"))
-    faults = [f for path in files for f in read(path) if fnmatch.fnmatch(f.name, arguments.only) and (arguments.all or not f.unseen)]
+    faults = [f for path in files for f in read(path)
+              if fnmatch.fnmatch(f.name, arguments.only) and (arguments.all or arguments.check or not f.unseen)]
     also = dict(item.split("=", 1) for item in arguments.also)
 
+    misplaced = [said for said in (fault.misplaced() for fault in faults) if said]
+    if misplaced:
+        sys.exit("\n".join(misplaced))
+    if arguments.check:
+        print(f"{len(faults)} faults have their places")
+        return 0
     copy_sources()
-    for fault in faults:
-        fault.apply()
     launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
     subprocess.run(["cmake", "-S", SOURCE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                     "-DZORI_BUILD_EXAMPLES=OFF", *launcher], check=True, stdout=subprocess.DEVNULL)
