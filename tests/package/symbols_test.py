@@ -16,7 +16,7 @@ import unittest
 MAY_ASK = re.compile(r"""malloc|free|mem(cpy|move|set|cmp)|(__|pthread_)(register_)?atfork
     |(sin|cos|sincos|atan2|exp2?|log|pow|ldexp|fmin|fmax|floor|ceil|rint|l?lrint|sqrt)f?l?
     |GOMP_\w+|omp_\w+|__kmpc_\w+|__[a-z]+[sdtx][ifc][234]|___?tls_get_addr
-    |__stack_chk_fail|_ITM_\w+|__gmon_start__|__cxa_finalize|_GLOBAL_OFFSET_TABLE_""", re.X)
+    |__stack_chk_fail(_local)?|_ITM_\w+|__gmon_start__|__cxa_finalize|_GLOBAL_OFFSET_TABLE_""", re.X)
 
 PROGRAM = """#include <zori.h>
 int main(int argc, char** argv)
