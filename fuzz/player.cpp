@@ -258,7 +258,7 @@ void Player::spoilNumbers(Spoiled& spoiled, Call& call, Random& random)
     if (part < 4) trial[static_cast<std::size_t>(i)].numbers[part] = number;
     context.values = trial.data();
     const std::vector<double> other = reachOf(function, context);
-    if (std::memcmp(reach.data(), other.data(), reach.size() * sizeof(double)) != 0) continue;
+    if (!reach.empty() && std::memcmp(reach.data(), other.data(), reach.size() * sizeof(double)) != 0) continue;
     spoiled.put(i, part, number);
     isWild_ = true;
     words_ << ", " << a.name << "[" << part << "] " << number;
