@@ -118,7 +118,7 @@ Beyond isBeyond(const Function& function, const Stage& stage, Context context)
       context.plane = part;
       const double number = context.values[limit.argument].numbers[part];
       if (limit.part >= 0 && limit.part != part) continue;
-      if (std::isnan(number)) found = Beyond::NotANumber;
+      if (std::isnan(number) || (limit.bound && std::isnan(limit.bound(context)))) found = Beyond::NotANumber;
       else if (!isLegal(limit, number, context)) return Beyond::Yes;
     }
   }
