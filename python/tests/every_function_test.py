@@ -77,7 +77,7 @@ class Example:
         m, region = p.memory, facts.REGION
         region = [int(float(n)) for n in self.function.example.get("roiSize", region)]
         if p.role == "image":
-            e = python_binding.reach(self.function, p)
+            e = p.memory.extent
             width = self.number(e.width, region[0]) + self.number(e.left, 0) + self.number(e.right, 0)
             height = self.number(e.height, region[1]) + self.number(e.top, 0) + self.number(e.bottom, 0)
             planes = [self.samples(p, image_shape(m, width, height), dtype_of(m)).astype(dtype_of(m))
@@ -163,7 +163,7 @@ def call_in_c(library, f, arguments):
         if p.role == "image":
             planes = value if m.planes else [value]
             steps[m.step] = planes[0].strides[0]
-            e = python_binding.reach(f, p)
+            e = p.memory.extent
             example = Example.__new__(Example)
             example.function, example.context = f, facts.Context(f, functions())
             left, top = example.number(e.left, 0), example.number(e.top, 0)
