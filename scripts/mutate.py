@@ -51,6 +51,7 @@ class Fault:
     def __init__(self, name, where):
         self.name, self.where = name, where
         self.file, self.old, self.new, self.functions, self.tests, self.unseen = None, [], [], "*", "*", None
+        self.rooms = None
 
     def add(self, key, value):
         if key in ("old", "new"):
@@ -61,6 +62,10 @@ class Fault:
     @property
     def room(self):
         return self.file.split("/")[1]
+
+    def tested(self):
+        """The rooms whose tests are tried: its own, or those named, since a floor is seen through what stands on it."""
+        return self.rooms.split() if self.rooms else [self.room]
 
     def globs(self):
         """The functions that the fault can reach, without braces."""
@@ -77,7 +82,7 @@ class Fault:
         return (SOURCE / self.file).read_text().replace("\n".join(self.old), "\n".join(self.new))
 
 
-KEYS = ("fault", "file", "old", "new", "functions", "tests", "unseen")
+KEYS = ("fault", "file", "old", "new", "functions", "tests", "rooms", "unseen")
 
 
 def read(path):
@@ -171,14 +176,16 @@ def fails(command, environment=None):
 
 def programs(fault):
     """Name, command and environment of the programs that may see the fault, the quickest first."""
-    room = BUILD / "tests" / f"{fault.room}_tests"
+    rooms = [BUILD / "tests" / f"{room}_tests" for room in fault.tested()]
     quick = ["--gtest_brief=1", "--gtest_fail_fast"]
     for suites in ("-*LargeSweep*", fault.tests, "*LargeSweep*"):
         if suites != fault.tests:
             yield ("sweep_tests", [str(BUILD / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
                    {"ZORI_SWEEP": fault.globs()})
-        elif room.exists() and build([room.name]):
-            yield room.name, [str(room), *quick, f"--gtest_filter={suites}"], {}
+            continue
+        for room in rooms:
+            if room.exists() and build([room.name]):
+                yield room.name, [str(room), *quick, f"--gtest_filter={suites}"], {}
 
 
 def main():
@@ -205,7 +212,8 @@ def main():
     launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
     subprocess.run(["cmake", "-S", SOURCE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                     "-DZORI_BUILD_EXAMPLES=OFF", *launcher], check=True, stdout=subprocess.DEVNULL)
-    targets = sorted({f"{f.room}_tests" for f in faults if list((SOURCE / "tests" / f.room).glob("*_test.cpp"))})
+    targets = sorted({f"{room}_tests" for f in faults for room in f.tested()
+                      if list((SOURCE / "tests" / room).glob("*_test.cpp"))})
     if not build([*targets, "sweep_tests"]):
         sys.exit("the sources do not build without a fault")
 

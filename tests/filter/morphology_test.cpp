@@ -37,12 +37,12 @@ Mask disc(int side)
   return m;
 }
 
-// Runs of every length up to `side`, a row each.
-Mask stairs(int side)
+// Runs of so many lengths, 1, 3, 5 and on, a row each.
+Mask stairs(int lengths)
 {
-  Mask m = full(side, side, side / 2, 1);
-  for (int j = 0; j < side; ++j)
-    for (int i = 0; i < side; ++i) m.members.push_back(i <= j);
+  Mask m = full(2 * lengths - 1, lengths, lengths / 2, 1);
+  for (int j = 0; j < lengths; ++j)
+    for (int i = 0; i < 2 * lengths - 1; ++i) m.members.push_back(i <= 2 * j);
   return m;
 }
 
@@ -225,7 +225,7 @@ TYPED_TEST(Morphology, TakesTheMembersOfAnyMask)
     for (const Mask& mask : masks)
       for (const ZorImgSize roi : regions) forms.check(roi, mask, variant++);
     forms.check({1500, 3}, disc(5), 1);
-    for (const int lengths : {23, 24, 25, 26}) forms.check({35, 9}, stairs(lengths), lengths); // of runs
+    for (const int lengths : {23, 24, 25, 26}) forms.check({35, 9}, stairs(lengths), lengths);
   });
 }
 
