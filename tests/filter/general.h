@@ -83,7 +83,8 @@ void compare(Layout layout, const Shape& shape, const std::vector<K>& kernel, Ca
   static unsigned seed = 0;
   const Edge edge = ++seed % 2 ? Edge::End : Edge::Begin;
   const int padding = static_cast<int>(seed % 3) * sample + (seed % 5 == 0);
-  const PixelImage src({width + kw - 1, height + kh - 1}, n * sample, padding, edge, seed);
+  const ZorImgSize covered = {width + kw - 1, height + kh - 1};
+  const PixelImage src(covered, n * sample, padding, edge, seed);
   const PixelImage dst(shape.roi, n * sample, padding / 2, edge, 77);
   const auto at = [&](int x, int y, int k) { return src.at<char>(x, y) + k * sample; };
   if constexpr (std::is_floating_point_v<T>) {
@@ -111,15 +112,21 @@ void compare(Layout layout, const Shape& shape, const std::vector<K>& kernel, Ca
         std::memcpy(expected.data() + dst.offset(x, y) + static_cast<size_t>(k * sample), &result, sizeof result);
       }
 
-  const std::ptrdiff_t first =
-    std::ptrdiff_t{kh - 1 - shape.anchor.y} * src.step + std::ptrdiff_t{kw - 1 - shape.anchor.x} * n * sample;
-  const T* const pSrc = reinterpret_cast<const T*>(src.at<char>(0, 0) + first);
-  ASSERT_EQ(call(pSrc, src.step, dst.at<T>(0, 0), dst.step, shape), ZorOk) << shape;
-  const std::vector<Zor8u> bytes = dst.bytes();
-  for (size_t i = 0; i < bytes.size(); ++i)
-    ASSERT_EQ(static_cast<int>(bytes[i]), static_cast<int>(expected[i]))
-      << shape << " channels " << n << ", byte " << static_cast<std::ptrdiff_t>(i - dst.offset(0, 0))
-      << " of the region, " << sizeof(T) << " a sample";
+  // once where the seed puts the source, once with its last sample at the page and rows that adjoin
+  for (const bool adjoining : {false, true}) {
+    const PixelImage tight(covered, n * sample, 0, Edge::End, 1), &from = adjoining ? tight : src;
+    for (int y = 0; adjoining && y < covered.height; ++y)
+      std::memcpy(from.at<char>(0, y), src.at<char>(0, y), static_cast<size_t>(covered.width * n * sample));
+    const std::ptrdiff_t first =
+      std::ptrdiff_t{kh - 1 - shape.anchor.y} * from.step + std::ptrdiff_t{kw - 1 - shape.anchor.x} * n * sample;
+    const T* const pSrc = reinterpret_cast<const T*>(from.at<char>(0, 0) + first);
+    ASSERT_EQ(call(pSrc, from.step, dst.at<T>(0, 0), dst.step, shape), ZorOk) << shape;
+    const std::vector<Zor8u> bytes = dst.bytes();
+    for (size_t i = 0; i < bytes.size(); ++i)
+      ASSERT_EQ(static_cast<int>(bytes[i]), static_cast<int>(expected[i]))
+        << shape << " channels " << n << ", byte " << static_cast<std::ptrdiff_t>(i - dst.offset(0, 0))
+        << " of the region, " << sizeof(T) << " a sample";
+  }
 }
 
 // ---- Rules ----
