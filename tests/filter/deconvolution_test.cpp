@@ -274,6 +274,24 @@ TEST(DeconvFFT, VanishingFrequencies)
   }
 }
 
+// The taps that weigh the margin can sum up to no more than the threshold: they are not divided then.
+TEST(Deconvolution, MarginOfLittleWeight)
+{
+  const std::vector<float> kernel = {0.6f, 0.3f, 0, 0.2f, 0.01f, 0.02f, 0, 0.03f, 0.01f};
+  const ZorImgSize size = {6, 5};
+  const Image src(size, 1), dst(size, 1);
+  fill(src, 3);
+  for (const float threshold : {0.15f, 0.05f}) { // above and below that sum, 0.07
+    const Oracle oracle{3, kernel, threshold};
+    const BySpectrum spectrum(1, kernel, 3, 3, threshold);
+    ASSERT_EQ(spectrum(src, dst), ZorOk);
+    expectNear(dst, 0, oracle.bySpectrum(src, 0, 8), 3e-5, "by spectrum");
+    const ByIterations iterations(1, kernel, 3, size, threshold);
+    ASSERT_EQ(iterations(src, dst, 2), ZorOk);
+    expectNear(dst, 0, oracle.byIterations(src, 0, 2), 1e-5, "by iterations");
+  }
+}
+
 TEST(DeconvFFT, UndoesItsBlur)
 {
   const ZorImgSize size = {100, 90};
@@ -327,6 +345,15 @@ TEST(DeconvLR, SmallNumbersVanish)
   for (int x = 0; x < 20; ++x) ASSERT_FLOAT_EQ(dst.at(x, 1, 0), x < 5 ? 0 : src.at(x, 1, 0));
   ASSERT_EQ(cut(src, dst, 2), ZorOk);
   for (int x = 0; x < 20; ++x) ASSERT_FLOAT_EQ(dst.at(x, 1, 0), x < 10 ? 0 : src.at(x, 1, 0));
+
+  // a large sample's correction is that of its neighbours on the right, which it covers: as good as none
+  const std::vector<float> pair = {1, 1, 0, 0};
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 20; ++x) src.at(x, y, 0) = x == 7 ? 1e20f : 100;
+  const ByIterations spread(1, pair, 2, size, 0);
+  ASSERT_EQ(spread(src, dst, 1), ZorOk);
+  expectNear(dst, 0, Oracle{2, pair, 0}.byIterations(src, 0, 1), 1e-5, "beside a large sample");
+  EXPECT_EQ(dst.at(7, 1, 0), 0);
 }
 
 TEST(DeconvLR, EachRoundComesNearer)

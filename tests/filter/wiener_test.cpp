@@ -148,9 +148,9 @@ TYPED_TEST(Wiener, TowardTheMeanOfTheWindow)
         check(form, size, m, {-1, 0.003f, -1, -1}, variant++);
         if (this->HasFatalFailure()) return;
       }
-  // several strips and bands
+  // several strips, several bands of unequal height
   check(forms<TypeParam>()[1], {330, 3}, {{3, 3}, {1, 1}}, {0.001f, -1, 0.5f, 0}, 1);
-  check(forms<TypeParam>()[0], {20, 300}, {{3, 9}, {1, 1}}, {-1, 0, 0, 0}, 2);
+  check(forms<TypeParam>()[0], {20, 303}, {{3, 9}, {1, 1}}, {-1, 0, 0, 0}, 2);
   check(forms<TypeParam>()[0], {9, 7}, {{260, 140}, {100, 50}}, {0.01f, 0, 0, 0}, 2); // sums beyond 32 bits
 }
 
@@ -249,6 +249,26 @@ TEST(WienerFloat, WhatLeavesTheWindowLeavesNothingBehind)
           }
       EXPECT_EQ(a.get(12, 40, 0), 3e38f); // where the variance is beyond all numbers, the pixel stays
     }
+}
+
+// Windows whose variance is no number count as flat ones.
+TEST(WienerFloat, EstimatesPassOverWhatIsNoNumber)
+{
+  const Mask m{{3, 3}, {1, 1}};
+  const ZorImgSize roi = {40, 12};
+  CoveredImage<Zor32f> src(covered(roi, m), m.anchor, 1, true, 1);
+  paint(src, m, 7);
+  double expected = 0;
+  for (int y = 0; y < roi.height; ++y)
+    for (int x = 0; x < roi.width; ++x)
+      if (std::abs(x - 9) > 1 || std::abs(y - 4) > 1) expected += Window<Zor32f>(src, m, x, y, 0).variance;
+  for (const float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+    src.region()[src.index(9, 4, 0)] = bad;
+    Image<Zor32f> dst(roi, 1, 0, 0, 5, 0);
+    float noise[1] = {0};
+    ASSERT_EQ(forms<Zor32f>()[0].run(src, dst, roi, m, noise, 0), ZorOk);
+    EXPECT_NEAR(noise[0], expected / 480, expected / 480 * 1e-5) << bad;
+  }
 }
 
 TEST(WienerFloat, EstimatesStayBelowOne)
