@@ -241,6 +241,34 @@ TYPED_TEST(Resize, LargeAreas)
       }
 }
 
+// One output takes more rows than are summed at a time, or than 16-bit sums of bytes hold.
+TYPED_TEST(Resize, TallAreas)
+{
+  unsigned seed = 1;
+  for (std::size_t shape : {std::size_t{0}, std::size_t{1}, std::size_t{2}})
+    for (double y : {1.0 / 64, 1.0 / 65, 0.0131, 1.0 / 257, 1.0 / 258, 1.0 / 600, 0.00047})
+      for (double x : {1.0, 0.5, 0.4}) {
+        const ZorImgSize size = {25, 2200};
+        check<TypeParam>({size, {0, 0, 25, 2200}, {25, 40}, Form::Factors, x, y, 0, 0, ZORI_INTER_SUPER}, shape,
+                         ++seed);
+        if (this->HasFatalFailure()) return;
+      }
+  constexpr auto white = std::is_floating_point_v<TypeParam> ? TypeParam{1} : std::numeric_limits<TypeParam>::max();
+  for (int rows : {254, 255, 256, 257, 258, 259, 514, 515}) {
+    Image<TypeParam> src({40, 2 * rows}, 1, 0, 1), dst({20, 2}, 1, 0, 2);
+    for (int y = 0; y < 2 * rows; ++y)
+      for (int x = 0; x < 40; ++x) src.put(x, y, 0, white);
+    const auto resize = [&](auto function) {
+      return function(src.data(), src.size(), src.step(), {0, 0, 40, 2 * rows}, dst.data(), dst.step(), {20, 2}, 0.5,
+                      1.0 / rows, ZORI_INTER_SUPER);
+    };
+    if constexpr (sizeof(TypeParam) == 1) ASSERT_EQ(resize(zoriResize_8u_C1R), ZorOk);
+    else if constexpr (sizeof(TypeParam) == 2) ASSERT_EQ(resize(zoriResize_16u_C1R), ZorOk);
+    else ASSERT_EQ(resize(zoriResize_32f_C1R), ZorOk);
+    for (int x = 0; x < 20; ++x) ASSERT_NEAR(dst.get(x, 1, 0), white, 1e-5) << rows << " rows";
+  }
+}
+
 // Regions that a team shares: every team gives the same bytes. (All calls of these tests run under some rounding
 // field.)
 TYPED_TEST(Resize, DoesNotDependOnTheTeam)

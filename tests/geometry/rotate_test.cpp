@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <xmmintrin.h>
+
 using namespace warptest;
 
 namespace {
@@ -103,6 +105,33 @@ TEST(Rotate, CenterKeepsItsPlace)
   EXPECT_EQ(ZorOk, zoriRotateCenter_8u_C1R(src.data(), src.size, src.step, src.whole(), dst.data(), dst.step,
                                            dst.whole(), 37.5, 20, 20, ZORI_INTER_NN));
   EXPECT_EQ(src.at(20, 20), dst.at(20, 20));
+}
+
+// Coefficients too are formed under the nearest mode. Beside a sample that weighs 1e20 times as much their last bit
+// shows where a point falls onto a column.
+TEST(Rotate, CallersRoundingChangesNothing)
+{
+  Image<Zor32f> src(48, 48);
+  for (int y = 0; y < 48; ++y)
+    for (int x = 0; x < 48; ++x) src.put(x, y, x % 2 != 0 ? 1e20f : 1);
+  const unsigned before = _mm_getcsr();
+  const auto turned = [&](auto function, unsigned field, double angle, double x, double y) {
+    Image<Zor32f> dst(48, 48, 1, 2);
+    _mm_setcsr((before & ~0x6000u) | field << 13);
+    const auto status = function(src.data(), src.size, src.step, src.whole(), dst.data(), dst.step, dst.whole(), angle,
+                                 x, y, ZORI_INTER_LINEAR);
+    _mm_setcsr(before);
+    EXPECT_GE(status, ZorOk);
+    return dst;
+  };
+  for (int angle = -345; angle < 360; angle += 15)
+    for (const double place : {0.0, 13.0, 23.5, 24.0})
+      for (auto function : {zoriRotate_32f_C1R, zoriRotateCenter_32f_C1R}) {
+        const auto nearest = turned(function, 0, angle, place, place);
+        for (const unsigned field : {1u, 2u, 3u})
+          ASSERT_TRUE(nearest == turned(function, field, angle, place, place))
+            << angle << " degrees about " << place << ", rounding field " << field;
+      }
 }
 
 TEST(Rotate, ShiftsOfAnySize)
