@@ -83,9 +83,9 @@ except TypeError as error:
 # Results that are single numbers are returned, several as a tuple.
 # %%
 dark = zori.r_shift_c(scene, 2)
-counts = zori.histogram_range(dark, range(257), 257)
+counts = zori.histogram_range(dark, range(257))
 table = np.cumsum(counts) * 255 // dark.size
-equal = zori.lut(dark, np.append(table, 0).astype(np.int32), range(257), 257)
+equal = zori.lut(dark, np.append(table, 0).astype(np.int32), range(257))
 print("mean", zori.mean(dark), "least and greatest", zori.min_max(dark))
 show("5_equalised", dark=dark, equalised=equal)
 
@@ -119,7 +119,7 @@ show("7_geometry", rotated=turned, perspective=leaning, six_times=large)
 # What a transform needs to know is a record. It releases itself, or at the end of `with`.
 # %%
 plane = zori.convert(scene, dtype=np.float32)
-with zori.fft_init_alloc_r(8, 8, zori.ZorFftDivInvByN, zori.ZorHintNone) as record:
+with zori.fft_init_alloc_r(8, 8, zori.ZorFftDivInvByN) as record:
     spectrum = zori.fft_fwd_r_to_pack(plane, record)
     strength = np.fft.fftshift(zori.ln(zori.add_c(zori.magnitude_pack(spectrum), 1.0)))
     back = zori.fft_inv_pack_to_r(spectrum, record)

@@ -4106,10 +4106,10 @@ inline Status complement(Out<Zor32s, C1> srcDst)
 }
 
 // ---- Weighted sum of rows (zori/arith.h)
-inline Status dotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f& dst, int count,
+inline Status dotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count,
                                 int length)
 {
-  return detail::given(zoriDotProdCol_32f_L2(ppSrc, pWeights, &dst, count, length));
+  return detail::given(zoriDotProdCol_32f_L2(ppSrc, pWeights, pDst, count, length));
 }
 
 // ---- Bitwise and of two images (zori/arith.h)
@@ -14217,10 +14217,10 @@ inline Status resampleRowGetBorderWidth_32f(const ZorResampleRowSpec* pSpec, int
 }
 
 // ---- Row resampled by a rational rate (zori/geometry.h)
-inline Status resampleRow_32f_C1(const Zor32f* pSrc, int xStart, Zor32f& dst, int dstLength,
+inline Status resampleRow_32f_C1(const Zor32f* pSrc, int xStart, Zor32f* pDst, int dstLength,
                                  const ZorResampleRowSpec* pSpec, Zor8u* pBuffer)
 {
-  return detail::given(zoriResampleRow_32f_C1(pSrc, xStart, &dst, dstLength, pSpec, pBuffer));
+  return detail::given(zoriResampleRow_32f_C1(pSrc, xStart, pDst, dstLength, pSpec, pBuffer));
 }
 
 // ---- Rows of a region resampled by a rational rate (zori/geometry.h)

@@ -17,20 +17,24 @@
 
 #include "table.h"
 
-enum { MAX_VIEWS = 32, MAX_BLOCKS = 24 };
+enum { FEW_VIEWS = 32, MAX_BLOCKS = 24, MAX_DIMENSIONS = 4 };
 
 /* ---- views.c: operands where they lie ---- */
 
-typedef struct {
-  PyObject* object; /* borrowed */
-  Py_buffer view;
+typedef struct { /* an operand's memory */
+  PyObject* object; /* owned */
+  char* data;
+  Py_ssize_t itemsize, shape[MAX_DIMENSIONS], strides[MAX_DIMENSIONS];
+  int ndim;
   Element element;
-  char is_complex, is_bool, is_foreign; /* foreign: of no element of ours */
+  char is_complex, is_bool, is_foreign, is_readonly; /* foreign: of no element of ours */
+  char is_held;                                      /* its buffer was taken */
+  Py_buffer buffer;
 } View;
 
 typedef struct { /* one call */
-  View views[MAX_VIEWS];
-  int view_count;
+  View few[FEW_VIEWS], *views; /* more than a few: of the heap */
+  int view_count, view_room;
   void* blocks[MAX_BLOCKS];
   int block_count;
   PyObject* results[MAX_PARAMETERS]; /* owned */
@@ -48,13 +52,19 @@ typedef enum { SEEN, WRONG_TYPE, WRONG_SHAPE, WRONG_PLANES, NO_BUFFER, GAPS, UNL
 extern const int element_bytes[];
 extern const char* const element_names[];
 
+int learn_numpy(void);
 void begin_call(Call* call);
 void finish_call(Call* call);
 View* view_of(Call* call, PyObject* object, int writable);
+int is_contiguous(const View* v);
+Py_ssize_t items_in(const View* v);
 void* new_block(Call* call, size_t bytes, size_t alignment);
 Sight see_image(Call* call, PyObject* given, const Memory* m, Image* planes);
+const char* type_as_text(const Memory* m, char* text, size_t room);
+const char* shape_as_text(const Memory* m, char* text, size_t room);
 int refuse_image(const Function* f, const Parameter* p, Sight why);
 PyObject* new_array(Element e, int is_complex, int n, const Py_ssize_t* shape, int zeroed);
+PyObject* split_origin(PyObject* given, Image* image);
 PyObject* new_image(const Memory* m, Py_ssize_t width, Py_ssize_t height);
 PyObject* import_numpy(void);
 
@@ -69,7 +79,7 @@ int scalar(PyObject* o, char letter, double* n);
 void fill(Slot* slot, char letter, const double* n);
 Py_ssize_t flatten(PyObject* o, const Memory* m, char* to, Py_ssize_t at, Py_ssize_t room);
 
-/* ---- operands.c, borders.c, invoke.c ---- */
+/* ---- operands.c, arrays.c, borders.c, invoke.c ---- */
 
 typedef struct { /* a call on its way */
   const Function* f;
@@ -98,6 +108,7 @@ static inline Reach reach_of(const Memory* m, Context c, const Numbers* region)
 }
 int read_images(Frame* x);
 int deduce_sizes(Frame* x);
+int deduce_counts(Frame* x);
 int place_image(Frame* x, int i, int make);
 int place_array(Frame* x, int i);
 Py_ssize_t numbers_in(const Frame* x, const Memory* m, int plane);
@@ -118,6 +129,7 @@ int missing(const Function* f, const Parameter* p);
 int in_argument(const Function* f, const Parameter* p);
 void raise_error(const Frame* x, int status);
 int warn(const Function* f, int status);
+void rename_in_error(const char* const* from, const char* const* to, int count);
 
 /* ---- records.c ---- */
 
@@ -132,6 +144,13 @@ typedef struct {
 extern PyTypeObject* RecordType;
 extern PyType_Spec record_spec;
 Record* new_record(const char* kind, void* pointer, void* block, int release);
+
+/* ---- memory.c ---- */
+
+extern PyTypeObject* MemoryType;
+extern PyType_Spec memory_spec;
+PyObject* make_memory(const Frame* x);
+PyObject* free_memory(const Function* f, PyObject* given);
 
 /* ---- dispatch.c ---- */
 

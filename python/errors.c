@@ -83,3 +83,59 @@ int warn(const Function* f, int status)
   const char *sentence, *name = status_name(status, &sentence);
   return PyErr_WarnFormat(StatusWarning, 1, "%s: %s: %s", f->name, name, sentence);
 }
+
+static int is_of_word(char c)
+{
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+/* A text with whole words exchanged. */
+static PyObject* renamed(PyObject* text, const char* const* from, const char* const* to, int count)
+{
+  PyObject* result = PyUnicode_FromString("");
+  const char* p = PyUnicode_AsUTF8AndSize(text, NULL);
+  while (p && *p && result) {
+    size_t word = 0;
+    while (is_of_word(p[word])) word++;
+    const char* said = NULL;
+    for (int i = 0; i < count && word && !said; i++)
+      if (strlen(from[i]) == word && !strncmp(from[i], p, word)) said = to[i];
+    size_t rest = word; /* up to the next word */
+    while (p[rest] && !is_of_word(p[rest])) rest++;
+    PyObject* head = said ? PyUnicode_FromString(said) : PyUnicode_FromStringAndSize(p, (Py_ssize_t)word);
+    PyObject* tail = PyUnicode_FromStringAndSize(p + word, (Py_ssize_t)(rest - word));
+    PyUnicode_Append(&result, head);
+    PyUnicode_Append(&result, tail);
+    Py_XDECREF(head);
+    Py_XDECREF(tail);
+    p += rest;
+  }
+  return result;
+}
+
+/* Exchanges names in the exception that is on its way; `argument` of an Error, too. */
+void rename_in_error(const char* const* from, const char* const* to, int count)
+{
+  PyObject *type, *value, *trace;
+  PyErr_Fetch(&type, &value, &trace);
+  PyErr_NormalizeException(&type, &value, &trace);
+  PyObject* old = value ? PyObject_Str(value) : NULL;
+  PyObject* text = old && (type == Error || type == PyExc_TypeError || type == PyExc_ValueError ||
+                           type == PyExc_OverflowError)
+                     ? renamed(old, from, to, count)
+                     : NULL;
+  PyObject* arguments = text ? PyTuple_Pack(1, text) : NULL;
+  if (arguments) PyObject_SetAttrString(value, "args", arguments);
+  PyObject* argument = arguments && type == Error ? PyObject_GetAttrString(value, "argument") : NULL;
+  if (argument && PyUnicode_Check(argument)) {
+    PyObject* name = renamed(argument, from, to, count);
+    if (name) PyObject_SetAttrString(value, "argument", name);
+    Py_XDECREF(name);
+  }
+  Py_XDECREF(argument);
+  Py_XDECREF(arguments);
+  Py_XDECREF(text);
+  Py_XDECREF(old);
+  PyErr_Clear();
+  PyErr_Restore(type, value, trace);
+}

@@ -11,9 +11,8 @@ int read_numbers(Frame* x)
     if (p->role == NUMBER || p->role == SIZE) {
       if (p->is_region) x->region = &x->values[i];
       if (is_given(x, i)) {
-        if (p->letter == 'p') return PyErr_Format(PyExc_NotImplementedError, "%s: %s", f->name, p->name), -1;
         if (scalar(x->given[i], p->letter, n)) return in_argument(f, p);
-      } else if (!p->is_scale && p->image < 0 && p->whole < 0 && !p->optional) {
+      } else if (!p->is_zero && p->image < 0 && p->whole < 0 && !p->optional && !p->count) {
         return missing(f, p);
       }
       fill(&x->slots[i], p->letter, n);
@@ -38,11 +37,11 @@ int read_numbers(Frame* x)
     } else if (p->role == IN && is_given(x, i) && p->memory->element != Ppointer && !p->memory->planes) {
       View* v = view_of(x->call, x->given[i], 0);
       if (!v) PyErr_Clear();
-      for (Py_ssize_t k = 0; v && !v->is_foreign && v->view.ndim == 1 && k < v->view.shape[0] && k < MAX_NUMBERS; k++)
-        n[k] = load((char*)v->view.buf + k * v->view.strides[0], v->element);
+      for (Py_ssize_t k = 0; v && !v->is_foreign && v->ndim == 1 && k < v->shape[0] && k < MAX_NUMBERS; k++)
+        n[k] = load(v->data + k * v->strides[0], v->element);
     }
   }
-  return 0;
+  return deduce_counts(x);
 }
 
 /* Asks the function that tells the size of a block; below 0: exception, or the query's error in `status`. */
@@ -180,11 +179,10 @@ PyObject* invoke(const Function* f, Call* call, PyObject** given, int make)
   memset(x.slots, 0, sizeof(Slot) * (size_t)(f->count ? f->count : 1));
   memset(x.values, 0, sizeof(Numbers) * (size_t)(f->count ? f->count : 1));
   memset(x.pointers, 0, sizeof x.pointers[0] * (size_t)(f->count ? f->count : 1));
-  if (!f->call) return PyErr_Format(PyExc_NotImplementedError, "%s is not for Python", f->name);
-  if (returned[f->trampoline] == 'p' && f->count == 0) return version_record(zoriGetLibVersion());
-  if (returned[f->trampoline] == 'p' ||
-      (f->count == 1 && f->parameters[0].role == NUMBER && returned[f->trampoline] == 'v'))
-    return PyErr_Format(PyExc_NotImplementedError, "%s: in Python, arrays hold the images", f->name);
+  const char result_kind = returned[f->trampoline];
+  if (result_kind == 'p' && f->count == 0) return version_record(zoriGetLibVersion());
+  if (result_kind == 'v') return free_memory(f, given[0]);
+  if (result_kind == 'p') return read_numbers(&x) ? NULL : make_memory(&x);
   if (read_numbers(&x) || read_images(&x) || deduce_sizes(&x) || place_operands(&x, make)) return NULL;
   Slot result = {0};
   Py_BEGIN_ALLOW_THREADS trampolines[f->trampoline](f->call, x.slots, &result);

@@ -3,7 +3,7 @@
 
 /* The function of a name, or the first of an operation, and which of its arguments the keywords are; -1: there is none,
    -2: it has no such arguments. */
-static int known_function(PyObject* name, PyObject* names, signed char* place)
+static int known_function(PyObject* name, PyObject* names, signed char* place, const Signature** by)
 {
   const Py_ssize_t keys = names ? PyTuple_Size(names) : 0;
   const char* text = PyUnicode_AsUTF8AndSize(name, NULL);
@@ -32,6 +32,7 @@ static int known_function(PyObject* name, PyObject* names, signed char* place)
         if (a == signature->count) break;
         place[k] = c->map[a];
       }
+      *by = signature;
       if (k == keys) return c->function;
     }
     return -2;
@@ -48,9 +49,10 @@ PyObject* margins(PyObject* module, PyObject* const* args, Py_ssize_t n, PyObjec
   signed char place[MAX_PARAMETERS];
   Numbers values[MAX_PARAMETERS];
   Context context = {values, NULL, 0};
+  const Signature* signature = NULL; /* of an operation, that of its first function */
   int told = 0, sides[4] = {0};
   if (!name) return NULL;
-  const int index = known_function(name, names, place);
+  const int index = known_function(name, names, place, &signature);
   Py_DECREF(name);
   if (index < 0)
     return index == -1 ? PyErr_Format(PyExc_KeyError, "%R", args[0])
@@ -72,9 +74,12 @@ PyObject* margins(PyObject* module, PyObject* const* args, Py_ssize_t n, PyObjec
     const Memory* m = f->parameters[i].role == IMAGE ? f->parameters[i].memory : NULL;
     if (!m || !m->has_margin) continue;
     for (int a = 0; a < f->count; a++)
-      if (m->margin_arguments & ~told & 1 << a)
-        return PyErr_Format(PyExc_TypeError, "the margins of %s follow from %s: tell it", f->name,
-                            f->parameters[a].name);
+      if (m->margin_arguments & ~told & 1 << a) {
+        const char* wanted = f->parameters[a].name;
+        for (int k = 0; signature && k < signature->count; k++)
+          if (signature->candidates[0].map[k] == a) wanted = signature->named[k].name;
+        return PyErr_Format(PyExc_TypeError, "the margins of %S follow from %s: tell it", args[0], wanted);
+      }
     const Reach r = reach_of(m, context, NULL);
     const double reach[4] = {r.left, r.top, r.right, r.bottom};
     for (int s = 0; s < 4; s++)

@@ -1,5 +1,5 @@
-/* Operands in their places: sizes that follow from images, addresses and steps, arrays of numbers, made destinations.
-   No call gets an operand that it could overrun. */
+/* Images in their places: sizes that follow from them, addresses and steps, made destinations. No call gets an operand
+   that it could overrun. */
 #include "binding.h"
 
 Reach reach_by_formulas(const Memory* m, Context c, const Numbers* region)
@@ -87,7 +87,9 @@ int place_image(Frame* x, int i, int make)
     if (p->optional) return 0;
     if (!make) return missing(f, p);
     if (r.width < 1 || r.height < 1 || r.width > 1e9 || r.height > 1e9) {
-      PyErr_Format(PyExc_ValueError, "%s: no size for %s", f->name, p->name);
+      const Py_ssize_t w = (Py_ssize_t)r.width, h = (Py_ssize_t)r.height;
+      PyErr_Format(PyExc_ValueError, "%s: %s would have %zd x %zd pixels%s", f->name, p->name, w, h,
+                   r.width < 1 || r.height < 1 ? ": no pixel is left for it" : "");
       return -1;
     }
     PyObject* image = new_image(m, (Py_ssize_t)(r.width + r.left + r.right), (Py_ssize_t)(r.height + r.top + r.bottom));
@@ -127,98 +129,5 @@ int place_image(Frame* x, int i, int make)
     PyErr_Format(PyExc_ValueError, "%s: the rows of %s must adjoin", f->name, p->name);
     return -1;
   }
-  return 0;
-}
-
-/* An array of numbers that is read: a buffer of its type whose items adjoin, or a sequence. */
-static int place_input(Frame* x, int i, int plane, PyObject* object, Py_ssize_t total)
-{
-  const Function* f = x->f;
-  const Parameter* p = &f->parameters[i];
-  const Memory* m = p->memory;
-  const int size = element_bytes[m->element];
-  if (PyTuple_Check(object) || PyList_Check(object) || is_number(object) || Py_TYPE(object) == &PyRange_Type) {
-    char* block = new_block(x->call, (size_t)total * size, 16);
-    if (!block) return -1;
-    memset(block, 0, (size_t)total * size);
-    const Py_ssize_t have = flatten(object, m, block, 0, total);
-    if (have < 0) return in_argument(f, p);
-    if (have != total)
-      return PyErr_Format(PyExc_ValueError, "%s: %s must hold %zd numbers", f->name, p->name, total), -1;
-    x->pointers[i][plane] = block;
-    return 0;
-  }
-  View* v = view_of(x->call, object, m->is_written);
-  if (!v) return in_argument(f, p);
-  if (v->is_foreign || v->element != m->element || (v->is_complex && m->count != 2))
-    return PyErr_Format(PyExc_TypeError, "%s: %s must hold %s; nothing is cast silently", f->name, p->name,
-                        element_names[m->element]),
-           -1;
-  if (!PyBuffer_IsContiguous(&v->view, 'C'))
-    return PyErr_Format(PyExc_ValueError, "%s: the numbers of %s must adjoin", f->name, p->name), -1;
-  if (v->view.len < total * size)
-    return PyErr_Format(PyExc_ValueError, "%s: %s must hold %zd numbers", f->name, p->name, total), -1;
-  x->pointers[i][plane] = v->view.buf;
-  return 0;
-}
-
-Py_ssize_t numbers_in(const Frame* x, const Memory* m, int plane)
-{
-  const Reach r = reach_of(m, context_of(x, plane), x->region);
-  const double total = (r.width + r.left + r.right) * (r.height < 1 ? 1 : r.height + r.top + r.bottom) * m->count;
-  return total < 0 || total > 1e10 ? 0 : (Py_ssize_t)total;
-}
-
-int place_array(Frame* x, int i)
-{
-  const Parameter* p = &x->f->parameters[i];
-  const Memory* m = p->memory;
-  if (m->element == Ppointer)
-    return PyErr_Format(PyExc_NotImplementedError, "%s: arrays of row pointers are not for Python", x->f->name), -1;
-  if (!is_given(x, i) && p->optional) return 0;
-  if (!is_given(x, i) && p->role == IN) return missing(x->f, p);
-  const int n = m->planes ? m->planes : 1;
-  if (m->planes && is_given(x, i) && (!PySequence_Check(x->given[i]) || PySequence_Size(x->given[i]) != n))
-    return PyErr_Format(PyExc_TypeError, "%s: %s must be a sequence of %d arrays", x->f->name, p->name, n), -1;
-  PyObject* made = NULL;
-  if (!is_given(x, i) && m->planes && !(made = x->call->results[i] = PyList_New(n))) return -1;
-  for (int k = 0; k < n; k++) {
-    const Py_ssize_t total = numbers_in(x, m, k);
-    PyObject* object = x->given[i];
-    if (is_given(x, i) && p->role == OUT && m->is_read && is_number(object)) { /* a seed */
-      double number;
-      if (number_of(object, m->element, &number)) return in_argument(x->f, p);
-      if (!(x->pointers[i][k] = new_block(x->call, (size_t)total * element_bytes[m->element], 16))) return -1;
-      for (Py_ssize_t j = 0; j < total; j++)
-        store((char*)x->pointers[i][k] + j * element_bytes[m->element], m->element, number);
-      continue;
-    }
-    if (is_given(x, i)) {
-      PyObject* own = m->planes ? PySequence_GetItem(object, k) : Py_NewRef(object);
-      if (!own) return -1;
-      const int bad = place_input(x, i, k, own, total);
-      Py_DECREF(own); /* its sequence keeps it */
-      if (bad) return -1;
-      continue;
-    }
-    if (m->is_read) return missing(x->f, p);
-    if (total == 1 && !m->planes) { /* a number to return */
-      if (!(x->pointers[i][k] = new_block(x->call, 16, 16))) return -1;
-      memset(x->pointers[i][k], 0, 16);
-      continue;
-    }
-    const int is_complex = m->count == 2 && (m->element == E32f || m->element == E64f);
-    Py_ssize_t shape[2] = {m->dimensions[0], m->dimensions[1]};
-    const int dims = m->dimensions[1] ? 2 : 1;
-    if (dims == 1) shape[0] = is_complex ? total / 2 : total;
-    PyObject* array = new_array(m->element, is_complex, dims, shape, 1);
-    if (!array) return -1;
-    View* v = view_of(x->call, array, 1);
-    if (v) x->pointers[i][k] = v->view.buf;
-    if (made) PyList_SetItem(made, k, array);
-    else x->call->results[i] = array;
-    if (!v) return -1;
-  }
-  x->slots[i].p = m->planes ? (void*)x->pointers[i] : x->pointers[i][0];
   return 0;
 }

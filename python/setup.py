@@ -1,4 +1,4 @@
-"""Builds the binding where scripts/wheel.sh has put this file: beside the sources of the library and its catalogue.
+"""Builds the binding where scripts/wheel.sh has put this file: beside the sources of the library, the generated ones too.
 
 The library is built with CMake, or taken from the folder that ZORI_LIBRARY names. The wheel holds the extension (stable
 ABI), the library with its copy for 32-byte vectors, and the type stubs.
@@ -8,7 +8,6 @@ import pathlib
 import re
 import shutil
 import subprocess
-import sys
 
 from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
@@ -36,17 +35,15 @@ class Build(build_ext):
     def run(self):
         work = pathlib.Path(self.build_temp).absolute()
         found = library(work / "library")
-        work.mkdir(parents=True, exist_ok=True)
-        subprocess.check_call([sys.executable, ROOT / "tools/python_binding.py", work])
         target = pathlib.Path(self.build_lib)
         for path in [found / SONAME, *found.glob(f"glibc-hwcaps/*/{SONAME}")]:
             copy = target / "zori.libs" / path.relative_to(found)
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(path, copy)
         (target / "zori-stubs").mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(work / "zori.pyi", target / "zori-stubs/__init__.pyi")
+        shutil.copyfile(ROOT / "python/zori.pyi", target / "zori-stubs/__init__.pyi")
         for extension in self.extensions:
-            extension.include_dirs = [str(work), str(ROOT / "include")]
+            extension.include_dirs = [str(ROOT / "include")]
             extension.extra_link_args += [str(target.absolute() / "zori.libs" / SONAME), "-Wl,-rpath,$ORIGIN/zori.libs"]
         super().run()
 
@@ -56,8 +53,8 @@ setup(
     packages=[],
     py_modules=[],
     ext_modules=[Extension("zori", [str(p.relative_to(ROOT)) for p in sorted((ROOT / "python").glob("*.c"))],
-                           depends=["python/binding.h", "python/table.h"], py_limited_api=True, libraries=["m"],
-                           extra_compile_args="-std=gnu99 -O2 -g0 -fno-plt -fvisibility=hidden -fopenmp".split(),
+                           depends=["python/binding.h", "python/table.h", "python/zori_table.h"], py_limited_api=True, libraries=["m"],
+                           extra_compile_args="-std=gnu99 -g0 -fno-plt -fvisibility=hidden -fopenmp".split(),
                            extra_link_args=["-fopenmp"])],
     cmdclass={"build_ext": Build},
     options={"bdist_wheel": {"py_limited_api": "cp311"}},

@@ -36,6 +36,7 @@ typedef struct {
   int count, channels, planes; /* numbers in an element, elements in a pixel, planes (0: interleaved) */
   int is_read, is_written, is_mask;
   int one_channel, keeps_alpha;
+  int is_partly; /* pixels of it may stay as they were */
   int is_plain, has_margin; /* covers the region; reads beyond it */
   int margin_arguments;     /* a bit an argument that the margin follows from */
   int step, bits;           /* arguments */
@@ -50,17 +51,25 @@ typedef struct { /* a query of a size */
   const Passing* passing;
   int passings, output;
 } Link;
+typedef enum { LENGTH, LENGTHS, SIDES, SQUARE, BITS, ROWS, ROW_LENGTH } Telling;
+typedef struct { /* an array whose shape tells an argument: LENGTHS: one number a plane; BITS: a power of two, times */
+  int array;
+  Telling telling;
+  int times;
+} Count;
 typedef struct {
   const char* name;
   Role role;
   char letter;
-  char optional, is_scale, is_region;
+  char optional, is_zero, is_region; /* zero: unless told */
   const Memory* memory;
   const Link* size;
   int alignment;
   int image, whole; /* the image that tells a size; the size that a rectangle fills unless told otherwise */
   const double* example;
   const char* record;
+  const Count* counts;
+  int count;
 } Parameter;
 typedef enum { LESS, MORE, ATMOST, ATLEAST } Relation;
 typedef struct {
@@ -82,6 +91,7 @@ typedef struct {
   int count;
   int release;  /* function that releases what this one makes */
   int releases; /* it is one */
+  const Memory* makes; /* image memory that is its result */
   const Blame* blame;
   int blames, document;
   const char* signature;
@@ -123,7 +133,7 @@ extern const char returned[];                                           /* what 
 extern double (*const formulas[])(Context);
 extern const Function functions[];
 extern const Operation operations[];
-extern const char* const documents[];
+extern const char *const documents[], *const titles[];
 extern const Constant constants[];
 extern const StatusText statuses[];
 extern const int function_count, operation_count, constant_count, status_count;

@@ -29,8 +29,47 @@ static PyObject* documentation(PyObject* module, PyObject* name)
   return PyErr_Format(PyExc_KeyError, "%R", name);
 }
 
+/* Whether all words of a text stand in another; both in small letters. */
+static int has_words(const char* where, const char* words)
+{
+  while (*words) {
+    char word[64];
+    size_t n = 0;
+    while (*words == ' ') words++;
+    while (*words && *words != ' ' && n + 1 < sizeof word) word[n++] = *words++;
+    word[n] = 0;
+    if (!strstr(where, word)) return 0;
+    while (*words && *words != ' ') words++;
+  }
+  return 1;
+}
+
+static PyObject* search(PyObject* module, PyObject* words)
+{
+  (void)module;
+  PyObject *small = PyObject_CallMethod(words, "lower", NULL), *found = small ? PyDict_New() : NULL;
+  const char* wanted = found ? PyUnicode_AsUTF8AndSize(small, NULL) : NULL;
+  for (int i = 0; wanted && i < operation_count; i++) {
+    char text[512];
+    const char* title = titles[operations[i].document];
+    snprintf(text, sizeof text, "%s %s", operations[i].name, title);
+    for (char* p = text; *p; p++)
+      if (*p >= 'A' && *p <= 'Z') *p = (char)(*p + ('a' - 'A'));
+    PyObject* value = has_words(text, wanted) ? PyUnicode_FromString(title) : NULL;
+    if (value) PyDict_SetItemString(found, operations[i].name, value);
+    Py_XDECREF(value);
+  }
+  Py_XDECREF(small);
+  if (wanted && !PyErr_Occurred()) return found;
+  Py_XDECREF(found);
+  return NULL;
+}
+
 static PyMethodDef module_methods[] = {
   {"documentation", documentation, METH_O, "documentation(name): what a function or an operation does, as text."},
+  {"search", search, METH_O,
+   "search(words) -> {operation: title}\n\n"
+   "The operations whose names and titles have all of the words, or parts of words: search('threshold')."},
   {"margins", (PyCFunction)(void (*)(void))margins, METH_FASTCALL | METH_KEYWORDS,
    "margins(name, **arguments) -> (left, top, right, bottom)\n\n"
    "How many pixels a function or an operation reads beyond the region of its images, by name and by those of its\n"
@@ -62,43 +101,62 @@ static char* joined(const char* head, const char* body)
   return text; /* as long as the module */
 }
 
-static struct PyModuleDef definition = {
-  PyModuleDef_HEAD_INIT,
-  "zori",
-  "Image-processing primitives on arrays. zori.add(a, b): the operation by type and shape of the arrays;\n"
-  "zori.zoriAdd_8u_C1RSfs(...): the function itself, without steps and work memory, which follow from the arrays.",
-  -1,
-  module_methods,
-  NULL,
-  NULL,
-  NULL,
-  NULL};
-
-PyMODINIT_FUNC PyInit_zori(void)
+static int make_types(void)
 {
-  PyObject* module = PyModule_Create(&definition);
-  PyObject* name = PyUnicode_FromString("zori");
-  methods = calloc((size_t)(function_count + operation_count), sizeof *methods); /* as long as the module */
-  if (!module || !name || !methods) return NULL;
+  static int is_made; /* a module that is imported anew has the types of the first */
+  if (is_made) return 0;
+  methods = calloc((size_t)(function_count + operation_count), sizeof *methods); /* as long as the process */
+  if (!methods) return PyErr_NoMemory(), -1;
+  for (int i = 0; i < operation_count; i++) {
+    methods[function_count + i].ml_doc = joined(operations[i].synopsis, documents[operations[i].document]);
+    if (!methods[function_count + i].ml_doc) return PyErr_NoMemory(), -1;
+  }
   RecordType = (PyTypeObject*)PyType_FromSpec(&record_spec);
+  MemoryType = (PyTypeObject*)PyType_FromSpec(&memory_spec);
   EntryType = (PyTypeObject*)PyType_FromSpec(&entry_spec);
   Error = PyErr_NewExceptionWithDoc("zori.Error", "A call that failed: status, name, argument, function.", NULL, NULL);
   StatusWarning = PyErr_NewExceptionWithDoc("zori.StatusWarning", "A call that met a case which it defines.",
                                             PyExc_UserWarning, NULL);
-  if (!RecordType || !EntryType || !Error || !StatusWarning) return NULL;
-  int bad = PyModule_AddObjectRef(module, "Record", (PyObject*)RecordType) ||
+  if (!RecordType || !MemoryType || !EntryType || !Error || !StatusWarning || learn_numpy()) return -1;
+  pthread_atfork(NULL, NULL, in_child);
+  is_made = 1;
+  return 0;
+}
+
+static int fill_module(PyObject* module)
+{
+  if (PyInterpreterState_GetID(PyInterpreterState_Get()) != 0) {
+    PyErr_SetString(PyExc_ImportError, "zori works in the main interpreter of a process, not in others beside it");
+    return -1;
+  }
+  PyObject* name = PyUnicode_FromString("zori");
+  int bad = !name || make_types() || PyModule_AddObjectRef(module, "Record", (PyObject*)RecordType) ||
+            PyModule_AddObjectRef(module, "Memory", (PyObject*)MemoryType) ||
             PyModule_AddObjectRef(module, "Error", Error) ||
             PyModule_AddObjectRef(module, "StatusWarning", StatusWarning);
   for (int i = 0; i < constant_count && !bad; i++)
     bad = PyModule_AddIntConstant(module, constants[i].name, constants[i].value);
   for (int i = 0; i < function_count && !bad; i++)
     bad = add_entry(module, name, i, functions[i].name, functions[i].signature, call_function);
-  for (int i = 0; i < operation_count && !bad; i++) {
-    const Operation* op = &operations[i];
-    bad = add_entry(module, name, function_count + i, op->name, joined(op->synopsis, documents[op->document]),
+  for (int i = 0; i < operation_count && !bad; i++)
+    bad = add_entry(module, name, function_count + i, operations[i].name, methods[function_count + i].ml_doc,
                     call_operation);
-  }
-  Py_DECREF(name);
-  pthread_atfork(NULL, NULL, in_child);
-  return bad ? NULL : module;
+  Py_XDECREF(name);
+  return bad ? -1 : 0;
 }
+
+static struct PyModuleDef_Slot module_slots[] = {{Py_mod_exec, (void*)fill_module}, {0, NULL}};
+
+static struct PyModuleDef definition = {
+  PyModuleDef_HEAD_INIT,
+  "zori",
+  "Image-processing primitives on arrays. zori.add(a, b): the operation by type and shape of the arrays;\n"
+  "zori.zoriAdd_8u_C1RSfs(...): the function itself, without steps and work memory, which follow from the arrays.",
+  0,
+  module_methods,
+  module_slots,
+  NULL,
+  NULL,
+  NULL};
+
+PyMODINIT_FUNC PyInit_zori(void) { return PyModuleDef_Init(&definition); }

@@ -90,14 +90,17 @@ def read_types(source):
     return found
 
 
+def version():
+    return re.search(r'#define ZORI_VERSION "(.*)"', (ROOT / "include/zori/version.h").read_text())[1]
+
+
 def current(families=None):
-    version = re.search(r'#define ZORI_VERSION "(.*)"', (ROOT / "include/zori/version.h").read_text())[1]
     functions = {}
     for family in families or catalogue.load():
         for f in family.functions if family.built else []:
             words = " ".join(" ".join(prototype(f)).split()).replace("( ", "(").rstrip(";")
             functions[f.name] = re.sub(r" \w+\(", "(", words, count=1)
-    return Interface(version, read_types(TYPES.read_text()), functions)
+    return Interface(version(), read_types(TYPES.read_text()), functions)
 
 
 def read(text):

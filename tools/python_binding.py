@@ -5,6 +5,7 @@
 
 Equal rows are written once. python/table.h tells what the columns mean.
 """
+import functools
 import keyword
 import pathlib
 import re
@@ -27,6 +28,7 @@ DTYPES = {"8u": "uint8", "8s": "int8", "16u": "uint16", "16s": "int16", "32u": "
           "64s": "int64", "32f": "float32", "64f": "float64", "1u": "uint8"}
 
 
+@functools.cache
 def snake(name):
     name = re.sub(r"([A-Z]+)([A-Z][a-z])", r"\1_\2", name)
     name = re.sub(r"([a-z0-9])([A-Z])", r"\1_\2", name).lower()
@@ -53,10 +55,17 @@ def stepped(function):
     return {p.memory.step for p in function.parameters if p.memory and p.memory.step}
 
 
+@functools.cache
 def hidden(function, p):
     """Arguments that a call from Python does not have: they follow from the others, or are made and returned."""
     return (p.name in stepped(function) or p.role == "buffer" or p.role == "record" and bool(p.size)
-            or p.role == "out" and p.memory.element == "pointer")
+            or p.role == "out" and (p.memory.element == "pointer" or makes_memory(function)))
+
+
+@functools.cache
+def makes_memory(function):
+    """Whether the result is image memory."""
+    return function.c_type(function.family.returns).endswith("*") and bool(function.types["D"])
 
 
 def destinations(function):
@@ -74,8 +83,39 @@ def deduced(function, p):
         for q in function.parameters)
 
 
-# They reach in front of the row that they are given, or take an array of row pointers: not to be called safely.
-LEFT_OUT = re.compile(r"zori(ResampleRow_.*|DotProdCol_.*)$")
+@functools.cache
+def tellings(function, p):
+    """(array, how, times): arrays whose shapes tell an argument, those that are read first."""
+    index, one, found = function.parameters.index(p), ("number", 1), []
+    if p.memory and (p.role != "in" or p.memory.element != "32s"):
+        return []
+    for at, q in enumerate(function.parameters):
+        if q.role not in ("in", "out") or q is p:
+            continue
+        e, own = q.memory.extent, ("values", index, 0)
+        if e.width is None or any(side is not None for side in sides(e)):
+            continue
+        width, height, shift = e.width.tree, e.height.tree if e.height else one, ("<<", one, own)
+        how, times = None, 1
+        if q.memory.element == "pointer":
+            how = "ROWS" if height == own else "ROW_LENGTH" if width == own else None
+        elif (width, height) == (own, ("values", index, 1)):
+            how = "SIDES"
+        elif height == one:
+            how = {own: "LENGTH", ("values", index, None): "LENGTHS", ("*", own, own): "SQUARE",
+                   shift: "BITS"}.get(width)
+            if width[0] == "*" and width[2] == shift and width[1][0] == "number":
+                how, times = "BITS", width[1][1]
+            if how == "LENGTHS" and not q.memory.planes:
+                how = "LENGTH"
+        if how and bool(p.memory) == (how == "LENGTHS"):
+            found.append((at, how, times))
+    return sorted(found, key=lambda t: function.parameters[t[0]].role == "out")
+
+
+def counted(function, p):
+    """Counts that follow from arrays that are read."""
+    return any(function.parameters[at].role == "in" for at, _, _ in tellings(function, p))
 
 
 def sides(e):
@@ -84,6 +124,16 @@ def sides(e):
 
 def reads_beyond(e):
     return any(side is not None for side in sides(e))
+
+
+def zero_by_default(p):
+    """Numbers that are 0 unless told: scale factors, hints (ZorHintNone)."""
+    return p.role == "scale" or p.declaration.startswith("ZorHint ")
+
+
+def writes_partly(function):
+    """Whether pixels of a destination may stay as they were: under a mask, or where no source pixel comes to lie."""
+    return any(p.name == "interpolation" or p.memory and p.memory.mask for p in function.parameters)
 
 
 def takes_border(function):
@@ -117,10 +167,11 @@ def high_name(function, p):
         return {"region": "roi", "scale": "scale"}[p.role]
     if [p] == destinations(function):
         return "out"
-    name = re.sub(r"^p(?=[A-Z])", "", p.name)
+    name = re.sub(r"^pp?(?=[A-Z])", "", p.name)
     return snake(name)
 
 
+@functools.cache
 def high_signature(function):
     """(name, index, required, positional) of the arguments under the operation's name."""
     inputs, keywords, out = [], [], []
@@ -132,7 +183,7 @@ def high_signature(function):
             out.append((*entry, False, True))
         elif p.memory and p.memory.mask:
             keywords.insert(0, (*entry, True, False))
-        elif p.role == "scale" or p.optional or deduced(function, p):
+        elif zero_by_default(p) or p.optional or deduced(function, p) or counted(function, p):
             keywords.append((*entry, False, False))
         elif p.role == "region":
             keywords.append((*entry, not destinations(function), False))
@@ -142,8 +193,8 @@ def high_signature(function):
 
 
 def operation(function):
-    name = snake(documentation.name_parts(function.name)[0])
-    return name + "_inplace" if function.in_place else name
+    name = snake(re.sub(r"_32f_L2$", "", documentation.name_parts(function.name)[0]))
+    return name.rstrip("_") + "_inplace" if function.in_place else name
 
 
 def skips_alpha(function):
@@ -194,6 +245,8 @@ class Writer:
             role = "STEP"
         if m and m.element == "pointer" and p.role == "out":
             role = "MADE"
+        if makes_memory(f) and p.role == "out":
+            role = "STEP"
         kind = letter(p)
         memory = "0"
         if m:
@@ -206,6 +259,7 @@ class Writer:
             memory = self.array("Memory", "memory", [
                 f"{{{element}, {m.count}, {m.channels}, {m.planes}, {int('r' in m.access)}, {int('w' in m.access)}, "
                 f"{int(m.mask)}, {int(m.kept == 'other')}, {int(m.kept == 'alpha')}, "
+                f"{int('w' in m.access and writes_partly(f))}, "
                 f"{int(all(x is None for x in (e.width, e.height, *sides(e))))}, {int(reads_beyond(e))}, "
                 f"{margin_arguments(record, p, e)}, "
                 f"{names.index(m.step) if m.step else -1}, {names.index(m.bits) if m.bits else -1}, {{{extent}}}, "
@@ -228,9 +282,11 @@ class Writer:
             numbers = [n for n in f.example.get(p.name, ["0" if p.role == "scale" else "16"])]
             example = self.array("double", "example", [(numbers * 4)[i] for i in range(4)])
         record = text(base_type(p)) if p.role == "record" or role == "MADE" else "0"
-        return (f"{{{text(p.name)}, {role}, '{kind}', {int(p.optional)}, {int(p.role == 'scale')}, "
+        counts = tellings(f, p)
+        told = self.array("Count", "counts", [f"{{{at}, {how}, {times}}}" for at, how, times in counts])
+        return (f"{{{text(p.name)}, {role}, '{kind}', {int(p.optional)}, {int(zero_by_default(p))}, "
                 f"{int(p.role == 'region')}, {memory}, {self.link(p.size)}, {p.alignment}, {from_image}, {whole}, "
-                f"{example}, {record}}}")
+                f"{example}, {record}, {told}, {len(counts)}}}")
 
     def trampoline(self, f):
         result = {"ZorStatus": "i", "void": "v"}.get(f.c_type(f.family.returns), "p")
@@ -276,11 +332,16 @@ class Writer:
             parameters = self.array("Parameter", "parameters", [self.parameter(f, p) for p in f.parameters])
             release = self.index[f.release] if f.release and f.release != f.name else -1
             blame, blamed = self.blame(f)
-            call = "0" if LEFT_OUT.match(f.name) else f"(void (*)(void)){f.name}"
-            rows.append(f"  {{{text(f.name)}, {call}, {self.trampoline(f)}, {parameters}, "
-                        f"{len(f.parameters)}, {release}, {int(f.name in self.releases)}, {blame}, {blamed}, "
+            makes = "0"
+            if makes_memory(f):
+                _, element, count = catalogue.ELEMENTS[f.types["D"]]
+                channels = catalogue.LAYOUTS[f.layouts["D"]][0]
+                makes = self.array("Memory", "memory", [
+                    f"{{.element = E{element}, .count = {count}, .channels = {channels}}}"])
+            rows.append(f"  {{{text(f.name)}, (void (*)(void)){f.name}, {self.trampoline(f)}, {parameters}, "
+                        f"{len(f.parameters)}, {release}, {int(f.name in self.releases)}, {makes}, {blame}, {blamed}, "
                         f"{family_index[id(f.family)]}, {text(python_signature(f))}}},")
-        operations = self.operations()
+        operations = self.operations
         op_rows = []
         for name, signatures in operations.items():
             sig_items = []
@@ -326,14 +387,16 @@ class Writer:
             + ["", "const Function functions[] = {"] + rows + ["};", "",
                "const Operation operations[] = {"] + op_rows + ["};", "",
                "const char* const documents[] = {"] + [f"  {d}," for d in docs] + ["};", "",
+               "const char* const titles[] = {"] + [f"  {text(f.title)}," for f in self.families] + ["};", "",
                "const Constant constants[] = {"] + constants + ["};", "",
                "const StatusText statuses[] = {"] + statuses + ["};", ""])
 
+    @functools.cached_property
     def operations(self):
         """operation -> signature -> functions."""
         found = {}
         for f in self.functions:
-            if f.c_type(f.family.returns) != "ZorStatus" or f.name in self.releases or LEFT_OUT.match(f.name):
+            if f.c_type(f.family.returns) != "ZorStatus" or f.name in self.releases:
                 continue
             names = tuple((n, r, pos) for n, _, r, pos in high_signature(f))
             found.setdefault(operation(f), {}).setdefault(names, []).append(f)
@@ -363,6 +426,12 @@ def annotation(f, p):
         return "Planes" if p.memory.planes else "Image"
     if p.role == "record":
         return "Record"
+    if p.memory and p.memory.element == "pointer":
+        return "Rows"
+    if p.role == "in" and any(side is not None for side in sides(p.memory.extent)):
+        return "Row"
+    if p.declaration.startswith("void*"):
+        return "Memory"
     kind = letter(p)
     if kind == "p" and p.role == "out" and "r" in p.memory.access:  # a seed
         return "Numbers | float" if "f" in p.memory.element else "Numbers | int"
@@ -380,6 +449,14 @@ def common(kinds):
     return " | ".join(kinds)
 
 
+def mixed(results):
+    """The type of what several functions return: a union where it is of numbers, else told in words."""
+    kinds = list(dict.fromkeys(k.removeprefix("Any  # ") for r in results for k in r.split(" or ")))
+    if set(kinds) <= {"int", "float"}:
+        return common(kinds)
+    return kinds[0] if len(kinds) == 1 else "Any  # " + " or ".join(kinds)
+
+
 def results(f):
     """Arguments that a call makes and returns."""
     return [p for p in f.parameters if p.role == "out" and p.memory.access == "w" or p.role == "record" and p.size]
@@ -388,14 +465,17 @@ def results(f):
 def returned(f):
     """Type of what a call under the C name returns."""
     outs = [p for p in f.parameters if p.role == "out" or p.role == "record" and p.size]
+    if makes_memory(f):
+        return "Memory"
     if f.c_type(f.family.returns) not in ("ZorStatus", "void"):
-        return "Any"
+        return "dict[str, int | str]"
     kinds = []
     for p in outs:
         single = p.role == "out" and p.memory.element != "pointer" and not p.memory.planes and not \
             re.search(r"\[", p.declaration) and p.memory.extent.constant_one
         kinds.append("Record" if p.role == "record" or p.memory.element == "pointer" else
-                     ("float" if "f" in p.memory.element else "int") if single else "Any")
+                     ("float" if "f" in p.memory.element else "int") if single else
+                     "Any" if "r" in p.memory.access else "list[Array]" if p.memory.planes else "Array")
     return "None" if not kinds else kinds[0] if len(kinds) == 1 else f"tuple[{', '.join(kinds)}]"
 
 
@@ -409,7 +489,7 @@ def visible(f):
 
 
 def optional_under_c_name(f, p):
-    return p.optional or deduced(f, p) or p.role == "out" and p.memory.access == "w"
+    return zero_by_default(p) or p.optional or deduced(f, p) or tellings(f, p) or p.role == "out" and p.memory.access == "w"
 
 
 def python_signature(f):
@@ -428,7 +508,7 @@ def high_words(f, names):
         if not positional and not star:
             words.append("*")
             star = True
-        words.append(n + ("" if required else "=0" if n == "scale" else "=None"))
+        words.append(n + ("" if required else "=0" if n in ("scale", "hint") else "=None"))
     return ", ".join(words)
 
 
@@ -439,7 +519,7 @@ def operation_doc(name, signatures):
         extra = ["border=None"] * any(map(takes_border, members)) + ["dtype=None"] * several + \
                 ["skip_alpha=False"] * any(map(skips_alpha, members))
         star = ["*"] * bool(extra and all(positional for _, _, positional in names))
-        made = [high_name(members[0], p).removeprefix("pp_") for p in destinations(members[0]) + results(members[0])]
+        made = [high_name(members[0], p) for p in destinations(members[0]) + results(members[0])]
         arrow = " -> " * bool(made) + ", ".join(made)
         lines.append(f"{name}({', '.join(words + star + extra)}){arrow}")
     return "\n".join(dict.fromkeys(lines))
@@ -453,19 +533,30 @@ def covers(words, fewer):
 def stubs(writer):
     lines = [f"# {MARK}", "from collections.abc import Callable, Sequence", "from typing import Any, Literal, overload",
              "", "from numpy import ndarray", "", "Array = ndarray[Any, Any]",
+             "", "class Memory:", "    shape: tuple[int, ...]", "    strides: tuple[int, ...]",
+             "    def release(self) -> None: ...", "    def __enter__(self) -> Memory: ...",
+             "    def __exit__(self, *exc: object) -> None: ...", "",
              "# (h, w) or (h, w, channels); with (array, x, y) the place of the region's first pixel in it",
-             "Image = Array | memoryview | tuple[Array | memoryview, int, int]",
+             "Image = Array | memoryview | Memory | tuple[Array | memoryview | Memory, int, int]",
              "Planes = list[Array] | tuple[Array, ...]",
              "Numbers = Sequence[Any] | range | Array  # nested where they are rows; arrays of the element type",
+             "Rows = Sequence[Array] | Array | tuple[Array, int, int]  # of one length; with (array, x, y) a part of it",
+             "Row = Array | tuple[Array, int]  # begins with what is read in front of it, or (array, place of its first)",
              "Border = Literal['edge', 'nearest', 'reflect', 'mirror', 'symmetric', 'wrap', 'grid-wrap', 'constant'] | "
              "float | Sequence[float]", "", "class Error(Exception):", "    status: int", "    name: str",
              "    argument: str | None", "    function: str", "", "class StatusWarning(UserWarning): ...", "",
              "class Record:", "    kind: str", "    def release(self) -> None: ...",
              "    def __enter__(self) -> Record: ...", "    def __exit__(self, *exc: object) -> None: ...", ""]
     lines += ["def documentation(name: str) -> str: ...",
-              "def margins(name: str | Callable[..., Any], **arguments: Any) -> tuple[int, int, int, int]: ...", ""]
+              "def margins(name: str | Callable[..., Any], **arguments: Any) -> tuple[int, int, int, int]: ...",
+              "def search(words: str) -> dict[str, str]: ...  # operations by words of their names and titles", ""]
     lines += [f"{name}: int" for name in facts.ENUMERATORS] + [""]
-    for name, signatures in writer.operations().items():
+    title = None
+    for name, signatures in writer.operations.items():
+        family = next(iter(signatures.values()))[0].family
+        if family.title != title:
+            lines += ["", f"# {family.title} ({family.subsystem})"]
+        title = family.title
         overloads, several = [], several_types([f for members in signatures.values() for f in members])
         for names, members in signatures.items():
             by_planes = {}
@@ -481,14 +572,14 @@ def stubs(writer):
                         star = True
                     kind = common(annotation(m, m.parameters[at[number]]) for m, at in zip(alike, places))
                     required = required or n == "out" and len(set(planes)) > 1  # the layout of what is made is open
-                    words.append(f"{n}: {kind}" if required else f"{n}: int = 0" if n == "scale"
+                    words.append(f"{n}: {kind}" if required else f"{n}: int = 0" if n in ("scale", "hint")
                                  else f"{n}: {kind} | None = None")
                 extra = ["border: Border | None = None"] * any(map(takes_border, members)) + \
                         ["dtype: Any = None"] * several + \
                         ["skip_alpha: bool = False"] * any(map(skips_alpha, members))
                 words += ["*"] * bool(extra and not star) + extra
                 outs, told = destinations(f), {returned(m) for m in alike}
-                result = "Any"
+                result = "Any" if len(told) == 1 or outs else mixed(told)
                 if len(outs) == 1 and told == {"None"}:
                     result = "list[Array]" if outs[0].memory.planes else "Array"
                 elif not outs and len(told) == 1:
@@ -499,10 +590,11 @@ def stubs(writer):
             more = next((k for k in kept if covers(k[0], words) or covers(words, k[0])), None)
             if more:
                 both = more[1], result
-                more[:] = max(more[0], words, key=len), "Any" if "Any" in both else common(both)
+                more[:] = max(more[0], words, key=len), mixed(both)
             else:
                 kept.append([words, result])
-        overloads = [f"def {name}({', '.join(words)}) -> {result}: ..." for words, result in kept]
+        overloads = [f"def {name}({', '.join(words)}) -> {result.replace('  # ', ': ...  # ', 1)}" +
+                     ": ..." * ("  # " not in result) for words, result in kept]
         for o in overloads:
             lines += (["@overload"] if len(overloads) > 1 else []) + [o]
     lines.append("")

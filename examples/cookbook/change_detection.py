@@ -16,7 +16,7 @@ mask = np.zeros_like(before)
 mask[1:-1, 1:-1] = zori.filter_median(difference, (3, 3), (1, 1))
 mask = zori.compare_c(mask, 40, zori.ZorCmpGreater)
 
-with zori.zoriMomentInitAlloc_64s(zori.ZorHintNone) as state:
+with zori.zoriMomentInitAlloc_64s() as state:
     zori.moments64s(mask, state)
     area, sum_x, sum_y = (zori.zoriGetSpatialMoment_64s(state, m, n, 0, (0, 0), scaleFactor=0)
                           for m, n in ((0, 0), (1, 0), (0, 1)))

@@ -8,7 +8,7 @@ count, levels = zori.histogram_even(p, 257, 0, 256)
 below = np.cumsum(count)
 values = [*(255 * below / p.size + 0.5).astype(np.int32), 255]
 assert below[-1] == p.size and levels[0] == 0 and levels[256] == 256
-out = zori.lut(p, values, levels, 257)
+out = zori.lut(p, values, levels)
 
 assert zori.min_max(out)[1] == 255
 picture.saved(out, "equalisation")

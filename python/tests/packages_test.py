@@ -1,4 +1,9 @@
-"""The source distribution and the wheel, installed without a network in fresh environments and used; the type stubs."""
+"""The source distribution and the wheel, installed without a network in fresh environments and used; the type stubs.
+
+ZORI_PACKAGES names the folder that the classes share; each test takes what those in front of it have made there:
+Source.test_made, Wheel.test_made, Wheel.test_installed...
+"""
+import atexit
 import os
 import pathlib
 import shutil
@@ -47,35 +52,73 @@ def run(*words, **environment):
     return done.returncode, done.stdout
 
 
+FOLDER = pathlib.Path(os.environ.get("ZORI_PACKAGES") or tempfile.mkdtemp())
+if "ZORI_PACKAGES" not in os.environ:
+    atexit.register(shutil.rmtree, FOLDER, ignore_errors=True)
+
+
 class Packages(unittest.TestCase):
 
-    def test_packages(self):
-        with tempfile.TemporaryDirectory() as folder:
-            folder = pathlib.Path(folder)
-            made, said = run("bash", ROOT / "scripts/wheel.sh", folder)
-            self.assertEqual(made, 0, said)
-            wheel, = folder.glob("zori-*-cp311-abi3-*.whl")
-            source, = folder.glob("zori-*.tar.gz")
-            for package in (wheel, source):
-                with self.subTest(package.name):
-                    python = folder / package.suffix[1:] / "bin/python"
-                    made, said = run(sys.executable, "-m", "venv", "--system-site-packages", python.parents[1])
-                    self.assertEqual(made, 0, said)
-                    made, said = run(python, "-m", "pip", "install", "--no-index", "--no-build-isolation", package,
-                                     PIP_DISABLE_PIP_VERSION_CHECK="1", PIP_CACHE_DIR=folder / "cache")
-                    self.assertEqual(made, 0, said)
-                    made, said = run(python, "-c", PROGRAM)
-                    self.assertEqual(made, 0, said)
-                    self.assertIn(str(python.parents[1]), said)
-            with self.subTest("stubs"):
-                self.check_stubs(folder, folder / "whl/bin/python")
+    def run_well(self, *words, **environment):
+        status, said = run(*words, **environment)
+        self.assertEqual(status, 0, said)
+        return said
 
-    def check_stubs(self, folder, python):
-        stubs, = (folder / "whl").glob("lib/python*/site-packages/zori-stubs/__init__.pyi")
+    def make(self, what):
+        FOLDER.mkdir(parents=True, exist_ok=True)
+        self.run_well("bash", ROOT / "scripts/wheel.sh", FOLDER, what)
+
+    def pip(self, place, *words, **environment):
+        """By the pip of the system where it has one, else by that of the environment in `place`."""
+        has_pip = run(sys.executable, "-m", "pip", "--version")[0] == 0
+        if not place.exists():
+            self.run_well(sys.executable, "-m", "venv", "--system-site-packages", *["--without-pip"] * has_pip, place)
+        python = place / "bin/python"
+        pip = [sys.executable, "-m", "pip", "--python", python] if has_pip else [python, "-m", "pip"]
+        self.run_well(*pip, *words, PIP_DISABLE_PIP_VERSION_CHECK="1", PIP_CACHE_DIR=FOLDER / "cache", **environment)
+
+    def install(self, package, place):
+        """In a fresh environment, with nothing else but what the system has."""
+        shutil.rmtree(place, ignore_errors=True)
+        self.pip(place, "install", "--no-index", "--no-compile", package)
+        self.assertIn(str(place), self.run_well(place / "bin/python", "-c", PROGRAM))
+
+
+class Source(Packages):
+
+    def test_made(self):
+        shutil.rmtree(FOLDER, ignore_errors=True)
+        self.make("sdist")
+
+    def test_then_built(self):
+        package, = FOLDER.glob("zori-*.tar.gz")
+        self.pip(FOLDER / "built/environment", "wheel", "--no-index", "--no-deps", "--no-build-isolation",
+                 "-w", FOLDER / "built", package, CFLAGS="-O0")
+
+    def test_then_installed(self):
+        self.install(*(FOLDER / "built").glob("zori-*.whl"), FOLDER / "from-source")
+
+
+class Wheel(Packages):
+
+    def test_made(self):
+        self.make("wheel")
+
+    def test_then_installed(self):
+        self.install(*FOLDER.glob("zori-*-cp311-abi3-*.whl"), FOLDER / "from-wheel")
+
+
+class WheelStubs(Packages):
+
+    def test_stubs(self):
+        stubs, = (FOLDER / "from-wheel").glob("lib/python*/site-packages/zori-stubs/__init__.pyi")
+        folder = FOLDER / "stubs"
+        shutil.rmtree(folder, ignore_errors=True)
+        folder.mkdir()
         shutil.copy(stubs, folder / "zori.pyi")
-        found, said = run("/usr/bin/mypy", "--strict", "--cache-dir", folder / "mypy", folder / "zori.pyi")
-        self.assertEqual(found, 0, said)
+        self.run_well("/usr/bin/mypy", "--strict", "--cache-dir", folder / "mypy", folder / "zori.pyi")
         (folder / "zori.pyi").unlink()
+        python = FOLDER / "from-wheel/bin/python"
         lines = TYPED.splitlines()
         (folder / "program.py").write_text("\n".join(lines + list(WRONG)))
         _, said = run("/usr/bin/mypy", "--strict", "--python-executable", python, "--cache-dir", folder / "mypy",
