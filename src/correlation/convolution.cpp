@@ -39,21 +39,22 @@ template <class T, Layout L> struct Convolution {
   {
     const int w = small.size.width, h = small.size.height;
     BlockPlan plan;
-    const int spread = spreadOf(small.area());
-    const auto taps = plan.template add<float>(small.area() * spread * processed<L>);
+    TapRows kernel = {nullptr, w, h, TapRows::canBeSpread(w, small.area())};
+    const auto taps = plan.template add<float>(small.area() * kernel.step() * processed<L>);
     Scratch<Zor8u> block(plan.isImpossible() ? -1 : plan.bytes());
     if (!block || width > INT32_MAX || height > INT32_MAX) return ZorErrAlloc;
     float* to = taps.in(block.get());
+    kernel.taps = to;
     for (int c = 0; c < processed<L>; ++c)
       for (int y = h - 1; y >= 0; --y)
-        for (int x = w - 1; x >= 0; --x, to += spread)
-          std::fill_n(to, spread,
+        for (int x = w - 1; x >= 0; --x, to += kernel.step())
+          std::fill_n(to, kernel.step(),
                       static_cast<float>(
                         get<T>(rowAt(small.p, small.step, y) + static_cast<std::ptrdiff_t>(x) * channels<L> + c)));
     const DirectConvolution<T, L> sums{
       {large.p, large.step},    large.size.width, large.size.height, {pDst, dstStep}, static_cast<int>(width),
       static_cast<int>(height), originX,          originY,           factor};
-    return sums.run({taps.in(block.get()), w, h, spread});
+    return sums.run(kernel);
   }
 
   CorrelationJob<T, T> job() const

@@ -1,9 +1,9 @@
 // Convolution by summing products: every result is a sum over the taps of the smaller image, which stand turned by half
 // a turn.
 //
-// Three output rows are worked at a time, in blocks of three vectors: each vector of samples serves three rows, each
-// tap three vectors. Source rows come as floats, channel by channel, with zeros on both sides; rows beyond the image
-// are left out.
+// Two output rows are worked at a time, in blocks of five vectors: each vector of samples serves two rows, each tap
+// five vectors. Source rows come as floats, channel by channel, with zeros on both sides; rows beyond the image are
+// left out.
 #pragma once
 
 #include "frame/layout.h"
@@ -13,70 +13,73 @@
 namespace zori {
 namespace {
 
+constexpr int lanes = Vec<float>::size;
+constexpr int rowsAtOnce = 2, vectorsAtOnce = 5;
+constexpr int lastVectors = 3; // of a block where so many are left
+constexpr int wideRow = 32;    // taps from which on the rows of taps are summed apart
+
 struct TapRows {
   const float* taps; // h rows of w, channel by channel
   int w, h;
-  int spread; // floats that a tap takes: 1, or all lanes of a vector
+  bool areSpread; // few taps stand once for each lane, which saves the spreading at every use
+
+  static bool canBeSpread(int w, std::int64_t taps) { return w < wideRow && taps <= 1024; }
+  int step() const { return areSpread ? lanes : 1; } // floats from one to the next
 };
-// Few taps stand once for each lane, which saves the spreading at every use.
-inline int spreadOf(std::int64_t taps) { return taps <= 1024 ? Vec<float>::size : 1; }
 
-constexpr int rowsAtOnce = 3, vectorsAtOnce = 3;
-constexpr int blockColumns = vectorsAtOnce * Vec<float>::size;
-constexpr int wideRow = 32; // taps from which on the rows of taps are summed apart
-
-// Sums of a block for `Rows` output rows, the first of which begins at source row `first` of the window, a row of the
-// image for 0 <= k < rows. to: Rows rows, `pitch` apart.
-template <int Rows, bool isSpread>
+// Sums of a block of V vectors for R output rows, the first of which begins at source row `first` of the window, a row
+// of the image for 0 <= k < rows. to: R rows, `pitch` apart.
+template <int R, int V, bool areSpread, bool isWide>
 [[gnu::noinline]] void sumBlock(const RowWindow<float>& window, std::ptrdiff_t x, int first, int rows,
                                 const TapRows& kernel, float* to, std::ptrdiff_t pitch)
 {
-  constexpr int size = Vec<float>::size;
-  const int w = kernel.w, h = kernel.h;
-  const bool isWide = w >= wideRow;
-  Vec<float> sum[Rows][vectorsAtOnce], total[Rows][vectorsAtOnce];
-  for (int q = 0; q < Rows; ++q)
-    for (int v = 0; v < vectorsAtOnce; ++v) sum[q][v] = total[q][v] = zero<float>();
+  static_assert(R <= 2);
+  constexpr int step = areSpread ? lanes : 1; // of taps
+  const std::ptrdiff_t w = kernel.w;
+  Vec<float> sum[R][V];
+  for (int q = 0; q < R; ++q)
+    for (int v = 0; v < V; ++v) {
+      sum[q][v] = zero<float>();
+      if (isWide) store(to + q * pitch + v * lanes, sum[q][v]);
+    }
 
   // row k of the source for output rows From .. To
   const auto addRow = [&](int k, auto from, auto end) {
     constexpr int From = decltype(from)::value, To = decltype(end)::value;
-    if (k < 0 || k >= rows) return;
     const float* p = window[k] + x;
-    const float* t[Rows];
-    for (int q = From; q <= To; ++q)
-      t[q] = kernel.taps + static_cast<std::ptrdiff_t>(k - first - q) * w * (isSpread ? size : 1);
-    for (int i = 0; i < w; ++i, ++p) {
-      const Vec<float> a = load<float>(p), b = load<float>(p + size), c = load<float>(p + 2 * size);
-#pragma GCC unroll 3
+    const float* const t = kernel.taps + (k - first - To) * w * step; // of To; those of From are a row further
+    for (std::ptrdiff_t i = 0; i < w * step; i += step, ++p) {
+      Vec<float> tap[R];
+#pragma GCC unroll 2
       for (int q = From; q <= To; ++q) {
-        const Vec<float> tap = isSpread ? load<float>(t[q] + i * size) : splat(t[q][i]);
-        sum[q][0] += tap * a;
-        sum[q][1] += tap * b;
-        sum[q][2] += tap * c;
+        const float* const at = t + (To - q) * w * step + i;
+        tap[q] = areSpread ? load<float>(at) : splat(*at);
+      }
+#pragma GCC unroll 8
+      for (int v = 0; v < V; ++v) {
+        const Vec<float> samples = loadedOnce(load<float>(p + v * lanes));
+#pragma GCC unroll 2
+        for (int q = From; q <= To; ++q) sum[q][v] += tap[q] * samples;
       }
     }
-    if (isWide)
+    if constexpr (isWide)
       for (int q = From; q <= To; ++q)
-        for (int v = 0; v < vectorsAtOnce; ++v) {
-          total[q][v] += sum[q][v];
+        for (int v = 0; v < V; ++v) {
+          float* const total = to + q * pitch + v * lanes;
+          store(total, load<float>(total) + sum[q][v]);
           sum[q][v] = zero<float>();
         }
   };
-  constexpr std::integral_constant<int, 0> r0;
-  if constexpr (Rows == 1) {
-    for (int k = first; k < first + h; ++k) addRow(k, r0, r0);
-  } else { // h is at least 3
-    constexpr std::integral_constant<int, 1> r1;
-    constexpr std::integral_constant<int, 2> r2;
-    addRow(first, r0, r0);
-    addRow(first + 1, r0, r1);
-    for (int k = first + 2; k < first + h; ++k) addRow(k, r0, r2);
-    addRow(first + h, r1, r2);
-    addRow(first + h + 1, r2, r2);
-  }
-  for (int q = 0; q < Rows; ++q)
-    for (int v = 0; v < vectorsAtOnce; ++v) store(to + q * pitch + v * size, isWide ? total[q][v] : sum[q][v]);
+  constexpr std::integral_constant<int, 0> upper;
+  constexpr std::integral_constant<int, R - 1> lower;
+  const int h = kernel.h, end = std::min(first + h + R - 1, rows);
+  int k = std::max(first, 0);
+  if (R == 2 && k == first) addRow(k++, upper, upper);
+  for (const int both = std::min(first + h, end); k < both; ++k) addRow(k, upper, lower);
+  if (R == 2 && k < end) addRow(k, lower, lower);
+  if constexpr (!isWide)
+    for (int q = 0; q < R; ++q)
+      for (int v = 0; v < V; ++v) store(to + q * pitch + v * lanes, sum[q][v]);
 }
 
 // Result (0, 0) is the sum over the taps from source sample (originX, originY) on.
@@ -90,8 +93,8 @@ template <class T, Layout L> struct DirectConvolution {
 
   ZorStatus run(const TapRows& kernel) const
   {
-    const std::int64_t columns = (std::int64_t{resultWidth} + blockColumns - 1) / blockColumns * blockColumns;
-    const std::int64_t pitch = columns + kernel.w - 1; // of a channel
+    const std::int64_t vectors = (std::int64_t{resultWidth} + lanes - 1) / lanes + lastVectors - 1;
+    const std::int64_t pitch = vectors * lanes + kernel.w - 1; // of a channel; the last block may hold one of results
     if (pitch > PTRDIFF_MAX / 16) return ZorErrAlloc;
     const DirectConvolution job = *this;
     const auto needed = [=](int unit) {
@@ -115,6 +118,7 @@ template <class T, Layout L> struct DirectConvolution {
 
 private:
   static constexpr int picosecondsPerTap = 60;
+  static constexpr bool isPlain = std::is_same_v<T, float> && channels<L> == 1;
 
   void makeRow(int y, float* to, std::ptrdiff_t pitch) const
   {
@@ -123,35 +127,38 @@ private:
     for (int c = 0; c < processed<L>; ++c, to += pitch) {
       std::fill(to, to + before, 0.0f);
       float* const samples = to + before;
-      for (std::ptrdiff_t x = 0; x < width; ++x) samples[x] = static_cast<float>(get<T>(from + x * channels<L> + c));
+      if constexpr (isPlain) std::memcpy(samples, from, static_cast<std::size_t>(width) * sizeof(float));
+      else
+        for (std::ptrdiff_t x = 0; x < width; ++x) samples[x] = static_cast<float>(get<T>(from + x * channels<L> + c));
       std::fill(samples + width, to + pitch, 0.0f);
     }
   }
 
-  void finishUnit(int unit, const RowWindow<float>& window, RowRange range, const TapRows& kernel,
-                  std::ptrdiff_t pitch) const
+  void finishUnit(int unit, const RowWindow<float>& window, RowRange range, TapRows kernel, std::ptrdiff_t pitch) const
   {
-    constexpr int chunk = 8 * blockColumns;
+    constexpr int chunk = 8 * vectorsAtOnce * lanes;
     float sums[rowsAtOnce][chunk];
     T spare[chunk];
     const std::ptrdiff_t y = static_cast<std::ptrdiff_t>(unit) * rowsAtOnce;
     const int count = static_cast<int>(std::min<std::ptrdiff_t>(rowsAtOnce, resultHeight - y));
-    const int first = static_cast<int>(y + originY - range.first), rows = range.end - range.first;
-    TapRows taps = kernel;
-    for (int c = 0; c < processed<L>;
-         ++c, taps.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.spread)
+    const int first = static_cast<int>(y + originY - range.first), end = range.end - range.first;
+    for (int c = 0; c < processed<L>; ++c) {
       for (std::ptrdiff_t x = 0; x < resultWidth; x += chunk) {
         const int n = static_cast<int>(std::min<std::ptrdiff_t>(chunk, resultWidth - x));
-        for (int b = 0; b < n; b += blockColumns) {
-          const std::ptrdiff_t at = c * pitch + x + b;
-          const auto sum = [&](auto atOnce, int q) {
-            constexpr int n = decltype(atOnce)::value;
-            const auto f = kernel.spread == 1 ? sumBlock<n, false> : sumBlock<n, true>;
-            f(window, at, first + q, rows, taps, sums[q] + b, chunk);
+        for (int b = 0; b < n; b += vectorsAtOnce * lanes) {
+          const auto sum = [&](auto rows, auto vectors) {
+            constexpr int R = decltype(rows)::value, V = decltype(vectors)::value;
+            const auto f = kernel.areSpread     ? sumBlock<R, V, true, false>
+                           : kernel.w < wideRow ? sumBlock<R, V, false, false>
+                                                : sumBlock<R, V, false, true>;
+            f(window, c * pitch + x + b, first, end, kernel, sums[0] + b, chunk);
           };
-          if (count == rowsAtOnce && kernel.h >= rowsAtOnce) sum(std::integral_constant<int, rowsAtOnce>{}, 0);
-          else
-            for (int q = 0; q < count; ++q) sum(std::integral_constant<int, 1>{}, q);
+          const auto sumRows = [&](auto vectors) {
+            if (count == rowsAtOnce) sum(std::integral_constant<int, rowsAtOnce>{}, vectors);
+            else sum(std::integral_constant<int, 1>{}, vectors);
+          };
+          if (n - b <= lastVectors * lanes) sumRows(std::integral_constant<int, lastVectors>{});
+          else sumRows(std::integral_constant<int, vectorsAtOnce>{});
         }
         for (int q = 0; q < count; ++q) {
           if (factor != 1)
@@ -159,6 +166,8 @@ private:
           storeRow(sums[q], result[y + q] + x * channels<L> + c, channels<L>, n, 0, spare);
         }
       }
+      kernel.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.step();
+    }
   }
 };
 

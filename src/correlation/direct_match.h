@@ -208,7 +208,8 @@ public:
     WindowSums<T> windows({src, a_.srcSize.width, a_.srcSize.height, 1, 0, first}, a_.tplSize.width, h, results_, count,
                           WindowSum::Deviation, windows_.in(own), a_.srcSize.width, nullptr, nullptr);
     for (int y = 0; y < count; ++y) {
-      windows.row(y, deviations_.in(own));
+      windows.goTo(y);
+      windows.numbers(deviations_.in(own));
       finishRow(windows, totals_.in(own) + pitch_ * y, deviations_.in(own),
                 rowAt(a_.pDst, a_.dstStep, static_cast<std::ptrdiff_t>(first) + y));
     }

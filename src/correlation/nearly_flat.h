@@ -44,7 +44,7 @@ public:
       bound_(bound)
   {}
 
-  bool areIn(const float* deviations, int windows) const { return next(deviations, 0, windows) < windows; }
+  float bound() const { return bound_; }
 
   // Row y of windows: results[x] becomes the sum of products with the template without its mean wherever a window is
   // nearly flat. samples: the sums of the windows' samples.

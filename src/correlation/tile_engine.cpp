@@ -2,24 +2,15 @@
 #include "tile_engine.h"
 
 #include "frame/parallel.h"
+#include "last_step.h"
 #include "nearly_flat.h"
 #include "result_row.h"
 #include "tile_transform.h"
-#include "window_sums.h"
 
 namespace zori {
 namespace {
 
 constexpr int strip = TileTransform::strip, element = TileTransform::element;
-constexpr int rowsAhead = 4; // of results, at which sums are fetched into the nearest cache
-
-// What the last step needs to know of a template.
-struct TemplateNumbers {
-  float energy;    // |t|^2
-  float divisor;   // of the last step, but for the window's share
-  double sum;      // of the samples
-  bool clearsFlat; // a window of V = 0 is known to be flat, and its C to be 0
-};
 
 // The samples of a template one by one, as doubles.
 template <class T> struct TemplateSamples {
@@ -104,12 +95,18 @@ void takeStrip(const TileView<T>& view, std::int64_t x, int rows, TileNumbers& n
     float* const first = to + static_cast<std::ptrdiff_t>(y) * element;
     takeRows(p, step, count, numbers, first);
   };
-  const bool isThere = view.isThere(x, strip);
-  const int first = isThere ? view.firstRow(rows) : rows, end = isThere ? view.endRow(rows) : rows;
-  const auto takeOne = [&](int y) { take(view.run(x, y, strip, spare), 0, y, 1); };
-  for (int y = 0; y < first; ++y) takeOne(y);
-  if (first < end) take(view.run(x, first, strip, spare), view.image.step, first, end - first);
-  for (int y = end; y < rows; ++y) takeOne(y);
+  const bool isBeside = view.isBeside(x, strip);
+  const int first = isBeside ? rows : view.firstRow(rows), end = isBeside ? rows : view.endRow(rows);
+  const auto takeZeros = [&](int y, int count) {
+    std::fill(spare, spare + strip, T(0));
+    take(spare, 0, y, count);
+  };
+  if (first > 0) takeZeros(0, first);
+  if (first < end && view.isThere(x, strip))
+    take(view.run(x, first, strip, spare), view.image.step, first, end - first);
+  else
+    for (int y = first; y < end; ++y) take(view.run(x, y, strip, spare), 0, y, 1);
+  if (end < rows) takeZeros(end, rows - end);
 }
 
 // The mean of a tile's samples as an integer, of every fourth row.
@@ -128,72 +125,61 @@ template <class T> int meanOf(const TileView<T>& view, int width, int height, T*
   return static_cast<int>(sum / (static_cast<std::int64_t>(width) * (height / apart)));
 }
 
-// The greatest magnitude of a row as bits, which order as magnitudes do; beyond all numbers where one is a NaN or an
-// infinity.
-[[gnu::noinline]] inline std::int32_t greatestBits(const float* p, int n)
-{
-  constexpr int size = Vec<float>::size, parts = 4;
-  constexpr std::int32_t noNumber = 255 << 23;
-  std::int32_t most = 0;
-  int x = 0;
-  if (n >= parts * size) {
-    const Vec<float> sign = splat(-0.0f);
-    Vec<float> greatest[parts], times0[parts]; // the second becomes a NaN
-    for (int k = 0; k < parts; ++k) greatest[k] = times0[k] = zero<float>();
-    for (; x + parts * size <= n; x += parts * size)
-      for (int k = 0; k < parts; ++k) {
-        const Vec<float> v = load<float>(p + x + k * size);
-        greatest[k] = max(without(v, sign), greatest[k]);
-        times0[k] += v * zero<float>();
-      }
-    alignas(32) float lanes[size], products[size];
-    store(lanes, max(max(greatest[0], greatest[1]), max(greatest[2], greatest[3])));
-    store(products, (times0[0] + times0[1]) + (times0[2] + times0[3]));
-    for (int i = 0; i < size; ++i) most = std::max(most, products[i] == 0 ? get<std::int32_t>(lanes + i) : noNumber);
+// The greatest magnitude as bits, which order as magnitudes do; beyond all numbers where there is a NaN or an infinity.
+class GreatestBits {
+public:
+  GreatestBits()
+  {
+    for (int k = 0; k < parts; ++k) greatest_[k] = times0_[k] = zero<float>();
   }
-  for (; x < n; ++x) most = std::max(most, get<std::int32_t>(p + x) & 0x7fffffff);
-  return most;
-}
+  // `rows` rows of n, `step` bytes apart.
+  [[gnu::noinline]] void add(const float* from, int step, int rows, int n)
+  {
+    const UpperHalvesCleared atTheEnd;
+    const Vec<float> sign = splat(-0.0f);
+    Vec<float> greatest[parts], times0[parts];
+    for (int k = 0; k < parts; ++k) greatest[k] = greatest_[k], times0[k] = times0_[k];
+    for (int y = 0; y < rows; ++y) {
+      const float* const p = rowAt(from, step, y);
+      int x = 0;
+      for (; x + parts * size <= n; x += parts * size)
+        for (int k = 0; k < parts; ++k) {
+          const Vec<float> v = load<float>(p + x + k * size);
+          greatest[k] = max(without(v, sign), greatest[k]);
+          times0[k] += v * zero<float>();
+        }
+      for (; x < n; ++x) most_ = std::max(most_, zori::get<std::int32_t>(p + x) & 0x7fffffff);
+    }
+    for (int k = 0; k < parts; ++k) greatest_[k] = greatest[k], times0_[k] = times0[k];
+  }
+  std::int32_t get() const
+  {
+    constexpr std::int32_t noNumber = 255 << 23;
+    alignas(32) float lanes[size], products[size];
+    store(lanes, max(max(greatest_[0], greatest_[1]), max(greatest_[2], greatest_[3])));
+    store(products, (times0_[0] + times0_[1]) + (times0_[2] + times0_[3]));
+    std::int32_t most = most_;
+    for (int i = 0; i < size; ++i)
+      most = std::max(most, products[i] == 0 ? zori::get<std::int32_t>(lanes + i) : noNumber);
+    return most;
+  }
+
+private:
+  static constexpr int size = Vec<float>::size, parts = 4;
+  Vec<float> greatest_[parts], times0_[parts]; // the latter become NaNs
+  std::int32_t most_ = 0;                      // of the ends of rows
+};
 
 // The exponent of the greatest magnitude in a tile: 0 of zeros and tiny ones, 255 of an infinity or a NaN.
 inline int exponentOf(const TileView<float>& view, int width, int height, float* spare)
 {
-  std::int32_t most = 0;
-  for (int y = 0; y < height; ++y) most = std::max(most, greatestBits(view.run(0, y, width, spare), width));
-  return most >> 23;
-}
-
-// ---- The last step: a row of sums of products to results, w the numbers of their windows ----
-
-// c[x] = f(c[x], w[x]); rows are filled up to whole vectors.
-template <class F> void forEachVector(float* c, const float* w, int n, F f)
-{
-  for (int x = 0; x < n; x += Vec<float>::size)
-    storeAligned(c + x, f(loadAligned<float>(c + x), loadAligned<float>(w + x)));
-}
-
-[[gnu::noinline]] void finishRow(LastStep last, float* c, const float* w, int n, float floor, float factor,
-                                 const TemplateNumbers& t)
-{
-  using V = Vec<float>;
-  const V least = splat(floor), divisor = splat(t.divisor), energy = splat(t.energy), by = splat(factor);
-  const auto raised = [=](V v) { return max(least, v); }; // a NaN stays one
-  switch (last) {
-  case LastStep::Plain:
-    if (factor != 1) forEachVector(c, c, n, [=](V sum, V) { return sum * by; });
-    break;
-  case LastStep::Norm: forEachVector(c, w, n, [=](V sum, V q) { return sum / (sqrt(raised(q)) * divisor); }); break;
-  case LastStep::Level:
-    if (t.clearsFlat)
-      forEachVector(c, w, n,
-                    [=](V sum, V v) { return without(sum / sqrt(raised(v) * divisor), equal(v, zero<float>())); });
-    else forEachVector(c, w, n, [=](V sum, V v) { return sum / sqrt(raised(v) * divisor); });
-    break;
-  case LastStep::Distance:
-    forEachVector(c, w, n,
-                  [=](V sum, V q) { return ((sum * splat(-2.0f) + q) + energy) / (sqrt(raised(q)) * divisor); });
-    break;
-  }
+  GreatestBits bits;
+  const int first = view.firstRow(height), end = view.endRow(height);
+  if (view.isThere(0, width) && first < end)
+    bits.add(view.run(0, first, width, spare), view.image.step, end - first, width);
+  else
+    for (int y = first; y < end; ++y) bits.add(view.run(0, y, width, spare), 0, 1, width);
+  return bits.get() >> 23;
 }
 
 // ---- A job ----
@@ -371,30 +357,44 @@ private:
                        place.height, job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy,
                        sums_.in(own), transform_.width(), spare_[0].in(own), spare_[1].in(own));
     float *const results = results_.in(own), *const windows = windows_.in(own);
-    const float unscale = 1 / scale;
     const TurnedTaps taps = {taps_[channel].in(block_), static_cast<int>(job_.tpl.width),
                              static_cast<int>(job_.tpl.height), numbers_[channel].sum};
     const NearlyFlatWindows<T> nearlyFlat(
       view, taps, {flat_[0].in(own), reinterpret_cast<std::int32_t*>(flat_[1].in(own))}, spare_[0].in(own),
       static_cast<float>(static_cast<double>(squares) * nearlyFlatShare));
+    const Finish last = {job_.last, job_.floor, job_.factor, numbers_[channel]};
+    const float bound = mendsNearlyFlat() ? nearlyFlat.bound() : 0;
     for (std::ptrdiff_t y = 0; y < place.height; ++y) {
-      if (hasWindows()) sums.row(y, windows);
-      for (int x = 0; x < place.width; x += strip) {
-        const float* const from = transform_.stripOf(tile_.in(own), x / strip) + y * element + part;
-        prefetch(from + rowsAhead * element);
-        for (int i = 0; i < strip; i += Vec<float>::size)
-          storeAligned(results + x + i, loadAligned<float>(from + i) * splat(unscale));
-      }
-      if constexpr (std::is_integral_v<T>)
-        if (mendsNearlyFlat() && nearlyFlat.areIn(windows, place.width)) {
-          sums.sumsOfSamples(flat_[2].in(own));
-          nearlyFlat.mend(y, windows, flat_[2].in(own), place.width, results);
-        }
-      finishRow(job_.last, results, windows, place.width, job_.floor, job_.factor, numbers_[channel]);
+      const SumsOfProducts products = {transform_.stripOf(tile_.in(own), 0) + y * element + part,
+                                       static_cast<std::ptrdiff_t>(transform_.stripFloats()), 1 / scale};
       D* const to = job_.result.rows[static_cast<std::ptrdiff_t>(place.y) + y] +
                     static_cast<std::ptrdiff_t>(place.x) * job_.channels + channel;
-      storeRow(results, to, job_.channels, place.width, job_.scaleFactor, stored_.in(own));
+      float* row = results;
+      if constexpr (std::is_same_v<D, float>)
+        if (job_.channels == 1) row = to;
+      if (!hasWindows()) {
+        if (job_.factor == 1) last.takeSums(products, place.width, row);
+        else last.scaleSums(products, place.width, row);
+      } else if (finishRow(last, products, sums, y, bound, place.width, windows, row)) {
+        // once more, with sums of products that are exact where it matters
+        last.takeSums(products, place.width, results);
+        sums.numbers(windows);
+        sums.sumsOfSamples(flat_[2].in(own));
+        if constexpr (std::is_integral_v<T>) nearlyFlat.mend(y, windows, flat_[2].in(own), place.width, results);
+        last(SumsOfProducts{results, strip, 1}, ReadyWindows{windows}, 0, place.width, row);
+      }
+      if (row == results) storeRow(results, to, job_.channels, place.width, job_.scaleFactor, stored_.in(own));
     }
+  }
+  static bool finishRow(const Finish& last, const SumsOfProducts& products, WindowSums<T>& sums, std::int64_t y,
+                        float bound, int n, float* windows, float* to)
+  {
+    if constexpr (sizeof(T) == 1)
+      if (sums.byIntegers())
+        return sums.goToWhile(y, [&](const auto& numbers) { return last(products, numbers, bound, n, to); });
+    sums.goTo(y);
+    sums.numbers(windows);
+    return last(products, ReadyWindows{windows}, bound, n, to);
   }
 
   const CorrelationJob<T, D>& job_;

@@ -11,6 +11,29 @@ namespace {
 constexpr int strip = TileTransform::strip, element = TileTransform::element;
 constexpr int vectors = strip / Vec<float>::size;
 
+// Lane k of x[i] is value i of row k, rows `pitch` apart.
+inline void loadTurned(const float* from, std::ptrdiff_t pitch, Vec<float> (&x)[Vec<float>::size])
+{
+#if ZORI_VECTOR_BYTES == 32
+  // halves are brought together as they are loaded, which costs no exchange between them
+  for (int i = 0; i < 8; i += 4) {
+    const auto row = [=](int k) {
+      return joined(load<float, 16>(from + k * pitch + i), load<float, 16>(from + (k + 4) * pitch + i));
+    };
+    const auto a = row(0), b = row(1), c = row(2), d = row(3);
+    const auto lowAb = as<double>(interleaveLowLocal(a, b)), lowCd = as<double>(interleaveLowLocal(c, d));
+    const auto highAb = as<double>(interleaveHighLocal(a, b)), highCd = as<double>(interleaveHighLocal(c, d));
+    x[i] = as<float>(interleaveLowLocal(lowAb, lowCd));
+    x[i + 1] = as<float>(interleaveHighLocal(lowAb, lowCd));
+    x[i + 2] = as<float>(interleaveLowLocal(highAb, highCd));
+    x[i + 3] = as<float>(interleaveHighLocal(highAb, highCd));
+  }
+#else
+  for (int k = 0; k < Vec<float>::size; ++k) x[k] = loadAligned<float>(from + k * pitch);
+  transposeLanes(x);
+#endif
+}
+
 // Squares of 16 elements turned over their diagonal: lane j of element i becomes lane i of element j.
 inline void turnSquare(const float* from, float* to)
 {
@@ -19,8 +42,7 @@ inline void turnSquare(const float* from, float* to)
     for (int i = 0; i < strip; i += size)
       for (int j = 0; j < strip; j += size) {
         Vec<float> x[size];
-        for (int k = 0; k < size; ++k) x[k] = loadAligned<float>(from + (i + k) * element + part + j);
-        transposeLanes(x);
+        loadTurned(from + i * element + part + j, element, x);
         for (int k = 0; k < size; ++k) storeAligned(to + (j + k) * element + part + i, x[k]);
       }
 }

@@ -31,6 +31,8 @@ template <class T> struct TileView {
     x += left;
     return channels == 1 && x >= 0 && x + count <= width;
   }
+  // Whether all of them lie beside the image.
+  bool isBeside(std::int64_t x, int count) const { return x + left + count <= 0 || x + left >= width; }
   // Rows of a tile of so many that lie inside the image: first and end.
   int firstRow(int rows) const { return static_cast<int>(std::clamp<std::int64_t>(-top, 0, rows)); }
   int endRow(int rows) const { return static_cast<int>(std::clamp<std::int64_t>(height - top, firstRow(rows), rows)); }

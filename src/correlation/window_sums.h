@@ -20,20 +20,21 @@ namespace {
 // Which number of a window is wanted: the sum of squares, or the squares of what differs from the window's mean.
 enum class WindowSum { Energy, Deviation };
 
-// Lane k becomes the sum of lanes 0 to k and of `before`, which has the sum of all that stands in front in every lane;
-// then it has the sum of this vector, too.
-inline Vec<std::int32_t> runningSums(Vec<std::int32_t> a, Vec<std::int32_t>& before)
+// Lane k becomes the sum of the lanes in front of it and of `before`, which has the sum of all vectors in front in
+// every lane; then it has the sum of this vector, too.
+inline Vec<std::int32_t> sumsInFront(Vec<std::int32_t> a, Vec<std::int32_t>& before)
 {
+  const Vec<std::int32_t> own = a;
   const auto ones = splat<std::uint64_t>(-1), upper = interleaveLowLocal(zero<std::uint64_t>(), ones);
   a += as<std::int32_t>(shiftLeft<32>(as<std::uint64_t>(a)));
   a += shuffleLocal<1, 1, 1, 1>(a) & as<std::int32_t>(upper);
   const auto ofQuarters = shuffleLocal<3, 3, 3, 3>(a);
 #if ZORI_VECTOR_BYTES == 32
   const auto swapped = shuffleQuarters<1, 0, 3, 2>(ofQuarters);
-  a += (swapped & joined(zero<std::int32_t, 16>(), splat<std::int32_t, 16>(-1))) + before;
+  a += (swapped & joined(zero<std::int32_t, 16>(), splat<std::int32_t, 16>(-1))) + (before - own);
   before += ofQuarters + swapped;
 #else
-  a += before;
+  a += before - own;
   before += ofQuarters;
 #endif
   return a;
@@ -48,6 +49,90 @@ template <class T, class F> inline void forEachWidened(Vec<T, 16> a, F f)
   f(Vec<WiderT<T>>::size, widenHigh(a));
 #endif
 }
+
+// Sums of windows of w columns, from sums of the first columns.
+struct SumsOfWindows {
+  const std::uint32_t* firstColumns;
+  int w;
+  Vec<std::int32_t> operator()(std::ptrdiff_t x) const
+  {
+    return load<std::int32_t>(firstColumns + x + w) - load<std::int32_t>(firstColumns + x);
+  }
+};
+struct EnergiesOfWindows {
+  SumsOfWindows q;
+  Vec<float> operator()(std::ptrdiff_t x) const { return toFloat(q(x)); }
+  void end() const {}
+};
+// (N Q - S S) / N, the first part exact.
+struct DeviationsOfWindows {
+  SumsOfWindows s, q;
+  double area;
+  Vec<float> operator()(std::ptrdiff_t x) const
+  {
+    const Vec<double> areas = splat(area), perArea = splat(1 / area);
+    const auto deviation = [=](Vec<double> s, Vec<double> q) { return (areas * q - s * s) * perArea; };
+    const auto sum = s(x), squares = q(x);
+    return toFloat(deviation(toDoubleLow(sum), toDoubleLow(squares)),
+                   deviation(toDoubleHigh(sum), toDoubleHigh(squares)));
+  }
+  void end() const {}
+};
+
+// Column sums of n columns on their way to the next row of windows: they gain one sample and lose one; to[x] is the sum
+// of the first x columns. It may wrap, differences do not.
+template <class T> struct ColumnSlide {
+  using Sums = Vec<std::int32_t>;
+  const T *in, *out;
+  std::int32_t *s, *q;
+  std::uint32_t *sTo, *qTo;
+  int n;
+  int x = 0; // as many columns are done
+  Sums sBefore = zero<std::int32_t>(), qBefore = zero<std::int32_t>();
+
+  bool hasEight() const { return x + 8 <= n; }
+  void eight()
+  {
+    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
+    forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
+      const auto pairs = as<std::int16_t>(widened);
+      const int at = x + lane / 2;
+      const Sums sNow = loadAligned<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
+      const Sums qNow = loadAligned<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
+      storeAligned(s + at, sNow);
+      storeAligned(q + at, qNow);
+      storeAligned(sTo + at, sumsInFront(sNow, sBefore));
+      storeAligned(qTo + at, sumsInFront(qNow, qBefore));
+    });
+    x += 8;
+  }
+  void rest()
+  {
+    while (hasEight()) eight();
+    sTo[x] = static_cast<std::uint32_t>(firstLane(sBefore)), qTo[x] = static_cast<std::uint32_t>(firstLane(qBefore));
+    for (; x < n; ++x) {
+      const int a = get<T>(in + x), b = get<T>(out + x);
+      s[x] += a - b;
+      q[x] += a * a - b * b;
+      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
+      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
+    }
+  }
+};
+
+// The numbers of a row's windows, asked for one vector after the other, while columns slide to the next row: the sums
+// are formed in the shadow of what is done with the numbers.
+template <class T, class Windows> struct WhileSliding {
+  Windows windows;
+  ColumnSlide<T> columns;
+
+  Vec<float> operator()(std::ptrdiff_t x)
+  {
+    if (x % 8 == 0 && columns.hasEight()) columns.eight();
+    return windows(x);
+  }
+  void end() { columns.rest(); }
+};
 
 template <class T> class WindowSums {
 public:
@@ -66,14 +151,39 @@ public:
     for (int k = 0; k < doubleRows; ++k) row_[k] = memory + k * p;
   }
 
-  // The sums of row y of windows, rows in turn from 0 on. There is room up to a multiple of 16.
-  void row(std::int64_t y, float* sums)
+  // Goes to row y of windows, rows in turn from 0 on.
+  void goTo(std::int64_t y)
   {
     if constexpr (sizeof(T) == 1)
-      if (byIntegers_) return rowByIntegers(y, sums);
-    rowByChains(y, sums);
+      if (byIntegers_) return goToByIntegers(y);
+    goToByChains(y);
   }
-  // Of the row that was last asked for, if deviations are wanted: the sums of the samples themselves.
+  // What is wanted of this row. There is room up to a multiple of 16.
+  void numbers(float* to) const
+  {
+    const auto put = [=](const auto& windows) {
+      for (int x = 0; x < columns_; x += Vec<float>::size) storeAligned(to + x, windows(x));
+    };
+    if (!byIntegers_) wantedOf(chain(0), chain(1), to);
+    else if (wanted_ == WindowSum::Energy) put(energies());
+    else put(deviations());
+  }
+  // The same, vector by vector, if sums are formed by integers; rows are filled up to whole vectors.
+  bool byIntegers() const { return byIntegers_; }
+  EnergiesOfWindows energies() const { return {{firstColumns(1), w_}}; }
+  DeviationsOfWindows deviations() const { return {{firstColumns(0), w_}, {firstColumns(1), w_}, area_}; }
+  // Instead of goTo(y): the row's numbers, or f of them, while the next row is formed.
+  template <class F> bool goToWhile(std::int64_t y, F f)
+  {
+    if (y == 0) sumColumns(0);
+    isOdd_ = y % 2 != 0;
+    const auto run = [&](const auto& windows) {
+      if (y + 1 == rows_) return f(windows);
+      return f(WhileSliding<T, std::decay_t<decltype(windows)>>{windows, columnsTo(y + 1)});
+    };
+    return wanted_ == WindowSum::Energy ? run(energies()) : run(deviations());
+  }
+  // Of this row, if deviations are wanted: the sums of the samples themselves.
   void sumsOfSamples(double* sums) const
   {
     const std::uint32_t* const s = firstColumns(0);
@@ -92,32 +202,37 @@ private:
 
   // Column sums stand in rows 0 and 1, sums of the first columns of the row asked for and of the next one behind them:
   // what has just been stored is slow to load at other places, so the next row is summed first.
-  void rowByIntegers(std::int64_t y, float* sums)
+  void goToByIntegers(std::int64_t y)
   {
     if (y == 0) sumColumns(0);
     if (y + 1 < rows_) sumColumns(y + 1);
     isOdd_ = y % 2 != 0;
-    const std::uint32_t *const s = firstColumns(0), *const q = firstColumns(1);
-    if (wanted_ == WindowSum::Energy) energies(q, q + w_, sums, columns_);
-    else deviations(s, s + w_, q, q + w_, sums, columns_, area_);
   }
-  void sumColumns(std::int64_t y)
+  ColumnSlide<T> columnsTo(std::int64_t y)
   {
-    std::int32_t* const s = reinterpret_cast<std::int32_t*>(row_[0]);
-    std::int32_t* const q = reinterpret_cast<std::int32_t*>(row_[1]);
     const T* const entering = view_.run(0, y + h_ - 1, samples_, entering_);
-    const T* leaving = entering; // nothing changes
-    if (y > 0) {
-      leaving = view_.run(0, y - 1, samples_, leaving_);
-    } else {
+    const T* const leaving = y > 0 ? view_.run(0, y - 1, samples_, leaving_) : entering; // nothing changes
+    const bool isOdd = y % 2 != 0;
+    return {entering, leaving, columnSums(0), columnSums(1), firstColumns(0, isOdd), firstColumns(1, isOdd), samples_};
+  }
+  [[gnu::noinline]] void sumColumns(std::int64_t y)
+  {
+    const UpperHalvesCleared atTheEnd;
+    if (y == 0) {
+      std::int32_t *const s = columnSums(0), *const q = columnSums(1);
       std::fill(s, s + samples_, 0);
       std::fill(q, q + samples_, 0);
       for (int j = 0; j < h_; ++j) addRow(view_.run(0, j, samples_, leaving_), s, q, samples_);
     }
-    isOdd_ = y % 2 != 0;
-    slide(entering, leaving, s, q, firstColumns(0), firstColumns(1), samples_);
+    ColumnSlide<T> columns = columnsTo(y);
+    columns.rest();
   }
-  std::uint32_t* firstColumns(int k) const { return reinterpret_cast<std::uint32_t*>(row_[isOdd_ ? 4 + k : 2 + k]); }
+  std::int32_t* columnSums(int k) const { return reinterpret_cast<std::int32_t*>(row_[k]); }
+  std::uint32_t* firstColumns(int k, bool isOdd) const
+  {
+    return reinterpret_cast<std::uint32_t*>(row_[isOdd ? 4 + k : 2 + k]);
+  }
+  std::uint32_t* firstColumns(int k) const { return firstColumns(k, isOdd_); }
 
   [[gnu::noinline]] static void addRow(const T* in, std::int32_t* __restrict s, std::int32_t* __restrict q, int n)
   {
@@ -125,50 +240,6 @@ private:
       const int a = get<T>(in + x);
       s[x] += a;
       q[x] += a * a;
-    }
-  }
-  // Column sums gain one sample and lose one; to[x] is the sum of the first x columns. It may wrap, differences do not.
-  [[gnu::noinline]] static void slide(const T* in, const T* out, std::int32_t* s, std::int32_t* q, std::uint32_t* sTo,
-                                      std::uint32_t* qTo, int n)
-  {
-    using Sums = Vec<std::int32_t>;
-    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
-    Sums sBefore = zero<std::int32_t>(), qBefore = sBefore;
-    sTo[0] = qTo[0] = 0;
-    int x = 0;
-    for (; x + 8 <= n; x += 8)
-      forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
-        const auto pairs = as<std::int16_t>(widened);
-        const int at = x + lane / 2;
-        const Sums sNow = load<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
-        const Sums qNow = load<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
-        store(s + at, sNow);
-        store(q + at, qNow);
-        store(sTo + at + 1, runningSums(sNow, sBefore));
-        store(qTo + at + 1, runningSums(qNow, qBefore));
-      });
-    for (; x < n; ++x) {
-      const int a = get<T>(in + x), b = get<T>(out + x);
-      s[x] += a - b;
-      q[x] += a * a - b * b;
-      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
-      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
-    }
-  }
-  [[gnu::noinline]] static void energies(const std::uint32_t* q0, const std::uint32_t* q1, float* __restrict to, int n)
-  {
-    for (int x = 0; x < n; ++x) to[x] = static_cast<float>(static_cast<std::int32_t>(q1[x] - q0[x]));
-  }
-  // (N Q - S S) / N, the first part exact. Rows are filled up to whole vectors.
-  [[gnu::noinline]] static void deviations(const std::uint32_t* s0, const std::uint32_t* s1, const std::uint32_t* q0,
-                                           const std::uint32_t* q1, float* to, int n, double area)
-  {
-    const Vec<double> areas = splat(area), perArea = splat(1 / area);
-    const auto deviation = [=](Vec<double> s, Vec<double> q) { return (areas * q - s * s) * perArea; };
-    for (int x = 0; x < n; x += Vec<float>::size) {
-      const auto s = load<std::int32_t>(s1 + x) - load<std::int32_t>(s0 + x);
-      const auto q = load<std::int32_t>(q1 + x) - load<std::int32_t>(q0 + x);
-      store(to + x, toFloat(deviation(toDoubleLow(s), toDoubleLow(q)), deviation(toDoubleHigh(s), toDoubleHigh(q))));
     }
   }
 
@@ -195,7 +266,7 @@ private:
   Sum* changeOfSquares(int k) const { return chain(2 + rowsAhead + k); }
   bool hasSamples() const { return wanted_ == WindowSum::Deviation; }
 
-  void rowByChains(std::int64_t y, float* sums)
+  void goToByChains(std::int64_t y)
   {
     Sum *const s = chain(0), *const q = chain(1);
     if (y == 0) {
@@ -203,14 +274,13 @@ private:
     } else {
       const int ahead = static_cast<int>((y - 1) % rowsAhead);
       if (ahead == 0) {
-        if (rows_ - y >= rowsAhead) formChanges<rowsAhead>(y);
+        if (rows_ - y >= rowsAhead) formChangesOfRows<rowsAhead>(y);
         else
-          for (int k = 0; k < rows_ - y; ++k) formChanges<1>(y + k, k);
+          for (int k = 0; k < rows_ - y; ++k) formChangesOfRows<1>(y + k, k);
       }
       if (hasSamples()) add(s, changeOfSamples(ahead), columns_);
       add(q, changeOfSquares(ahead), columns_);
     }
-    wantedOf(s, q, sums);
   }
 
   void sumFirstRow(Sum* s, Sum* q)
@@ -225,7 +295,7 @@ private:
         s0 += a;
         q0 += square(a);
       }
-      addChanges(p + w_, p, sChange, qChange, columns_ - 1);
+      formChanges<true>(p + w_, p, sChange, qChange, columns_ - 1);
     }
     for (int x = 0; x < columns_; ++x) {
       s[x] = s0;
@@ -236,16 +306,14 @@ private:
   }
 
   // Of N rows of windows from y on, side by side: each is a chain of sums along the row.
-  template <int N> void formChanges(std::int64_t y, int first = 0)
+  template <int N> void formChangesOfRows(std::int64_t y, int first = 0)
   {
     Sum *s[N], *q[N];
     for (int k = 0; k < N; ++k) {
       s[k] = changeOfSamples(first + k), q[k] = changeOfSquares(first + k);
       const T* const in = view_.run(0, y + k + h_ - 1, samples_, entering_);
       const T* const out = view_.run(0, y + k - 1, samples_, leaving_);
-      std::fill(s[k], s[k] + samples_, Sum(0));
-      std::fill(q[k], q[k] + samples_, Sum(0));
-      addChanges(in, out, s[k], q[k], samples_);
+      formChanges<false>(in, out, s[k], q[k], samples_);
     }
     if (hasSamples()) slideAlong(s, w_, columns_);
     slideAlong(q, w_, columns_);
@@ -269,12 +337,33 @@ private:
     for (int x = 0; x < n; ++x) to[x] += from[x];
   }
 
-  [[gnu::noinline]] static void addChanges(const T* in, const T* out, Sum* __restrict s, Sum* __restrict q, int n)
+  // What columns gain in samples, if they are wanted, and in squares where one sample enters and another leaves; added
+  // to what stands there, or put there.
+  template <bool adds> void formChanges(const T* in, const T* out, Sum* s, Sum* q, int n) const
   {
-    for (int x = 0; x < n; ++x) {
+    if (hasSamples()) changes<adds, true>(in, out, s, q, n);
+    else changes<adds, false>(in, out, s, q, n);
+  }
+  template <bool adds, bool hasSamples>
+  [[gnu::noinline]] static void changes(const T* in, const T* out, Sum* __restrict s, Sum* __restrict q, int n)
+  {
+    const UpperHalvesCleared atTheEnd;
+    int x = 0;
+    if constexpr (std::is_floating_point_v<T>)
+      for (; x + Vec<float>::size <= n; x += Vec<float>::size) {
+        const auto put = [x](double* to, Vec<double> low, Vec<double> high) {
+          constexpr int size = Vec<double>::size;
+          storeAligned(to + x, adds ? loadAligned<double>(to + x) + low : low);
+          storeAligned(to + x + size, adds ? loadAligned<double>(to + x + size) + high : high);
+        };
+        const Vec<float> a = load<float>(in + x), b = load<float>(out + x), squares = a * a - b * b;
+        if constexpr (hasSamples) put(s, toDoubleLow(a) - toDoubleLow(b), toDoubleHigh(a) - toDoubleHigh(b));
+        put(q, toDoubleLow(squares), toDoubleHigh(squares));
+      }
+    for (; x < n; ++x) {
       const T a = get<T>(in + x), b = get<T>(out + x);
-      s[x] += static_cast<Sum>(a) - static_cast<Sum>(b);
-      q[x] += squareChange(a, b);
+      if constexpr (hasSamples) s[x] = (adds ? s[x] : Sum(0)) + (static_cast<Sum>(a) - static_cast<Sum>(b));
+      q[x] = (adds ? q[x] : Sum(0)) + squareChange(a, b);
     }
   }
 
