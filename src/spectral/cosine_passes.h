@@ -1,11 +1,12 @@
-// Cosine transforms of real vectors, two by two, through complex transforms of the same length in lanes.
+// Cosine transforms of real vectors of an odd length, two by two, through complex transforms of the same length in
+// lanes; and what they share with those of even lengths (cosine_halves.h).
 //
 // Vectors a and b, folded (even samples forwards, then odd ones backwards), are the real and the imaginary part of one
 // complex vector. Of its transform Z the two come apart by symmetry, and with w(k) = e^(-pi i k / 2n)
 //
 //   y(k) - i y(n - k) = sqrt(2 / n) * w(k) * Z(k), of each of the two.
 //
-// The inverse goes the same way back. Any length will do, and each coefficient but two costs four products. Which
+// The inverse goes the same way back. Each coefficient but the first costs two products for its vector. Which
 // vectors go together (rows 2j and 2j + 1, columns 2j and 2j + 1) does not depend on the number of lanes.
 #pragma once
 
@@ -17,12 +18,13 @@ namespace {
 struct CosinePass {
   const LanePlan& plan;
   const void* block;
-  const float* turns; // sqrt(1 / 2n) * (cos, sin) of pi k / 2n, k = 1, 2, ... below n / 2
-  float single;       // sqrt(1 / n): the factor of coefficients 0 and n / 2
+  // w = sqrt(1 / 2n) * (cos, sin) of pi k / 2n: of odd lengths w(k), k = 1, 2, ... below n / 2; of even ones (cos, sin)
+  // of 2 pi k / n, w(k) and w(n / 2 - k), k = 1, 2, ... up to n / 4
+  const float* turns;
+  float single; // sqrt(1 / n): the factor of coefficients 0 and n / 2
   std::ptrdiff_t length;
 
-  std::ptrdiff_t pairs() const { return (length - 1) / 2; }
-  std::ptrdiff_t middle() const { return length % 2 == 0 ? length / 2 : 0; }
+  std::ptrdiff_t pairs() const { return length / 2; } // of an odd length
   template <class V> Complex<V> turn(std::ptrdiff_t k) const
   {
     return {allLanes<V>(turns[2 * (k - 1)]), allLanes<V>(turns[2 * (k - 1) + 1])};
@@ -94,12 +96,9 @@ template <class From, class To>
   });
   transformLanes<V>(pass.plan, pass.block, buffer, 1);
 
-  const auto putSingle = [&](std::ptrdiff_t k) {
-    const Complex<V> z = scaled(lanes.result(k), allLanes<V>(pass.single));
-    V a[N] = {z.re}, b[N] = {z.im};
-    to.store(k, 1, a, b);
-  };
-  putSingle(0);
+  const Complex<V> first = scaled(lanes.result(0), allLanes<V>(pass.single));
+  V firstA[N] = {first.re}, firstB[N] = {first.im};
+  to.store(0, 1, firstA, firstB);
   inTiles<N>(1, 1 + pass.pairs(), [&](std::ptrdiff_t k, auto columns) {
     V a[N], b[N], mirrorA[N], mirrorB[N];
     for (int i = 0; i < columns; ++i) {
@@ -111,7 +110,6 @@ template <class From, class To>
     to.store(k, columns, a, b);
     to.store(n - k - columns + 1, columns, mirrorA, mirrorB);
   });
-  if (pass.middle()) putSingle(pass.middle());
 }
 
 template <class From, class To>
@@ -122,12 +120,9 @@ template <class From, class To>
   constexpr int N = From::tile;
   const LaneBuffer<V> lanes(buffer, pass.plan.position(pass.block), true);
   const std::ptrdiff_t n = pass.length;
-  const auto takeSingle = [&](std::ptrdiff_t k) {
-    V a[N], b[N];
-    from.load(k, 1, a, b);
-    lanes.putAt(k, a[0] * allLanes<V>(pass.single), b[0] * allLanes<V>(pass.single));
-  };
-  takeSingle(0);
+  V firstA[N], firstB[N];
+  from.load(0, 1, firstA, firstB);
+  lanes.putAt(0, firstA[0] * allLanes<V>(pass.single), firstB[0] * allLanes<V>(pass.single));
   inTiles<N>(1, 1 + pass.pairs(), [&](std::ptrdiff_t k, auto columns) {
     V a[N], b[N], mirrorA[N], mirrorB[N];
     from.load(k, columns, a, b);
@@ -139,7 +134,6 @@ template <class From, class To>
       lanes.putAt(n - k - i, mirror.re, mirror.im);
     }
   });
-  if (pass.middle()) takeSingle(pass.middle());
   transformLanes<V>(pass.plan, pass.block, buffer, 1);
   inTiles<N>(0, n, [&](std::ptrdiff_t x, auto columns) {
     V a[N], b[N];
@@ -259,10 +253,8 @@ template <class Columns>
   }
   transformLanes<V>(pass.plan, pass.block, buffer, vectors);
 
-  const auto bringSingle = [&](std::ptrdiff_t k) {
-    for (int v = 0; v < vectors; ++v) columns.bring(dst[k], v, scaled(lanes.result(k, v), allLanes<V>(pass.single)));
-  };
-  bringSingle(0);
+  const V single = allLanes<V>(pass.single);
+  for (int v = 0; v < vectors; ++v) columns.bring(dst[0], v, scaled(lanes.result(0, v), single));
   for (std::ptrdiff_t k = 1; k <= pass.pairs(); ++k) {
     fetchRow(columns, dst, std::min(k + cosineRowsAhead, n - 1));
     fetchRow(columns, dst, std::max<std::ptrdiff_t>(n - k - cosineRowsAhead, 0));
@@ -275,7 +267,6 @@ template <class Columns>
       columns.bring(mirrorRow, v, mirror);
     }
   }
-  if (pass.middle()) bringSingle(pass.middle());
 }
 
 template <class Columns>
@@ -286,10 +277,8 @@ template <class Columns>
   const int vectors = columns.vectors();
   const std::ptrdiff_t n = pass.length;
   const BlockLanes<V> lanes(pass, buffer, vectors, true);
-  const auto takeSingle = [&](std::ptrdiff_t k) {
-    for (int v = 0; v < vectors; ++v) lanes.putAt(k, v, scaled(columns.take(src[k], v), allLanes<V>(pass.single)));
-  };
-  takeSingle(0);
+  const V single = allLanes<V>(pass.single);
+  for (int v = 0; v < vectors; ++v) lanes.putAt(0, v, scaled(columns.take(src[0], v), single));
   for (std::ptrdiff_t k = 1; k <= pass.pairs(); ++k) {
     fetchRow(columns, src, std::min(k + cosineRowsAhead, n - 1));
     fetchRow(columns, src, std::max<std::ptrdiff_t>(n - k - cosineRowsAhead, 0));
@@ -302,7 +291,6 @@ template <class Columns>
       lanes.putAt(n - k, v, mirror);
     }
   }
-  if (pass.middle()) takeSingle(pass.middle());
   transformLanes<V>(pass.plan, pass.block, buffer, vectors);
   for (std::ptrdiff_t y = 0; y < n; ++y) {
     fetchRow(columns, dst, std::min(y + cosineRowsAhead, n - 1));

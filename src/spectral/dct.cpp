@@ -4,12 +4,13 @@
 //   image         method
 //   8 x 8         the block transform, zoriDCT8x8{Fwd,Inv}_32f_C1
 //   one vector    of 2^k values through the real vector FFT, of others through the passes below with one lane
-//   others        rows and columns in pairs through complex transforms in lanes (cosine_passes.h): factor by factor,
-//                 primes by a matrix of cosines, long ones through a convolution (lane_plan.h)
+//   others        rows and columns through complex transforms in lanes, of half the length where it is even
+//                 (cosine_halves.h) and of pairs where it is odd (cosine_passes.h): factor by factor, primes by a
+//                 matrix of cosines, long ones through a convolution (lane_plan.h)
 //
 // A record is one block: its head, the plans and factors of rows and columns (one set where the sides are equal), and
 // the record of the vector FFT where one is used. It is the same for both directions but for its tag.
-#include "cosine_passes.h"
+#include "cosine_halves.h"
 #include "frame/checks.h"
 #include "frame/numeric_mode.h"
 #include "frame/record.h"
@@ -30,8 +31,9 @@ struct CosineSide {
   LanePlan plan;
   BlockPart<float> turns;
   Zor32f single; // sqrt(1 / n)
+  Zor32s length;
 
-  CosinePass pass(const void* record) const { return {plan, record, turns.in(record), single, plan.length()}; }
+  CosinePass pass(const void* record) const { return {plan, record, turns.in(record), single, length}; }
 };
 
 struct CosineTransform {
@@ -54,7 +56,7 @@ struct CosineTransform {
 
 // ---- Records ----
 
-// Complex lanes that a buffer has room for. A block of columns is two cache lines wide.
+// Complex lanes that a buffer has room for. A block of columns is a cache line wide, of pairs two.
 constexpr int rowLanes = 8, columnLanes = 16;
 static_assert(rowLanes >= laneCount<Vec<float>> && columnLanes % laneCount<Vec<float>> == 0);
 
@@ -62,10 +64,14 @@ constexpr long long alignment = 64;
 
 bool isPowerOfTwo(int n) { return (n & (n - 1)) == 0; }
 
+// The complex transform that a length is worked by: see cosine_halves.h for even ones, cosine_passes.h for odd ones.
+bool isHalved(int length) { return length % 2 == 0; }
+int planLength(int length) { return isHalved(length) ? length / 2 : length; }
+
 long long laneBytes(int length, int lanes)
 {
   constexpr long long perLane = 2 * sizeof(float);
-  return perLane * lanes * laneWorkLength(length);
+  return perLane * lanes * laneWorkLength(planLength(length));
 }
 
 // A copy of the vector, and what its transform works in.
@@ -84,7 +90,7 @@ int bufferBytes(ZorImgSize size)
 {
   if (size.width == 8 && size.height == 8) return 8 * 8 * 4 * 4 + 16;
   long long bytes;
-  if (laneWorkLength(size.width) == 0 || laneWorkLength(size.height) == 0) return 0;
+  if (laneWorkLength(planLength(size.width)) == 0 || laneWorkLength(planLength(size.height)) == 0) return 0;
   if (size.width == 1 || size.height == 1) bytes = vectorBytes(std::max(size.width, size.height));
   else bytes = std::max(laneBytes(size.width, rowLanes), laneBytes(size.height, columnLanes));
   bytes += alignment;
@@ -94,8 +100,9 @@ int bufferBytes(ZorImgSize size)
 CosineSide planSide(int length, bool hasPlan, BlockPlan& block)
 {
   CosineSide side = {};
-  if (hasPlan) side.plan = LanePlan(length, block);
-  side.turns = block.add<float>(length - 1LL);
+  side.length = length;
+  if (hasPlan) side.plan = LanePlan(planLength(length), block);
+  side.turns = block.add<float>(hasPlan && isHalved(length) ? 6 * (length / 4) : length - 1LL);
   return side;
 }
 
@@ -104,13 +111,20 @@ void fillSide(CosineSide& side, int length, bool hasPlan, void* record)
   constexpr double pi = 3.14159265358979323846;
   if (hasPlan) side.plan.fill(record);
   side.single = static_cast<float>(std::sqrt(1.0 / length));
-  const double factor = std::sqrt(0.5 / length);
   float* p = side.turns.in(record);
-  for (int k = 1; k <= (length - 1) / 2; ++k, p += 2) {
-    const double angle = pi * k / (2.0 * length);
-    p[0] = static_cast<float>(factor * std::cos(angle));
-    p[1] = static_cast<float>(factor * std::sin(angle));
-  }
+  const auto put = [&](double factor, double angle) {
+    *p++ = static_cast<float>(factor * std::sin(pi / 2 - angle)); // nothing at the right angle
+    *p++ = static_cast<float>(factor * std::sin(angle));
+  };
+  const auto putFactor = [&](int k) { put(std::sqrt(0.5 / length), pi * k / (2.0 * length)); };
+  if (hasPlan && isHalved(length))
+    for (int k = 1; k <= length / 4; ++k) {
+      put(1, 2 * pi * k / length);
+      putFactor(k);
+      putFactor(length / 2 - k);
+    }
+  else
+    for (int k = 1; k <= (length - 1) / 2; ++k) putFactor(k);
 }
 
 ZorStatus make(Direction direction, ZorDctImgRecord** made, ZorImgSize size, ZorHint hint)
@@ -228,6 +242,7 @@ ZorStatus inverseByFft(const CosinePass& pass, int n, const FftVectorRecord* rec
   return ZorOk;
 }
 
+// Rows y, y + 2, ... of a set and, of odd lengths, as many between them.
 template <class Kind>
 void transformRows(Direction direction, const CosinePass& pass, int height, Rows<const float> src, Rows<float> dst,
                    float* buffer)
@@ -235,6 +250,15 @@ void transformRows(Direction direction, const CosinePass& pass, int height, Rows
   using From = typename Kind::template Set<const float>;
   using To = typename Kind::template Set<float>;
   const int width = static_cast<int>(pass.length);
+  if (isHalved(width)) {
+    for (std::ptrdiff_t y = 0; y < height; y += Kind::pairs) {
+      const From from(src, y, 1, height, width);
+      const To to(dst, y, 1, height, width);
+      if (direction == Direction::Forward) forwardHalvedRows(pass, from, to, buffer);
+      else inverseHalvedRows(pass, from, to, buffer);
+    }
+    return;
+  }
   for (std::ptrdiff_t y = 0; y < height; y += 2 * Kind::pairs) {
     const From even(src, y, 2, height, width), odd(src, y + 1, 2, height, width);
     const To evenTo(dst, y, 2, height, width), oddTo(dst, y + 1, 2, height, width);
@@ -271,12 +295,45 @@ ZorStatus transformVector(const CosineTransform& plan, Direction direction, Rows
 
 // ---- Images ----
 
+// Columns x, x + 1, ...
 template <class Columns>
-void transformColumns(Direction direction, const CosinePass& pass, const Columns& columns, Rows<const float> src,
-                      Rows<float> dst, float* buffer)
+void transformHalved(Direction direction, const CosinePass& pass, const Columns& columns, Rows<const float> src,
+                     Rows<float> dst, float* buffer)
+{
+  if (direction == Direction::Forward) forwardHalvedColumns(pass, columns, src, dst, buffer);
+  else inverseHalvedColumns(pass, columns, src, dst, buffer);
+}
+template <class Columns>
+void transformPairs(Direction direction, const CosinePass& pass, const Columns& columns, Rows<const float> src,
+                    Rows<float> dst, float* buffer)
 {
   if (direction == Direction::Forward) forwardCosineColumns(pass, columns, src, dst, buffer);
   else inverseCosineColumns(pass, columns, src, dst, buffer);
+}
+
+// Blocks of columns: as many as there are lanes, of odd lengths twice as many.
+template <Layout L>
+void transformColumns(Direction direction, const CosinePass& pass, std::ptrdiff_t width, Rows<const float> src,
+                      Rows<float> dst, float* buffer)
+{
+  using V = Vec<float>;
+  const bool halved = isHalved(static_cast<int>(pass.length));
+  constexpr int lanes = L == C1 ? columnLanes : columnLanes / 4;
+  const std::ptrdiff_t together = halved ? lanes : 2 * lanes;
+  for (std::ptrdiff_t x = 0; x < width; x += together) {
+    const int count = static_cast<int>(std::min(together, width - x));
+    const auto work = [&](auto transform, const auto& columns) {
+      transform(direction, pass, columns, src, dst, buffer);
+    };
+    if constexpr (L == C1) {
+      using Whole = SingleFloats<V, true>;
+      using Part = SingleFloats<V, false>;
+      if (!halved) work(transformPairs<FloatPairs<V>>, FloatPairs<V>{x, count});
+      else if (count == Whole::line) work(transformHalved<Whole>, Whole{x, count});
+      else work(transformHalved<Part>, Part{x, count});
+    } else if (halved) work(transformHalved<SinglePixels<L>>, SinglePixels<L>{x, width, count});
+    else work(transformPairs<PixelPairs<L>>, PixelPairs<L>{x, width, count});
+  }
 }
 
 template <Layout L>
@@ -285,21 +342,8 @@ void transformImage(const CosineTransform& plan, Direction direction, Rows<const
 {
   using Kind = std::conditional_t<L == C1, ByRows<Vec<float>>, ByChannels<L>>;
   transformRows<Kind>(direction, plan.rows.pass(&plan), plan.height, src, dst, buffer);
-  const CosinePass pass = plan.columns.pass(&plan);
-  const Rows<const float> made{dst.first, dst.step};
-  if constexpr (L == C1) {
-    constexpr int wide = 2 * columnLanes;
-    for (std::ptrdiff_t x = 0; x < plan.width; x += wide) {
-      const int floats = static_cast<int>(std::min<std::ptrdiff_t>(wide, plan.width - x));
-      transformColumns(direction, pass, FloatPairs<Vec<float>>{x, floats}, made, dst, buffer);
-    }
-  } else {
-    constexpr int wide = 2 * columnLanes / 4;
-    for (std::ptrdiff_t x = 0; x < plan.width; x += wide) {
-      const int pixels = static_cast<int>(std::min<std::ptrdiff_t>(wide, plan.width - x));
-      transformColumns(direction, pass, PixelPairs<L>{x, plan.width, pixels}, made, dst, buffer);
-    }
-  }
+  transformColumns<L>(direction, plan.columns.pass(&plan), plan.width, Rows<const float>{dst.first, dst.step}, dst,
+                      buffer);
 }
 
 template <Layout L>

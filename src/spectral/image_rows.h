@@ -15,11 +15,14 @@ namespace {
 
 // ---- Sets of rows; P is float or const float ----
 
-// Within each 16 bytes, lane j of vector i becomes lane i of vector j.
+// Within each 16 bytes, lane j of vector i becomes lane i of vector j. Lanes go as whole numbers, of which newer
+// processors interleave two vectors a cycle, of floats one.
 template <class V> inline void transposeFours(V& x0, V& x1, V& x2, V& x3)
 {
-  const auto a = as<double>(interleaveLowLocal(x0, x1)), b = as<double>(interleaveLowLocal(x2, x3)),
-             c = as<double>(interleaveHighLocal(x0, x1)), d = as<double>(interleaveHighLocal(x2, x3));
+  const auto y0 = as<std::uint32_t>(x0), y1 = as<std::uint32_t>(x1), y2 = as<std::uint32_t>(x2),
+             y3 = as<std::uint32_t>(x3);
+  const auto a = as<std::uint64_t>(interleaveLowLocal(y0, y1)), b = as<std::uint64_t>(interleaveLowLocal(y2, y3)),
+             c = as<std::uint64_t>(interleaveHighLocal(y0, y1)), d = as<std::uint64_t>(interleaveHighLocal(y2, y3));
   x0 = as<float>(interleaveLowLocal(a, b));
   x1 = as<float>(interleaveHighLocal(a, b));
   x2 = as<float>(interleaveLowLocal(c, d));
@@ -74,6 +77,11 @@ template <class V, class P> struct RowPerLane {
 #pragma GCC unroll 4
       for (int i = 0; i < 4; ++i) storeFours(row[i] + x + f, row[lanes - 4 + i] + x + f, t[f + i]);
     }
+  }
+  // The lines of column x into the nearest cache.
+  void fetch(std::ptrdiff_t x) const
+  {
+    for (int i = 0; i < lanes; ++i) prefetch(row[i] + x);
   }
   void storeSome(std::ptrdiff_t x, V (&t)[tile]) const
   {
@@ -132,6 +140,7 @@ template <Layout L, class P> struct ChannelPerLane {
   {}
   void load(std::ptrdiff_t x, F32x4 (&t)[1]) const { t[0] = loadPixel<L>(row, x, width); }
   void store(std::ptrdiff_t x, F32x4 (&t)[1]) const { storePart(x, 1, t); }
+  void fetch(std::ptrdiff_t) const {}
   void loadPart(std::ptrdiff_t x, int, F32x4* t) const { t[0] = loadPixel<L>(row, x, width); }
   void storePart(std::ptrdiff_t x, int, const F32x4* t) const
   {
@@ -151,6 +160,7 @@ template <int channelCount, class P> struct SingleLane {
   {}
   void load(std::ptrdiff_t x, float (&t)[1]) const { t[0] = get<float>(row + x * channelCount); }
   void store(std::ptrdiff_t x, float (&t)[1]) const { storePart(x, 1, t); }
+  void fetch(std::ptrdiff_t) const {}
   void loadPart(std::ptrdiff_t x, int, float* t) const { t[0] = get<float>(row + x * channelCount); }
   void storePart(std::ptrdiff_t x, int, const float* t) const
   {
