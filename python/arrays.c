@@ -56,7 +56,8 @@ Py_ssize_t numbers_in(const Frame* x, const Memory* m, int plane)
   return total < 0 || total > 1e10 ? 0 : (Py_ssize_t)total;
 }
 
-/* An array of row pointers: a 2-D array, or (array, x, y) for the part of it that begins there, or a sequence of rows. */
+/* An array of row pointers: a 2-D array, or (array, x, y) for the part of it that begins there, or a sequence of rows.
+ */
 static int place_rows(Frame* x, int i)
 {
   const Function* f = x->f;
@@ -187,9 +188,7 @@ static int told_by(Frame* x, const Count* c, double* n)
     n[0] = (double)shape.columns;
     n[1] = (double)shape.rows;
     return shape.rows ? 2 : 0;
-  case ROWS: /* of a part, the weights tell it */
-    n[0] = (double)shape.rows;
-    return shape.rows > 0 && !place.has_origin;
+  case ROWS: /* of a part, the weights tell it */ n[0] = (double)shape.rows; return shape.rows > 0 && !place.has_origin;
   case ROW_LENGTH: n[0] = (double)(shape.columns - place.left); return shape.columns > place.left;
   case SQUARE:
     n[0] = 0;
@@ -230,9 +229,9 @@ int deduce_counts(Frame* x)
       const char* of = f->parameters[c->array].name;
       if (!is_given(x, c->array)) return missing(f, p);
       return PyErr_Format(PyExc_TypeError, "%s: argument %s is missing: %s tells it only %s", f->name, p->name, of,
-                          c->telling == SIDES    ? "as a 2-D array or as rows"
-                          : c->telling == BITS   ? "with a power of two of entries"
-                          : c->telling == SQUARE ? "with as many rows as columns"
+                          c->telling == SIDES     ? "as a 2-D array or as rows"
+                          : c->telling == BITS    ? "with a power of two of entries"
+                          : c->telling == SQUARE  ? "with as many rows as columns"
                           : c->telling == LENGTHS ? "as a list with an array a channel"
                                                   : "when it holds something"),
              -1;

@@ -21,7 +21,7 @@ enum { FEW_VIEWS = 32, MAX_BLOCKS = 24, MAX_DIMENSIONS = 4 };
 
 /* ---- views.c: operands where they lie ---- */
 
-typedef struct { /* an operand's memory */
+typedef struct {    /* an operand's memory */
   PyObject* object; /* owned */
   char* data;
   Py_ssize_t itemsize, shape[MAX_DIMENSIONS], strides[MAX_DIMENSIONS];
@@ -32,7 +32,7 @@ typedef struct { /* an operand's memory */
   Py_buffer buffer;
 } View;
 
-typedef struct { /* one call */
+typedef struct {               /* one call */
   View few[FEW_VIEWS], *views; /* more than a few: of the heap */
   int view_count, view_room;
   void* blocks[MAX_BLOCKS];

@@ -105,8 +105,8 @@ static int element_of(PyObject* dtype, int* is_complex)
   return found;
 }
 
-/* Whether the images (and constants, where they tell) are a function's; 2: of its type, but not to be used so. `at`: the
-   first argument that is none of its. */
+/* Whether the images (and constants, where they tell) are a function's; 2: of its type, but not to be used so. `at`:
+   the first argument that is none of its. */
 static int fits(Call* call, const Function* f, PyObject** given, int* image_count, int* at)
 {
   Image planes[MAX_PLANES];
@@ -146,7 +146,7 @@ static int fits(Call* call, const Function* f, PyObject** given, int* image_coun
 typedef struct {
   const Candidate* candidate; /* null: empty */
   const Signature* signature;
-  PyObject *names, *dtype;    /* owned */
+  PyObject *names, *dtype; /* owned */
   int count;
   uint64_t kinds[MAX_PARAMETERS + OPTIONS];
   signed char place[MAX_PARAMETERS + OPTIONS]; /* argument of the call -> parameter; -1: none */
@@ -187,7 +187,7 @@ static uint64_t kind_of(Call* call, PyObject* o)
     return 0;
   }
   const uint64_t type_of_items = ARRAY | (uint64_t)v->element << 8 | (uint64_t)v->is_complex << 12 |
-                                 (uint64_t)v->is_bool << 13 | (uint64_t) v->is_readonly << 14 | (uint64_t)v->ndim << 16;
+                                 (uint64_t)v->is_bool << 13 | (uint64_t)v->is_readonly << 14 | (uint64_t)v->ndim << 16;
   if (v->ndim == 1 && !v->is_foreign) return type_of_items; /* no image */
   const Py_ssize_t last = v->ndim == 3 ? v->shape[2] : 0;
   if (v->is_foreign || v->ndim < 2 || v->ndim > 3 || v->strides[v->ndim - 1] < 0 || v->strides[1] < 0 ||
@@ -437,7 +437,9 @@ PyObject* call_operation(PyObject* self, PyObject* const* args, Py_ssize_t n, Py
     Choice choice;
     if (choose(op, &call, args, n, names, &choice)) {
       call.border = choice.options.border;
-      if (is_plain) remember(operation, choice.candidate, choice.signature, choice.place, args, count, names, kinds, &choice.options);
+      if (is_plain)
+        remember(operation, choice.candidate, choice.signature, choice.place, args, count, names, kinds,
+                 &choice.options);
       result = call_candidate(op, choice.signature, choice.candidate, &call, choice.given);
     }
   }

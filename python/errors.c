@@ -120,10 +120,10 @@ void rename_in_error(const char* const* from, const char* const* to, int count)
   PyErr_Fetch(&type, &value, &trace);
   PyErr_NormalizeException(&type, &value, &trace);
   PyObject* old = value ? PyObject_Str(value) : NULL;
-  PyObject* text = old && (type == Error || type == PyExc_TypeError || type == PyExc_ValueError ||
-                           type == PyExc_OverflowError)
-                     ? renamed(old, from, to, count)
-                     : NULL;
+  PyObject* text =
+    old && (type == Error || type == PyExc_TypeError || type == PyExc_ValueError || type == PyExc_OverflowError)
+      ? renamed(old, from, to, count)
+      : NULL;
   PyObject* arguments = text ? PyTuple_Pack(1, text) : NULL;
   if (arguments) PyObject_SetAttrString(value, "args", arguments);
   PyObject* argument = arguments && type == Error ? PyObject_GetAttrString(value, "argument") : NULL;

@@ -36,7 +36,7 @@ typedef struct {
   int count, channels, planes; /* numbers in an element, elements in a pixel, planes (0: interleaved) */
   int is_read, is_written, is_mask;
   int one_channel, keeps_alpha;
-  int is_partly; /* pixels of it may stay as they were */
+  int is_partly;            /* pixels of it may stay as they were */
   int is_plain, has_margin; /* covers the region; reads beyond it */
   int margin_arguments;     /* a bit an argument that the margin follows from */
   int step, bits;           /* arguments */
@@ -89,8 +89,8 @@ typedef struct {
   int trampoline;
   const Parameter* parameters;
   int count;
-  int release;  /* function that releases what this one makes */
-  int releases; /* it is one */
+  int release;         /* function that releases what this one makes */
+  int releases;        /* it is one */
   const Memory* makes; /* image memory that is its result */
   const Blame* blame;
   int blames, document;

@@ -1,5 +1,6 @@
-/* Images and arrays where they lie: NumPy's arrays by their fields, all else through the buffer protocol, a buffer taken
-   once a call. Nothing is copied, cast or rescaled; what is no operand as it stands is refused. New arrays are NumPy's.
+/* Images and arrays where they lie: NumPy's arrays by their fields, all else through the buffer protocol, a buffer
+   taken once a call. Nothing is copied, cast or rescaled; what is no operand as it stands is refused. New arrays are
+   NumPy's.
    */
 #include "binding.h"
 
@@ -25,10 +26,7 @@ static struct {
   char is_complex, is_bool;
 } types[OWN_TYPES];
 
-PyObject* import_numpy(void)
-{
-  return numpy ? numpy : (numpy = PyImport_ImportModule("numpy"));
-}
+PyObject* import_numpy(void) { return numpy ? numpy : (numpy = PyImport_ImportModule("numpy")); }
 
 /* The arrays' type and the types of elements; without NumPy nothing, -1 with an exception. */
 int learn_numpy(void)
@@ -126,9 +124,7 @@ static void read_format(View* v)
   case 'q': v->element = bytes == 8 ? E64s : E32s; break;
   case 'f': v->element = E32f; break;
   case 'd': v->element = E64f; break;
-  default:
-    v->element = E8u;
-    v->is_foreign = 1;
+  default: v->element = E8u; v->is_foreign = 1;
   }
 }
 
@@ -237,7 +233,8 @@ static Sight see(const View* v, const Memory* m, Image* image)
   if (m->one_channel && dims == 2) {
     if (v->shape[1] > 1 && v->strides[1] != pixel) return WRONG_SHAPE;
   } else if (channels > 1 || (dims == 3 && !m->one_channel)) {
-    if (dims != 3 || v->shape[2] != channels || (channels > 1 && v->strides[2] != inner && !is_empty)) return WRONG_SHAPE;
+    if (dims != 3 || v->shape[2] != channels || (channels > 1 && v->strides[2] != inner && !is_empty))
+      return WRONG_SHAPE;
     if (v->shape[1] > 1 && v->strides[1] != pixel && !is_empty) return GAPS;
   } else {
     if (dims != 2) return WRONG_SHAPE;

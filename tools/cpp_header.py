@@ -11,21 +11,17 @@ from documentation import MARK
 from facts import PARTS, Context
 
 FRAME = pathlib.Path(__file__).with_name("cpp_frame.hpp.in")
-KEYWORDS = {"and", "or", "xor", "not"}
+TAKEN = {"and", "or", "xor", "not", "free"}  # keywords, and a function of C
 _TAIL = re.compile(r"^zori(\w*?)(?:_?((?:\d+[usf]c?)+))?(?:_((?:A0C|AC|AP|C|P)\d\w*?))?(I?M?C?R?(?:Sfs)?)$")
 _ARRAY = re.compile(r"(const )?(\w+)(\* const)? (\w+)((?:\[\d+\])+)$")
 _POINTER = re.compile(r"(\w+)\* (\w+)$")
-
-
-class Left(Exception):
-    """Why a function is left to the C interface."""
 
 
 def lowered(name):
     """Operation -> name in C++: filterBox, lut_Linear, fftFwd_RToPack, and_."""
     head = re.match(r"[A-Z]+(?![a-z])|[A-Z]", name)
     name = name[:head.end()].lower() + name[head.end():] if head else name
-    return name + "_" if name in KEYWORDS else name
+    return name + "_" if name in TAKEN else name
 
 
 def operation(function):
@@ -102,8 +98,6 @@ class Overload:
                 tells = next((i for i in self.images.values() if self._tells(i.memory.extent, p)), None)
                 if tells:
                     self.sizes[p.name] = tells
-        if family.returns != "ZorStatus":
-            raise Left("no status")
         bits = {i.memory.bits: i for i in self.images.values() if i.memory.bits}
         steps = {i.memory.step or i.name + "Step": i for i in self.images.values()}
         for i in self.images.values():
@@ -114,8 +108,6 @@ class Overload:
                 self.parameters.append((i.type(), i.name))
                 self.arguments.append(f"{i.name}.data()")
             elif p.role == "step":
-                if p.name not in steps:
-                    raise Left("a step of its own")
                 self.arguments.append(f"{steps[p.name].name}.step()")
             elif p.name in bits:
                 self.arguments.append(f"{bits[p.name].name}.firstBit()")
@@ -237,19 +229,16 @@ class Overload:
 
 
 def overloads(families):
-    """The overloads in order, and what is left: [(function, why)]."""
-    made, left = [], []
+    """The overloads in order, and the functions whose result is no status."""
+    made, bare = [], []
     for family in families:
         if family.built:
             for f in family.functions:
-                if any(p.role == "param" and p.declaration.startswith("void*") for p in f.parameters):
-                    left.append((f, "image memory: see Image"))
+                if family.returns != "ZorStatus":
+                    bare.append(f)
                     continue
-                try:
-                    named = operation(f) if any(p.role == "image" for p in f.parameters) else whole_name(f)
-                    made.append(Overload(f, family, named))
-                except Left as reason:
-                    left.append((f, str(reason)))
+                named = operation(f) if any(p.role == "image" for p in f.parameters) else whole_name(f)
+                made.append(Overload(f, family, named))
     names = {}
     for o in made:
         names.setdefault(o.key(), []).append(o)
@@ -257,7 +246,19 @@ def overloads(families):
         if len(several) > 1:
             for o in several:
                 o.name = whole_name(o.function)
-    return made, left
+    return made, bare
+
+
+def bare_lines(functions):
+    """Functions whose result is no status, as they are but for references."""
+    lines = ["// ---- Library and image memory as C has them (zori/core.h); Image and Buffer release theirs by themselves"]
+    for f in functions:
+        names = [p.name.replace("pStep", "step") for p in f.parameters]
+        parameters = [p.declaration.replace("int* pStep", "int& step") for p in f.parameters]
+        arguments = [("&" if "int* p" in p.declaration else "") + n for n, p in zip(names, f.parameters)]
+        lines += [f"inline {f.c_type(f.family.returns)} {whole_name(f)}({', '.join(parameters)})", "{",
+                  f"  {'' if f.family.returns == 'void' else 'return '}{f.name}({', '.join(arguments)});", "}"]
+    return lines + [""]
 
 
 def owners(families):
@@ -290,15 +291,15 @@ def owner_lines(families):
 
 def cpp_header(families):
     """path -> text of the C++ header."""
-    made, left = overloads(families)
+    made, bare = overloads(families)
     images = sum(1 for o in made if o.images)
     total = sum(len(family.functions) for family in families if family.built)
     unique = {f.name for _, _, f, _, _ in owners(families)}
     plain = [o for o in made if o.function.name not in unique]
-    words = [f"// {len(made)} of the {total} C functions stand behind it: {images} that take images, "
-             f"{len(made) - images} others. The {len(left)} left are",
-             "// zoriMalloc..., zoriFree (Image does that) and zoriGetLibVersion, whose result is no status."]
-    body, last = [], None
+    if len(made) + len(bare) != total:
+        raise AssertionError("a function is left out")
+    words = [f"// All {total} C functions stand behind it: {images} that take images, {total - images} others."]
+    body, last = bare_lines(bare), None
     for o in plain:
         if o.family is not last:
             body += ["", f"// ---- {o.family.title} (zori/{o.family.subsystem}.h)"]
@@ -306,7 +307,7 @@ def cpp_header(families):
         body += o.lines()
     text = FRAME.read_text()
     for mark, lines in (("MARK", [f"// {MARK}*.txt and tools/{FRAME.name}."]), ("COUNTS", words),
-                        ("OWNERS", owner_lines(families)[:-1]), ("FUNCTIONS", body[1:])):
+                        ("OWNERS", owner_lines(families)[:-1]), ("FUNCTIONS", body)):
         text = text.replace(f"@{mark}@", "\n".join(lines))
     return {ROOT / "include/zori.hpp": text}
 

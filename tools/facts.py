@@ -375,7 +375,13 @@ def _other_facts(function, family, known, statuses):
     line, function.rounding, _, _ = family.first("rounding", name)
     if function.rounding not in ("nearest", "callers", "kept"):
         raise family.at("rounding", f"{name}: 'rounding' must be nearest, callers or kept", line)
-    function.accuracy = family.first("accuracy", name)[1]
+    line, function.accuracy, _, _ = family.first("accuracy", name)
+    writes_numbers = any(p.memory and "w" in p.memory.access and p.memory.element != "pointer"
+                         for p in function.parameters)
+    if family.built and writes_numbers and not function.accuracy:
+        raise family.at("accuracy", f"{name}: nothing tells how far its results are from exact ones", line)
+    if '"' in function.accuracy:
+        raise family.at("accuracy", f"{name}: no quotation marks", line)
     for line, text, _ in family.each("exempt", name):
         what, _, reason = text.partition(" ")
         if what not in EXEMPTIONS or not reason:

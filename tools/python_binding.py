@@ -421,6 +421,13 @@ def several_types(members):
     return any(len(types) > 1 for types in found.values())
 
 
+@functools.cache
+def selectors():
+    """Types of the shared header that name numbers: type -> names."""
+    header = re.sub(r"/\*.*?\*/", "", (catalogue.ROOT / "include/zori/types.h").read_text(), flags=re.S)
+    return {name: re.findall(r"(\w+) =", body) for body, name in re.findall(r"typedef enum \{(.*?)\} (\w+);", header, re.S)}
+
+
 def annotation(f, p):
     if p.role == "image":
         return "Planes" if p.memory.planes else "Image"
@@ -432,6 +439,9 @@ def annotation(f, p):
         return "Row"
     if p.declaration.startswith("void*"):
         return "Memory"
+    selector = {"interpolation": "ZorInterp", "flag": "ZorFftFlag"}.get(p.name, base_type(p))
+    if selector in selectors() and not p.memory:
+        return selector
     kind = letter(p)
     if kind == "p" and p.role == "out" and "r" in p.memory.access:  # a seed
         return "Numbers | float" if "f" in p.memory.element else "Numbers | int"
@@ -551,6 +561,7 @@ def stubs(writer):
               "def margins(name: str | Callable[..., Any], **arguments: Any) -> tuple[int, int, int, int]: ...",
               "def search(words: str) -> dict[str, str]: ...  # operations by words of their names and titles", ""]
     lines += [f"{name}: int" for name in facts.ENUMERATORS] + [""]
+    lines += [f"{name} = int  # {', '.join(members)}" for name, members in selectors().items() if name != "ZorStatus"]
     title = None
     for name, signatures in writer.operations.items():
         family = next(iter(signatures.values()))[0].family
@@ -572,7 +583,7 @@ def stubs(writer):
                         star = True
                     kind = common(annotation(m, m.parameters[at[number]]) for m, at in zip(alike, places))
                     required = required or n == "out" and len(set(planes)) > 1  # the layout of what is made is open
-                    words.append(f"{n}: {kind}" if required else f"{n}: int = 0" if n in ("scale", "hint")
+                    words.append(f"{n}: {kind}" if required else f"{n}: {kind} = 0" if n in ("scale", "hint")
                                  else f"{n}: {kind} | None = None")
                 extra = ["border: Border | None = None"] * any(map(takes_border, members)) + \
                         ["dtype: Any = None"] * several + \

@@ -115,7 +115,7 @@ class Table:
                 f'{self.array("Stage", "stages", stages)}, {limits}, {outcomes}, {aliases}, {makers}, '
                 f'"{f.release or ""}", "{partner}", "{f.one_channel_form or ""}", "{f.unmasked or ""}", '
                 f"Team::{f.team.capitalize()}, RoundingRule::{f.rounding.capitalize()}, {flags}, "
-                f'{str(not f.family.sweep and f.name not in releases).lower()}}},')
+                f'{str(not f.family.sweep and f.name not in releases).lower()}, "{f.accuracy}"}},')
 
 
 def table(families, folder, wanted):

@@ -123,6 +123,29 @@ class Memory(unittest.TestCase):
             zori.zoriFree(a)
 
 
+class Results(unittest.TestCase):
+
+    def test_hold_nothing_of_former_memory(self):
+        """Pixels that a call leaves are 0 in a result that it makes."""
+        a, mask = np.full((64, 64), 9, np.uint8), np.zeros((64, 64), np.uint8)
+        mask[:8] = 1
+        quad = [(10, 10), (40, 12), (38, 50), (12, 44)]
+        for _ in range(20):
+            rubbish = [np.full((64, 64), 77, np.uint8) for _ in range(4)]
+            del rubbish
+            self.assertEqual(np.unique(zori.copy(a, mask=mask)).tolist(), [0, 9])
+            c = zori.get_perspective_transform((0, 0, 64, 64), quad)
+            self.assertEqual(np.unique(zori.warp_perspective(a, (0, 0, 64, 64), c, zori.ZORI_INTER_NN)).tolist(), [0, 9])
+            half = zori.resize(a, 0.5, 0.5, zori.ZORI_INTER_NN, dst_roi_size=(64, 64))
+            self.assertEqual(np.unique(half).tolist(), [0, 9])
+            four = zori.add(np.stack([a] * 4, -1), np.stack([a] * 4, -1), skip_alpha=True)
+            self.assertEqual(np.unique(four[..., 3]).tolist(), [0])
+
+    def test_search(self):
+        self.assertIn("sub", zori.search("Difference images"))
+        self.assertEqual(zori.search("no such words"), {})
+
+
 class Refusals(unittest.TestCase):
 
     def test_strange_arrays(self):

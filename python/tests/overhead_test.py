@@ -42,14 +42,12 @@ class Overhead(unittest.TestCase):
             "zori.mean(a)": lambda: zori.mean(a),
             "zori.add(a, b)": lambda: zori.add(a, b),
         }
-        limited = [name for name in calls if name.startswith("zori") and "(w" not in name and name != "zori.add(a, b)"]
         best = least(calls)
         nothing, numpy = best.pop("nothing"), best["numpy.add(a, b, out)"]
         for name, microseconds in best.items():
             print(f"{name:42} {microseconds - nothing:6.3f} us", file=sys.stderr)
-            if name in limited:
-                # half a microsecond where NumPy takes 0.2; measured 0.3 to 0.4
-                self.assertLess(microseconds - nothing, 3 * (numpy - nothing), name)
+            # half a microsecond where NumPy takes 0.21; measured 0.18 to 0.35
+            self.assertLess(microseconds - nothing, 2.4 * (numpy - nothing), name)
 
 
 if __name__ == "__main__":

@@ -212,4 +212,22 @@ TEST(CppOwners, RecordsAreMadeAndReleased)
   ASSERT_TRUE(zori::make(moved, 3, 3, ZorFftDivInvByN, ZorHintNone).ok()) << "the former record is released";
 }
 
+TEST(CppFunctions, WhatHasNoViewIsAsInC)
+{
+  int step = 0;
+  Zor8u* const memory = zori::malloc_8u_C3(20, 10, step);
+  const zori::View<Zor8u, C3> view(memory, step, {20, 10});
+  ASSERT_TRUE(view.ok());
+  EXPECT_TRUE(zori::set({1, 2, 3}, view).ok());
+  EXPECT_EQ(view.pixel(19, 9)[2], 3);
+  zori::free_(memory);
+  EXPECT_EQ(zori::getLibVersion(), zoriGetLibVersion());
+
+  const Zor32f first[3] = {1, 2, 3}, second[3] = {10, 20, 30}, weights[2] = {1, 0.5F};
+  const Zor32f* const rows[2] = {first, second};
+  Zor32f sums[3] = {};
+  EXPECT_TRUE(zori::dotProdCol_32f_L2(rows, weights, sums, 2, 3).ok());
+  EXPECT_EQ(sums[2], 18);
+}
+
 } // namespace
