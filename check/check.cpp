@@ -11,16 +11,17 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <unordered_map>
 
 #include <dlfcn.h>
 
 namespace zoritest {
 
-const Function* findFunction(const std::string& name)
+const Function* findFunction(std::string_view name)
 {
   static const auto* const all = [] {
-    auto* map = new std::unordered_map<std::string, const Function*>;
+    auto* map = new std::unordered_map<std::string_view, const Function*>; // never released: calls come until the end
     for (const Subsystem& subsystem : subsystems())
       for (const Function& function : subsystem.functions) (*map)[function.name] = &function;
     return map;

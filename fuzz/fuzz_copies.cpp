@@ -29,9 +29,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   std::string fault = one.fault.empty() ? other.fault : one.fault;
   for (std::size_t i = 0; i < one.moves.size() && i < other.moves.size() && fault.empty(); ++i) {
     fault = difference(*one.moves[i].function, one.moves[i].results, other.moves[i].results);
-    if (!fault.empty()) fault = one.moves[i].words + ": " + fault;
+    if (!fault.empty()) fault = std::string(one.moves[i].function->name) + ": " + fault;
   }
   if (fault.empty()) return 0;
-  std::fprintf(stderr, "%s\n", fault.c_str());
+  std::fprintf(stderr, "%s\nThe calls were:\n", fault.c_str());
+  rules.tells = true;
+  play(data, size, rules);
   std::abort();
 }

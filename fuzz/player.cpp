@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <omp.h>
-#include <set>
-#include <sstream>
 #include <xmmintrin.h>
 
 // Of the testing build of the library; other builds go without.
@@ -20,7 +18,7 @@ __attribute__((weak)) void zoriTestShareAllWork(int on);
 namespace zoritest {
 namespace {
 
-constexpr int mostCalls = 8;
+constexpr int mostCalls = 32;
 
 const std::vector<const Function*>& functions()
 {
@@ -53,9 +51,9 @@ bool mayBeAnything(const Function& function, int index)
 }
 
 // What memory the numbers of a call ask for.
-std::vector<double> reachOf(const Function& function, Context context)
+void findReach(const Function& function, Context context, std::vector<double>& numbers)
 {
-  std::vector<double> numbers;
+  numbers.clear();
   const auto add = [&](Formula formula) {
     if (formula) numbers.push_back(formula(context));
   };
@@ -70,7 +68,6 @@ std::vector<double> reachOf(const Function& function, Context context)
     addLink(a.size);
   }
   for (const Link& link : function.makers) addLink(link);
-  return numbers;
 }
 
 // As a small integer takes it.
@@ -157,6 +154,8 @@ private:
   };
   Plan planFor(const Function& function, Random& random);
   void playOne(const Function& function);
+  void drawPlaces(const Function& function, Random& random, Plan& plan);
+  void say(const std::string& words) { words_ += ", " + words; }
   std::uint32_t spoilRecord(Spoiled& spoiled, Call& call, Random& random, const std::string& kind);
   void spoilArguments(Spoiled& spoiled, Call& call, Random& random);
   void spoilNumbers(Spoiled& spoiled, Call& call, Random& random);
@@ -166,14 +165,19 @@ private:
   const PlayRules rules_;
   std::map<std::string, std::shared_ptr<Record>> shelf_; // by the functions that make them
   std::vector<Applied> applied_;
-  bool isWild_ = false; // numbers have been chosen freely
-  std::ostringstream words_;
+  std::vector<double> reach_, otherReach_;
+  bool isTeamed_ = false; // some calls of this input have a team
+  bool isWild_ = false;   // numbers have been chosen freely
+  std::string words_;     // where they are told
 };
 
 Plan Player::planFor(const Function& function, Random& random)
 {
   Plan plan;
-  plan.region = {1 + random.below(random.below(4) ? 40 : 250), 1 + random.below(random.below(8) ? 8 : 40)};
+  // small, now and then large
+  static constexpr int widths[] = {8, 20, 20, 40, 40, 40, 70, 250}, heights[] = {4, 4, 4, 7, 7, 7, 12, 40};
+  plan.region = {1 + random.below(widths[random.below(8)]), 1 + random.below(heights[random.below(8)])};
+  if (!random.below(256)) plan.region = {1 + random.below(random.below(2) ? 200 : 5000), 1 + random.below(30)};
   plan.placement = static_cast<Placement>(random.below(3));
   plan.offset = plan.placement == Placement::Middle ? random.below(64) : 0;
   plan.steps = static_cast<Steps>(random.below(function.exemptions & kStepsExempt ? 2 : 3));
@@ -187,7 +191,21 @@ Plan Player::planFor(const Function& function, Random& random)
   plan.vary = random.below(8) != 0;
   plan.wild = plan.vary && random.below(2);
   plan.bytes = &bytes_;
+  if (random.below(2)) drawPlaces(function, random, plan);
   return plan;
+}
+
+// Rectangles that have no range: how much memory they ask for follows from them.
+void Player::drawPlaces(const Function& function, Random& random, Plan& plan)
+{
+  for (int i = 0; i < function.arguments.size; ++i) {
+    const Argument& a = function.arguments[i];
+    if (a.role != Role::Param || std::strcmp(a.name, "dstRoi") != 0 || a.ranges.size) continue;
+    const int numbers[] = {random.below(2) ? 0 : random.below(20), random.below(2) ? 0 : random.below(12),
+                           1 + random.below(40), 1 + random.below(24)};
+    for (int part = 0; part < 4; ++part) plan.settings.push_back({i, part, double(numbers[part])});
+    isWild_ = true;
+  }
 }
 
 // A record of another kind, a broken one or one that was released takes the place of a valid one. Returns what must be
@@ -196,22 +214,33 @@ std::uint32_t Player::spoilRecord(Spoiled& spoiled, Call& call, Random& random, 
 {
   const Function& function = call.function();
   if (!call.record()) return 0;
+  const bool releases = zoriTestLiveBlocks && !rules_.build; // what was released can be read
   for (const Stage& stage : function.stages)
     for (const Fault& fault : stage.faults) {
       if (!isBadRecord(fault) || random.below(6)) continue;
       void* const own = call.record()->pointer();
+      if (releases && !random.below(8)) {
+        auto dead = std::make_unique<Record>(function, Plan(), call.values());
+        void* const place = dead->isReleased() ? dead->pointer() : nullptr;
+        dead.reset();
+        if (!place || tagOf(place) == tagOf(own)) continue;
+        spoiled.putRecord(fault.argument, place);
+        applied_.push_back({&stage, fault});
+        if (rules_.tells) say("released record");
+        return 0;
+      }
       if (random.below(2)) {
         const std::uint32_t change = random.next() | 1u << random.below(32), tag = tagOf(own) ^ change;
         std::memcpy(own, &tag, sizeof tag);
         applied_.push_back({&stage, fault});
-        words_ << ", broken record";
+        if (rules_.tells) say("broken record");
         return change;
       }
       for (const auto& [otherKind, other] : shelf_) {
         if (otherKind == kind || tagOf(other->pointer()) == tagOf(own)) continue;
         spoiled.putRecord(fault.argument, other->pointer());
         applied_.push_back({&stage, fault});
-        words_ << ", record of " << otherKind;
+        if (rules_.tells) say("record of " + otherKind);
         return 0;
       }
     }
@@ -235,7 +264,7 @@ void Player::spoilArguments(Spoiled& spoiled, Call& call, Random& random)
       if (!fits) continue;
       spoiled.apply(fault, number);
       applied_.push_back({&stage, fault});
-      words_ << ", fault in " << function.arguments[fault.argument].name;
+      if (rules_.tells) say(std::string("fault in ") + function.arguments[fault.argument].name);
     }
   }
 }
@@ -252,16 +281,20 @@ void Player::spoilNumbers(Spoiled& spoiled, Call& call, Random& random)
     const Element element = a.role == Role::In ? a.memory.element : a.number;
     const int part = random.below(std::max(a.count, 1));
     const double number = wrapped(element, chosen(element, part < 4 ? spoiled.values[i].numbers[part] : 0, random));
-    std::vector<Value> trial = spoiled.values;
-    context.values = spoiled.values.data();
-    const std::vector<double> reach = reachOf(function, context);
-    if (part < 4) trial[static_cast<std::size_t>(i)].numbers[part] = number;
-    context.values = trial.data();
-    const std::vector<double> other = reachOf(function, context);
-    if (!reach.empty() && std::memcmp(reach.data(), other.data(), reach.size() * sizeof(double)) != 0) continue;
+    if (part < 4) {
+      context.values = spoiled.values.data();
+      findReach(function, context, reach_);
+      double& place = spoiled.values[static_cast<std::size_t>(i)].numbers[part];
+      const double before = place;
+      place = number;
+      findReach(function, context, otherReach_);
+      place = before;
+      if (!reach_.empty() && std::memcmp(reach_.data(), otherReach_.data(), reach_.size() * sizeof(double)) != 0)
+        continue;
+    }
     spoiled.put(i, part, number);
     isWild_ = true;
-    words_ << ", " << a.name << "[" << part << "] " << number;
+    if (rules_.tells) say(std::string(a.name) + "[" + std::to_string(part) + "] " + std::to_string(number));
   }
 }
 
@@ -271,7 +304,7 @@ void Player::judge(Call& call, const Spoiled& spoiled, const Result& result, boo
   Context context = call.context();
   context.values = spoiled.values.data();
   int expected = 0; // the status of the first check that fails
-  std::set<int> others;
+  std::vector<int> others;
   for (const Stage& stage : function.stages) {
     const bool isSpoiled = std::any_of(applied_.begin(), applied_.end(), [&](const Applied& a) {
       return a.stage == &stage && isFault(function, stage, a.fault, context);
@@ -281,17 +314,19 @@ void Player::judge(Call& call, const Spoiled& spoiled, const Result& result, boo
       expected = stage.status;
       break;
     }
-    if (beyond == Beyond::NotANumber || (isWild_ && mayRefuse(function, stage))) others.insert(stage.status);
+    if (beyond == Beyond::NotANumber || (isWild_ && mayRefuse(function, stage))) others.push_back(stage.status);
   }
   if (!expected && !applied_.empty()) return; // one fault made another legal: the operands do not fit any more
-  if (hasNoMemory) others.insert({ZorErrAlloc, ZorErrNoMem, ZorErrNullPtr});
-  if (isWild_) others.insert({ZorErrQuad, ZorErrCoeff, ZorErrRect, ZorErrSize}); // singular maps, places far outside
+  if (hasNoMemory) others.insert(others.end(), {ZorErrAlloc, ZorErrNoMem, ZorErrNullPtr});
+  if (isWild_)
+    others.insert(others.end(), {ZorErrQuad, ZorErrCoeff, ZorErrRect, ZorErrSize}); // singular maps, places far outside
   const int status = result.status;
-  const bool fits =
-    function.callable.returnsPointer || others.count(status) || (expected ? status == expected : call.mayGive(status));
+  const bool fits = function.callable.returnsPointer ||
+                    std::find(others.begin(), others.end(), status) != others.end() ||
+                    (expected ? status == expected : call.mayGive(status));
   const std::string change = call.changesAfter(status);
   if (fits && change.empty()) return;
-  played.fault = words_.str() + ": status " + std::to_string(status) + ", expected " +
+  played.fault = std::string(function.name) + ": status " + std::to_string(status) + ", expected " +
                  (expected ? std::to_string(expected) : "success") + "; " +
                  (change.empty() ? "memory is right" : change);
 }
@@ -301,6 +336,7 @@ void Player::playOne(const Function& listed)
   const Function& function = rules_.build ? *rules_.build->find(listed) : listed;
   const int low = bytes_.byte();
   Random random(static_cast<std::uint64_t>(low | bytes_.byte() << 8), &bytes_);
+  isWild_ = false;
   Plan plan = planFor(function, random);
   plan.seed = static_cast<std::uint64_t>(low);
   std::string kind;
@@ -309,7 +345,7 @@ void Player::playOne(const Function& listed)
     const auto known = shelf_.find(kind);
     if (known != shelf_.end() && random.below(4)) plan.record = known->second;
   }
-  const int threads = random.below(32) ? 1 : 2 + random.below(3);
+  const int threads = isTeamed_ && random.below(2) ? 2 + random.below(3) : 1;
   const int fails = random.below(16) ? 0 : 1 + random.below(4);
   const int rounding = random.below(4) ? 0 : random.below(4);
   const bool usesHeap = random.below(4) == 0;
@@ -317,10 +353,10 @@ void Player::playOne(const Function& listed)
   Call call(function, plan);
   if (!kind.empty()) shelf_[kind] = call.record();
   applied_.clear();
-  isWild_ = false;
-  words_.str("");
-  words_ << call.describe() << ", " << threads << " threads, rounding " << rounding;
-  if (fails) words_ << ", allocation " << fails << " failing";
+  if (rules_.tells) {
+    words_ = call.describe() + ", " + std::to_string(threads) + " threads, rounding " + std::to_string(rounding);
+    if (fails) say("allocation " + std::to_string(fails) + " failing");
+  }
   Spoiled spoiled(call);
   const std::uint32_t tagChange = spoilRecord(spoiled, call, random, kind);
   if (random.below(2)) spoilArguments(spoiled, call, random);
@@ -329,9 +365,9 @@ void Player::playOne(const Function& listed)
     return a.fault.kind != FaultKind::Value || isBadRecord(a.fault);
   });
   if (isCertain && random.below(2)) spoilNumbers(spoiled, call, random);
-  if (rules_.tells) std::fprintf(stderr, "%s\n", words_.str().c_str());
+  if (rules_.tells) std::fprintf(stderr, "%s\n", words_.c_str());
 
-  omp_set_num_threads(threads);
+  if (threads > 1) omp_set_num_threads(threads);
   if (zoriTestShareAllWork) zoriTestShareAllWork(threads > 1);
   if (zoriTestUseHeap) zoriTestUseHeap(usesHeap);
   if (zoriTestFailAllocationAt) zoriTestFailAllocationAt(fails);
@@ -347,29 +383,32 @@ void Player::playOne(const Function& listed)
   const bool hasNoMemory = zoriTestFailAllocationAt && zoriTestFailAllocationAt(0) >= fails && fails;
   if (zoriTestUseHeap) zoriTestUseHeap(0);
   if (zoriTestShareAllWork) zoriTestShareAllWork(0);
-  omp_set_num_threads(1);
+  if (threads > 1) omp_set_num_threads(1);
   if (tagChange) {
     const std::uint32_t tag = tagOf(call.record()->pointer()) ^ tagChange;
     std::memcpy(call.record()->pointer(), &tag, sizeof tag);
   }
   ++played.calls;
   judge(call, spoiled, result, hasNoMemory);
-  if (played.fault.empty() && changesMode) played.fault = words_.str() + ": the control register is not as it was";
+  if (played.fault.empty() && changesMode)
+    played.fault = std::string(function.name) + ": the control register is not as it was";
   if (!rules_.keepsResults) return;
-  played.moves.push_back({&function, words_.str(), resultsOf(call, result)});
+  played.moves.push_back({&function, resultsOf(call, result)});
   unifyNans(function, played.moves.back().results);
 }
 
 void Player::play()
 {
   const int blocks = zoriTestLiveBlocks ? zoriTestLiveBlocks() : 0;
+  omp_set_num_threads(1);
+  isTeamed_ = bytes_.byte() % 128 == 1;
   for (int n = 0; n < mostCalls && bytes_.left() >= 4 && played.fault.empty(); ++n) {
     const int low = bytes_.byte();
     playOne(*functions()[static_cast<std::size_t>(low | bytes_.byte() << 8) % functions().size()]);
   }
   shelf_.clear();
   const int left = zoriTestLiveBlocks ? zoriTestLiveBlocks() - blocks : 0;
-  if (left && played.fault.empty()) played.fault = std::to_string(left) + " blocks are left behind " + words_.str();
+  if (left && played.fault.empty()) played.fault = std::to_string(left) + " blocks are left behind";
 }
 
 } // namespace

@@ -13,14 +13,13 @@ namespace zoritest {
 struct PlayRules {
   Build* build = nullptr; // whose functions are called; null: those that the program is linked with
   bool keepsResults = false;
-  bool tells = false; // print each call
+  bool tells = false; // print each call, and what is told of a fault
 };
 
 struct Played {
   std::string fault; // what went wrong, or ""
   struct Move {
     const Function* function;
-    std::string words;
     Results results;
   };
   std::vector<Move> moves; // where results are kept

@@ -1,7 +1,8 @@
-// In place of an engine, where there is none: plays the files that are named, and so many random inputs. What is being
-// played stands in the file PROGRAM.input, which tells what ended the program.
-//   PROGRAM [-runs=N] [-seed=N] [FILE or FOLDER]...
+// In place of an engine: plays the files that are named, then random inputs, so many of them or for so many seconds.
+// What is being played stands in the file PROGRAM-SEED.input, which tells what ended the program.
+//   PROGRAM [-runs=N] [-seconds=N] [-seed=N] [FILE or FOLDER]...
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -10,7 +11,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <malloc.h>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
@@ -18,44 +21,87 @@ using Input = std::vector<unsigned char>;
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size);
 
-static void playInput(const Input& input)
-{
-  static const std::string name = std::string(program_invocation_short_name) + ".input";
-  static const int file = open(name.c_str(), O_WRONLY | O_CREAT, 0666);
-  if (pwrite(file, input.data(), input.size(), 0) < 0 || ftruncate(file, static_cast<off_t>(input.size())) < 0)
-    std::perror(name.c_str());
-  LLVMFuzzerTestOneInput(input.data(), input.size());
-}
+// A file that is memory: what stands in it survives the program, and costs no call of the system.
+class InputFile {
+public:
+  InputFile(const std::string& name, std::size_t most)
+    : name_(name), file_(open(name.c_str(), O_RDWR | O_CREAT, 0666)), most_(most)
+  {
+    resize(most);
+    void* const all = mmap(nullptr, most, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
+    if (all == MAP_FAILED) fail();
+    bytes_ = static_cast<unsigned char*>(all);
+  }
+  void play(const Input& input)
+  {
+    if (input.size() > most_) {
+      std::fprintf(stderr, "an input of more than %zu bytes\n", most_);
+      std::exit(2);
+    }
+    if (input.size() != size_) resize(input.size());
+    if (size_) std::memcpy(bytes_, input.data(), size_);
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+  }
+  void remove() { unlink(name_.c_str()); }
+
+private:
+  void fail()
+  {
+    std::perror(name_.c_str());
+    std::exit(2);
+  }
+  void resize(std::size_t bytes)
+  {
+    if (ftruncate(file_, static_cast<off_t>(bytes)) < 0) fail();
+    size_ = bytes;
+  }
+
+  std::string name_;
+  int file_;
+  std::size_t most_, size_ = 0;
+  unsigned char* bytes_ = nullptr;
+};
 
 int main(int argc, char** argv)
 {
-  std::uint64_t runs = 0, seed = 1;
+  using Clock = std::chrono::steady_clock;
+  mallopt(M_MMAP_THRESHOLD, 1 << 28), mallopt(M_TRIM_THRESHOLD, 1 << 28); // memory that was touched is kept
+  std::uint64_t runs = 0, seconds = 0, seed = 1, played = 0;
   std::vector<std::filesystem::path> paths;
   for (int i = 1; i < argc; ++i) {
     if (!std::strncmp(argv[i], "-runs=", 6)) runs = std::strtoull(argv[i] + 6, nullptr, 0);
+    else if (!std::strncmp(argv[i], "-seconds=", 9)) seconds = std::strtoull(argv[i] + 9, nullptr, 0);
     else if (!std::strncmp(argv[i], "-seed=", 6)) seed = std::strtoull(argv[i] + 6, nullptr, 0);
     else if (std::filesystem::is_directory(argv[i]))
       for (const auto& entry : std::filesystem::directory_iterator(argv[i])) paths.push_back(entry.path());
     else paths.emplace_back(argv[i]);
   }
+  InputFile file(std::string(program_invocation_short_name) + "-" + std::to_string(seed) + ".input", 1 << 16);
   for (const auto& path : paths) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    std::ifstream bytes(path, std::ios::binary);
+    if (!bytes) {
       std::fprintf(stderr, "%s cannot be read\n", path.c_str());
       return 2;
     }
-    playInput(Input(std::istreambuf_iterator<char>(file), {}));
+    file.play(Input(std::istreambuf_iterator<char>(bytes), {}));
   }
   std::uint64_t state = (seed + 1) * 0x9E3779B97F4A7C15u;
   const auto next = [&] {
     state ^= state << 13, state ^= state >> 7, state ^= state << 17;
-    return static_cast<std::uint32_t>(state >> 32);
+    return state * 0x2545F4914F6CDD1Du;
   };
-  for (std::uint64_t run = 0; run < runs; ++run) {
-    Input input(16 + next() % 300);
-    for (unsigned char& byte : input) byte = static_cast<unsigned char>(next());
-    playInput(input);
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+  Input input;
+  const auto isOver = [&] { return played >= runs && (!seconds || (played % 16 == 0 && Clock::now() >= end)); };
+  for (; !isOver(); ++played) {
+    if (played % 64 == 0) input.resize(64 + next() % 120 * 8); // a length for some inputs
+    for (std::size_t i = 0; i < input.size(); i += 8) {
+      const std::uint64_t word = next();
+      std::memcpy(&input[i], &word, 8);
+    }
+    file.play(input);
   }
-  std::printf("%zu files, %llu random inputs\n", paths.size(), static_cast<unsigned long long>(runs));
-  return paths.size() + runs ? 0 : 1;
+  file.remove();
+  std::printf("%zu files, %llu random inputs\n", paths.size(), static_cast<unsigned long long>(played));
+  return paths.size() + played ? 0 : 1;
 }

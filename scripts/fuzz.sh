@@ -1,33 +1,66 @@
 #!/bin/bash
-# scripts/fuzz.sh [SECONDS [PRESET]]: the coverage-guided fuzz test of calls, and that of both 64-bit copies.
+# scripts/fuzz.sh [SECONDS [PRESET]]: random sequences of calls, for so many seconds.
 #
-#   SECONDS  for each of the two (60)
-#   PRESET   fuzz (default) or fuzz-sanitize, which plays calls alone
+#   SECONDS  60
+#   PRESET   default (the default), q7, wide, sanitize: random inputs, one process a processor, each with a seed of its
+#            own. ZORI_FUZZ_SEED sets the first seed, ZORI_FUZZ_PROCESSES the number of processes.
+#            copies: the same with both 64-bit copies side by side
+#            fuzz, fuzz-sanitize: clang's coverage-guided engine, which starts from what earlier runs left in
+#            build/PRESET/corpus, and from fuzz/corpus where there is one
 #
-# Starts from what earlier runs left in build/PRESET/corpus. What ends a run stands in
-# build/PRESET/crash-*; played again it tells the call:  ZORI_FUZZ_TELLS=1 build/PRESET/fuzz/fuzz_calls FILE
+# The last line tells the number of calls. A finding ends the run, and the input stands in
+# build/PRESET/fuzz_...-SEED.input or build/PRESET/crash-*; played again it tells its calls:
+#   ZORI_FUZZ_TELLS=1 build/PRESET/fuzz/fuzz_calls FILE
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
-seconds=${1:-60} preset=${2:-fuzz}
-bash scripts/install-packages.sh nightly || exit 1
-cmake --preset "$preset" && cmake --build --preset "$preset" || exit 1
-folder=build/$preset corpus=build/$preset/corpus
-mkdir -p "$corpus"
-faults=0
-run() { # run PROGRAM
-  echo "== $1, $seconds seconds"
-  OMP_WAIT_POLICY=passive "$folder/fuzz/$1" -max_len=400 -len_control=0 -timeout=60 -rss_limit_mb=4000 -verbosity=1 \
-    -artifact_prefix="$folder/" -max_total_time="$seconds" -print_final_stats=1 "$corpus" 2>&1 |
-    grep -v "NEW\|REDUCE\|RELOAD\|pulse"
-  [[ ${PIPESTATUS[0]} -eq 0 ]] || faults=$((faults + 1))
-}
-run fuzz_calls
-if [[ $preset == fuzz ]]; then
-  cmake --build --preset default --target zori || exit 1
-  name=libzoriq7-5.3.so
-  export ZORI_BASE_LIBRARY=build/default/src/$name ZORI_WIDE_LIBRARY=build/default/src/glibc-hwcaps/x86-64-v3/$name
-  if grep -qw avx2 /proc/cpuinfo; then run fuzz_copies
-  else echo "** THE COPIES ARE NOT COMPARED: THIS PROCESSOR IS NOT OF THE CLASS x86-64-v3 **"
+seconds=${1:-60} preset=${2:-default} program=fuzz_calls
+export OMP_WAIT_POLICY=passive
+case $preset in
+  copies) preset=default program=fuzz_copies ;;
+  fuzz | fuzz-sanitize) bash scripts/install-packages.sh nightly || exit 1 ;;
+esac
+cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" --target $program || exit 1
+folder=build/$preset
+if [[ $program == fuzz_copies ]]; then
+  if ! grep -qw avx2 /proc/cpuinfo; then
+    echo "** THE COPIES ARE NOT COMPARED: THIS PROCESSOR IS NOT OF THE CLASS x86-64-v3 **"
+    exit 0
   fi
+  cmake --build --preset default --target zori zori_wide || exit 1
+  name=libzoriq7-5.3.so
+  export ZORI_BASE_LIBRARY=$PWD/$folder/src/$name ZORI_WIDE_LIBRARY=$PWD/$folder/src/glibc-hwcaps/x86-64-v3/$name
 fi
-[[ $faults -eq 0 ]]
+
+if [[ $preset == fuzz* ]]; then
+  mkdir -p "$folder/corpus"
+  corpus=("$folder/corpus")
+  [[ ! -d fuzz/corpus ]] || corpus+=(fuzz/corpus)
+  $folder/fuzz/$program -max_len=400 -len_control=0 -timeout=60 -rss_limit_mb=4000 -verbosity=1 \
+    -artifact_prefix="$folder/" -max_total_time="$seconds" -print_final_stats=1 "${corpus[@]}" 2>&1 |
+    grep -v "NEW\|REDUCE\|RELOAD\|pulse"
+  exit "${PIPESTATUS[0]}"
+fi
+
+seed=${ZORI_FUZZ_SEED:-$(date +%s)} processes=${ZORI_FUZZ_PROCESSES:-$(nproc)}
+logs=$(mktemp -d)
+trap 'rm -rf "$logs"' EXIT
+pids=()
+for ((i = 0; i < processes; ++i)); do
+  (cd "$folder" && exec fuzz/$program -seconds="$seconds" -seed=$((seed + i)) >"$logs/$i" 2>&1) &
+  pids+=($!)
+done
+result=0
+for ((i = 0; i < processes; ++i)); do
+  if ! wait -n; then # a finding: the others need not go on
+    result=1
+    kill "${pids[@]}" 2>/dev/null
+    wait
+    break
+  fi
+done
+if [[ $result -ne 0 ]]; then
+  for log in "$logs"/*; do grep -qE "^[0-9]+ calls" "$log" || tail -n 60 "$log"; done
+  ls -l "$folder"/$program-*.input
+fi
+awk -v seed="$seed" '/^[0-9]+ calls/ { calls += $1 } END { printf "%d calls, seeds from %d on\n", calls, seed }' "$logs"/*
+exit $result

@@ -8,7 +8,8 @@
 #              sanitizer of barriers
 #   valgrind   random calls under valgrind: reads of what was never written
 #   tidy       clang-tidy over all sources
-#   fuzz       half an hour of the coverage-guided tests, plain and under the sanitizers
+#   fuzz       random calls, plain, with both copies and under the sanitizers, ten minutes each, and as long the
+#              coverage-guided tests
 #
 # The last line counts the steps, `N passed, N failed`. Takes some hours on two cores.
 set -uo pipefail
@@ -36,7 +37,7 @@ step_builds() {
 step_sanitize() {
   cmake --preset sanitize && cmake --build --preset sanitize &&
     OMP_WAIT_POLICY=passive ctest --test-dir build/sanitize -j2 --output-on-failure --timeout 7200 &&
-    (cd build/sanitize && fuzz/fuzz_calls -runs=200000 -seed="$(date +%j)")
+    bash scripts/fuzz.sh 300 sanitize
 }
 
 step_threads() {
@@ -59,7 +60,9 @@ step_valgrind() {
 step_tidy() { bash scripts/check-tidy.sh all; }
 
 step_fuzz() {
-  bash scripts/fuzz.sh 1800 fuzz && bash scripts/fuzz.sh 1800 fuzz-sanitize
+  local preset result=0
+  for preset in default copies sanitize fuzz fuzz-sanitize; do bash scripts/fuzz.sh 600 $preset || result=1; done
+  return $result
 }
 
 passed=0 failed=0

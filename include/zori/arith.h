@@ -37,6 +37,7 @@ ZORI_BEGIN_DECLS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriAbs_16s_C1R(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize);
 /** Absolute value (16s, C1, in place). More above zoriAbs_16s_C1R. */
@@ -98,6 +99,7 @@ ZorStatus zoriAbs_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriAdd_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
@@ -271,6 +273,7 @@ ZorStatus zoriAdd_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriSub_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
@@ -446,6 +449,8 @@ ZorStatus zoriSub_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: team for large regions (8u 16s 32f, C1 C3 C4); calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: within 1.2e-7 of the product of the magnitudes (32fc, C1 C3 AC4, R IR); correctly rounded
+ *   (others).
  */
 ZorStatus zoriMul_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
@@ -618,6 +623,7 @@ ZorStatus zoriMul_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
  *   calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriAddC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
@@ -786,6 +792,7 @@ ZorStatus zoriAddC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
  *   calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriSubC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
@@ -956,6 +963,8 @@ ZorStatus zoriSubC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * Threads: team for large regions (8u, C1 C3, RSfs IRSfs and 16s, C1 C3, RSfs IRSfs and 32f, C1, R IR);
  *   calling thread (others).
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: within 1.2e-7 of the product of the magnitudes (32fc, C1 C3 AC4, R IR); correctly rounded
+ *   (others).
  */
 ZorStatus zoriMulC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
@@ -1132,6 +1141,8 @@ ZorStatus zoriMulC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: within 0.5001 of the quotient (16sc 32sc, C1 C3 AC4, RSfs IRSfs); correctly rounded (32f, R IR);
+ *   within 2e-7 of the magnitude (32fc, C1 C3 AC4, R IR); within 0.51 of the quotient (others).
  */
 ZorStatus zoriDiv_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                             Zor8u* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
@@ -1305,6 +1316,8 @@ ZorStatus zoriDiv_32fc_AC4IR(const Zor32fc* pSrc, int srcStep, Zor32fc* pSrcDst,
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: the caller's mode (32f 32fc, R IR); to nearest (others).
+ * Accuracy: within 0.51 of the quotient (16u, RSfs IRSfs); within 1.5 units in the last place (32f, R IR);
+ *   within 2e-7 of the magnitude (32fc, C1 C3 AC4, R IR); within 0.5001 of the quotient (others).
  */
 ZorStatus zoriDivC_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
@@ -1468,6 +1481,8 @@ ZorStatus zoriDivC_32fc_AC4IR(const Zor32fc value[3], Zor32fc* pSrcDst, int srcD
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 0.51 of the quotient where ties go away from zero or to even; the fraction is cut off the
+ *   quotient in single precision.
  */
 ZorStatus zoriDiv_Round_8u_C1RSfs(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorRoundMode rndMode, int scaleFactor);
@@ -1570,6 +1585,7 @@ ZorStatus zoriDiv_Round_16s_AC4IRSfs(const Zor16s* pSrc, int srcStep, Zor16s* pS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: the caller's mode (32f, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriSqr_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
@@ -1671,6 +1687,7 @@ ZorStatus zoriSqr_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: the caller's mode (32f, R IR); to nearest (others).
+ * Accuracy: correctly rounded.
  */
 ZorStatus zoriSqrt_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                              int scaleFactor);
@@ -1751,6 +1768,8 @@ ZorStatus zoriSqrt_32f_C4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize)
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1.5 units in the last place, and within 1 of the rounded value (32f, R IR); within 0.501
+ *   of the logarithm (others).
  */
 ZorStatus zoriLn_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            int scaleFactor);
@@ -1805,6 +1824,8 @@ ZorStatus zoriLn_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1.5 units in the last place, and within 1 of the rounded value (32f, R IR); within 0.501
+ *   of the exponential (others).
  */
 ZorStatus zoriExp_8u_C1RSfs(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                             int scaleFactor);
@@ -1860,6 +1881,7 @@ ZorStatus zoriExp_32f_C3IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1 of the exact product of fractions.
  */
 ZorStatus zoriMulScale_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                               Zor8u* pDst, int dstStep, ZorImgSize roiSize);
@@ -1915,6 +1937,7 @@ ZorStatus zoriMulScale_16u_AC4IR(const Zor16u* pSrc, int srcStep, Zor16u* pSrcDs
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1 of the exact product of fractions.
  */
 ZorStatus zoriMulCScale_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize);
@@ -1975,6 +1998,7 @@ ZorStatus zoriMulCScale_16u_AC4IR(const Zor16u value[3], Zor16u* pSrcDst, int sr
  * Checks: null pointers, steps, region size.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 
@@ -1993,6 +2017,7 @@ ZorStatus zoriComplement_32s_C1IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize ro
  * Other statuses: ZorErrNullPtr (pDst written).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 6e-8 times count of the sum of |weight * sample|.
  */
 ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeights, Zor32f* pDst, int count,
                                 int length);
@@ -2010,6 +2035,7 @@ ZorStatus zoriDotProdCol_32f_L2(const Zor32f* const* ppSrc, const Zor32f* pWeigh
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriAnd_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
@@ -2084,6 +2110,7 @@ ZorStatus zoriAnd_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriOr_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                         ZorImgSize roiSize);
@@ -2158,6 +2185,7 @@ ZorStatus zoriOr_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, int
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriXor_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, Zor8u* pDst, int dstStep,
                          ZorImgSize roiSize);
@@ -2231,6 +2259,7 @@ ZorStatus zoriXor_32s_AC4IR(const Zor32s* pSrc, int srcStep, Zor32s* pSrcDst, in
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriAndC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Bitwise and of an image and a constant (8u, C1, in place). More above zoriAndC_8u_C1R. */
@@ -2303,6 +2332,7 @@ ZorStatus zoriAndC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriOrC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Bitwise or of an image and a constant (8u, C1, in place). More above zoriOrC_8u_C1R. */
@@ -2373,6 +2403,7 @@ ZorStatus zoriOrC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstSt
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriXorC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Bitwise exclusive or of an image and a constant (8u, C1, in place). More above zoriXorC_8u_C1R. */
@@ -2446,6 +2477,7 @@ ZorStatus zoriXorC_32s_AC4IR(const Zor32s value[3], Zor32s* pSrcDst, int srcDstS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriNot_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Bitwise complement (8u, C1, in place). More above zoriNot_8u_C1R. */
@@ -2477,6 +2509,7 @@ ZorStatus zoriNot_8u_AC4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriLShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
@@ -2553,6 +2586,7 @@ ZorStatus zoriLShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact, rounded toward minus infinity.
  */
 ZorStatus zoriRShiftC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor32u value, Zor8u* pDst, int dstStep,
                              ZorImgSize roiSize);
@@ -2686,6 +2720,7 @@ ZorStatus zoriRShiftC_32s_AC4IR(const Zor32u value[3], Zor32s* pSrcDst, int srcD
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 3 of the exact composition.
  */
 ZorStatus zoriAlphaComp_8u_AC1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                 Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
@@ -2723,6 +2758,7 @@ ZorStatus zoriAlphaComp_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, con
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 3 of the exact composition.
  */
 ZorStatus zoriAlphaCompC_8u_C1R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1, const Zor8u* pSrc2, int src2Step,
                                 Zor8u alpha2, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAlphaOp alphaType);
@@ -2769,6 +2805,7 @@ ZorStatus zoriAlphaCompC_16u_AP4R(const Zor16u* const pSrc1[4], int src1Step, Zo
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1 of the exact product of fractions.
  */
 ZorStatus zoriAlphaPremul_8u_AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Premultiplication of the colours by alpha (8u, AC4, in place). More above zoriAlphaPremul_8u_AC4R. */
@@ -2802,6 +2839,7 @@ ZorStatus zoriAlphaPremul_16u_AP4IR(Zor16u* const pSrcDst[4], int srcDstStep, Zo
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1 of the exact product of fractions.
  */
 ZorStatus zoriAlphaPremulC_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u alpha, Zor8u* pDst, int dstStep,
                                   ZorImgSize roiSize);
@@ -2865,6 +2903,7 @@ ZorStatus zoriAlphaPremulC_16u_AP4IR(Zor16u alpha, Zor16u* const pSrcDst[4], int
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCompColorKey_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor8u colorKey);
@@ -2908,6 +2947,7 @@ ZorStatus zoriCompColorKey_16s_C4R(const Zor16s* pSrc1, int src1Step, const Zor1
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 3 of the exact composition.
  */
 ZorStatus zoriAlphaCompColorKey_8u_AC4R(const Zor8u* pSrc1, int src1Step, Zor8u alpha1,
                                         const Zor8u* pSrc2, int src2Step, Zor8u alpha2, Zor8u* pDst, int dstStep,

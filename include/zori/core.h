@@ -47,6 +47,7 @@ const ZorVersionRecord* zoriGetLibVersion(void);
  *
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 Zor8u* zoriMalloc_8u_C1(int width, int height, int* pStepBytes);
 /** Memory for an image (8u, C2). More above zoriMalloc_8u_C1. */

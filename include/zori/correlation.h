@@ -54,8 +54,8 @@ ZORI_BEGIN_DECLS
  * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
- * Accuracy: sums of products within 4e-7 of the product of the 2-norms of image and template, before what
- *   divides them; 2e-6 of the value besides (32f 8u32f 8s32f 16u32f, R).
+ * Accuracy: that of the 8u32f form, rounded (8u, RSfs); sums of products within 4e-7 of the product of the
+ *   2-norms of image and template, before what divides them; 2e-6 of the value besides (others).
  */
 ZorStatus zoriCrossCorrFull_Norm_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          const Zor32f* pTpl, int tplStep, ZorImgSize tplRoiSize,
@@ -650,6 +650,7 @@ ZorStatus zoriCrossCorrValid_NormLevel_8u_AC4RSfs(const Zor8u* pSrc, int srcStep
  * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: within 4e-7 of the product of the 2-norms of image and template.
  */
 ZorStatus zoriCrossCorrValid_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                      const Zor32f* pTpl, int tplStep, ZorImgSize tplRoiSize, Zor32f* pDst, int dstStep);
@@ -693,6 +694,8 @@ ZorStatus zoriCrossCorrValid_16u32f_C1R(const Zor16u* pSrc, int srcStep, ZorImgS
  * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: that of the 8u32f form, rounded (8u, RSfs); the distance within 1e-6 of the product of the
+ *   2-norms of image and template, and 1e-6 of the sum of both squares, before what divides it (others).
  */
 ZorStatus zoriSqrDistanceFull_Norm_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                            const Zor32f* pTpl, int tplStep, ZorImgSize tplRoiSize,
@@ -1015,7 +1018,8 @@ ZorStatus zoriSqrDistanceValid_Norm_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Z
  * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
- * Accuracy: within 4e-7 of the product of the 2-norms of both images, and 1e-6 of the value (32f).
+ * Accuracy: within 4e-7 of the product of the 2-norms of both images, and 1e-6 of the value (32f); the sum as
+ *   in 32f; within 0.51 where it is small (others).
  */
 ZorStatus zoriConvFull_8u_C1R(const Zor8u* pSrc1, int src1Step, ZorImgSize src1Size, const Zor8u* pSrc2, int src2Step,
                               ZorImgSize src2Size, Zor8u* pDst, int dstStep, int divisor);

@@ -28,6 +28,7 @@ ZORI_BEGIN_DECLS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Copy of a region (8u, C3). More above zoriCopy_8u_C1R. */
@@ -86,6 +87,7 @@ ZorStatus zoriCopy_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C1MR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                            const Zor8u* pMask, int maskStep);
@@ -161,6 +163,7 @@ ZorStatus zoriCopy_32f_AC4MR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C3CR(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Copy of one channel between images of one layout (8u, C4, one channel of interest). More above zoriCopy_8u_C3CR. */
@@ -195,6 +198,7 @@ ZorStatus zoriCopy_32f_C4CR(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int d
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C3C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Copy between one channel of a pixel and a one-channel image (8u, C4 to C1). More above zoriCopy_8u_C3C1R. */
@@ -248,6 +252,7 @@ ZorStatus zoriCopy_32f_C1C4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int 
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C3AC4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Copy between three and four channels (8u, AC4 to C3). More above zoriCopy_8u_C3AC4R. */
@@ -281,6 +286,7 @@ ZorStatus zoriCopy_32f_AC4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopy_8u_C3P3R(const Zor8u* pSrc, int srcStep, Zor8u* const pDst[3], int dstStep, ZorImgSize roiSize);
 /** Copy between interleaved channels and planes (8u, C4 to P4). More above zoriCopy_8u_C3P3R. */
@@ -339,6 +345,7 @@ ZorStatus zoriCopy_32f_P4C4R(const Zor32f* const pSrc[4], int srcStep, Zor32f* p
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                  int flags);
@@ -356,6 +363,7 @@ ZorStatus zoriCopyManaged_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, in
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSet_8u_C1R(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Fill of a region with a value (8u, C3). More above zoriSet_8u_C1R. */
@@ -412,6 +420,7 @@ ZorStatus zoriSet_32f_AC4R(const Zor32f value[3], Zor32f* pDst, int dstStep, Zor
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSet_8u_C1MR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize, const Zor8u* pMask, int maskStep);
 /** Fill of the pixels that a mask selects (8u, C3, under a mask). More above zoriSet_8u_C1MR. */
@@ -484,6 +493,7 @@ ZorStatus zoriSet_32f_AC4MR(const Zor32f value[3], Zor32f* pDst, int dstStep, Zo
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSet_8u_C3CR(Zor8u value, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Fill of one channel (8u, C4, one channel of interest). More above zoriSet_8u_C3CR. */
@@ -516,6 +526,7 @@ ZorStatus zoriSet_32f_C4CR(Zor32f value, Zor32f* pDst, int dstStep, ZorImgSize r
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 
@@ -532,6 +543,7 @@ ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSwapChannels_8u_C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                   const int dstOrder[3]);
@@ -576,6 +588,7 @@ ZorStatus zoriSwapChannels_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDs
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSwapChannels_8u_C3C4R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[4], Zor8u value);
@@ -604,6 +617,7 @@ ZorStatus zoriSwapChannels_32f_C3C4R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSwapChannels_8u_C4C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                     const int dstOrder[3]);
@@ -633,6 +647,7 @@ ZorStatus zoriSwapChannels_32f_C4C3R(const Zor32f* pSrc, int srcStep, Zor32f* pD
  * Checks (others): null pointers, region size, steps, dstOrder < 0, dstOrder > 2 (ZorErrChannelOrder).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriSwapChannels_8u_C3IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize, const int dstOrder[3]);
 /** New order of channels in place (8u, C4, in place). More above zoriSwapChannels_8u_C3IR. */
@@ -652,6 +667,7 @@ ZorStatus zoriSwapChannels_8u_C4IR(Zor8u* pSrcDst, int srcDstStep, ZorImgSize ro
  * Steps: not tested, may be zero or negative (16s32s).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriConvert_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 /** Conversion from an integer type (8u to 16u, C3). More above zoriConvert_8u16u_C1R. */
@@ -783,6 +799,7 @@ ZorStatus zoriConvert_32s8s_AC4R(const Zor32s* pSrc, int srcStep, Zor8s* pDst, i
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: the caller's mode.
+ * Accuracy: within 0.502 of the clamped sample; by modes 0 and 1 correctly rounded.
  */
 ZorStatus zoriConvert_32f8u_C1R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize,
                                 ZorRoundMode roundMode);
@@ -845,6 +862,7 @@ ZorStatus zoriConvert_32f16s_AC4R(const Zor32f* pSrc, int srcStep, Zor16s* pDst,
  * Checks: null pointers, region size, steps, srcBitOffset < 0 (ZorErrSize).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset, Zor8u* pDst, int dstStep,
                                ZorImgSize roiSize);
@@ -880,6 +898,7 @@ ZorStatus zoriConvert_1u8u_C1R(const Zor8u* pSrc, int srcStep, int srcBitOffset,
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, int dstBitOffset,
                                ZorImgSize roiSize, Zor8u threshold);
@@ -920,6 +939,8 @@ ZorStatus zoriConvert_8u1u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int 
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest, which a failed call leaves set (32f8u); to nearest (others).
+ * Accuracy: within 2e-7 of the range vMin..vMax and its distance from zero (8u32f); within 0.51 with
+ *   ZorHintAccurate, within 1 with others (16u8u 16s8u 32s8u); within 0.51 (32f8u); exact (others).
  */
 ZorStatus zoriScale_8u16u_C1R(const Zor8u* pSrc, int srcStep, Zor16u* pDst, int dstStep, ZorImgSize roiSize);
 /** Conversion that maps the range of one type onto the range of the other (8u to 16u, C3).
@@ -1053,6 +1074,7 @@ ZorStatus zoriScale_32f8u_AC4R(const Zor32f* pSrc, int srcStep, Zor8u* pDst, int
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriTranspose_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Exchange of rows and columns (8u, C1, in place). More above zoriTranspose_8u_C1R. */
@@ -1124,6 +1146,7 @@ ZorStatus zoriTranspose_32s_C4IR(Zor32s* pSrcDst, int srcDstStep, ZorImgSize roi
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMirror_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize, ZorAxis flip);
 /** Mirror image (8u, C1, in place). More above zoriMirror_8u_C1R. */
@@ -1245,6 +1268,7 @@ ZorStatus zoriMirror_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize roiSi
  *   (ZorErrSize), null value.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopyConstBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor8u* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Zor8u value);
@@ -1328,6 +1352,7 @@ ZorStatus zoriCopyConstBorder_32s_AC4R(const Zor32s* pSrc, int srcStep, ZorImgSi
  *   (ZorErrSize).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopyReplicateBorder_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          Zor8u* pDst, int dstStep, ZorImgSize dstRoiSize, int topBorderHeight,
@@ -1463,6 +1488,7 @@ ZorStatus zoriCopyReplicateBorder_32s_AC4IR(Zor32s* pSrcDst, int srcDstStep, Zor
  *   (ZorErrSize).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCopyWrapBorder_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize srcRoiSize, Zor32s* pDst, int dstStep,
                                      ZorImgSize dstRoiSize, int topBorderHeight, int leftBorderWidth);

@@ -41,6 +41,7 @@ ZORI_BEGIN_DECLS
  * Other statuses: ZorErrAlloc (FFTInitAlloc_C FFTInitAlloc_R).
  * Threads: team, on whose size the result depends (FFTGetBufSize_C FFTGetBufSize_R); calling thread (others).
  * Rounding: to nearest.
+ * Accuracy: exact.
  * Memory: pRecord by zoriFFTInitAlloc_C_32fc, in the other forms their like.
  */
 ZorStatus zoriFFTInitAlloc_C_32fc(ZorFftImgRecord** ppRecord, int orderX, int orderY, int flag, ZorHint hint);
@@ -215,6 +216,7 @@ ZorStatus zoriFFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const Zo
  * Other statuses: ZorErrAlloc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: as zoriFFTFwd_RToPack_32f and zoriFFTInv_PackToR_32f, then rounded.
  * Memory: pRecord by zoriFFTInitAlloc_R_32s, size of pBuffer by zoriFFTGetBufSize_R_32s.
  */
 ZorStatus zoriFFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
@@ -271,6 +273,7 @@ ZorStatus zoriFFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * Other statuses: ZorErrAlloc (DFTInitAlloc_C DFTInitAlloc_R).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  * Memory: pRecord by zoriDFTInitAlloc_C_32fc, in the other forms their like.
  */
 ZorStatus zoriDFTInitAlloc_C_32fc(ZorDftImgRecord** ppRecord, int width, int height, int flag, ZorHint hint);
@@ -330,7 +333,7 @@ ZorStatus zoriDFTFree_R_32s(ZorDftImgRecord32s* pRecord);
  * Rounding: to nearest.
  * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
  *   the input's 2-norm times the factor of the direction, and are each within six times that; where a side
- *   has a prime factor above.
+ *   has a prime factor above 150, four times as much.
  * Memory: pRecord by zoriDFTInitAlloc_C_32fc, size of pBuffer by zoriDFTGetBufSize_C_32fc.
  */
 ZorStatus zoriDFTFwd_CToC_32fc_C1R(const Zor32fc* pSrc, int srcStep, Zor32fc* pDst, int dstStep,
@@ -368,7 +371,7 @@ ZorStatus zoriDFTInv_CToC_32fc_C1IR(Zor32fc* pSrcDst, int srcDstStep, const ZorD
  * Rounding: to nearest.
  * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
  *   the input's 2-norm times the factor of the direction, and are each within six times that; where a side
- *   has a prime factor above.
+ *   has a prime factor above 150, four times as much.
  * Memory: pRecord by zoriDFTInitAlloc_R_32f, size of pBuffer by zoriDFTGetBufSize_R_32f.
  */
 ZorStatus zoriDFTFwd_RToPack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep,
@@ -427,6 +430,7 @@ ZorStatus zoriDFTInv_PackToR_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, const Zo
  * Other statuses: ZorErrAlloc.
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: as zoriDFTFwd_RToPack_32f and zoriDFTInv_PackToR_32f, then rounded.
  * Memory: pRecord by zoriDFTInitAlloc_R_32s, size of pBuffer by zoriDFTGetBufSize_R_32s.
  */
 ZorStatus zoriDFTFwd_RToPack_8u32s_C1RSfs(const Zor8u* pSrc, int srcStep, Zor32s* pDst, int dstStep,
@@ -487,6 +491,7 @@ ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * Other statuses: ZorErrAlloc (DCTFwdInitAlloc DCTInvInitAlloc).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  * Memory: pRecord by zoriDCTFwdInitAlloc_32f, in the other forms their like.
  */
 ZorStatus zoriDCTFwdInitAlloc_32f(ZorDctImgRecord** ppRecord, ZorImgSize roiSize, ZorHint hint);
@@ -540,7 +545,8 @@ ZorStatus zoriDCTInvFree_32f(ZorDctImgRecord* pRecord);
  * Threads: calling thread.
  * Rounding: to nearest.
  * Accuracy: with n values in all, errors have a root mean square within (1 + 0.6 * sqrt(log2 n)) * 1e-7 of
- *   the input's 2-norm, and are each within six times that; where a side has a prime factor above.
+ *   the input's 2-norm, and are each within six times that; where a side has a prime factor above 150, four
+ *   times as much.
  * Memory: pRecord by zoriDCTFwdInitAlloc_32f, size of pBuffer by zoriDCTFwdGetBufSize_32f, in the other forms
  *   their like.
  */
@@ -591,7 +597,8 @@ ZorStatus zoriDCTInv_32f_AC4R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int
  * Accuracy: 10000 random blocks in each of the ranges -256..255, -5..5 and -300..300 and with the sign
  *   turned, coefficients of 12 bits and results of 9: peak error 1; mean square at most 0.0091 in a place
  *   (0.06 is asked of inverse transforms) and 0.0070 of all (0.02); mean at most 0.0070 in a place (0.015)
- *   and 0.0002 of all (0.0015); zero gives zero (DCT8x8Inv).
+ *   and 0.0002 of all (0.0015); zero gives zero (DCT8x8Inv); within 0.75 of the exact coefficients of blocks
+ *   from -255 to 255 (others).
  */
 ZorStatus zoriDCT8x8Fwd_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Cosine transform of an 8 x 8 block of integers (16s, C1, in place). More above zoriDCT8x8Fwd_16s_C1. */
@@ -614,7 +621,7 @@ ZorStatus zoriDCT8x8Inv_16s_C1I(Zor16s* pSrcDst);
  * Threads: calling thread.
  * Rounding: to nearest.
  * Accuracy: in the same test as zoriDCT8x8Inv_16s_C1, rounded: peak error 1, mean square at most 0.0002 in a
- *   place and 0.00001 of all (DCT8x8Inv).
+ *   place and 0.00001 of all (DCT8x8Inv); within 4e-7 of the block's 2-norm (others).
  */
 ZorStatus zoriDCT8x8Fwd_32f_C1(const Zor32f* pSrc, Zor32f* pDst);
 /** Cosine transform of an 8 x 8 block of floats (32f, C1, in place). More above zoriDCT8x8Fwd_32f_C1. */
@@ -715,6 +722,7 @@ ZorStatus zoriDCT8x8Inv_4x4_16s_C1I(Zor16s* pSrcDst);
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1 of the exact means.
  */
 ZorStatus zoriDCT8x8To2x2Inv_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Inverse cosine transform to a reduced block (16s, C1, in place). More above zoriDCT8x8To2x2Inv_16s_C1. */
@@ -742,6 +750,7 @@ ZorStatus zoriDCT8x8To4x4Inv_16s_C1I(Zor16s* pSrcDst);
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriZigzagFwd8x8_16s_C1(const Zor16s* pSrc, Zor16s* pDst);
 /** Zigzag order of a block (16s, C1). More above zoriZigzagFwd8x8_16s_C1. */
@@ -795,6 +804,7 @@ ZorStatus zoriWTInvInitAlloc_32f_C3R(ZorWtInvState** ppState, const Zor32f* pTap
  * Checks: null pointers, pState (ZorErrContext).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  * Memory: pState by zoriWTFwdInitAlloc_32f_C1R, in the other forms their like.
  */
 ZorStatus zoriWTFwdGetBufSize_C1R(const ZorWtFwdState* pState, int* pSize);
@@ -852,6 +862,7 @@ ZorStatus zoriWTInvFree_32f_C3R(ZorWtInvState* pState);
  *   steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1.2e-7 times the number of taps of both filters of the sum of |tap * tap * sample|.
  * Memory: pState by zoriWTFwdInitAlloc_32f_C1R, size of pBuffer by zoriWTFwdGetBufSize_C1R, in the other
  *   forms their like.
  */
@@ -892,6 +903,7 @@ ZorStatus zoriWTFwd_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDstLL, int
  *   steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1.2e-7 times the number of taps of both filters of the sum of |tap * tap * sample|.
  * Memory: pState by zoriWTInvInitAlloc_32f_C1R, size of pBuffer by zoriWTInvGetBufSize_C1R, in the other
  *   forms their like.
  */
@@ -990,6 +1002,8 @@ ZorStatus zoriMulPackConj_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSr
  * Same image allowed: pDst = pSrc1 or pDst = pSrc2.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: correctly rounded (32s); exact where scaleFactor is 0; cut toward minus infinity at others
+ *   (others).
  */
 ZorStatus zoriMulPack_16s_C1RSfs(const Zor16s* pSrc1, int src1Step, const Zor16s* pSrc2, int src2Step,
                                  Zor16s* pDst, int dstStep, ZorImgSize roiSize, int scaleFactor);
@@ -1055,6 +1069,7 @@ ZorStatus zoriMulPack_32s_AC4IRSfs(const Zor32s* pSrc, int srcStep, Zor32s* pSrc
  * Other statuses: ZorErrNullPtr.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: magnitudes within 2e-7 of their value; phases within 3e-7 of theirs, and 3e-10 radian.
  */
 ZorStatus zoriMagnitudePack_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize);
 /** Magnitude and phase of a packed spectrum (32f, C3). More above zoriMagnitudePack_32f_C1R. */
@@ -1079,6 +1094,7 @@ ZorStatus zoriPhasePack_32f_C3R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, i
  * Other statuses: ZorErrNullPtr.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 0.51.
  */
 ZorStatus zoriMagnitudePack_16s_C1RSfs(const Zor16s* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
@@ -1117,6 +1133,7 @@ ZorStatus zoriPhasePack_32s_C3RSfs(const Zor32s* pSrc, int srcStep, Zor32s* pDst
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriPackToCplxExtend_32f32fc_C1R(const Zor32f* pSrc, ZorImgSize roiSize, int srcStep,
                                            Zor32fc* pDst, int dstStep);
@@ -1136,6 +1153,7 @@ ZorStatus zoriPackToCplxExtend_32s32sc_C1R(const Zor32s* pSrc, ZorImgSize roiSiz
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCplxExtendToPack_32fc32f_C1R(const Zor32fc* pSrc, int srcStep, ZorImgSize roiSize,
                                            Zor32f* pDst, int dstStep);
@@ -1191,6 +1209,7 @@ ZorStatus zoriPhase_32fc32f_C3R(const Zor32fc* pSrc, int srcStep, Zor32f* pDst, 
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 0.51.
  */
 ZorStatus zoriMagnitude_16sc16s_C1RSfs(const Zor16sc* pSrc, int srcStep, Zor16s* pDst, int dstStep, ZorImgSize roiSize,
                                        int scaleFactor);
@@ -1243,6 +1262,7 @@ ZorStatus zoriPhase_32sc32s_C3RSfs(const Zor32sc* pSrc, int srcStep, Zor32s* pDs
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 0.6 units in the last place of the magnitude (32fc 32f32fc); within 0.5001 (others).
  */
 ZorStatus zoriPolarToCart_16sc_C1R(const Zor16sc* pSrc, int srcStep, Zor16sc* pDst, int dstStep, ZorImgSize roiSize);
 /** Complex pixels from magnitude and phase (16sc, C3). More above zoriPolarToCart_16sc_C1R. */

@@ -35,6 +35,8 @@ ZORI_BEGIN_DECLS
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: accurate: within 1e-13 of the sum of magnitudes; fast: within 1e-7 * (4 + width / 16) (32f);
+ *   exact (others).
  */
 ZorStatus zoriSum_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pSum);
 /** Sum of the pixels of a region (8u, C3). More above zoriSum_8u_C1R. */
@@ -84,6 +86,8 @@ ZorStatus zoriSum_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: accurate: within 1e-13 of the mean magnitude; fast: within 1e-7 * (4 + width / 16) (32f); within
+ *   2 units in the last place of a double (others).
  */
 ZorStatus zoriMean_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pMean);
 /** Mean of the pixels of a region (8u, C3). More above zoriMean_8u_C1R. */
@@ -136,6 +140,7 @@ ZorStatus zoriMean_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize,
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMin_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin);
 /** Least or greatest pixel value of a region (8u, C3). More above zoriMin_8u_C1R. */
@@ -214,6 +219,7 @@ ZorStatus zoriMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSize, 
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMinMax_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, Zor8u* pMax);
 /** Least and greatest pixel value of a region in one pass (8u, C3). More above zoriMinMax_8u_C1R. */
@@ -267,6 +273,7 @@ ZorStatus zoriMinMax_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSiz
  * Steps: not tested, may be zero or negative.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMinIndx_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor8u* pMin, int* pIndexX,
                              int* pIndexY);
@@ -377,6 +384,7 @@ ZorStatus zoriMaxIndx_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize roiSi
  * Checks: null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMinEvery_8u_C1IR(const Zor8u* pSrc, int srcStep, Zor8u* pSrcDst, int srcDstStep, ZorImgSize roiSize);
 /** Elementwise minimum or maximum of two images (8u, C3, in place). More above zoriMinEvery_8u_C1IR. */
@@ -456,6 +464,7 @@ ZorStatus zoriMaxEvery_32f_AC4IR(const Zor32f* pSrc, int srcStep, Zor32f* pSrcDs
  * Checks: null pointers, steps, region size, lower > upper (ZorErrRange).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriCountInRange_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, int* pCount, Zor8u lower,
                                   Zor8u upper);
@@ -504,6 +513,8 @@ ZorStatus zoriCountInRange_32f_AC4R(const Zor32f* pSrc, int srcStep, ZorImgSize 
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact (Norm_Inf); accurate: within 1e-12 of the value; fast: within 1e-7 * (4 + width / 4)
+ *   (Norm_L1 Norm_L2, 32f); within 2 units in the last place of a double (others).
  */
 ZorStatus zoriNorm_Inf_8u_C1R(const Zor8u* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm);
 /** Norm of an image (8u, C3). More above zoriNorm_Inf_8u_C1R. */
@@ -626,6 +637,9 @@ ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSi
  * Checks (others): null pointers, region size, steps.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact (NormDiff_Inf, 8u 16u 16s); correctly rounded to single precision (NormDiff_Inf, 32f);
+ *   accurate: within 1e-12 of the value; fast: within 1e-7 * (4 + width / 4) (NormDiff_L1 NormDiff_L2, 32f);
+ *   within 2 units in the last place of a double (others).
  */
 ZorStatus zoriNormDiff_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                   ZorImgSize roiSize, Zor64f* pNorm);
@@ -798,6 +812,8 @@ ZorStatus zoriNormDiff_L2_32f_AC4R(const Zor32f* pSrc1, int src1Step, const Zor3
  *   (others).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: accurate: within 1e-12 of the value; fast: within 2e-7 * (4 + width / 4) (32f); within 3 units in
+ *   the last place of a double (others).
  */
 ZorStatus zoriNormRel_Inf_8u_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step, ZorImgSize roiSize,
                                  Zor64f* pNorm);
@@ -977,6 +993,7 @@ ZorStatus zoriMomentInitAlloc_64s(ZorMomentState** ppState, ZorHint hint);
  * Checks: null pointers.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: exact.
  */
 ZorStatus zoriMomentGetStateSize_64s(ZorHint hint, int* pSize);
 
@@ -1086,6 +1103,7 @@ ZorStatus zoriMoments64s_16u_AC4R(const Zor16u* pSrc, int srcStep, ZorImgSize ro
  *   0, nChannel > 2 (ZorErrMomentChannel).
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: correctly rounded (64s); within 1e-14 of the sum of magnitudes (others).
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
@@ -1117,6 +1135,7 @@ ZorStatus zoriGetSpatialMoment_64s(const ZorMomentState* pState, int mOrd, int n
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1e-13 of the terms that it is formed of; *_64s rounds that.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetCentralMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel, Zor64f* pValue);
@@ -1146,6 +1165,7 @@ ZorStatus zoriGetCentralMoment_64s(const ZorMomentState* pState, int mOrd, int n
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1e-13 of the terms that it is formed of; *_64s rounds that.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetNormalizedSpatialMoment_64f(const ZorMomentState* pState, int mOrd, int nOrd, int nChannel,
@@ -1189,6 +1209,7 @@ ZorStatus zoriGetNormalizedCentralMoment_64s(const ZorMomentState* pState, int m
  * Other statuses: ZorErrMomentTooSmall.
  * Threads: calling thread.
  * Rounding: to nearest.
+ * Accuracy: within 1e-12 of the terms that it is formed of; *_64s rounds that.
  * Memory: pState by zoriMomentInitAlloc_64f, in the other forms their like.
  */
 ZorStatus zoriGetHuMoments_64f(const ZorMomentState* pState, int nChannel, Zor64f pHu[7]);
@@ -1217,6 +1238,7 @@ ZorStatus zoriGetHuMoments_64s(const ZorMomentState* pState, int nChannel, Zor64
  * Other statuses: ZorErrQualitySize (pQualityIndex written).
  * Threads: team for large regions.
  * Rounding: to nearest.
+ * Accuracy: within 1e-5.
  */
 ZorStatus zoriQualityIndex_8u32f_C1R(const Zor8u* pSrc1, int src1Step, const Zor8u* pSrc2, int src2Step,
                                      ZorImgSize roiSize, Zor32f* pQualityIndex);

@@ -64,7 +64,7 @@ constexpr std::size_t page = 4096, alignment = 32, slackOfStart = 16; // as mall
 constexpr int greatestOrder = 11;
 constexpr unsigned char filling = 0xa5, slackFilling = 0x5a;
 constexpr std::uint64_t guardMark = 0x5ca1ab1e0ddba11u;
-constexpr std::size_t wholeFill = std::size_t{1} << 26; // larger blocks are filled at both ends
+constexpr std::size_t wholeFill = std::size_t{1} << 20; // larger blocks are filled at both ends
 
 std::atomic_flag isBusy = ATOMIC_FLAG_INIT;
 Pages* waiting[greatestOrder + 1];

@@ -159,6 +159,7 @@ class Mistakes(unittest.TestCase):
         self.refuse(self.args, 1, "'team' must be", tail="rounding nearest\ntext\n    What it does.\n")
         self.refuse(self.args, 6, "'rounding' must be", tail=TAIL.replace("nearest", "upward"))
         self.refuse(self.args, 5, "contract and a reason", tail=TAIL.replace("team no", "team contract"))
+        self.refuse(self.args + "built yes\n", 1, "how far its results are from exact ones")
 
     def test_arguments(self):
         self.refuse("args src dts roi\n", 3, "unknown argument 'dts'")

@@ -57,6 +57,7 @@ public:
   ~Record();
   void* pointer() const { return pointer_; }
   bool isOverrun() const { return own_ && own_->isOverrun(); }
+  bool isReleased() const { return release_; }             // by a function of the library, when it ends
   const std::vector<Value>& made() const { return made_; } // the arguments of the call that made it
 
 private:
@@ -117,6 +118,10 @@ private:
   std::vector<GuardedImage::Snapshot> snapshots_;
   std::deque<ExactBlock> buffers_;
 };
+
+// How often functions of the table were called with operands of their own; calls that serve one (queries of sizes,
+// makers of records) count where they have some, too.
+std::uint64_t callsMade();
 
 // Arguments of a call with faults in them.
 class Spoiled {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -200,7 +201,8 @@ struct Function {
   Team team;
   RoundingRule rounding;
   int exemptions;
-  bool sweep; // the generic tests call it
+  bool sweep;           // the generic tests call it
+  const char* accuracy; // how far results may be from exact arithmetic, in words
 };
 
 struct Subsystem {
@@ -211,7 +213,7 @@ struct Subsystem {
 const std::vector<Subsystem>& subsystems();
 
 // Null when the table has no function of that name.
-const Function* findFunction(const std::string& name);
+const Function* findFunction(std::string_view name);
 
 // What formulas are made of, beside + - *.
 inline double quotient(double a, double b) { return std::floor(a / b); }

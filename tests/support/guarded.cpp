@@ -8,25 +8,48 @@
 
 namespace zoritest {
 
-static std::mutex poolMutex;
-static std::multimap<std::size_t, std::unique_ptr<GuardedBlock>> pool; // free blocks by size
+namespace {
+
+// Free blocks by their size. There are few sizes, so that blocks find a user again; the largest are not kept.
+struct Pool {
+  std::map<std::size_t, std::vector<std::unique_ptr<GuardedBlock>>> free;
+  std::mutex mutex;
+};
+Pool pool;
+const std::size_t page = GuardedBlock::pageBytes();
+constexpr std::size_t mostKept = std::size_t{1} << 26;
+
+// Up to 8 pages each number of them, then four sizes from one power of two to the next.
+std::size_t roundedUp(std::size_t bytes)
+{
+  const std::size_t pages = std::max((bytes + page - 1) / page, std::size_t{1});
+  if (bytes > mostKept) return pages * page;
+  std::size_t unit = 1;
+  while (pages > 8 * unit) unit *= 2;
+  return (pages + unit - 1) / unit * unit * page;
+}
+
+} // namespace
 
 Arena::Arena(std::size_t bytes)
 {
-  const std::lock_guard<std::mutex> lock(poolMutex);
-  const auto found = pool.find(GuardedBlock::sizeFor(bytes));
-  if (found == pool.end()) {
-    block_ = std::make_unique<GuardedBlock>(bytes);
-  } else {
-    block_ = std::move(found->second);
-    pool.erase(found);
+  const std::size_t size = roundedUp(bytes);
+  {
+    const std::lock_guard<std::mutex> lock(pool.mutex);
+    auto& list = pool.free[size];
+    if (!list.empty()) {
+      block_ = std::move(list.back());
+      list.pop_back();
+    }
   }
+  if (!block_) block_ = std::make_unique<GuardedBlock>(size);
 }
 
 Arena::~Arena()
 {
-  const std::lock_guard<std::mutex> lock(poolMutex);
-  pool.emplace(block_->size(), std::move(block_));
+  if (block_->size() > mostKept) return;
+  const std::lock_guard<std::mutex> lock(pool.mutex);
+  pool.free[block_->size()].push_back(std::move(block_));
 }
 
 int elementBytes(Element element)
@@ -59,25 +82,54 @@ void putNumber(unsigned char* p, Element element, double number)
 
 static void fillBytes(unsigned char* p, std::size_t n, Random& random)
 {
-  for (std::size_t i = 0; i < n; i += 4) {
-    const std::uint32_t word = random.next();
-    std::memcpy(p + i, &word, std::min<std::size_t>(n - i, 4));
+  std::size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const std::uint64_t word = random.next64();
+    std::memcpy(p + i, &word, 8);
   }
+  const std::uint64_t word = random.next64();
+  std::memcpy(p + i, &word, n - i);
+}
+
+// What lies around images: never the same number twice in a row, and cheap.
+static void fillAround(unsigned char* p, std::size_t n, std::uint64_t seed)
+{
+  static const std::vector<unsigned char> noise = [] {
+    std::vector<unsigned char> bytes(std::size_t{1} << 16);
+    Random random(99);
+    fillBytes(bytes.data(), bytes.size(), random);
+    return bytes;
+  }();
+  for (std::size_t at = Random(seed).next() % noise.size(); n > 0; at = 0) {
+    const std::size_t part = std::min(n, noise.size() - at);
+    std::memcpy(p, noise.data() + at, part);
+    p += part, n -= part;
+  }
+}
+
+template <class F> static void fillNumbers(unsigned char* p, std::size_t count, Fill kind, Random& random)
+{
+  static thread_local std::vector<F> numbers;
+  numbers.resize(count);
+  for (F& number : numbers) number = static_cast<F>(ordinaryNumber(random));
+  if (kind == Fill::Special) addSpecialNumbers(numbers.data(), count, random);
+  if (count) std::memcpy(p, numbers.data(), count * sizeof(F));
 }
 
 static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memory, Fill kind, Random& random)
 {
-  const bool floating = memory.element == Element::T32f || memory.element == Element::T64f;
   if (memory.mask) {
-    for (std::size_t i = 0; i < bytes; ++i) p[i] = random.below(2) ? static_cast<unsigned char>(random.next()) : 0;
+    std::uint64_t word = 0;
+    for (std::size_t i = 0; i < bytes; ++i, word >>= 16) {
+      if (i % 4 == 0) word = random.next64();
+      p[i] = word & 0x100 ? static_cast<unsigned char>(word) : 0;
+    }
   } else if (memory.element == Element::Pointer) {
     std::memset(p, 0, bytes);
-  } else if (floating && kind != Fill::AnyBits) {
-    const auto size = static_cast<std::size_t>(elementBytes(memory.element));
-    std::vector<double> numbers(bytes / size);
-    for (double& number : numbers) number = ordinaryNumber(random);
-    if (kind == Fill::Special) addSpecialNumbers(numbers.data(), numbers.size(), random);
-    for (std::size_t i = 0; i < numbers.size(); ++i) putNumber(p + i * size, memory.element, numbers[i]);
+  } else if (memory.element == Element::T32f && kind != Fill::AnyBits) {
+    fillNumbers<float>(p, bytes / sizeof(float), kind, random);
+  } else if (memory.element == Element::T64f && kind != Fill::AnyBits) {
+    fillNumbers<double>(p, bytes / sizeof(double), kind, random);
   } else {
     fillBytes(p, bytes, random);
   }
@@ -101,8 +153,9 @@ GuardedImage::GuardedImage(const Shape& shape) : memory_(shape.memory)
                      : m.kept == Kept::Other ? pixelBytes_ / m.channels
                                              : pixelBytes_;
     const int bytes = m.kept == Kept::Other ? (width - 1) * pixelBytes_ + used : width * pixelBytes_;
-    writable_.resize(static_cast<std::size_t>(bytes));
-    for (int i = 0; i < bytes; ++i) writable_[static_cast<std::size_t>(i)] = i % pixelBytes_ < used ? 0xff : 0;
+    writable_.assign(static_cast<std::size_t>(bytes), 0xff);
+    for (int i = used; used < pixelBytes_ && i < bytes; i += pixelBytes_)
+      std::fill_n(writable_.begin() + i, std::min(pixelBytes_ - used, bytes - i), 0);
   }
   firstWritten_ = 0;
   endWritten_ = rows_;
@@ -146,17 +199,19 @@ template <class Visit> void GuardedImage::forEachRow(Visit visit) const
 
 void GuardedImage::fill(std::uint64_t seed, Fill kind)
 {
-  Random around(seed + 99);
-  for (const Piece& piece : pieces_) fillBytes(piece.begin, static_cast<std::size_t>(piece.end - piece.begin), around);
+  for (const Piece& piece : pieces_) fillAround(piece.begin, static_cast<std::size_t>(piece.end - piece.begin), seed);
   Random random(seed);
   forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, random); });
 }
 
 void GuardedImage::fillRows(const std::vector<unsigned char>& pattern)
 {
+  std::vector<unsigned char> tile; // the pattern again and again, as long as a row, and once more
+  while (tile.size() < writable_.size() + pattern.size()) tile.insert(tile.end(), pattern.begin(), pattern.end());
   std::size_t next = 0;
   forEachRow([&](unsigned char* p, bool) {
-    for (std::size_t i = 0; i < writable_.size(); ++i) p[i] = pattern[next++ % pattern.size()];
+    std::memcpy(p, &tile[next], writable_.size());
+    next = (next + writable_.size()) % pattern.size();
   });
 }
 
@@ -187,28 +242,48 @@ GuardedImage::Snapshot GuardedImage::snapshot() const
   return all;
 }
 
+// The first byte that changed in bits that are not allowed to, or bytes.
+static std::size_t firstChange(const unsigned char* now, const unsigned char* then, const unsigned char* allowed,
+                               std::size_t bytes)
+{
+  std::size_t i = 0;
+  const auto word = [&](const unsigned char* p) {
+    std::uint64_t w;
+    std::memcpy(&w, p + i, 8);
+    return w;
+  };
+  if (!allowed && std::memcmp(now, then, bytes) == 0) return bytes;
+  while (i + 8 <= bytes && ((word(now) ^ word(then)) & ~(allowed ? word(allowed) : 0)) == 0) i += 8;
+  while (i < bytes && ((now[i] ^ then[i]) & ~(allowed ? allowed[i] : 0)) == 0) ++i;
+  return i;
+}
+
 std::string GuardedImage::changes(const Snapshot& before, bool outsideOnly) const
 {
   for (std::size_t at = 0; at < pieces_.size(); ++at) {
     const Piece& piece = pieces_[at];
-    const std::size_t size = before[at].size();
-    if (std::memcmp(piece.begin, before[at].data(), size) == 0) continue;
-    std::vector<unsigned char> allowed(size, 0);
+    const unsigned char *const then = before[at].data(), *p = piece.begin, *wrong = nullptr;
+    const auto look = [&](const unsigned char* end, const unsigned char* allowed) {
+      if (wrong || end <= p) return;
+      const std::size_t bytes = static_cast<std::size_t>(end - p);
+      const std::size_t i = firstChange(p, then + (p - piece.begin), allowed, bytes);
+      if (i < bytes) wrong = p + i;
+      p = end;
+    };
     for (int y = firstWritten_; outsideOnly && y < endWritten_; ++y) {
-      unsigned char* const first = row(piece.plane, y);
-      if (first >= piece.begin && first < piece.end)
-        std::copy(writable_.begin(), writable_.end(), allowed.begin() + (first - piece.begin));
+      const unsigned char* const first = row(piece.plane, y);
+      if (first < piece.begin || first >= piece.end) continue;
+      look(first, nullptr);
+      look(first + writable_.size(), writable_.data());
     }
-    for (std::size_t i = 0; i < size; ++i) {
-      const unsigned char now = piece.begin[i], then = before[at][i];
-      if (((now ^ then) & ~allowed[i]) == 0) continue;
-      const std::ptrdiff_t distance = piece.begin + i - first_[piece.plane];
-      const std::ptrdiff_t y = distance < 0 ? -1 : std::min<std::ptrdiff_t>(distance / step_, rows_ - 1);
-      return "byte " + std::to_string(y < 0 ? distance : distance - y * step_) + " of row " +
-             std::to_string(y < 0 ? 0 : y) + (first_.size() > 1 ? " of plane " + std::to_string(piece.plane) : "") +
-             " (a row has " + std::to_string(writable_.size()) + " bytes) changed from " + std::to_string(then) +
-             " to " + std::to_string(now);
-    }
+    look(piece.end, nullptr);
+    if (!wrong) continue;
+    const std::ptrdiff_t distance = wrong - first_[piece.plane];
+    const std::ptrdiff_t y = distance < 0 ? -1 : std::min<std::ptrdiff_t>(distance / step_, rows_ - 1);
+    return "byte " + std::to_string(y < 0 ? distance : distance - y * step_) + " of row " +
+           std::to_string(y < 0 ? 0 : y) + (first_.size() > 1 ? " of plane " + std::to_string(piece.plane) : "") +
+           " (a row has " + std::to_string(writable_.size()) + " bytes) changed from " +
+           std::to_string(then[wrong - piece.begin]) + " to " + std::to_string(*wrong);
   }
   return "";
 }

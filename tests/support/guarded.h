@@ -9,7 +9,8 @@
 
 namespace zoritest {
 
-// Whole pages between two pages without access. Blocks are kept for the next user of the same size.
+// Whole pages between two pages without access, a quarter more than asked for at most. Blocks are kept for the next
+// user of the same size.
 class Arena {
 public:
   explicit Arena(std::size_t bytes);
@@ -52,6 +53,11 @@ public:
     if (bytes_ && bytes_->left()) return bytes_->word();
     step();
     return static_cast<std::uint32_t>(state_ >> 32);
+  }
+  std::uint64_t next64() // of the seed alone
+  {
+    step();
+    return state_ * 0x2545F4914F6CDD1Du;
   }
   int below(int n)
   {

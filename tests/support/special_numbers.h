@@ -65,17 +65,17 @@ inline constexpr double specialNumbers[] = {0.0,
 
 // Puts special numbers on one sample in eight. Some rows get an extreme with a NaN behind it in the same lane of
 // vectors of 4, 8 or 16 lanes.
-template <class Random> void addSpecialNumbers(double* numbers, std::size_t count, Random& random)
+template <class F, class Random> void addSpecialNumbers(F* numbers, std::size_t count, Random& random)
 {
   constexpr int kinds = sizeof specialNumbers / sizeof *specialNumbers;
   for (std::size_t i = 0; i < count; ++i)
-    if (random.below(8) == 0) numbers[i] = specialNumbers[random.below(kinds)];
+    if (random.below(8) == 0) numbers[i] = static_cast<F>(specialNumbers[random.below(kinds)]);
   if (count == 0 || random.below(2)) return;
   const std::size_t lanes[] = {4, 8, 16};
   const std::size_t at = static_cast<std::size_t>(random.below(static_cast<int>(count)));
-  numbers[at] = random.below(2) ? 3e38 : -3e38;
+  numbers[at] = random.below(2) ? F(3e38) : F(-3e38);
   const std::size_t behind = at + lanes[random.below(3)] * static_cast<std::size_t>(1 + random.below(2));
-  if (behind < count) numbers[behind] = std::numeric_limits<double>::quiet_NaN();
+  if (behind < count) numbers[behind] = std::numeric_limits<F>::quiet_NaN();
 }
 
 } // namespace zoritest

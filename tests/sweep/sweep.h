@@ -3,7 +3,9 @@
 
 #include "support/call.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <set>
 
 extern "C" void zoriTestUseHeap(int on);
 
@@ -39,11 +41,25 @@ inline std::vector<Batch> batches()
   return all;
 }
 
+// At its end each sweep tells what it tried.
 class Sweep : public testing::TestWithParam<Batch> {
+public:
+  static void SetUpTestSuite() { functions.clear(), callsBefore = callsMade(); }
+  static void TearDownTestSuite()
+  {
+    const std::string name = testing::UnitTest::GetInstance()->current_test_suite()->name();
+    std::printf("%s: %zu functions, %llu calls\n", name.substr(name.find('/') + 1).c_str(), functions.size(),
+                static_cast<unsigned long long>(callsMade() - callsBefore));
+  }
+
 protected:
+  static inline std::set<const Function*> functions;
+  static inline std::uint64_t callsBefore = 0;
+
   template <class Rule> void eachFunction(Rule rule)
   {
     for (const Function* function : GetParam().functions) {
+      functions.insert(function);
       const std::string fault = rule(*function);
       if (!fault.empty()) ADD_FAILURE() << fault;
     }
