@@ -60,11 +60,9 @@ ZorStatus resizeByFactors(const Images& images, const Regions& r, double xFactor
   if (!isSuper && !isInterpolation(interpolation)) return ZorErrInterpolation;
   Axis x = columnsOf(r), y = rowsOf(r);
   if (auto s = firstFailure(countByFactor(x, xFactor), countByFactor(y, yFactor)); s != ZorOk) return s;
-  if (isSuper) {
-    supersample(images, CoverSweep(x.first, x.length, 1 / xFactor), x.count, CoverSweep(y.first, y.length, 1 / yFactor),
-                y.count, xFactor * yFactor);
-    return ZorOk;
-  }
+  if (isSuper)
+    return supersample(images, CoverSweep(x.first, x.length, 1 / xFactor), x.count,
+                       CoverSweep(y.first, y.length, 1 / yFactor), y.count, xFactor * yFactor);
   const int used = interpolationFor(interpolation, r.srcSize.width, r.srcSize.height);
   const bool isNearest = used == ZORI_INTER_NN;
   place(x, isNearest, stepOfFactor(x, xFactor, isNearest), xShift);

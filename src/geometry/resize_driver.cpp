@@ -44,18 +44,19 @@ Kernels kernelsFor(const Images& images, AxisTable& columns)
 }
 
 struct SumRows {
-  long long pitch; // bytes of a row of sums
-  int rows;
+  long long pitch;    // bytes of a row of sums
+  int rows;           // those of all taps, and one that is made ahead
   long long finished; // bytes of a row of results, where they do not go straight into the destination
 };
 
 SumRows sumRows(const Images& images, Taps taps, int width)
 {
   if (taps == Taps::Nearest) return {0, 0, 0};
+  const bool isLinear = taps == Taps::LinearInteger || taps == Taps::LinearFloat;
   const int sumBytes = taps == Taps::LinearInteger ? 2 : 4;
   const long long samples = static_cast<long long>(width) * images.channels;
   const auto bytes = [](long long n) { return (n + 63) / 64 * 64; };
-  return {bytes((samples + sumSlack) * sumBytes), tapsOf(taps),
+  return {bytes((samples + sumSlack) * sumBytes), tapsOf(taps) + isLinear,
           images.keepsFourth ? bytes(samples * bytesOf(images.element)) : 0};
 }
 
@@ -117,11 +118,15 @@ const char* pixelTwice(const char* pixel, int bytes, char* twice)
 void Walk::copyRows(int plane, int first, int count) const
 {
   const std::size_t bytes = static_cast<std::size_t>(columns.count) * images.pixelBytes();
-  for (int y = first; y < first + count; ++y) {
+  const int end = first + count;
+  for (int y = first; y < end; ++y) {
+    const char* const src = images.srcRow(plane, rows.at[y]);
     char* const dst = images.dstRow(plane, y);
-    if (y > first && rows.at[y] == rows.at[y - 1] && !images.keepsFourth && !nearest.isCheap)
+    if (nearest.copyTwice && y + 1 < end && rows.at[y + 1] == rows.at[y])
+      nearest.copyTwice(columns, src, dst, images.dstRow(plane, ++y));
+    else if (y > first && rows.at[y] == rows.at[y - 1] && !images.keepsFourth)
       std::memmove(dst, images.dstRow(plane, y - 1), bytes);
-    else nearest.copy(columns, images.srcRow(plane, rows.at[y]), dst);
+    else nearest.copy(columns, src, dst);
   }
 }
 
@@ -131,27 +136,40 @@ void Walk::combineRows(int plane, int first, int count, char* work) const
   const auto pitch = static_cast<std::ptrdiff_t>(layout.pitch);
   char* const finished = layout.finished ? work + pitch * layout.rows : nullptr;
   const std::ptrdiff_t samples = static_cast<std::ptrdiff_t>(columns.count) * images.channels;
-  const int taps = layout.rows, last = rows.image - 1;
+  const int taps = tapsOf(columns.taps), slots = layout.rows, last = rows.image - 1;
   const bool isOneWide = columns.image == 1;
-  const void* window[6]; // sums of rows start .. start + taps - 1 of the image; those below `made` are there
-  for (int t = 0; t < taps; ++t) window[t] = work + pitch * t;
-  int start = std::clamp(rows.at[first], 0, last), made = start;
-  for (int y = first; y < first + count; ++y) {
-    const int top = std::clamp(rows.at[y], 0, last), bottom = std::clamp(rows.at[y] + taps - 1, 0, last);
+  const auto topOf = [=](int y) { return std::clamp(rows.at[y], 0, last); };
+  const auto bottomOf = [=](int y) { return std::clamp(rows.at[y] + taps - 1, 0, last); };
+  void* window[7]; // sums of rows start .. start + slots - 1 of the image; those below `made` are there
+  for (int t = 0; t < slots; ++t) window[t] = work + pitch * t;
+  const int end = first + count;
+  int start = topOf(first), made = start;
+  for (int y = first, next; y < end; y = next) {
+    next = y + 1;
+    while (next < end && rows.at[next] == rows.at[y]) ++next;
+    const int top = topOf(y), bottom = bottomOf(y);
     for (; start < top; ++start) {
       if (start >= made) { // none of the rows is needed any more
-        start = top;
+        start = made = top;
         break;
       }
-      std::rotate(window, window + 1, window + taps);
+      void* moved = window[0];
+      for (int t = slots - 1; t >= 0; --t) std::swap(window[t], moved);
     }
-    for (int row = std::max(made, top); row <= bottom; ++row) {
-      const char* src = images.srcRow(plane, row);
-      char twice[2 * 16];
-      if (isOneWide && taps == 2) src = pixelTwice(src, images.pixelBytes(), twice);
-      kernels.across(columns, src, const_cast<void*>(window[row - top]));
+    while (made <= bottom) {
+      const void* src[2];
+      char twice[2][2 * 16];
+      int n = 0;
+      do {
+        src[n] = images.srcRow(plane, made + n);
+        if (isOneWide && taps == 2)
+          src[n] = pixelTwice(static_cast<const char*>(src[n]), images.pixelBytes(), twice[n]);
+        ++n;
+      } while (n < kernels.atOnce &&
+               (made + n <= bottom || (next < end && made + n >= topOf(next) && made + n <= bottomOf(next))));
+      kernels.across(columns, src, n, window + (made - top));
+      made += n;
     }
-    made = bottom + 1;
 
     const void* const* sums = window;
     const void* nearest[6];
@@ -159,22 +177,16 @@ void Walk::combineRows(int plane, int first, int count, char* work) const
       for (int t = 0; t < taps; ++t) nearest[t] = window[std::clamp(rows.at[y] + t, 0, last) - top];
       sums = nearest;
     }
-    char* const dst = images.dstRow(plane, y);
-    kernels.down(sums, rows, y, columns.hasNegative, finished ? finished : dst, samples);
-    if (finished) storeColours(images.element, finished, dst, samples);
+    if (finished) {
+      for (int k = y; k < next; ++k) {
+        kernels.down(sums, rows, k, 1, columns.hasNegative, finished, 0, samples);
+        storeColours(images.element, finished, images.dstRow(plane, k), samples);
+      }
+    } else {
+      kernels.down(sums, rows, y, next - y, columns.hasNegative, images.dstRow(plane, y), images.dstStep, samples);
+    }
   }
 }
-
-namespace {
-
-// Under round to nearest.
-[[gnu::noinline]] void fillTables(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows)
-{
-  fillTable(x, columns, true);
-  fillTable(y, rows, false);
-}
-
-} // namespace
 
 ZorStatus interpolate(const Images& images, const Axis& x, const Axis& y, int interpolation)
 {

@@ -159,111 +159,209 @@ template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, c
 
 // ---- Down ----
 
-// Rows of 8u with sums in 0 .. 255 * 64 and 0 <= g <= 16384: out = (r0 + ((r1 - r0) * g >> 14) + 32) >> 6 in 16 bits,
-// where the rows bring the 32, or the last product does.
-// 4 * g must fit a signed 16-bit factor: beyond the middle the rows change places, in the middle it is a shift.
-template <bool IsMiddle> struct DownBytes {
-  static constexpr std::ptrdiff_t blockLength = Vec<Zor8u>::size;
-  Vec<Zor16s> factor;
+// An operation on both rows of sums makes N rows, `step` bytes apart, of destination rows with the same taps.
 
-  void block(const Zor16s* near, const Zor16s* far, Zor8u* dst) const
+// Rows of 8u with sums in 0 .. 255 * 64 and 0 <= g <= 16384: out = (r + ((r1 - r0) * c >> 16) + 32) >> 6 in 16 bits,
+// where the rows bring the 32, or the last product does. The factor c is 4 * g if that fits 16 bits, and then r is r0;
+// beyond it is 4 * (g - 16384), not below -32768, and r is r1.
+template <bool... IsNearSecond> struct DownBytes {
+  static constexpr std::ptrdiff_t blockLength = Vec<Zor8u>::size;
+  static constexpr int rows = sizeof...(IsNearSecond);
+  Vec<Zor16s> factor[rows];
+  int step;
+
+  void block(const Zor16s* r0, const Zor16s* r1, Zor8u* dst) const
   {
     constexpr int half = Vec<Zor16s>::size;
-    store(dst, narrowSat<Zor8u>(sum(near, far), sum(near + half, far + half)));
+    constexpr bool isSecond[] = {IsNearSecond...};
+    const auto low0 = load<Zor16s>(r0), high0 = load<Zor16s>(r0 + half), low1 = load<Zor16s>(r1),
+               high1 = load<Zor16s>(r1 + half);
+    const auto low = low1 - low0, high = high1 - high0; // differences
+    for (int k = 0; k < rows; ++k)
+      store(rowAt(dst, step, k), narrowSat<Zor8u>(rounded((isSecond[k] ? low1 : low0) + mulHigh(low, factor[k])),
+                                                  rounded((isSecond[k] ? high1 : high0) + mulHigh(high, factor[k]))));
   }
-  Vec<Zor16s> sum(const Zor16s* near, const Zor16s* far) const
+  static Vec<Zor16s> rounded(Vec<Zor16s> x)
   {
-    const auto r = load<Zor16s>(near), difference = load<Zor16s>(far) - r;
-    const auto share = IsMiddle ? shiftRight<1>(difference) : mulHigh(difference, factor);
 #if ZORI_VECTOR_BYTES == 32
-    return mulRounded(r + share, splat<Zor16s>(1 << 9));
+    return mulRounded(x, splat<Zor16s>(1 << 9));
 #else
-    return shiftRight<6>(r + share);
+    return shiftRight<6>(x);
 #endif
   }
 };
 
 // Any sums and fractions.
-template <class T> struct DownPairs {
+template <class T, int N> struct DownPairs {
   static constexpr std::ptrdiff_t blockLength = Vec<T>::size;
-  Vec<Zor16s> weights; // 16384 - g, g
+  Vec<Zor16s> weights[N]; // 16384 - g, g
+  int step;
 
   void block(const Zor16s* r0, const Zor16s* r1, T* dst) const
   {
-    const Vec<Zor16s> x = sum(r0, r1);
-    if constexpr (sizeof(T) == 1) store(dst, narrowSat<T>(x, sum(r0 + Vec<Zor16s>::size, r1 + Vec<Zor16s>::size)));
-    else if constexpr (std::is_same_v<T, Zor16u>) store(dst, as<T>(x) ^ topBits<T>());
-    else store(dst, x);
-  }
-  Vec<Zor16s> sum(const Zor16s* r0, const Zor16s* r1) const
-  {
-    const auto a = load<Zor16s>(r0), b = load<Zor16s>(r1);
-    return narrowSatLocal<Zor16s>(weighed<down<T>>(interleaveLowLocal(a, b), weights),
-                                  weighed<down<T>>(interleaveHighLocal(a, b), weights));
+    constexpr int parts = 2 / sizeof(T);
+    Vec<Zor16s> low[parts], high[parts];
+    for (int p = 0; p < parts; ++p) {
+      const auto a = load<Zor16s>(r0 + p * Vec<Zor16s>::size), b = load<Zor16s>(r1 + p * Vec<Zor16s>::size);
+      low[p] = interleaveLowLocal(a, b);
+      high[p] = interleaveHighLocal(a, b);
+    }
+    for (int k = 0; k < N; ++k) {
+      Vec<Zor16s> x[parts];
+      for (int p = 0; p < parts; ++p)
+        x[p] = narrowSatLocal<Zor16s>(weighed<down<T>>(low[p], weights[k]), weighed<down<T>>(high[p], weights[k]));
+      T* const to = rowAt(dst, step, k);
+      if constexpr (sizeof(T) == 1) store(to, narrowSat<T>(x[0], x[1]));
+      else if constexpr (std::is_same_v<T, Zor16u>) store(to, as<T>(x[0]) ^ topBits<T>());
+      else store(to, x[0]);
+    }
   }
 };
 
-template <class T>
-void downIntegers(const void* const* rows, const AxisTable& table, int y, bool hasNegative, void* dst,
-                  std::ptrdiff_t samples)
+template <int N> struct DownFloats {
+  static constexpr std::ptrdiff_t blockLength = 2 * Vec<float>::size;
+  Vec<float> g0[N], g1[N];
+  int step;
+
+  void block(const float* r0, const float* r1, float* dst) const
+  {
+    constexpr int lanes = Vec<float>::size;
+    for (int p = 0; p < 2 * lanes; p += lanes) {
+      const auto a = load<float>(r0 + p), b = load<float>(r1 + p);
+      for (int k = 0; k < N; ++k) store(rowAt(dst, step, k) + p, a * g0[k] + b * g1[k]);
+    }
+  }
+};
+
+// The operation on rows of sums. It stays in registers: as an argument it would go through memory, and be waited for.
+template <class T, class Op, class S>
+inline void makeRows(T* dst, std::ptrdiff_t samples, const Op& op, const S* r0, const S* r1)
 {
-  const Zor16s *const r0 = static_cast<const Zor16s*>(rows[0]), *const r1 = static_cast<const Zor16s*>(rows[1]);
-  T* const out = static_cast<T*>(dst);
-  const int g = table.fraction(y);
+  constexpr std::ptrdiff_t block = Op::blockLength;
+  if (samples < block) {
+    const Op copy = op;
+    return mapBlocks(dst, samples, copy, r0, r1);
+  }
+  std::ptrdiff_t i = 0;
+  for (; i + block <= samples; i += block) op.block(r0 + i, r1 + i, dst + i);
+  if (i < samples) op.block(r0 + samples - block, r1 + samples - block, dst + samples - block);
+}
+
+// N rows from y on.
+template <int N, class T>
+[[gnu::noinline]] void downIntegers(const Zor16s* r0, const Zor16s* r1, const AxisTable& table, int y, bool hasNegative,
+                                    T* dst, int step, std::ptrdiff_t samples)
+{
+  const UpperHalvesCleared atTheEnd;
+  const int g = table.fraction(y), h = table.fraction(y + N - 1);
   if constexpr (sizeof(T) == 1) {
-    const auto factor = [](int share) { return splat(static_cast<Zor16s>(4 * share)); };
-    if (!hasNegative && g >= 0) {
-      if (g == 8192) return mapBlocks(out, samples, DownBytes<true>{}, r0, r1);
-      if (g < 8192) return mapBlocks(out, samples, DownBytes<false>{factor(g)}, r0, r1);
-      return mapBlocks(out, samples, DownBytes<false>{factor(16384 - g)}, r1, r0);
+    const auto factor = [](int x) { return splat(static_cast<Zor16s>(4 * (x < 8192 ? x : x - 16384))); };
+    if (!hasNegative && 0 <= g && g <= h) { // those of the same taps grow
+      if constexpr (N == 1) {
+        if (g >= 8192) return makeRows(dst, samples, DownBytes<true>{{factor(g)}, 0}, r0, r1);
+        return makeRows(dst, samples, DownBytes<false>{{factor(g)}, 0}, r0, r1);
+      } else {
+        if (g >= 8192) return makeRows(dst, samples, DownBytes<true, true>{{factor(g), factor(h)}, step}, r0, r1);
+        if (h >= 8192) return makeRows(dst, samples, DownBytes<false, true>{{factor(g), factor(h)}, step}, r0, r1);
+        return makeRows(dst, samples, DownBytes<false, false>{{factor(g), factor(h)}, step}, r0, r1);
+      }
     }
   } else {
     (void)hasNegative;
   }
-  const auto pair = static_cast<std::uint32_t>(16384 - g) | static_cast<std::uint32_t>(g) << 16;
-  mapBlocks(out, samples, DownPairs<T>{as<Zor16s>(splat(pair))}, r0, r1);
+  const auto weights = [](int x) {
+    return as<Zor16s>(splat(static_cast<std::uint32_t>(16384 - x) | static_cast<std::uint32_t>(x) << 16));
+  };
+  if constexpr (N == 1) makeRows(dst, samples, DownPairs<T, 1>{{weights(g)}, 0}, r0, r1);
+  else makeRows(dst, samples, DownPairs<T, 2>{{weights(g), weights(h)}, step}, r0, r1);
 }
 
-struct DownFloats {
-  Vec<Zor32f> g0, g1;
-  Vec<Zor32f> operator()(Vec<Zor32f> r0, Vec<Zor32f> r1) const { return r0 * g0 + r1 * g1; }
-};
-
-void downFloats(const void* const* rows, const AxisTable& table, int y, bool, void* dst, std::ptrdiff_t samples)
+template <int N>
+[[gnu::noinline]] void downFloats(const float* r0, const float* r1, const AxisTable& table, int y, float* dst, int step,
+                                  std::ptrdiff_t samples)
 {
-  const float g = table.plane(0)[y];
-  mapRow(static_cast<Zor32f*>(dst), samples, DownFloats{splat(1.0f - g), splat(g)}, static_cast<const Zor32f*>(rows[0]),
-         static_cast<const Zor32f*>(rows[1]));
+  const UpperHalvesCleared atTheEnd;
+  const float g = table.plane(0)[y], h = table.plane(0)[y + N - 1];
+  if constexpr (N == 1) makeRows(dst, samples, DownFloats<1>{{splat(1.0f - g)}, {splat(g)}, 0}, r0, r1);
+  else makeRows(dst, samples, DownFloats<2>{{splat(1.0f - g), splat(1.0f - h)}, {splat(g), splat(h)}, step}, r0, r1);
+}
+
+// Two rows at a time, where an operation that writes both has them long enough.
+template <class T>
+void downRows(const void* const* rows, const AxisTable& table, int y, int count, bool hasNegative, void* dst, int step,
+              std::ptrdiff_t samples)
+{
+  using Sum = std::conditional_t<std::is_same_v<T, Zor32f>, float, Zor16s>;
+  const Sum *const r0 = static_cast<const Sum*>(rows[0]), *const r1 = static_cast<const Sum*>(rows[1]);
+  const auto make = [&](int k, auto n) {
+    constexpr int each = decltype(n)::value;
+    T* const out = rowAt(static_cast<T*>(dst), step, k);
+    if constexpr (std::is_same_v<T, Zor32f>) downFloats<each>(r0, r1, table, y + k, out, step, samples);
+    else downIntegers<each>(r0, r1, table, y + k, hasNegative, out, step, samples);
+  };
+  int k = 0;
+  if (samples >= std::ptrdiff_t{2 * Vec<T>::size})
+    for (; k + 1 < count; k += 2) make(k, std::integral_constant<int, 2>());
+  for (; k < count; ++k) make(k, std::integral_constant<int, 1>());
+}
+
+// ---- The choice ----
+
+using AcrossRow = void (*)(const AxisTable& columns, const void* row, void* sums);
+template <AcrossRow Kernel>
+void oneByOne(const AxisTable& columns, const void* const* rows, int count, void* const* sums)
+{
+  for (int r = 0; r < count; ++r) Kernel(columns, rows[r], sums[r]);
 }
 
 // The kernel by windows, where they hold the taps of this table.
 #if ZORI_VECTOR_BYTES == 32
-template <class T> void acrossPairs(const AxisTable& columns, const void* row, void* sums)
+using AcrossOneOrTwo = void (*)(const AxisTable& columns, const void* const* rows, void* const* sums);
+template <AcrossOneOrTwo One, AcrossOneOrTwo Two>
+void oneOrTwo(const AxisTable& columns, const void* const* rows, int count, void* const* sums)
+{
+  (count == 2 ? Two : One)(columns, rows, sums);
+}
+
+template <class T, int N>
+[[gnu::noinline]] void acrossPairs(const AxisTable& columns, const void* const* rows, void* const* sums)
 {
   const UpperHalvesCleared atTheEnd;
-  acrossPairWindows<T>(columns, row, sums, [](auto taps, auto weights) { return weighed<across<T>>(taps, weights); });
+  acrossPairWindows<T, N>(columns, rows, sums,
+                          [](auto taps, auto weights) { return weighed<across<T>>(taps, weights); });
 }
-template <class T> AcrossRow windowsKernel(int channels, AxisTable& columns)
+template <class T> AcrossRows windowsKernel(int channels, AxisTable& columns)
 {
   if constexpr (std::is_same_v<T, Zor32f>) {
-    return channels == 1 && makeFloatWindows(columns) ? acrossFloatWindows : nullptr;
+    if (channels == 1 && makeFloatWindows(columns)) return oneOrTwo<acrossFloatWindows<1>, acrossFloatWindows<2>>;
   } else {
     if constexpr (sizeof(T) == 1)
-      if (makeByteWindows(columns, channels))
-        return channels == 1 ? acrossByteWindows<1> : channels == 3 ? acrossByteWindows<3> : acrossByteWindows<4>;
-    return channels == 1 && makePairWindows(columns, sizeof(T)) ? acrossPairs<T> : nullptr;
+      if (makeByteWindows(columns, channels)) switch (channels) {
+        case 1: return oneOrTwo<acrossByteWindows<1, 1>, acrossByteWindows<1, 2>>;
+        case 3: return oneOrTwo<acrossByteWindows<3, 1>, acrossByteWindows<3, 2>>;
+        default: return oneOrTwo<acrossByteWindows<4, 1>, acrossByteWindows<4, 2>>;
+        }
+    if (channels == 1 && makePairWindows(columns, sizeof(T))) return oneOrTwo<acrossPairs<T, 1>, acrossPairs<T, 2>>;
   }
+  return nullptr;
 }
 #else
-template <class T> AcrossRow windowsKernel(int, AxisTable&) { return nullptr; }
+template <class T> AcrossRows windowsKernel(int, AxisTable&) { return nullptr; }
 #endif
 
-template <class T> AcrossRow kernelOf(int channels, AxisTable& columns)
+template <class T, int C> AcrossRows plainKernel()
 {
-  if (const AcrossRow windows = windowsKernel<T>(channels, columns)) return windows;
-  if constexpr (std::is_same_v<T, Zor32f>)
-    return channels == 1 ? acrossFloats<1> : channels == 3 ? acrossFloats<3> : acrossFloats<4>;
-  else return channels == 1 ? acrossIntegers<T, 1> : channels == 3 ? acrossIntegers<T, 3> : acrossIntegers<T, 4>;
+  if constexpr (std::is_same_v<T, Zor32f>) return oneByOne<acrossFloats<C>>;
+  else return oneByOne<acrossIntegers<T, C>>;
+}
+
+template <class T> Kernels kernelsOf(int channels, AxisTable& columns)
+{
+  if (const AcrossRows windows = windowsKernel<T>(channels, columns)) return {windows, downRows<T>, 2};
+  return {channels == 1   ? plainKernel<T, 1>()
+          : channels == 3 ? plainKernel<T, 3>()
+                          : plainKernel<T, 4>(),
+          downRows<T>, 1};
 }
 
 } // namespace
@@ -271,10 +369,10 @@ template <class T> AcrossRow kernelOf(int channels, AxisTable& columns)
 Kernels linearKernels(Element element, int channels, AxisTable& columns)
 {
   switch (element) {
-  case Element::U8: return {kernelOf<Zor8u>(channels, columns), downIntegers<Zor8u>, 2};
-  case Element::U16: return {kernelOf<Zor16u>(channels, columns), downIntegers<Zor16u>, 2};
-  case Element::S16: return {kernelOf<Zor16s>(channels, columns), downIntegers<Zor16s>, 2};
-  default: return {kernelOf<Zor32f>(channels, columns), downFloats, 4};
+  case Element::U8: return kernelsOf<Zor8u>(channels, columns);
+  case Element::U16: return kernelsOf<Zor16u>(channels, columns);
+  case Element::S16: return kernelsOf<Zor16s>(channels, columns);
+  default: return kernelsOf<Zor32f>(channels, columns);
   }
 }
 

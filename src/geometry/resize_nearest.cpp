@@ -36,14 +36,34 @@ template <int N, int Moved> [[gnu::noinline]] void copyPixels(const AxisTable& c
   copyFrom<N, Moved>(0, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
 }
 
-// Every pixel twice, from whole vectors of Bytes; how many were made.
-template <class T, int Bytes> inline std::ptrdiff_t doubledBy(const T* src, T* dst, std::ptrdiff_t pairs)
+// Lanes of a vector twice each, the first half of them and the others.
+template <class T, int Bytes> inline void doubled(const T* src, Vec<T, Bytes>& low, Vec<T, Bytes>& high)
+{
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (Bytes == 32 && sizeof(T) <= 2) { // a shuffle each, of 16 bytes that the load brings into both halves
+    alignas(32) static constexpr Zor8u bytes[] = {0, 0, 1, 1, 2,  2,  3,  3,  4,  4,  5,  5,  6,  6,  7,  7,
+                                                  8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 14, 14, 15, 15};
+    alignas(32) static constexpr Zor8u words[] = {0, 1, 0, 1, 2,  3,  2,  3,  4,  5,  4,  5,  6,  7,  6,  7,
+                                                  8, 9, 8, 9, 10, 11, 10, 11, 12, 13, 12, 13, 14, 15, 14, 15};
+    const auto order = loadAligned<Zor8u>(sizeof(T) == 1 ? bytes : words);
+    low = as<T>(shuffleBytesLocal(loadInBothHalves<Zor8u>(src), order));
+    high = as<T>(shuffleBytesLocal(loadInBothHalves<Zor8u>(src + 16 / sizeof(T)), order));
+    return;
+  }
+#endif
+  const auto x = load<T, Bytes>(src);
+  low = interleaveLow(x, x);
+  high = interleaveHigh(x, x);
+}
+
+// Every pixel twice, from whole vectors of Bytes, into one row or two; how many were made.
+template <class T, int Bytes, class... D> inline std::ptrdiff_t doubledBy(std::ptrdiff_t pairs, const T* src, D*... dst)
 {
   constexpr std::ptrdiff_t lanes = Bytes / int{sizeof(T)};
   const auto block = [=](std::ptrdiff_t i) {
-    const auto x = load<T, Bytes>(src + i);
-    store(dst + 2 * i, interleaveLow(x, x));
-    store(dst + 2 * i + lanes, interleaveHigh(x, x));
+    Vec<T, Bytes> low, high;
+    doubled<T, Bytes>(src + i, low, high);
+    ((store(dst + 2 * i, low), store(dst + 2 * i + lanes, high)), ...);
   };
   if (pairs < lanes) return 0;
   for (std::ptrdiff_t i = 0; i + lanes <= pairs; i += lanes) block(i);
@@ -51,15 +71,25 @@ template <class T, int Bytes> inline std::ptrdiff_t doubledBy(const T* src, T* d
   return 2 * pairs;
 }
 
-template <class T> [[gnu::noinline]] void doublePixels(const AxisTable& columns, const void* row, void* dst)
+template <class T, class... D> inline void doublePixels(const AxisTable& columns, const void* row, D*... dst)
+{
+  const T* const src = static_cast<const T*>(row) + columns.at[0];
+  const std::ptrdiff_t pairs = columns.count / 2;
+  std::ptrdiff_t made = doubledBy<T, vectorBytes>(pairs, src, static_cast<T*>(dst)...);
+  if (vectorBytes > 16 && made == 0) made = doubledBy<T, 16>(pairs, src, static_cast<T*>(dst)...);
+  (copyFrom<sizeof(T), sizeof(T)>(made, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst)), ...);
+}
+
+template <class T> [[gnu::noinline]] void doubleRow(const AxisTable& columns, const void* row, void* dst)
 {
   const UpperHalvesCleared atTheEnd;
-  const T* const src = static_cast<const T*>(row) + columns.at[0];
-  T* const out = static_cast<T*>(dst);
-  const std::ptrdiff_t pairs = columns.count / 2;
-  std::ptrdiff_t made = doubledBy<T, vectorBytes>(src, out, pairs);
-  if (vectorBytes > 16 && made == 0) made = doubledBy<T, 16>(src, out, pairs);
-  copyFrom<sizeof(T), sizeof(T)>(made, columns, static_cast<const Zor8u*>(row), static_cast<Zor8u*>(dst));
+  doublePixels<T>(columns, row, dst);
+}
+template <class T>
+[[gnu::noinline]] void doubleRowTwice(const AxisTable& columns, const void* row, void* first, void* second)
+{
+  const UpperHalvesCleared atTheEnd;
+  doublePixels<T>(columns, row, first, second);
 }
 
 bool isDoubling(const AxisTable& columns)
@@ -75,18 +105,18 @@ bool isDoubling(const AxisTable& columns)
 NearestKernel nearestKernel(AxisTable& columns, int pixelBytes, int moved)
 {
   if (moved == pixelBytes && isDoubling(columns)) switch (pixelBytes) {
-    case 1: return {doublePixels<std::uint8_t>, true};
-    case 2: return {doublePixels<std::uint16_t>, true};
-    case 4: return {doublePixels<std::uint32_t>, true};
-    case 8: return {doublePixels<std::uint64_t>, true};
+    case 1: return {doubleRow<std::uint8_t>, doubleRowTwice<std::uint8_t>};
+    case 2: return {doubleRow<std::uint16_t>, doubleRowTwice<std::uint16_t>};
+    case 4: return {doubleRow<std::uint32_t>, doubleRowTwice<std::uint32_t>};
+    case 8: return {doubleRow<std::uint64_t>, doubleRowTwice<std::uint64_t>};
     default: break;
     }
 #if ZORI_VECTOR_BYTES == 32
   if (moved == pixelBytes && makeCopyWindows(columns, pixelBytes)) switch (pixelBytes) {
-    case 1: return {copyWindows<1>, false};
-    case 2: return {copyWindows<2>, false};
-    case 3: return {copyWindows<3>, false};
-    default: return {copyWindows<4>, false};
+    case 1: return {copyWindows<1>};
+    case 2: return {copyWindows<2>};
+    case 3: return {copyWindows<3>};
+    default: return {copyWindows<4>};
     }
 #endif
   const auto plain = [=]() -> CopyRow {
@@ -101,7 +131,7 @@ NearestKernel nearestKernel(AxisTable& columns, int pixelBytes, int moved)
     default: return moved == 16 ? copyPixels<16, 16> : copyPixels<16, 12>;
     }
   };
-  return {plain(), false};
+  return {plain()};
 }
 
 } // namespace resize

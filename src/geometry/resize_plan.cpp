@@ -199,16 +199,15 @@ void foldWeights(int firstTap, int image, float (&w)[6])
 namespace {
 
 // emit(i, n, positions, whole): for n outputs from i on their positions, and these cut to pixels; both are counted from
-// the region and lie in the image.
-template <class Emit> inline void cutRuns(const Axis& axis, Emit emit)
+// the region and lie in the image. Begins with output `begun`, whose position is `running`.
+template <class Emit> inline void cutRuns(const Axis& axis, int begun, double running, Emit emit)
 {
   constexpr int run = 64;
   double positions[run];
   std::int32_t whole[run];
   const double lowest = -static_cast<double>(axis.first), highest = static_cast<double>(axis.image - 1) - axis.first;
   const double step = axis.step;
-  double running = axis.start;
-  for (int i = 0; i < axis.count; i += run) {
+  for (int i = begun; i < axis.count; i += run) {
     const int n = std::min(run, axis.count - i);
     for (int j = 0; j < n; ++j, running += step) positions[j] = running;
     // cut towards zero, so that fractions left of the region's corner are negative
@@ -230,24 +229,88 @@ template <class Emit> inline void cutRuns(const Axis& axis, Emit emit)
 template <class Emit> inline void cutPositions(const Axis& axis, Emit emit)
 {
   const int first = axis.first;
-  cutRuns(axis, [=](int i, int n, const double* positions, const std::int32_t* whole) {
+  cutRuns(axis, 0, axis.start, [=](int i, int n, const double* positions, const std::int32_t* whole) {
     for (int j = 0; j < n; ++j) emit(i + j, first + whole[j], whole[j], positions[j]);
   });
 }
 
-// Of the last pixel all, as the second tap of the one before it.
-template <class Factor, class ToFactor> void fillLinear(const Axis& axis, AxisTable& table, ToFactor toFactor)
+// The factor of a fraction, and of four.
+template <class Factor> inline Factor linearFactor(double f)
 {
-  const int first = axis.first, last = axis.image - 1;
-  std::int32_t* const at = table.at;
-  Factor* const factors = reinterpret_cast<Factor*>(table.factors);
-  cutRuns(axis, [=](int i, int n, const double* positions, const std::int32_t* whole) {
-    for (int j = 0; j < n; ++j) {
-      const std::int32_t pixel = first + whole[j], isLast = pixel == last;
-      at[i + j] = pixel - isLast;
-      factors[i + j] = toFactor(isLast ? 1.0 : positions[j] - whole[j]);
-    }
-  });
+  if constexpr (std::is_same_v<Factor, float>) return static_cast<float>(f);
+  else return pairOf(f);
+}
+template <class Factor> inline Vec<Factor, 16> linearFactors(F64x2 low, F64x2 high)
+{
+  if constexpr (std::is_same_v<Factor, float>) {
+    return toFloat(low, high);
+  } else {
+    const auto by = splat<double, 16>(16384), dust = splat<double, 16>(slack);
+    const I32x4 f = toIntTruncated(low * by + dust, high * by + dust);
+    return ((splat<Zor32s, 16>(16384) - f) & splat<Zor32s, 16>(0xffff)) | shiftLeft<16>(f);
+  }
+}
+
+// Of the last pixel all, as the second tap of the one before it.
+template <class Factor> class LinearFiller {
+public:
+  LinearFiller(const Axis& axis, AxisTable& table)
+    : axis_(axis), at_(table.at), factors_(reinterpret_cast<Factor*>(table.factors)), first_(axis.first),
+      last_(axis.image - 1), highest_(static_cast<double>(last_) - first_), running_(axis.start)
+  {
+    if (axis.step >= 0 && running_ >= -static_cast<double>(first_)) fours_ = axis.count / 4 * 4;
+  }
+
+  // The next four outputs, while positions lie in the image: false when there are none.
+  bool four()
+  {
+    const double step = axis_.step, a = running_, b = a + step, c = b + step, d = c + step;
+    if (done_ == fours_ || !(d <= highest_)) return false;
+    const auto dust = splat<double, 16>(slack);
+    const F64x2 low = interleaveLow(splat<double, 16>(a), splat<double, 16>(b)),
+                high = interleaveLow(splat<double, 16>(c), splat<double, 16>(d));
+    const I32x4 whole = toIntTruncated(low + dust, high + dust),
+                isLast = equal(whole, splat<Zor32s, 16>(last_ - first_));
+    const auto f = linearFactors<Factor>(low - toDoubleLow(whole), high - toDoubleHigh(whole));
+    store(at_ + done_, whole + splat<Zor32s, 16>(first_) + isLast);
+    store(factors_ + done_, select(as<Factor>(isLast), splat<Factor, 16>(linearFactor<Factor>(1.0)), f));
+    running_ = d + step;
+    done_ += 4;
+    return true;
+  }
+  // All that are left.
+  void rest()
+  {
+    cutRuns(axis_, done_, running_, [this](int k, int n, const double* positions, const std::int32_t* whole) {
+      for (int j = 0; j < n; ++j) {
+        const std::int32_t pixel = first_ + whole[j], isLast = pixel == last_;
+        at_[k + j] = pixel - isLast;
+        factors_[k + j] = linearFactor<Factor>(isLast ? 1.0 : positions[j] - whole[j]);
+      }
+    });
+  }
+
+private:
+  const Axis& axis_;
+  std::int32_t* const at_;
+  Factor* const factors_;
+  const int first_, last_;
+  const double highest_;
+  double running_;
+  int done_ = 0, fours_ = 0;
+};
+
+// Both axes side by side: each waits for its own sums.
+template <class Factor> void fillLinear(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows)
+{
+  LinearFiller<Factor> across(x, columns), down(y, rows);
+  while (across.four() && down.four()) {}
+  while (across.four()) {}
+  while (down.four()) {}
+  across.rest();
+  down.rest();
+  Writer(columns).finish();
+  Writer(rows).finish();
 }
 
 // Whether sums of steps have no rounding in them, so that products are the same numbers.
@@ -261,25 +324,26 @@ void fillNearest(const Axis& axis, std::int32_t* at)
 {
   const double start = axis.start, step = axis.step, most = static_cast<double>(axis.image - 1) - axis.first;
   if (!isExact(axis) || most < 0) return cutPositions(axis, [=](int i, int pixel, int, double) { at[i] = pixel; });
-  // each without the one before it
-  const int first = axis.first, count = axis.count;
-  for (int i = 0; i < count; ++i) {
-    const double position = start + i * step;
-    at[i] = first + static_cast<int>((position < most ? position : most) + slack);
-  }
+  // each without the one before it; behind the last output there is room for those of a vector
+  const int count = axis.count;
+  const auto s = splat<double, 16>(step), from = splat<double, 16>(start), end = splat<double, 16>(most),
+             dust = splat<double, 16>(slack), four = splat<double, 16>(4);
+  const auto first = splat<Zor32s, 16>(axis.first);
+  F64x2 low = interleaveLow(splat<double, 16>(0), splat<double, 16>(1)), high = low + splat<double, 16>(2);
+  for (int i = 0; i < count; i += 4, low += four, high += four)
+    store(at + i, first + toIntTruncated(min(from + low * s, end) + dust, min(from + high * s, end) + dust));
 }
 
 } // namespace
 
+namespace {
+
 void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
 {
   Writer to(table);
-  table.image = axis.image;
   const int last = axis.image - 1;
   switch (table.taps) {
   case Taps::Nearest: fillNearest(axis, table.at); break;
-  case Taps::LinearInteger: fillLinear<std::int32_t>(axis, table, [](double f) { return pairOf(f); }); break;
-  case Taps::LinearFloat: fillLinear<float>(axis, table, [](double f) { return static_cast<float>(f); }); break;
   case Taps::Newton: // in the outermost intervals the polynomial of the next one goes on
     cutPositions(axis, [&, last](int i, int pixel, int k, double position) {
       const int moved = pixel == last ? -2 : pixel == 0 ? 1 : pixel == last - 1 ? -1 : 0;
@@ -297,9 +361,22 @@ void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges)
       to.weights(i, w);
     });
     break;
-  case Taps::Weights4: break; // of squares alone
+  default: break;
   }
   to.finish();
+}
+
+} // namespace
+
+void fillTables(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows)
+{
+  columns.image = x.image;
+  rows.image = y.image;
+  switch (columns.taps) {
+  case Taps::LinearInteger: return fillLinear<std::int32_t>(x, columns, y, rows);
+  case Taps::LinearFloat: return fillLinear<float>(x, columns, y, rows);
+  default: fillTable(x, columns, true); return fillTable(y, rows, false);
+  }
 }
 
 // ---- Windows ----
@@ -428,6 +505,16 @@ bool makePairWindows(AxisTable& columns, int sampleBytes)
       for (int b = 0; b < 4; ++b) to[b] = static_cast<Zor8u>(sampleBytes > 1 ? byte + b : b % 2 ? 0x80 : byte + b / 2);
     }
     columns.at[i] = start;
+  }
+  const auto exchange = [](void* a, void* b) {
+    const auto x = load<Zor8u, 16>(a), y = load<Zor8u, 16>(b);
+    store(a, y);
+    store(b, x);
+  };
+  for (std::ptrdiff_t i = 4; i < columns.pitch; i += 16) {
+    std::swap(columns.at[i], columns.at[i + 4]);
+    exchange(columns.shuffles + 4 * i, columns.shuffles + 4 * (i + 4));
+    exchange(columns.factors + 4 * i, columns.factors + 4 * (i + 4));
   }
   return true;
 }

@@ -122,10 +122,10 @@ struct TablePart {
   }
 };
 
-// Corners on corners: fills the table of an axis whose count, start and step are set. Taps of Weights6 are Lanczos with
-// three lobes. All other taps lie in the image. What those of Lanczos beyond its ends weigh is added to its first and
-// last pixel when edges are folded; otherwise they take the nearest.
-void fillTable(const Axis& axis, AxisTable& table, bool foldsEdges);
+// Corners on corners: fills the tables of axes whose count, start and step are set, of the same taps. Those of Weights6
+// are Lanczos with three lobes. All other taps lie in the image. What those of Lanczos left and right of it weigh is
+// added to its first and last column; those above and below take the nearest row.
+void fillTables(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows);
 
 // Pixels as squares: output i stands for destination pixel firstOutput + i of a map x -> x * factor + shift. Weights4
 // are a cubic that mixes the interpolating polynomial and the B-spline.
@@ -161,7 +161,8 @@ constexpr int byteWindowOutputs(int channels) { return channels == 1 ? 8 : 2; }
 bool makeByteWindows(AxisTable& columns, int channels);
 
 // Linear of single samples: 16 bytes for each four outputs. at[4 * g] is the sample where window g starts, and
-// shuffles + 16 * g brings a0 b0 a1 b1... together, as 16-bit lanes.
+// shuffles + 16 * g brings a0 b0 a1 b1... together, as 16-bit lanes. Of each four windows, with their weights, the
+// second and the third change places: what two vectors make of them is then in order when it is narrowed.
 bool makePairWindows(AxisTable& columns, int sampleBytes);
 
 // Linear 32f of single samples: eight samples for each eight outputs. at[8 * g] is where window g starts, and shuffles

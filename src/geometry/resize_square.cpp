@@ -137,12 +137,10 @@ struct SquareCall {
   for (int p = 0; p < images.planes; ++p)
     images.dst[p] = images.dstRow(p, rowSpan.first) + std::ptrdiff_t{columnSpan.first} * images.pixelBytes();
 
-  if (call.interpolation == ZORI_INTER_SUPER) {
-    supersample(images, CoverSweep(x.image, columnSpan.first, call.xFactor, call.xShift), columnSpan.count,
-                CoverSweep(y.image, rowSpan.first, call.yFactor, call.yShift), rowSpan.count,
-                call.xFactor * call.yFactor);
-    return ZorOk;
-  }
+  if (call.interpolation == ZORI_INTER_SUPER)
+    return supersample(images, CoverSweep(x.image, columnSpan.first, call.xFactor, call.xShift), columnSpan.count,
+                       CoverSweep(y.image, rowSpan.first, call.yFactor, call.yShift), rowSpan.count,
+                       call.xFactor * call.yFactor);
 
   const Taps taps = squareTaps(call.interpolation, images.element);
   const BufferLayout layout(images, taps, columnSpan.count, rowSpan.count);

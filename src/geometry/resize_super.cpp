@@ -4,11 +4,14 @@
 // sum * scale + 0.5 cut to whole numbers, 32f to sum * scale. Where both axes cover whole pixels integers are summed as
 // integers; all else is single precision, sample by sample in their order.
 //
-// The work goes in strips of columns whose sums fit the stack, so that no memory is needed.
+// The work goes in strips of columns whose sums stay in the cache.
 #include "resize_super.h"
 
 #include "frame/parallel.h"
+#include "resize_super_blocks.h"
 #include "resize_super_sums.h"
+
+#include <iterator>
 
 namespace zori {
 namespace resize {
@@ -83,6 +86,29 @@ Cover CoverSweep::next()
 
 namespace {
 
+// Blocks of whole pixels, one of each output.
+struct Blocks {
+  bool areWhole, areInside = false;                   // inside what may be read
+  long long width = 0, height = 0, left = 0, top = 0; // of one, and where in the image the first begins
+
+  Blocks(CoverSweep columns, int columnCount, CoverSweep rows, int rowCount)
+    : areWhole(columns.isWhole() && rows.isWhole())
+  {
+    if (!areWhole) return;
+    const Cover x = columns.next(), y = rows.next();
+    width = x.whole;
+    height = y.whole;
+    left = columns.first() + x.first;
+    top = rows.first() + y.first;
+    areInside = x.first >= 0 && y.first >= 0 && width <= (columns.length() - x.first) / columnCount &&
+                height <= (rows.length() - y.first) / rowCount;
+  }
+  double pixels() const { return static_cast<double>(width) * static_cast<double>(height); }
+};
+
+// Enough for strips of any kind.
+constexpr std::size_t stripSpaceBytes = sizeof(StripSpace<std::uint16_t, 1>);
+
 struct Limits { // pixels of an axis that may be read
   long long first, length;
   long long inside(long long k) const { return first + std::clamp(k, 0LL, length - 1); }
@@ -109,6 +135,17 @@ void sumRows(const Images& images, int plane, const Limits& limits, const Cover&
     isFirst = false;
     bunch.clear();
   }
+}
+
+// Totals of outputs, of one strip, to pixels of the destination from (x, y) on.
+template <class T, int C, class A>
+void finish(const Images& images, const Scaling& scaling, int plane, int y, int x, const A* totals, int count)
+{
+  T* const dst = reinterpret_cast<T*>(images.dstRow(plane, y)) + static_cast<std::ptrdiff_t>(x) * C;
+  if (!images.keepsFourth) return scaleTotals(totals, std::ptrdiff_t{count} * C, scaling, dst);
+  T out[stripOutputs * C];
+  scaleTotals(totals, std::ptrdiff_t{count} * C, scaling, out);
+  for (int o = 0; o < count; ++o) std::memcpy(dst + o * C, out + o * C, 3 * sizeof(T));
 }
 
 // Outputs of rows, as strips of columns.
@@ -142,15 +179,6 @@ template <class T, class Sum, int C> struct Strips {
     for (std::ptrdiff_t k = samples; k < rest; ++k) inside[k] = inside[k - C];
   }
 
-  template <class A> void finish(int plane, int y, int x, const A* totals, int count) const
-  {
-    T* const dst = reinterpret_cast<T*>(images.dstRow(plane, y)) + static_cast<std::ptrdiff_t>(x) * C;
-    if (!images.keepsFourth) return scaleTotals(totals, std::ptrdiff_t{count} * C, scaling, dst);
-    T out[stripOutputs * C];
-    scaleTotals(totals, std::ptrdiff_t{count} * C, scaling, out);
-    for (int o = 0; o < count; ++o) std::memcpy(dst + o * C, out + o * C, 3 * sizeof(T));
-  }
-
   // An output that is wider than the strip, piece by piece.
   void sumWide(int plane, const Cover& column, const Cover& row, Sum* sums, Total<Sum>* totals) const
   {
@@ -168,16 +196,19 @@ template <class T, class Sum, int C> struct Strips {
     }
   }
 
-  [[gnu::noinline]] void run(int plane, int firstRow, int rowCount)
+  using Space = StripSpace<Sum, C>;
+
+  [[gnu::noinline]] void run(int plane, int firstRow, int rowCount, Space& space)
   {
     CoverSweep sweep = columns, rowStart = rows;
     for (int y = 0; y < firstRow; ++y) rowStart.next();
-    alignas(16) Sum sums[stripBytes / sizeof(Sum) + slackSamples];
-    alignas(16) Total<Sum> totals[stripOutputs * C + slackSamples] = {};
-    alignas(16) std::uint16_t shortTotals[sizeof(Sum) == 2 ? stripOutputs * C + slackSamples : 1] = {};
+    std::fill(std::begin(space.totals), std::end(space.totals), Total<Sum>());
+    std::fill(std::begin(space.shortTotals), std::end(space.shortTotals), std::uint16_t());
+    Sum* const sums = space.sums;
+    Strip& strip = space.strip;
     Cover next = sweep.next();
     for (int x = 0; x < width;) {
-      Strip strip;
+      strip.clear();
       while (strip.count < stripOutputs && x + strip.count < width &&
              (strip.count == 0 || next.first + next.pixels() - strip.origin <= pixels)) {
         strip.add(next);
@@ -192,16 +223,16 @@ template <class T, class Sum, int C> struct Strips {
           sumPixels(plane, row, strip.origin, covered, sums);
           if constexpr (sizeof(Sum) == 2) {
             if (scaling.block <= 128) {
-              sumColumnsShort<C>(strip, sums, shortTotals);
-              finish(plane, y, x, shortTotals, strip.count);
+              sumColumnsShort<C>(strip, sums, space.shortTotals);
+              finish<T, C>(images, scaling, plane, y, x, space.shortTotals, strip.count);
               continue;
             }
           }
-          sumColumns<C, std::is_same_v<T, float>>(strip, sums, static_cast<std::ptrdiff_t>(covered) * C, totals);
+          sumColumns<std::is_same_v<T, float>>(space, static_cast<std::ptrdiff_t>(covered) * C);
         } else {
-          sumWide(plane, strip.covers[0], row, sums, totals);
+          sumWide(plane, strip.covers[0], row, sums, space.totals);
         }
-        finish(plane, y, x, totals, strip.count);
+        finish<T, C>(images, scaling, plane, y, x, space.totals, strip.count);
       }
       x += strip.count;
     }
@@ -286,79 +317,115 @@ private:
   }
 };
 
-// True when it was such a call.
-template <class T>
-bool halve(const Images& images, CoverSweep columns, int width, CoverSweep rows, double scale, int plane, int first,
-           int count)
+bool isHalving(const Images& images, const Blocks& blocks, double scale)
 {
-  if (images.channels != 1 || scale != 0.25 || !columns.isWhole() || !rows.isWhole()) return false;
-  const Cover x = columns.next(), y = rows.next();
-  if (x.whole != 2 || y.whole != 2 || x.first < 0 || y.first < 0 || x.first + 2LL * width > columns.length() ||
-      y.first + 2LL * (first + count) > rows.length())
-    return false;
-  const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(rows.first() + y.first) + 2 * std::ptrdiff_t{first},
-                       column = static_cast<std::ptrdiff_t>(columns.first() + x.first);
-  HalvedRegion<T>{images.srcRow(plane, row) + column * static_cast<std::ptrdiff_t>(sizeof(T)),
-                  images.dstRow(plane, first), images.srcStep, images.dstStep}
-    .make(width, count);
-  return true;
+  return images.channels == 1 && scale == 0.25 && blocks.areInside && blocks.width == 2 && blocks.height == 2;
+}
+template <class T> void halve(const Images& images, const Blocks& blocks, int width, int plane, int first, int count)
+{
+  const char* const src = images.srcRow(plane, static_cast<std::ptrdiff_t>(blocks.top) + 2 * std::ptrdiff_t{first}) +
+                          static_cast<std::ptrdiff_t>(blocks.left) * static_cast<std::ptrdiff_t>(sizeof(T));
+  HalvedRegion<T>{src, images.dstRow(plane, first), images.srcStep, images.dstStep}.make(width, count);
 }
 
-template <class T, class Sum>
-void stripsOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows,
-              const Scaling& scaling, int plane, int first, int count)
-{
-  switch (images.channels) {
-  case 1: return Strips<T, Sum, 1>{images, columns, rows, width, scaling}.run(plane, first, count);
-  case 3: return Strips<T, Sum, 3>{images, columns, rows, width, scaling}.run(plane, first, count);
-  default: return Strips<T, Sum, 4>{images, columns, rows, width, scaling}.run(plane, first, count);
-  }
-}
+#if ZORI_VECTOR_BYTES == 32
+// ---- Blocks by windows: 8u ----
 
-template <class T>
-void slabOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, double scale, int plane,
-            int first, int count)
+// Rows of outputs, as strips of equal length that may overlap.
+template <int C>
+void sumRowsOfBlocks(const Images& images, const Blocks& blocks, SumBlocks sum, int width, const Scaling& scaling,
+                     int plane, const Slab& slab)
 {
-  double block = 0;
-  const auto with = [&](auto sum) {
-    stripsOf<T, decltype(sum)>(images, columns, width, rows, Scaling(scale, sizeof(T) == 1 ? block : 0), plane, first,
-                               count);
-  };
-  if constexpr (sizeof(T) == 1 || sizeof(T) == 4)
-    if (halve<T>(images, columns, width, rows, scale, plane, first, count)) return;
-  if constexpr (sizeof(T) <= 2 && !std::is_signed_v<T>) {
-    if (columns.isWhole() && rows.isWhole()) {
-      CoverSweep x = columns, y = rows;
-      constexpr double most = std::numeric_limits<T>::max();
-      const auto down = static_cast<double>(y.next().whole);
-      block = down * static_cast<double>(x.next().whole);
-      if (most * block > 2147483647.0) return with(std::uint64_t());
-      if constexpr (sizeof(T) == 1)
-        if (most * down <= 65535) return with(std::uint16_t());
-      return with(std::uint32_t());
+  alignas(32) std::uint16_t totals[stripOutputs * C + slackSamples] = {};
+  const int strips = (width + stripOutputs - 1) / stripOutputs,
+            each = std::min(width, ((width + strips - 1) / strips + leastBlocks - 1) / leastBlocks * leastBlocks);
+  const int height = static_cast<int>(blocks.height);
+  for (int y = slab.first; y < slab.first + slab.count; ++y) {
+    const char* const row = images.srcRow(plane, static_cast<std::ptrdiff_t>(blocks.top) + std::ptrdiff_t{height} * y);
+    for (int k = 0; k < strips; ++k) {
+      const int x = std::min(k * each, width - each);
+      const auto pixel = static_cast<std::ptrdiff_t>(blocks.left + blocks.width * x);
+      sum(reinterpret_cast<const Zor8u*>(row) + pixel * C, images.srcStep, height, each, totals);
+      finish<Zor8u, C>(images, scaling, plane, y, x, totals, each);
     }
   }
-  with(float());
+}
+#endif
+
+// ---- The choice ----
+
+template <class T, class Sum, int C>
+void stripsOf(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows,
+              const Scaling& scaling, int plane, const Slab& slab)
+{
+  static_assert(sizeof(StripSpace<Sum, C>) <= stripSpaceBytes);
+  Strips<T, Sum, C>{images, columns, rows, width, scaling}.run(plane, slab.first, slab.count,
+                                                               *reinterpret_cast<StripSpace<Sum, C>*>(slab.buffer));
+}
+
+template <class T>
+ZorStatus supersampled(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, int height,
+                       double scale, TeamRule rule)
+{
+  const auto slabs = [=](std::size_t bytes, auto work) {
+    return masterSlabs(rule, Rounding::Nearest, height, bytes, [=, &images](const Slab& slab) {
+      for (int p = 0; slab.count > 0 && p < images.planes; ++p) work(p, slab);
+      return ZorOk;
+    });
+  };
+  const Blocks blocks(columns, width, rows, height);
+  if constexpr (sizeof(T) == 1 || sizeof(T) == 4)
+    if (isHalving(images, blocks, scale))
+      return slabs(0, [&](int p, const Slab& slab) { halve<T>(images, blocks, width, p, slab.first, slab.count); });
+  const Scaling scaling(scale, sizeof(T) == 1 && blocks.areWhole ? blocks.pixels() : 0);
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (sizeof(T) == 1)
+    if (blocks.areInside && width >= leastBlocks)
+      if (const SumBlocks sum = blockSums(images.channels, blocks.width, blocks.height))
+        return slabs(0, [&](int p, const Slab& slab) {
+          switch (images.channels) {
+          case 1: return sumRowsOfBlocks<1>(images, blocks, sum, width, scaling, p, slab);
+          case 3: return sumRowsOfBlocks<3>(images, blocks, sum, width, scaling, p, slab);
+          default: return sumRowsOfBlocks<4>(images, blocks, sum, width, scaling, p, slab);
+          }
+        });
+#endif
+  const auto strips = [&](auto sum) {
+    using Sum = decltype(sum);
+    return slabs(stripSpaceBytes, [&](int p, const Slab& slab) {
+      switch (images.channels) {
+      case 1: return stripsOf<T, Sum, 1>(images, columns, width, rows, scaling, p, slab);
+      case 3: return stripsOf<T, Sum, 3>(images, columns, width, rows, scaling, p, slab);
+      default: return stripsOf<T, Sum, 4>(images, columns, width, rows, scaling, p, slab);
+      }
+    });
+  };
+  if constexpr (sizeof(T) <= 2 && !std::is_signed_v<T>) {
+    constexpr double most = std::numeric_limits<T>::max();
+    if (blocks.areWhole) {
+      if (most * blocks.pixels() > 2147483647.0) return strips(std::uint64_t());
+      if constexpr (sizeof(T) == 1)
+        if (most * static_cast<double>(blocks.height) <= 65535) return strips(std::uint16_t());
+      return strips(std::uint32_t());
+    }
+  }
+  return strips(float());
 }
 
 } // namespace
 
-void supersample(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, int height,
-                 double scale)
+ZorStatus supersample(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, int height,
+                      double scale)
 {
   constexpr int picosecondsPerSample = 1000;
   const long long samples = static_cast<long long>(width) * height * images.channels * images.planes;
-  masterSlabs(TeamRule::forWork(samples, picosecondsPerSample), Rounding::Nearest, height, 0, [&](const Slab& slab) {
-    for (int p = 0; slab.count > 0 && p < images.planes; ++p) {
-      switch (images.element) {
-      case Element::U8: slabOf<Zor8u>(images, columns, width, rows, scale, p, slab.first, slab.count); break;
-      case Element::U16: slabOf<Zor16u>(images, columns, width, rows, scale, p, slab.first, slab.count); break;
-      case Element::S16: slabOf<Zor16s>(images, columns, width, rows, scale, p, slab.first, slab.count); break;
-      case Element::F32: slabOf<Zor32f>(images, columns, width, rows, scale, p, slab.first, slab.count); break;
-      }
-    }
-    return ZorOk;
-  });
+  const TeamRule rule = TeamRule::forWork(samples, picosecondsPerSample);
+  switch (images.element) {
+  case Element::U8: return supersampled<Zor8u>(images, columns, width, rows, height, scale, rule);
+  case Element::U16: return supersampled<Zor16u>(images, columns, width, rows, height, scale, rule);
+  case Element::S16: return supersampled<Zor16s>(images, columns, width, rows, height, scale, rule);
+  default: return supersampled<Zor32f>(images, columns, width, rows, height, scale, rule);
+  }
 }
 
 } // namespace resize

@@ -40,9 +40,9 @@ private:
   double output_ = 0, shift_ = 0;
 };
 
-// scale: 1 / area of an output. Allocates nothing. Under round to nearest.
-void supersample(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, int height,
-                 double scale);
+// scale: 1 / area of an output. Under round to nearest. ZorErrAlloc, or ZorOk.
+ZorStatus supersample(const Images& images, const CoverSweep& columns, int width, const CoverSweep& rows, int height,
+                      double scale);
 
 } // namespace resize
 } // namespace zori

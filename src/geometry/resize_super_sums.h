@@ -154,6 +154,7 @@ struct Strip {
   std::int32_t at[stripOutputs];
   float weights[fewTaps][stripOutputs]; // 0 where an output has fewer taps
 
+  void clear() { count = 0, origin = end = taps = 0, isWhole = true; }
   void add(const Cover& cover)
   {
     if (count == 0) origin = cover.first;
@@ -176,6 +177,17 @@ struct Strip {
         weights[t][o] = t < cover.pixels() ? cover.weight(t) : 0;
       }
   }
+};
+
+// The working memory of strips.
+template <class Sum, int C> struct StripSpace {
+  static constexpr std::ptrdiff_t sumCount = stripBytes / std::ptrdiff_t{sizeof(Sum)} + slackSamples,
+                                  totalCount = stripOutputs * C + slackSamples;
+  alignas(32) Sum sums[sumCount];
+  alignas(32) Total<Sum> totals[totalCount];
+  alignas(32) std::uint16_t shortTotals[sizeof(Sum) == 2 ? totalCount : 1];
+  alignas(32) std::uint32_t wide[sizeof(Sum) == 2 && C == 1 ? sumCount : 1];
+  Strip strip;
 };
 
 // A vector of outputs at a time, tap by tap, N taps brought together. Where some outputs have fewer taps the others'
@@ -346,10 +358,13 @@ template <int C> inline void sumColumnsShort(const Strip& strip, const std::uint
   else sumWhole<C>(strip, sums, totals);
 }
 
-// There is room for slackSamples behind the sums.
-template <int C, bool MayBeInfinite, class Sum>
-inline void sumColumns(const Strip& strip, Sum* sums, std::ptrdiff_t samples, Total<Sum>* totals)
+// From the first `samples` sums.
+template <bool MayBeInfinite, class Sum, int C>
+inline void sumColumns(StripSpace<Sum, C>& space, std::ptrdiff_t samples)
 {
+  const Strip& strip = space.strip;
+  Sum* const sums = space.sums;
+  Total<Sum>* const totals = space.totals;
   if constexpr (sizeof(Sum) == 8) {
     sumPlainly<C>(strip, sums, totals);
   } else if constexpr (std::is_same_v<Sum, float>) {
@@ -371,9 +386,8 @@ inline void sumColumns(const Strip& strip, Sum* sums, std::ptrdiff_t samples, To
     if (strip.isWhole) sumWhole<C>(strip, sums, totals);
     else sumPixelsOf<C>(strip, sums, totals);
   } else if constexpr (sizeof(Sum) == 2) {
-    std::uint32_t wide[stripBytes / 2 + slackSamples];
-    mapGroups(wide, samples, Converted<std::uint32_t>{}, static_cast<const Sum*>(sums));
-    sumSingles<true, false>(strip, static_cast<const std::uint32_t*>(wide), totals);
+    mapGroups(space.wide, samples, Converted<std::uint32_t>{}, static_cast<const Sum*>(sums));
+    sumSingles<true, false>(strip, static_cast<const std::uint32_t*>(space.wide), totals);
   } else {
     sumSingles<true, false>(strip, static_cast<const Sum*>(sums), totals);
   }
@@ -432,9 +446,10 @@ template <class X> inline Vec<Zor32s> scaledInts(X x, double scale)
 
 // Totals of outputs, of which there is room for whole groups.
 template <class T, class A>
-[[gnu::noinline]] void scaleTotals(const A* totals, std::ptrdiff_t count, const Scaling& by, T* dst)
+[[gnu::noinline]] void scaleTotals(const A* totals, std::ptrdiff_t count, const Scaling& given, T* dst)
 {
   const UpperHalvesCleared atTheEnd;
+  const Scaling by = given; // of its own: what is stored is not in it
   if constexpr (sizeof(A) > 4 || std::is_same_v<T, Zor16s>) {
     for (std::ptrdiff_t i = 0; i < count; ++i) put(dst + i, scaledSample<T>(totals[i], by.scale));
   } else if constexpr (std::is_same_v<T, float>) {
@@ -449,12 +464,14 @@ template <class T, class A>
     for (; i < count; ++i) put(dst + i, scaledSample<T>(totals[i], by.scale));
   } else {
     constexpr std::ptrdiff_t block = Group<T>::size;
-    const auto samplesOf = [&](const A* p) -> Group<T> {
+    const auto half = splat(static_cast<std::uint16_t>(by.block / 2)),
+               factor = splat(static_cast<std::uint16_t>(by.factor));
+    const int shift = by.shift - 16;
+    const auto samplesOf = [=](const A* p) -> Group<T> {
       if constexpr (sizeof(A) == 2) {
         if (by.factor > 0) {
-          const auto half = splat(static_cast<A>(by.block / 2)), factor = splat(static_cast<A>(by.factor));
-          const auto two = [&](const A* q) {
-            return as<Zor16s>(shiftRight(mulHigh(load<A>(q) + half, factor), by.shift - 16));
+          const auto two = [=](const A* q) {
+            return as<Zor16s>(shiftRight(mulHigh(load<A>(q) + half, factor), shift));
           };
           return {{narrowSat<T>(two(p), two(p + Vec<A>::size))}};
         }

@@ -134,9 +134,10 @@ template <Taps Kind, int C>
   }
 }
 
-template <Taps Kind, class T, int C> void across(const AxisTable& columns, const void* row, void* sums)
+template <Taps Kind, class T, int C>
+void across(const AxisTable& columns, const void* const* rows, int count, void* const* sums)
 {
-  acrossFloats<Kind, C>(columns, convertRun<T>, row, static_cast<float*>(sums));
+  for (int r = 0; r < count; ++r) acrossFloats<Kind, C>(columns, convertRun<T>, rows[r], static_cast<float*>(sums[r]));
 }
 
 // ---- Down ----
@@ -198,17 +199,22 @@ inline void downRows(const void* const* rows, const AxisTable& table, int y, T* 
 }
 
 template <Taps Kind, class T>
-void downFloats(const void* const* rows, const AxisTable& table, int y, bool, void* dst, std::ptrdiff_t samples)
+void downFloats(const void* const* rows, const AxisTable& table, int first, int count, bool, void* dst, int step,
+                std::ptrdiff_t samples)
 {
-  downRows<Kind, T>(rows, table, y, static_cast<T*>(dst), samples, std::make_index_sequence<tapsOf(Kind)>());
+  for (int k = 0; k < count; ++k)
+    downRows<Kind, T>(rows, table, first + k, rowAt(static_cast<T*>(dst), step, k), samples,
+                      std::make_index_sequence<tapsOf(Kind)>());
 }
 
 // ---- The choice ----
 
 template <Taps Kind, class T> Kernels kernelsOf(int channels)
 {
-  const AcrossRow kernel = channels == 1 ? across<Kind, T, 1> : channels == 3 ? across<Kind, T, 3> : across<Kind, T, 4>;
-  return {kernel, downFloats<Kind, T>, 4};
+  const AcrossRows kernel = channels == 1   ? across<Kind, T, 1>
+                            : channels == 3 ? across<Kind, T, 3>
+                                            : across<Kind, T, 4>;
+  return {kernel, downFloats<Kind, T>, 1};
 }
 
 template <Taps Kind> Kernels kernelsOf(Element element, int channels)

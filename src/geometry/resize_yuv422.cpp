@@ -162,8 +162,10 @@ ZorStatus macrosOf(const Call422& c, int width, int& macros, int& reached)
     if (isSuper) {
       // pixels beyond the row are its last
       const int length = std::max(1, std::min(x.length, x.image - x.first)), first = std::min(x.first, x.image - 1);
-      supersample(images, CoverSweep(first, length, 1 / c.xFactor), x.count,
-                  CoverSweep(y.first, y.length, 1 / c.yFactor), y.count, c.xFactor * c.yFactor);
+      if (auto s = supersample(images, CoverSweep(first, length, 1 / c.xFactor), x.count,
+                               CoverSweep(y.first, y.length, 1 / c.yFactor), y.count, c.xFactor * c.yFactor);
+          s != ZorOk)
+        return s;
       continue;
     }
     place(x, isNearest, stepOfFactor(x, c.xFactor, isNearest), 0);

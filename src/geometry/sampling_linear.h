@@ -5,6 +5,7 @@
 #pragma once
 
 #include "rowkernels/drivers.h"
+#include "rowkernels/simd_32_only.h"
 #include "sampling_fine.h"
 
 namespace zori {
@@ -33,27 +34,29 @@ constexpr std::int32_t anyOffset = INT32_MAX;
 inline bool isBehind(const std::int32_t* offset, int count, std::int32_t last)
 {
   using Whole = Vec<std::int32_t>;
-  std::int32_t greatest = offset[0];
-  int i = 0;
-  if (count >= Whole::size) {
-    Whole most = load<std::int32_t>(offset);
-    for (i = Whole::size; i + Whole::size <= count; i += Whole::size) most = max(most, load<std::int32_t>(offset + i));
-    std::int32_t lane[Whole::size];
-    store(lane, most);
-    for (const std::int32_t x : lane) greatest = std::max(greatest, x);
+  constexpr int lanes = Whole::size;
+  const auto at = [=](int i) { return load<std::int32_t>(offset + i); };
+  if (count < lanes) {
+    bool isOne = false;
+    for (int i = 0; i < count; ++i) isOne |= offset[i] > last;
+    return isOne;
   }
-  for (; i < count; ++i) greatest = std::max(greatest, offset[i]);
-  return greatest > last;
+  Whole greatest = at(count - lanes);
+  int i = 0;
+  for (; i + 2 * lanes <= count; i += 2 * lanes) greatest = max(greatest, max(at(i), at(i + lanes)));
+  if (i + lanes <= count) greatest = max(greatest, at(i));
+  return moveMask(greater(greatest, splat(last))) != 0;
 }
 
 // group(offsets, i, n) for points i to i + n - 1: N of them, at the end fewer with copies of the last one behind. Where
-// one of their offsets is behind the last, plain(i, n) instead.
-template <int N, class Group, class Plain>
-void byGroups(PointRow points, int count, std::int32_t lastOffset, Group group, Plain plain)
+// one of their offsets is behind the last, plain(i, n) instead. Where none is, the first ones are left to
+// several(offsets), which tells how many it has done.
+template <int N, class Several, class Group, class Plain>
+void byGroups(PointRow points, int count, std::int32_t lastOffset, Several several, Group group, Plain plain)
 {
   const std::int32_t* const offset = points.offset();
   const bool hasRoom = lastOffset == anyOffset || !isBehind(offset, count, lastOffset);
-  int i = 0;
+  int i = hasRoom ? several(offset) : 0;
   if (hasRoom)
     for (; i + N <= count; i += N) group(offset + i, i, std::integral_constant<int, N>());
   for (; i < count; i += N) {
@@ -63,6 +66,13 @@ void byGroups(PointRow points, int count, std::int32_t lastOffset, Group group, 
     if (hasRoom || !isBehind(at, N, lastOffset)) group(at, i, n);
     else plain(i, n);
   }
+}
+
+template <int N, class Group, class Plain>
+void byGroups(PointRow points, int count, std::int32_t lastOffset, Group group, Plain plain)
+{
+  byGroups<N>(
+    points, count, lastOffset, [](const std::int32_t*) { return 0; }, group, plain);
 }
 
 // ---- Kernels ----
@@ -155,14 +165,17 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
   {
     return shiftLeft<6>(left) + mulHigh(shiftLeft<7>(right - left), twiceX);
   }
-  // In the low half.
-  static Vec<Zor8u> downWords(Words above, Words below, Words twiceY)
+  static Words downWords(Words above, Words below, Words twiceY)
   {
-    const Words difference = below - above;
-    const Words sum = above + splat<std::int16_t>(32) + mulHigh(difference + difference, twiceY);
-    const Words out = shiftRight<6>(sum);
-    return narrowSat<Zor8u>(out, out);
+    const Words difference = below - above, share = mulHigh(difference + difference, twiceY);
+#if ZORI_VECTOR_BYTES == 32
+    return mulRounded(above + share, splat<std::int16_t>(1 << 9));
+#else
+    return shiftRight<6>(above + splat<std::int16_t>(32) + share);
+#endif
   }
+  // In the low half.
+  static Vec<Zor8u> bytesOf16(Words x) { return narrowSat<Zor8u>(x, x); }
 
   [[gnu::noinline]] static void inner8Plain(const Source& s, const Zor8u* plane, PointRow points, int first, int count,
                                             Zor8u* dst)
@@ -189,7 +202,7 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
                              twiceX);
         };
         const auto out =
-          downWords(row(gatherLanes(plane, at)), row(gatherLanes(below, at)), load<std::int16_t>(fy + i));
+          bytesOf16(downWords(row(gatherLanes(plane, at)), row(gatherLanes(below, at)), load<std::int16_t>(fy + i)));
         if (n == Words::size) storeLowHalf(dst + i, out);
         else storePart(dst + i, sixteenBytes<0>(out), static_cast<std::size_t>(n));
       },
@@ -197,52 +210,52 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
   }
 
 #if ZORI_VECTOR_BYTES == 32
-  // Bytes for words: of gathered pairs of three samples the left and the right ones; two bytes to four words each.
+  // Bytes for words: of a pixel and its right neighbour, eight bytes, the samples of both in pairs; two bytes to four
+  // words each.
   struct ByteOrders {
-    alignas(32) Zor8u left[32], right[32], spread[32], packed[16];
-    constexpr ByteOrders() : left{}, right{}, spread{}, packed{}
+    alignas(32) Zor8u pairs[32], spread[32], packed[32];
+    constexpr ByteOrders() : pairs{}, spread{}, packed{}
     {
       for (int i = 0; i < 32; ++i) {
-        const int word = i / 2 % 4, pixel = i / 8;
-        const auto byte = [=](int k) { return static_cast<Zor8u>(i % 2 ? 0x80 : k % 4 + pixel % 2 * 4 + k / 4 * 8); };
-        left[i] = byte(word);
-        right[i] = byte(word + 3);
+        const int channel = i / 2 % 4, pixel = i / 8;
+        pairs[i] = channel < Channels ? static_cast<Zor8u>(pixel % 2 * 8 + channel + i % 2 * Channels) : Zor8u{0x80};
         spread[i] = static_cast<Zor8u>(2 * pixel + i % 2);
+        packed[i] = static_cast<Zor8u>(i % 16 < 12 ? i % 16 / 3 * 4 + i % 3 : 0x80);
       }
-      for (int i = 0; i < 16; ++i) packed[i] = static_cast<Zor8u>(i < 12 ? i / 3 * 4 + i % 3 : 0x80);
+      for (int i = 16; i < 32; ++i) packed[i] = packed[i - 16];
     }
   };
   static constexpr ByteOrders byteOrders{};
 #endif
 
-  // Pixels and their right neighbours, four words each.
-  struct PairWords {
-    Words left, right;
-    PairWords(const Zor8u* p, const std::int32_t* at)
-    {
-      if constexpr (Channels == 4) {
-        const auto x = as<Zor8u>(gatherPairs(p, at));
-        left = as<std::int16_t>(widenLowLocal(x));
-        right = as<std::int16_t>(widenHighLocal(x));
-      } else {
+  // As many pixels as there are eight bytes in a vector, four words each, from those of a row at these offsets and
+  // their right neighbours.
+  static Words acrossPixels(const Zor8u* p, const std::int32_t* at, Words twiceX)
+  {
 #if ZORI_VECTOR_BYTES == 32
-        const auto x = as<Zor8u>(gatherPairs(p, at));
-        left = as<std::int16_t>(shuffleBytesLocal(x, load<Zor8u>(byteOrders.left)));
-        right = as<std::int16_t>(shuffleBytesLocal(x, load<Zor8u>(byteOrders.right)));
+    const auto x = gatherEightsOfFour<Zor8u>(p, at);
+    const auto pairs = shuffleBytesLocal(x, loadAligned<Zor8u>(byteOrders.pairs));
+    const auto left = as<Zor8s>(splat<std::uint16_t>(64)), difference = as<Zor8s>(splat<std::uint16_t>(0x40c0));
+    const Words by64 = mulAddPairs(pairs, difference); // 64 * (right - left)
+    return mulAddPairs(pairs, left) + mulHigh(by64 + by64, twiceX);
 #else
-        const auto two = [=](int from) {
-          return interleaveLow(loadLow4<std::uint32_t>(p + at[0] + from), loadLow4<std::uint32_t>(p + at[1] + from));
-        };
-        left = as<std::int16_t>(widenLow(as<Zor8u>(two(0))));
-        right = as<std::int16_t>(widenLow(as<Zor8u>(shiftRight<8>(two(2)))));
-#endif
-      }
+    if constexpr (Channels == 4) {
+      const auto x = as<Zor8u>(gatherPairs(p, at));
+      return acrossWords(as<std::int16_t>(widenLowLocal(x)), as<std::int16_t>(widenHighLocal(x)), twiceX);
+    } else {
+      const auto two = [=](int from) {
+        return interleaveLow(loadLow4<std::uint32_t>(p + at[0] + from), loadLow4<std::uint32_t>(p + at[1] + from));
+      };
+      return acrossWords(as<std::int16_t>(widenLow(as<Zor8u>(two(0)))),
+                         as<std::int16_t>(widenLow(as<Zor8u>(shiftRight<8>(two(2))))), twiceX);
     }
-  };
+#endif
+  }
   static Words spread(const std::int16_t* f)
   {
 #if ZORI_VECTOR_BYTES == 32
-    return as<std::int16_t>(shuffleBytesLocal(as<Zor8u>(splat(get<std::uint64_t>(f))), load<Zor8u>(byteOrders.spread)));
+    return as<std::int16_t>(
+      shuffleBytesLocal(as<Zor8u>(splat(get<std::uint64_t>(f))), loadAligned<Zor8u>(byteOrders.spread)));
 #else
     const auto two = loadLow4<std::int16_t>(f);
     const auto pairs = as<std::int32_t>(interleaveLow(two, two));
@@ -265,7 +278,7 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
       }
     } else if (left >= 2) {
 #if ZORI_VECTOR_BYTES == 32
-      store(dst, shuffleBytesLocal(lowHalf(x), load<Zor8u, 16>(byteOrders.packed)));
+      store(dst, shuffleBytesLocal(lowHalf(x), loadAligned<Zor8u, 16>(byteOrders.packed)));
 #else
       storeLow4(dst, x);
       storeLow4(dst + 3, bytesDown<4>(x));
@@ -277,23 +290,50 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
     for (int i = 0; i < n; ++i) std::memcpy(dst + i * bytes, pixels + 4 * i, written);
   }
 
-  // As many pixels as there are eight bytes in a vector, four words each.
+  // Twice as many, of which four bytes behind them may be spoiled unless they are the last.
+  template <class IsEnd> static void storeEights(Zor8u* dst, Vec<Zor8u> x, [[maybe_unused]] IsEnd isEnd)
+  {
+    if constexpr (Channels == 4) {
+      store(dst, Processed == Channels ? x : select(colourMask<Zor8u>(), x, load<Zor8u>(dst)));
+    } else {
+#if ZORI_VECTOR_BYTES == 32
+      const auto pixels = shuffleBytesLocal(x, loadAligned<Zor8u>(byteOrders.packed));
+      store(dst, lowHalf(pixels));
+      if (!isEnd) return store(dst + 12, highHalf(pixels));
+      storeLow8(dst + 12, highHalf(pixels));
+      storeLow4(dst + 20, bytesDown<8>(highHalf(pixels)));
+#endif
+    }
+  }
+
   static void inner8Pixels(const Source& s, const Zor8u* plane, PointRow points, int count, Zor8u* dst)
   {
     const UpperHalvesCleared atTheEnd;
     const std::int16_t *const fx = points.twiceX(), *const fy = points.twiceY();
     const Zor8u* const below = plane + s.step;
     constexpr bool readsOn = Channels == 3 && vectorBytes == 32; // eight bytes where six are wanted
-    byGroups<vectorBytes / 8>(
+    constexpr int some = vectorBytes / 8;
+    const auto words = [=](const std::int32_t* at, int i) {
+      const Words twiceX = spread(fx + i);
+      return downWords(acrossPixels(plane, at, twiceX), acrossPixels(below, at, twiceX), spread(fy + i));
+    };
+    byGroups<some>(
       points, count, readsOn ? lastOffset(s, s.step + 8) : anyOffset,
-      [=](const std::int32_t* at, int i, auto n) {
-        const Words twiceX = spread(fx + i);
-        const auto row = [=](const Zor8u* p) {
-          const PairWords x(p, at);
-          return acrossWords(x.left, x.right, twiceX);
+      [=](const std::int32_t* at) { // two groups of `some` at once, the last ones over those before them
+        if (vectorBytes == 16 || count < 2 * some) return 0;
+        const auto several = [=](int i, auto isEnd) {
+          const auto x = narrowSat<Zor8u>(words(at + i, i), words(at + i + some, i + some));
+          storeEights(dst + std::ptrdiff_t{i} * bytes, x, isEnd);
         };
-        const auto out = downWords(row(plane), row(below), spread(fy + i));
-        storeFours(dst + std::ptrdiff_t{i} * bytes, out, n, count - i - n);
+        constexpr int spoiled = Channels == 3 ? 2 : 0; // pixels
+        int i = 0;
+        for (; i + 2 * some + spoiled <= count; i += 2 * some) several(i, std::false_type());
+        if (i + 2 * some < count) several(i, std::true_type());
+        several(count - 2 * some, std::true_type());
+        return count;
+      },
+      [=](const std::int32_t* at, int i, auto n) {
+        storeFours(dst + std::ptrdiff_t{i} * bytes, bytesOf16(words(at, i)), n, count - i - n);
       },
       [=](int i, int n) { inner8Plain(s, plane, points, i, n, dst); });
   }

@@ -315,6 +315,38 @@ TYPED_TEST(Resize, ShiftRepeatsResize)
     }
 }
 
+// Whole blocks of small sizes, of the image to its end and of a part of it; rows of one strip, and of several.
+TEST(ResizeSuper, SmallWholeBlocks)
+{
+  unsigned seed = 1;
+  for (int nx = 2; nx <= 5; ++nx)
+    for (int ny : {1, 2, 3, 4, 30, 43})
+      for (int width : {15, 16, 17, 31, 46, 256, 257, 520}) {
+        const ZorImgSize size = {nx * width, ny * 2};
+        const ZorImgRect all = {0, 0, size.width, size.height}, part = {1, 0, size.width - 1, size.height};
+        const std::size_t shape = seed % 6;
+        for (const ZorImgRect& roi : {all, part})
+          check<Zor8u>({size, roi, {width, 2}, Form::Factors, 1.0 / nx, 1.0 / ny, 0, 0, ZORI_INTER_SUPER}, shape,
+                       ++seed, static_cast<int>(seed % 3));
+        if (HasFatalFailure()) return;
+      }
+}
+
+// Rows of the same taps are made together, and pixels doubled: every count of such rows, and of pixels.
+TYPED_TEST(Resize, Magnified)
+{
+  unsigned seed = 1;
+  for (int interpolation : {1, 2, 4})
+    for (double f : {2.0, 3.0, 4.6})
+      for (int width : {7, 16, 29, 47}) {
+        ++seed;
+        const ZorImgSize src = {width, 9}, dst = {static_cast<int>(width * f) + 1 - static_cast<int>(seed % 3), 40};
+        check<TypeParam>({src, {0, 0, width, 9}, dst, Form::Factors, f, f, 0, 0, interpolation}, seed % 6, seed,
+                         static_cast<int>(seed % 5));
+        if (this->HasFatalFailure()) return;
+      }
+}
+
 // Blocks of 8u whose sums lie next to where results change.
 TEST(ResizeSuper, RoundsAsTheDoubleProduct)
 {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <map>
 #include <omp.h>
 #include <sys/time.h>
@@ -65,8 +66,15 @@ public:
 
   std::size_t use(Call& call)
   {
+    return use([&] {
+      const Callable& callable = call.function().callable;
+      callable.invoke(callable.function, call.values().data());
+    });
+  }
+  std::size_t use(const std::function<void()>& body)
+  {
     std::memset(block_.begin(), paint, block_.size());
-    running = &call;
+    running = &body;
     getcontext(&inside_);
     inside_.uc_stack.ss_sp = block_.begin();
     inside_.uc_stack.ss_size = block_.size();
@@ -80,19 +88,13 @@ public:
 
 private:
   static constexpr unsigned char paint = 0xc7;
-  static Call* running;
-  static void run()
-  {
-    const Callable& callable = running->function().callable;
-    result = callable.invoke(callable.function, running->values().data());
-  }
-  static Result result;
+  static const std::function<void()>* running;
+  static void run() { (*running)(); }
 
   GuardedBlock block_{bytes};
   ucontext_t inside_, outside_;
 };
-Call* PaintedStack::running;
-Result PaintedStack::result;
+const std::function<void()>* PaintedStack::running;
 
 } // namespace
 
@@ -114,6 +116,33 @@ TEST_P(StackSweep, CallsTakeAtMost56KiB)
     return used <= most ? "" : std::string(function.name) + " takes " + std::to_string(used) + " bytes of stack";
   });
   if (deepestFunction) std::printf("at most %zu bytes of stack: %s\n", deepest, deepestFunction->name);
+}
+
+// Blocks of two, three and four hundred pixels, of more rows than 16 bits sum, of more than 32 bits do; and split
+// pixels.
+TEST(Stack, SuperSamplingTakesAtMost16KiB)
+{
+  using Resize =
+    ZorStatus (*)(const void*, ZorImgSize, int, ZorImgRect, void*, int, ZorImgSize, double, double, int interpolation);
+  constexpr std::size_t most = 16 << 10;
+  constexpr ZorImgSize size = {1200, 600};
+  const int step = size.width * 16;
+  std::vector<unsigned char> src(static_cast<std::size_t>(step) * size.height), dst(src.size());
+  PaintedStack stack;
+  for (const char* form : {"8u_C1R", "8u_C3R", "8u_AC4R", "16u_C1R", "16u_C4R", "32f_C1R", "32f_AC4R"}) {
+    const Function* const function = findFunction(std::string("zoriResize_") + form);
+    if (!function) continue; // left out of this build
+    const auto resize = reinterpret_cast<Resize>(function->callable.function);
+    for (double factor : {1.0 / 2, 1.0 / 3, 1.0 / 20, 1.0 / 150, 1.0 / 300, 0.61}) {
+      ZorStatus status = ZorErrAlloc;
+      const std::size_t used = stack.use([&] {
+        status = resize(src.data(), size, step, {0, 0, size.width, size.height}, dst.data(), step, size, factor, factor,
+                        ZORI_INTER_SUPER);
+      });
+      EXPECT_EQ(status, ZorOk) << form;
+      EXPECT_LE(used, most) << form << " " << factor;
+    }
+  }
 }
 
 // ---- Signals ----
