@@ -28,31 +28,31 @@ struct TapRows {
 };
 
 // Sums of a block of V vectors for R output rows, the first of which begins at source row `first` of the window, a row
-// of the image for 0 <= k < rows. to: R rows, `pitch` apart.
+// of the image for 0 <= k < rows. to: R rows, `step` bytes apart.
 template <int R, int V, bool areSpread, bool isWide>
 [[gnu::noinline]] void sumBlock(const RowWindow<float>& window, std::ptrdiff_t x, int first, int rows,
-                                const TapRows& kernel, float* to, std::ptrdiff_t pitch)
+                                const TapRows& kernel, float* to, int step)
 {
   static_assert(R <= 2);
-  constexpr int step = areSpread ? lanes : 1; // of taps
+  constexpr int apart = areSpread ? lanes : 1; // taps
   const std::ptrdiff_t w = kernel.w;
   Vec<float> sum[R][V];
   for (int q = 0; q < R; ++q)
     for (int v = 0; v < V; ++v) {
       sum[q][v] = zero<float>();
-      if (isWide) store(to + q * pitch + v * lanes, sum[q][v]);
+      if (isWide) store(rowAt(to, step, q) + v * lanes, sum[q][v]);
     }
 
   // row k of the source for output rows From .. To
   const auto addRow = [&](int k, auto from, auto end) {
     constexpr int From = decltype(from)::value, To = decltype(end)::value;
     const float* p = window[k] + x;
-    const float* const t = kernel.taps + (k - first - To) * w * step; // of To; those of From are a row further
-    for (std::ptrdiff_t i = 0; i < w * step; i += step, ++p) {
+    const float* const t = kernel.taps + (k - first - To) * w * apart; // of To; those of From are a row further
+    for (std::ptrdiff_t i = 0; i < w * apart; i += apart, ++p) {
       Vec<float> tap[R];
 #pragma GCC unroll 2
       for (int q = From; q <= To; ++q) {
-        const float* const at = t + (To - q) * w * step + i;
+        const float* const at = t + (To - q) * w * apart + i;
         tap[q] = areSpread ? load<float>(at) : splat(*at);
       }
 #pragma GCC unroll 8
@@ -65,7 +65,7 @@ template <int R, int V, bool areSpread, bool isWide>
     if constexpr (isWide)
       for (int q = From; q <= To; ++q)
         for (int v = 0; v < V; ++v) {
-          float* const total = to + q * pitch + v * lanes;
+          float* const total = rowAt(to, step, q) + v * lanes;
           store(total, load<float>(total) + sum[q][v]);
           sum[q][v] = zero<float>();
         }
@@ -79,7 +79,7 @@ template <int R, int V, bool areSpread, bool isWide>
   if (R == 2 && k < end) addRow(k, lower, lower);
   if constexpr (!isWide)
     for (int q = 0; q < R; ++q)
-      for (int v = 0; v < V; ++v) store(to + q * pitch + v * lanes, sum[q][v]);
+      for (int v = 0; v < V; ++v) store(rowAt(to, step, q) + v * lanes, sum[q][v]);
 }
 
 // Result (0, 0) is the sum over the taps from source sample (originX, originY) on.
@@ -141,29 +141,39 @@ private:
     T spare[chunk];
     const std::ptrdiff_t y = static_cast<std::ptrdiff_t>(unit) * rowsAtOnce;
     const int count = static_cast<int>(std::min<std::ptrdiff_t>(rowsAtOnce, resultHeight - y));
-    const int first = static_cast<int>(y + originY - range.first), end = range.end - range.first;
+    const int first = static_cast<int>(y + originY - range.first), rows = range.end - range.first;
     for (int c = 0; c < processed<L>; ++c) {
       for (std::ptrdiff_t x = 0; x < resultWidth; x += chunk) {
         const int n = static_cast<int>(std::min<std::ptrdiff_t>(chunk, resultWidth - x));
+        int put = 0; // so many are where they belong
         for (int b = 0; b < n; b += vectorsAtOnce * lanes) {
-          const auto sum = [&](auto rows, auto vectors) {
-            constexpr int R = decltype(rows)::value, V = decltype(vectors)::value;
+          const bool isLast = n - b <= lastVectors * lanes;
+          const int end = b + (isLast ? lastVectors : vectorsAtOnce) * lanes;
+          float* to = sums[0] + b;
+          int step = sizeof sums[0];
+          if constexpr (isPlain)
+            if (end <= n) {
+              to = result[y] + x + b, step = result.step;
+              put = end;
+            }
+          const auto sum = [&](auto atOnce, auto vectors) {
+            constexpr int R = decltype(atOnce)::value, V = decltype(vectors)::value;
             const auto f = kernel.areSpread     ? sumBlock<R, V, true, false>
                            : kernel.w < wideRow ? sumBlock<R, V, false, false>
                                                 : sumBlock<R, V, false, true>;
-            f(window, c * pitch + x + b, first, end, kernel, sums[0] + b, chunk);
+            f(window, c * pitch + x + b, first, rows, kernel, to, step);
           };
           const auto sumRows = [&](auto vectors) {
             if (count == rowsAtOnce) sum(std::integral_constant<int, rowsAtOnce>{}, vectors);
             else sum(std::integral_constant<int, 1>{}, vectors);
           };
-          if (n - b <= lastVectors * lanes) sumRows(std::integral_constant<int, lastVectors>{});
+          if (isLast) sumRows(std::integral_constant<int, lastVectors>{});
           else sumRows(std::integral_constant<int, vectorsAtOnce>{});
         }
-        for (int q = 0; q < count; ++q) {
+        for (int q = 0; q < count && put < n; ++q) {
           if (factor != 1)
             for (int i = 0; i < n; ++i) sums[q][i] *= factor;
-          storeRow(sums[q], result[y + q] + x * channels<L> + c, channels<L>, n, 0, spare);
+          storeRow(sums[q] + put, result[y + q] + (x + put) * channels<L> + c, channels<L>, n - put, 0, spare);
         }
       }
       kernel.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.step();

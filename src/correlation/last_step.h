@@ -29,23 +29,21 @@ struct SumsOfProducts {
 // The numbers of windows that stand in memory; none.
 struct ReadyWindows {
   const float* windows;
-  Vec<float> operator()(std::ptrdiff_t x) const { return loadAligned<float>(windows + x); }
-  void end() const {}
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const { return loadAligned<float>(windows + x); }
 };
 struct NoWindows {
-  Vec<float> operator()(std::ptrdiff_t) const { return zero<float>(); }
-  void end() const {}
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t) const { return zero<float>(); }
 };
 
-// to[x] = step(sum x, number of window x) for n windows; numbers are asked for in turn. Whether any number is above 0
-// and below `bound`.
+// to[x] = step(sum x, number of window x) for n windows. Whether any number is above 0 and
+// below `bound`.
 template <class Windows, class Step>
 [[gnu::noinline]] bool finishWindows(const SumsOfProducts& sums, const Windows& windowsAt, const Step& lastStep,
                                      float bound, int n, float* to)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr int size = Vec<float>::size, strip = SumsOfProducts::strip;
-  Windows windows = windowsAt; // copies that nobody else can see, so that what they hold stays in registers
+  const Windows windows = windowsAt; // copies that nobody else can see, so that what they hold stays in registers
   const Step step = lastStep;
   const Vec<float> factor = splat(sums.factor), most = splat(bound);
   Vec<float> found = zero<float>();
@@ -70,7 +68,6 @@ template <class Windows, class Step>
       for (int i = 0; i < n - x; ++i) put(to + x + i, lanes[i]);
     }
   }
-  windows.end();
   return moveMask(found) != 0;
 }
 

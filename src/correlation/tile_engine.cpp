@@ -389,10 +389,13 @@ private:
   static bool finishRow(const Finish& last, const SumsOfProducts& products, WindowSums<T>& sums, std::int64_t y,
                         float bound, int n, float* windows, float* to)
   {
+    if constexpr (std::is_floating_point_v<T>)
+      if (y > 0) return sums.goToWith(y, [&](const auto& numbers) { return last(products, numbers, bound, n, to); });
+    sums.goTo(y);
     if constexpr (sizeof(T) == 1)
       if (sums.byIntegers())
-        return sums.goToWhile(y, [&](const auto& numbers) { return last(products, numbers, bound, n, to); });
-    sums.goTo(y);
+        return last.last == LastStep::Level ? last(products, sums.deviations(), bound, n, to)
+                                            : last(products, sums.energies(), bound, n, to);
     sums.numbers(windows);
     return last(products, ReadyWindows{windows}, bound, n, to);
   }

@@ -54,21 +54,21 @@ template <class T, class F> inline void forEachWidened(Vec<T, 16> a, F f)
 struct SumsOfWindows {
   const std::uint32_t* firstColumns;
   int w;
-  Vec<std::int32_t> operator()(std::ptrdiff_t x) const
+  [[gnu::always_inline]] Vec<std::int32_t> operator()(std::ptrdiff_t x) const
   {
     return load<std::int32_t>(firstColumns + x + w) - load<std::int32_t>(firstColumns + x);
   }
 };
 struct EnergiesOfWindows {
   SumsOfWindows q;
-  Vec<float> operator()(std::ptrdiff_t x) const { return toFloat(q(x)); }
-  void end() const {}
+  EnergiesOfWindows(const std::uint32_t* squares, int w) : q{squares, w} {}
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const { return toFloat(q(x)); }
 };
 // (N Q - S S) / N, the first part exact.
 struct DeviationsOfWindows {
   SumsOfWindows s, q;
   double area;
-  Vec<float> operator()(std::ptrdiff_t x) const
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const
   {
     const Vec<double> areas = splat(area), perArea = splat(1 / area);
     const auto deviation = [=](Vec<double> s, Vec<double> q) { return (areas * q - s * s) * perArea; };
@@ -76,62 +76,42 @@ struct DeviationsOfWindows {
     return toFloat(deviation(toDoubleLow(sum), toDoubleLow(squares)),
                    deviation(toDoubleHigh(sum), toDoubleHigh(squares)));
   }
-  void end() const {}
 };
 
-// Column sums of n columns on their way to the next row of windows: they gain one sample and lose one; to[x] is the sum
-// of the first x columns. It may wrap, differences do not.
-template <class T> struct ColumnSlide {
-  using Sums = Vec<std::int32_t>;
-  const T *in, *out;
-  std::int32_t *s, *q;
-  std::uint32_t *sTo, *qTo;
-  int n;
-  int x = 0; // as many columns are done
-  Sums sBefore = zero<std::int32_t>(), qBefore = zero<std::int32_t>();
-
-  bool hasEight() const { return x + 8 <= n; }
-  void eight()
+// The numbers of windows of floats, whose sums gain on the way what leads to them from the row above; asked for in
+// turn.
+struct SumsThatGain {
+  double* sums;
+  const double* gains;
+  template <class F> [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x, F number) const
   {
-    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
-    forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
-      const auto pairs = as<std::int16_t>(widened);
-      const int at = x + lane / 2;
-      const Sums sNow = loadAligned<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
-      const Sums qNow = loadAligned<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
-      storeAligned(s + at, sNow);
-      storeAligned(q + at, qNow);
-      storeAligned(sTo + at, sumsInFront(sNow, sBefore));
-      storeAligned(qTo + at, sumsInFront(qNow, qBefore));
+    constexpr int size = Vec<double>::size;
+    const auto low = loadAligned<double>(sums + x) + loadAligned<double>(gains + x);
+    const auto high = loadAligned<double>(sums + x + size) + loadAligned<double>(gains + x + size);
+    storeAligned(sums + x, low);
+    storeAligned(sums + x + size, high);
+    return number(low, high);
+  }
+};
+struct GainingEnergies {
+  SumsThatGain q;
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const
+  {
+    return q(x, [](Vec<double> low, Vec<double> high) { return toFloat(low, high); });
+  }
+};
+struct GainingDeviations {
+  SumsThatGain s, q;
+  double area;
+  [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const
+  {
+    const Vec<double> areas = splat(area);
+    return s(x, [&](Vec<double> sLow, Vec<double> sHigh) {
+      return q(x, [&](Vec<double> qLow, Vec<double> qHigh) {
+        return toFloat(qLow - sLow * sLow / areas, qHigh - sHigh * sHigh / areas);
+      });
     });
-    x += 8;
   }
-  void rest()
-  {
-    while (hasEight()) eight();
-    sTo[x] = static_cast<std::uint32_t>(firstLane(sBefore)), qTo[x] = static_cast<std::uint32_t>(firstLane(qBefore));
-    for (; x < n; ++x) {
-      const int a = get<T>(in + x), b = get<T>(out + x);
-      s[x] += a - b;
-      q[x] += a * a - b * b;
-      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
-      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
-    }
-  }
-};
-
-// The numbers of a row's windows, asked for one vector after the other, while columns slide to the next row: the sums
-// are formed in the shadow of what is done with the numbers.
-template <class T, class Windows> struct WhileSliding {
-  Windows windows;
-  ColumnSlide<T> columns;
-
-  Vec<float> operator()(std::ptrdiff_t x)
-  {
-    if (x % 8 == 0 && columns.hasEight()) columns.eight();
-    return windows(x);
-  }
-  void end() { columns.rest(); }
 };
 
 template <class T> class WindowSums {
@@ -170,18 +150,15 @@ public:
   }
   // The same, vector by vector, if sums are formed by integers; rows are filled up to whole vectors.
   bool byIntegers() const { return byIntegers_; }
-  EnergiesOfWindows energies() const { return {{firstColumns(1), w_}}; }
+  EnergiesOfWindows energies() const { return {firstColumns(1), w_}; }
   DeviationsOfWindows deviations() const { return {{firstColumns(0), w_}, {firstColumns(1), w_}, area_}; }
-  // Instead of goTo(y): the row's numbers, or f of them, while the next row is formed.
-  template <class F> bool goToWhile(std::int64_t y, F f)
+  // Instead of goTo(y) and numbers(), of floats behind the first row: f of what gives them vector by vector.
+  template <class F> bool goToWith(std::int64_t y, F f)
   {
-    if (y == 0) sumColumns(0);
-    isOdd_ = y % 2 != 0;
-    const auto run = [&](const auto& windows) {
-      if (y + 1 == rows_) return f(windows);
-      return f(WhileSliding<T, std::decay_t<decltype(windows)>>{windows, columnsTo(y + 1)});
-    };
-    return wanted_ == WindowSum::Energy ? run(energies()) : run(deviations());
+    const int ahead = bringGains(y);
+    const SumsThatGain q = {chain(1), changeOfSquares(ahead)};
+    if (wanted_ == WindowSum::Energy) return f(GainingEnergies{q});
+    return f(GainingDeviations{{chain(0), changeOfSamples(ahead)}, q, area_});
   }
   // Of this row, if deviations are wanted: the sums of the samples themselves.
   void sumsOfSamples(double* sums) const
@@ -208,31 +185,23 @@ private:
     if (y + 1 < rows_) sumColumns(y + 1);
     isOdd_ = y % 2 != 0;
   }
-  ColumnSlide<T> columnsTo(std::int64_t y)
+  void sumColumns(std::int64_t y)
   {
+    std::int32_t* const s = reinterpret_cast<std::int32_t*>(row_[0]);
+    std::int32_t* const q = reinterpret_cast<std::int32_t*>(row_[1]);
     const T* const entering = view_.run(0, y + h_ - 1, samples_, entering_);
-    const T* const leaving = y > 0 ? view_.run(0, y - 1, samples_, leaving_) : entering; // nothing changes
-    const bool isOdd = y % 2 != 0;
-    return {entering, leaving, columnSums(0), columnSums(1), firstColumns(0, isOdd), firstColumns(1, isOdd), samples_};
-  }
-  [[gnu::noinline]] void sumColumns(std::int64_t y)
-  {
-    const UpperHalvesCleared atTheEnd;
-    if (y == 0) {
-      std::int32_t *const s = columnSums(0), *const q = columnSums(1);
+    const T* leaving = entering; // nothing changes
+    if (y > 0) {
+      leaving = view_.run(0, y - 1, samples_, leaving_);
+    } else {
       std::fill(s, s + samples_, 0);
       std::fill(q, q + samples_, 0);
       for (int j = 0; j < h_; ++j) addRow(view_.run(0, j, samples_, leaving_), s, q, samples_);
     }
-    ColumnSlide<T> columns = columnsTo(y);
-    columns.rest();
+    isOdd_ = y % 2 != 0;
+    slide(entering, leaving, s, q, firstColumns(0), firstColumns(1), samples_);
   }
-  std::int32_t* columnSums(int k) const { return reinterpret_cast<std::int32_t*>(row_[k]); }
-  std::uint32_t* firstColumns(int k, bool isOdd) const
-  {
-    return reinterpret_cast<std::uint32_t*>(row_[isOdd ? 4 + k : 2 + k]);
-  }
-  std::uint32_t* firstColumns(int k) const { return firstColumns(k, isOdd_); }
+  std::uint32_t* firstColumns(int k) const { return reinterpret_cast<std::uint32_t*>(row_[isOdd_ ? 4 + k : 2 + k]); }
 
   [[gnu::noinline]] static void addRow(const T* in, std::int32_t* __restrict s, std::int32_t* __restrict q, int n)
   {
@@ -240,6 +209,34 @@ private:
       const int a = get<T>(in + x);
       s[x] += a;
       q[x] += a * a;
+    }
+  }
+  // Column sums gain one sample and lose one; to[x] is the sum of the first x columns. It may wrap, differences do not.
+  [[gnu::noinline]] static void slide(const T* in, const T* out, std::int32_t* s, std::int32_t* q, std::uint32_t* sTo,
+                                      std::uint32_t* qTo, int n)
+  {
+    using Sums = Vec<std::int32_t>;
+    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
+    Sums sBefore = zero<std::int32_t>(), qBefore = sBefore;
+    int x = 0;
+    for (; x + 8 <= n; x += 8)
+      forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
+        const auto pairs = as<std::int16_t>(widened);
+        const int at = x + lane / 2;
+        const Sums sNow = loadAligned<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
+        const Sums qNow = loadAligned<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
+        storeAligned(s + at, sNow);
+        storeAligned(q + at, qNow);
+        storeAligned(sTo + at, sumsInFront(sNow, sBefore));
+        storeAligned(qTo + at, sumsInFront(qNow, qBefore));
+      });
+    sTo[x] = static_cast<std::uint32_t>(firstLane(sBefore)), qTo[x] = static_cast<std::uint32_t>(firstLane(qBefore));
+    for (; x < n; ++x) {
+      const int a = get<T>(in + x), b = get<T>(out + x);
+      s[x] += a - b;
+      q[x] += a * a - b * b;
+      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
+      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
     }
   }
 
@@ -268,19 +265,21 @@ private:
 
   void goToByChains(std::int64_t y)
   {
-    Sum *const s = chain(0), *const q = chain(1);
-    if (y == 0) {
-      sumFirstRow(s, q);
-    } else {
-      const int ahead = static_cast<int>((y - 1) % rowsAhead);
-      if (ahead == 0) {
-        if (rows_ - y >= rowsAhead) formChangesOfRows<rowsAhead>(y);
-        else
-          for (int k = 0; k < rows_ - y; ++k) formChangesOfRows<1>(y + k, k);
-      }
-      if (hasSamples()) add(s, changeOfSamples(ahead), columns_);
-      add(q, changeOfSquares(ahead), columns_);
+    if (y == 0) return sumFirstRow(chain(0), chain(1));
+    const int ahead = bringGains(y);
+    if (hasSamples()) add(chain(0), changeOfSamples(ahead), columns_);
+    add(chain(1), changeOfSquares(ahead), columns_);
+  }
+  // Where among those ahead the changes stand that lead to row y of windows.
+  int bringGains(std::int64_t y)
+  {
+    const int ahead = static_cast<int>((y - 1) % rowsAhead);
+    if (ahead == 0) {
+      if (rows_ - y >= rowsAhead) formChangesOfRows<rowsAhead>(y);
+      else
+        for (int k = 0; k < rows_ - y; ++k) formChangesOfRows<1>(y + k, k);
     }
+    return ahead;
   }
 
   void sumFirstRow(Sum* s, Sum* q)

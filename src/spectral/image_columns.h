@@ -215,7 +215,7 @@ template <class Image>
 // ---- A block ----
 
 // Rows are fetched so many ahead of their use: no two of them stand near each other.
-constexpr std::ptrdiff_t rowsAhead = 12;
+constexpr std::ptrdiff_t rowsAhead = 6;
 
 template <class Columns, class P>
 inline void fetchAhead(const Columns& columns, Rows<P> rows, std::ptrdiff_t y, std::ptrdiff_t height)

@@ -18,8 +18,15 @@ namespace {
 
 // ---- Single precision ----
 
+// Kernels form the results of so many vectors of complex values together.
+constexpr int polarVectors = 2;
+
 struct MagnitudeOf {
-  Vec<float> operator()(Vec<float> re, Vec<float> im) const { return sqrt(re * re + im * im); }
+  using V = Vec<float>;
+  void operator()(const V (&re)[polarVectors], const V (&im)[polarVectors], V (&result)[polarVectors]) const
+  {
+    for (int i = 0; i < polarVectors; ++i) result[i] = sqrt(re[i] * re[i] + im[i] * im[i]);
+  }
 };
 
 // atan(t) = t + t^3 N(t^2) / D(t^2) for t = min / max of the absolute parts, fitted over 0..1 within 2.1e-8 * (0.2 +
@@ -33,24 +40,36 @@ class PhaseOf {
   V n1 = number(64.3703156f), n0 = number(115.68679f);
   V d2 = number(-95.3213272f), d1 = number(-401.30423f), d0 = number(-347.062866f);
 
-public:
-  V operator()(V re, V im) const
+  struct Slope {
+    V re, im, t, steep;
+  };
+  Slope slope(V re, V im) const
   {
-    V reSign = re & sign;
-    const V imSign = im & sign, x = re ^ reSign, y = im ^ imSign;
-    const V low = min(x, y), high = max(y, x); // NaN of either
-    V t = low / high;
-    if (__builtin_expect(moveMask(unordered(t, t)), 0)) {
-      // infinite ones are equal, zero has the phase 0, a NaN stays one
-      const V nothing = equal(high, zero<float>());
-      t = without(select(equal(low, high), splat(1.0f), t), nothing);
-      reSign = without(reSign, nothing);
-    }
-    const V z = t * t;
+    const V x = without(re, sign), y = without(im, sign);
+    return {re, im, min(x, y) / max(y, x), greater(y, x)}; // NaN of either
+  }
+  // Infinite parts are equal, zero has the phase 0, a NaN stays one.
+  void mend(Slope& s) const
+  {
+    const V x = without(s.re, sign), y = without(s.im, sign), nothing = equal(max(y, x), zero<float>());
+    s.t = without(select(equal(x, y), splat(1.0f), s.t), nothing);
+    s.re = without(s.re, nothing);
+  }
+  V angle(const Slope& s) const
+  {
+    const V t = s.t, z = t * t, reSign = s.re & sign;
     const V a = t + t * z * ((z + n1) * z + n0) / ((z * d2 + d1) * z + d0);
-    const V steep = greater(y, x);
-    const V base = rightAngle - without(rightAngle | reSign, steep); // 0, pi/2 or pi
-    return (base + (a ^ reSign ^ (steep & sign))) | imSign;
+    const V base = rightAngle - without(rightAngle | reSign, s.steep); // 0, pi/2 or pi
+    return (base + (a ^ reSign ^ (s.steep & sign))) | (s.im & sign);
+  }
+
+public:
+  void operator()(const V (&re)[polarVectors], const V (&im)[polarVectors], V (&result)[polarVectors]) const
+  {
+    Slope a = slope(re[0], im[0]), b = slope(re[1], im[1]);
+    if (__builtin_expect(moveMask(unordered(a.t, b.t)), 0)) mend(a), mend(b);
+    result[0] = angle(a);
+    result[1] = angle(b);
   }
 };
 
@@ -58,20 +77,33 @@ public:
 template <class What> [[gnu::noinline]] void polarRow(const Zor32fc* src, Zor32f* dst, std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
-  constexpr int lanes = Vec<float>::size;
+  constexpr int lanes = Vec<float>::size, together = polarVectors * lanes;
   const What what;
-  const auto values = [&](const void* p) {
-    const float* q = static_cast<const float*>(p);
-    const Vec<float> a = load<float>(q), b = load<float>(q + lanes);
-    return inOrder(what(evenLanes(a, b), oddLanes(a, b)));
+  Vec<float> re[polarVectors], im[polarVectors], result[polarVectors];
+  const auto work = [&](const void* p, int vectors) {
+    const float* const q = static_cast<const float*>(p);
+    for (int v = 0; v < polarVectors; ++v) {
+      const float* const at = q + (v < vectors ? 2 * lanes * v : 0);
+      const Vec<float> a = load<float>(at), b = load<float>(at + lanes);
+      re[v] = evenLanes(a, b), im[v] = oddLanes(a, b);
+    }
+    what(re, im, result);
   };
   std::ptrdiff_t i = 0;
-  for (; i + lanes <= length; i += lanes) store(dst + i, values(src + i));
+  for (; i + together <= length; i += together) {
+    work(src + i, polarVectors);
+    for (int v = 0; v < polarVectors; ++v) store(dst + i + v * lanes, inOrder(result[v]));
+  }
+  for (; i + lanes <= length; i += lanes) {
+    work(src + i, 1);
+    store(dst + i, inOrder(result[0]));
+  }
   if (i == length) return;
   const std::size_t left = static_cast<std::size_t>(length - i);
   alignas(vectorBytes) float last[2 * lanes] = {};
   std::memcpy(last, src + i, left * sizeof(Zor32fc));
-  storePart(dst + i, values(last), left * sizeof(Zor32f));
+  work(last, 1);
+  storePart(dst + i, inOrder(result[0]), left * sizeof(Zor32f));
 }
 
 // ---- Integers ----

@@ -2,7 +2,8 @@
 // in both, and gives the same status and the same bytes. Numbers that are no numbers are compared as such: where both
 // operands of a sum or product are NaN, which of them comes out is the compiler's choice.
 //
-// The results are hashed as well, a file a subsystem, so that builds that cannot be loaded together can be compared.
+// Functions go in batches, every so many of a subsystem, that take a few seconds each. The results are hashed as well,
+// a file a batch, so that builds that cannot be loaded together can be compared.
 #include "support/results.h"
 
 #include <gtest/gtest.h>
@@ -123,7 +124,27 @@ bool hasPowersOfTheCLibrary(const Function& function)
   return std::strstr(function.name, "Normalized") && std::strstr(function.name, "Moment");
 }
 
-class Widths : public testing::TestWithParam<Subsystem> {};
+// ---- Batches ----
+
+struct Batch {
+  const Subsystem* subsystem;
+  std::size_t number, batches; // of the subsystem
+
+  std::string name() const { return subsystem->name + ("_" + std::to_string(number)); }
+};
+
+std::vector<Batch> batches()
+{
+  constexpr std::size_t most = 100; // functions
+  std::vector<Batch> all;
+  for (const Subsystem& subsystem : subsystems()) {
+    const std::size_t count = (static_cast<std::size_t>(subsystem.functions.size) + most - 1) / most;
+    for (std::size_t k = 0; k < count; ++k) all.push_back({&subsystem, k, count});
+  }
+  return all;
+}
+
+class Widths : public testing::TestWithParam<Batch> {};
 
 TEST_P(Widths, GiveTheSameResults)
 {
@@ -140,7 +161,9 @@ TEST_P(Widths, GiveTheSameResults)
   const std::vector<Trial> all = trials();
   std::uint64_t hash = 0xcbf29ce484222325;
   int compared = 0;
-  for (const Function* function : swept(GetParam())) {
+  const std::vector<const Function*> functions = swept(*GetParam().subsystem);
+  for (std::size_t i = GetParam().number; i < functions.size(); i += GetParam().batches) {
+    const Function* const function = functions[i];
     const Function* const base = baseBuild().find(*function);
     const Function* const other = wide ? wide->find(*function) : nullptr;
     ASSERT_TRUE(base && (other || !wide)) << function->name;
@@ -167,18 +190,15 @@ TEST_P(Widths, GiveTheSameResults)
     addTo(hash, function->name, std::strlen(function->name));
     addTo(hash, &own, sizeof own);
   }
-  std::printf("%s: %d calls compared, hash of the results %016llx\n", GetParam().name, compared,
+  std::printf("%s: %d calls compared, hash of the results %016llx\n", GetParam().name().c_str(), compared,
               static_cast<unsigned long long>(hash));
   if (!std::getenv("ZORI_SWEEP"))
-    std::ofstream(std::string(ZORI_RESULT_HASHES "/") + GetParam().name) << std::hex << hash << '\n';
+    std::ofstream(std::string(ZORI_RESULT_HASHES "/") + GetParam().name()) << std::hex << hash << '\n';
 }
 
-std::string subsystemName(const testing::TestParamInfo<Subsystem>& info) { return info.param.name; }
+INSTANTIATE_TEST_SUITE_P(All, Widths, testing::ValuesIn(batches()),
+                         [](const testing::TestParamInfo<Batch>& info) { return info.param.name(); });
 
-INSTANTIATE_TEST_SUITE_P(All, Widths, testing::ValuesIn(subsystems()), subsystemName);
+void PrintTo(const Batch& batch, std::ostream* out) { *out << batch.name(); }
 
 } // namespace
-
-namespace zoritest {
-void PrintTo(const Subsystem& subsystem, std::ostream* out) { *out << subsystem.name; }
-} // namespace zoritest
