@@ -52,24 +52,34 @@ template <class T> inline void storeDistance(Distance<T>* to, Vec<T> (&a)[3], Ve
 
 template <class T, int Side> struct Strip {
   using D = Distance<T>;
-  static constexpr int most = 192 / sizeof(D); // windows beside each other
-  static constexpr int reach = Side - 1;       // dx is -reach to reach
+  static constexpr int most = sizeof(D) == 2 ? 128 : 56; // windows beside each other
+  static constexpr int reach = Side - 1;                 // dx is -reach to reach
   static constexpr int ways = 2 * reach + 1;
   static constexpr int pitch = most + reach + Vec<T>::size;
 
-  // Maps of dy are kept for Side - dy rows.
-  static constexpr int mapRows(int dy) { return ways * (Side - dy); }
-  static constexpr int firstMap(int dy) { return dy == 0 ? 0 : firstMap(dy - 1) + mapRows(dy - 1); }
+  // Maps of dy are kept for Side - dy rows; those within a row have dx > 0 alone.
+  static constexpr int kept(int dy) { return Side - dy; }
+  static constexpr int firstMap(int dy)
+  {
+    return dy == 0 ? 0 : firstMap(dy - 1) + (dy == 1 ? reach : ways) * kept(dy - 1);
+  }
 
   alignas(32) T planes[Side][3][pitch];
   alignas(32) D maps[firstMap(Side)][pitch];
   alignas(32) D columns[Side][ways][pitch];
   alignas(32) D choice[most + Vec<D>::size];
 
-  // Of the pixels of a row, counted from the top of the strip.
-  D* map(std::ptrdiff_t row, int dy, int dx)
+  // Where the maps from a row are, counted from the top of the strip, to the one dy below.
+  struct Slot {
+    int dy, number;
+
+    Slot(std::ptrdiff_t row, int dy)
+      : dy(dy), number(static_cast<int>(static_cast<std::uint32_t>(row) % static_cast<std::uint32_t>(kept(dy))))
+    {}
+  };
+  D* map(Slot slot, int dx)
   {
-    return maps[firstMap(dy) + (dx + reach) * (Side - dy) + static_cast<int>(row % (Side - dy))];
+    return maps[firstMap(slot.dy) + (slot.dy ? dx + reach : dx - 1) * kept(slot.dy) + slot.number];
   }
 };
 
@@ -86,26 +96,29 @@ template <class T, int Channels> void takePlanes(const T* src, T* const (&planes
                      zero<Bits>());
 }
 
-// The map from `row` to the row dy below it.
+// The maps from `row` to the row dy below it.
 template <class T, int Side>
-[[gnu::noinline]] void fillMap(Strip<T, Side>& strip, std::ptrdiff_t row, int dy, int dx, std::ptrdiff_t pixels)
+[[gnu::noinline]] void fillMaps(Strip<T, Side>& strip, std::ptrdiff_t row, int dy, std::ptrdiff_t pixels)
 {
+  const UpperHalvesCleared atTheEnd;
   const auto& a = strip.planes[row % Side];
   const auto& b = strip.planes[(row + dy) % Side];
-  const std::ptrdiff_t first = dx < 0 ? -dx : 0, last = pixels - (dx > 0 ? dx : 0);
-  Distance<T>* const to = strip.map(row, dy, dx);
-  for (std::ptrdiff_t x = first; x < last; x += Vec<T>::size) { // rows have room for what is beyond the last pixel
-    Vec<T> from[3], other[3];
-    for (int k = 0; k < 3; ++k) {
-      from[k] = load<T>(a[k] + x);
-      other[k] = load<T>(b[k] + x + dx);
+  const typename Strip<T, Side>::Slot slot(row, dy);
+  for (int dx = dy ? -strip.reach : 1; dx <= strip.reach; ++dx) {
+    const std::ptrdiff_t first = dx < 0 ? -dx : 0, last = pixels - (dx > 0 ? dx : 0);
+    Distance<T>* const to = strip.map(slot, dx);
+    for (std::ptrdiff_t x = first; x < last; x += Vec<T>::size) { // rows have room for what is beyond the last pixel
+      Vec<T> from[3], other[3];
+      for (int k = 0; k < 3; ++k) {
+        from[k] = load<T>(a[k] + x);
+        other[k] = load<T>(b[k] + x + dx);
+      }
+      storeDistance<T>(to + x, from, other);
     }
-    storeDistance<T>(to + x, from, other);
   }
 }
 
-// The sums of columns dx away from the pixels of window row r, windows starting at row y.
-template <class T, int Side, std::size_t... K>
+template <class T, std::size_t... K>
 inline void addMaps(Distance<T>* to, const Distance<T>* const* maps, std::ptrdiff_t first, std::ptrdiff_t last,
                     std::index_sequence<K...>)
 {
@@ -116,19 +129,33 @@ inline void addMaps(Distance<T>* to, const Distance<T>* const* maps, std::ptrdif
     store(to + x, sum);
   }
 }
+// The sums of columns beside the pixels of window row r, windows starting at row y.
 template <class T, int Side>
-[[gnu::noinline]] void sumColumn(Strip<T, Side>& strip, std::ptrdiff_t y, int r, int dx, std::ptrdiff_t pixels)
+[[gnu::noinline]] void sumColumns(Strip<T, Side>& strip, std::ptrdiff_t y, int r, std::ptrdiff_t pixels)
 {
-  const std::ptrdiff_t first = dx < 0 ? -dx : 0, last = pixels - (dx > 0 ? dx : 0);
-  const Distance<T>* maps[Side];
-  int n = 0;
+  using S = Strip<T, Side>;
+  const UpperHalvesCleared atTheEnd;
+  const Distance<T>* first[Side]; // the map of dx = 0 (of the row itself: 1) to each row, and the way to the next dx
+  std::ptrdiff_t next[Side];
   for (int other = 0; other < Side; ++other) {
-    if (other > r || (other == r && dx > 0)) maps[n++] = strip.map(y + r, other - r, dx);
-    else if (other < r || dx < 0) maps[n++] = strip.map(y + other, r - other, -dx) + dx; // the way back
+    const bool isBack = other < r;
+    const typename S::Slot slot(isBack ? y + other : y + r, isBack ? r - other : other - r);
+    first[other] = strip.map(slot, other == r ? 1 : 0);
+    next[other] = S::kept(slot.dy) * std::ptrdiff_t{S::pitch} * (isBack ? -1 : 1) + (isBack ? 1 : 0);
   }
-  Distance<T>* const to = strip.columns[r][dx + strip.reach];
-  if (dx != 0) addMaps<T, Side>(to, maps, first, last, std::make_index_sequence<Side - 1>{});
-  else addMaps<T, Side>(to, maps, first, last, std::make_index_sequence<Side - 2>{});
+  for (int dx = -strip.reach; dx <= strip.reach; ++dx) {
+    const Distance<T>* maps[Side];
+    int n = 0;
+    for (int other = 0; other < Side; ++other) {
+      if (other != r) maps[n++] = first[other] + dx * next[other];
+      else if (dx > 0) maps[n++] = first[other] + (dx - 1) * next[other];
+      else if (dx < 0) maps[n++] = first[other] + (-dx - 1) * next[other] + dx; // the way back
+    }
+    const std::ptrdiff_t begin = dx < 0 ? -dx : 0, end = pixels - (dx > 0 ? dx : 0);
+    Distance<T>* const to = strip.columns[r][dx + strip.reach];
+    if (dx != 0) addMaps<T>(to, maps, begin, end, std::make_index_sequence<Side - 1>{});
+    else addMaps<T>(to, maps, begin, end, std::make_index_sequence<Side - 2>{});
+  }
 }
 
 // For each window the number of its pixel with the least sum.
@@ -170,18 +197,19 @@ template <class T, Layout L, int Side>
   for (int k = 0; k < Side * Side; ++k)
     offset[k] = rowOffset(k / Side, src.step) + k % Side * CH * static_cast<std::ptrdiff_t>(sizeof(T));
 
-  for (std::ptrdiff_t at = 0; at < width; at += S::most) {
-    const std::ptrdiff_t windows = std::min<std::ptrdiff_t>(S::most, width - at), pixels = windows + Side - 1;
+  constexpr std::ptrdiff_t lanes = Vec<typename S::D>::size;
+  const std::ptrdiff_t strips = (width + S::most - 1) / S::most;
+  const std::ptrdiff_t most = ((width + strips - 1) / strips + lanes - 1) / lanes * lanes;
+  for (std::ptrdiff_t at = 0; at < width; at += most) {
+    const std::ptrdiff_t windows = std::min(most, width - at), pixels = windows + Side - 1;
     for (std::ptrdiff_t row = 0; row < std::ptrdiff_t{rows} + Side - 1; ++row) {
       auto& planes = strip.planes[row % Side];
       takePlanes<T, CH>(src[firstRow + row] + at * CH, {planes[0], planes[1], planes[2]}, pixels);
-      for (int dy = 0; dy < Side && dy <= row; ++dy)
-        for (int dx = dy ? -S::reach : 1; dx <= S::reach; ++dx) fillMap(strip, row - dy, dy, dx, pixels);
+      for (int dy = 0; dy < Side && dy <= row; ++dy) fillMaps(strip, row - dy, dy, pixels);
       const std::ptrdiff_t y = row - (Side - 1);
       if (y < 0) continue;
 
-      for (int r = 0; r < Side; ++r)
-        for (int dx = -S::reach; dx <= S::reach; ++dx) sumColumn(strip, y, r, dx, pixels);
+      for (int r = 0; r < Side; ++r) sumColumns(strip, y, r, pixels);
       choose(strip, windows);
       const char* from = reinterpret_cast<const char*>(src[firstRow + y] + at * CH);
       char* to = reinterpret_cast<char*>(dst[firstRow + y] + at * CH);

@@ -36,10 +36,12 @@ struct Members {
   bool areRectangle() const { return count == static_cast<long long>(size().width) * size().height; }
 };
 
-// A run of members, seen from the first sample of the rectangle that holds them all.
+// A run of members, seen from the first sample of the rectangle that holds them all: of one in the source, offset in
+// bytes; of more in the ring, offset in samples.
 struct Run {
-  std::ptrdiff_t offset; // of runs of one: in bytes; of longer ones: in samples of its row
-  int row, level;        // the level by its length
+  std::ptrdiff_t offset;
+  int row;
+  bool isLong;
 };
 
 // The lengths of runs that are computed, in ascending order, each from the one before it; the first is 1.
@@ -155,77 +157,97 @@ template <class Op> class AnyShape {
 public:
   // src: from the first sample of the members' rectangle.
   AnyShape(Rows<const T> src, const Zor8u* pMask, ZorImgSize mask, const Members& members, const Shape& shape,
-           int width, int channels)
-    : src_(src), size_(members.size()), channels_(channels), samples_(std::ptrdiff_t{width} * channels),
-      levels_(shape.levels), count_(static_cast<std::ptrdiff_t>(shape.runs)),
-      pitch_((static_cast<long long>(width) + size_.width) * channels), run_(plan_.add<Run>(shape.runs)),
-      row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>((levels_.count() - 1) * pitch_ * size_.height)),
-      memory_(plan_.bytes())
+           ZorImgSize roi, int channels)
+    : src_(src), size_(members.size()), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
+      sourceRows_(std::ptrdiff_t{roi.height} + size_.height - 1), levels_(shape.levels),
+      count_(static_cast<std::ptrdiff_t>(shape.runs)),
+      pitch_((static_cast<long long>(roi.width) + size_.width) * channels),
+      ringRows_((size_.height + 2LL * group - 2) / group * group), run_(plan_.add<Run>(shape.runs)),
+      row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>(ringSamples())), memory_(plan_.bytes())
   {
     if (status() != ZorOk) return;
     Run* run = run_.in(block());
     forRuns(pMask, mask, members, shape.joined, [&](int x, int y, int length) {
       const std::ptrdiff_t samples = std::ptrdiff_t{x} * channels;
-      const bool isOne = length == 1 || !shape.joined;
-      *run++ = {isOne ? rowOffset(y, src.step) + samples * static_cast<std::ptrdiff_t>(sizeof(T)) : samples, y,
-                isOne ? 0 : levels_.of(length)};
+      const bool isLong = length > 1 && shape.joined;
+      *run++ = {isLong ? ringOffset(levels_.of(length), y) + samples
+                       : rowOffset(y, src.step) + samples * static_cast<std::ptrdiff_t>(sizeof(T)),
+                y, isLong};
     });
   }
   ZorStatus status() const { return require(static_cast<bool>(memory_), ZorErrAlloc); }
-  int rowsAtOnce() const { return 1; }
+  int rowsAtOnce() const { return group; }
 
-  // One row after the other, from the top.
-  void rows(std::ptrdiff_t y, int, T* const* to, bool keepFourth)
+  // One group after the other, from the top.
+  void rows(std::ptrdiff_t y, int count, Rows<T> to, bool keepFourth)
   {
-    for (; ready_ < size_.height; ++ready_) lengthen(y, ready_);
-    const Run* const run = run_.in(block());
-    const T** const row = row_.in(block());
-    const char* const top = reinterpret_cast<const char*>(src_[y]);
-    for (std::ptrdiff_t k = 0; k < count_; ++k)
-      row[k] = run[k].level ? longer(run[k].level, run[k].row) + run[k].offset
-                            : reinterpret_cast<const T*>(top + run[k].offset);
-    if (keepFourth) pickAcross<Op, true>(row, count_, *to, samples_);
-    else pickAcross<Op, false>(row, count_, *to, samples_);
-    --ready_;
-    top_ = top_ + 1 == size_.height ? 0 : top_ + 1;
+    for (const std::ptrdiff_t end = y + count + size_.height - 1; ready_ < end; ready_ += group)
+      lengthen(ready_, static_cast<int>(std::min<std::ptrdiff_t>(group, sourceRows_ - ready_)));
+    for (int i = 0; i < count; ++i) {
+      placeRuns(src_[y + i]);
+      if (keepFourth) pickAcross<Op, true>(row_.in(block()), count_, to[i], samples_);
+      else pickAcross<Op, false>(row_.in(block()), count_, to[i], samples_);
+    }
   }
 
 private:
+  static constexpr int group = 4; // rows of the source that are lengthened at once
+
   Zor8u* block() { return memory_.get(); }
-  // The picks of runs of row j of the mask, which stands at row y of the source.
-  T* longer(int level, int j)
+  long long ringSamples() const
   {
-    std::ptrdiff_t slot = std::ptrdiff_t{top_} + j;
-    if (slot >= size_.height) slot -= size_.height;
-    return ring_.in(block()) +
-           ((level - 1) * std::ptrdiff_t{size_.height} + slot) * static_cast<std::ptrdiff_t>(pitch_);
+    if (levels_.count() == 1) return 0;
+    if (pitch_ > LLONG_MAX / Levels::most / ringRows_) return BlockPlan::impossible;
+    return (levels_.count() - 1) * pitch_ * ringRows_;
+  }
+  std::ptrdiff_t ringOffset(int level, std::ptrdiff_t row) const
+  {
+    return ((level - 1) * static_cast<std::ptrdiff_t>(ringRows_) + row) * static_cast<std::ptrdiff_t>(pitch_);
   }
 
-  void lengthen(std::ptrdiff_t y, int j)
+  // Where the runs of the next window begin, whose first row is `top`.
+  void placeRuns(const T* top)
   {
+    const auto ringRows = static_cast<std::ptrdiff_t>(ringRows_), ringSize = ringOffset(2, 0);
+    const T* const ring = ring_.in(block()) + ringOffset(1, slot_);
+    const Run* const run = run_.in(block());
+    const T** const row = row_.in(block());
+    for (std::ptrdiff_t k = 0; k < count_; ++k)
+      row[k] = run[k].isLong ? ring + run[k].offset - (slot_ + run[k].row >= ringRows ? ringSize : 0)
+                             : reinterpret_cast<const T*>(reinterpret_cast<const char*>(top) + run[k].offset);
+    slot_ = slot_ + 1 == ringRows ? 0 : slot_ + 1;
+  }
+
+  // The picks of longer runs of `count` source rows, from a whole number of groups on.
+  void lengthen(std::ptrdiff_t first, int count)
+  {
+    T* const ring = ring_.in(block());
+    const std::ptrdiff_t slot = first % static_cast<std::ptrdiff_t>(ringRows_),
+                         step = static_cast<std::ptrdiff_t>(pitch_) * static_cast<std::ptrdiff_t>(sizeof(T));
+    RowPairs<T> pairs{src_[first], src_.step, nullptr, step, count, 0};
     for (int k = 1; k < levels_.count(); ++k) {
       const int length = levels_.length(k), before = levels_.length(k - 1);
-      const std::ptrdiff_t distance = std::ptrdiff_t{before} * channels_,
-                           last = (std::ptrdiff_t{length} - before) * channels_,
-                           samples = samples_ + (std::ptrdiff_t{size_.width} - length) * channels_;
-      const T* const from = k == 1 ? src_[y + j] : longer(k - 1, j);
-      pickTapsOf<Op, false>(levels_.taps(k), from, distance, last, longer(k, j), samples);
+      pairs.to = ring + ringOffset(k, slot);
+      pairs.length = samples_ + (std::ptrdiff_t{size_.width} - length) * channels_;
+      pickTapsOf<Op, false>(levels_.taps(k), pairs, std::ptrdiff_t{before} * channels_,
+                            (std::ptrdiff_t{length} - before) * channels_);
+      pairs.from = pairs.to, pairs.fromStep = step;
     }
   }
 
   Rows<const T> src_;
   ZorImgSize size_;
   int channels_;
-  std::ptrdiff_t samples_;
+  std::ptrdiff_t samples_, sourceRows_;
   Levels levels_;
   std::ptrdiff_t count_;
-  long long pitch_;
+  long long pitch_, ringRows_; // the ring: for each level but the first so many rows, whole groups
   BlockPlan plan_;
   BlockPart<Run> run_;
   BlockPart<const T*> row_;
-  BlockPart<T> ring_; // for each level but the first as many rows as the mask has
+  BlockPart<T> ring_;
   SmallScratch<Zor8u, 8192> memory_;
-  int top_ = 0, ready_ = 0; // the slot of the mask's first row in the ring; rows of the mask that are in it
+  std::ptrdiff_t ready_ = 0, slot_ = 0; // source rows whose longer runs are in the ring; where the next window's are
 };
 
 template <class Op, Layout L, class T>
@@ -247,7 +269,7 @@ ZorStatus filterShape(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   const Rows<const T> first{src[-std::ptrdiff_t{above}] - std::ptrdiff_t{before} * channels<L>, srcStep};
   if (members.areRectangle()) return filterRectangle<Op>(first, members.size(), target, inPlace, above);
   const Shape shape(pMask, mask, members, std::ptrdiff_t{roi.width} * channels<L> >= Vec<T, 16>::size);
-  AnyShape<Op> filter(first, pMask, mask, members, shape, roi.width, channels<L>);
+  AnyShape<Op> filter(first, pMask, mask, members, shape, roi, channels<L>);
   if (auto s = filter.status(); s != ZorOk) return s;
   if (inPlace) return target.fillInPlace(filter, above);
   target.fill(filter);

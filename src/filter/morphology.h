@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <climits>
 #include <cstring>
 
 namespace zori {
@@ -61,8 +62,8 @@ template <bool KeepFourth, class T> inline void storeShortResult(T* to, Vec<T> x
 
 inline constexpr int mostRowsAtOnce = 8;
 
-// A filter computes rows of results: rows(y, count, to, keepFourth) for 1 to rowsAtOnce() rows, which may be those of
-// its own source up to `above` rows before y: the windows of row y begin so far above it.
+// A filter computes rows of results: rows(y, count, to, keepFourth) for 1 to rowsAtOnce() rows, y a multiple of these.
+// They may be those of its own source up to `above` rows before y: the windows of row y begin so far above it.
 template <class T> struct Target {
   Rows<T> dst;
   ZorImgSize roi;
@@ -73,20 +74,20 @@ template <class T> struct Target {
   {
     for (std::ptrdiff_t y = 0; y < roi.height;) {
       const int count = static_cast<int>(std::min<std::ptrdiff_t>(filter.rowsAtOnce(), roi.height - y));
-      T* to[mostRowsAtOnce];
-      for (int i = 0; i < count; ++i) to[i] = dst[y + i];
-      filter.rows(y, count, to, keepFourth);
+      filter.rows(y, count, {dst[y], dst.step}, keepFourth);
       y += count;
     }
   }
 
-  // In place a row is written when the last window that reads it is done: results wait in a ring of rows.
+  // In place a row is written when the last window that reads it is done: results wait in a ring of rows. It holds
+  // whole groups of rowsAtOnce(), so that none reaches beyond its end.
   template <class Filter> ZorStatus fillInPlace(Filter& filter, int above) const
   {
     const std::ptrdiff_t delay = std::max(above, 0), samples = std::ptrdiff_t{roi.width} * channels;
-    const long long rows = std::min<long long>(static_cast<long long>(delay) + filter.rowsAtOnce(), roi.height);
-    constexpr std::ptrdiff_t lanes = Vec<T>::size;
-    const std::ptrdiff_t pitch = (samples + lanes - 1) / lanes * lanes;
+    const int group = filter.rowsAtOnce(), later = static_cast<int>(std::min<std::ptrdiff_t>(delay, roi.height - 1));
+    const long long rows = (later + 2LL * group - 1) / group * group;
+    constexpr int lanes = Vec<T>::size, most = INT_MAX / static_cast<int>(sizeof(T));
+    const auto pitch = static_cast<int>(std::min<std::ptrdiff_t>((samples + lanes - 1) / lanes * lanes, most));
     if (pitch > PTRDIFF_MAX / 4 / rows / static_cast<std::ptrdiff_t>(sizeof(T))) return ZorErrAlloc;
     const Scratch<T> ring(rows * pitch);
     if (!ring) return ZorErrAlloc;
@@ -103,10 +104,8 @@ template <class T> struct Target {
       }
     };
     for (std::ptrdiff_t y = 0; y < roi.height;) {
-      const int count = static_cast<int>(std::min<std::ptrdiff_t>(filter.rowsAtOnce(), roi.height - y));
-      T* to[mostRowsAtOnce];
-      for (int i = 0; i < count; ++i) to[i] = waiting(y + i);
-      filter.rows(y, count, to, false);
+      const int count = static_cast<int>(std::min<std::ptrdiff_t>(group, roi.height - y));
+      filter.rows(y, count, {waiting(y), pitch * static_cast<int>(sizeof(T))}, false);
       y += count;
       writeBelow(y - delay);
     }

@@ -5,8 +5,8 @@
 //   rows      runs of 4, 16, 64... neighbours, each from four of the one before; a window is up to five of these, which
 //             may overlap
 //
-// This goes in strips of columns that stay in the cache. Squares of three need no strip: rows first, in registers, four
-// results at once. Neighbouring samples lie `channels` apart. src is the first sample that a window covers.
+// This goes in strips of columns that stay in the cache. Squares of three need no strip: rows first, in registers,
+// eight results at once. Neighbouring samples lie `channels` apart. src is the first sample that a window covers.
 //
 // A NaN makes picks depend on how they are grouped: rows of 16 bytes and more are grouped alike at every width, those
 // of fewer than 32 in vectors of 16.
@@ -29,12 +29,10 @@ template <class T, bool IsShort, int Bytes = vectorBytes, class Body>
   if constexpr (IsShort) {
 #pragma GCC unroll 2
     for (std::ptrdiff_t x = 0; x < length - lanes; x += lanes) body(x);
-    return body(length - lanes);
+  } else {
+    for (std::ptrdiff_t x = 0; x < length - lanes; x += lanes) body(x);
   }
-  for (std::ptrdiff_t x = 0;; x = std::min(x + lanes, length - lanes)) {
-    body(x);
-    if (x + lanes >= length) return;
-  }
+  body(length - lanes);
 }
 
 // ---- Columns ----
@@ -87,8 +85,25 @@ template <class Op, class T = typename Op::Sample>
 
 // ---- Rows ----
 
-// to[x] = the pick of from[x + k * distance] for 0 <= k < Taps - 1, and from[x + last]. May be in place: both rows have
-// room for whole vectors.
+// `count` rows of `length` samples that are picked from as many others, steps in bytes.
+template <class T> struct RowPairs {
+  const T* from;
+  std::ptrdiff_t fromStep;
+  T* to;
+  std::ptrdiff_t toStep;
+  int count;
+  std::ptrdiff_t length;
+
+  template <class Body> [[gnu::always_inline]] void forEach(Body body) const
+  {
+    const char* source = reinterpret_cast<const char*>(from);
+    char* result = reinterpret_cast<char*>(to);
+    for (int i = 0; i < count; ++i, source += fromStep, result += toStep)
+      body(reinterpret_cast<const T*>(source), reinterpret_cast<T*>(result));
+  }
+};
+
+// The pick of from[k * distance] for 0 <= k < Taps - 1, and from[last].
 template <class Op, int Taps, int Bytes = vectorBytes, class T>
 inline Vec<T, Bytes> pickTaps(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last)
 {
@@ -97,28 +112,34 @@ inline Vec<T, Bytes> pickTaps(const T* from, std::ptrdiff_t distance, std::ptrdi
   return x;
 }
 
+// In place: the rows have room for whole vectors.
 template <class Op, class T = typename Op::Sample>
-[[gnu::noinline]] void lengthenRuns(T* row, std::ptrdiff_t distance, std::ptrdiff_t length)
+[[gnu::noinline]] void lengthenRuns(T* rows, std::ptrdiff_t step, int count, std::ptrdiff_t distance,
+                                    std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
-  for (std::ptrdiff_t x = 0; x < length; x += Vec<T>::size)
-    store(row + x, pickTaps<Op, 4>(row + x, distance, 3 * distance));
+  RowPairs<T>{rows, step, rows, step, count, length}.forEach([=](const T* from, T* to) {
+    for (std::ptrdiff_t x = 0; x < length; x += Vec<T>::size)
+      store(to + x, pickTaps<Op, 4>(from + x, distance, 3 * distance));
+  });
 }
 
 template <class Op, int Taps, bool KeepFourth, class T = typename Op::Sample>
-[[gnu::noinline]] void pickRow(const T* from, std::ptrdiff_t distance, std::ptrdiff_t last, T* to,
-                               std::ptrdiff_t length)
+[[gnu::noinline]] void pickRows(const RowPairs<T>& rows, std::ptrdiff_t distance, std::ptrdiff_t last)
 {
   const UpperHalvesCleared atTheEnd;
-  const auto inVectors = [=](auto bytes) {
+  const std::ptrdiff_t length = rows.length;
+  const auto inVectors = [&](auto bytes) {
     constexpr int Bytes = decltype(bytes)::value;
-    const auto result = [=](std::ptrdiff_t x) {
-      return Op::finished(pickTaps<Op, Taps, Bytes>(from + x, distance, last));
-    };
-    if constexpr (Bytes == 16)
-      if (length < Vec<T, 16>::size)
-        return storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
-    overRow<T, Taps >= 3, Bytes>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+    rows.forEach([=](const T* from, T* to) {
+      const auto result = [=](std::ptrdiff_t x) {
+        return Op::finished(pickTaps<Op, Taps, Bytes>(from + x, distance, last));
+      };
+      if constexpr (Bytes == 16)
+        if (length < Vec<T, 16>::size)
+          return storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
+      overRow<T, Taps >= 3, Bytes>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+    });
   };
   if (vectorBytes > 16 && length < Vec<T>::size) inVectors(std::integral_constant<int, 16>{});
   else inVectors(std::integral_constant<int, vectorBytes>{});
@@ -126,47 +147,80 @@ template <class Op, int Taps, bool KeepFourth, class T = typename Op::Sample>
 
 // The same for any number of taps from 1 to 5.
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
-inline void pickTapsOf(int taps, const T* from, std::ptrdiff_t distance, std::ptrdiff_t last, T* to,
-                       std::ptrdiff_t length)
+inline void pickTapsOf(int taps, const RowPairs<T>& rows, std::ptrdiff_t distance, std::ptrdiff_t last)
 {
   switch (taps) {
-  case 1: return pickRow<Op, 1, KeepFourth>(from, distance, last, to, length);
-  case 2: return pickRow<Op, 2, KeepFourth>(from, distance, last, to, length);
-  case 3: return pickRow<Op, 3, KeepFourth>(from, distance, last, to, length);
-  case 4: return pickRow<Op, 4, KeepFourth>(from, distance, last, to, length);
-  default: return pickRow<Op, 5, KeepFourth>(from, distance, last, to, length);
+  case 1: return pickRows<Op, 1, KeepFourth>(rows, distance, last);
+  case 2: return pickRows<Op, 2, KeepFourth>(rows, distance, last);
+  case 3: return pickRows<Op, 3, KeepFourth>(rows, distance, last);
+  case 4: return pickRows<Op, 4, KeepFourth>(rows, distance, last);
+  default: return pickRows<Op, 5, KeepFourth>(rows, distance, last);
   }
 }
 
 // ---- Squares of three ----
 
-// R rows (1 or an even number) of results, length samples each, at least as many as a vector holds.
-template <class Op, int R, bool KeepFourth, int Bytes, class T = typename Op::Sample>
-[[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, T* const* to, std::ptrdiff_t length)
+// Three vectors of pixels beside each other.
+template <class V> struct Neighbours {
+  V left, middle, right;
+};
+
+// R rows (1 or an even number) of results, a vector each: put(row, best); row r of the windows is neighbours(r).
+template <class Op, int R, class Load, class Put>
+[[gnu::always_inline]] inline void pickSquare(const Load& neighbours, const Put& put)
+{
+  const auto rowAt = [&](int row) __attribute__((always_inline))
+  {
+    const auto x = neighbours(row);
+    return Op::pick(Op::pick(x.left, x.middle), x.right);
+  };
+  auto a = rowAt(0), b = rowAt(1);
+  if constexpr (R == 1) put(0, Op::pick(Op::pick(a, b), rowAt(2)));
+  else {
+    for (int i = 0; i < R; i += 2) {
+      const auto c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
+      put(i, Op::pick(a, shared));
+      put(i + 1, Op::pick(shared, d));
+      a = c, b = d;
+    }
+  }
+}
+
+// R rows of results, length samples each, at least as many as a vector holds. Where Channels tells their number,
+// neighbours that lie within 16 bytes are shifted out of two loads, of which fewer lie across two cache lines.
+template <class Op, int R, bool KeepFourth, int Bytes, int Channels, class T = typename Op::Sample>
+[[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, Rows<T> to, std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
   using V = Vec<T, Bytes>;
   const std::ptrdiff_t step = src.step;
-  T* results[R];
-  std::copy(to, to + R, results);
-  overRow<T, false, Bytes>(length, [=](std::ptrdiff_t x) {
-    const T *const left = src.first + x, *const middle = left + channels, *const right = middle + channels;
-    const auto rowAt = [=](std::ptrdiff_t row) {
-      return Op::pick(Op::pick(loadRow<Bytes>(left, row, step), loadRow<Bytes>(middle, row, step)),
-                      loadRow<Bytes>(right, row, step));
+  std::ptrdiff_t x = 0;
+  const auto put = [&](int i, V best) __attribute__((always_inline))
+  {
+    storeResult<KeepFourth>(to[i] + x, Op::finished(best));
+  };
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (Channels > 0) {
+    constexpr int distance = Channels * static_cast<int>(sizeof(T)), half = V::size / 2;
+    const auto shifted = [&](int row) __attribute__((always_inline))
+    {
+      const T* const p = src.first + x;
+      const V left = loadRow<Bytes>(p, row, step), on = loadRow<Bytes>(p + half, row, step);
+      return Neighbours<V>{left, bytesFromLocal<distance>(left, on), bytesFromLocal<2 * distance>(left, on)};
     };
-    const auto put = [=](int i, V best) { storeResult<KeepFourth>(results[i] + x, Op::finished(best)); };
-    V a = rowAt(0), b = rowAt(1);
-    if constexpr (R == 1) put(0, Op::pick(Op::pick(a, b), rowAt(2)));
-    else {
-      for (int i = 0; i < R; i += 2) {
-        const V c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
-        put(i, Op::pick(a, shared));
-        put(i + 1, Op::pick(shared, d));
-        a = c, b = d;
-      }
-    }
-  });
+    for (; x + V::size + half <= length + 2 * Channels; x += V::size) pickSquare<Op, R>(shifted, put);
+  }
+#endif
+  const auto loaded = [&](int row) __attribute__((always_inline))
+  {
+    const T* const p = src.first + x;
+    return Neighbours<V>{loadRow<Bytes>(p, row, step), loadRow<Bytes>(p + channels, row, step),
+                         loadRow<Bytes>(p + 2 * channels, row, step)};
+  };
+  for (; x < length; x += V::size) {
+    x = std::min(x, length - V::size);
+    pickSquare<Op, R>(loaded, put);
+  }
 }
 
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
@@ -189,32 +243,51 @@ public:
   Square(Rows<const T> src, int width, int channels)
     : src_(src), samples_(std::ptrdiff_t{width} * channels), channels_(channels)
   {}
-  int rowsAtOnce() const { return 4; }
-  void rows(std::ptrdiff_t y, int count, T* const* to, bool keepFourth) const
+  int rowsAtOnce() const { return 8; }
+  void rows(std::ptrdiff_t y, int count, Rows<T> to, bool keepFourth) const
   {
     if (keepFourth) rows<true>(y, count, to);
     else rows<false>(y, count, to);
   }
 
 private:
-  template <bool Keep> void rows(std::ptrdiff_t y, int count, T* const* to) const
+  template <bool Keep> void rows(std::ptrdiff_t y, int count, Rows<T> to) const
   {
     while (count > 0) {
       const bool isShort = samples_ < Vec<T, 16>::size;
-      const int together = isShort ? 1 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
+      const int together = isShort ? 1 : count >= 8 ? 8 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
       const Rows<const T> from{src_[y], src_.step};
-      if (isShort) pickShortSquares<Op, Keep>(from, channels_, *to, samples_);
+      if (isShort) pickShortSquares<Op, Keep>(from, channels_, to.first, samples_);
       else if (samples_ < Vec<T>::size) squares<Keep, 16>(together, from, to);
       else squares<Keep, vectorBytes>(together, from, to);
-      y += together, to += together, count -= together;
+      y += together, to = {to[together], to.step}, count -= together;
     }
   }
 
-  template <bool Keep, int Bytes> void squares(int together, Rows<const T> from, T* const* to) const
+  template <bool Keep, int Bytes> void squares(int together, Rows<const T> from, Rows<T> to) const
   {
-    if (together == 4) pickSquares<Op, 4, Keep, Bytes>(from, channels_, to, samples_);
-    else if (together == 2) pickSquares<Op, 2, Keep, Bytes>(from, channels_, to, samples_);
-    else pickSquares<Op, 1, Keep, Bytes>(from, channels_, to, samples_);
+    if (together == 8) eightSquares<Keep, Bytes>(from, to);
+    else if (together == 4) pickSquares<Op, 4, Keep, Bytes, 0>(from, channels_, to, samples_);
+    else if (together == 2) pickSquares<Op, 2, Keep, Bytes, 0>(from, channels_, to, samples_);
+    else pickSquares<Op, 1, Keep, Bytes, 0>(from, channels_, to, samples_);
+  }
+  template <bool Keep, int Bytes> void eightSquares(Rows<const T> from, Rows<T> to) const
+  {
+    if constexpr (Bytes == 32) {
+      const auto isShifted = [&](auto n) {
+        constexpr int channels = decltype(n)::value;
+        if constexpr (2 * channels * static_cast<int>(sizeof(T)) > 16 || (Keep && channels != 4)) return false;
+        else {
+          if (channels_ != channels) return false;
+          pickSquares<Op, 8, Keep, Bytes, channels>(from, channels, to, samples_);
+          return true;
+        }
+      };
+      if (isShifted(std::integral_constant<int, 1>{}) || isShifted(std::integral_constant<int, 3>{}) ||
+          isShifted(std::integral_constant<int, 4>{}))
+        return;
+    }
+    pickSquares<Op, 8, Keep, Bytes, 0>(from, channels_, to, samples_);
   }
 
   Rows<const T> src_;
@@ -236,7 +309,7 @@ public:
   ZorStatus status() const { return require(isOnStack_ || memory_, ZorErrAlloc); }
   int rowsAtOnce() const { return mask_.height >= 8 ? 8 : mask_.height >= 4 ? 4 : mask_.height >= 2 ? 2 : 1; }
 
-  void rows(std::ptrdiff_t y, int count, T* const* to, bool keepFourth) const
+  void rows(std::ptrdiff_t y, int count, Rows<T> to, bool keepFourth) const
   {
     alignas(64) T local[localSamples];
     T* const strip = isOnStack_ ? local : memory_.get();
@@ -246,9 +319,12 @@ public:
       for (std::ptrdiff_t x = 0; x < samples_; x += windows) {
         const std::ptrdiff_t length = std::min(windows, samples_ - x);
         columns({src_[y] + x, src_.step}, together, length, strip);
-        for (int i = 0; i < together; ++i) row(strip + i * pitch(), to[i] + x, length, keepFourth);
+        const std::ptrdiff_t step = pitch() * static_cast<std::ptrdiff_t>(sizeof(T));
+        const RowPairs<T> pairs{strip, step, to.first + x, to.step, together, length};
+        if (keepFourth) alongRows<true>(pairs, strip);
+        else alongRows<false>(pairs, strip);
       }
-      y += together, to += together, count -= together;
+      y += together, to = {to[together], to.step}, count -= together;
     }
   }
 
@@ -291,18 +367,15 @@ private:
     else pickColumns<Op, 1, false, Bytes>(src, mask_.height, length, strip, pitch());
   }
 
-  void row(T* strip, T* to, std::ptrdiff_t length, bool keepFourth) const
+  // pairs: from the rows of the strip to those of results.
+  template <bool Keep> void alongRows(const RowPairs<T>& pairs, T* strip) const
   {
     std::ptrdiff_t run = 1; // each sample of the strip is the pick of so many
     for (; mask_.width > 5 * run; run *= 4)
-      lengthenRuns<Op>(strip, run * channels_, length + (mask_.width - 4 * run) * channels_);
-    if (keepFourth) lastPick<true>(strip, run, to, length);
-    else lastPick<false>(strip, run, to, length);
-  }
-  template <bool Keep> void lastPick(const T* strip, std::ptrdiff_t run, T* to, std::ptrdiff_t length) const
-  {
-    pickTapsOf<Op, Keep>(static_cast<int>((mask_.width + run - 1) / run), strip, run * channels_,
-                         (mask_.width - run) * channels_, to, length);
+      lengthenRuns<Op>(strip, pairs.fromStep, pairs.count, run * channels_,
+                       pairs.length + (mask_.width - 4 * run) * channels_);
+    pickTapsOf<Op, Keep>(static_cast<int>((mask_.width + run - 1) / run), pairs, run * channels_,
+                         (mask_.width - run) * channels_);
   }
 
   Rows<const T> src_;

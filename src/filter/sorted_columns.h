@@ -333,73 +333,78 @@ void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples
 template <class T> struct ColumnsOf3 {
   Vec<T> sorted[6]; // of the upper row, of the lower one
 
-  [[gnu::always_inline]] ColumnsOf3(const T* const (&rows)[4], std::ptrdiff_t at, Vec<T> flip)
+  [[gnu::always_inline]] ColumnsOf3(const T* const (&rows)[4], std::ptrdiff_t at)
   {
-    Network<Square<3>::columns>::template run<Vec<T>>(
-      [&](auto k) {
-        const Vec<T> x = load<T>(rows[k] + at);
-        return sizeof(T) == 1 ? x : x ^ flip;
-      },
-      [&](auto k, Vec<T> x) { sorted[k] = x; });
+    Network<Square<3>::columns>::template run<Vec<T>>([&](auto k) { return load<T>(rows[k] + at); },
+                                                      [&](auto k, Vec<T> x) { sorted[k] = x; });
   }
 };
 
 // column(row, x): a sorted row of the columns x samples on.
 template <class T, bool KeepFourth, class Column>
-[[gnu::always_inline]] inline void takeMediansOf3(T* upper, T* lower, Vec<T> flip, const Column& column)
+[[gnu::always_inline]] inline void takeMediansOf3(T* upper, T* lower, const Column& column)
 {
   Network<Square<3>::windows>::template run<Vec<T>>([&](auto k) { return column(k / 3, k % 3); },
                                                     [&](auto k, Vec<T> x) {
                                                       T* const to = k == 0 ? upper : lower;
-                                                      if (sizeof(T) > 1) x = x ^ flip;
                                                       if (KeepFourth) x = select(colourMask<T>(), x, load<T>(to));
                                                       store(to, x);
                                                     });
 }
 
 template <class T, int Channels, bool KeepFourth>
-[[gnu::noinline]] void medianRowsInRegisters(const T* const* from, T* upper, T* lower, std::ptrdiff_t samples,
-                                             T flippedBits)
+[[gnu::noinline]] void medianRowsInRegisters(const T* const* from, T* upper, T* lower, std::ptrdiff_t samples)
 {
   const UpperHalvesCleared atTheEnd;
   using Columns = ColumnsOf3<T>;
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
   constexpr int distance = Channels * static_cast<int>(sizeof(T));
-  const Vec<T> flip = splat(flippedBits);
   const T* const rows[4] = {from[0], from[1], from[2], from[3]};
   std::ptrdiff_t i = 0;
   if (const std::ptrdiff_t length = samples + 2 * Channels; length >= 2 * lanes) {
-    Columns here(rows, 0, flip);
+    Columns here(rows, 0);
     for (; i + 2 * lanes <= length; i += lanes) {
-      const Columns next(rows, i + lanes, flip);
+      const Columns next(rows, i + lanes);
       const auto shifted = [&](int row, int column) __attribute__((always_inline))
       {
         const Vec<T> a = here.sorted[row], b = next.sorted[row];
         return column == 0 ? a : column == 1 ? bytesFrom<distance>(a, b) : bytesFrom<2 * distance>(a, b);
       };
-      takeMediansOf3<T, KeepFourth>(upper + i, lower + i, flip, shifted);
+      takeMediansOf3<T, KeepFourth>(upper + i, lower + i, shifted);
       here = next;
     }
   }
   while (i < samples) { // the last vectors have none behind them
     i = std::min(i, samples - lanes);
-    const Columns columns[3] = {{rows, i, flip}, {rows, i + Channels, flip}, {rows, i + 2 * Channels, flip}};
+    const Columns columns[3] = {{rows, i}, {rows, i + Channels}, {rows, i + 2 * Channels}};
     const auto loaded = [&](int row, int column) __attribute__((always_inline)) { return columns[column].sorted[row]; };
-    takeMediansOf3<T, KeepFourth>(upper + i, lower + i, flip, loaded);
+    takeMediansOf3<T, KeepFourth>(upper + i, lower + i, loaded);
     i += lanes;
   }
 }
 
-// False where there is less than a vector.
+template <class T>
+inline void medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels,
+                                  bool keepFourth)
+{
+  if (channels == 1) medianRowsInRegisters<T, 1, false>(rows, upper, lower, samples);
+  else if (channels == 3) medianRowsInRegisters<T, 3, false>(rows, upper, lower, samples);
+  else if (keepFourth) medianRowsInRegisters<T, 4, true>(rows, upper, lower, samples);
+  else medianRowsInRegisters<T, 4, false>(rows, upper, lower, samples);
+}
+// False where there is less than a vector. Unsigned samples of 16 bits are compared as such.
 template <class T>
 inline bool medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels,
                                   bool keepFourth, T flippedBits)
 {
   if (samples < Vec<T>::size) return false;
-  if (channels == 1) medianRowsInRegisters<T, 1, false>(rows, upper, lower, samples, flippedBits);
-  else if (channels == 3) medianRowsInRegisters<T, 3, false>(rows, upper, lower, samples, flippedBits);
-  else if (keepFourth) medianRowsInRegisters<T, 4, true>(rows, upper, lower, samples, flippedBits);
-  else medianRowsInRegisters<T, 4, false>(rows, upper, lower, samples, flippedBits);
+  if (flippedBits) {
+    using U = std::make_unsigned_t<T>;
+    const U* unsignedRows[4];
+    for (int k = 0; k < 4; ++k) unsignedRows[k] = reinterpret_cast<const U*>(rows[k]);
+    medianRowsInRegisters<U>(unsignedRows, reinterpret_cast<U*>(upper), reinterpret_cast<U*>(lower), samples, channels,
+                             keepFourth);
+  } else medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth);
   return true;
 }
 #else

@@ -225,6 +225,7 @@ TYPED_TEST(Morphology, TakesTheMembersOfAnyMask)
     for (const Mask& mask : masks)
       for (const ZorImgSize roi : regions) forms.check(roi, mask, variant++);
     forms.check({1500, 3}, disc(5), 1);
+    for (const int side : {7, 8}) forms.check({19, 41}, disc(side), side); // several times round the ring of runs
     for (const int lengths : {23, 24, 25, 26}) forms.check({35, 9}, stairs(lengths), lengths);
   });
 }
@@ -234,7 +235,8 @@ TYPED_TEST(Morphology, TakesSquaresOfThree)
   forSquares<TypeParam>([&](const Forms<TypeParam>& forms) {
     int variant = 0;
     for (const ZorImgSize roi : regions) forms.check(roi, full(3, 3, 1, 1), variant++);
-    forms.check({2801, 4}, full(3, 3, 1, 1), 1); // strips of columns
+    forms.check({70, 31}, full(3, 3, 1, 1), 1); // groups of eight, four, two rows and one
+    forms.check({2801, 4}, full(3, 3, 1, 1), 1);
   });
 }
 

@@ -243,9 +243,9 @@ TEST(WienerFloat, WhatLeavesTheWindowLeavesNothingBehind)
           for (int c = 0; c < form.layout.processed; ++c) {
             bool isSpoiled = false;
             for (const Extreme& e : extremes) isSpoiled = isSpoiled || (c == 0 && isInWindow(e, x, y));
-            if (!isSpoiled)
-              ASSERT_NEAR(a.get(x, y, c), b.get(x, y, c), 1e-6)
-                << form.name << ", mask " << m.size.width << "x" << m.size.height << " at " << x << "," << y;
+            if (isSpoiled) continue;
+            ASSERT_NEAR(a.get(x, y, c), b.get(x, y, c), 1e-6)
+              << form.name << ", mask " << m.size.width << "x" << m.size.height << " at " << x << "," << y;
           }
       EXPECT_EQ(a.get(12, 40, 0), 3e38f); // where the variance is beyond all numbers, the pixel stays
     }
