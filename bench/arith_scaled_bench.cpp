@@ -63,6 +63,7 @@ const bench::Group group("arith", [](bench::Group& g) {
     return Run{a.bytes() + b.bytes(), d.bytes(),
                [=] { return zoriAdd_8u_C1RSfs(a, a.step, b, b.step, d, d.step, size, 0); }};
   });
+  g.map("Add 8u C4", zoriAdd_8u_C4RSfs, 4, Add{}, 0);
   g.map("Add 8u C1 scale 1", zoriAdd_8u_C1RSfs, 1, Add<1>{}, 1);
   g.map("Add 8u C1 scale 3", zoriAdd_8u_C1RSfs, 1, Add<3>{}, 3);
   g.map("Add 8u AC4", zoriAdd_8u_AC4RSfs, 4, Add{}, 0);

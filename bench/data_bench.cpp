@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 using namespace bench;
 
@@ -52,6 +53,55 @@ void pixels(Group& g, const char* name, ZorStatus (*function)(const Zor8u*, int,
   });
 }
 
+// Interleaved pixels and planes.
+template <int N> struct Planes {
+  std::vector<Image<Zor8u>> images;
+  explicit Planes(ZorImgSize size) : images(N, Image<Zor8u>(size))
+  {
+    for (auto& image : images) image = Image<Zor8u>(size);
+  }
+  template <class P> void pointers(P (&to)[N]) const
+  {
+    for (int k = 0; k < N; ++k) to[k] = images[k];
+  }
+};
+template <int N, class Function> void split(Group& g, const char* name, Function function)
+{
+  g.both(name, [=](ZorImgSize size) {
+    const Image<Zor8u> src(size, N);
+    const Planes<N> dst(size);
+    return Run{src.bytes(), src.bytes(),
+               [=] {
+                 Zor8u* planes[N];
+                 dst.pointers(planes);
+                 return function(src, src.step, planes, dst.images[0].step, size);
+               },
+               [=] {
+                 for (int y = 0; y < size.height; ++y)
+                   for (int k = 0; k < N; ++k)
+                     for (int x = 0; x < size.width; ++x) dst.images[k].row(y)[x] = src.row(y)[N * x + k];
+               }};
+  });
+}
+template <int N, class Function> void merge(Group& g, const char* name, Function function)
+{
+  g.both(name, [=](ZorImgSize size) {
+    const Image<Zor8u> dst(size, N);
+    const Planes<N> src(size);
+    return Run{dst.bytes(), dst.bytes(),
+               [=] {
+                 const Zor8u* planes[N];
+                 src.pointers(planes);
+                 return function(planes, src.images[0].step, dst, dst.step, size);
+               },
+               [=] {
+                 for (int y = 0; y < size.height; ++y)
+                   for (int k = 0; k < N; ++k)
+                     for (int x = 0; x < size.width; ++x) dst.row(y)[N * x + k] = src.images[k].row(y)[x];
+               }};
+  });
+}
+
 template <int Flags> Run managedCopy(ZorImgSize size)
 {
   const Image<Zor8u> src(size), dst(size);
@@ -95,36 +145,10 @@ static const Group copies("data", [](Group& g) {
                  });
                }};
   });
-  g.both("Copy 8u C3P3", [](ZorImgSize size) {
-    const Image<Zor8u> src(size, 3), a(size), b(size), c(size);
-    return Run{src.bytes(), src.bytes(),
-               [=] {
-                 Zor8u* const planes[] = {a, b, c};
-                 return zoriCopy_8u_C3P3R(src, src.step, planes, a.step, size);
-               },
-               [=] {
-                 eachRow(size, [&](int y) {
-                   const Zor8u* s = src.row(y);
-                   Zor8u *p = a.row(y), *q = b.row(y), *r = c.row(y);
-                   for (int x = 0; x < size.width; ++x) p[x] = s[3 * x], q[x] = s[3 * x + 1], r[x] = s[3 * x + 2];
-                 });
-               }};
-  });
-  g.both("Copy 8u P3C3", [](ZorImgSize size) {
-    const Image<Zor8u> dst(size, 3), a(size), b(size), c(size);
-    return Run{dst.bytes(), dst.bytes(),
-               [=] {
-                 const Zor8u* const planes[] = {a, b, c};
-                 return zoriCopy_8u_P3C3R(planes, a.step, dst, dst.step, size);
-               },
-               [=] {
-                 eachRow(size, [&](int y) {
-                   const Zor8u *p = a.row(y), *q = b.row(y), *r = c.row(y);
-                   Zor8u* d = dst.row(y);
-                   for (int x = 0; x < size.width; ++x) d[3 * x] = p[x], d[3 * x + 1] = q[x], d[3 * x + 2] = r[x];
-                 });
-               }};
-  });
+  split<3>(g, "Copy 8u C3P3", zoriCopy_8u_C3P3R);
+  split<4>(g, "Copy 8u C4P4", zoriCopy_8u_C4P4R);
+  merge<3>(g, "Copy 8u P3C3", zoriCopy_8u_P3C3R);
+  merge<4>(g, "Copy 8u P4C4", zoriCopy_8u_P4C4R);
   pixels<3, 1>(g, "Copy 8u C3C1", zoriCopy_8u_C3C1R, [](const Zor8u* s, Zor8u* d) { d[0] = s[0]; });
   pixels<1, 3>(g, "Copy 8u C1C3", zoriCopy_8u_C1C3R, [](const Zor8u* s, Zor8u* d) { d[0] = s[0]; });
   pixels<4, 4>(g, "Copy 8u AC4", zoriCopy_8u_AC4R,

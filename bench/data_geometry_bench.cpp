@@ -114,6 +114,7 @@ static const Group mirrors("data", [](Group& g) {
   mirror(g, "8u C1 rows", zoriMirror_8u_C1R, 1, ZorAxsHorizontal);
   mirror(g, "8u C1 columns", zoriMirror_8u_C1R, 1, ZorAxsVertical);
   mirror(g, "8u C3 columns", zoriMirror_8u_C3R, 3, ZorAxsVertical);
+  mirror(g, "8u C4 columns", zoriMirror_8u_C4R, 4, ZorAxsVertical);
   mirror(g, "8u AC4 columns", zoriMirror_8u_AC4R, 4, ZorAxsVertical);
   mirror(g, "16s C1 columns", zoriMirror_16s_C1R, 1, ZorAxsVertical);
   mirror(g, "16s C3 columns", zoriMirror_16s_C3R, 3, ZorAxsVertical);

@@ -9,7 +9,8 @@ set(ZORI_FILES_OF_32_BYTES
   arith/shift.cpp arith/sqr.cpp arith/sqrt.cpp
   correlation/convolution.cpp correlation/cross_correlation.cpp correlation/square_distance.cpp
   correlation/tile_engine.cpp correlation/tile_transform.cpp
-  data/convert.cpp data/copy_channels.cpp data/masked.cpp data/mirror.cpp data/scale.cpp data/swap_channels.cpp
+  data/convert.cpp data/copy.cpp data/copy_channels.cpp data/masked.cpp data/mirror.cpp data/scale.cpp data/swap_channels.cpp
+  data/transpose.cpp
   filter/bilateral.cpp filter/bilateral_sums.cpp
   filter/general_filter.cpp filter/general_round.cpp filter/general_row_column.cpp filter/general_sums.cpp
   filter/gradients.cpp filter/median.cpp filter/median_color.cpp filter/median_shapes.cpp filter/median_square.cpp

@@ -67,9 +67,31 @@ template <class T, Layout L> struct Runs {
         store(to + bytes - 16, x);
       }
     } else {
-      fillRow(PixelPattern::of<pixelBytes>(pixel), to, bytes, bytes);
+      const auto pattern = PixelPattern::of<pixelBytes>(pixel);
+      if (ShortFill::holds(bytes)) ShortFill(pattern, bytes)(to);
+      else fillRow(pattern, to, bytes, bytes);
     }
   }
+};
+
+// What fills both margins of all rows of a rectangle.
+class MarginFill {
+public:
+  MarginFill(const PixelPattern& pattern, std::ptrdiff_t bytes)
+    : pattern_(pattern), bytes_(bytes), isShort_(ShortFill::holds(bytes) && !pattern.isUniform()),
+      short_(pattern, ShortFill::holds(bytes) ? bytes : 16)
+  {}
+  void operator()(Zor8u* to) const
+  {
+    if (isShort_) short_(to);
+    else if (bytes_ != 0) fillRow(pattern_, to, bytes_, bytes_);
+  }
+
+private:
+  const PixelPattern& pattern_;
+  std::ptrdiff_t bytes_;
+  bool isShort_;
+  ShortFill short_;
 };
 
 // value: a number for each channel that is written.
@@ -81,19 +103,22 @@ static void frameWithConstant(Rows<const T> src, Rows<T> dst, const Frame& f, co
   std::memcpy(pixel, value, processed<L> * sizeof(T));
   const long long bytes = 1LL * f.outer.width * Run::pixelBytes * f.outer.height;
   const auto pattern = PixelPattern::of<Run::pixelBytes>(pixel);
-  const auto fill = [&](T* p, std::ptrdiff_t pixels) {
+  const MarginFill fillLeft(pattern, std::ptrdiff_t{f.left} * Run::pixelBytes),
+    fillRight(pattern, std::ptrdiff_t{f.right()} * Run::pixelBytes);
+  const auto margin = [&](T* p, std::ptrdiff_t pixels, const MarginFill& fill) {
     if constexpr (L == AC4) Run::repeat(pixel, p, pixels);
-    else fillRow(pattern, reinterpret_cast<Zor8u*>(p), pixels * Run::pixelBytes, bytes);
+    else fill(reinterpret_cast<Zor8u*>(p));
   };
   for (int y = 0; y < f.outer.height; ++y) {
     T* const row = dst[y];
     if (y < f.top || y >= f.top + f.inner.height) {
-      fill(row, f.outer.width);
+      if constexpr (L == AC4) Run::repeat(pixel, row, f.outer.width);
+      else fillRow(pattern, reinterpret_cast<Zor8u*>(row), std::ptrdiff_t{f.outer.width} * Run::pixelBytes, bytes);
     } else {
       T* const inner = row + std::ptrdiff_t{f.left} * Run::pixelElements;
-      fill(row, f.left);
+      margin(row, f.left, fillLeft);
       Run::copy(src[y - f.top], inner, f.inner.width, bytes);
-      fill(inner + std::ptrdiff_t{f.inner.width} * Run::pixelElements, f.right());
+      margin(inner + std::ptrdiff_t{f.inner.width} * Run::pixelElements, f.right(), fillRight);
     }
   }
 }

@@ -30,17 +30,25 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
   }
 
   // The pixels from a on change places with those from b on, or with those in front of b, in reverse order.
-  template <bool Reversed> static void exchange(Zor8u* a, Zor8u* b, std::ptrdiff_t pixels)
+  template <bool Turned> static void exchange(Zor8u* a, Zor8u* b, std::ptrdiff_t pixels)
   {
+    using Reversed = ReversedPixels<PixelBytes, KeepsFourth>;
+    if constexpr (Reversed::fillsVectors) {
+      if (pixels >= Reversed::lanes) return exchangePixels<PixelBytes, KeepsFourth, Turned>(a, b, pixels);
+    } else if constexpr (!Turned) {
+      using Bytes = ReversedPixels<1, false>;
+      if (pixels >= Bytes::lanes) return exchangePixels<1, false, false>(a, b, pixels * PixelBytes);
+    }
     constexpr std::ptrdiff_t most = 4096 / PixelBytes;
     alignas(16) Zor8u buffer[most * PixelBytes];
     for (std::ptrdiff_t done = 0; done < pixels; done += most) {
       const std::ptrdiff_t count = std::min(most, pixels - done);
       Zor8u* const here = a + done * PixelBytes;
-      if constexpr (Reversed) {
+      if constexpr (Turned) {
         Zor8u* const there = b - (done + count) * PixelBytes;
-        copyReversed<PixelBytes, false>(here, buffer, count, aheadInRow(count * PixelBytes));
-        copyReversed<PixelBytes, KeepsFourth>(there, here, count, aheadInRow(count * PixelBytes));
+        const FlipAhead ahead = aheadInRow(count * PixelBytes);
+        copyReversed<PixelBytes, false>({here, 0}, {buffer, 0}, count, 1, ahead);
+        copyReversed<PixelBytes, KeepsFourth>({there, 0}, {here, 0}, count, 1, ahead);
         copy(buffer, there, count);
       } else {
         Zor8u* const there = b + done * PixelBytes;
@@ -73,19 +81,21 @@ template <int PixelBytes, bool KeepsFourth> struct MirrorRows {
     const std::ptrdiff_t rowBytes = static_cast<std::ptrdiff_t>(roi.width) * PixelBytes;
     const long long bytes = 1LL * rowBytes * roi.height;
     const bool fetchesRows = bytes >= fetchedBytes && rowBytes <= fetchedRow;
-    const auto target = [=](int y) { return dst[flip == ZorAxsVertical ? y : roi.height - 1 - y]; };
-    for (int y = 0; y < roi.height; ++y) {
-      Zor8u* const to = target(y);
-      if (flip != ZorAxsHorizontal) {
-        const int next = y + fetchedRows;
-        const FlipAhead ahead =
-          fetchesRows && next < roi.height ? FlipAhead{src[next] - src[y], target(next) - to} : aheadInRow(rowBytes);
-        copyReversed<PixelBytes, KeepsFourth>(src[y], to, roi.width, ahead);
-      } else if (KeepsFourth) {
-        copy(src[y], to, roi.width);
-      } else {
-        copyRow(src[y], to, rowBytes, bytes);
-      }
+    const std::ptrdiff_t dstStep = flip == ZorAxsVertical ? std::ptrdiff_t{dst.step} : -std::ptrdiff_t{dst.step};
+    Zor8u* const target = dst[flip == ZorAxsVertical ? 0 : roi.height - 1];
+    if (flip != ZorAxsHorizontal) {
+      const auto reverseRows = [=](std::ptrdiff_t y, std::ptrdiff_t rows, FlipAhead ahead) {
+        copyReversed<PixelBytes, KeepsFourth>({src[y], src.step}, {target + y * dstStep, dstStep}, roi.width, rows,
+                                              ahead);
+      };
+      const int rowsAhead = fetchesRows ? std::max(roi.height - fetchedRows, 0) : 0;
+      const std::ptrdiff_t srcStep = src.step;
+      if (rowsAhead > 0) reverseRows(0, rowsAhead, {fetchedRows * srcStep, fetchedRows * dstStep});
+      reverseRows(rowsAhead, roi.height - rowsAhead, aheadInRow(rowBytes));
+    } else {
+      for (int y = 0; y < roi.height; ++y)
+        if (KeepsFourth) copy(src[y], target + y * dstStep, roi.width);
+        else copyRow(src[y], target + y * dstStep, rowBytes, bytes);
     }
   }
 };

@@ -30,34 +30,46 @@ struct Block {
   Count x, y, width, height;
 };
 
-// How far the block that is worked on next lies from this one, on both sides; 0 when nothing is to be fetched.
+// How far the block that is worked on next lies from this one, on both sides.
 struct Ahead {
-  std::ptrdiff_t src = 0, dst = 0;
+  std::ptrdiff_t src, dst;
 };
 
-// Up to this size an image is taken to be in a cache already.
-static constexpr long long cachedBytes = 1 << 18;
 // From this size on an image is written past the cache.
 static constexpr long long streamedBytes = 3 << 19;
 
-template <int PixelBytes> struct Transposer {
-  using Tile = TransposeTile<PixelBytes>;
+template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
+  using Tile = TransposeTile<PixelBytes, Bytes>;
+  // For regions of fewer rows than a tile, where tiles of less rows exist.
+  static constexpr bool hasLower = TransposeTile<PixelBytes, Bytes>::rows > 8;
+  using Lower = Transposer<PixelBytes, 16>;
   // Pixels of a block's side, as measured: rows of whole cache lines, and both sides of a block in the first cache.
   static constexpr Count side = PixelBytes < 4 || PixelBytes == 6 ? 64 : PixelBytes == 4 ? 32 : 16;
 
+  // Up to this size an image is taken to be in a cache already, from where short rows need no fetching.
+  static constexpr long long cachedBytes = PixelBytes <= 8 ? 1 << 20 : 1 << 18;
+
+  // Tiles inside go without the tests of what is exact, where that was measured to pay.
+  static constexpr bool splitsTiles = PixelBytes <= 8 && (PixelBytes != 3 || vectorBytes == 32);
+
   // One block, exact at the edges of the region. The region holds a tile at least.
-  ZORI_ONE_COPY static void block(const TransposedPair& p, Block b, Ahead ahead)
+  template <bool Fetches> ZORI_ONE_COPY static void block(const TransposedPair& pair, const Block b, const Ahead ahead)
   {
+    const TransposedPair p = pair; // stays in registers
     for (Count x = 0; x < b.width; x += Tile::columns) {
       const Count column = std::min(b.x + x, p.width - Count{Tile::columns});
+      const bool isLast = column + Tile::columns == p.width;
       for (Count y = 0; y < b.height; y += Tile::rows) {
         const Count row = std::min(b.y + y, p.height - Count{Tile::rows});
         const Zor8u* const src = p.src + row * p.srcStep + column * PixelBytes;
         Zor8u* const dst = p.dst + column * p.dstStep + row * PixelBytes;
-        if (ahead.src)
-          Tile::fetch(src + ahead.src, p.srcStep, x / Tile::columns, dst + ahead.dst, p.dstStep, y / Tile::rows);
+        if constexpr (Fetches)
+          Tile::fetch(src + ahead.src, p.srcStep, static_cast<int>(x) / Tile::columns, dst + ahead.dst, p.dstStep,
+                      static_cast<int>(y) / Tile::rows);
         // the lines behind a block are those of another: what is not its own stays out of it
-        Tile::move(src, p.srcStep, dst, p.dstStep, column + Tile::columns == p.width, y + Tile::rows >= b.height);
+        const bool isLow = y + Tile::rows >= b.height;
+        if (!splitsTiles || isLast || isLow) Tile::moveExactly(src, p.srcStep, dst, p.dstStep, isLast, isLow);
+        else Tile::move(src, p.srcStep, dst, p.dstStep);
       }
     }
   }
@@ -75,18 +87,22 @@ template <int PixelBytes> struct Transposer {
   // A region of one block.
   static void small(const TransposedPair& p)
   {
-    if (holdsTile(p.width, p.height)) block(p, {0, 0, p.width, p.height}, {});
+    if (holdsTile(p.width, p.height)) block<false>(p, {0, 0, p.width, p.height}, {});
+    else if constexpr (hasLower) Lower::small(p);
     else pixels(p);
   }
 
   static void region(const TransposedPair& p)
   {
+    if constexpr (hasLower)
+      if (!holdsTile(p.width, p.height)) return Lower::region(p);
     if (!holdsTile(p.width, p.height)) return pixels(p);
     const bool streams = 1LL * p.width * p.height * PixelBytes >= streamedBytes && p.width >= lanes;
     const Count done = streams ? streamedRows(p) : 0;
     const TransposedPair rest = {p.src + done * p.srcStep, p.srcStep, p.dst + done * PixelBytes, p.dstStep, p.width,
                                  p.height - done};
     if (holdsTile(rest.width, rest.height)) blocks(rest);
+    else if constexpr (hasLower) Lower::region(rest);
     else pixels(rest);
   }
 
@@ -98,11 +114,12 @@ template <int PixelBytes> struct Transposer {
         // on to the right, and then to the start of the next row of blocks
         const bool isLast = x + side >= p.width;
         const Count nextX = isLast ? 0 : x + side, nextY = isLast ? y + side : y;
-        Ahead ahead;
+        const Block here = {x, y, std::min(side, p.width - x), std::min(side, p.height - y)};
         if (fetches && nextX + side <= p.width && nextY + side <= p.height)
-          ahead = {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes,
-                   (nextX - x) * p.dstStep + (nextY - y) * PixelBytes};
-        block(p, {x, y, std::min(side, p.width - x), std::min(side, p.height - y)}, ahead);
+          block<true>(
+            p, here,
+            {(nextY - y) * p.srcStep + (nextX - x) * PixelBytes, (nextX - x) * p.dstStep + (nextY - y) * PixelBytes});
+        else block<false>(p, here, {});
       }
   }
 
@@ -138,7 +155,7 @@ template <int PixelBytes> struct Transposer {
           Zor8u* const to = p.dst + (x + i) * p.dstStep + y * PixelBytes;
           const Count head = toCacheLine(to);
           if (y == 0) std::memcpy(to, from, static_cast<std::size_t>(head));
-          for (Count k = head; k < head + runBytes; k += 16) stream(to + k, load<Zor8u>(from + k));
+          for (Count k = head; k < head + runBytes; k += vectorBytes) stream(to + k, load<Zor8u>(from + k));
         }
       }
     streamFence();
@@ -156,8 +173,10 @@ template <int PixelBytes> struct Transposer {
       if (fetches)
         for (Count k = 0; k < Tile::rows; ++k) prefetch(src + k * p.srcStep + ahead * PixelBytes);
       for (Count k = 0; k < lanes; k += Tile::columns)
-        Tile::move(src + k * PixelBytes, p.srcStep, turned + k * turnedStep + i * PixelBytes, turnedStep,
-                   isLast && k + Tile::columns == lanes, false);
+        if (isLast && k + Tile::columns == lanes)
+          Tile::moveExactly(src + k * PixelBytes, p.srcStep, turned + k * turnedStep + i * PixelBytes, turnedStep, true,
+                            false);
+        else Tile::move(src + k * PixelBytes, p.srcStep, turned + k * turnedStep + i * PixelBytes, turnedStep);
     }
   }
 
@@ -184,6 +203,7 @@ template <int PixelBytes> ZORI_ONE_COPY ZorStatus transposeSquare(void* pSrcDst,
   if (auto s = firstFailure(nonNull(pSrcDst), nonEmpty(roiSize), require(roiSize.width == roiSize.height, ZorErrSize));
       s != ZorOk)
     return s;
+  const UpperHalvesCleared atTheEnd;
   Transposer<PixelBytes>::square(static_cast<Zor8u*>(pSrcDst), srcDstStep, roiSize.width);
   return ZorOk;
 }
@@ -194,6 +214,7 @@ ZORI_ONE_COPY ZorStatus transposeRegion(const void* pSrc, int srcStep, void* pDs
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   if (pSrc == pDst && srcStep == dstStep && roiSize.width == roiSize.height)
     return transposeSquare<PixelBytes>(pDst, dstStep, roiSize);
+  const UpperHalvesCleared atTheEnd;
   Transposer<PixelBytes>::region(
     {static_cast<const Zor8u*>(pSrc), srcStep, static_cast<Zor8u*>(pDst), dstStep, roiSize.width, roiSize.height});
   return ZorOk;

@@ -65,10 +65,9 @@ template <class T> void transposeColours(PixelRows src, PixelRows dst, ZorImgSiz
 
 template <int PixelBytes, bool KeepsFourth> void reverseRows(PixelRows src, PixelRows dst, ZorImgSize size)
 {
-  for (int y = 0; y < size.height; ++y)
-    copyReversed<PixelBytes, KeepsFourth>(rowAt(src.first, src.step, size.height - 1 - y),
-                                          rowAt(dst.first, dst.step, y), size.width,
-                                          aheadInRow(std::ptrdiff_t{size.width} * PixelBytes));
+  const std::ptrdiff_t srcStep = src.step; // from the last row up
+  copyReversed<PixelBytes, KeepsFourth>({rowAt(src.first, src.step, size.height - 1), -srcStep}, {dst.first, dst.step},
+                                        size.width, size.height, aheadInRow(std::ptrdiff_t{size.width} * PixelBytes));
 }
 
 using CopyRegion = void (*)(PixelRows, PixelRows, ZorImgSize);

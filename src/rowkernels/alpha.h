@@ -15,9 +15,8 @@ template <class T> inline constexpr T fullScale = static_cast<T>(~T(0));
 // M(a, b) = (t + (t >> n) + 1) >> n with t = a * b and n the width of the sample; M(x, full) is x.
 template <class T> inline Words fractionProduct(Words a, Words b)
 {
-  if constexpr (sizeof(T) == 1) {
-    const Words t = mulLow(a, b);
-    return shiftRight<8>(t + shiftRight<8>(t) + splat<uint16_t>(1));
+  if constexpr (sizeof(T) == 1) { // (t + 1) * 257 >> 16, which is the same for every product
+    return mulHigh(mulLow(a, b) + splat<uint16_t>(1), splat<uint16_t>(257));
   } else { // high + 1, or high when low + high + 1 stays below 2^16
     const Words low = mulLow(a, b), next = mulHigh(a, b) + splat<uint16_t>(1);
     return next + equal(addSat(low, next), low + next);
@@ -47,11 +46,29 @@ template <class T, class F, class... X> inline Vec<T> onWords(F f, X... x)
 // ---- Pixels of four channels ----
 
 // The alpha of each pixel in all its words.
+#if ZORI_VECTOR_BYTES == 32
+template <class T> struct AlphaIndexes {
+  alignas(32) uint8_t byte[32] = {};
+  constexpr AlphaIndexes()
+  {
+    constexpr int size = sizeof(T);
+    for (int i = 0; i < 32; ++i)
+      byte[i] = static_cast<uint8_t>(i % 2 < size ? i % 16 / (4 * size) * (4 * size) + 3 * size + i % 2 : 0x80);
+  }
+};
+template <class T> inline constexpr AlphaIndexes<T> alphaIndexes;
+
+template <class T> inline Words alphaWords(Vec<T> pixels)
+{
+  return as<uint16_t>(shuffleBytesLocal(as<uint8_t>(pixels), loadAligned<uint8_t>(alphaIndexes<T>.byte)));
+}
+#else
 template <class T> inline Words alphaWords(Vec<T> pixels)
 {
   if constexpr (sizeof(T) == 1) return shuffleWords<3, 3, 1, 1>(shiftRight<8>(as<uint16_t>(pixels)));
   else return shuffleWords<3, 3, 3, 3>(pixels);
 }
+#endif
 
 // The multiplier that premultiplies the colours and leaves alpha as it is: full in the words of alpha.
 template <class T, bool Odd> inline Words premultiplier(Words alpha)

@@ -61,7 +61,16 @@ public:
   }
 
   // `width` pixels of four channels to pixels of three. May be in place.
+#if ZORI_VECTOR_BYTES == 32
+  void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const
+  {
+    const int order[] = {static_cast<int>(offset_[0]), 1 + static_cast<int>(offset_[1]),
+                         2 + static_cast<int>(offset_[2])};
+    threeOfFour(src, dst, width, order);
+  }
+#else
   void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const;
+#endif
 
 private:
   template <int Bytes> static constexpr std::ptrdiff_t block = 3 * Vec<T, Bytes>::size; // whole pixels of any type
@@ -139,6 +148,7 @@ template <int Moved, int Bytes>
   last.writeTo(dst + length - block);
 }
 
+#if ZORI_VECTOR_BYTES == 16
 template <class T, int N>
 [[gnu::noinline]] void ChannelOrder<T, N>::rowToThree(const T* src, T* dst, std::ptrdiff_t width) const
 {
@@ -167,6 +177,7 @@ template <class T, int N>
   for (; x + step < width; x += step) pixels(x);
   for (; x < width; ++x) pixel(x);
 }
+#endif
 
 } // namespace ZORI_WIDTH
 } // namespace zori

@@ -409,6 +409,56 @@ template <class T, int SrcChannels> [[gnu::noinline]] void copyColour(const T* s
   for (; x < width; ++x) std::memmove(dst + 4 * x, src + SrcChannels * x, 3 * sizeof(T));
 }
 
+#if ZORI_VECTOR_BYTES == 32
+// Pixels of four channels to pixels of three: channel k is number order[k]. May be in place.
+template <class T> [[gnu::noinline]] void threeOfFour(const T* src, T* dst, std::ptrdiff_t width, const int* order)
+{
+  const UpperHalvesCleared atTheEnd;
+  constexpr int size = sizeof(T), step = fourChannelPixels<T>;
+  const auto pixel = [=](std::ptrdiff_t x) {
+    T moved[3];
+    for (int k = 0; k < 3; ++k) moved[k] = get<T>(src + 4 * x + order[k]);
+    std::memcpy(dst + 3 * x, moved, sizeof moved);
+  };
+  if (width < step) {
+    for (std::ptrdiff_t x = 0; x < width; ++x) pixel(x);
+    return;
+  }
+  std::uint8_t bytes[16]; // 12 of each 16 bytes, in front
+  for (int i = 0; i < 16; ++i)
+    bytes[i] = static_cast<std::uint8_t>(i < 12 ? (i / (3 * size) * 4 + order[i / size % 3]) * size + i % size : 0x80);
+  const auto index16 = load<std::uint8_t, 16>(bytes);
+  const auto index = joined(index16, index16);
+  const auto takeStep = [=](std::ptrdiff_t x) {
+    return shuffleBytesLocal(load<std::uint8_t, 16>(src + 4 * x), index16);
+  };
+  const auto storeStep = [=](std::ptrdiff_t x, Vec<std::uint8_t, 16> pixels) { // and nothing behind it
+    storeLow8(dst + 3 * x, pixels);
+    storeLow4(dst + 3 * x + 8 / size, bytesDown<8>(pixels));
+  };
+  const auto last = takeStep(width - step);
+  const std::ptrdiff_t distance = fetchDistance<T>(3 * width);
+  std::ptrdiff_t x = 0;
+  const auto two = [=](std::ptrdiff_t at) { // spoils 4 bytes behind them
+    const auto pixels = shuffleBytesLocal(load<std::uint8_t, 32>(src + 4 * at), index);
+    store(dst + 3 * at, lowHalf(pixels));
+    store(dst + 3 * (at + step), highHalf(pixels));
+  };
+  for (; x + 4 * step + 1 < width; x += 4 * step) {
+    fetchAhead(src + 4 * x, distance);
+    fetchAhead(dst + 3 * x, distance);
+    two(x);
+    two(x + 2 * step);
+  }
+  for (; x + step < width; x += step) storeStep(x, takeStep(x));
+  storeStep(width - step, last);
+}
+template <class T> inline void dropFourth(const T* src, T* dst, std::ptrdiff_t width)
+{
+  constexpr int order[] = {0, 1, 2};
+  threeOfFour(src, dst, width, order);
+}
+#else
 // Pixels of four channels to pixels of three. May be in place.
 template <class T> [[gnu::noinline]] void dropFourth(const T* src, T* dst, std::ptrdiff_t width)
 {
@@ -423,6 +473,7 @@ template <class T> [[gnu::noinline]] void dropFourth(const T* src, T* dst, std::
   for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T, 16>(src + 4 * x));
   for (; x < width; ++x) std::memmove(dst + 3 * x, src + 4 * x, 3 * sizeof(T));
 }
+#endif
 
 // ---- One channel ----
 

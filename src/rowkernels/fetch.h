@@ -15,9 +15,10 @@ template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
   return length * static_cast<std::ptrdiff_t>(sizeof(T)) >= 4096 ? 2048 : 0;
 }
 
-// Asks for the lines of `bytes` bytes that stand `distance` bytes behind p.
-inline void fetchAhead(const void* p, std::ptrdiff_t distance, std::ptrdiff_t bytes = 64)
+// Asks for the lines of `bytes` bytes that stand `distance` bytes behind p; for none where that is 0.
+[[gnu::always_inline]] inline void fetchAhead(const void* p, std::ptrdiff_t distance, std::ptrdiff_t bytes = 64)
 {
+  if (distance == 0) return;
   for (std::ptrdiff_t i = 0; i < bytes; i += 64) prefetch(static_cast<const char*>(p) + distance + i);
 }
 

@@ -45,16 +45,14 @@ template <int PixelBytes, int V> inline Vec<Zor8u, V> reversedBefore(const Zor8u
   }
 }
 
-// A row of 16 to 31 bytes: its first 16 bytes and its last ones. Lanes that `kept` names stay.
-template <int PixelBytes>
-inline void reverseShortRow(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes, Vec<Zor8u, 16> kept)
+// A row of 16 to 31 bytes: its first 16 bytes and its last ones.
+template <int PixelBytes> inline void reverseShortRow(const Zor8u* src, Zor8u* dst, std::ptrdiff_t bytes)
 {
   Zor8u* const last = dst + bytes - 16;
   const auto first = shuffleBytesLocal(load<Zor8u, 16>(src + bytes - 16), reversal<PixelBytes>());
   const auto second = shuffleBytesLocal(load<Zor8u, 16>(src), reversal<PixelBytes>());
-  const auto low = select(kept, load<Zor8u, 16>(dst), first), high = select(kept, load<Zor8u, 16>(last), second);
-  store(dst, low);
-  store(last, high);
+  store(dst, first);
+  store(last, second);
 }
 
 // A few pixels of 3, 6 or 12 bytes in reverse order. Reads less than a pixel in front of them or behind them, and
@@ -136,63 +134,125 @@ inline FlipAhead aheadInRow(std::ptrdiff_t rowBytes)
   return rowBytes >= 2 * ahead ? FlipAhead{-ahead, ahead} : FlipAhead{0, 0};
 }
 
-// Pixel i of dst = pixel pixels - 1 - i of src. With KeepsFourth, the fourth of a pixel's four elements stays.
-template <int PixelBytes, bool KeepsFourth>
-[[gnu::noinline]] void copyReversed(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels, FlipAhead ahead)
-{
-  const UpperHalvesCleared atTheEnd;
-  constexpr int used = KeepsFourth ? PixelBytes / 4 * 3 : PixelBytes;
-  const Zor8u* const end = src + pixels * PixelBytes;
-  const auto fetch = [=](std::ptrdiff_t at) {
-    prefetch(end - at * PixelBytes - 64 + ahead.src);
-    prefetch(dst + at * PixelBytes + ahead.dst);
-  };
-  const bool fetches = ahead.dst != 0;
-  std::ptrdiff_t i = 0;
-  if constexpr (16 % PixelBytes == 0) {
-    constexpr int bytes = PixelBytes == 1 ? vectorBytes : 16; // larger pixels gain nothing
-    constexpr std::ptrdiff_t lanes = bytes / PixelBytes;
+// Rows with a step of any size and sign.
+template <class P> struct RowsApart {
+  P first;
+  std::ptrdiff_t step;
+};
+
+template <int PixelBytes, bool KeepsFourth> class ReversedPixels {
+public:
+  static constexpr bool fillsVectors = 16 % PixelBytes == 0;
+  static constexpr int bytes = PixelBytes == 1 ? vectorBytes : 16; // larger pixels gain nothing
+  static constexpr std::ptrdiff_t lanes = bytes / PixelBytes;
+
+  // The pixels of a vector that stand in front of `end`, in reverse order.
+  static Vec<Zor8u, bytes> take(const Zor8u* end) { return reversedBefore<PixelBytes, bytes>(end); }
+  // Pixels of a vector to dst.
+  static void write(Zor8u* dst, Vec<Zor8u, bytes> x)
+  {
     using T = std::conditional_t<PixelBytes == 4, std::uint8_t,
                                  std::conditional_t<PixelBytes == 8, std::uint16_t, std::uint32_t>>;
-    const auto take = [=](std::ptrdiff_t at) { return reversedBefore<PixelBytes, bytes>(end - at * PixelBytes); };
-    const auto write = [=](std::ptrdiff_t at, Vec<Zor8u, bytes> x) {
-      Zor8u* const to = dst + at * PixelBytes;
-      if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T, bytes>()), x, load<Zor8u, bytes>(to));
-      store(to, x);
+    if constexpr (KeepsFourth) x = select(as<Zor8u>(colourMask<T, bytes>()), x, load<Zor8u, bytes>(dst));
+    store(dst, x);
+  }
+  static void writeOne(Zor8u* dst, const Zor8u* src)
+  {
+    std::memcpy(dst, src, KeepsFourth ? PixelBytes / 4 * 3 : PixelBytes);
+  }
+
+  template <bool Fetches>
+  ZORI_INLINE static void row(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels, FlipAhead ahead)
+  {
+    const Zor8u* const end = src + pixels * PixelBytes;
+    const auto fetch = [=](std::ptrdiff_t at) ZORI_INLINE {
+      if constexpr (Fetches) {
+        prefetch(end - at * PixelBytes - 64 + ahead.src);
+        prefetch(dst + at * PixelBytes + ahead.dst);
+      }
     };
+    std::ptrdiff_t i = 0;
+    if constexpr (fillsVectors) {
+      const auto from = [=](std::ptrdiff_t at) ZORI_INLINE { return take(end - at * PixelBytes); };
+      const auto to = [=](std::ptrdiff_t at, Vec<Zor8u, bytes> x) ZORI_INLINE { write(dst + at * PixelBytes, x); };
+      for (; i + 4 * lanes <= pixels; i += 4 * lanes) {
+        fetch(i);
+        if (bytes == 32) fetch(i + 2 * lanes);
+        const auto a = from(i), b = from(i + lanes), c = from(i + 2 * lanes), d = from(i + 3 * lanes);
+        to(i, a);
+        to(i + lanes, b);
+        to(i + 2 * lanes, c);
+        to(i + 3 * lanes, d);
+      }
+      for (; i + lanes <= pixels; i += lanes) to(i, from(i));
+      if (i < pixels) to(pixels - lanes, from(pixels - lanes)); // over some of those before
+    } else {
+      using Group = OddPixels<PixelBytes>;
+      const auto group = [=](std::ptrdiff_t at) ZORI_INLINE {
+        Group::reverse(end - (at + Group::count) * PixelBytes, dst + at * PixelBytes);
+      };
+      constexpr int together = 60 / (Group::count * PixelBytes);
+      for (; i + together * Group::count < pixels; i += together * Group::count) {
+        fetch(i);
+        for (int k = 0; k < together; ++k) group(i + k * Group::count);
+      }
+      for (; i + Group::count < pixels; i += Group::count) group(i);
+      for (; i < pixels; ++i) writeOne(dst + i * PixelBytes, end - (i + 1) * PixelBytes);
+    }
+  }
+
+  // A row of fewer pixels than a vector has.
+  static void shortRow(const Zor8u* src, Zor8u* dst, std::ptrdiff_t pixels)
+  {
 #if ZORI_VECTOR_BYTES == 32
-    if (bytes == 32 && 2 * pixels >= lanes && pixels < lanes) {
-      const auto kept =
-        KeepsFourth ? without(splat<Zor8u, 16>(0xff), as<Zor8u>(colourMask<T, 16>())) : zero<Zor8u, 16>();
-      return reverseShortRow<PixelBytes>(src, dst, pixels * PixelBytes, kept);
+    if (bytes == 32 && 2 * pixels >= lanes) {
+      return reverseShortRow<PixelBytes>(src, dst, pixels * PixelBytes);
     }
 #endif
-    for (; i + 4 * lanes <= pixels; i += 4 * lanes) {
-      if (fetches) fetch(i);
-      if (bytes == 32 && fetches) fetch(i + 2 * lanes);
-      const auto a = take(i), b = take(i + lanes), c = take(i + 2 * lanes), d = take(i + 3 * lanes);
-      write(i, a);
-      write(i + lanes, b);
-      write(i + 2 * lanes, c);
-      write(i + 3 * lanes, d);
-    }
-    for (; i + lanes <= pixels; i += lanes) write(i, take(i));
-    if (i < pixels && lanes <= pixels) write(pixels - lanes, take(pixels - lanes)); // over some of those before
-    else
-      for (; i < pixels; ++i) std::memcpy(dst + i * PixelBytes, end - (i + 1) * PixelBytes, used);
-  } else {
-    using Group = OddPixels<PixelBytes>;
-    const auto reverseGroup = [=](std::ptrdiff_t at) {
-      Group::reverse(end - (at + Group::count) * PixelBytes, dst + at * PixelBytes);
-    };
-    constexpr int together = 60 / (Group::count * PixelBytes);
-    for (; i + together * Group::count < pixels; i += together * Group::count) {
-      if (fetches) fetch(i);
-      for (int k = 0; k < together; ++k) reverseGroup(i + k * Group::count);
-    }
-    for (; i + Group::count < pixels; i += Group::count) reverseGroup(i);
-    for (; i < pixels; ++i) std::memcpy(dst + i * PixelBytes, end - (i + 1) * PixelBytes, used);
+    for (std::ptrdiff_t i = 0; i < pixels; ++i) writeOne(dst + i * PixelBytes, src + (pixels - 1 - i) * PixelBytes);
   }
+};
+
+// Pixel i of a row of dst = pixel pixels - 1 - i of the row of src. With KeepsFourth, the fourth of a pixel's four
+// elements stays.
+template <int PixelBytes, bool KeepsFourth>
+[[gnu::noinline]] void copyReversed(RowsApart<const Zor8u*> src, RowsApart<Zor8u*> dst, std::ptrdiff_t pixels,
+                                    std::ptrdiff_t rows, FlipAhead ahead)
+{
+  const UpperHalvesCleared atTheEnd;
+  using Reversed = ReversedPixels<PixelBytes, KeepsFourth>;
+  const auto eachRow = [&](auto row) ZORI_INLINE {
+    for (; rows > 0; --rows, src.first += src.step, dst.first += dst.step) row(src.first, dst.first);
+  };
+  if (Reversed::fillsVectors && pixels < Reversed::lanes)
+    eachRow([=](const Zor8u* s, Zor8u* d) ZORI_INLINE { Reversed::shortRow(s, d, pixels); });
+  else if (ahead.dst)
+    eachRow([=](const Zor8u* s, Zor8u* d) ZORI_INLINE { Reversed::template row<true>(s, d, pixels, ahead); });
+  else eachRow([=](const Zor8u* s, Zor8u* d) ZORI_INLINE { Reversed::template row<false>(s, d, pixels, ahead); });
+}
+
+// The pixels from a on change places with those from b on, or with those in front of b, in reverse order. There are as
+// many as a vector has, or more, and they do not overlap.
+template <int PixelBytes, bool KeepsFourth, bool Turned>
+[[gnu::noinline]] void exchangePixels(Zor8u* a, Zor8u* b, std::ptrdiff_t pixels)
+{
+  const UpperHalvesCleared atTheEnd;
+  using Reversed = ReversedPixels<PixelBytes, KeepsFourth>;
+  using V = Vec<Zor8u, Reversed::bytes>;
+  const auto other = [=](std::ptrdiff_t i)
+                       ZORI_INLINE { return Turned ? b - (i + Reversed::lanes) * PixelBytes : b + i * PixelBytes; };
+  const auto taken = [](const Zor8u* p) ZORI_INLINE {
+    return Turned ? Reversed::take(p + Reversed::bytes) : load<Zor8u, Reversed::bytes>(p);
+  };
+  const std::ptrdiff_t last = pixels - Reversed::lanes;
+  const V lastHere = taken(a + last * PixelBytes), lastThere = taken(other(last));
+  for (std::ptrdiff_t i = 0; i < last; i += Reversed::lanes) {
+    const V here = taken(a + i * PixelBytes), there = taken(other(i));
+    Reversed::write(a + i * PixelBytes, there);
+    Reversed::write(other(i), here);
+  }
+  Reversed::write(a + last * PixelBytes, lastThere);
+  Reversed::write(other(last), lastHere);
 }
 
 } // namespace ZORI_WIDTH

@@ -49,17 +49,9 @@ void fillRow(const PixelPattern& pattern, Zor8u* pDst, std::ptrdiff_t bytes, lon
 
 void fillRows(const PixelPattern& pattern, Rows<Zor8u> dst, std::ptrdiff_t bytes, int rows)
 {
-  if (bytes >= 16 && bytes <= 64) { // four vectors at most, which overlap
-    const std::ptrdiff_t last = bytes - 16, second = bytes > 32 ? 16 : 0, third = bytes > 48 ? 32 : second;
-    const auto at = [&](std::ptrdiff_t i) { return pattern.at(i % PixelPattern::period); };
-    const Vec<Zor8u> a = at(0), b = at(second), c = at(third), d = at(last);
-    for (int y = 0; y < rows; ++y) {
-      Zor8u* const to = dst[y];
-      store(to, a);
-      store(to + second, b);
-      store(to + third, c);
-      store(to + last, d);
-    }
+  if (ShortFill::holds(bytes)) {
+    const ShortFill fill(pattern, bytes);
+    for (int y = 0; y < rows; ++y) fill(dst[y]);
     return;
   }
   const long long regionBytes = 1LL * bytes * rows;

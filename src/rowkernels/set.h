@@ -23,8 +23,21 @@ public:
     std::memcpy(one, pixel, PixelBytes);
     pattern.uniform_ = true;
     for (int i = 1; i < PixelBytes; ++i) pattern.uniform_ &= one[i] == one[0];
-    for (int i = 0; i < period; i += PixelBytes) std::memcpy(pattern.bytes_ + i, one, PixelBytes);
-    std::memcpy(pattern.bytes_ + period, pattern.bytes_, 16);
+    if constexpr (PixelBytes == 3 || PixelBytes == 6) { // three words hold whole pixels; made often, for single rows
+      constexpr int bits = 8 * PixelBytes;
+      std::uint64_t x = 0;
+      std::memcpy(&x, one, PixelBytes);
+      if constexpr (PixelBytes == 3) x |= x << bits;
+      const std::uint64_t word[3] = {x | x << 48, x >> 16 | x << 32, x >> 32 | x << 16};
+      const auto a = ofHalves(word[0], word[1]), b = ofHalves(word[2], word[0]), c = ofHalves(word[1], word[2]);
+      store(pattern.bytes_, a);
+      store(pattern.bytes_ + 16, b);
+      store(pattern.bytes_ + 32, c);
+      store(pattern.bytes_ + 48, a);
+    } else {
+      for (int i = 0; i < period; i += PixelBytes) std::memcpy(pattern.bytes_ + i, one, PixelBytes);
+      std::memcpy(pattern.bytes_ + period, pattern.bytes_, 16);
+    }
     return pattern;
   }
   template <class T> static PixelPattern of(const T& pixel) { return of<sizeof(T)>(&pixel); }
@@ -38,6 +51,29 @@ public:
 private:
   alignas(16) Zor8u bytes_[period + 16];
   bool uniform_;
+};
+
+// Rows of 16 to 64 bytes, from the start of a pixel on: four vectors at most, which overlap.
+class ShortFill {
+public:
+  static bool holds(std::ptrdiff_t bytes) { return bytes >= 16 && bytes <= 64; }
+  ShortFill(const PixelPattern& pattern, std::ptrdiff_t bytes)
+    : third_(bytes > 48 ? 32 : 16), last_(bytes - 16), a_(pattern.at(0)), b_(pattern.at(16)), c_(pattern.at(third_)),
+      d_(pattern.at(last_ % PixelPattern::period))
+  {}
+  void operator()(Zor8u* to) const
+  {
+    store(to, a_);
+    if (last_ > 0) store(to + last_, d_);
+    if (last_ > 16) {
+      store(to + 16, b_);
+      store(to + third_, c_);
+    }
+  }
+
+private:
+  std::ptrdiff_t third_, last_;
+  Vec<Zor8u, 16> a_, b_, c_, d_;
 };
 
 // A row of a region of regionBytes in all, from the start of a pixel on: picks what is fastest at that size.
