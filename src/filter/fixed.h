@@ -239,6 +239,15 @@ template <class A> struct SumRows {
 };
 inline constexpr int mostRowsAtOnce = 16;
 
+// Rows shorter than a block of 16-byte vectors are padded to one. Where vectors have 32 bytes, that is half a block,
+// and the other half takes the next row, or the same one again where there is none.
+template <class A> inline constexpr std::ptrdiff_t paddedTo = 2 * Vec<A, 16>::size;
+inline constexpr int shortRowsTogether = vectorBytes / 16;
+inline std::ptrdiff_t apartOfShort(int y, int rows, std::ptrdiff_t half, std::ptrdiff_t pitch)
+{
+  return shortRowsTogether == 1 ? half : y + 1 < rows ? pitch : 0;
+}
+
 // sums[0 .. length - 1] of so many rows, `source` being the uppermost row of the first. The row behind the lowest will
 // soon be read.
 template <class Kernel>
@@ -250,12 +259,13 @@ ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> source, std::ptrdi
   using A = typename Kernel::A;
   constexpr std::ptrdiff_t block = Pair<A>::size, half = block / 2;
   const S* from[Kernel::size];
-  if (length < (vectorBytes == 16 ? block : half)) {
-    alignas(vectorBytes) S padded[mostRowsAtOnce + Kernel::size - 1][block];
-    for (int y = 0; y < rows + Kernel::size - 1; ++y) padBlock<block>(padded[y], source[y], length);
-    for (int y = 0; y < rows; ++y) {
-      for (int k = 0; k < Kernel::size; ++k) from[k] = padded[y + k];
-      Kernel::columns(from, 0, {sums[y], half}, sums.plane);
+  if (length < paddedTo<A>) {
+    const std::ptrdiff_t pitch = sums.pitch; // of the padded rows too: the halves of a block lie alike in both
+    alignas(vectorBytes) S padded[(mostRowsAtOnce + Kernel::size - 1) * 2 * block * Kernel::planes];
+    for (int y = 0; y < rows + Kernel::size - 1; ++y) padBlock<paddedTo<A>>(padded + y * pitch, source[y], length);
+    for (int y = 0; y < rows; y += shortRowsTogether) {
+      for (int k = 0; k < Kernel::size; ++k) from[k] = padded + (y + k) * pitch;
+      Kernel::columns(from, 0, {sums[y], apartOfShort(y, rows, half, pitch)}, sums.plane);
     }
     return;
   }
@@ -321,14 +331,24 @@ ZORI_ONE_COPY void rowStage(SumRows<const typename Kernel::A> sums, Rows<const t
   using S = typename Kernel::S;
   using D = typename Kernel::D;
   constexpr std::ptrdiff_t block = Pair<typename Kernel::A>::size, half = block / 2;
-  if (length < (vectorBytes == 16 ? block : half)) {
+  using A = typename Kernel::A;
+  if (length < paddedTo<A>) {
+    constexpr std::ptrdiff_t padded = paddedTo<A>;
     alignas(vectorBytes) D out[block] = {};
     alignas(vectorBytes) S samples[block];
-    for (int y = 0; y < rows; ++y) {
-      if (L == AC4) copyBelow<sizeof out>(out, dst[y], static_cast<std::size_t>(length) * sizeof(D));
-      padBlock<block>(samples, centre[y], length);
-      rowBlock<Kernel, L>({sums[y], half}, sums.plane, {samples, half}, {out, half});
-      copyBelow<sizeof out>(dst[y], out, static_cast<std::size_t>(length) * sizeof(D));
+    const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
+    for (int y = 0; y < rows; y += shortRowsTogether) {
+      const auto each = [&](auto visit) ZORI_INLINE {
+        visit(y, std::integral_constant<int, 0>{});
+        if constexpr (shortRowsTogether > 1)
+          if (y + 1 < rows) visit(y + 1, std::integral_constant<int, padded>{});
+      };
+      each([&](int z, auto at) ZORI_INLINE {
+        if (L == AC4) copyBelow<padded * sizeof(D)>(out + at, dst[z], bytes);
+        padBlock<padded>(samples + at, centre[z], length);
+      });
+      rowBlock<Kernel, L>({sums[y], apartOfShort(y, rows, half, sums.pitch)}, sums.plane, {samples, half}, {out, half});
+      each([&](int z, auto at) ZORI_INLINE { copyBelow<padded * sizeof(D)>(dst[z], out + at, bytes); });
     }
     return;
   }
@@ -383,27 +403,27 @@ ZORI_ONE_COPY ZorStatus filterRows(Filter<S, D> filter, const S* pSrc, int srcSt
   const long long plane = (length + 2 * Pair<A>::size - 1) / Pair<A>::size * Pair<A>::size;
   const long long pitch = plane * filter.planes;
   constexpr long long room = SlabMemory::onStack / sizeof(A);
-  const int atOnce = static_cast<int>(std::clamp<long long>(room / pitch, 1, std::min(mostRowsAtOnce, roi.height)));
+  const int most = std::min(mostRowsAtOnce, roi.height);
+  const int atOnce = pitch * most <= room ? most : static_cast<int>(std::max(room / pitch, 1LL));
   BlockPlan plan;
   const auto part = plan.add<A>(pitch * atOnce);
   if (plan.isImpossible()) return ZorErrAlloc;
 
-  const Rows<const S> src{pSrc, srcStep};
-  const Rows<D> dst{pDst, dstStep};
+  const auto work = [=, src = Rows<const S>{pSrc, srcStep}, dst = Rows<D>{pDst, dstStep}](const Slab& slab) {
+    const SumRows<A> sums{part.in(slab.buffer), static_cast<std::ptrdiff_t>(plane), static_cast<std::ptrdiff_t>(pitch)};
+    const SumRows<const A> made{sums.first, sums.plane, sums.pitch};
+    const int end = slab.first + slab.count;
+    for (int y = slab.first; y < end; y += atOnce) {
+      const int rows = std::min(atOnce, end - y);
+      filter.columns({src[std::ptrdiff_t{y} - reach] - margin, srcStep}, static_cast<std::ptrdiff_t>(length), rows,
+                     sums);
+      filter.row(made, fromRow(src, y), fromRow(dst, y), static_cast<std::ptrdiff_t>(samples), rows);
+    }
+    return ZorOk;
+  };
+  // by its address: what was just written piece by piece is slow to copy
   return masterSlabs(team, Rounding::Nearest, roi.height, static_cast<std::size_t>(plan.bytes()),
-                     [=](const Slab& slab) {
-                       const SumRows<A> sums{part.in(slab.buffer), static_cast<std::ptrdiff_t>(plane),
-                                             static_cast<std::ptrdiff_t>(pitch)};
-                       const SumRows<const A> made{sums.first, sums.plane, sums.pitch};
-                       const int end = slab.first + slab.count;
-                       for (int y = slab.first; y < end; y += atOnce) {
-                         const int rows = std::min(atOnce, end - y);
-                         filter.columns({src[std::ptrdiff_t{y} - reach] - margin, srcStep},
-                                        static_cast<std::ptrdiff_t>(length), rows, sums);
-                         filter.row(made, fromRow(src, y), fromRow(dst, y), static_cast<std::ptrdiff_t>(samples), rows);
-                       }
-                       return ZorOk;
-                     });
+                     [at = &work](const Slab& slab) { return (*at)(slab); });
 }
 
 template <class Kernel, Layout L, class S, class D>

@@ -2,12 +2,13 @@
 // masks of one byte a pixel, 255 where the comparison holds in every processed channel.
 //
 // As many pixels at a time as a vector has bytes: samples compare in their own type to vectors of byte masks, and the
-// masks of a pixel's channels meet by a bitwise and. Greater (or equal) is less (or equal) with the operands exchanged;
-// a NaN fails every comparison.
+// masks of a pixel's channels meet by a bitwise and. One channel is a walk of groups. Greater (or equal) is less (or
+// equal) with the operands exchanged; a NaN fails every comparison.
 #include "frame/checks.h"
 #include "frame/layout.h"
 #include "frame/numeric_mode.h"
 #include "rowkernels/channels.h"
+#include "walk/map.h"
 #include "zori/point.h"
 
 namespace zori {
@@ -37,20 +38,57 @@ struct WithinTolerance {
   }
 };
 
-// ---- Operands: the samples of a block of pixels as groups of as many, of which every channel of a pixel has one ----
+// Byte masks of as many parts of masks as they come in.
+template <class T, int B> inline Vec<Zor8u, B> byteMasks(const Vec<T, B>* part)
+{
+  if constexpr (sizeof(T) == 1) return as<Zor8u>(part[0]);
+  else if constexpr (sizeof(T) == 2) return as<Zor8u>(narrowSat<Zor8s>(as<Zor16s>(part[0]), as<Zor16s>(part[1])));
+  else
+    return as<Zor8u>(
+      narrowSatFour<Zor8s>(as<Zor32s>(part[0]), as<Zor32s>(part[1]), as<Zor32s>(part[2]), as<Zor32s>(part[3])));
+}
 
-// Pixels of a block, and bytes of a vector: of three channels 16 at any width.
-template <Layout L> inline constexpr int blockOf = L == C3 ? 16 : vectorBytes;
+// ---- One channel: an operation on groups, and on vectors where masks are as wide as samples ----
+
+template <class T, class Compare> struct MasksOfGroups {
+  Compare compare;
+  Vec<T> constant; // in place of the second image, if there is one
+
+  Group<Zor8u> operator()(const Group<T>& a, const Group<T>& b) const
+  {
+    Vec<T> part[Group<T>::parts];
+    for (int k = 0; k < Group<T>::parts; ++k) part[k] = compare(a.part[k], b.part[k]);
+    return {{byteMasks(part)}};
+  }
+  Group<Zor8u> operator()(const Group<T>& a) const
+  {
+    Group<T> b;
+    for (auto& part : b.part) part = constant;
+    return (*this)(a, b);
+  }
+  Vec<Zor8u> operator()(Vec<Zor8u> a, Vec<Zor8u> b) const { return compare(a, b); }
+  Vec<Zor8u> operator()(Vec<Zor8u> a) const { return compare(a, constant); }
+};
+
+template <class T, class Compare, class... Image>
+void compareSamples(Vec<T> constant, Rows<Zor8u> dst, ZorImgSize roi, Compare compare, Image... image)
+{
+  const MasksOfGroups<T, Compare> op{compare, constant};
+  if constexpr (sizeof(T) == 1) mapRegion<C1>(roi, op, dst, image...);
+  else mapRegionOfGroups<C1>(roi, op, dst, image...);
+}
+
+// ---- Operands: the samples of a block of pixels as groups of as many, of which every channel of a pixel has one ----
 
 // Three channels come in words of four samples: group w is of the words w, w + 3, w + 6 and w + 9, so that the groups
 //   a0 b0 c0 a1   b1 c1 a2 b2   c2 a3 b3 c3
 // of 32-bit words of masks hold all channels of the same four pixels in the same place.
 template <class T> struct Image {
   const T* p;
-  template <Layout L> Vec<T, blockOf<L>> part(int group, int k) const
+  template <Layout L, int B> Vec<T, B> part(int group, int k) const
   {
-    constexpr int lanes = Vec<T>::size;
-    if constexpr (L != C3) return load<T>(p + vectorBytes * group + lanes * k);
+    constexpr int lanes = Vec<T, B>::size;
+    if constexpr (L != C3) return load<T, B>(p + B * group + lanes * k);
     else if constexpr (sizeof(T) == 1)
       return as<T>(
         pick<3, 0, 3, 0>(load<std::uint32_t, 16>(p + 4 * group), load<std::uint32_t, 16>(p + 4 * group + 24)));
@@ -59,69 +97,56 @@ template <class T> struct Image {
       return as<T>(interleaveLow(loadLow8<std::uint64_t>(from), loadLow8<std::uint64_t>(from + 12)));
     } else return load<T, 16>(p + 4 * group + 12 * k);
   }
-  void advance(std::ptrdiff_t samples) { p += samples; }
-  void fetch(std::ptrdiff_t distance, std::ptrdiff_t samples) const
+  Image at(std::ptrdiff_t sample) const { return {p + sample}; }
+  void fetch(std::ptrdiff_t sample, std::ptrdiff_t distance, std::ptrdiff_t samples) const
   {
-    fetchAhead(p, distance, samples * static_cast<std::ptrdiff_t>(sizeof(T)));
+    fetchAhead(p + sample, distance, samples * static_cast<std::ptrdiff_t>(sizeof(T)));
   }
 };
 
 // A constant of the processed channels; the fourth of AC4 is never looked at.
 template <class T, Layout L> struct Constant {
   static constexpr int groups = L == C3 ? 3 : 1; // different ones
-  using V = Vec<T, blockOf<L>>;
-  V group[groups];
+  static constexpr int lanes = Vec<T>::size;
+  T values[groups * lanes];
 
   explicit Constant(const T* constant)
   {
-    T values[V::size];
-    for (int g = 0; g < groups; ++g) {
-      for (int i = 0; i < V::size; ++i) {
+    for (int g = 0; g < groups; ++g)
+      for (int i = 0; i < lanes; ++i) {
         const int c = (4 * g + i % 4) % channels<L>;
-        values[i] = c < processed<L> ? get<T>(constant + c) : T(0);
+        values[g * lanes + i] = c < processed<L> ? get<T>(constant + c) : T(0);
       }
-      group[g] = load<T, V::bytes>(values);
-    }
   }
-  template <Layout> V part(int g, int) const { return group[g % groups]; }
-  void advance(std::ptrdiff_t) {}
-  void fetch(std::ptrdiff_t, std::ptrdiff_t) const {}
+  template <Layout, int B> Vec<T, B> part(int g, int) const { return load<T, B>(values + g % groups * lanes); }
+  const Constant& at(std::ptrdiff_t) const { return *this; }
+  void fetch(std::ptrdiff_t, std::ptrdiff_t, std::ptrdiff_t) const {}
 };
 
-// ---- From samples to masks ----
+// ---- From samples to masks, of B pixels ----
 
-template <Layout L> using Bytes = Vec<Zor8u, blockOf<L>>;
-
-// Byte masks of a group.
-template <Layout L, class T, class A, class B, class Compare>
-[[gnu::always_inline]] inline Bytes<L> groupMasks(Compare compare, A a, B b, int group)
+template <Layout L, class T, int B, class First, class Second, class Compare>
+[[gnu::always_inline]] inline Vec<Zor8u, B> pixelMasks(Compare compare, const First& a, const Second& b)
 {
-  const auto part = [&](int k) { return compare(a.template part<L>(group, k), b.template part<L>(group, k)); };
-  if constexpr (sizeof(T) == 1) return as<Zor8u>(part(0));
-  else if constexpr (sizeof(T) == 2) return as<Zor8u>(narrowSat<Zor8s>(as<Zor16s>(part(0)), as<Zor16s>(part(1))));
-  else
-    return as<Zor8u>(
-      narrowSatFour<Zor8s>(as<Zor32s>(part(0)), as<Zor32s>(part(1)), as<Zor32s>(part(2)), as<Zor32s>(part(3))));
-}
-
-// Masks of a block of pixels.
-template <Layout L, class T, class A, class B, class Compare>
-[[gnu::always_inline]] inline Bytes<L> pixelMasks(Compare compare, A a, B b)
-{
-  const auto masks = [&](int group) __attribute__((always_inline)) { return groupMasks<L, T>(compare, a, b, group); };
-  if constexpr (L == C1) return masks(0);
-  else if constexpr (L == C3) {
+  const auto masks = [&](int group) __attribute__((always_inline))
+  {
+    constexpr int parts = sizeof(T);
+    Vec<T, B> part[parts];
+    for (int k = 0; k < parts; ++k) part[k] = compare(a.template part<L, B>(group, k), b.template part<L, B>(group, k));
+    return byteMasks(part);
+  };
+  if constexpr (L == C3) {
     auto x = as<std::uint32_t>(masks(0)), y = as<std::uint32_t>(masks(1)), z = as<std::uint32_t>(masks(2));
     sortHalves(x, y, z); // to a0 b0 a2 b2, c0 a1 c2 a3, b1 c1 b3 c3
     const auto even = as<std::uint16_t>(x), odd = as<std::uint16_t>(z);
     const auto two = (even & shiftRight<8>(even)) | (odd & shiftLeft<8>(odd));
     return as<Zor8u>(two & as<std::uint16_t>(y));
   } else { // four masks a pixel: 32 bits, all of them set
-    Vec<Zor32s> pixels[4];
+    Vec<Zor32s, B> pixels[4];
     for (int k = 0; k < 4; ++k) {
-      Vec<Zor32s> x = as<Zor32s>(masks(k));
-      if constexpr (L == AC4) x = x | splat<Zor32s>(static_cast<Zor32s>(0xff000000u));
-      pixels[k] = equal(x, splat<Zor32s>(-1));
+      Vec<Zor32s, B> x = as<Zor32s>(masks(k));
+      if constexpr (L == AC4) x = x | splat<Zor32s, B>(static_cast<Zor32s>(0xff000000u));
+      pixels[k] = equal(x, splat<Zor32s, B>(-1));
     }
     return as<Zor8u>(narrowSatFour<Zor8s>(pixels[0], pixels[1], pixels[2], pixels[3]));
   }
@@ -129,51 +154,66 @@ template <Layout L, class T, class A, class B, class Compare>
 
 // ---- Rows and regions ----
 
-template <Layout L, class T, class B, class Compare>
-ZORI_ONE_COPY void maskRow(const T* src, B b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
+// Blocks of three channels have 16 pixels at any width; a row shorter than a block of 32 is one of blocks of 16. The
+// last block overlaps the one before it, and is formed first, since the row may be its own source.
+template <Layout L, int B, class T, class Second, class Compare>
+ZORI_ONE_COPY void maskRow(const T* src, const Second& b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
 {
   const UpperHalvesCleared atTheEnd;
-  constexpr std::ptrdiff_t block = blockOf<L>, samples = block * channels<L>, batch = L == C1 ? 4 : 1;
-  const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
-  Image<T> a{src};
-  const auto oneBlock = [&]() __attribute__((always_inline))
+  constexpr std::ptrdiff_t samples = B * channels<L>;
+  const auto masksOf = [&](const auto& first, const auto& second) __attribute__((always_inline))
   {
-    store(dst, pixelMasks<L, T>(compare, a, b));
-    a.advance(samples);
-    b.advance(samples);
-    dst += block;
+    return pixelMasks<L, T, B>(compare, first, second);
   };
-  for (; width >= batch * block; width -= batch * block) {
-    if (distance != 0) {
-      a.fetch(distance, batch * samples);
-      b.fetch(distance, batch * samples);
-      fetchAhead(dst, distance, batch * block);
+  if (width < B) {
+    if constexpr (B > 16) maskRow<L, 16>(src, b, dst, width, compare);
+    else {
+      const PaddedBlock<T, samples> first(src, width * channels<L>);
+      Vec<Zor8u, B> masks;
+      if constexpr (std::is_same_v<Second, Image<T>>) {
+        const PaddedBlock<T, samples> second(b.p, width * channels<L>);
+        masks = masksOf(Image<T>{first.values}, Image<T>{second.values});
+      } else masks = masksOf(Image<T>{first.values}, b);
+      storePart(dst, masks, static_cast<std::size_t>(width));
     }
-    for (int k = 0; k < batch; ++k) oneBlock();
+    return;
   }
-  for (; batch > 1 && width >= block; width -= block) oneBlock();
-  if (width > 0) {
-    const std::ptrdiff_t rest = width * channels<L>;
-    const PaddedBlock<T, samples> first(a.p, rest);
-    Bytes<L> masks;
-    if constexpr (std::is_same_v<B, Image<T>>) {
-      const PaddedBlock<T, samples> second(b.p, rest);
-      masks = pixelMasks<L, T>(compare, Image<T>{first.values}, Image<T>{second.values});
-    } else masks = pixelMasks<L, T>(compare, Image<T>{first.values}, b);
-    storePart(dst, masks, static_cast<std::size_t>(width));
+  const Image<T> a{src};
+  const auto masksAt = [&](std::ptrdiff_t x) __attribute__((always_inline))
+  {
+    return masksOf(a.at(x * channels<L>), b.at(x * channels<L>));
+  };
+  const std::ptrdiff_t distance = fetchDistance<T>(width * channels<L>);
+  const Vec<Zor8u, B> last = masksAt(width - B);
+  for (std::ptrdiff_t x = 0; x + B < width; x += B) {
+    if (distance != 0) {
+      a.fetch(x * channels<L>, distance, samples);
+      b.fetch(x * channels<L>, distance, samples);
+      fetchAhead(dst + x, distance, B);
+    }
+    store(dst + x, masksAt(x));
   }
+  store(dst + width - B, last);
 }
+template <Layout L> inline constexpr int blockOf = L == C3 ? 16 : vectorBytes;
 
 template <Layout L, class T, class Compare>
 void compareRows(Rows<const T> a, Rows<const T> b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
 {
-  for (int y = 0; y < roi.height; ++y) maskRow<L>(a[y], Image<T>{b[y]}, dst[y], roi.width, compare);
+  if constexpr (L == C1) compareSamples(Vec<T>{}, dst, roi, compare, a, b);
+  else
+    for (int y = 0; y < roi.height; ++y) maskRow<L, blockOf<L>>(a[y], Image<T>{b[y]}, dst[y], roi.width, compare);
 }
 
-template <class T, Layout L, class Compare>
-void compareRows(Rows<const T> a, const Constant<T, L>& b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
+// `constant` points to a value a channel.
+template <Layout L, class T, class Compare>
+void compareRows(Rows<const T> a, const T* constant, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
 {
-  for (int y = 0; y < roi.height; ++y) maskRow<L>(a[y], b, dst[y], roi.width, compare);
+  if constexpr (L == C1) compareSamples(splat(get<T>(constant)), dst, roi, compare, a);
+  else {
+    const Constant<T, L> b(constant);
+    for (int y = 0; y < roi.height; ++y) maskRow<L, blockOf<L>>(a[y], b, dst[y], roi.width, compare);
+  }
 }
 
 template <class T, Layout L>
@@ -208,15 +248,14 @@ ZorStatus compareConstant(const T* pSrc, int srcStep, const T* value, Zor8u* pDs
 {
   if (auto s = firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize)); s != ZorOk)
     return s;
-  const Constant<T, L> constant(value);
   const Rows a{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   switch (static_cast<int>(cmpOp)) {
-  case ZorCmpLess: compareRows(a, constant, dst, roiSize, Less{}); break;
-  case ZorCmpLessEq: compareRows(a, constant, dst, roiSize, LessOrEqual{}); break;
-  case ZorCmpEq: compareRows(a, constant, dst, roiSize, Equal{}); break;
-  case ZorCmpGreaterEq: compareRows(a, constant, dst, roiSize, Exchanged<LessOrEqual>{}); break;
-  case ZorCmpGreater: compareRows(a, constant, dst, roiSize, Exchanged<Less>{}); break;
+  case ZorCmpLess: compareRows<L>(a, value, dst, roiSize, Less{}); break;
+  case ZorCmpLessEq: compareRows<L>(a, value, dst, roiSize, LessOrEqual{}); break;
+  case ZorCmpEq: compareRows<L>(a, value, dst, roiSize, Equal{}); break;
+  case ZorCmpGreaterEq: compareRows<L>(a, value, dst, roiSize, Exchanged<LessOrEqual>{}); break;
+  case ZorCmpGreater: compareRows<L>(a, value, dst, roiSize, Exchanged<Less>{}); break;
   default: break;
   }
   return ZorOk;
@@ -249,9 +288,8 @@ ZorStatus compareEqualEpsC(const Zor32f* pSrc, int srcStep, const Zor32f* value,
         firstFailure(nonNull(pSrc, value, pDst), positive(srcStep, dstStep), nonEmpty(roiSize), knownTolerance(eps));
       s != ZorOk)
     return s;
-  const Constant<Zor32f, L> constant(value);
   underRounding(Rounding::Nearest, [&] {
-    compareRows(Rows{pSrc, srcStep}, constant, Rows{pDst, dstStep}, roiSize, WithinTolerance{eps});
+    compareRows<L>(Rows{pSrc, srcStep}, value, Rows{pDst, dstStep}, roiSize, WithinTolerance{eps});
   });
   return ZorOk;
 }

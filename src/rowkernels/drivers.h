@@ -160,6 +160,9 @@ template <class T> inline Vec<T> loadShort(const void* from, std::size_t bytes)
   const char* p = static_cast<const char*>(from);
 #if ZORI_VECTOR_BYTES == 32
   if (bytes >= 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
+  // loads that fill the vector and a blend: no shuffles
+  if (bytes >= 8) return as<T>(alternating(splat(get<std::uint64_t>(p)), splat(get<std::uint64_t>(p + bytes - 8))));
+  if (bytes >= 4) return as<T>(alternating(splat(get<std::uint32_t>(p)), splat(get<std::uint32_t>(p + bytes - 4))));
   const auto x = loadShort16<T>(p, bytes);
   return joined(x, x);
 #else
@@ -207,15 +210,6 @@ template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 // those for the call would be read sooner than it is written.
 template <class Op> using Passed = std::conditional_t<(alignof(Op) > 16), const Op&, Op>;
 
-// A row of one or two vectors, which overlap.
-template <class D, class At> ZORI_INLINE inline void mapTwo(D* dst, std::ptrdiff_t length, At at)
-{
-  const std::ptrdiff_t behind = length - Vec<D>::size;
-  const Vec<D> first = at(0), last = at(behind);
-  store(dst, first);
-  store(dst + behind, last);
-}
-
 // A row of a vector or more.
 template <int Period, bool IsLongOp, class D, class At>
 ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
@@ -232,8 +226,11 @@ ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
   for (; !IsLongOp && i + 5 * lanes <= length; i += 4 * lanes) {
     const Vec<D> a = at(i), b = at(i + lanes), c = at(i + 2 * lanes), d = at(i + 3 * lanes);
     store(dst + i, a);
+    storesInOrder();
     store(dst + i + lanes, b);
+    storesInOrder();
     store(dst + i + 2 * lanes, c);
+    storesInOrder();
     store(dst + i + 3 * lanes, d);
   }
   for (; i + 2 * lanes <= length; i += lanes) store(dst + i, at(i));
@@ -242,38 +239,87 @@ ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
   store(dst + length - lanes, last);
 }
 
-template <class D, class Op, class... S>
-[[gnu::noinline]] void rowKernel(Rows<D> dst, std::ptrdiff_t length, int rows, Passed<Op> given, Rows<const S>... src)
+// Operations without a constant, in the manner of a Pattern.
+struct NoConstant {
+  NoConstant at(std::ptrdiff_t) const { return {}; }
+  NoConstant ofShort(std::size_t) const { return {}; }
+};
+template <class Op, class C, class... V> ZORI_INLINE inline auto applied(const Op& op, const C& constant, V... x)
+{
+  if constexpr (std::is_same_v<C, NoConstant>) return op(x...);
+  else return op(x..., constant);
+}
+
+// A row of more than two vectors with a constant: in threes, which hold whole pixels of any channel count.
+template <class D, class C, class At>
+ZORI_INLINE inline void mapVectorsInThrees(D* dst, std::ptrdiff_t length, const C& c0, const C& c1, const C& c2,
+                                           const C& cLast, At at)
+{
+  constexpr std::ptrdiff_t lanes = Vec<D>::size;
+  const Vec<D> last = at(length - lanes, cLast);
+  std::ptrdiff_t i = 0;
+  for (; i + 3 * lanes <= length; i += 3 * lanes) {
+    const Vec<D> a = at(i, c0), b = at(i + lanes, c1), c = at(i + 2 * lanes, c2);
+    store(dst + i, a);
+    storesInOrder();
+    store(dst + i + lanes, b);
+    storesInOrder();
+    store(dst + i + 2 * lanes, c);
+  }
+  if (i + lanes <= length) store(dst + i, at(i, c0));
+  if (i + 2 * lanes <= length) store(dst + i + lanes, at(i + lanes, c1));
+  store(dst + length - lanes, last);
+}
+
+template <class Constant, class D, class Op, class... S>
+[[gnu::noinline]] void rowKernel(const Constant& constant, Rows<D> dst, std::ptrdiff_t length, int rows,
+                                 Passed<Op> given, Rows<const S>... src)
 {
   const UpperHalvesCleared atTheEnd;
   Op op = given;
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
+  constexpr bool hasConstant = !std::is_same_v<Constant, NoConstant>;
   static_assert(((sizeof(S) == sizeof(D)) && ...));
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], op(loadShort<S>(src[y], bytes)...), bytes);
+    const auto all = constant.ofShort(bytes);
+    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], applied(op, all, loadShort<S>(src[y], bytes)...), bytes);
     return;
   }
   const auto along = [&op](const S*... from) ZORI_INLINE {
-    return [&op, from...](std::ptrdiff_t i) ZORI_INLINE { return op(load<S>(from + i)...); };
+    return [&op, from...](std::ptrdiff_t i, const auto& c) ZORI_INLINE { return applied(op, c, load<S>(from + i)...); };
   };
-  if (!isLongOp<Op> && length <= 2 * lanes) {
-    for (int y = 0; y < rows; ++y) mapTwo(dst[y], length, along(src[y]...));
+  const std::ptrdiff_t behind = length - lanes;
+  const auto c0 = constant.at(0), cLast = constant.at(behind);
+  if (length <= 2 * lanes && (hasConstant || !isLongOp<Op>)) { // one or two vectors, which overlap
+    for (int y = 0; y < rows; ++y) {
+      const auto at = along(src[y]...);
+      const Vec<D> first = at(0, c0), last = at(behind, cLast);
+      store(dst[y], first);
+      store(dst[y] + behind, last);
+    }
     return;
   }
-  for (int y = 0; y < rows; ++y) mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length, along(src[y]...));
+  const auto c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
+  for (int y = 0; y < rows; ++y) {
+    const auto at = along(src[y]...);
+    if constexpr (hasConstant) mapVectorsInThrees(dst[y], length, c0, c1, c2, cLast, at);
+    else
+      mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length,
+                                             [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); });
+  }
 }
 
 // dst = op(src...) on rows, and on one row.
 template <class D, class Op, class... S>
 inline void mapRows(Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op, Rows<const S>... src)
 {
-  rowKernel<D, Op, S...>(dst, length, rows, op, src...);
+  rowKernel<NoConstant, D, Op, S...>({}, dst, length, rows, op, src...);
 }
 template <class D, class Op, class... S>
 inline void mapRow(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 {
-  rowKernel<D, Op, S...>({dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
+  rowKernel<NoConstant, D, Op, S...>({}, {dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
 }
 
 // ---- The same with a constant that differs from channel to channel. ----
@@ -320,57 +366,15 @@ template <class T, int N> struct Patterns {
 
 // dst[i] = op(src[i]..., constant[i % channels]), the constant a Pattern or Patterns.
 template <class Constant, class D, class Op, class... S>
-[[gnu::noinline]] void rowKernelWith(const Constant& constant, Rows<D> dst, std::ptrdiff_t length, int rows,
-                                     Passed<Op> given, Rows<const S>... src)
-{
-  const UpperHalvesCleared atTheEnd;
-  Op op = given;
-  constexpr std::ptrdiff_t lanes = Vec<D>::size;
-  static_assert(((sizeof(S) == sizeof(D)) && ...));
-  if (length < lanes) {
-    const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    const auto all = constant.ofShort(bytes);
-    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], op(loadShort<S>(src[y], bytes)..., all), bytes);
-    return;
-  }
-  const auto c0 = constant.at(0), behind = constant.at(length - lanes);
-  if (length <= 2 * lanes) {
-    for (int y = 0; y < rows; ++y) {
-      const Vec<D> first = op(load<S>(src[y])..., c0), last = op(load<S>(src[y] + length - lanes)..., behind);
-      store(dst[y], first);
-      store(dst[y] + length - lanes, last);
-    }
-    return;
-  }
-  // three vectors hold whole pixels of any channel count
-  const auto c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
-  const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
-    const Vec<D> last = op(load<S>(from + length - lanes)..., behind);
-    std::ptrdiff_t i = 0;
-    for (; i + 3 * lanes <= length; i += 3 * lanes) {
-      const Vec<D> a = op(load<S>(from + i)..., c0), b = op(load<S>(from + i + lanes)..., c1);
-      const Vec<D> c = op(load<S>(from + i + 2 * lanes)..., c2);
-      store(to + i, a);
-      store(to + i + lanes, b);
-      store(to + i + 2 * lanes, c);
-    }
-    if (i + lanes <= length) store(to + i, op(load<S>(from + i)..., c0));
-    if (i + 2 * lanes <= length) store(to + i + lanes, op(load<S>(from + i + lanes)..., c1));
-    store(to + length - lanes, last);
-  };
-  for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
-}
-
-template <class Constant, class D, class Op, class... S>
 inline void mapRowsWith(const Constant& constant, Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op,
                         Rows<const S>... src)
 {
-  rowKernelWith<Constant, D, Op, S...>(constant, dst, length, rows, op, src...);
+  rowKernel<Constant, D, Op, S...>(constant, dst, length, rows, op, src...);
 }
 template <class Constant, class D, class Op, class... S>
 inline void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 {
-  rowKernelWith<Constant, D, Op, S...>(constant, {dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
+  rowKernel<Constant, D, Op, S...>(constant, {dst, 0}, length, 1, op, Rows<const S>{src, 0}...);
 }
 
 // ---- Groups: as many elements as a vector has bytes, in as many vectors as they take, so that operands of different
@@ -448,14 +452,20 @@ inline std::ptrdiff_t greatestPowerOfTwo(std::ptrdiff_t n)
 }
 
 // The first elements of a row in a block of N, the rest zero. Whole vectors are stored, since they are soon read.
-template <std::ptrdiff_t N, class T> inline void padBlock(T* block, const T* from, std::ptrdiff_t length)
+template <std::ptrdiff_t N, class T> ZORI_INLINE inline void padBlock(T* block, const T* from, std::ptrdiff_t length)
 {
-  constexpr std::ptrdiff_t lanes = Vec<T>::size, bytes = N * sizeof(T);
-  if constexpr (N % lanes == 0) {
+  constexpr std::ptrdiff_t bytes = N * sizeof(T);
+  if constexpr (bytes % 16 == 0) {
+    constexpr int width = bytes % vectorBytes == 0 ? vectorBytes : 16;
+    constexpr std::ptrdiff_t lanes = Vec<T, width>::size;
+    const auto part = [](const T* p, std::ptrdiff_t n) {
+      if constexpr (width == 16) return loadPart16<T>(p, static_cast<std::size_t>(n) * sizeof(T));
+      else return loadPart<T>(p, static_cast<std::size_t>(n) * sizeof(T));
+    };
     for (std::ptrdiff_t i = 0; i < N; i += lanes, length -= lanes)
-      store(block + i, length >= lanes ? load<T>(from + i)
-                       : length > 0    ? loadPart<T>(from + i, static_cast<std::size_t>(length) * sizeof(T))
-                                       : zero<T>());
+      store(block + i, length >= lanes ? load<T, width>(from + i)
+                       : length > 0    ? part(from + i, length)
+                                       : zero<T, width>());
   } else {
     std::memset(block, 0, bytes);
     if constexpr (bytes <= 64) copyBelow<bytes>(block, from, static_cast<std::size_t>(length) * sizeof(T));

@@ -7,7 +7,8 @@
 //   flush()        is called after at most `capacity` vectors and at the end of a row (endRow), and widens what is
 //   narrow
 //
-// What is missing to a whole vector at the end of a row is zero, or the row's last pixel again where `repeats` says so.
+// What is missing to a whole vector at the end of a row is zero, or a pixel of the row again where `repeats` says so.
+// `orderFree`: rows may be joined; `placeFree`: a pixel may stand in any lane.
 #pragma once
 
 #include "channels.h"
@@ -21,28 +22,36 @@
 namespace zori {
 inline namespace ZORI_WIDTH {
 
-template <Layout L, class T> struct PixelVectors {
-  Vec<T> channel[processed<L>];
+template <Layout L, class T, int Bytes = vectorBytes> struct PixelVectors {
+  Vec<T, Bytes> channel[processed<L>];
 };
 
-template <Layout L, class T> inline PixelVectors<L, T> loadPixelVectors(const T* p)
+template <Layout L, int Bytes = vectorBytes, class T> inline PixelVectors<L, T, Bytes> loadPixelVectors(const T* p)
 {
-  PixelVectors<L, T> pixels;
-  if constexpr (L == C1) pixels.channel[0] = load<T>(p);
+  PixelVectors<L, T, Bytes> pixels;
+  if constexpr (L == C1) pixels.channel[0] = load<T, Bytes>(p);
   else {
     using U = std::conditional_t<sizeof(T) == 1, std::uint8_t,
                                  std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
-    Vec<U> channel[channels<L>];
+    Vec<U, Bytes> channel[channels<L>];
     split(reinterpret_cast<const U*>(p), channel);
     for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = as<T>(channel[k]);
   }
   return pixels;
 }
 
-// The last pixels of a row in a whole block.
+// f(0), f(1) ... f(N - 1), each a constant.
+template <class F, int... j> inline void forConstants(std::integer_sequence<int, j...>, F f)
+{
+  (f(std::integral_constant<int, j>{}), ...);
+}
+
+// ---- The last pixels of a row, fewer than a vector, in the shape of whole ones ----
+
+// Of 16 bytes a channel, through memory.
 template <Layout L, class T, bool Repeats> struct LastPixels {
-  static constexpr int lanes = Vec<T>::size;
-  alignas(vectorBytes) T values[lanes * channels<L>];
+  static constexpr int lanes = Vec<T, 16>::size;
+  alignas(16) T values[lanes * channels<L>];
   LastPixels(const T* from, std::ptrdiff_t count)
   {
     const std::ptrdiff_t given = count * channels<L>;
@@ -53,36 +62,92 @@ template <Layout L, class T, bool Repeats> struct LastPixels {
         std::memcpy(values + i, from + given - channels<L>, channels<L> * sizeof(T));
   }
 };
-
-// f(0), f(1) ... f(N - 1), each a constant.
-template <class F, int... j> inline void forConstants(std::integer_sequence<int, j...>, F f)
+template <Layout L, class R, class T>
+inline PixelVectors<L, T, 16> loadLastPixels16(const T* from, std::ptrdiff_t count)
 {
-  (f(std::integral_constant<int, j>{}), ...);
+  if constexpr (L == C1 && !R::repeats) return {{loadPart16<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
+  else if constexpr (L == C1 && R::placeFree)
+    return {{loadShort16<T>(reinterpret_cast<const char*>(from), static_cast<std::size_t>(count) * sizeof(T))}};
+  else if constexpr (L == C1 && std::is_same_v<T, float>) { // the last one again in what is left of four lanes
+    if (count == 1) return {{splat<T, 16>(get<T>(from))}};
+    return {{shuffle<1, 1, 1, 0>(loadLow8<T>(from), loadLow8<T>(from + count - 2))}};
+  } else return loadPixelVectors<L, 16>(static_cast<const T*>(LastPixels<L, T, R::repeats>(from, count).values));
 }
 
-// The last pixels of a row, fewer than a vector, in the shape of whole ones. Of one channel they come without a way
-// through memory, but where the last one is repeated to an order.
+// What leaves a reducer as it is: zero, the pixels x again, or, where places count, a NaN.
+template <class R, class T> inline Vec<T, 16> nothingBeside(Vec<T, 16> x)
+{
+  if constexpr (!R::repeats) return zero<T, 16>();
+  else if constexpr (R::placeFree) return x;
+  else return as<T>(splat<std::uint32_t, 16>(~0u));
+}
+
+// In their places, of vectors of 32 bytes each half by itself.
 template <Layout L, class R, class T> inline PixelVectors<L, T> loadLastPixels(const T* from, std::ptrdiff_t count)
 {
-  if constexpr (L == C1 && !R::repeats) return {{loadPart<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
-  else if constexpr (L == C1 && isInt<T> && R::orderFree)
-    return {{loadShort<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
-  else return loadPixelVectors<L>(static_cast<const T*>(LastPixels<L, T, R::repeats>(from, count).values));
+#if ZORI_VECTOR_BYTES == 32
+  constexpr std::ptrdiff_t half = Vec<T, 16>::size;
+  const auto low = count >= half ? loadPixelVectors<L, 16>(from) : loadLastPixels16<L, R>(from, count);
+  PixelVectors<L, T> pixels;
+  if (count > half) {
+    const auto high = loadLastPixels16<L, R>(from + half * channels<L>, count - half);
+    for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], high.channel[k]);
+  } else {
+    for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], nothingBeside<R>(low.channel[k]));
+  }
+  return pixels;
+#else
+  return loadLastPixels16<L, R>(from, count);
+#endif
 }
 
 // A mask that leaves the last bytes of a vector.
-template <class T> inline Vec<T> lastBytes(std::ptrdiff_t bytes)
+template <class T, int Bytes = vectorBytes> inline Vec<T, Bytes> lastBytes(std::ptrdiff_t bytes)
 {
   struct Steps {
-    std::uint8_t bytes[2 * vectorBytes];
+    std::uint8_t bytes[2 * Bytes];
     constexpr Steps() : bytes{}
     {
-      for (int i = vectorBytes; i < 2 * vectorBytes; ++i) bytes[i] = 0xff;
+      for (int i = Bytes; i < 2 * Bytes; ++i) bytes[i] = 0xff;
     }
   };
   static constexpr Steps steps;
-  return load<T>(steps.bytes + bytes);
+  return load<T, Bytes>(steps.bytes + bytes);
 }
+
+// Rows of fewer pixels than a vector, for reducers that take a pixel in any place: the first and the last ones meet in
+// a vector, and those that are there twice count once.
+template <Layout L, class R, class T> struct ShortRow {
+  static constexpr std::ptrdiff_t half = Vec<T, 16>::size;
+  std::ptrdiff_t width;
+  Vec<T> once;
+
+  explicit ShortRow(std::ptrdiff_t pixels) : width(pixels), once(lastBytes<T>(vectorBytes))
+  {
+    if (R::repeats || (L != C1 && pixels < half)) return;
+    const std::ptrdiff_t bytes = pixels * std::ptrdiff_t{sizeof(T)}, part = greatestPowerOfTwo(bytes);
+    const auto from = [](std::ptrdiff_t n) { return lastBytes<T>(n < vectorBytes ? vectorBytes - n : 0); };
+    once = without(from(3 * part - bytes), from(2 * part)) | without(from(0), from(part));
+  }
+  PixelVectors<L, T> operator()(const T* row) const
+  {
+    PixelVectors<L, T> pixels;
+    if constexpr (L == C1) pixels.channel[0] = loadShort<T>(row, static_cast<std::size_t>(width) * sizeof(T));
+    else {
+#if ZORI_VECTOR_BYTES == 32
+      if (width < half) return loadLastPixels<L, R>(row, width);
+      const auto low = loadPixelVectors<L, 16>(row);
+      const auto high = loadPixelVectors<L, 16>(row + (width - half) * channels<L>);
+      for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], high.channel[k]);
+#else
+      return loadLastPixels<L, R>(row, width);
+#endif
+    }
+    if constexpr (!R::repeats)
+      for (auto& x : pixels.channel) x = x & once;
+    return pixels;
+  }
+};
 
 inline constexpr std::ptrdiff_t fetchedAhead = 1024; // in short rows too: the next one mostly follows
 
@@ -99,19 +164,30 @@ template <Layout L, class R, class... T>
     for (int k = 0; k < n; ++k) r[k].add(j, pixels.channel[k]...);
   };
 
-  if constexpr (L == C1 && R::orderFree && (isInt<T> && ...)) {
-    if (width >= lanes && width <= 2 * lanes) { // two vectors, the second without what the first has of it
-      const std::ptrdiff_t behind = width - lanes;
-      const auto tail = [=](auto x) ZORI_INLINE {
-        using U = typename decltype(x)::Element;
-        return R::repeats ? x : x & lastBytes<U>(behind * static_cast<std::ptrdiff_t>(sizeof(U)));
-      };
+  // whole vectors that end with the row, of which the last `rest` pixels are new
+  const auto onlyLast = [](std::ptrdiff_t rest, auto pixels) ZORI_INLINE {
+    using E = typename std::remove_reference_t<decltype(pixels.channel[0])>::Element;
+    if constexpr (!R::repeats)
+      for (auto& x : pixels.channel) x = x & lastBytes<E>(rest * static_cast<std::ptrdiff_t>(sizeof(E)));
+    return pixels;
+  };
+  if constexpr (R::placeFree) {
+    if (width < lanes) {
+      const ShortRow<L, R, std::common_type_t<T...>> shortRow(width);
       for (int y = 0; y < rows; ++y) {
-        r[0].add(0, load<T>(image[y])...);
-        if (behind != 0) r[0].add(1 % groups, tail(load<T>(image[y] + behind))...);
+        add(0, shortRow(image[y])...);
+        for (int k = 0; k < n; ++k) r[k].endRow();
+      }
+    } else if (L == C1 && width <= 2 * lanes) {
+      const std::ptrdiff_t behind = width - lanes;
+      for (int y = 0; y < rows; ++y) {
+        add(0, loadPixelVectors<L>(image[y])...);
+        if (behind != 0) add(1 % groups, onlyLast(behind, loadPixelVectors<L>(image[y] + behind))...);
         r[0].endRow();
       }
-      reducers[0] = r[0];
+    }
+    if (width < lanes || (L == C1 && width <= 2 * lanes)) {
+      for (int k = 0; k < n; ++k) reducers[k] = r[k];
       return;
     }
   }
@@ -135,9 +211,11 @@ template <Layout L, class R, class... T>
     // what is left: vectors, each with its own number, then a part of one
     forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) ZORI_INLINE {
       if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
-      else if (x < width && R::repeats && R::orderFree && (isInt<T> && ...) && width >= lanes)
-        add(j, loadPixelVectors<L>(row + (width - lanes) * channels<L>)...); // some pixels once more
-      else if (x < width) add(j, loadLastPixels<L, R>(row + x * channels<L>, width - x)...);
+      else if (x < width) {
+        if constexpr (R::placeFree)
+          add(j, onlyLast(width - x, loadPixelVectors<L>(row + (width - lanes) * channels<L>))...);
+        else add(j, loadLastPixels<L, R>(row + x * channels<L>, width - x)...);
+      }
       x += lanes;
     });
     for (int k = 0; k < n; ++k) r[k].endRow();
@@ -164,7 +242,7 @@ template <Layout L, class R, class... T> void reduceRegion(R* reducers, ZorImgSi
 // ---- Reducers of integers: exact, in any order ----
 
 struct IntegerReducer {
-  static constexpr bool orderFree = true, repeats = false;
+  static constexpr bool orderFree = true, placeFree = true, repeats = false;
   static constexpr int groups = 1;
   static constexpr std::ptrdiff_t capacity = PTRDIFF_MAX;
   void flush() {}
@@ -278,7 +356,7 @@ template <> struct SquareSum<std::uint16_t> : IntegerReducer {
 template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 16 / Vec<float>::size : 2;
 
 template <class T, bool Greatest> struct Extreme : IntegerReducer {
-  static constexpr bool repeats = true;
+  static constexpr bool placeFree = isInt<T>, repeats = true;
   static constexpr int groups = extremeGroups<T>;
   Vec<T> best[groups];
 
@@ -304,7 +382,7 @@ template <class T, bool Greatest> struct Extreme : IntegerReducer {
 };
 
 template <class T> struct BothExtremes : IntegerReducer {
-  static constexpr bool repeats = true;
+  static constexpr bool placeFree = isInt<T>, repeats = true;
   static constexpr int groups = extremeGroups<T>;
   Extreme<T, false> least;
   Extreme<T, true> greatest;
@@ -321,7 +399,7 @@ template <class T> struct BothExtremes : IntegerReducer {
 // ---- Sums of floats, whose order is part of the result ----
 
 struct OrderedReducer : IntegerReducer {
-  static constexpr bool orderFree = false;
+  static constexpr bool orderFree = false, placeFree = false;
 };
 
 // visit(four...) for the fours of vectors in their order.

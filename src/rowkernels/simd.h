@@ -21,7 +21,10 @@ template <class T> inline T* forgotten(T* p)
   asm("" : "+r"(p));
   return p;
 }
-inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
+// Inlined early: a call of a function that does nothing but this is left out.
+[[gnu::always_inline]] inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
+// What stores before it stays before it in the code: a cache line is then written in one go.
+inline void storesInOrder() { asm volatile("" ::: "memory"); }
 
 // Functions that work on vectors and are not inlined hold one of these: at its end the upper halves of the registers
 // are clear, without which code for 16 bytes runs many times slower afterwards. Compilers do that by themselves, but

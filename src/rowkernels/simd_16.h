@@ -385,11 +385,11 @@ template <class T> inline Vec<T, 16> max(Vec<T, 16> a, Vec<T, 16> b)
 
 // ---- Interleaving and widths ----
 
-// a0 b0 a1 b1 ... from the low (high) halves, in lanes of T.
+// a0 b0 a1 b1 ... from the low (high) halves, in lanes of T. Floats go as whole numbers, of which newer processors
+// interleave two vectors a cycle.
 template <class T> inline Vec<T, 16> interleaveLow(Vec<T, 16> a, Vec<T, 16> b)
 {
-  if constexpr (std::is_same_v<T, float>) return {_mm_unpacklo_ps(a.v, b.v)};
-  else if constexpr (std::is_same_v<T, double>) return {_mm_unpacklo_pd(a.v, b.v)};
+  if constexpr (!isInt<T>) return as<T>(interleaveLow(as<SameBits<T>>(a), as<SameBits<T>>(b)));
   else if constexpr (sizeof(T) == 1) return {_mm_unpacklo_epi8(a.v, b.v)};
   else if constexpr (sizeof(T) == 2) return {_mm_unpacklo_epi16(a.v, b.v)};
   else if constexpr (sizeof(T) == 4) return {_mm_unpacklo_epi32(a.v, b.v)};
@@ -397,8 +397,7 @@ template <class T> inline Vec<T, 16> interleaveLow(Vec<T, 16> a, Vec<T, 16> b)
 }
 template <class T> inline Vec<T, 16> interleaveHigh(Vec<T, 16> a, Vec<T, 16> b)
 {
-  if constexpr (std::is_same_v<T, float>) return {_mm_unpackhi_ps(a.v, b.v)};
-  else if constexpr (std::is_same_v<T, double>) return {_mm_unpackhi_pd(a.v, b.v)};
+  if constexpr (!isInt<T>) return as<T>(interleaveHigh(as<SameBits<T>>(a), as<SameBits<T>>(b)));
   else if constexpr (sizeof(T) == 1) return {_mm_unpackhi_epi8(a.v, b.v)};
   else if constexpr (sizeof(T) == 2) return {_mm_unpackhi_epi16(a.v, b.v)};
   else if constexpr (sizeof(T) == 4) return {_mm_unpackhi_epi32(a.v, b.v)};

@@ -246,6 +246,12 @@ template <int N, class T> inline Vec<T, 32> bytesFrom(Vec<T, 32> a, Vec<T, 32> b
   const __m256i x = as<uint8_t>(a).v, middle = _mm256_permute2x128_si256(x, as<uint8_t>(b).v, 0x21);
   return as<T>(Vec<uint8_t, 32>{_mm256_alignr_epi8(middle, x, N)});
 }
+// The same within each 16 bytes: of a row where b was loaded 16 bytes behind a.
+template <int N, class T> inline Vec<T, 32> bytesFromLocal(Vec<T, 32> a, Vec<T, 32> b)
+{
+  static_assert(N >= 0 && N <= 16);
+  return as<T>(Vec<uint8_t, 32>{_mm256_alignr_epi8(as<uint8_t>(b).v, as<uint8_t>(a).v, N)});
+}
 
 // ---- Comparison: lanes of all ones where it holds ----
 
@@ -364,8 +370,7 @@ template <class T> inline Vec<T, 32> fourthsInOrder(Vec<T, 32> a)
 
 template <class T> inline Vec<T, 32> interleaveLowLocal(Vec<T, 32> a, Vec<T, 32> b)
 {
-  if constexpr (std::is_same_v<T, float>) return {_mm256_unpacklo_ps(a.v, b.v)};
-  else if constexpr (std::is_same_v<T, double>) return {_mm256_unpacklo_pd(a.v, b.v)};
+  if constexpr (!isInt<T>) return as<T>(interleaveLowLocal(as<SameBits<T>>(a), as<SameBits<T>>(b)));
   else if constexpr (sizeof(T) == 1) return {_mm256_unpacklo_epi8(a.v, b.v)};
   else if constexpr (sizeof(T) == 2) return {_mm256_unpacklo_epi16(a.v, b.v)};
   else if constexpr (sizeof(T) == 4) return {_mm256_unpacklo_epi32(a.v, b.v)};
@@ -373,8 +378,7 @@ template <class T> inline Vec<T, 32> interleaveLowLocal(Vec<T, 32> a, Vec<T, 32>
 }
 template <class T> inline Vec<T, 32> interleaveHighLocal(Vec<T, 32> a, Vec<T, 32> b)
 {
-  if constexpr (std::is_same_v<T, float>) return {_mm256_unpackhi_ps(a.v, b.v)};
-  else if constexpr (std::is_same_v<T, double>) return {_mm256_unpackhi_pd(a.v, b.v)};
+  if constexpr (!isInt<T>) return as<T>(interleaveHighLocal(as<SameBits<T>>(a), as<SameBits<T>>(b)));
   else if constexpr (sizeof(T) == 1) return {_mm256_unpackhi_epi8(a.v, b.v)};
   else if constexpr (sizeof(T) == 2) return {_mm256_unpackhi_epi16(a.v, b.v)};
   else if constexpr (sizeof(T) == 4) return {_mm256_unpackhi_epi32(a.v, b.v)};
@@ -392,6 +396,16 @@ template <class To> inline Vec<To, 32> narrowSatLocal(Vec<int32_t, 32> low, Vec<
   static_assert(sizeof(To) == 2);
   if constexpr (isSigned<To>) return {_mm256_packs_epi32(low.v, high.v)};
   else return {_mm256_packus_epi32(low.v, high.v)};
+}
+
+// The even lanes of a and the odd ones of b.
+inline Vec<uint32_t, 32> alternating(Vec<uint32_t, 32> a, Vec<uint32_t, 32> b)
+{
+  return {_mm256_blend_epi32(a.v, b.v, 0xaa)};
+}
+inline Vec<uint64_t, 32> alternating(Vec<uint64_t, 32> a, Vec<uint64_t, 32> b)
+{
+  return {_mm256_blend_epi32(a.v, b.v, 0xcc)};
 }
 
 // ---- The same across the whole vector ----

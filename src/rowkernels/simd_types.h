@@ -70,6 +70,7 @@ template <> struct Wider<int32_t> {
   using Type = int64_t;
 };
 template <class T> using WiderT = typename Wider<T>::Type;
+template <class T> using SameBits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>; // of a float
 
 inline namespace ZORI_WIDTH {
 

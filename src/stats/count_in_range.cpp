@@ -12,10 +12,11 @@ template <class T> struct RangeCount : IntegerReducer {
   static constexpr std::ptrdiff_t capacity = sizeof(T) == 1 ? 255 : PTRDIFF_MAX;
   T lower{}, upper{};
   Vec<Lane> lanes = zero<Lane>();
-  std::uint64_t total = 0;
+  std::uint64_t total = 0, places = 0;
 
   void add(int, Vec<T> x)
   {
+    places += Vec<T>::size;
     Vec<Lane> inside;
     if constexpr (sizeof(T) == 1) inside = equal(min(max(x, splat(lower)), splat(upper)), x);
     else inside = as<Lane>(lessEqual(splat(lower), x) & lessEqual(x, splat(upper)));
@@ -43,13 +44,12 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
   }
   const Rows src{pSrc, srcStep};
   reduceRows<L>(reducers, roiSize.width, roiSize.height, src);
-  // the zeros that fill the last vector of a row may lie in the range
-  constexpr int lanes = Vec<T>::size;
-  const std::uint64_t filled =
-    static_cast<std::uint64_t>((lanes - roiSize.width % lanes) % lanes) * static_cast<unsigned>(roiSize.height);
+  // the zeros that stand in places without a pixel may lie in the range
+  const std::uint64_t pixels = static_cast<std::uint64_t>(roiSize.width) * static_cast<unsigned>(roiSize.height);
   for (int k = 0; k < processed<L>; ++k) {
     const bool zeroCounts = reducers[k].lower <= T(0) && T(0) <= reducers[k].upper;
-    count[k] = static_cast<int>(static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? filled : 0)));
+    count[k] =
+      static_cast<int>(static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? reducers[k].places - pixels : 0)));
   }
   return ZorOk;
 }

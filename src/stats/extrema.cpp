@@ -1,12 +1,13 @@
 // zori{Min,Max,MinMax,MinIndx,MaxIndx}_{8u,16u,16s,32f}_{C1,C3,C4,AC4}R: extreme values of a region, and where they
 // stand.
 //
-// The position is found in two phases: the first row whose extreme is strictly better than those above it, then the
-// first pixel of that row with the value.
+// The position is found in phases: the first row whose extreme is strictly better than those above it, of integers by
+// way of the first such band of rows, then the first pixel of that row with the value.
 #include "frame/checks.h"
 #include "rowkernels/reduce.h"
 #include "zori/stats.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <limits>
 
@@ -55,10 +56,13 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
   T best[n];
   int bestRow[n] = {};
   for (int k = 0; k < n; ++k) best[k] = fromFirstPixel ? get<T>(pSrc + k) : worst<T, Greatest>();
-  for (int y = 0; y < roiSize.height; ++y) {
+  const int band = isInt<T> ? static_cast<int>(std::clamp<long long>(
+                                2048 / (static_cast<long long>(roiSize.width) * channels<L> * sizeof(T)), 1, 16))
+                            : 1;
+  for (int y = 0; y < roiSize.height; y += band) {
     Extreme<T, Greatest> reducers[n];
     for (int k = 0; k < n; ++k) reducers[k] = Extreme<T, Greatest>(best[k]);
-    reduceRows<L>(reducers, roiSize.width, 1, fromRow(src, y));
+    reduceRows<L>(reducers, roiSize.width, std::min(band, roiSize.height - y), fromRow(src, y));
     bool final = !std::is_same_v<T, Zor32f>; // no better value exists in any channel
     for (int k = 0; k < n; ++k) {
       const T value = reducers[k].value();
@@ -70,6 +74,14 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
     }
     if (final) break;
   }
+  if (band > 1)
+    for (int k = 0; k < n; ++k)
+      for (const int end = std::min(bestRow[k] + band, roiSize.height); bestRow[k] < end - 1; ++bestRow[k]) {
+        Extreme<T, Greatest> reducers[n];
+        for (auto& r : reducers) r = Extreme<T, Greatest>(worst<T, Greatest>());
+        reduceRows<L>(reducers, roiSize.width, 1, fromRow(src, bestRow[k]));
+        if (reducers[k].value() == best[k]) break;
+      }
   for (int k = 0; k < n; ++k) {
     const T* row = src[bestRow[k]] + k;
     int x = 0;

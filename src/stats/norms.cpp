@@ -95,7 +95,7 @@ using Reducer = decltype(reducerOf<N, T, L, Images, IsAccurate>());
 
 // The difference of two images and the second image alone, in one pass.
 template <class Numerator, class Denominator> struct NumeratorAndDenominator : IntegerReducer {
-  static constexpr bool orderFree = Numerator::orderFree, repeats = false;
+  static constexpr bool orderFree = Numerator::orderFree, placeFree = Numerator::placeFree, repeats = false;
   static constexpr int groups = Numerator::groups;
   static constexpr std::ptrdiff_t capacity =
     Numerator::capacity < Denominator::capacity ? Numerator::capacity : Denominator::capacity;
