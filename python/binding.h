@@ -1,10 +1,10 @@
 /* The Python module `zori`: one dispatcher over the table of all functions.
 
    A call goes down through these files: dispatch.c chooses the function, invoke.c makes the call in four passes
-   (numbers, sizes that follow from images, operands in memory, what is made for the call), operands.c and borders.c
-   place the operands, views.c sees them in their buffers, numbers.c converts, errors.c and records.c return what came
-   of it. The module needs nothing but the stable ABI; results that are arrays are made by NumPy, through its Python
-   interface. */
+   (numbers, sizes that follow from images, operands in memory, what is made for the call), operands.c, arrays.c and
+   borders.c place the operands, views.c sees them where they lie, numbers.c converts, errors.c, records.c and memory.c
+   return what came of it. The module needs nothing but the stable ABI of Python, and of NumPy the layout of its arrays;
+   results that are arrays are made by NumPy, through its Python interface. */
 #ifndef ZORI_PYTHON_BINDING_H
 #define ZORI_PYTHON_BINDING_H
 #define Py_LIMITED_API 0x030B0000

@@ -2680,8 +2680,7 @@ ZorStatus zoriDeconvLRFree_32f_C3R(ZorDeconvLrState* pState);
  * Same image allowed: pDst = pSrc.
  * Threads: team for large regions.
  * Rounding: to nearest.
- * Accuracy: every step is single precision, and errors grow with the rounds: after 10 within 1e-5 of the
- *   greatest result.
+ * Accuracy: every step is single precision; errors grow with the rounds, and no bound is told.
  * Memory: pState by zoriDeconvLRInitAlloc_32f_C1R, in the other forms their like.
  */
 ZorStatus zoriDeconvLR_32f_C1R(const Zor32f* pSrc, int srcStep, Zor32f* pDst, int dstStep, ZorImgSize roiSize,

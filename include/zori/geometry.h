@@ -634,8 +634,9 @@ ZorStatus zoriDeinterlaceFilterCAVT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u
  * rounds; 16s is rounded to nearest there. AC4 leaves the destination's fourth channel as it was.
  *
  * pBuffer is work memory of the size that zoriResizeSqrPixelGetBufSize or zoriResizeGetBufSize tells; nothing
- * in it is kept between calls, and calls that run at the same time need one each. Nothing is allocated. Steps
- * are not tested.
+ * in it is kept between calls, and calls that run at the same time need one each. Nothing is allocated, but
+ * by ZORI_INTER_SUPER, which needs no buffer: ZorErrAlloc when its strips find no memory. Steps are not
+ * tested.
  *
  * ZorErrSize: a size below 1, or x or y of a rectangle negative. ZorErrResizeFactor: a factor not above 0, or
  * above 1.0 with ZORI_INTER_SUPER. ZorWarnNoRoiIntersect: the region begins beyond the source image, or its
@@ -645,6 +646,7 @@ ZorStatus zoriDeinterlaceFilterCAVT_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u
  *   0, dstRoi.y < 0, dstRoi.width < 1, dstRoi.height < 1 (ZorErrSize), xFactor, yFactor (ZorErrResizeFactor),
  *   interpolation (ZorErrInterpolation), interpolation, xFactor, yFactor (ZorErrResizeFactor), srcRoi
  *   (ZorWarnNoRoiIntersect).
+ * Other statuses: ZorErrAlloc.
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
  * Rounding: to nearest.

@@ -479,9 +479,9 @@ ZorStatus zoriDFTInv_PackToR_32s8u_AC4RSfs(const Zor32s* pSrc, int srcStep, Zor8
  * factor by factor; a prime up to 149 by a matrix of cosines; lengths above 150 with a greater prime through
  * a convolution, at a few times the cost. An image of 8 by 8 is one block of zoriDCT8x8Fwd_32f_C1.
  *
- * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer: about 64
- * for each pixel of the width or 128 for each of the height, whichever is more; for an image of 8 by 8 it is
- * 1040.
+ * GetBufSize stores the bytes of the work buffer that a transform with this record takes as pBuffer: about 32
+ * for each pixel of an even width or 64 of an odd one, 64 for each of an even height or 128 of an odd one,
+ * whichever is more; for an image of 8 by 8 it is 1040.
  *
  * ZorErrSize: width or height below 1. ZorErrAlloc: no memory, or a work buffer of more bytes than an int
  * tells; no record is left behind. ZorErrContext: pRecord is not a record of this kind.

@@ -125,8 +125,8 @@ ZorStatus zoriImageJaehne_32f_AC4R(Zor32f* pDst, int dstStep, ZorImgSize roiSize
  * Checks: null pointers, steps, region size.
  * Threads: calling thread.
  * Rounding: to nearest.
- * Accuracy: within 2e-7 of |p * slope| and |offset| (32f); within 0.5 and 2e-7 of |p * slope| and |offset|
- *   (others).
+ * Accuracy: within 2e-7 of |p * slope| and |offset| (32f); within 0.501 where |p * slope| and |offset| are
+ *   below 1000 (others).
  */
 ZorStatus zoriImageRamp_8u_C1R(Zor8u* pDst, int dstStep, ZorImgSize roiSize, Zor32f offset, Zor32f slope,
                                ZorRampAxis axis);
@@ -373,7 +373,8 @@ ZorStatus zoriAddRandGauss_Direct_32f_AC4IR(Zor32f* pSrcDst, int srcDstStep, Zor
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
- * Accuracy: within 1e-6 of the sample (32f); within 0.51 of the product in 8u, 0.6 in 16u (others).
+ * Accuracy: within 1e-6 of the sample (32f); within 0.51 of the product in 8u, and within 0.6 in 16u
+ *   (others).
  */
 ZorStatus zoriWinBartlett_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Radial window function (8u, C1, in place). More above zoriWinBartlett_8u_C1R. */
@@ -420,7 +421,8 @@ ZorStatus zoriWinHamming_32f_C1IR(Zor32f* pSrcDst, int srcDstStep, ZorImgSize ro
  * Same image allowed: pDst = pSrc.
  * Threads: calling thread.
  * Rounding: to nearest.
- * Accuracy: within 1e-6 of the sample (32f); within 0.51 of the product in 8u, 0.6 in 16u (others).
+ * Accuracy: within 1e-6 of the sample (32f); within 0.51 of the product in 8u, and within 0.6 in 16u
+ *   (others).
  */
 ZorStatus zoriWinBartlettSep_8u_C1R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstStep, ZorImgSize roiSize);
 /** Separable window function (8u, C1, in place). More above zoriWinBartlettSep_8u_C1R. */

@@ -375,13 +375,16 @@ private:
       if (!hasWindows()) {
         if (job_.factor == 1) last.takeSums(products, place.width, row);
         else last.scaleSums(products, place.width, row);
-      } else if (finishRow(last, products, sums, y, bound, place.width, windows, row)) {
-        // once more, with sums of products that are exact where it matters
-        last.takeSums(products, place.width, results);
-        sums.numbers(windows);
-        sums.sumsOfSamples(flat_[2].in(own));
-        if constexpr (std::is_integral_v<T>) nearlyFlat.mend(y, windows, flat_[2].in(own), place.width, results);
-        last(SumsOfProducts{results, strip, 1}, ReadyWindows{windows}, 0, place.width, row);
+      } else {
+        const bool areNearlyFlat = finishRow(last, products, sums, y, bound, place.width, windows, row);
+        if constexpr (std::is_integral_v<T>)
+          if (areNearlyFlat) { // once more, with sums of products that are exact where it matters
+            last.takeSums(products, place.width, results);
+            sums.numbers(windows);
+            sums.sumsOfSamples(flat_[2].in(own));
+            nearlyFlat.mend(y, windows, flat_[2].in(own), place.width, results);
+            last(SumsOfProducts{results, strip, 1}, ReadyWindows{windows}, 0, place.width, row);
+          }
       }
       if (row == results) storeRow(results, to, job_.channels, place.width, job_.scaleFactor, stored_.in(own));
     }

@@ -361,7 +361,7 @@ template <class T> Kernels kernelsOf(int channels, AxisTable& columns)
   return {channels == 1   ? plainKernel<T, 1>()
           : channels == 3 ? plainKernel<T, 3>()
                           : plainKernel<T, 4>(),
-          downRows<T>, 1};
+          downRows<T>, 2};
 }
 
 } // namespace

@@ -47,8 +47,8 @@ template <int C, int N>
   const Zor8u* plan = columns.shuffles;
   const std::ptrdiff_t end = std::ptrdiff_t{columns.count} * C;
   for (std::ptrdiff_t i = 0; i < end; i += 2 * each, at += 2, plan += 64) {
-    const auto order = loadAligned<Zor8u>(plan);
-    const auto factors = loadAligned<Zor16s>(plan + 32);
+    const auto order = loadedOnce(loadAligned<Zor8u>(plan));
+    const auto factors = loadedOnce(loadAligned<Zor16s>(plan + 32));
     const std::ptrdiff_t at0 = at[0], at1 = at[1];
     for (int r = 0; r < N; ++r) {
       const auto window = joined(load<Zor8u, 16>(src[r] + at0), load<Zor8u, 16>(src[r] + at1));
@@ -79,8 +79,8 @@ inline void acrossPairWindows(const AxisTable& columns, const void* const* rows,
     Vec<Zor32s> eight[2][N];
     for (int half = 0; half < 2; ++half) {
       const std::ptrdiff_t k = i + 8 * half, at0 = at[k], at1 = at[k + 4];
-      const auto order = loadAligned<Zor8u>(shuffles + 4 * k);
-      const auto by = loadAligned<Zor16s>(weights + 2 * k);
+      const auto order = loadedOnce(loadAligned<Zor8u>(shuffles + 4 * k));
+      const auto by = loadedOnce(loadAligned<Zor16s>(weights + 2 * k));
       for (int r = 0; r < N; ++r) {
         const auto window = joined(load<Zor8u, 16>(src[r] + at0), load<Zor8u, 16>(src[r] + at1));
         auto taps = as<Zor16u>(shuffleBytesLocal(window, order));
@@ -107,7 +107,7 @@ template <int N>
   for (std::ptrdiff_t i = 0; i < end; i += 8) {
     const std::ptrdiff_t start = at[i];
     const auto place = loadAligned<Zor32s>(places + 4 * i), next = place + splat<Zor32s>(1);
-    const auto by = loadAligned<float>(f + i);
+    const auto by = loadedOnce(loadAligned<float>(f + i));
     for (int r = 0; r < N; ++r) {
       const auto window = load<float>(src[r] + start);
       const auto a = lanesAt(window, place), b = lanesAt(window, next);

@@ -146,11 +146,38 @@ template <class T, int Channels, int Processed> struct FinePixels {
   static void cubicWhole(const Source& s, const Zor8u* p, double fx, double fy, Zor8u* dst)
   {
     const CubicWeightPairs weights(interleaveLow(splat16(fx), splat16(fy)));
+#if ZORI_VECTOR_BYTES == 32
+    Vec<double> column[4];
+    if constexpr (std::is_same_v<T, Zor16u>) {
+      const auto row = [=](int i) { return loadLow8<T>(p + i * s.step); };
+      const auto above = as<std::uint32_t>(interleaveLow(row(0), row(1))),
+                 below = as<std::uint32_t>(interleaveLow(row(2), row(3)));
+      const auto low = as<std::int32_t>(widened(as<T>(interleaveLow(above, below)))),
+                 high = as<std::int32_t>(widened(as<T>(interleaveHigh(above, below))));
+      column[0] = toDoubleLow(low);
+      column[1] = toDoubleHigh(low);
+      column[2] = toDoubleLow(high);
+      column[3] = toDoubleHigh(high);
+    } else {
+      F32x4 x[4];
+      for (int i = 0; i < 4; ++i) x[i] = load16<float>(p + i * s.step);
+      transposeLanes(x);
+      for (int k = 0; k < 4; ++k) column[k] = widened(x[k]);
+    }
+    const auto term = [&](int k) { return splat(firstLane(weights.w[k])) * column[k]; };
+    const Vec<double> rows = term(0) + term(1) + term(2) + term(3);
+    const Vec<double> all =
+      joined(interleaveHigh(weights.w[0], weights.w[1]), interleaveHigh(weights.w[2], weights.w[3])) * rows;
+    double out[4];
+    store(out, all);
+    return storeCubic<T>(dst, out[0] + out[1] + out[2] + out[3]);
+#else
     const Zor8u* const q = p + 2 * s.step;
     const F64x2 above = interleaveHigh(weights.w[0], weights.w[1]) * rowPair(p, p + s.step, weights);
     const F64x2 below = interleaveHigh(weights.w[2], weights.w[3]) * rowPair(q, q + s.step, weights);
     const auto second = [](F64x2 x) { return firstLane(interleaveHigh(x, x)); };
     storeCubic<T>(dst, firstLane(above) + second(above) + firstLane(below) + second(below));
+#endif
   }
 
 #if ZORI_VECTOR_BYTES == 32

@@ -269,3 +269,63 @@ TEST(PointAccuracy, CurvesThroughNodes)
   }
   hold("zoriLUT_Cubic_32f_C1R", cubic, "of the sum of the four nodes' shares");
 }
+
+TEST(IntegerFormsAccuracy, ComplexAndWindows)
+{
+  Noise noise(12);
+  Picture<Zor16sc> p(side, side), q(side, side), r(side, side);
+  Picture<Zor32sc> p32(side, side), q32(side, side), r32(side, side);
+  const auto word = [&] { return static_cast<Zor16s>(noise.bits()); };
+  const auto wide = [&] { return static_cast<Zor32s>(noise.bits()); };
+  for (std::size_t i = 0; i < p.samples.size(); ++i) {
+    p.samples[i] = {static_cast<Zor16s>(word() / 64), word()}, q.samples[i] = {word(), word()};
+    p32.samples[i] = {wide() / 65536, wide() / 4}, q32.samples[i] = {wide(), wide()};
+  }
+  const auto quotients = [](auto& one, auto& other, auto& got, int scale, auto sample) {
+    Error error;
+    for (std::size_t i = 0; i < one.samples.size(); ++i) {
+      const Real a = one.samples[i].re, b = one.samples[i].im, c = other.samples[i].re, d = other.samples[i].im;
+      const Real n = (a * a + b * b) * std::ldexp(Real{1}, scale);
+      if (n == 0) continue;
+      error.add(got.samples[i].re, clamped<decltype(sample)>((c * a + d * b) / n), 1);
+      error.add(got.samples[i].im, clamped<decltype(sample)>((d * a - c * b) / n), 1);
+    }
+    return error;
+  };
+  zoriDiv_16sc_C1RSfs(p.data(), p.step(), q.data(), q.step(), r.data(), r.step(), r.size(), -4);
+  hold("zoriDiv_16sc_C1RSfs", quotients(p, q, r, -4, Zor16s()));
+  zoriDiv_32sc_C1RSfs(p32.data(), p32.step(), q32.data(), q32.step(), r32.data(), r32.step(), r32.size(), -8);
+  hold("zoriDiv_32sc_C1RSfs", quotients(p32, q32, r32, -8, Zor32s()));
+  zoriPolarToCart_16sc_C1R(q.data(), q.step(), r.data(), r.step(), r.size());
+  Error points, window8, window16, rings, ramp;
+  for (std::size_t i = 0; i < q.samples.size(); ++i) {
+    const Real m = q.samples[i].re, angle = q.samples[i].im;
+    points.add(r.samples[i].re, clamped<Zor16s>(m * std::cos(angle)), 1);
+    points.add(r.samples[i].im, clamped<Zor16s>(m * std::sin(angle)), 1);
+  }
+  hold("zoriPolarToCart_16sc_C1R", points);
+  const Real pi = std::acos(Real{-1});
+  const auto taper = [&](int at) { return 0.54L - 0.46L * std::cos(2 * pi * at / (side - 1)); };
+  Picture<Zor8u> s8(side, side), d8(side, side);
+  Picture<Zor16u> s16(side, side), d16(side, side);
+  s8.fillWithNoise(1), s16.fillWithNoise(2);
+  zoriWinHammingSep_8u_C1R(s8.data(), s8.step(), d8.data(), d8.step(), d8.size());
+  zoriWinHammingSep_16u_C1R(s16.data(), s16.step(), d16.data(), d16.step(), d16.size());
+  for (int y = 0; y < side; ++y)
+    for (int x = 0; x < side; ++x) {
+      window8.add(d8.at(x, y), s8.at(x, y) * taper(x) * taper(y), 1);
+      window16.add(d16.at(x, y), s16.at(x, y) * taper(x) * taper(y), 1);
+    }
+  hold("zoriWinHammingSep_8u_C1R", window8);
+  hold("zoriWinHammingSep_16u_C1R", window16, "", 1);
+  zoriImageJaehne_16u_C1R(d16.data(), d16.step(), d16.size());
+  zoriImageRamp_8u_C1R(d8.data(), d8.step(), d8.size(), -7.3f, 0.37f, ZorRampAlongX);
+  for (int y = 0; y < side; ++y)
+    for (int x = 0; x < side; ++x) {
+      const Real dx = x - Real(side - 1) / 2, dy = y - Real(side - 1) / 2;
+      rings.add(d16.at(x, y), (std::sin(2 * pi * (dx * dx + dy * dy) / (4 * side)) + 1) * 32767.99999L, 1);
+      ramp.add(d8.at(x, y), clamped<Zor8u>(x * Real{0.37f} - Real{7.3f}), 1);
+    }
+  hold("zoriImageJaehne_16u_C1R", rings);
+  hold("zoriImageRamp_8u_C1R", ramp);
+}

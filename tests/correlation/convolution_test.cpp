@@ -103,6 +103,7 @@ TYPED_TEST(Convolution, FullShapes)
   } shapes[] = {{{1, 1}, {1, 1}},     {{30, 1}, {5, 9}},     {{9, 40}, {3, 1}},    {{7, 5}, {7, 9}},
                 {{3, 2}, {31, 20}},   {{64, 27}, {1, 14}},   {{47, 27}, {11, 11}}, // 57 * 37 = 2109 results: directly
                 {{60, 37}, {11, 12}}, // 70 * 48 = 3360 of 132: one transform or tiles
+                {{700, 9}, {9, 4}},   // rows of more results than are summed at once
                 {{110, 7}, {110, 1}}, {{77, 110}, {11, 11}}, {{78, 11}, {11, 11}}, {{30, 60}, {40, 50}}};
   for (const auto& [a, b] : shapes) {
     check<TypeParam>(a, b, false, 0);
