@@ -164,4 +164,14 @@ bool compatible(const Fault& a, const Fault& b);
 // down, ZORI_SWEEP_EVERY=<n> to every n-th.
 std::vector<const Function*> swept(const Subsystem& subsystem);
 
+// True when the function reads images of floats.
+inline bool hasFloats(const Function& function)
+{
+  for (const Argument& a : function.arguments)
+    if (a.role == Role::Image && a.memory.read &&
+        (a.memory.element == Element::T32f || a.memory.element == Element::T64f))
+      return true;
+  return false;
+}
+
 } // namespace zoritest

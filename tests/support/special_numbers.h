@@ -64,12 +64,19 @@ inline constexpr double specialNumbers[] = {0.0,
                                             9.2233720368547758e18};
 
 // Puts special numbers on one sample in eight. Some rows get an extreme with a NaN behind it in the same lane of
-// vectors of 4, 8 or 16 lanes.
+// vectors of 4, 8 or 16 lanes; in some, zeros of both signs are the least or the greatest.
 template <class F, class Random> void addSpecialNumbers(F* numbers, std::size_t count, Random& random)
 {
   constexpr int kinds = sizeof specialNumbers / sizeof *specialNumbers;
   for (std::size_t i = 0; i < count; ++i)
     if (random.below(8) == 0) numbers[i] = static_cast<F>(specialNumbers[random.below(kinds)]);
+  if (const int side = random.below(8); side < 2) {
+    const F sign = side == 0 ? F(1) : F(-1);
+    for (std::size_t i = 0; i < count; ++i)
+      if (!std::isnan(numbers[i]))
+        numbers[i] = random.below(8) ? std::abs(numbers[i]) * sign : std::copysign(F(0), numbers[i]);
+    return;
+  }
   if (count == 0 || random.below(2)) return;
   const std::size_t lanes[] = {4, 8, 16};
   const std::size_t at = static_cast<std::size_t>(random.below(static_cast<int>(count)));

@@ -78,15 +78,6 @@ inline bool takesAnyRegion(const Function& function)
   return false;
 }
 
-inline bool hasFloats(const Function& function)
-{
-  for (const Argument& a : function.arguments)
-    if (a.role == Role::Image && a.memory.read &&
-        (a.memory.element == Element::T32f || a.memory.element == Element::T64f))
-      return true;
-  return false;
-}
-
 } // namespace zoritest
 
 #define ZORI_SWEEP_SUITE(suite)                                                                                        \
