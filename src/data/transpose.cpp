@@ -58,7 +58,7 @@ template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
     const TransposedPair p = pair; // stays in registers
     for (Count x = 0; x < b.width; x += Tile::columns) {
       const Count column = std::min(b.x + x, p.width - Count{Tile::columns});
-      const bool isLast = column + Tile::columns == p.width;
+      const bool isLast = column + Tile::columns + Tile::behind > p.width;
       for (Count y = 0; y < b.height; y += Tile::rows) {
         const Count row = std::min(b.y + y, p.height - Count{Tile::rows});
         const Zor8u* const src = p.src + row * p.srcStep + column * PixelBytes;
@@ -67,7 +67,7 @@ template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
           Tile::fetch(src + ahead.src, p.srcStep, static_cast<int>(x) / Tile::columns, dst + ahead.dst, p.dstStep,
                       static_cast<int>(y) / Tile::rows);
         // the lines behind a block are those of another: what is not its own stays out of it
-        const bool isLow = y + Tile::rows >= b.height;
+        const bool isLow = y + Tile::rows + Tile::behind > b.height;
         if (!splitsTiles || isLast || isLow) Tile::moveExactly(src, p.srcStep, dst, p.dstStep, isLast, isLow);
         else Tile::move(src, p.srcStep, dst, p.dstStep);
       }
@@ -167,7 +167,7 @@ template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
   static void turnBlock(const TransposedPair& p, Count x, Count y, Count rows, Zor8u* turned, std::ptrdiff_t turnedStep)
   {
     constexpr Count ahead = 4 * lanes;
-    const bool isLast = x + lanes == p.width, fetches = x + ahead < p.width;
+    const bool isLast = x + lanes + Tile::behind > p.width, fetches = x + ahead < p.width;
     for (Count i = 0; i < rows; i += Tile::rows) {
       const Zor8u* const src = p.src + (y + i) * p.srcStep + x * PixelBytes;
       if (fetches)

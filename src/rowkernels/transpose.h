@@ -161,7 +161,8 @@ template <int PixelBytes, int Bytes = vectorBytes> struct TransposeTile {
                        rows = PixelBytes <= 3 || PixelBytes == 6 ? Bytes / 2 : 8;
 
   // Where the pixel's size is odd to the processor, a little is read behind the last column, and a little is spoiled
-  // behind the last row's pixels in the destination.
+  // behind the last row's pixels in the destination: parts of so many pixels.
+  static constexpr int behind = vectorBytes == 32 && PixelBytes == 3 ? 2 : 1;
   static void move(const Zor8u* src, std::ptrdiff_t srcStep, Zor8u* dst, std::ptrdiff_t dstStep)
   {
     moveAs<false>(src, srcStep, dst, dstStep, false, false);

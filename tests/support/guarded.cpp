@@ -107,16 +107,17 @@ static void fillAround(unsigned char* p, std::size_t n, std::uint64_t seed)
   }
 }
 
-template <class F> static void fillNumbers(unsigned char* p, std::size_t count, Fill kind, Random& random)
+template <class F> static void fillNumbers(unsigned char* p, std::size_t count, Fill kind, int side, Random& random)
 {
   static thread_local std::vector<F> numbers;
   numbers.resize(count);
   for (F& number : numbers) number = static_cast<F>(ordinaryNumber(random));
-  if (kind == Fill::Special) addSpecialNumbers(numbers.data(), count, random);
+  if (kind == Fill::Special) addSpecialNumbers(numbers.data(), count, side, random);
   if (count) std::memcpy(p, numbers.data(), count * sizeof(F));
 }
 
-static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memory, Fill kind, Random& random)
+// Special numbers of an image can lie on one side of zero: 1, -1, or 0 for both.
+static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memory, Fill kind, int side, Random& random)
 {
   if (memory.mask) {
     std::uint64_t word = 0;
@@ -127,9 +128,9 @@ static void fillElements(unsigned char* p, std::size_t bytes, const Memory& memo
   } else if (memory.element == Element::Pointer) {
     std::memset(p, 0, bytes);
   } else if (memory.element == Element::T32f && kind != Fill::AnyBits) {
-    fillNumbers<float>(p, bytes / sizeof(float), kind, random);
+    fillNumbers<float>(p, bytes / sizeof(float), kind, side, random);
   } else if (memory.element == Element::T64f && kind != Fill::AnyBits) {
-    fillNumbers<double>(p, bytes / sizeof(double), kind, random);
+    fillNumbers<double>(p, bytes / sizeof(double), kind, side, random);
   } else {
     fillBytes(p, bytes, random);
   }
@@ -201,7 +202,8 @@ void GuardedImage::fill(std::uint64_t seed, Fill kind)
 {
   for (const Piece& piece : pieces_) fillAround(piece.begin, static_cast<std::size_t>(piece.end - piece.begin), seed);
   Random random(seed);
-  forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, random); });
+  const int sides[] = {1, -1, 0, 0}, side = kind == Fill::Special ? sides[random.below(4)] : 0;
+  forEachRow([&](unsigned char* p, bool) { fillElements(p, writable_.size(), memory_, kind, side, random); });
 }
 
 void GuardedImage::fillRows(const std::vector<unsigned char>& pattern)

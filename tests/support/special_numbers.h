@@ -64,17 +64,16 @@ inline constexpr double specialNumbers[] = {0.0,
                                             9.2233720368547758e18};
 
 // Puts special numbers on one sample in eight. Some rows get an extreme with a NaN behind it in the same lane of
-// vectors of 4, 8 or 16 lanes; in some, zeros of both signs are the least or the greatest.
-template <class F, class Random> void addSpecialNumbers(F* numbers, std::size_t count, Random& random)
+// vectors of 4, 8 or 16 lanes. With a side other than 0, that of an image, no number lies on its other side, and zeros
+// of both signs are the least or the greatest.
+template <class F, class Random> void addSpecialNumbers(F* numbers, std::size_t count, int side, Random& random)
 {
   constexpr int kinds = sizeof specialNumbers / sizeof *specialNumbers;
   for (std::size_t i = 0; i < count; ++i)
     if (random.below(8) == 0) numbers[i] = static_cast<F>(specialNumbers[random.below(kinds)]);
-  if (const int side = random.below(8); side < 2) {
-    const F sign = side == 0 ? F(1) : F(-1);
+  if (side != 0) {
     for (std::size_t i = 0; i < count; ++i)
-      if (!std::isnan(numbers[i]))
-        numbers[i] = random.below(8) ? std::abs(numbers[i]) * sign : std::copysign(F(0), numbers[i]);
+      numbers[i] = random.below(8) ? std::copysign(numbers[i], F(side)) : std::copysign(F(0), numbers[i]);
     return;
   }
   if (count == 0 || random.below(2)) return;
