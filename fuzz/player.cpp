@@ -313,9 +313,16 @@ void Player::judge(Call& call, const Spoiled& spoiled, const Result& result, boo
   context.values = spoiled.values.data();
   int expected = 0; // the status of the first check that fails
   std::vector<int> others;
+  const auto holdsItsRow = [&](const Fault& fault) { // a step that is too small for most images, but not for this one
+    for (int i = 0; i < function.arguments.size; ++i)
+      if (function.arguments[i].role == Role::Image && function.arguments[i].memory.step == fault.argument &&
+          fault.values.size == 1 && fault.values[0] >= call.image(i).rowBytes())
+        return true;
+    return false;
+  };
   for (const Stage& stage : function.stages) {
     const bool isSpoiled = std::any_of(applied_.begin(), applied_.end(), [&](const Applied& a) {
-      return a.stage == &stage && isFault(function, stage, a.fault, context);
+      return a.stage == &stage && isFault(function, stage, a.fault, context) && !holdsItsRow(a.fault);
     });
     const Beyond beyond = isBeyond(function, stage, context);
     if (isSpoiled || beyond == Beyond::Yes) {
