@@ -101,7 +101,6 @@ public:
   void* pointer(); // what the function wants: the first pixel of the region, or the array of planes
   void** planes() { return planes_.data(); }
   int step() const { return step_; }
-  int rowBytes() const { return columns_ * pixelBytes_; } // with margins
   int rowBytes() const { return static_cast<int>(writable_.size()); }
 
   // The samples of the region and its margins, from the first.
