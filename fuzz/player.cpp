@@ -313,10 +313,10 @@ void Player::judge(Call& call, const Spoiled& spoiled, const Result& result, boo
   context.values = spoiled.values.data();
   int expected = 0; // the status of the first check that fails
   std::vector<int> others;
-  const auto holdsItsRow = [&](const Fault& fault) { // a step that is too small for most images, but not for this one
+  const auto holdsItsRow = [&](const Fault& fault) { // a step of one byte is too small for others
     for (int i = 0; i < function.arguments.size; ++i)
       if (function.arguments[i].role == Role::Image && function.arguments[i].memory.step == fault.argument &&
-          fault.values.size == 1 && fault.values[0] >= call.image(i).rowBytes())
+          fault.values.size == 1 && fault.values[0] == 1 && call.image(i).rowBytes() == 1)
         return true;
     return false;
   };
