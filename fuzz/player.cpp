@@ -108,6 +108,17 @@ double chosen(Element element, double now, Random& random)
 
 // ---- Statuses ----
 
+// A step of one byte, too small for most images, holds a row of one byte.
+bool holdsItsRow(Call& call, const Fault& fault)
+{
+  const Function& function = call.function();
+  for (int i = 0; i < function.arguments.size; ++i)
+    if (function.arguments[i].role == Role::Image && function.arguments[i].memory.step == fault.argument &&
+        fault.values.size == 1 && fault.values[0] == 1 && call.image(i).rowBytes() == 1)
+      return true;
+  return false;
+}
+
 bool isBadRecord(const Fault& fault) { return fault.values.size == 1 && fault.values[0] == kBadRecord; }
 
 // Whether a number of the call is beyond the bounds that the stage tests; of a NaN a bound does not say.
@@ -263,7 +274,7 @@ void Player::spoilArguments(Spoiled& spoiled, Call& call, Random& random)
     if (!stage.together) faults = {faults[static_cast<std::size_t>(random.below(stage.faults.size))]};
     bool fits = true;
     for (const Fault& fault : faults) {
-      fits &= isFault(function, stage, fault, call.context());
+      fits &= isFault(function, stage, fault, call.context()) && !holdsItsRow(call, fault);
       for (const Applied& other : applied_) fits &= compatible(fault, other.fault);
     }
     const int number = random.below(4) ? -random.below(1000) : INT_MIN + random.below(3);
@@ -313,16 +324,9 @@ void Player::judge(Call& call, const Spoiled& spoiled, const Result& result, boo
   context.values = spoiled.values.data();
   int expected = 0; // the status of the first check that fails
   std::vector<int> others;
-  const auto holdsItsRow = [&](const Fault& fault) { // a step of one byte is too small for others
-    for (int i = 0; i < function.arguments.size; ++i)
-      if (function.arguments[i].role == Role::Image && function.arguments[i].memory.step == fault.argument &&
-          fault.values.size == 1 && fault.values[0] == 1 && call.image(i).rowBytes() == 1)
-        return true;
-    return false;
-  };
   for (const Stage& stage : function.stages) {
     const bool isSpoiled = std::any_of(applied_.begin(), applied_.end(), [&](const Applied& a) {
-      return a.stage == &stage && isFault(function, stage, a.fault, context) && !holdsItsRow(a.fault);
+      return a.stage == &stage && isFault(function, stage, a.fault, context);
     });
     const Beyond beyond = isBeyond(function, stage, context);
     if (isSpoiled || beyond == Beyond::Yes) {
