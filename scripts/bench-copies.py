@@ -10,7 +10,6 @@ Build before: cmake --preset bench; cmake --build --preset bench.
 """
 import argparse
 import collections
-import itertools
 import math
 import os
 import pathlib
@@ -52,8 +51,8 @@ def measured(copy, family):
             machine = line
         if line.startswith('Geometric means'):
             break
-        cells = [cell.strip() for cell in line.strip('| ').split('|')]
-        if cells[0].startswith(family) and len(cells) > len(columns):
+        cells = [cell.strip() for cell in line.split('|')[1:-1]]
+        if len(cells) > len(columns) and cells[0].startswith(family):
             table[cells[0]] = {column: float(cell) for column, cell in zip(columns, cells[1:]) if cell}
     if not table:
         sys.exit(f'no result of {family} with the {copy} copy:\n{run.stdout}{run.stderr}')
@@ -79,8 +78,10 @@ cases = [re.sub(r'/iterations:.*', '', line) for line in listed.stdout.splitline
 print(f'| {"case":42} |     base |     wide |  gain | base vs peer | wide vs peer |')
 print(f'|:{"-" * 43}|---------:|---------:|------:|-------------:|-------------:|')
 results = {}  # by case and copy
-for family, of_family in itertools.groupby(cases, key=lambda case: case.split(' ')[0]):
-    of_family = list(of_family)
+grouped = collections.defaultdict(list)
+for case in cases:
+    grouped[case.split(' ')[0]].append(case)
+for family, of_family in grouped.items():
     for _ in range(options.rounds):
         for copy in copies:
             for case, numbers in measured(copy, family).items():
