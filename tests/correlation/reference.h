@@ -3,6 +3,7 @@
 #pragma once
 
 #include "support/guarded_block.h"
+#include "support/noise.h"
 #include "zori/types.h"
 
 #include <cmath>
@@ -13,22 +14,7 @@
 
 namespace correlation {
 
-// Noise from a seed.
-class Noise {
-public:
-  explicit Noise(unsigned seed) : state_(seed + 1) {}
-  std::uint32_t bits()
-  {
-    std::uint64_t z = state_ += 0x9E3779B97F4A7C15u;
-    z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9u;
-    z = (z ^ z >> 27) * 0x94D049BB133111EBu;
-    return static_cast<std::uint32_t>(z >> 32);
-  }
-  double uniform() { return bits() / 4294967296.0; } // [0, 1)
-
-private:
-  std::uint64_t state_;
-};
+using zoritest::Noise;
 
 // Pixels of `channels` samples; rows have some bytes between them, the last one ends at the page.
 template <class T> class TestImage {
