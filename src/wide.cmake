@@ -16,7 +16,7 @@ set(ZORI_FILES_OF_32_BYTES
   filter/gradients.cpp filter/median.cpp filter/median_color.cpp filter/median_shapes.cpp filter/median_square.cpp
   filter/morphology.cpp filter/morphology_extremes.cpp filter/sharpening.cpp filter/smoothing.cpp
   filter/wiener.cpp
-  geometry/remap.cpp geometry/resize_linear.cpp geometry/resize_nearest.cpp geometry/resize_super.cpp
+  geometry/remap.cpp geometry/resize_linear.cpp geometry/resize_nearest.cpp geometry/resize_plan.cpp geometry/resize_super.cpp
   geometry/resize_weighted.cpp geometry/sampling.cpp geometry/warp_frame.cpp
   point/compare.cpp point/threshold.cpp
   rowkernels/exp_log.cpp

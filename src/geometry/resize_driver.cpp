@@ -138,43 +138,42 @@ void Walk::combineRows(int plane, int first, int count, char* work) const
   const std::ptrdiff_t samples = static_cast<std::ptrdiff_t>(columns.count) * images.channels;
   const int taps = tapsOf(columns.taps), slots = layout.rows, last = rows.image - 1;
   const bool isOneWide = columns.image == 1;
-  const auto topOf = [=](int y) { return std::clamp(rows.at[y], 0, last); };
-  const auto bottomOf = [=](int y) { return std::clamp(rows.at[y] + taps - 1, 0, last); };
+  const std::int32_t* const at = rows.at;
+  const auto inImage = [=](int row) { return std::clamp(row, 0, last); };
+  const char* const src = images.srcRow(plane, 0);
+  const std::ptrdiff_t srcStep = images.srcStep;
   void* window[7]; // sums of rows start .. start + slots - 1 of the image; those below `made` are there
   for (int t = 0; t < slots; ++t) window[t] = work + pitch * t;
   const int end = first + count;
-  int start = topOf(first), made = start;
+  int start = inImage(at[first]), made = start;
   for (int y = first, next; y < end; y = next) {
     next = y + 1;
-    while (next < end && rows.at[next] == rows.at[y]) ++next;
-    const int top = topOf(y), bottom = bottomOf(y);
+    while (next < end && at[next] == at[y]) ++next;
+    const int top = inImage(at[y]), bottom = inImage(at[y] + taps - 1);
+    if (top >= made) start = made = top; // none of the rows is needed any more
     for (; start < top; ++start) {
-      if (start >= made) { // none of the rows is needed any more
-        start = made = top;
-        break;
-      }
-      void* moved = window[0];
-      for (int t = slots - 1; t >= 0; --t) std::swap(window[t], moved);
+      void* const freed = window[0];
+      for (int t = 1; t < slots; ++t) window[t - 1] = window[t];
+      window[slots - 1] = freed;
     }
     while (made <= bottom) {
-      const void* src[2];
+      const int second = made + 1;
+      const bool isTwo =
+        kernels.atOnce == 2 &&
+        (second <= bottom || (next < end && second >= inImage(at[next]) && second <= inImage(at[next] + taps - 1)));
+      const char* const row = src + srcStep * made;
+      const void* from[2] = {row, isTwo ? row + srcStep : row};
       char twice[2][2 * 16];
-      int n = 0;
-      do {
-        src[n] = images.srcRow(plane, made + n);
-        if (isOneWide && taps == 2)
-          src[n] = pixelTwice(static_cast<const char*>(src[n]), images.pixelBytes(), twice[n]);
-        ++n;
-      } while (n < kernels.atOnce &&
-               (made + n <= bottom || (next < end && made + n >= topOf(next) && made + n <= bottomOf(next))));
-      kernels.across(columns, src, n, window + (made - top));
-      made += n;
+      if (isOneWide && taps == 2)
+        for (int r = 0; r <= isTwo; ++r) from[r] = pixelTwice(row + srcStep * r, images.pixelBytes(), twice[r]);
+      kernels.across(columns, from, 1 + isTwo, window + (made - top));
+      made += 1 + isTwo;
     }
 
     const void* const* sums = window;
     const void* nearest[6];
-    if (rows.at[y] < 0 || rows.at[y] > last - (taps - 1)) { // some taps lie outside the image
-      for (int t = 0; t < taps; ++t) nearest[t] = window[std::clamp(rows.at[y] + t, 0, last) - top];
+    if (at[y] < 0 || at[y] > last - (taps - 1)) { // some taps lie outside the image
+      for (int t = 0; t < taps; ++t) nearest[t] = window[inImage(at[y] + t) - top];
       sums = nearest;
     }
     if (finished) {

@@ -93,35 +93,52 @@ std::ptrdiff_t outputsUpTo(const AxisTable& columns, int last, std::ptrdiff_t un
   return end;
 }
 
-template <class T, int C> [[gnu::noinline]] void acrossIntegers(const AxisTable& columns, const void* row, void* sums)
+// Kernels for N rows share what they read of tables: it is read before any sum is stored.
+template <class T, class S, int N> struct Rows {
+  const T* src[N];
+  S* sums[N];
+  Rows(const void* const* rows, void* const* to)
+  {
+    for (int r = 0; r < N; ++r) src[r] = static_cast<const T*>(rows[r]), sums[r] = static_cast<S*>(to[r]);
+  }
+};
+
+template <class T, int C, int N>
+[[gnu::noinline]] void acrossIntegers(const AxisTable& columns, const void* const* rows, void* const* sums)
 {
-  const T* const src = static_cast<const T*>(row);
-  Zor16s* const out = static_cast<Zor16s*>(sums);
+  const Rows<T, Zor16s, N> of(rows, sums);
   const std::int32_t* const at = columns.at;
   const Zor16s* const weights = columns.pairs();
   const auto block = [=](std::ptrdiff_t i, auto mayReadOn) {
     constexpr bool readsOn = decltype(mayReadOn)::value;
     if constexpr (C == 1) {
-      const auto four = [=](std::ptrdiff_t k) {
-        return weighed<across<T>>(tapsOfFour<T, readsOn>(src, at + k), loadAligned<Zor16s, 16>(weights + 2 * k));
-      };
-      store(out + i, narrowSat<Zor16s>(four(i), four(i + 4)));
+      I32x4 eight[2][N];
+      for (int half = 0; half < 2; ++half) {
+        const std::ptrdiff_t k = i + 4 * half;
+        const auto by = loadAligned<Zor16s, 16>(weights + 2 * k);
+        for (int r = 0; r < N; ++r) eight[half][r] = weighed<across<T>>(tapsOfFour<T, readsOn>(of.src[r], at + k), by);
+      }
+      for (int r = 0; r < N; ++r) store(of.sums[r] + i, narrowSat<Zor16s>(eight[0][r], eight[1][r]));
     } else {
-      const auto pixel = [=](std::ptrdiff_t k) { return tapsOfPixel<T, C, readsOn>(src + std::ptrdiff_t{at[k]} * C); };
+      const std::ptrdiff_t at0 = at[i], at1 = at[i + 1], at2 = at[i + 2], at3 = at[i + 3];
       const auto w = loadAligned<Zor16s, 16>(weights + 2 * i);
-      const auto p0 = weighed<across<T>>(pixel(i), pairOf<0>(w)), p1 = weighed<across<T>>(pixel(i + 1), pairOf<1>(w)),
-                 p2 = weighed<across<T>>(pixel(i + 2), pairOf<2>(w)),
-                 p3 = weighed<across<T>>(pixel(i + 3), pairOf<3>(w));
-      const auto p01 = narrowSat<Zor16s>(p0, p1), p23 = narrowSat<Zor16s>(p2, p3);
-      Zor16s* const to = out + i * C;
-      if constexpr (C == 4) {
-        store(to, p01);
-        store(to + 8, p23);
-      } else { // each pixel's fourth lane is written over by the next
-        storeLow8(to, p01);
-        storeHigh8(to + 3, p01);
-        storeLow8(to + 6, p23);
-        storeHigh8(to + 9, p23);
+      const auto w0 = pairOf<0>(w), w1 = pairOf<1>(w), w2 = pairOf<2>(w), w3 = pairOf<3>(w);
+      for (int r = 0; r < N; ++r) {
+        const auto pixel = [=](std::ptrdiff_t k, I16x8 by) {
+          return weighed<across<T>>(tapsOfPixel<T, C, readsOn>(of.src[r] + k * C), by);
+        };
+        const auto p01 = narrowSat<Zor16s>(pixel(at0, w0), pixel(at1, w1)),
+                   p23 = narrowSat<Zor16s>(pixel(at2, w2), pixel(at3, w3));
+        Zor16s* const to = of.sums[r] + i * C;
+        if constexpr (C == 4) {
+          store(to, p01);
+          store(to + 8, p23);
+        } else { // each pixel's fourth lane is written over by the next
+          storeLow8(to, p01);
+          storeHigh8(to + 3, p01);
+          storeLow8(to + 6, p23);
+          storeHigh8(to + 9, p23);
+        }
       }
     }
   };
@@ -133,26 +150,35 @@ template <class T, int C> [[gnu::noinline]] void acrossIntegers(const AxisTable&
   for (; i < count; i += unit) block(i, std::false_type());
 }
 
-template <int C> [[gnu::noinline]] void acrossFloats(const AxisTable& columns, const void* row, void* sums)
+template <int C, int N>
+[[gnu::noinline]] void acrossFloats(const AxisTable& columns, const void* const* rows, void* const* sums)
 {
-  const Zor32f* const src = static_cast<const Zor32f*>(row);
-  Zor32f* out = static_cast<Zor32f*>(sums);
+  const Rows<Zor32f, Zor32f, N> of(rows, sums);
   const std::int32_t* const at = columns.at;
   const float* const f = columns.plane(0);
   const std::ptrdiff_t count = columns.count;
   if constexpr (C == 1) {
     for (std::ptrdiff_t i = 0; i < count; i += 4) {
-      const F32x4 p01 = loadHalves(src + at[i], src + at[i + 1]), p23 = loadHalves(src + at[i + 2], src + at[i + 3]);
-      const F32x4 a = shuffle<2, 0, 2, 0>(p01, p23), b = shuffle<3, 1, 3, 1>(p01, p23);
-      store(out + i, a + (b - a) * loadFour(f + i));
+      const std::ptrdiff_t at0 = at[i], at1 = at[i + 1], at2 = at[i + 2], at3 = at[i + 3];
+      const auto by = loadFour(f + i);
+      for (int r = 0; r < N; ++r) {
+        const Zor32f* const src = of.src[r];
+        const F32x4 p01 = loadHalves(src + at0, src + at1), p23 = loadHalves(src + at2, src + at3);
+        const F32x4 a = shuffle<2, 0, 2, 0>(p01, p23), b = shuffle<3, 1, 3, 1>(p01, p23);
+        store(of.sums[r] + i, a + (b - a) * by);
+      }
     }
   } else {
-    for (std::ptrdiff_t i = 0; i < count; ++i, out += C) {
-      const Zor32f* const p = src + std::ptrdiff_t{at[i]} * C;
-      const F32x4 a = loadFour(p);
-      F32x4 b = loadFour(p + (C == 3 ? 2 : 4));
-      if constexpr (C == 3) b = shuffle<3, 3, 2, 1>(b, b);
-      store(out, a + (b - a) * F32x4(splatFour(f[i])));
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      const std::ptrdiff_t first = std::ptrdiff_t{at[i]} * C;
+      const F32x4 by = splatFour(f[i]);
+      for (int r = 0; r < N; ++r) {
+        const Zor32f* const p = of.src[r] + first;
+        const F32x4 a = loadFour(p);
+        F32x4 b = loadFour(p + (C == 3 ? 2 : 4));
+        if constexpr (C == 3) b = shuffle<3, 3, 2, 1>(b, b);
+        store(of.sums[r] + i * C, a + (b - a) * by);
+      }
     }
   }
 }
@@ -307,15 +333,6 @@ void downRows(const void* const* rows, const AxisTable& table, int y, int count,
 
 // ---- The choice ----
 
-using AcrossRow = void (*)(const AxisTable& columns, const void* row, void* sums);
-template <AcrossRow Kernel>
-void oneByOne(const AxisTable& columns, const void* const* rows, int count, void* const* sums)
-{
-  for (int r = 0; r < count; ++r) Kernel(columns, rows[r], sums[r]);
-}
-
-// The kernel by windows, where they hold the taps of this table.
-#if ZORI_VECTOR_BYTES == 32
 using AcrossOneOrTwo = void (*)(const AxisTable& columns, const void* const* rows, void* const* sums);
 template <AcrossOneOrTwo One, AcrossOneOrTwo Two>
 void oneOrTwo(const AxisTable& columns, const void* const* rows, int count, void* const* sums)
@@ -323,6 +340,8 @@ void oneOrTwo(const AxisTable& columns, const void* const* rows, int count, void
   (count == 2 ? Two : One)(columns, rows, sums);
 }
 
+// The kernel by windows, where they hold the taps of this table.
+#if ZORI_VECTOR_BYTES == 32
 template <class T, int N>
 [[gnu::noinline]] void acrossPairs(const AxisTable& columns, const void* const* rows, void* const* sums)
 {
@@ -351,8 +370,8 @@ template <class T> AcrossRows windowsKernel(int, AxisTable&) { return nullptr; }
 
 template <class T, int C> AcrossRows plainKernel()
 {
-  if constexpr (std::is_same_v<T, Zor32f>) return oneByOne<acrossFloats<C>>;
-  else return oneByOne<acrossIntegers<T, C>>;
+  if constexpr (std::is_same_v<T, Zor32f>) return oneOrTwo<acrossFloats<C, 1>, acrossFloats<C, 2>>;
+  else return oneOrTwo<acrossIntegers<T, C, 1>, acrossIntegers<T, C, 2>>;
 }
 
 template <class T> Kernels kernelsOf(int channels, AxisTable& columns)

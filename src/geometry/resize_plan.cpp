@@ -199,15 +199,16 @@ void foldWeights(int firstTap, int image, float (&w)[6])
 namespace {
 
 // emit(i, n, positions, whole): for n outputs from i on their positions, and these cut to pixels; both are counted from
-// the region and lie in the image. Begins with output `begun`, whose position is `running`.
-template <class Emit> inline void cutRuns(const Axis& axis, int begun, double running, Emit emit)
+// the region and lie in the image.
+template <class Emit> inline void cutRuns(const Axis& axis, Emit emit)
 {
   constexpr int run = 64;
   double positions[run];
   std::int32_t whole[run];
   const double lowest = -static_cast<double>(axis.first), highest = static_cast<double>(axis.image - 1) - axis.first;
   const double step = axis.step;
-  for (int i = begun; i < axis.count; i += run) {
+  double running = axis.start;
+  for (int i = 0; i < axis.count; i += run) {
     const int n = std::min(run, axis.count - i);
     for (int j = 0; j < n; ++j, running += step) positions[j] = running;
     // cut towards zero, so that fractions left of the region's corner are negative
@@ -229,109 +230,130 @@ template <class Emit> inline void cutRuns(const Axis& axis, int begun, double ru
 template <class Emit> inline void cutPositions(const Axis& axis, Emit emit)
 {
   const int first = axis.first;
-  cutRuns(axis, 0, axis.start, [=](int i, int n, const double* positions, const std::int32_t* whole) {
+  cutRuns(axis, [=](int i, int n, const double* positions, const std::int32_t* whole) {
     for (int j = 0; j < n; ++j) emit(i + j, first + whole[j], whole[j], positions[j]);
   });
 }
 
-// The factor of a fraction, and of four.
-template <class Factor> inline Factor linearFactor(double f)
+// Whether positions grow from one that lies in the image: then they can only leave it behind its last pixel.
+bool growsWithin(const Axis& axis)
 {
-  if constexpr (std::is_same_v<Factor, float>) return static_cast<float>(f);
-  else return pairOf(f);
+  return axis.step >= 0 && axis.start >= -static_cast<double>(axis.first) && axis.first < axis.image;
 }
-template <class Factor> inline Vec<Factor, 16> linearFactors(F64x2 low, F64x2 high)
+
+// The factors of fractions.
+template <class Factor> inline Vec<Factor> linearFactors(Vec<double> low, Vec<double> high)
 {
   if constexpr (std::is_same_v<Factor, float>) {
     return toFloat(low, high);
   } else {
-    const auto by = splat<double, 16>(16384), dust = splat<double, 16>(slack);
-    const I32x4 f = toIntTruncated(low * by + dust, high * by + dust);
-    return ((splat<Zor32s, 16>(16384) - f) & splat<Zor32s, 16>(0xffff)) | shiftLeft<16>(f);
+    const auto by = splat(16384.0), dust = splat(slack);
+    const auto f = toIntTruncated(low * by + dust, high * by + dust);
+    return (shiftLeft<16>(f) - f) + splat<Zor32s>(16384); // as pairOf
   }
 }
 
 // Of the last pixel all, as the second tap of the one before it.
 template <class Factor> class LinearFiller {
 public:
-  LinearFiller(const Axis& axis, AxisTable& table)
-    : axis_(axis), at_(table.at), factors_(reinterpret_cast<Factor*>(table.factors)), first_(axis.first),
-      last_(axis.image - 1), highest_(static_cast<double>(last_) - first_), running_(axis.start)
-  {
-    if (axis.step >= 0 && running_ >= -static_cast<double>(first_)) fours_ = axis.count / 4 * 4;
-  }
+  static constexpr int unit = 8;
 
-  // The next four outputs, while positions lie in the image: false when there are none.
-  bool four()
+  LinearFiller(const Axis& axis, AxisTable& table)
+    : at_(table.at), factors_(reinterpret_cast<Factor*>(table.factors)), first_(axis.first), last_(axis.image - 1)
+  {}
+
+  // Outputs i .. i + unit - 1, of which some may be those behind the last one, from positions that grow, in pairs.
+  void fill(std::ptrdiff_t i, const F64x2 (&pairs)[unit / 2])
   {
-    const double step = axis_.step, a = running_, b = a + step, c = b + step, d = c + step;
-    if (done_ == fours_ || !(d <= highest_)) return false;
-    const auto dust = splat<double, 16>(slack);
-    const F64x2 low = interleaveLow(splat<double, 16>(a), splat<double, 16>(b)),
-                high = interleaveLow(splat<double, 16>(c), splat<double, 16>(d));
-    const I32x4 whole = toIntTruncated(low + dust, high + dust),
-                isLast = equal(whole, splat<Zor32s, 16>(last_ - first_));
-    const auto f = linearFactors<Factor>(low - toDoubleLow(whole), high - toDoubleHigh(whole));
-    store(at_ + done_, whole + splat<Zor32s, 16>(first_) + isLast);
-    store(factors_ + done_, select(as<Factor>(isLast), splat<Factor, 16>(linearFactor<Factor>(1.0)), f));
-    running_ = d + step;
-    done_ += 4;
-    return true;
+    const auto dust = splat(slack), highest = splat(static_cast<double>(last_) - first_);
+    const auto first = splat<Zor32s>(first_), last = splat<Zor32s>(last_ - first_);
+    Vec<Factor> all;
+    if constexpr (std::is_same_v<Factor, float>) all = splat(1.0f);
+    else all = splat<Zor32s>(pairOf(1));
+    const auto positions = [&pairs](int j) {
+#if ZORI_VECTOR_BYTES == 32
+      return joined(pairs[j / 2], pairs[j / 2 + 1]);
+#else
+      return pairs[j / 2];
+#endif
+    };
+    constexpr int lanes = Vec<Zor32s>::size;
+    for (int j = 0; j < unit; j += lanes) {
+      const auto low = min(positions(j), highest), high = min(positions(j + lanes / 2), highest);
+      const auto whole = toIntTruncated(low + dust, high + dust), isLast = equal(whole, last);
+      const auto f = linearFactors<Factor>(low - toDoubleLow(whole), high - toDoubleHigh(whole));
+      store(at_ + i + j, whole + first + isLast);
+      store(factors_ + i + j, select(as<Factor>(isLast), all, f));
+    }
   }
-  // All that are left.
-  void rest()
+  // Any positions.
+  void fillAll(const Axis& axis)
   {
-    cutRuns(axis_, done_, running_, [this](int k, int n, const double* positions, const std::int32_t* whole) {
+    cutRuns(axis, [this](int i, int n, const double* positions, const std::int32_t* whole) {
       for (int j = 0; j < n; ++j) {
         const std::int32_t pixel = first_ + whole[j], isLast = pixel == last_;
-        at_[k + j] = pixel - isLast;
-        factors_[k + j] = linearFactor<Factor>(isLast ? 1.0 : positions[j] - whole[j]);
+        const double fraction = isLast ? 1.0 : positions[j] - whole[j];
+        at_[i + j] = pixel - isLast;
+        if constexpr (std::is_same_v<Factor, float>) factors_[i + j] = static_cast<float>(fraction);
+        else factors_[i + j] = pairOf(fraction);
       }
     });
   }
 
 private:
-  const Axis& axis_;
   std::int32_t* const at_;
   Factor* const factors_;
   const int first_, last_;
-  const double highest_;
-  double running_;
-  int done_ = 0, fours_ = 0;
 };
 
-// Both axes side by side: each waits for its own sums.
+// Both axes side by side: each sum waits for the one before it.
 template <class Factor> void fillLinear(const Axis& x, AxisTable& columns, const Axis& y, AxisTable& rows)
 {
   LinearFiller<Factor> across(x, columns), down(y, rows);
-  while (across.four() && down.four()) {}
-  while (across.four()) {}
-  while (down.four()) {}
-  across.rest();
-  down.rest();
+  if (growsWithin(x) && growsWithin(y)) {
+    constexpr int unit = LinearFiller<Factor>::unit;
+    const auto pair = [](double a, double b) { return interleaveLow(splat<double, 16>(a), splat<double, 16>(b)); };
+    const F64x2 step = pair(x.step, y.step);
+    F64x2 sum = pair(x.start, y.start);
+    for (std::ptrdiff_t i = 0; i < columns.count || i < rows.count; i += unit) {
+      F64x2 positions[2][unit / 2];
+      for (int j = 0; j < unit / 2; ++j) {
+        const F64x2 next = sum + step;
+        positions[0][j] = interleaveLow(sum, next);
+        positions[1][j] = interleaveHigh(sum, next);
+        sum = next + step;
+      }
+      if (i < columns.count) across.fill(i, positions[0]);
+      if (i < rows.count) down.fill(i, positions[1]);
+    }
+  } else {
+    across.fillAll(x);
+    down.fillAll(y);
+  }
   Writer(columns).finish();
   Writer(rows).finish();
 }
 
-// Whether sums of steps have no rounding in them, so that products are the same numbers.
-bool isExact(const Axis& axis)
-{
-  const auto isShort = [](double x) { return x >= 0 && x < 1024 && x * 1048576 == std::floor(x * 1048576); };
-  return isShort(axis.start) && isShort(axis.step);
-}
-
+// Positions whose sums have no rounding in them, as whole numbers of 20 bits behind the point.
 void fillNearest(const Axis& axis, std::int32_t* at)
 {
-  const double start = axis.start, step = axis.step, most = static_cast<double>(axis.image - 1) - axis.first;
-  if (!isExact(axis) || most < 0) return cutPositions(axis, [=](int i, int pixel, int, double) { at[i] = pixel; });
-  // each without the one before it; behind the last output there is room for those of a vector
-  const int count = axis.count;
-  const auto s = splat<double, 16>(step), from = splat<double, 16>(start), end = splat<double, 16>(most),
-             dust = splat<double, 16>(slack), four = splat<double, 16>(4);
-  const auto first = splat<Zor32s, 16>(axis.first);
-  F64x2 low = interleaveLow(splat<double, 16>(0), splat<double, 16>(1)), high = low + splat<double, 16>(2);
-  for (int i = 0; i < count; i += 4, low += four, high += four)
-    store(at + i, first + toIntTruncated(min(from + low * s, end) + dust, min(from + high * s, end) + dust));
+  constexpr int bits = 20;
+  constexpr double one = 1 << bits;
+  const double most = static_cast<double>(axis.image - 1) - axis.first,
+               behind = axis.start + axis.step * static_cast<double>(tablePitch(axis.count));
+  const auto isWhole = [](double x) { return x >= 0 && x * one == static_cast<Zor32s>(x * one); };
+  if (!(most >= 0 && most < 2048 && behind < 2048 && isWhole(axis.start) && isWhole(axis.step)))
+    return cutPositions(axis, [=](int i, int pixel, int, double) { at[i] = pixel; });
+  // four at a time; behind the last output there is room
+  const auto first = splat<Zor32s, 16>(axis.first), last = splat<Zor32s, 16>(static_cast<Zor32s>(most));
+  const auto start = static_cast<Zor32s>(axis.start * one), step = static_cast<Zor32s>(axis.step * one);
+  const Zor32s starts[4] = {start, start + step, start + 2 * step, start + 3 * step};
+  auto position = load<Zor32s, 16>(starts);
+  const auto next = splat<Zor32s, 16>(4 * step);
+  for (int i = 0; i < axis.count; i += 4, position += next) {
+    const auto pixel = shiftRight<bits>(position);
+    store(at + i, first + select(greater(pixel, last), last, pixel));
+  }
 }
 
 } // namespace
@@ -437,30 +459,46 @@ template <int N> bool fillCopyWindows(AxisTable& columns)
   return true;
 }
 
-template <int C> void fillByteWindows(AxisTable& columns)
+// The first tap stands at byte `first` of the window, in both bytes of a lane; the second one C further. Of all of the
+// second tap that one is taken twice, for twice the fraction would not fit.
+template <int C> inline void orderWindow(const std::int32_t* at, const Zor16s* pairs, std::int32_t start, Zor8u* order)
 {
-  constexpr int n = byteWindowOutputs(C);
-  const Zor16s* const pairs = columns.pairs();
-  const std::int32_t* from = columns.at;
-  std::int32_t* to = columns.at;
-  const std::int32_t lastStart = columns.image * C - 16;
-  Zor8u* order = columns.shuffles;
-  for (std::ptrdiff_t i = 0; i < columns.pitch; i += n, from += n) {
-    const std::int32_t start = std::min(from[0] * C, lastStart);
-    Zor8u* const factors = order + 32;
-    for (int k = 0; k < n; ++k) {
-      // all of the second tap: that one twice, for twice the fraction would not fit
-      const int f = pairs[2 * (i + k) + 1], first = from[k] * C - start, whole = f == 16384;
-      const std::uint32_t taps = static_cast<std::uint32_t>(first * 257 + C * 256 + (C & -whole));
-      for (int c = 0, lane = k * C; c < C; ++c, ++lane) {
-        put(order + 2 * lane, static_cast<std::uint16_t>(taps + static_cast<std::uint32_t>(257 * c)));
-        put(factors + 2 * lane, static_cast<Zor16s>(whole ? 0 : 2 * f));
-      }
+  constexpr int all = 16384;
+  Zor8u* const factors = order + 32;
+  if constexpr (C == 1) {
+    const auto from = splat<Zor32s, 16>(start);
+    const auto first = narrowSat<Zor16s>(load<Zor32s, 16>(at) - from, load<Zor32s, 16>(at + 4) - from),
+               f = narrowSat<Zor16s>(shiftRight<16>(load<Zor32s, 16>(pairs)),
+                                     shiftRight<16>(load<Zor32s, 16>(pairs + 8))),
+               isAll = equal(f, splat<Zor16s, 16>(all));
+    store(order, ((shiftLeft<8>(first) + first) + splat<Zor16s, 16>(256)) - isAll);
+    store(factors, without(f + f, isAll));
+  } else {
+    constexpr std::uint64_t everyLane = 0x0001000100010001, samples = 0x0303020201010000;
+    for (int k = 0; k < 2; ++k) { // a fourth sample of three is written over by what follows
+      const int f = pairs[2 * k + 1], isAll = f == all;
+      const auto taps = static_cast<std::uint64_t>((at[k] * C - start) * 257 + C * 256 + (C & -isAll));
+      put(order + 2 * C * k, taps * everyLane + samples);
+      put(factors + 2 * C * k, static_cast<std::uint16_t>(isAll ? 0 : 2 * f) * everyLane);
     }
     if constexpr (C == 3) { // the two lanes that count for nothing
       put(order + 12, std::uint32_t{0});
       put(factors + 12, std::uint32_t{0});
     }
+  }
+}
+
+template <int C> void fillByteWindows(AxisTable& columns)
+{
+  constexpr int n = byteWindowOutputs(C);
+  const std::int32_t* from = columns.at;
+  const Zor16s* pairs = columns.pairs();
+  std::int32_t* to = columns.at;
+  const std::int32_t lastStart = columns.image * C - 16;
+  Zor8u* order = columns.shuffles;
+  for (std::ptrdiff_t i = 0; i < columns.pitch; i += n, from += n, pairs += 2 * n) {
+    const std::int32_t start = std::min(from[0] * C, lastStart);
+    orderWindow<C>(from, pairs, start, order);
     *to++ = start;
     order += i / n % 2 ? 48 : 16;
   }

@@ -268,54 +268,50 @@ template <class T> struct Halving {
   }
 };
 
-template <class T> struct HalvedRegion {
-  const char* src;
-  char* dst;
-  std::ptrdiff_t srcStep, dstStep;
-
-  [[gnu::noinline]] void make(std::ptrdiff_t width, int height) const
-  {
-    const UpperHalvesCleared atTheEnd;
-    constexpr std::ptrdiff_t lanes = Halving<T>::blockLength;
-    const Halving<T> halving;
-    for (int y = 0; y < height; ++y) {
-      const T *const a = reinterpret_cast<const T*>(src + 2 * y * srcStep), *const b = reinterpret_cast<const T*>(
-                                                                              src +
-                                                                              (2 * y + std::ptrdiff_t{1}) * srcStep);
-      T* const to = reinterpret_cast<T*>(dst + y * dstStep);
-      if (width < lanes) {
-        shortRow(a, b, to, width);
-        continue;
-      }
-      std::ptrdiff_t i = 0;
-      const std::ptrdiff_t next = y + 1 < height ? 2 * srcStep : 0;
-      for (; i + lanes <= width; i += lanes) {
-        prefetch(reinterpret_cast<const char*>(a + 2 * i) + next);
-        prefetch(reinterpret_cast<const char*>(b + 2 * i) + next);
-        halving.block(a + 2 * i, b + 2 * i, to + i);
-      }
-      if (i < width) halving.block(a + 2 * (width - lanes), b + 2 * (width - lanes), to + width - lanes);
-    }
+// A row shorter than that: the first and the last half of a vector, or what there is.
+template <class T> void halveShortRow(const T* a, const T* b, T* dst, std::ptrdiff_t width)
+{
+  constexpr std::ptrdiff_t lanes = Halving<T>::blockLength, half = lanes / 2;
+  T out[lanes];
+  if (width >= half) {
+    const EndsOfBlock<T, 2 * lanes> first(a, 2 * width), second(b, 2 * width);
+    Halving<T>().block(first.values, second.values, out);
+    std::memcpy(dst, out, half * sizeof(T));
+    std::memcpy(dst + width - half, out + half, half * sizeof(T));
+  } else {
+    const PaddedBlock<T, 2 * lanes> first(a, 2 * width), second(b, 2 * width);
+    Halving<T>().block(first.values, second.values, out);
+    std::memcpy(dst, out, static_cast<std::size_t>(width) * sizeof(T));
   }
+}
 
-private:
-  // The first and the last half of a vector, or what there is.
-  static void shortRow(const T* a, const T* b, T* dst, std::ptrdiff_t width)
-  {
-    constexpr std::ptrdiff_t lanes = Halving<T>::blockLength, half = lanes / 2;
-    T out[lanes];
-    if (width >= half) {
-      const EndsOfBlock<T, 2 * lanes> first(a, 2 * width), second(b, 2 * width);
-      Halving<T>().block(first.values, second.values, out);
-      std::memcpy(dst, out, half * sizeof(T));
-      std::memcpy(dst + width - half, out + half, half * sizeof(T));
-    } else {
-      const PaddedBlock<T, 2 * lanes> first(a, 2 * width), second(b, 2 * width);
-      Halving<T>().block(first.values, second.values, out);
-      std::memcpy(dst, out, static_cast<std::size_t>(width) * sizeof(T));
+// Rows further on are asked for while these are worked on: the next two but one, if so many stay in the first cache.
+template <class T>
+[[gnu::noinline]] void halveRows(const char* src, std::ptrdiff_t srcStep, char* dst, std::ptrdiff_t dstStep,
+                                 std::ptrdiff_t width, int height)
+{
+  const UpperHalvesCleared atTheEnd;
+  constexpr std::ptrdiff_t lanes = Halving<T>::blockLength;
+  const Halving<T> halving;
+  const std::ptrdiff_t pair = 2 * srcStep;
+  const int pairsAhead = width * static_cast<std::ptrdiff_t>(sizeof(T)) <= 1024 ? 2 : 1;
+  for (int left = height; left > 0; --left, src += pair, dst += dstStep) {
+    const T *const a = reinterpret_cast<const T*>(src), *const b = reinterpret_cast<const T*>(src + srcStep);
+    T* const to = reinterpret_cast<T*>(dst);
+    if (width < lanes) {
+      halveShortRow(a, b, to, width);
+      continue;
     }
+    const std::ptrdiff_t next = left > pairsAhead ? pairsAhead * pair : 0;
+    std::ptrdiff_t i = 0;
+    for (; i + lanes <= width; i += lanes) {
+      prefetch(reinterpret_cast<const char*>(a + 2 * i) + next);
+      prefetch(reinterpret_cast<const char*>(b + 2 * i) + next);
+      halving.block(a + 2 * i, b + 2 * i, to + i);
+    }
+    if (i < width) halving.block(a + 2 * (width - lanes), b + 2 * (width - lanes), to + width - lanes);
   }
-};
+}
 
 bool isHalving(const Images& images, const Blocks& blocks, double scale)
 {
@@ -325,7 +321,7 @@ template <class T> void halve(const Images& images, const Blocks& blocks, int wi
 {
   const char* const src = images.srcRow(plane, static_cast<std::ptrdiff_t>(blocks.top) + 2 * std::ptrdiff_t{first}) +
                           static_cast<std::ptrdiff_t>(blocks.left) * static_cast<std::ptrdiff_t>(sizeof(T));
-  HalvedRegion<T>{src, images.dstRow(plane, first), images.srcStep, images.dstStep}.make(width, count);
+  halveRows<T>(src, images.srcStep, images.dstRow(plane, first), images.dstStep, width, count);
 }
 
 #if ZORI_VECTOR_BYTES == 32

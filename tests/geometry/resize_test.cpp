@@ -325,9 +325,11 @@ TEST(ResizeSuper, SmallWholeBlocks)
         const ZorImgSize size = {nx * width, ny * 2};
         const ZorImgRect all = {0, 0, size.width, size.height}, part = {1, 0, size.width - 1, size.height};
         const std::size_t shape = seed % 6;
-        for (const ZorImgRect& roi : {all, part})
-          check<Zor8u>({size, roi, {width, 2}, Form::Factors, 1.0 / nx, 1.0 / ny, 0, 0, ZORI_INTER_SUPER}, shape,
-                       ++seed, static_cast<int>(seed % 3));
+        for (const ZorImgRect& roi : {all, part}) {
+          ++seed;
+          check<Zor8u>({size, roi, {width, 2}, Form::Factors, 1.0 / nx, 1.0 / ny, 0, 0, ZORI_INTER_SUPER}, shape, seed,
+                       static_cast<int>(seed % 3));
+        }
         if (HasFatalFailure()) return;
       }
 }
