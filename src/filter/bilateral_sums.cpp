@@ -18,23 +18,21 @@ namespace zori {
 namespace bilateral {
 namespace {
 
-constexpr int stripWidth = 128;
 constexpr int vectorRoom = 32; // bytes that vectors may reach beyond the last pixel
 
-// The weights of differences. One more is read than there are.
+// The weights of differences.
 struct ValueTable {
-  alignas(64) float weight[levels + 1];
-  explicit ValueTable(const Record& record)
-  {
-    record.copyValues(weight);
-    weight[levels] = 0;
-  }
+  alignas(64) float weight[levels];
+  explicit ValueTable(const Record& record) { record.copyValues(weight); }
 
-  // Of the four differences in the bytes of x.
-  F32x4 ofFour(std::uint32_t x) const
+  // Of four differences, which are read one by one: taking a word of them to pieces costs more.
+  F32x4 ofFour(const Zor8u* differences) const
   {
-    const auto at = [=](int k) { return weight + (x >> (8 * k) & 255); };
-    return evenLanes(loadHalves(at(0), at(1)), loadHalves(at(2), at(3)));
+    const auto two = [=](int k) {
+      const auto one = [=](int i) { return loadLow4<float>(weight + differences[i]); };
+      return as<double>(interleaveLow(one(k), one(k + 1)));
+    };
+    return as<float>(interleaveLow(two(0), two(2)));
   }
 };
 
@@ -55,31 +53,39 @@ struct RoundedQuotient {
 
 // ---- Half the weights ----
 
-// The places of a window along its rows: 2 * reach + 1 of them, `step` pixels apart.
+constexpr int mostSharedRadius = 8;
+
+// The places of a window along its rows, 2 * reach + 1 of them, `step` pixels apart; how far the window reaches below;
+// and what strips of it take.
 template <int Reach, int Step> struct FixedPlaces {
-  static constexpr int reach = Reach, step = Step;
+  static constexpr int reach = Reach, step = Step, below = Reach * Step;
+  static constexpr int mostReach = below, mostBelow = below, stripWidth = 256;
 };
 struct AnyPlaces {
-  int reach, step;
+  int reach, step, below;
+  static constexpr int mostReach = mostSharedRadius, mostBelow = mostSharedRadius, stripWidth = 128;
 };
-
-constexpr int mostSharedRadius = 8;
 
 template <class Places> class SharedWeights {
 public:
-  SharedWeights(const Call& call, const ValueTable& table, Places along)
-    : call_(call), table_(table), along_(along), below_(call.radii.y)
-  {}
+  static constexpr int stripWidth = Places::stripWidth;
+
+  SharedWeights(const Call& call, const ValueTable& table, Places along) : call_(call), table_(table), along_(along)
+  {
+    for (int j = 0; j <= along.below / along.step; ++j)
+      for (int k = 0; k <= along.reach; ++k) places_[j][k] = call.record.place(k, j);
+  }
 
   // The columns x .. x + width - 1.
   void filter(int x, int width)
   {
-    const int height = call_.roi.height, stepDown = call_.record.head().step, reachDown = below_ / stepDown;
+    const Places along = along_;
+    const int height = call_.roi.height, below = along.below, stepDown = along.step, reachDown = below / stepDown;
     width_ = width;
     padded_ = (width + Group<float>::size - 1) / Group<float>::size * Group<float>::size;
-    for (int y = -below_; y < 0; ++y) loadRow(x, y);
-    for (int y = -below_; y < height; ++y) {
-      loadRow(x, y + below_);
+    for (int y = -below; y < 0; ++y) loadRow(x, y);
+    for (int y = -below; y < height; ++y) {
+      loadRow(x, y + below);
       Row& upper = row(y);
       const bool isInside = y >= 0;
       if (isInside) sumWithin(upper);
@@ -88,9 +94,10 @@ public:
         const bool isOtherInside = other >= 0 && other < height;
         if (!isInside && !isOtherInside) continue;
         Row& lower = row(other);
-        for (int k = 0; k <= 2 * along_.reach; ++k) weigh(upper, lower, k - along_.reach, j, weights_[k]);
-        if (isOtherInside) sumFromAbove(upper, lower, j == reachDown);
-        if (isInside) sumFromBelow(lower, upper);
+        weigh(upper, lower, j, -along.reach, 2 * along.reach + 1);
+        if (isInside && isOtherInside) sumBetween<true, true>(upper, lower, j == reachDown);
+        else if (isInside) sumBetween<false, true>(upper, lower, false);
+        else sumBetween<true, false>(upper, lower, j == reachDown);
       }
       if (isInside) mapGroups(call_.dst[y] + x, width, RoundedQuotient{}, upper.numerators, upper.denominators);
     }
@@ -113,7 +120,7 @@ private:
     const float* at(std::ptrdiff_t x) const { return values + margin + x; }
   };
 
-  Row& row(int y) { return rows_[(y + below_) % (below_ + 1)]; }
+  Row& row(int y) { return rows_[(y + along_.below) % (along_.below + 1)]; }
 
   void loadRow(int x, int y)
   {
@@ -125,21 +132,29 @@ private:
     convertRow(first, to.samples + margin - radius, padded_ + 2 * radius);
   }
 
-  // Weights between each pixel of the upper row and the one so many steps to its right and below: of those pairs of
-  // which either pixel is in the strip.
-  void weigh(const Row& upper, const Row& lower, int right, int down, Weights& to)
+  // Weights between each pixel of the upper row and the one so many steps below and so many, from `left` on, to its
+  // right, for so many numbers of steps: of those pairs of which either pixel is in the strip.
+  void weigh(const Row& upper, const Row& lower, int down, int left, int count)
   {
-    const int distance = right * along_.step, first = std::min(-distance, 0), count = padded_ + std::abs(distance);
-    const Zor8u *const a = upper.pixels + margin + first, *const b = lower.pixels + margin + first + distance;
-    alignas(32) Zor8u differences[pitch];
-    for (int i = 0; i < count; i += Vec<Zor8u>::size) store(differences + i, difference(a + i, b + i));
-
-    const F32x4 place = splatFour(call_.record.place(std::abs(right), down));
-    float* const weights = to.values + margin + first;
-    for (int i = 0; i < count; i += 8) {
-      const auto eight = get<std::uint64_t>(differences + i);
-      store(weights + i, table_.ofFour(static_cast<std::uint32_t>(eight)) * place);
-      store(weights + i + 4, table_.ofFour(static_cast<std::uint32_t>(eight >> 32)) * place);
+    const Places along = along_;
+    const auto distance = [=](int k) { return (left + k) * along.step; };
+    const auto first = [=](int k) { return std::min(-distance(k), 0); };
+    // all differences first: read as they are written, they would hold up the look-ups
+    for (int i = 0; i < padded_ + margin; i += Vec<Zor8u>::size)
+      for (int k = 0; k < count; ++k) {
+        const int at = margin + first(k) + i;
+        store(differences_[k] + i, difference(upper.pixels + at, lower.pixels + at + distance(k)));
+      }
+    const ValueTable& table = table_;
+    const int length = padded_ + margin; // for all alike: branches are foreseen
+    for (int k = 0; k < count; ++k) {
+      const F32x4 place = splatFour(places_[down][std::abs(left + k)]);
+      const Zor8u* const differences = differences_[k];
+      float* const weights = weights_[k].values + margin + first(k);
+      for (int i = 0; i < length; i += 8) {
+        store(weights + i, table.ofFour(differences + i) * place);
+        store(weights + i + 4, table.ofFour(differences + i + 4) * place);
+      }
     }
   }
 
@@ -168,54 +183,52 @@ private:
   void sumWithin(Row& row)
   {
     const Places along = along_;
-    for (int k = 1; k <= along.reach; ++k) weigh(row, row, k, 0, weights_[k - 1]);
+    if (along.reach > 0) weigh(row, row, 0, 1, along.reach);
     for (int x = 0; x < padded_; x += Vec<float>::size) {
       const auto right = [&](int k) { return load<float>(row.sample(x + k * along.step)); };
       const auto toRight = [&](int x, int k) { return load<float>(weights_[k - 1].at(x)); };
       const Vec<float> middle = load<float>(row.sample(x)), one = splat(1.0f);
       if (along.reach == 0) {
-        put(row, x, Sums(middle, one), below_ == 0);
+        put(row, x, Sums(middle, one), along.below == 0);
         continue;
       }
       Sums sums(right(-along.reach), toRight(x - along.reach * along.step, along.reach));
       for (int k = along.reach - 1; k > 0; --k) sums.add(right(-k), toRight(x - k * along.step, k));
       sums.add(middle, one);
       for (int k = 1; k <= along.reach; ++k) sums.add(right(k), toRight(x, k));
-      put(row, x, sums, below_ == 0);
+      put(row, x, sums, along.below == 0);
     }
   }
 
-  void sumFromAbove(const Row& from, Row& to, bool isFirst)
+  // The sums of a row of windows: to the lower row those over the upper one, to the upper row those over the lower one.
+  template <bool ToLower, bool ToUpper> void sumBetween(Row& upper, Row& lower, bool isFirstOfLower)
   {
     const Places along = along_;
+    const int last = 2 * along.reach;
     for (int x = 0; x < padded_; x += Vec<float>::size) {
       const auto at = [&](int k) { return x + (k - along.reach) * along.step; };
-      const auto weight = [&](int k) { return load<float>(weights_[2 * along.reach - k].at(at(k))); };
-      Sums sums(load<float>(from.sample(at(0))), weight(0));
-      for (int k = 1; k <= 2 * along.reach; ++k) sums.add(load<float>(from.sample(at(k))), weight(k));
-      put(to, x, sums, isFirst);
-    }
-  }
-
-  void sumFromBelow(const Row& from, Row& to)
-  {
-    const Places along = along_;
-    for (int x = 0; x < padded_; x += Vec<float>::size) {
-      const auto at = [&](int k) { return x + (k - along.reach) * along.step; };
-      const auto weight = [&](int k) { return load<float>(weights_[k].at(x)); };
-      Sums sums(load<float>(from.sample(at(0))), weight(0));
-      for (int k = 1; k <= 2 * along.reach; ++k) sums.add(load<float>(from.sample(at(k))), weight(k));
-      put(to, x, sums, false);
+      const auto above = [&](int k) { return load<float>(upper.sample(at(k))); };
+      const auto below = [&](int k) { return load<float>(lower.sample(at(k))); };
+      const auto toAbove = [&](int k) { return load<float>(weights_[last - k].at(at(k))); };
+      const auto toBelow = [&](int k) { return load<float>(weights_[k].at(x)); };
+      Sums ofLower(above(0), toAbove(0)), ofUpper(below(0), toBelow(0));
+      for (int k = 1; k <= last; ++k) {
+        if constexpr (ToLower) ofLower.add(above(k), toAbove(k));
+        if constexpr (ToUpper) ofUpper.add(below(k), toBelow(k));
+      }
+      if constexpr (ToLower) put(lower, x, ofLower, isFirstOfLower);
+      if constexpr (ToUpper) put(upper, x, ofUpper, false);
     }
   }
 
   const Call& call_;
   const ValueTable& table_;
   const Places along_;
-  const int below_;
   int width_, padded_; // of the strip; the latter whole groups
-  Row rows_[mostSharedRadius + 1];
-  Weights weights_[2 * mostSharedRadius + 1];
+  float places_[Places::mostBelow + 1][Places::mostReach + 1];
+  Row rows_[Places::mostBelow + 1];
+  Weights weights_[2 * Places::mostReach + 1];
+  alignas(32) Zor8u differences_[2 * Places::mostReach + 1][pitch];
 };
 
 // ---- All weights ----
@@ -223,6 +236,8 @@ private:
 // The columns x .. x + width - 1 of row y.
 class AllWeights {
 public:
+  static constexpr int stripWidth = 128;
+
   AllWeights(const Call& call, const ValueTable& table) : call_(call), table_(table) {}
 
   void filter(int x, int width)
@@ -264,7 +279,7 @@ private:
       storeLow8(differences, subSat(middle, other) | subSat(other, middle));
       const F32x4 place = splatFour(call_.record.place(std::abs(dx) / step, down));
       for (int k = 0; k < 2; ++k) {
-        const F32x4 weight = table_.ofFour(get<std::uint32_t>(differences + 4 * k)) * place;
+        const F32x4 weight = table_.ofFour(differences + 4 * k) * place;
         n[k] += weight * loadFour(samples_ + i + radius + dx + 4 * k);
         d[k] += weight;
       }
@@ -287,7 +302,8 @@ template <class Strips, class... Given> [[gnu::noinline]] void filterStrips(cons
 {
   const UpperHalvesCleared atTheEnd;
   Strips strips(call, given...);
-  for (int x = 0; x < call.roi.width; x += stripWidth) strips.filter(x, std::min(stripWidth, call.roi.width - x));
+  constexpr int width = Strips::stripWidth;
+  for (int x = 0; x < call.roi.width; x += width) strips.filter(x, std::min(width, call.roi.width - x));
 }
 
 } // namespace
@@ -306,7 +322,7 @@ void filterRegion(const Call& call)
   if (x == y && step == 1 && x == 4) return shared(FixedPlaces<4, 1>{});
   if (x == y && step == 2 && x == 2) return shared(FixedPlaces<1, 2>{});
   if (x == y && step == 2 && x == 4) return shared(FixedPlaces<2, 2>{});
-  shared(AnyPlaces{x / step, step});
+  shared(AnyPlaces{x / step, step, y});
 }
 
 } // namespace bilateral

@@ -38,26 +38,6 @@ ZorStatus isNoise(const Zor32f* noise, int count)
   return ZorOk;
 }
 
-// The samples and what is known of their windows to the result.
-template <class T> struct TowardMean {
-  static constexpr bool isLong = true;
-  Group<T> operator()(const Group<T>& x, const Group<float>& mean, const Group<float>& variance,
-                      const Group<float>& noise) const
-  {
-    Group<float> y;
-    if constexpr (isInt<T>) y = Converted<float>{}(x);
-    else y = x;
-    for (int k = 0; k < y.parts; ++k) {
-      const Vec<float> m = mean.part[k], n = noise.part[k];
-      Vec<float> v = max(variance.part[k], n);
-      if constexpr (!isInt<T>) v = min(v, splat(FLT_MAX));
-      y.part[k] = m + (v - n) / v * (y.part[k] - m);
-    }
-    if constexpr (isInt<T>) return Rounded<T>{}(y);
-    else return y;
-  }
-};
-
 // ---- A call ----
 
 // Rows are worked on in bands that do not depend on the team, so that no result does.
@@ -104,28 +84,101 @@ struct NoiseRow {
 
   NoiseRow(const float (&noise)[4], int channels)
   {
-    for (int i = 0; i < stripSamples; ++i) values[i] = noise[i % channels];
+    for (int i = 0; i < stripSamples; ++i) values[i] = i < channels ? noise[i] : values[i - channels];
   }
 };
 
-template <class T>
-void filterRow(const Call<T>& call, const NoiseRow& noise, int y, std::ptrdiff_t first, std::ptrdiff_t length,
-               const float* means, const float* variances)
+// ---- What becomes of a group of windows ----
+
+constexpr int group = Group<float>::size, blocks = group / block, lanes = Vec<float>::size;
+
+template <class T> inline Vec<float> loadAsFloat(const T* p)
 {
-  const T* const src = call.src[y] + first;
-  T* const dst = call.dst[y] + first;
-  constexpr TowardMean<T> op{};
-  if (call.keepsFourth)
-    mapGroups(dst, length, KeepFourth<TowardMean<T>>{op}, static_cast<const T*>(dst), src, means, variances,
-              static_cast<const float*>(noise.values));
-  else mapGroups(dst, length, op, src, means, variances, static_cast<const float*>(noise.values));
+  if constexpr (!isInt<T>) return load<float>(p);
+#if ZORI_VECTOR_BYTES == 32
+  else return toFloat(loadWidenedTo32<T>(p));
+#else
+  else if constexpr (sizeof(T) == 1) return toFloat(as<Zor32s>(widenLow(widenLow(as<Zor8u>(loadLow4<Zor8u>(p))))));
+  else return toFloat(loadHalfWidened<T>(p));
+#endif
 }
+
+// The results of a row.
+template <class T> struct Filtering {
+  const T* src;
+  T* dst;
+  const float* noise;
+  bool keepsFourth;
+
+  template <class ResultsOf> ZORI_INLINE void operator()(std::ptrdiff_t i, const ResultsOf& resultsOf) const
+  {
+    const T* const x = src + i;
+    T* const y = dst + i;
+    using Number = std::conditional_t<isInt<T>, Zor32s, float>;
+    Group<Number> numbers;
+    for (int k = 0; k < blocks; ++k) {
+      const Results of = resultsOf(k);
+      for (int j = 0; j < 2; ++j) {
+        const int part = 2 * k + j;
+        const auto number =
+          towardMean(loadAsFloat(x + part * lanes), of.mean[j], of.variance[j], load<float>(noise + i + part * lanes));
+        if constexpr (isInt<T>) numbers.part[part] = toInt(number); // between the sample and the mean
+        else numbers.part[part] = number;
+      }
+    }
+    Group<T> results;
+    if constexpr (isInt<T>) results = packed<T>(numbers);
+    else results = numbers;
+    if (keepsFourth) {
+      const Group<T> old = loadGroup<T>(y);
+      for (int k = 0; k < results.parts; ++k) results.part[k] = select(colourMask<T>(), results.part[k], old.part[k]);
+    }
+    storeGroup(y, results);
+  }
+
+private:
+  static Vec<float> towardMean(Vec<float> x, Vec<float> mean, Vec<float> variance, Vec<float> n)
+  {
+    Vec<float> v = max(variance, n);
+    if constexpr (!isInt<T>) v = min(v, splat(FLT_MAX));
+    return mean + (v - n) / v * (x - mean);
+  }
+};
+
+// The variances of a row; there is room for whole groups.
+struct Variances {
+  float* to;
+
+  template <class ResultsOf> ZORI_INLINE void operator()(std::ptrdiff_t i, const ResultsOf& resultsOf) const
+  {
+    for (int k = 0; k < blocks; ++k) {
+      const Results of = resultsOf(k);
+      for (int j = 0; j < 2; ++j) store(to + i + (2 * k + j) * lanes, of.variance[j]);
+    }
+  }
+};
 
 // What to do with the windows of a band: filter, or sum up their variances.
 struct Task {
   const NoiseRow* noise;
   VarianceSums* sums; // one for each band; null: filter
 };
+
+// The last samples of a row, if they are no whole group, have one of their own.
+template <class Kind, class T>
+void filterRow(const Strip<Kind>& strip, const Call<T>& call, int y, std::ptrdiff_t first, std::ptrdiff_t length,
+               const float* noise)
+{
+  const T* const src = call.src[y] + first;
+  T* const dst = call.dst[y] + first;
+  const std::ptrdiff_t groups = length / group, whole = groups * group, left = length - whole;
+  if (groups) strip.finish(0, groups, Filtering<T>{src, dst, noise, call.keepsFourth});
+  if (!left) return;
+  const PaddedBlock<T, group> from(src + whole, left);
+  PaddedBlock<T, group> to(dst + whole, left);
+  strip.finish(whole, 1, Filtering<T>{from.values, to.values, noise + whole, call.keepsFourth});
+  std::memcpy(dst + whole, to.values, static_cast<std::size_t>(left) * sizeof(T));
+}
 
 template <class Kind, class T> ZORI_ONE_COPY void workOnBand(const Call<T>& call, const Task& task, int band)
 {
@@ -135,8 +188,13 @@ template <class Kind, class T> ZORI_ONE_COPY void workOnBand(const Call<T>& call
     const std::ptrdiff_t ofStrip = std::min<std::ptrdiff_t>(stripSamples, length - first);
     Strip<Kind> strip(call.windows, first, ofStrip);
     strip.walk(call.bands.first(band), call.bands.first(band + 1), [&](int y) {
-      if (task.sums) task.sums[band].add(strip.variances(), ofStrip);
-      else filterRow(call, *task.noise, y, first, ofStrip, strip.means(), strip.variances());
+      if (task.sums) {
+        alignas(32) float variances[stripSamples];
+        strip.finish(0, (ofStrip + group - 1) / group, Variances{variances});
+        task.sums[band].add(variances, ofStrip);
+      } else {
+        filterRow(strip, call, y, first, ofStrip, task.noise->values);
+      }
     });
   }
 }

@@ -14,6 +14,7 @@
 
 #include "frame/layout.h"
 #include "rowkernels/convert.h"
+#include "rowkernels/simd_32_only.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -50,6 +51,28 @@ struct Results {
   Block<float> mean, variance;
 };
 
+// Words in the order in which interleaving within each 16 bytes puts them in their own; and back from it.
+inline Vec<Zor16s> apart(Vec<Zor16s> x)
+{
+#if ZORI_VECTOR_BYTES == 32
+  return shuffleQuarters<3, 1, 2, 0>(x);
+#else
+  return x;
+#endif
+}
+// Bytes as words in that order.
+inline Vec<Zor16s> loadApart(const Zor8u* p)
+{
+#if ZORI_VECTOR_BYTES == 32
+  alignas(32) static constexpr std::uint8_t places[32] = {0,   128, 1,   128, 2,   128, 3,   128, 8,   128, 9,
+                                                          128, 10,  128, 11,  128, 4,   128, 5,   128, 6,   128,
+                                                          7,   128, 12,  128, 13,  128, 14,  128, 15,  128};
+  return as<Zor16s>(shuffleBytesLocal(loadInBothHalves<Zor8u>(p), loadAligned<Zor8u>(places)));
+#else
+  return as<Zor16s>(widenLow(loadLow8<Zor8u>(p)));
+#endif
+}
+
 struct SumsOfFewBytes {
   using Sample = Zor8u;
   using SampleSum = Zor16s;
@@ -64,23 +87,28 @@ struct SumsOfFewBytes {
     : area(splat(static_cast<Zor16s>(windowArea))), inverseArea(splat(static_cast<float>(1 / windowArea)))
   {}
 
-  void add(Sums& sums, const Group<Zor8u>& x) const { exchange(sums, x, {}); }
-  void exchange(Sums& sums, const Group<Zor8u>& entering, const Group<Zor8u>& leaving) const
+  static Group<Zor16s> load(const Zor8u* p)
   {
-    const Group<Zor16s> in = Converted<Zor16s>{}(entering), out = Converted<Zor16s>{}(leaving);
+    Group<Zor16s> x;
+    for (int k = 0; k < x.parts; ++k) x.part[k] = loadApart(p + k * Vec<Zor16s>::size);
+    return x;
+  }
+  void add(Sums& sums, const Group<Zor16s>& x) const { exchange(sums, x, {}); }
+  void exchange(Sums& sums, const Group<Zor16s>& in, const Group<Zor16s>& out) const
+  {
     for (int k = 0; k < in.parts; ++k) { // in^2 - out^2 = (in - out) * (in + out)
       const Vec<Zor16s> difference = in.part[k] - out.part[k], sum = mulLow(in.part[k] + out.part[k], area);
       const Vec<Zor16s> low = mulLow(difference, sum), high = mulHigh(difference, sum);
-      sums.samples.part[k] += difference;
-      sums.squares.part[2 * k] += as<Zor32s>(interleaveLow(low, high));
-      sums.squares.part[2 * k + 1] += as<Zor32s>(interleaveHigh(low, high));
+      sums.samples.part[k] += apart(difference);
+      sums.squares.part[2 * k] += as<Zor32s>(interleaveLowLocal(low, high));
+      sums.squares.part[2 * k + 1] += as<Zor32s>(interleaveHighLocal(low, high));
     }
   }
   // area * squares - samples^2 is an exact whole number.
-  void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
+  ZORI_INLINE void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
   {
-    const Vec<Zor16s> none = zero<Zor16s>();
-    const Vec<Zor16s> s[] = {interleaveLow(samples[0], none), interleaveHigh(samples[0], none)};
+    const Vec<Zor16s> none = zero<Zor16s>(), words = apart(samples[0]);
+    const Vec<Zor16s> s[] = {interleaveLowLocal(words, none), interleaveHighLocal(words, none)};
     for (int k = 0; k < 2; ++k) {
       to.mean[k] = toFloat(as<Zor32s>(s[k])) * inverseArea;
       to.variance[k] = toFloat(squares[k] - mulAddPairs(s[k], s[k])) * inverseArea;
@@ -102,7 +130,7 @@ template <class SampleSum, class SquareSum> struct DoubleResults {
   }
   static void toDoubles(const Block<double>& x, Block<double>& y) { std::copy(x, x + 4, y); }
 
-  void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
+  ZORI_INLINE void finish(const Block<SampleSum>& samples, const Block<SquareSum>& squares, Results& to) const
   {
     Block<double> mean, variance, sums;
     toDoubles(samples, sums);
@@ -127,6 +155,7 @@ struct SumsOfBytes : DoubleResults<Zor32s, Zor32s> {
   static constexpr bool isForAny = false;
   static constexpr long long most = INT_MAX / (255 * 255);
 
+  static Group<Sample> load(const Sample* p) { return loadGroup<Sample>(p); }
   void add(Sums& sums, const Group<Zor8u>& x) const { exchange(sums, x, {}); }
   void exchange(Sums& sums, const Group<Zor8u>& entering, const Group<Zor8u>& leaving) const
   {
@@ -153,6 +182,7 @@ struct SumsOfWords : DoubleResults<Zor32s, double> {
   static constexpr bool isForAny = false;
   static constexpr long long most = INT_MAX / 32768;
 
+  static Group<Sample> load(const Sample* p) { return loadGroup<Sample>(p); }
   void add(Sums& sums, const Group<Zor16s>& x) const { exchange(sums, x, {}); }
   void exchange(Sums& sums, const Group<Zor16s>& in, const Group<Zor16s>& out) const
   {
@@ -194,6 +224,7 @@ template <class T> struct SumsOfAny : DoubleResults<double, double> {
   using DoubleResults::DoubleResults;
   static constexpr bool isForAny = true;
 
+  static Group<Sample> load(const Sample* p) { return loadGroup<Sample>(p); }
   void add(Sums& sums, const Group<T>& x) const
   {
     const Group<double> in = doubles(x);
@@ -229,9 +260,13 @@ public:
       rowsUntilAnew_(isInt<T>                  ? windows.roi.height
                      : windows.mask.height < 8 ? 1
                                                : windows.mask.height)
-  {}
+  {
+    // Whole groups of windows are finished, which reach beyond the last column.
+    std::fill(samples_ + columns_, samples_ + columns_ + group, SampleSum{});
+    std::fill(squares_ + columns_, squares_ + columns_ + group, SquareSum{});
+  }
 
-  // row(y) for the rows first .. end - 1, each when means() and variances() are its own.
+  // row(y) for the rows first .. end - 1, each when the sums are its own.
   template <class Row> void walk(int first, int end, const Row& row)
   {
     for (int y = first; y < end; ++y) {
@@ -240,26 +275,37 @@ public:
         if constexpr (Kind::isForAny) slide(y, isAnew);
       } else if (isAnew) sumColumns(y);
       else moveColumns(y);
-      finish();
       row(y);
     }
   }
 
-  const float* means() const { return means_; }
-  const float* variances() const { return variances_; }
+  // take(i, results) for so many groups of windows from the first on, where results(k) is block k of the group that
+  // lies i behind the first. The usual widths have loops of their own.
+  template <class Take> void finish(std::ptrdiff_t from, std::ptrdiff_t groups, const Take& take) const
+  {
+    if (windows_.channels == 1) finishWith(std::integral_constant<int, 1>{}, from, groups, take);
+    else finishWith(windows_.channels, from, groups, take);
+  }
 
 private:
   static constexpr int group = Group<T>::size;
 
   const T* row(std::ptrdiff_t y) const { return windows_.src[y] + first_; }
 
-  // work(i, load) for each group of columns; load(y) is the group in row y.
-  template <class Work> void overColumns(const Work& work) const
+  // keep(i, form(i, load)) for each group of columns; load(p) is the group of the row p. The last group overlaps the
+  // one before it and is formed first: what is formed may be the old sums and a change.
+  template <class Form, class Keep> ZORI_INLINE void overColumns(const Form& form, const Keep& keep) const
   {
-    std::ptrdiff_t i = 0;
-    for (; i + group <= columns_; i += group) work(i, [&](std::ptrdiff_t y) { return loadGroup<T>(row(y) + i); });
-    if (i < columns_)
-      work(i, [&](std::ptrdiff_t y) { return loadGroup<T>(PaddedBlock<T, group>(row(y) + i, columns_ - i).values); });
+    const std::ptrdiff_t columns = columns_;
+    if (columns < group) {
+      const auto padded = [=](const T* p) { return Kind::load(PaddedBlock<T, group>(p, columns).values); };
+      return keep(0, form(0, padded));
+    }
+    const auto formed = [&](std::ptrdiff_t i)
+                          ZORI_INLINE { return form(i, [=](const T* p) ZORI_INLINE { return Kind::load(p + i); }); };
+    const Sums last = formed(columns - group);
+    for (std::ptrdiff_t i = 0; i + group < columns; i += group) keep(i, formed(i));
+    keep(columns - group, last);
   }
   void storeSums(std::ptrdiff_t i, const Sums& sums)
   {
@@ -269,30 +315,41 @@ private:
 
   ZORI_ONE_COPY void sumColumns(std::ptrdiff_t y)
   {
-    overColumns([&](std::ptrdiff_t i, const auto& load) {
-      Sums sums{};
-      for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) kind_.add(sums, load(k));
-      storeSums(i, sums);
-      if constexpr (canShrink)
-        if (rowsUntilAnew_ > 1)
-          for (int k = 0; k < sums.squares.parts; ++k)
-            store(floors_ + i + k * Vec<double>::size, floorOf(sums.squares.part[k]));
-    });
+    const UpperHalvesCleared atTheEnd;
+    overColumns(
+      [&](std::ptrdiff_t, const auto& load) {
+        Sums sums{};
+        for (std::ptrdiff_t k = y; k < y + windows_.mask.height; ++k) kind_.add(sums, load(row(k)));
+        return sums;
+      },
+      [&](std::ptrdiff_t i, const Sums& sums) {
+        storeSums(i, sums);
+        if constexpr (canShrink)
+          if (rowsUntilAnew_ > 1)
+            for (int k = 0; k < sums.squares.parts; ++k)
+              store(floors_ + i + k * Vec<double>::size, floorOf(sums.squares.part[k]));
+      });
   }
   ZORI_ONE_COPY void moveColumns(std::ptrdiff_t y)
   {
+    const UpperHalvesCleared atTheEnd;
     const Kind kind = kind_;
-    overColumns([&](std::ptrdiff_t i, const auto& load) {
-      Sums sums{loadGroup<SampleSum>(samples_ + i), loadGroup<SquareSum>(squares_ + i)};
-      kind.exchange(sums, load(y - 1 + windows_.mask.height), load(y - 1));
-      storeSums(i, sums);
-      if constexpr (canShrink) {
-        bool areAbove = true;
-        for (int k = 0; k < sums.squares.parts; ++k)
-          areAbove &= isAll(greater(sums.squares.part[k], zori::load<double>(floors_ + i + k * Vec<double>::size)));
-        if (!areAbove) renewColumns(i, std::min<std::ptrdiff_t>(i + group, columns_), y);
-      }
-    });
+    const T *const entering = row(y - 1 + windows_.mask.height), *const leaving = row(y - 1);
+    overColumns(
+      [&](std::ptrdiff_t i, const auto& load) ZORI_INLINE {
+        Sums sums{loadGroup<SampleSum>(samples_ + i), loadGroup<SquareSum>(squares_ + i)};
+        kind.exchange(sums, load(entering), load(leaving));
+        return sums;
+      },
+      [&](std::ptrdiff_t i, const Sums& sums) ZORI_INLINE {
+        storeSums(i, sums);
+        if constexpr (canShrink) {
+          bool areAbove = true;
+          for (int k = 0; k < sums.squares.parts; ++k)
+            areAbove &= isAll(greater(sums.squares.part[k], zori::load<double>(floors_ + i + k * Vec<double>::size)));
+          if (!areAbove) renewColumns(i, std::min<std::ptrdiff_t>(i + group, columns_), y);
+        }
+      });
   }
 
   // ---- Sums of floats that shrink ----
@@ -376,44 +433,47 @@ private:
     }
   }
 
-  // Sums over so many columns, beginning at p.
-  template <class N> void overWidth(const N* p, int width, Block<N>& sums) const
+  // Sums over so many columns, a step apart, beginning at p.
+  template <class N> static void overWidth(const N* p, int width, std::ptrdiff_t step, Block<N>& sums)
   {
     constexpr int vectors = block / Vec<N>::size;
-    const std::ptrdiff_t step = windows_.channels;
     for (int k = 0; k < vectors; ++k) sums[k] = load<N>(p + k * Vec<N>::size);
     for (int column = 1; column < width; ++column) {
       p += step;
       for (int k = 0; k < vectors; ++k) sums[k] += load<N>(p + k * Vec<N>::size);
     }
   }
-
-  // The usual widths have loops of their own.
-  void finish()
+  template <class Step, class Take>
+  void finishWith(Step step, std::ptrdiff_t from, std::ptrdiff_t groups, const Take& take) const
   {
     const int width = Kind::isForAny && isSliding_ ? 1 : windows_.mask.width;
-    switch (width) {
-    case 3: return finish(std::integral_constant<int, 3>{});
-    case 5: return finish(std::integral_constant<int, 5>{});
-    case 7: return finish(std::integral_constant<int, 7>{});
-    default: return finish(width);
-    }
-  }
-  template <class Width> ZORI_ONE_COPY void finish(Width width)
-  {
-    const Kind kind = kind_;
-    for (std::ptrdiff_t i = 0; i < length_; i += block) {
-      Block<SampleSum> samples;
-      Block<SquareSum> squares;
-      Results results;
-      overWidth(samples_ + i, width, samples);
-      overWidth(squares_ + i, width, squares);
-      kind.finish(samples, squares, results);
-      for (int k = 0; k < 2; ++k) {
-        store(means_ + i + k * Vec<float>::size, results.mean[k]);
-        store(variances_ + i + k * Vec<float>::size, results.variance[k]);
+    if constexpr (!Kind::isForAny || !isInt<T>) switch (width) {
+      case 3: return finishWith(std::integral_constant<int, 3>{}, step, from, groups, take);
+      case 5: return finishWith(std::integral_constant<int, 5>{}, step, from, groups, take);
+      case 7: return finishWith(std::integral_constant<int, 7>{}, step, from, groups, take);
+      default: break;
       }
-    }
+    finishWith(width, windows_.channels, from, groups, take);
+  }
+  template <class Width, class Step, class Take>
+  ZORI_ONE_COPY void finishWith(Width width, Step step, std::ptrdiff_t from, std::ptrdiff_t groups,
+                                const Take& given) const
+  {
+    const UpperHalvesCleared atTheEnd;
+    const Kind kind = kind_;
+    const Take take = given;
+    const SampleSum* const samples = samples_ + from;
+    const SquareSum* const squares = squares_ + from;
+    for (std::ptrdiff_t i = 0; i < groups * group; i += group)
+      take(i, [&](int k) ZORI_INLINE {
+        Block<SampleSum> ofSamples;
+        Block<SquareSum> ofSquares;
+        Results results;
+        overWidth(samples + i + k * block, width, step, ofSamples);
+        overWidth(squares + i + k * block, width, step, ofSquares);
+        kind.finish(ofSamples, ofSquares, results);
+        return results;
+      });
   }
 
   static constexpr int mostColumns = stripSamples + 4 * mostColumnsOfWindow + 2 * group;
@@ -427,7 +487,6 @@ private:
   alignas(32) SampleSum samples_[mostColumns];
   alignas(32) SquareSum squares_[mostColumns];
   alignas(32) SquareSum floors_[canShrink ? mostColumns : 1]; // sums that are not above them are formed anew
-  alignas(32) float means_[stripSamples + group], variances_[stripSamples + group];
 };
 
 } // namespace
