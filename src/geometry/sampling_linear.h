@@ -229,8 +229,8 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
 #endif
 
   // As many pixels as there are eight bytes in a vector, four words each, from those of a row at these offsets and
-  // their right neighbours.
-  static Words acrossPixels(const Zor8u* p, const std::int32_t* at, Words twiceX)
+  // their right neighbours. A byte more is read where another row follows.
+  template <bool IsAbove> static Words acrossPixels(const Zor8u* p, const std::int32_t* at, Words twiceX)
   {
 #if ZORI_VECTOR_BYTES == 32
     const auto x = gatherEightsOfFour<Zor8u>(p, at);
@@ -246,8 +246,9 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
       const auto two = [=](int from) {
         return interleaveLow(loadLow4<std::uint32_t>(p + at[0] + from), loadLow4<std::uint32_t>(p + at[1] + from));
       };
-      return acrossWords(as<std::int16_t>(widenLow(as<Zor8u>(two(0)))),
-                         as<std::int16_t>(widenLow(as<Zor8u>(shiftRight<8>(two(2))))), twiceX);
+      const auto right = IsAbove ? two(3) : shiftRight<8>(two(2));
+      return acrossWords(as<std::int16_t>(widenLow(as<Zor8u>(two(0)))), as<std::int16_t>(widenLow(as<Zor8u>(right))),
+                         twiceX);
     }
 #endif
   }
@@ -260,6 +261,20 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
     const auto two = loadLow4<std::int16_t>(f);
     const auto pairs = as<std::int32_t>(interleaveLow(two, two));
     return as<std::int16_t>(interleaveLow(pairs, pairs));
+#endif
+  }
+  // Of twice as many pixels.
+  struct TwoWords {
+    Words first, second;
+  };
+  static TwoWords spreadTwo(const std::int16_t* f)
+  {
+#if ZORI_VECTOR_BYTES == 32
+    return {spread(f), spread(f + 4)};
+#else
+    const auto four = loadLow8<std::int16_t>(f);
+    const auto pairs = as<std::int32_t>(interleaveLow(four, four));
+    return {as<std::int16_t>(shuffle<1, 1, 0, 0>(pairs)), as<std::int16_t>(shuffle<3, 3, 2, 2>(pairs))};
 #endif
   }
 
@@ -290,7 +305,7 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
     for (int i = 0; i < n; ++i) std::memcpy(dst + i * bytes, pixels + 4 * i, written);
   }
 
-  // Twice as many, of which four bytes behind them may be spoiled unless they are the last.
+  // Twice as many, behind which two more may be spoiled unless they are the last.
   template <class IsEnd> static void storeEights(Zor8u* dst, Vec<Zor8u> x, [[maybe_unused]] IsEnd isEnd)
   {
     if constexpr (Channels == 4) {
@@ -302,6 +317,13 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
       if (!isEnd) return store(dst + 12, highHalf(pixels));
       storeLow8(dst + 12, highHalf(pixels));
       storeLow4(dst + 20, bytesDown<8>(highHalf(pixels)));
+#else
+      if (isEnd) return storeFours(dst, x, 4, 0);
+      const auto pixels = as<std::uint64_t>(x), second = shiftRight<32>(pixels); // and the fourth
+      storeLow8(dst, pixels);
+      storeLow8(dst + 3, second);
+      storeHigh8(dst + 6, pixels);
+      storeHigh8(dst + 9, second);
 #endif
     }
   }
@@ -313,16 +335,17 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
     const Zor8u* const below = plane + s.step;
     constexpr bool readsOn = Channels == 3 && vectorBytes == 32; // eight bytes where six are wanted
     constexpr int some = vectorBytes / 8;
-    const auto words = [=](const std::int32_t* at, int i) {
-      const Words twiceX = spread(fx + i);
-      return downWords(acrossPixels(plane, at, twiceX), acrossPixels(below, at, twiceX), spread(fy + i));
+    const auto words = [=](const std::int32_t* at, Words twiceX, Words twiceY) {
+      return downWords(acrossPixels<true>(plane, at, twiceX), acrossPixels<false>(below, at, twiceX), twiceY);
     };
     byGroups<some>(
       points, count, readsOn ? lastOffset(s, s.step + 8) : anyOffset,
       [=](const std::int32_t* at) { // two groups of `some` at once, the last ones over those before them
-        if (vectorBytes == 16 || count < 2 * some) return 0;
+        if (count < 2 * some) return 0;
         const auto several = [=](int i, auto isEnd) {
-          const auto x = narrowSat<Zor8u>(words(at + i, i), words(at + i + some, i + some));
+          const TwoWords twiceX = spreadTwo(fx + i), twiceY = spreadTwo(fy + i);
+          const auto x = narrowSat<Zor8u>(words(at + i, twiceX.first, twiceY.first),
+                                          words(at + i + some, twiceX.second, twiceY.second));
           storeEights(dst + std::ptrdiff_t{i} * bytes, x, isEnd);
         };
         constexpr int spoiled = Channels == 3 ? 2 : 0; // pixels
@@ -333,7 +356,8 @@ template <class T, int Channels, int Processed> struct LinearPixels : FinePixels
         return count;
       },
       [=](const std::int32_t* at, int i, auto n) {
-        storeFours(dst + std::ptrdiff_t{i} * bytes, bytesOf16(words(at, i)), n, count - i - n);
+        storeFours(dst + std::ptrdiff_t{i} * bytes, bytesOf16(words(at, spread(fx + i), spread(fy + i))), n,
+                   count - i - n);
       },
       [=](int i, int n) { inner8Plain(s, plane, points, i, n, dst); });
   }
