@@ -8,6 +8,7 @@
 using namespace zoritest;
 
 static unsigned long long calls = 0;
+extern "C" unsigned long long callsPlayed() { return calls; }
 static const auto start = std::chrono::steady_clock::now();
 
 static void count()

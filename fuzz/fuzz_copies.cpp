@@ -8,6 +8,7 @@
 using namespace zoritest;
 
 static unsigned long long calls = 0;
+extern "C" unsigned long long callsPlayed() { return calls; }
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {

@@ -40,11 +40,12 @@ bool isBound(const Argument& a)
   return std::any_of(std::begin(names), std::end(names), [&](const char* name) { return !std::strcmp(a.name, name); });
 }
 
-// Transforms of millions of numbers, which are planned for when the record is made.
+// Transforms of millions of numbers, which are planned for when the record is made; fftOrder is that of both sides.
 bool takesLong(const Argument& a, double number)
 {
-  return (!std::strcmp(a.name, "orderX") || !std::strcmp(a.name, "orderY") || !std::strcmp(a.name, "fftOrder")) &&
-         number > 14 && number < 31;
+  const bool isSquare = !std::strcmp(a.name, "fftOrder");
+  return (isSquare || !std::strcmp(a.name, "orderX") || !std::strcmp(a.name, "orderY")) &&
+         number > (isSquare ? 8 : 14) && number < 31;
 }
 
 bool mayBeAnything(const Function& function, int index)

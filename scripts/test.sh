@@ -56,8 +56,8 @@ if cmake --preset sanitize && cmake --build --preset sanitize --target sweep_tes
     else failed=$((failed + 1))
     fi
   done
-  echo "== preset sanitize: random calls"
-  if (cd build/sanitize && OMP_WAIT_POLICY=passive fuzz/fuzz_calls -runs=2000); then
+  echo "== preset sanitize: corpus and random calls"
+  if (cd build/sanitize && OMP_WAIT_POLICY=passive fuzz/fuzz_calls ../../fuzz/corpus.pack -runs=2000); then
     passed=$((passed + 1))
   else failed=$((failed + 1))
   fi
