@@ -5,8 +5,9 @@
 // width directly in front of it and is the whole header.
 //
 // Built with ZORI_TESTING the file counts blocks, can make any allocation fail, and guards every block: it is filled
-// with 0xa5, a page without access follows it, and the few bytes up to that page, left over by the alignment, must
-// still hold their value on release; so must those in front of the header.
+// with 0xa5 or another byte (valgrind takes it for unwritten), a page without access follows it, and the few bytes up
+// to that page, left over by the alignment, must still hold their value on release; so must those in front of the
+// header.
 #include "memory.h"
 
 #include <cstdint>
@@ -28,9 +29,16 @@ static constexpr std::size_t headroom = 36;
 #define ZORI_CLOSE(p, bytes) (void)0
 #define ZORI_OPEN(p, bytes) (void)0
 #endif
+#if __has_include(<valgrind/memcheck.h>)
+#include <valgrind/memcheck.h>
+#define ZORI_UNWRITTEN(p, bytes) VALGRIND_MAKE_MEM_UNDEFINED(p, bytes)
+#else
+#define ZORI_UNWRITTEN(p, bytes) (void)0
+#endif
 
 static std::atomic<int> allocations{0}, failAt{0}, liveBlocks{0};
 static std::atomic<bool> isHeapForAll{false};
+static std::atomic<unsigned char> filling{0xa5};
 
 // The n-th allocation from now on fails (1 is the next), all of them where n is negative; 0 switches that off. Returns
 // the allocations since the last call.
@@ -42,6 +50,8 @@ extern "C" int zoriTestFailAllocationAt(int n)
 extern "C" int zoriTestLiveBlocks() { return liveBlocks; }
 // Working memory comes from the heap however little it is, until this is switched off again.
 extern "C" void zoriTestUseHeap(int on) { isHeapForAll = on != 0; }
+// What new blocks are filled with.
+extern "C" void zoriTestFillBlocks(int byte) { filling = static_cast<unsigned char>(byte); }
 static bool isStackForbidden() { return isHeapForAll; }
 
 namespace {
@@ -62,7 +72,7 @@ struct Guard {
 
 constexpr std::size_t page = 4096, alignment = 32, slackOfStart = 16; // as malloc gives it
 constexpr int greatestOrder = 11;
-constexpr unsigned char filling = 0xa5, slackFilling = 0x5a;
+constexpr unsigned char slackFilling = 0x5a;
 constexpr std::uint64_t guardMark = 0x5ca1ab1e0ddba11u;
 constexpr std::size_t wholeFill = std::size_t{1} << 20; // larger blocks are filled at both ends
 
@@ -137,6 +147,7 @@ static void* systemBlock(std::size_t bytesWithHeadroom)
     std::memset(block, filling, wholeFill / 2);
     std::memset(block + bytes - wholeFill / 2, filling, wholeFill / 2);
   }
+  ZORI_UNWRITTEN(block, bytes);
   std::memset(block + bytes, slackFilling, static_cast<std::size_t>(end - block) - bytes);
   ZORI_CLOSE(block + bytes, static_cast<std::size_t>(end - block) - bytes);
   ++liveBlocks;

@@ -354,8 +354,10 @@ void Call::addMemory(int index)
     return;
   }
   if (a.role == Role::Buffer) {
-    buffers_.emplace_back(bytesOf(a, context(), recordPointer_, bufferBytes), std::max(a.alignment, 1), plan_.offset);
+    const std::size_t bytes = bytesOf(a, context(), recordPointer_, bufferBytes);
+    buffers_.emplace_back(bytes, std::max(a.alignment, 1), plan_.offset);
     v.pointer = buffers_.back().pointer();
+    if (plan_.bufferFilling != blockFilling) std::memset(v.pointer, plan_.bufferFilling, bytes);
     return;
   }
   if (a.role != Role::Image && a.role != Role::In && a.role != Role::Out) return;

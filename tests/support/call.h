@@ -27,7 +27,8 @@ struct Plan {
   std::uint64_t seed = 1;
   Fill fill = Fill::Ordinary;
   std::vector<Setting> settings;
-  bool vary = false; // draw constants and scale factors, and numbers with a range, at random
+  unsigned char bufferFilling = 0xa5; // of work memory that is given
+  bool vary = false;                  // draw constants and scale factors, and numbers with a range, at random
 
   // For fuzz tests:
   bool wild = false;                  // constants and scale factors may be any number of their type

@@ -41,6 +41,32 @@ static std::vector<Plan> plansOf(const Function& function)
   return plans;
 }
 
+// What new blocks of working memory are filled with.
+extern "C" void zoriTestFillBlocks(int byte);
+
+// Nothing is read before it is written, or it does not show: not in vectors that go beyond a row either. The bytes are
+// of no number in particular, zeros, great numbers, and no numbers.
+TEST_P(MemorySweep, WorkingMemoryMayHoldAnything)
+{
+  const WorkingMemoryOnHeap all;
+  eachFunction([](const Function& function) -> std::string {
+    for (const Plan& shape : plansOf(function)) {
+      std::vector<unsigned char> first;
+      for (const int byte : {0xa5, 0x00, 0x7f, 0xff}) {
+        Plan plan = shape;
+        plan.bufferFilling = static_cast<unsigned char>(byte);
+        zoriTestFillBlocks(byte);
+        Call call(function, plan);
+        call.run();
+        if (byte == 0xa5) first = call.output();
+        else if (call.output() != first) return call.describe() + " shows that its memory was " + std::to_string(byte);
+      }
+    }
+    return "";
+  });
+  zoriTestFillBlocks(0xa5);
+}
+
 // Pages without access behind and in front of each operand; rows that adjoin in all operands, in none, or in one.
 TEST_P(MemorySweep, OperandsMayTouchPagesWithoutAccess)
 {
