@@ -100,6 +100,9 @@ template <Method M, class T> void searchRow(const T* row, int width, int stride,
 }
 
 template <class T> inline constexpr int tableSize = sizeof(T) == 1 ? 256 : 65536;
+// From a lane's table to the next one's: counts of one value in two lanes do not lie a page apart, where a load waits
+// for a store that is not its own.
+template <class T, int Lanes> inline constexpr int tablePitch = tableSize<T> + (Lanes > 1 ? 32 : 0);
 
 // Counts of all values, a table a channel and lane. Neighbouring pixels count in different tables, so that equal ones
 // do not wait for each other's stores. One store a sample is the limit.
@@ -108,13 +111,13 @@ ZORI_ONE_COPY void countRow(const T* p, std::ptrdiff_t width, Zor32u* tables)
 {
   constexpr int bias = std::is_signed_v<T> ? 32768 : 0;
   const auto count = [=](const T* pixel, int lane) {
-    for (int k = 0; k < Processed; ++k) ++tables[(k * Lanes + lane) * tableSize<T> + get<T>(pixel + k) + bias];
+    for (int k = 0; k < Processed; ++k) ++tables[(k * Lanes + lane) * tablePitch<T, Lanes> + get<T>(pixel + k) + bias];
   };
   if constexpr (Channels == 1 && sizeof(T) == 1) {
-    constexpr std::ptrdiff_t word = sizeof(std::size_t);
-    for (; width >= word; width -= word, p += word) {
-      const auto x = get<std::size_t>(p);
-      for (int j = 0; j < word; ++j) ++tables[j % Lanes * 256 + (x >> 8 * j & 255)];
+    static_assert(Lanes == 8);
+    for (; width >= Lanes; width -= Lanes, p += Lanes) {
+      const auto x = get<std::uint64_t>(p);
+      for (int j = 0; j < Lanes; ++j) ++tables[j * tablePitch<T, Lanes> + (x >> 8 * j & 255)];
     }
   }
   for (; width >= Lanes; width -= Lanes)
@@ -130,7 +133,7 @@ template <class T, int Lanes> void sumIntervals(const Zor32u* tables, const Bins
   if constexpr (Lanes > 1) {
     for (int i = 0; i < tableSize<T>; ++i) {
       Zor32u sum = 0;
-      for (int j = 0; j < Lanes; ++j) sum += tables[j * tableSize<T> + i];
+      for (int j = 0; j < Lanes; ++j) sum += tables[j * tablePitch<T, Lanes> + i];
       lanesSum[i] = sum;
     }
     counts = lanesSum;
@@ -148,10 +151,10 @@ template <class T, int Channels, int Processed>
 ZorStatus countByTable(Rows<const T> src, ZorImgSize roi, const Bins<T>* bins)
 {
   if constexpr (sizeof(T) == 1) {
-    constexpr int lanes = Channels == 1 ? 4 : 2;
-    Zor32u tables[Processed * lanes * 256] = {};
+    constexpr int lanes = Channels == 1 ? 8 : 2;
+    Zor32u tables[Processed * lanes * tablePitch<T, lanes>] = {};
     for (int y = 0; y < roi.height; ++y) countRow<T, Channels, Processed, lanes>(src[y], roi.width, tables);
-    for (int c = 0; c < Processed; ++c) sumIntervals<T, lanes>(tables + c * lanes * 256, bins[c]);
+    for (int c = 0; c < Processed; ++c) sumIntervals<T, lanes>(tables + c * lanes * tablePitch<T, lanes>, bins[c]);
   } else {
     constexpr std::size_t entries = static_cast<std::size_t>(Processed) * tableSize<T>;
     Scratch<Zor32u> tables(entries);
