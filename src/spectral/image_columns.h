@@ -217,12 +217,16 @@ template <class Image>
 // Rows are fetched so many ahead of their use: no two of them stand near each other.
 constexpr std::ptrdiff_t rowsAhead = 6;
 
+template <class Columns> inline void fetchLines(const Columns& columns, const float* row)
+{
+  const char* const p = reinterpret_cast<const char*>(columns.fetched(row));
+  for (int line = 0; line < columns.lines(); ++line) prefetch(p + 64 * line);
+}
+
 template <class Columns, class P>
 inline void fetchAhead(const Columns& columns, Rows<P> rows, std::ptrdiff_t y, std::ptrdiff_t height)
 {
-  if (y + rowsAhead >= height) return;
-  const char* const p = reinterpret_cast<const char*>(columns.fetched(rows[y + rowsAhead]));
-  for (int line = 0; line < columns.lines(); ++line) prefetch(p + 64 * line);
+  if (y + rowsAhead < height) fetchLines(columns, rows[y + rowsAhead]);
 }
 
 template <class Columns>

@@ -3,7 +3,8 @@
 
 #include "frame/parallel.h"
 #include "frame/record.h"
-#include "image_columns.h"
+#include "image_column_levels.h"
+#include "image_row_pairs.h"
 
 #include <cmath>
 #include <cstring>
@@ -179,6 +180,25 @@ void realRows(const ImageTransform& plan, Direction direction, TeamRule rule, co
   });
 }
 
+// Rows so long are fetched ahead. Shorter ones the processor fetches in time by itself.
+constexpr int leastFetched = 512;
+
+template <class V>
+void pairedRows(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory,
+                Rows<const float> src, Rows<float> dst)
+{
+  const RowPass pass{plan.rows, &plan, plan.rowFactor[static_cast<int>(direction)], plan.width};
+  share(plan, rule, (plan.height + 1LL) / 2, memory, [&](std::ptrdiff_t pair, float* buffer) {
+    const std::ptrdiff_t y = 2 * pair;
+    const std::ptrdiff_t last = plan.height - 1LL, ahead = plan.width >= leastFetched ? 2 : 0;
+    const RowPair rows{
+      src[y], src[std::min(y + 1, last)],     src[std::min(y + ahead, last)], src[std::min(y + ahead + 1, last)],
+      dst[y], y < last ? dst[y + 1] : nullptr};
+    if (direction == Direction::Forward) forwardRowPair<V>(pass, rows, buffer);
+    else inverseRowPair<V>(pass, rows, buffer);
+  });
+}
+
 template <class V>
 void complexImageRows(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory,
                       Rows<const float> src, Rows<float> dst)
@@ -207,7 +227,8 @@ void allRows(const ImageTransform& plan, Direction direction, const WorkMemory& 
       realRows<OneByOne<channels<L>>>(plan, direction, rule, memory, Rows{src.first + c, src.step},
                                       Rows{dst.first + c, dst.step});
   else if constexpr (L == C1) {
-    if (plan.height <= 2 * fewRows) realRows<ByRows<F32x4>>(plan, direction, rule, memory, src, dst);
+    if (plan.rows.isAlong()) pairedRows<Vec<float>>(plan, direction, rule, memory, src, dst);
+    else if (plan.height <= 2 * fewRows) realRows<ByRows<F32x4>>(plan, direction, rule, memory, src, dst);
     else realRows<ByRows<Vec<float>>>(plan, direction, rule, memory, src, dst);
   } else realRows<ByChannels<L>>(plan, direction, rule, memory, src, dst);
 }
@@ -234,6 +255,8 @@ void pairColumns(const ImageTransform& plan, Direction direction, TeamRule rule,
     const RealColumns realHere{real.areThere && b == blocks - 1, real.last};
     const int vectors = (pairs + realHere.areThere + laneCount<V> - 1) / laneCount<V>;
     const PairColumns<V> here{first + 2 * at, pairs, vectors};
+    if constexpr (std::is_same_v<V, Vec<float>>)
+      if (!realHere.areThere && isStraight(pass, here)) return transformStraight(pass, here, src, dst, buffer);
     transformBlock(pass, here, realHere, vectors, src, dst, buffer);
   });
 }
@@ -328,7 +351,7 @@ ZorStatus makeImageTransform(TransformFamily family, bool isReal, Zor32u tag, Zo
     if (s != ZorOk) return s;
     plan.vector = block.add<char>(vectorBytes);
   } else {
-    plan.rows = LanePlan(size.width, block);
+    plan.rows = LanePlan(size.width, block, isReal);
     plan.columns = LanePlan(size.height, block);
   }
   if (block.isImpossible()) return ZorErrAlloc;

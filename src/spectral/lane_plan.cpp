@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <initializer_list>
+#include <utility>
 
 namespace zori {
 namespace {
@@ -55,6 +56,8 @@ void choose(int left, int above, int cost, const RadixList& soFar, Choice& best)
   }
 }
 
+bool isPowerOfTwo(int length) { return (length & (length - 1)) == 0; }
+
 // From the least to the greatest, so that the widest strides meet the fewest values.
 RadixList radicesOf(int length)
 {
@@ -72,6 +75,8 @@ RadixList radicesOf(int length)
   choose(left, 16, 0, RadixList{}, best);
   for (int i = best.list.levels - 1; i >= 0; --i) list.radix[list.levels++] = best.list.radix[i];
   for (int i = 0; i < count; ++i) list.radix[list.levels++] = primes[i];
+  // lanes along a row want eight blocks at least
+  if (isPowerOfTwo(length) && list.levels > 2 && list.radix[0] < 8) std::swap(list.radix[0], list.radix[1]);
   return list;
 }
 
@@ -142,6 +147,40 @@ void fillTurns(const RadixList& list, float* p)
   }
 }
 
+// Lanes along the elements: eights of them, and levels that are formed for it.
+bool canGoAlong(const RadixList& list)
+{
+  return isPowerOfTwo(list.length) && list.levels > 1 && list.radix[0] >= 8 && list.radix[list.levels - 1] >= 8;
+}
+
+long long countOfTurnsAlong(const RadixList& list)
+{
+  long long count = 0, left = list.length;
+  for (int i = 0; i + 1 < list.levels; ++i) {
+    left /= list.radix[i];
+    count += 2 * (list.radix[i] - 1) * left;
+  }
+  return count;
+}
+
+void fillTurnsAlong(const RadixList& list, float* p)
+{
+  long long length = list.length;
+  for (int i = 0; i + 1 < list.levels; ++i) {
+    const int r = list.radix[i];
+    const long long left = length / r;
+    for (long long j = 0; j < left; j += 8)
+      for (int k = 1; k < r; ++k, p += 16)
+        for (int lane = 0; lane < 8; ++lane) {
+          float turn[2];
+          putTurn(turn, (j + lane) * k, length);
+          p[lane] = turn[0];
+          p[lane + 8] = turn[1];
+        }
+    length = left;
+  }
+}
+
 void fillPositions(const RadixList& list, std::int32_t* position)
 {
   for (std::int32_t k = 0; k < list.length; ++k) {
@@ -157,7 +196,7 @@ void fillPositions(const RadixList& list, std::int32_t* position)
 
 } // namespace
 
-LanePlan::LanePlan(int length, BlockPlan& block) : length_(length)
+LanePlan::LanePlan(int length, BlockPlan& block, bool along) : length_(length)
 {
   const bool convolves = needsConvolution(length);
   const int worked = static_cast<int>(laneWorkLength(length));
@@ -166,17 +205,29 @@ LanePlan::LanePlan(int length, BlockPlan& block) : length_(length)
     return;
   }
   radices_ = radicesOf(worked);
-  turns_ = block.add<float>(countOfTurns(radices_));
-  position_ = block.add<std::int32_t>(length);
+  addTables(block);
+  if (along && !convolves && canGoAlong(radices_)) turnsAlong_ = block.add<float>(countOfTurnsAlong(radices_));
   if (convolves) {
     chirp_ = block.add<float>(2LL * length);
     spectrum_ = block.add<float>(2LL * worked);
   }
 }
 
+LanePlan::LanePlan(const RadixList& radices, BlockPlan& block) : length_(radices.length), radices_(radices)
+{
+  addTables(block);
+}
+
+void LanePlan::addTables(BlockPlan& block)
+{
+  turns_ = block.add<float>(countOfTurns(radices_));
+  position_ = block.add<std::int32_t>(length_);
+}
+
 [[gnu::noinline]] void LanePlan::fill(void* block) const
 {
   fillTurns(radices_, turns_.in(block));
+  if (isAlong()) fillTurnsAlong(radices_, turnsAlong_.in(block));
   if (!isConvolution()) {
     fillPositions(radices_, position_.in(block));
     return;

@@ -32,7 +32,10 @@ struct RadixList {
 class LanePlan {
 public:
   LanePlan() = default;
-  LanePlan(int length, BlockPlan& block);
+  // Along: also for transforms whose lanes are neighbouring elements, where the length allows them.
+  LanePlan(int length, BlockPlan& block, bool along = false);
+  // With these radices, all of them butterflies, instead of those that its own choice would be.
+  LanePlan(const RadixList& radices, BlockPlan& block);
 
   // Under the rounding to nearest.
   void fill(void* block) const;
@@ -45,14 +48,20 @@ public:
   // Of each level in turn: cosines and sines of a prime radix; then turns (re, im) of each butterfly's outputs from the
   // second on, butterfly by butterfly.
   const float* turns(const void* block) const { return turns_.in(block); }
+  // The same with lanes along the elements, of all levels but the last: for eight butterflies at a time and each output
+  // from the second on, eight real parts and eight imaginary ones.
+  bool isAlong() const { return turnsAlong_.count != 0; }
+  const float* turnsAlong(const void* block) const { return turnsAlong_.in(block); }
   const std::int32_t* position(const void* block) const { return position_.in(block); }
   const float* chirp(const void* block) const { return chirp_.in(block); }       // length pairs
   const float* spectrum(const void* block) const { return spectrum_.in(block); } // workLength pairs, as elements stand
 
 private:
+  void addTables(BlockPlan& block);
+
   std::int32_t length_ = 0;
   RadixList radices_;
-  BlockPart<float> turns_, chirp_, spectrum_;
+  BlockPart<float> turns_, turnsAlong_, chirp_, spectrum_;
   BlockPart<std::int32_t> position_;
 };
 

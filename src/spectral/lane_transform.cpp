@@ -199,6 +199,60 @@ template <class V> void toNatural(const Levels& levels, const Elements& data)
   }
 }
 
+// The last level, each value times its factor, and the first level back, on R elements at a time.
+template <int R, class V>
+[[gnu::noinline]] void runMiddle(const Elements& data, std::ptrdiff_t blocks, const float* factors)
+{
+  const std::ptrdiff_t pitch = data.pitch, im = data.im, all = blocks * R * pitch;
+  const int floats = data.vectors * laneCount<V>;
+  for (std::ptrdiff_t b = 0; b < all; b += R * pitch)
+    for (int i = 0; i < floats; i += laneCount<V>) {
+      float* const q = data.first + b + i;
+      const float* const f = factors + b + i;
+      Complex<V> x[R];
+#pragma GCC unroll 16
+      for (int k = 0; k < R; ++k) x[k] = at<V>(q + k * pitch, im);
+      butterfly<R>(x);
+#pragma GCC unroll 16
+      for (int k = 0; k < R; ++k) {
+        const Complex<V> product = x[k] * at<V>(f + k * pitch, im);
+        x[k] = {product.im, product.re};
+      }
+      butterfly<R>(x);
+#pragma GCC unroll 16
+      for (int k = 0; k < R; ++k) putAt<V>(q + k * pitch, im, {x[k].im, x[k].re});
+    }
+}
+
+// Each value times its factor.
+template <class V> void multiplyEach(const Elements& data, std::ptrdiff_t count, const float* factors)
+{
+  const std::ptrdiff_t im = data.im;
+  const int floats = data.vectors * laneCount<V>;
+  for (std::ptrdiff_t k = 0; k < count * data.pitch; k += data.pitch)
+    for (int i = 0; i < floats; i += laneCount<V>)
+      putAt(data.first + k + i, im, at<V>(data.first + k + i, im) * at<V>(factors + k + i, im));
+}
+
+// Levels from `i` on, a product, and the same levels back.
+template <class V>
+void multiplySpectra(const Levels& levels, int i, const Elements& data, std::ptrdiff_t blocks, const float* factors)
+{
+  const Level& level = levels.level[i];
+  // what stays in registers does so for both ways
+  if (i + 1 == levels.count && level.radix == 4) return runMiddle<4, V>(data, blocks, factors);
+  const std::ptrdiff_t elements = level.radix * level.apart, floats = elements * data.pitch;
+  if (blocks > 1 && blocks * floats * static_cast<std::ptrdiff_t>(sizeof(float)) > nearBytes) {
+    for (std::ptrdiff_t b = 0; b < blocks; ++b)
+      multiplySpectra<V>(levels, i, data.from(b * elements), 1, factors + b * floats);
+    return;
+  }
+  run<Turns::Behind, V>(level, data, blocks);
+  if (i + 1 < levels.count) multiplySpectra<V>(levels, i + 1, data, blocks * level.radix, factors);
+  else multiplyEach<V>(data, blocks * elements, factors);
+  run<Turns::InFront, V>(level, {data.first + data.im, data.pitch, -data.im, data.vectors}, blocks);
+}
+
 // Element k times factor k.
 template <class V> void multiply(const Elements& data, std::ptrdiff_t count, const float* factors)
 {
@@ -250,10 +304,24 @@ void transformVectorLanes(const LanePlan& plan, const void* block, float* buffer
   transform<Vec<float>>(plan, block, buffer, vectors);
 }
 
+void transformBehindFirst(const LanePlan& plan, const void* block, float* buffer, int vectors)
+{
+  const Levels levels(plan, block);
+  const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(vectors) * laneCount<Vec<float>>;
+  fromNatural<Vec<float>>(levels, 1, {buffer, 2 * lanes, lanes, vectors}, levels.level[0].radix);
+}
+
 void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors)
 {
   const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(vectors) * laneCount<Vec<float>>;
   toNatural<Vec<float>>(Levels(plan, block), {buffer + lanes, 2 * lanes, -lanes, vectors});
+}
+
+void multiplySpectraOfVectorLanes(const LanePlan& plan, const void* block, float* buffer, const float* factors,
+                                  int vectors)
+{
+  const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(vectors) * laneCount<Vec<float>>;
+  multiplySpectra<Vec<float>>(Levels(plan, block), 0, {buffer, 2 * lanes, lanes, vectors}, 1, factors);
 }
 
 } // namespace ZORI_WIDTH

@@ -23,11 +23,22 @@ template <class V> inline void transformLanes(const LanePlan& plan, const void* 
   else transformVectorLanes(plan, block, buffer, vectors);
 }
 
+// What is left when the first level has been worked elsewhere. Not for plans of a convolution. `vectors` of Vec<float>
+// lanes each.
+inline namespace ZORI_WIDTH {
+void transformBehindFirst(const LanePlan& plan, const void* block, float* buffer, int vectors);
+}
+
 // From the order in which the forward transform leaves values back to their natural one, by the inverse transform
 // without a divisor. Not for plans of a convolution. `vectors` of Vec<float> lanes each.
 inline namespace ZORI_WIDTH {
 void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors);
-}
+
+// Forward, each value times the factor that stands in its place, and back. Factors lie as the buffer does. For plans
+// without a prime radix.
+void multiplySpectraOfVectorLanes(const LanePlan& plan, const void* block, float* buffer, const float* factors,
+                                  int vectors);
+} // namespace ZORI_WIDTH
 
 // The plan's levels alone on workLength() pairs: how a plan of a convolution forms its table.
 void transformChirp(const LanePlan& plan, const void* block, float* pairs);
