@@ -73,14 +73,16 @@ template <class T, Layout L> struct Convolution {
   ZorStatus inTiles() const
   {
     CorrelationJob<T, T> j = job();
-    j.useTilesOf(tileOrder(small.size.width, width, orderLimit), tileOrder(small.size.height, height, orderLimit));
+    j.orderX = tileOrder(small.size.width, width, orderLimit);
+    j.orderY = tileOrder(small.size.height, height, orderLimit);
     return correlateInTiles(j);
   }
   // What runs over the end of the only tile meets the zeros in front of the image.
   ZorStatus inOneTile() const
   {
     CorrelationJob<T, T> j = job();
-    j.useTileOf(orderCovering(width), orderCovering(height));
+    j.orderX = orderCovering(width), j.orderY = orderCovering(height);
+    j.runsOver = true;
     return correlateInTiles(j);
   }
 };

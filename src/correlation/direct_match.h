@@ -206,7 +206,7 @@ public:
     }
     for (int y = 0; y < count; ++y) putAway(y, own);
     WindowSums<T> windows({src, a_.srcSize.width, a_.srcSize.height, 1, 0, first}, a_.tplSize.width, h, results_, count,
-                          WindowSum::Deviation, windows_.in(own), a_.srcSize.width, nullptr, nullptr);
+                          WindowSum::Deviation, windows_.in(own), a_.srcSize.width, nullptr, nullptr, 0);
     for (int y = 0; y < count; ++y) {
       windows.goTo(y);
       windows.numbers(deviations_.in(own));

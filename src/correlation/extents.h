@@ -72,8 +72,8 @@ ZorStatus matchInTiles(const MatchArguments<T, D>& a, CorrelationExtent extent, 
   job.floor = floorOf<T>;
   job.factor = 1;
   job.scaleFactor = a.scaleFactor;
-  job.useTilesOf(tileOrder(a.tplSize.width, results.width, matchOrderLimit),
-                 tileOrder(a.tplSize.height, results.height, matchOrderLimit));
+  job.orderX = tileOrder(a.tplSize.width, results.width, matchOrderLimit);
+  job.orderY = tileOrder(a.tplSize.height, results.height, matchOrderLimit);
   return correlateInTiles(job);
 }
 

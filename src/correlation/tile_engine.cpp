@@ -192,19 +192,21 @@ struct TilePlace {
 template <class T, class D> class Tiles {
 public:
   explicit Tiles(const CorrelationJob<T, D>& job, BlockPlan& plan)
-    : job_(job), transform_(job.orderX, job.orderY, plan),
-      across_((job.result.width + job.tileWidth - 1) / job.tileWidth),
-      down_((job.result.height + job.tileHeight - 1) / job.tileHeight)
+    : job_(job), tile_(chooseTileShape({job.tpl.width, job.result.width, job.orderX, job.runsOver},
+                                       {job.tpl.height, job.result.height, job.orderY, job.runsOver})),
+      transform_(tile_.width, tile_.height, plan),
+      across_((job.result.width + tile_.resultsAcross - 1) / tile_.resultsAcross),
+      down_((job.result.height + tile_.resultsDown - 1) / tile_.resultsDown)
   {
     for (int c = 0; c < job.processed; ++c) spectrum_[c] = plan.add<float>(transform_.spectrumFloats());
-    tile_ = threadPlan_.add<float>(transform_.tileFloats());
+    values_ = threadPlan_.add<float>(transform_.tileFloats());
     set_ = threadPlan_.add<float>(transform_.setFloats());
     sums_ = threadPlan_.add<double>(hasWindows() ? WindowSums<T>::memoryFor(transform_.width()) : 0);
-    const long long row = static_cast<long long>(transform_.strips()) * strip;
+    const long long row = rowFloats();
     results_ = threadPlan_.add<float>(row);
     windows_ = threadPlan_.add<float>(row);
     stored_ = threadPlan_.add<D>(row);
-    for (auto& part : spare_) part = threadPlan_.add<T>(row);
+    for (auto& part : spare_) part = threadPlan_.add<T>(2 * row);
     if (isLaidOut())
       for (auto& part : plane_)
         part = threadPlan_.add<T>(static_cast<long long>(transform_.width()) * transform_.height());
@@ -216,20 +218,20 @@ public:
 
   const BlockPlan& threadPlan() const { return threadPlan_; }
   std::int64_t count() const { return across_ * down_; }
-  std::int64_t pairs() const { return (count() + 1) / 2; } // of a channel
+  std::int64_t pairs() const { return (count() + 1) / 2; }                                      // of a channel
+  std::int64_t values() const { return static_cast<std::int64_t>(tile_.width) * tile_.height; } // of a tile
 
   // Tables and spectra; `own` is memory of a thread's size.
   void prepare(void* block, void* own)
   {
     block_ = block;
     transform_.fill(block);
-    for (int c = 0; c < job_.processed; ++c) prepareTemplate(c, tile_.in(own));
+    for (int c = 0; c < job_.processed; ++c) prepareTemplate(c, values_.in(own));
   }
 
   // The thread's share: pairs first, first + step ... of all channels.
   void work(std::int64_t first, std::int64_t step, void* own) const
   {
-    if (transform_.height() < strip) clearTile(own);
     for (std::int64_t unit = first; unit < pairs() * job_.processed; unit += step) {
       const int channel = static_cast<int>(unit / pairs());
       const std::int64_t number = unit % pairs() * 2;
@@ -249,21 +251,17 @@ public:
   }
 
 private:
+  std::ptrdiff_t rowFloats() const { return static_cast<std::ptrdiff_t>(transform_.strips()) * strip; }
   // Samples of one of several channels are brought together first.
-  bool isLaidOut() const { return job_.channels > 1 && job_.orderX < 28; }
+  bool isLaidOut() const { return job_.channels > 1 && tile_.width < 1 << 28; }
   bool hasWindows() const { return job_.last != LastStep::Plain; }
   bool mendsNearlyFlat() const { return std::is_integral_v<T> && job_.last == LastStep::Level; }
 
-  void clearTile(void* own) const
-  {
-    std::memset(tile_.in(own), 0, static_cast<std::size_t>(transform_.tileFloats()) * sizeof(float));
-  }
-
   TilePlace placeOf(std::int64_t number) const
   {
-    const std::int64_t x = number % across_ * job_.tileWidth, y = number / across_ * job_.tileHeight;
-    return {x, y, static_cast<int>(std::min<std::int64_t>(job_.tileWidth, job_.result.width - x)),
-            static_cast<int>(std::min<std::int64_t>(job_.tileHeight, job_.result.height - y))};
+    const std::int64_t x = number % across_ * tile_.resultsAcross, y = number / across_ * tile_.resultsDown;
+    return {x, y, static_cast<int>(std::min<std::int64_t>(tile_.resultsAcross, job_.result.width - x)),
+            static_cast<int>(std::min<std::int64_t>(tile_.resultsDown, job_.result.height - y))};
   }
   TileView<T> viewOf(const TilePlace& place, int channel) const
   {
@@ -330,7 +328,7 @@ private:
   void workTogether(std::int64_t number, int tiles, int channel, const TileView<T>* view, TileNumbers* numbers,
                     void* own) const
   {
-    float* const tile = tile_.in(own);
+    float* const tile = values_.in(own);
     T* const spare = spare_[0].in(own);
     for (int s = 0; s < transform_.strips(); ++s) {
       float* const to = transform_.stripOf(tile, s);
@@ -355,7 +353,7 @@ private:
   {
     WindowSums<T> sums(view, static_cast<int>(job_.tpl.width), static_cast<int>(job_.tpl.height), place.width,
                        place.height, job_.last == LastStep::Level ? WindowSum::Deviation : WindowSum::Energy,
-                       sums_.in(own), transform_.width(), spare_[0].in(own), spare_[1].in(own));
+                       sums_.in(own), transform_.width(), spare_[0].in(own), spare_[1].in(own), rowFloats());
     float *const results = results_.in(own), *const windows = windows_.in(own);
     const TurnedTaps taps = {taps_[channel].in(block_), static_cast<int>(job_.tpl.width),
                              static_cast<int>(job_.tpl.height), numbers_[channel].sum};
@@ -365,7 +363,7 @@ private:
     const Finish last = {job_.last, job_.floor, job_.factor, numbers_[channel]};
     const float bound = mendsNearlyFlat() ? nearlyFlat.bound() : 0;
     for (std::ptrdiff_t y = 0; y < place.height; ++y) {
-      const SumsOfProducts products = {transform_.stripOf(tile_.in(own), 0) + y * element + part,
+      const SumsOfProducts products = {transform_.stripOf(values_.in(own), 0) + y * element + part,
                                        static_cast<std::ptrdiff_t>(transform_.stripFloats()), 1 / scale};
       D* const to = job_.result.rows[static_cast<std::ptrdiff_t>(place.y) + y] +
                     static_cast<std::ptrdiff_t>(place.x) * job_.channels + channel;
@@ -392,18 +390,16 @@ private:
   static bool finishRow(const Finish& last, const SumsOfProducts& products, WindowSums<T>& sums, std::int64_t y,
                         float bound, int n, float* windows, float* to)
   {
-    if constexpr (std::is_floating_point_v<T>)
-      if (y > 0) return sums.goToWith(y, [&](const auto& numbers) { return last(products, numbers, bound, n, to); });
+    if constexpr (std::is_floating_point_v<T> || sizeof(T) == 1)
+      if (y > 0 && (std::is_floating_point_v<T> || sums.byIntegers()))
+        return sums.goToWith(y, [&](const auto& numbers) { return last(products, numbers, bound, n, to); });
     sums.goTo(y);
-    if constexpr (sizeof(T) == 1)
-      if (sums.byIntegers())
-        return last.last == LastStep::Level ? last(products, sums.deviations(), bound, n, to)
-                                            : last(products, sums.energies(), bound, n, to);
     sums.numbers(windows);
     return last(products, ReadyWindows{windows}, bound, n, to);
   }
 
   const CorrelationJob<T, D>& job_;
+  TileShape tile_;
   TileTransform transform_;
   std::int64_t across_, down_;
   BlockPart<float> spectrum_[4];
@@ -411,7 +407,7 @@ private:
   void* block_ = nullptr;
 
   BlockPlan threadPlan_;
-  BlockPart<float> tile_, set_, results_, windows_;
+  BlockPart<float> values_, set_, results_, windows_;
   BlockPart<double> sums_;
   BlockPart<D> stored_;
   BlockPart<T> spare_[2], plane_[2];
@@ -423,25 +419,12 @@ constexpr int picosecondsPerValue = 4000; // of a tile, with all that belongs to
 
 } // namespace
 
-int orderCovering(std::int64_t samples)
-{
-  int order = 1;
-  while ((std::int64_t{1} << order) < samples) ++order;
-  return order;
-}
-
-int tileOrder(std::int64_t samples, std::int64_t results, int limit)
-{
-  const int order = orderCovering(2 * samples);
-  return order < limit && (std::int64_t{1} << order) < results ? order + 1 : order;
-}
-
 template <class T, class D> ZorStatus correlateInTiles(const CorrelationJob<T, D>& job)
 {
-  if (job.orderX > TileTransform::greatestOrder || job.orderY > TileTransform::greatestOrder) return ZorErrOrder;
+  if (job.orderX > 30 || job.orderY > 30) return ZorErrOrder;
   BlockPlan plan;
   Tiles<T, D> tiles(job, plan);
-  const std::int64_t values = tiles.count() << std::min(job.orderX + job.orderY, 30);
+  const std::int64_t values = tiles.count() * std::min(tiles.values(), std::int64_t{1} << 30);
   const TeamRule rule = TeamRule::forWork(values, picosecondsPerValue);
   const int units = static_cast<int>(std::min<std::int64_t>(tiles.pairs() * job.processed, INT32_MAX));
   // what all threads read, and an area for each

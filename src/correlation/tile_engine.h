@@ -13,6 +13,7 @@
 #pragma once
 
 #include "frame/layout.h"
+#include "tile_shape.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -42,35 +43,12 @@ template <class T, class D> struct CorrelationJob {
   bool isTurned;           // the template is turned by half a turn: a convolution
   LastStep last;
   float floor, factor;
-  int scaleFactor;           // of integer results: times 2^-scaleFactor, rounded
-  int orderX, orderY;        // tiles of 2^orderX by 2^orderY values
-  int tileWidth, tileHeight; // results of a tile
-
-  // Tiles of these orders that hold nothing but windows that lie inside them; of at least 16 by 16 values, which a
-  // smaller one costs too.
-  void useTilesOf(int x, int y)
-  {
-    x = std::max(x, 4), y = std::max(y, 4);
-    orderX = x, orderY = y;
-    tileWidth = x <= 30 ? (1 << x) - static_cast<int>(tpl.width) + 1 : 1;
-    tileHeight = y <= 30 ? (1 << y) - static_cast<int>(tpl.height) + 1 : 1;
-  }
-  // One tile that covers all results. Windows run over its end and go on at its begin, where zeros must stand.
-  void useTileOf(int x, int y)
-  {
-    orderX = x, orderY = y;
-    tileWidth = x <= 30 ? static_cast<int>(result.width) : 1;
-    tileHeight = y <= 30 ? static_cast<int>(result.height) : 1;
-  }
+  int scaleFactor;    // of integer results: times 2^-scaleFactor, rounded
+  int orderX, orderY; // tiles take the memory of 2^orderX by 2^orderY values
+  bool runsOver;      // one tile may cover all results, see TileAxis
 };
 
 // Arguments are checked. ZorErrOrder: an order above 30; ZorErrAlloc.
 template <class T, class D> ZorStatus correlateInTiles(const CorrelationJob<T, D>& job);
-
-// Order of a tile for a template of so many samples and so many results: the least with 2^order >= 2 * samples, one
-// more if it is below `limit` and 2^order below the results.
-int tileOrder(std::int64_t samples, std::int64_t results, int limit);
-// The least order from 1 on with 2^order >= samples.
-int orderCovering(std::int64_t samples);
 
 } // namespace zori

@@ -3,8 +3,6 @@
 
 #include "spectral/lane_transform.h"
 
-#include <algorithm>
-
 namespace zori {
 namespace {
 
@@ -47,24 +45,20 @@ inline void turnSquare(const float* from, float* to)
       }
 }
 
-// a * b of complex elements.
-void multiply(float* a, const float* b, std::ptrdiff_t elements)
+// Rows are fastest where the last radix is 4: its values stay in registers while they are multiplied and taken back.
+LanePlan planOf(int length, BlockPlan& plan)
 {
-  for (std::ptrdiff_t k = 0; k < elements; ++k, a += element, b += element)
-    for (int i = 0; i < strip; i += Vec<float>::size) {
-      const Vec<float> ar = loadAligned<float>(a + i), ai = loadAligned<float>(a + strip + i);
-      const Vec<float> br = loadAligned<float>(b + i), bi = loadAligned<float>(b + strip + i);
-      storeAligned(a + i, ar * br - ai * bi);
-      storeAligned(a + strip + i, ar * bi + ai * br);
-    }
+  constexpr RadixList lists[] = {{64, 3, {4, 4, 4}}, {96, 3, {6, 4, 4}}, {128, 3, {8, 4, 4}}, {144, 3, {6, 6, 4}}};
+  for (const RadixList& list : lists)
+    if (list.length == length) return LanePlan(list, plan);
+  return LanePlan(length, plan);
 }
 
 } // namespace
 
-TileTransform::TileTransform(int orderX, int orderY, BlockPlan& plan)
-  : width_(1 << orderX), height_(1 << orderY), strips_(std::max(width_ / strip, 1)),
-    sets_(std::max(height_ / strip, 1)), columns_(height_, plan),
-    rows_(width_ == height_ ? columns_ : LanePlan(width_, plan))
+TileTransform::TileTransform(int width, int height, BlockPlan& plan)
+  : width_(width), height_(height), strips_(width / strip), sets_(height / strip), columns_(planOf(height, plan)),
+    rows_(width_ == height_ ? columns_ : planOf(width, plan))
 {
   // half a kilobyte of floats between strips, lest they meet in few sets of the cache
   const long long floats = static_cast<long long>(sets_) * strip * element + strip * element;
@@ -110,9 +104,7 @@ void TileTransform::correlateRows(const void* block, float* tile, const float* s
     const std::ptrdiff_t rows = static_cast<std::ptrdiff_t>(set) * strip * element;
     for (int s = 0; s < strips_; ++s)
       turnSquare(stripOf(tile, s) + rows, buffer + static_cast<std::ptrdiff_t>(s) * strip * element);
-    transformVectorLanes(rows_, block, buffer, vectors);
-    multiply(buffer, spectrum, width_);
-    transformVectorLanesBack(rows_, block, buffer, vectors);
+    multiplySpectraOfVectorLanes(rows_, block, buffer, spectrum, vectors);
     for (int s = 0; s < strips_; ++s)
       turnSquare(buffer + static_cast<std::ptrdiff_t>(s) * strip * element, stripOf(tile, s) + rows);
   }

@@ -1,8 +1,8 @@
 // Correlation of tiles through the Fourier transform: two real tiles, one as the real and one as the imaginary part of
 // a complex image, are transformed, multiplied with the spectrum of a real template and transformed back.
 //
-// A tile of F x G values, both powers of two, lies in strips of 16 columns: row y of a strip is 16 real parts, then 16
-// imaginary ones. A strip is therefore a buffer of lanes (spectral/lane_plan.h) as it stands, and its columns are
+// A tile of F x G values, both multiples of 16, lies in strips of 16 columns: row y of a strip is 16 real parts, then
+// 16 imaginary ones. A strip is therefore a buffer of lanes (spectral/lane_plan.h) as it stands, and its columns are
 // transformed in place. Rows go 16 at a time, turned over their diagonal, through a buffer of lanes of the same kind.
 //
 // Nothing is ever put in order: the forward transform leaves frequencies as its levels do, the spectrum of the template
@@ -18,10 +18,9 @@ class TileTransform {
 public:
   static constexpr int strip = 16;          // columns of a strip, rows of a set
   static constexpr int element = 2 * strip; // floats of a row of a strip
-  static constexpr int greatestOrder = 30;
 
-  // Asks for the tables of tiles of 2^orderX by 2^orderY.
-  TileTransform(int orderX, int orderY, BlockPlan& plan);
+  // Asks for the tables of tiles of width by height values.
+  TileTransform(int width, int height, BlockPlan& plan);
   // Forms them once the block is there. Under the rounding to nearest, as all below.
   void fill(void* block) const;
 

@@ -1,7 +1,7 @@
 // Sums over the window of a template at every place of a tile: of the samples and of their squares.
 //
-// 8-bit samples under up to 33025 pixels: exact integers, whose order does not matter. Column sums slide down the tile,
-// a window's sum is a difference of prefix sums along the row.
+// 8-bit samples under up to 33025 pixels: exact integers, whose order does not matter. What a window gains on the way
+// down is a difference of what the columns gain, summed along the row.
 //
 // All others: chains of sums in one fixed order. The first window is summed sample by sample; to the right, a window
 // gains the entering column and loses the leaving one; further down, it gains a row and loses one. Sums of integers are
@@ -20,25 +20,6 @@ namespace {
 // Which number of a window is wanted: the sum of squares, or the squares of what differs from the window's mean.
 enum class WindowSum { Energy, Deviation };
 
-// Lane k becomes the sum of the lanes in front of it and of `before`, which has the sum of all vectors in front in
-// every lane; then it has the sum of this vector, too.
-inline Vec<std::int32_t> sumsInFront(Vec<std::int32_t> a, Vec<std::int32_t>& before)
-{
-  const Vec<std::int32_t> own = a;
-  const auto ones = splat<std::uint64_t>(-1), upper = interleaveLowLocal(zero<std::uint64_t>(), ones);
-  a += as<std::int32_t>(shiftLeft<32>(as<std::uint64_t>(a)));
-  a += shuffleLocal<1, 1, 1, 1>(a) & as<std::int32_t>(upper);
-  const auto ofQuarters = shuffleLocal<3, 3, 3, 3>(a);
-#if ZORI_VECTOR_BYTES == 32
-  const auto swapped = shuffleQuarters<1, 0, 3, 2>(ofQuarters);
-  a += (swapped & joined(zero<std::int32_t, 16>(), splat<std::int32_t, 16>(-1))) + (before - own);
-  before += ofQuarters + swapped;
-#else
-  a += before - own;
-  before += ofQuarters;
-#endif
-  return a;
-}
 // All lanes of 16 bytes, widened, in one vector or in two: f(number of the first lane, vector).
 template <class T, class F> inline void forEachWidened(Vec<T, 16> a, F f)
 {
@@ -50,23 +31,32 @@ template <class T, class F> inline void forEachWidened(Vec<T, 16> a, F f)
 #endif
 }
 
-// Sums of windows of w columns, from sums of the first columns.
-struct SumsOfWindows {
-  const std::uint32_t* firstColumns;
+// Sums of windows of w columns, of integers, from a row of them. They gain on the way what leads to them from the row
+// above: `gains` are the changes of the first columns, up to and with each.
+struct IntegersThatGain {
+  std::int32_t* sums;
+  const std::int32_t* gains;
   int w;
   [[gnu::always_inline]] Vec<std::int32_t> operator()(std::ptrdiff_t x) const
   {
-    return load<std::int32_t>(firstColumns + x + w) - load<std::int32_t>(firstColumns + x);
+    const auto sum =
+      loadAligned<std::int32_t>(sums + x) + (load<std::int32_t>(gains + x + w - 1) - load<std::int32_t>(gains + x - 1));
+    storeAligned(sums + x, sum);
+    return sum;
   }
 };
-struct EnergiesOfWindows {
-  SumsOfWindows q;
-  EnergiesOfWindows(const std::uint32_t* squares, int w) : q{squares, w} {}
+// The same, of sums that stand already.
+struct ReadyIntegers {
+  const std::int32_t* sums;
+  Vec<std::int32_t> operator()(std::ptrdiff_t x) const { return loadAligned<std::int32_t>(sums + x); }
+};
+template <class Sums> struct EnergiesOfWindows {
+  Sums q;
   [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const { return toFloat(q(x)); }
 };
 // (N Q - S S) / N, the first part exact.
-struct DeviationsOfWindows {
-  SumsOfWindows s, q;
+template <class Sums> struct DeviationsOfWindows {
+  Sums s, q;
   double area;
   [[gnu::always_inline]] Vec<float> operator()(std::ptrdiff_t x) const
   {
@@ -119,13 +109,13 @@ public:
   // Elements of doubles that a tile of so many columns needs.
   static long long memoryFor(int tileWidth) { return doubleRows * pitch(tileWidth); }
 
-  // Windows of w x h; `columns` of them in a row, `rows` rows of them.
+  // Windows of w x h; `columns` of them in a row, `rows` rows of them. Two spare rows of samples each, so far apart.
   WindowSums(const TileView<T>& view, int w, int h, int columns, int rows, WindowSum wanted, double* memory,
-             int tileWidth, T* entering, T* leaving)
+             int tileWidth, T* entering, T* leaving, std::ptrdiff_t spareApart)
     : view_(view), w_(w), h_(h), columns_(columns), rows_(rows), samples_(columns + w - 1), wanted_(wanted),
       area_(static_cast<double>(w) * h),
       byIntegers_(sizeof(T) == 1 && static_cast<std::int64_t>(w) * h <= mostByIntegers), entering_(entering),
-      leaving_(leaving)
+      leaving_(leaving), spareApart_(spareApart)
   {
     const std::ptrdiff_t p = static_cast<std::ptrdiff_t>(pitch(tileWidth));
     for (int k = 0; k < doubleRows; ++k) row_[k] = memory + k * p;
@@ -145,27 +135,28 @@ public:
       for (int x = 0; x < columns_; x += Vec<float>::size) storeAligned(to + x, windows(x));
     };
     if (!byIntegers_) wantedOf(chain(0), chain(1), to);
-    else if (wanted_ == WindowSum::Energy) put(energies());
-    else put(deviations());
+    else withWanted(ReadyIntegers{integers(0)}, ReadyIntegers{integers(1)}, put);
   }
-  // The same, vector by vector, if sums are formed by integers; rows are filled up to whole vectors.
   bool byIntegers() const { return byIntegers_; }
-  EnergiesOfWindows energies() const { return {firstColumns(1), w_}; }
-  DeviationsOfWindows deviations() const { return {{firstColumns(0), w_}, {firstColumns(1), w_}, area_}; }
-  // Instead of goTo(y) and numbers(), of floats behind the first row: f of what gives them vector by vector.
+  // Instead of goTo(y) and numbers(), behind the first row, of integers if byIntegers() and of floats: f of what gives
+  // them vector by vector, asked for in turn.
   template <class F> bool goToWith(std::int64_t y, F f)
   {
-    const int ahead = bringGains(y);
-    const SumsThatGain q = {chain(1), changeOfSquares(ahead)};
-    if (wanted_ == WindowSum::Energy) return f(GainingEnergies{q});
-    return f(GainingDeviations{{chain(0), changeOfSamples(ahead)}, q, area_});
+    if constexpr (sizeof(T) == 1) {
+      const int k = bringIntegerGains(y);
+      return withWanted(gaining(0, k), gaining(1, k), f);
+    } else {
+      const int ahead = bringGains(y);
+      const SumsThatGain q = {chain(1), changeOfSquares(ahead)};
+      if (wanted_ == WindowSum::Energy) return f(GainingEnergies{q});
+      return f(GainingDeviations{{chain(0), changeOfSamples(ahead)}, q, area_});
+    }
   }
   // Of this row, if deviations are wanted: the sums of the samples themselves.
   void sumsOfSamples(double* sums) const
   {
-    const std::uint32_t* const s = firstColumns(0);
     if (byIntegers_)
-      for (int x = 0; x < columns_; ++x) sums[x] = static_cast<std::int32_t>(s[x + w_] - s[x]);
+      for (int x = 0; x < columns_; ++x) sums[x] = integers(0)[x];
     else
       for (int x = 0; x < columns_; ++x) sums[x] = static_cast<double>(chain(0)[x]);
   }
@@ -177,67 +168,153 @@ private:
 
   // ---- Integers ----
 
-  // Column sums stand in rows 0 and 1, sums of the first columns of the row asked for and of the next one behind them:
-  // what has just been stored is slow to load at other places, so the next row is summed first.
+  // Sums of windows stand in rows 0 and 1. The changes that lead to the next rows are summed along the row, as many
+  // rows at a time as a vector has 16 bytes, and so many rows ahead: what has just been stored is slow to load at other
+  // places.
+  static constexpr int gainsAtOnce = vectorBytes / 16, gainsAhead = 2 * gainsAtOnce;
+  static_assert(2 + 2 * gainsAhead <= doubleRows);
+  static constexpr int inFront = 16; // of a row of changes, the last of them 0
+
+  template <class P> struct SideBySide {
+    P row[gainsAtOnce];
+    P operator[](int i) const { return row[i]; }
+    P& operator[](int i) { return row[i]; }
+  };
+  using RowsOfSamples = SideBySide<const T*>;
+  using RowsOfGains = SideBySide<std::int32_t*>;
+
+  std::int32_t* integers(int k) const { return reinterpret_cast<std::int32_t*>(row_[k]); }
+  std::int32_t* gains(int k, int ahead) const { return integers(2 + 2 * ahead + k) + inFront; }
+  IntegersThatGain gaining(int k, int ahead) const { return {integers(k), gains(k, ahead), w_}; }
+  template <class Sums, class F> auto withWanted(const Sums& s, const Sums& q, F f) const
+  {
+    if (wanted_ == WindowSum::Energy) return f(EnergiesOfWindows<Sums>{q});
+    return f(DeviationsOfWindows<Sums>{s, q, area_});
+  }
+
   void goToByIntegers(std::int64_t y)
   {
-    if (y == 0) sumColumns(0);
-    if (y + 1 < rows_) sumColumns(y + 1);
-    isOdd_ = y % 2 != 0;
+    if (y == 0) return sumFirstWindows();
+    const int ahead = bringIntegerGains(y);
+    for (int x = 0; x < columns_; x += Vec<std::int32_t>::size) gaining(0, ahead)(x), gaining(1, ahead)(x);
   }
-  void sumColumns(std::int64_t y)
+  void sumFirstWindows()
   {
-    std::int32_t* const s = reinterpret_cast<std::int32_t*>(row_[0]);
-    std::int32_t* const q = reinterpret_cast<std::int32_t*>(row_[1]);
-    const T* const entering = view_.run(0, y + h_ - 1, samples_, entering_);
-    const T* leaving = entering; // nothing changes
-    if (y > 0) {
-      leaving = view_.run(0, y - 1, samples_, leaving_);
-    } else {
-      std::fill(s, s + samples_, 0);
-      std::fill(q, q + samples_, 0);
-      for (int j = 0; j < h_; ++j) addRow(view_.run(0, j, samples_, leaving_), s, q, samples_);
+    std::int32_t *const s = integers(2), *const q = integers(3); // of columns
+    const int n = (samples_ + 15) / 16 * 16;
+    std::fill(s, s + n, 0);
+    std::fill(q, q + n, 0);
+    for (int j = 0; j < h_; j += 2) {
+      const T* const first = view_.run(0, j, samples_, entering_);
+      if (j + 1 < h_) addRows(first, view_.run(0, j + 1, samples_, leaving_), s, q, samples_);
+      else addRow(first, s, q, 0, samples_);
     }
-    isOdd_ = y % 2 != 0;
-    slide(entering, leaving, s, q, firstColumns(0), firstColumns(1), samples_);
+    const auto sumAlong = [=](const std::int32_t* columns, std::int32_t* to) {
+      std::int32_t sum = 0;
+      for (int i = 0; i < w_; ++i) sum += columns[i];
+      for (int x = 0; x < columns_; ++x) {
+        to[x] = sum;
+        if (x + 1 < columns_) sum += columns[x + w_] - columns[x];
+      }
+    };
+    sumAlong(s, integers(0));
+    sumAlong(q, integers(1));
+    formIntegerGains(1);
   }
-  std::uint32_t* firstColumns(int k) const { return reinterpret_cast<std::uint32_t*>(row_[isOdd_ ? 4 + k : 2 + k]); }
-
-  [[gnu::noinline]] static void addRow(const T* in, std::int32_t* __restrict s, std::int32_t* __restrict q, int n)
+  // Where among those ahead the changes stand that lead to row y of windows.
+  int bringIntegerGains(std::int64_t y)
   {
-    for (int x = 0; x < n; ++x) {
+    const int k = static_cast<int>((y - 1) % gainsAhead);
+    if (k % gainsAtOnce == 0) formIntegerGains(y + gainsAtOnce);
+    return k;
+  }
+  void formIntegerGains(std::int64_t y)
+  {
+    if (y >= rows_) return;
+    const int k = static_cast<int>((y - 1) % gainsAhead);
+    RowsOfGains s, q;
+    RowsOfSamples in, out;
+    for (int i = 0; i < gainsAtOnce; ++i) {
+      const std::int64_t row = std::min<std::int64_t>(y + i, rows_ - 1);
+      in[i] = view_.run(0, row + h_ - 1, samples_, entering_ + i * spareApart_);
+      out[i] = view_.run(0, row - 1, samples_, leaving_ + i * spareApart_);
+      s[i] = gains(0, k + i), q[i] = gains(1, k + i);
+      s[i][-1] = q[i][-1] = 0;
+    }
+    sumChanges(in, out, s, q, samples_);
+  }
+
+  [[gnu::noinline]] static void addRow(const T* in, std::int32_t* s, std::int32_t* q, int x, int n)
+  {
+    for (; x < n; ++x) {
       const int a = get<T>(in + x);
       s[x] += a;
       q[x] += a * a;
     }
   }
-  // Column sums gain one sample and lose one; to[x] is the sum of the first x columns. It may wrap, differences do not.
-  [[gnu::noinline]] static void slide(const T* in, const T* out, std::int32_t* s, std::int32_t* q, std::uint32_t* sTo,
-                                      std::uint32_t* qTo, int n)
+  [[gnu::noinline]] static void addRows(const T* first, const T* second, std::int32_t* s, std::int32_t* q, int n)
   {
-    using Sums = Vec<std::int32_t>;
-    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
-    Sums sBefore = zero<std::int32_t>(), qBefore = sBefore;
+    const auto ones = splat<std::int16_t>(1);
     int x = 0;
     for (; x + 8 <= n; x += 8)
-      forEachWidened(interleaveLow(loadLow8<T>(in + x), loadLow8<T>(out + x)), [&](int lane, auto widened) {
+      forEachWidened(interleaveLow(loadLow8<T>(first + x), loadLow8<T>(second + x)), [&](int lane, auto widened) {
         const auto pairs = as<std::int16_t>(widened);
         const int at = x + lane / 2;
-        const Sums sNow = loadAligned<std::int32_t>(s + at) + mulAddPairs(pairs, gain);
-        const Sums qNow = loadAligned<std::int32_t>(q + at) + mulAddPairs(pairs, (pairs ^ second) - second);
-        storeAligned(s + at, sNow);
-        storeAligned(q + at, qNow);
-        storeAligned(sTo + at, sumsInFront(sNow, sBefore));
-        storeAligned(qTo + at, sumsInFront(qNow, qBefore));
+        storeAligned(s + at, loadAligned<std::int32_t>(s + at) + mulAddPairs(pairs, ones));
+        storeAligned(q + at, loadAligned<std::int32_t>(q + at) + mulAddPairs(pairs, pairs));
       });
-    sTo[x] = static_cast<std::uint32_t>(firstLane(sBefore)), qTo[x] = static_cast<std::uint32_t>(firstLane(qBefore));
-    for (; x < n; ++x) {
-      const int a = get<T>(in + x), b = get<T>(out + x);
-      s[x] += a - b;
-      q[x] += a * a - b * b;
-      sTo[x + 1] = sTo[x] + static_cast<std::uint32_t>(s[x]);
-      qTo[x + 1] = qTo[x] + static_cast<std::uint32_t>(q[x]);
+    addRow(first, s, q, x, n);
+    addRow(second, s, q, x, n);
+  }
+  // What columns gain where one sample enters and another leaves, in samples and in squares, summed along the row up to
+  // and with each; of so many rows side by side, one each 16 bytes of a vector.
+  [[gnu::noinline]] static void sumChanges(const RowsOfSamples inRows, const RowsOfSamples outRows,
+                                           const RowsOfGains sRows, const RowsOfGains qRows, int n)
+  {
+    const auto in = inRows, out = outRows; // copies that nobody else can see, so that they stay in registers
+    const auto s = sRows, q = qRows;
+    using Sums = Vec<std::int32_t>;
+    const auto second = as<std::int16_t>(splat<std::int32_t>(-0x10000)), gain = as<std::int16_t>(splat(-0xffff));
+    const auto samples = [](const RowsOfSamples& row, int x) { return as<std::int16_t>(eightOfEach(row, x)); };
+    const auto store = [](const RowsOfGains& to, int x, Sums sums) {
+      storeAligned(to[0] + x, sixteenBytes<0>(sums));
+      if constexpr (gainsAtOnce == 2) storeAligned(to[1] + x, sixteenBytes<gainsAtOnce - 1>(sums));
+    };
+    const auto along = [](Sums a, Sums& before) {
+      a += bytesUpLocal<4>(a);
+      a += bytesUpLocal<8>(a);
+      a += before;
+      before = shuffleLocal<3, 3, 3, 3>(a);
+      return a;
+    };
+    Sums sBefore = zero<std::int32_t>(), qBefore = sBefore;
+    int x = 0;
+    for (; x + 8 <= n; x += 8) {
+      const auto entering = samples(in, x), leaving = samples(out, x);
+      const auto put = [&](Vec<std::int16_t> pairs, int at) {
+        store(s, at, along(mulAddPairs(pairs, gain), sBefore));
+        store(q, at, along(mulAddPairs(pairs, (pairs ^ second) - second), qBefore));
+      };
+      put(interleaveLowLocal(entering, leaving), x);
+      put(interleaveHighLocal(entering, leaving), x + 4);
     }
+    for (int i = 0; i < gainsAtOnce; ++i)
+      for (int k = x; k < n; ++k) {
+        const int a = get<T>(in[i] + k), b = get<T>(out[i] + k);
+        s[i][k] = s[i][k - 1] + (a - b);
+        q[i][k] = static_cast<std::int32_t>(static_cast<std::uint32_t>(q[i][k - 1]) +
+                                            static_cast<std::uint32_t>(a * a - b * b)); // differences do not wrap
+      }
+  }
+  // Eight samples of each row, widened.
+  static auto eightOfEach(const RowsOfSamples& row, int x)
+  {
+    const auto first = loadLow8<T>(row[0] + x);
+#if ZORI_VECTOR_BYTES == 32
+    return widened(as<T>(interleaveLow(as<std::uint64_t>(first), as<std::uint64_t>(loadLow8<T>(row[1] + x)))));
+#else
+    return widenLow(first);
+#endif
   }
 
   // ---- Chains ----
@@ -412,8 +489,9 @@ private:
   int w_, h_, columns_, rows_, samples_;
   WindowSum wanted_;
   double area_;
-  bool byIntegers_, isOdd_ = false; // the latter of the row of windows
-  T *entering_, *leaving_;
+  bool byIntegers_;
+  T *entering_, *leaving_; // spares for runs of samples
+  std::ptrdiff_t spareApart_;
   double* row_[doubleRows];
 };
 

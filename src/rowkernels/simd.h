@@ -103,6 +103,7 @@ template <class T, int Bytes> inline bool isAll(Vec<T, Bytes> mask) { return mov
 
 template <class T> inline Vec<T, 16> interleaveLowLocal(Vec<T, 16> a, Vec<T, 16> b) { return interleaveLow(a, b); }
 template <class T> inline Vec<T, 16> interleaveHighLocal(Vec<T, 16> a, Vec<T, 16> b) { return interleaveHigh(a, b); }
+template <int N, class T> inline Vec<T, 16> bytesUpLocal(Vec<T, 16> a) { return bytesUp<N>(a); }
 template <class To, class W> inline Vec<To, 16> narrowSatLocal(Vec<W, 16> low, Vec<W, 16> high)
 {
   return narrowSat<To>(low, high);

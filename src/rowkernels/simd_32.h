@@ -239,6 +239,11 @@ template <int N, class T> inline Vec<T, 32> bytesDown(Vec<T, 32> a)
   if constexpr (N >= 16) return as<T>(Vec<uint8_t, 32>{_mm256_srli_si256(highBelow, N - 16)});
   else return as<T>(Vec<uint8_t, 32>{_mm256_alignr_epi8(highBelow, x, N)});
 }
+// Each 16 bytes moved by N bytes towards higher addresses; zeros come in.
+template <int N, class T> inline Vec<T, 32> bytesUpLocal(Vec<T, 32> a)
+{
+  return as<T>(Vec<uint8_t, 32>{_mm256_slli_si256(as<uint8_t>(a).v, N)});
+}
 // The bytes N to N + 31 of a and b behind each other, N at most 16.
 template <int N, class T> inline Vec<T, 32> bytesFrom(Vec<T, 32> a, Vec<T, 32> b)
 {
