@@ -103,7 +103,7 @@ inline void convertPixels(const AxisTable& columns, ConvertRun convert, const vo
   for (std::ptrdiff_t k = 0; k < behind; ++k) rest[k] = isZero ? 0 : rest[k % C - C];
 }
 
-constexpr std::ptrdiff_t stripOutputs = 128, stripSamples = 2048;
+constexpr std::ptrdiff_t stripOutputs = 256, stripSamples = 2048;
 
 template <Taps Kind, int C>
 [[gnu::noinline]] void acrossFloats(const AxisTable& columns, ConvertRun convert, const void* row, float* out)
@@ -115,10 +115,12 @@ template <Taps Kind, int C>
   alignas(16) float strip[stripSamples + 16]; // the last pixel is read with a fourth lane
   for (std::ptrdiff_t i = 0; i < columns.count;) {
     const std::int32_t* const at = columns.at + i;
+    const std::ptrdiff_t first = at[0];
+    const auto pixels = [=](std::ptrdiff_t outputs) { return std::ptrdiff_t{at[outputs - 1]} + taps - first; };
     std::ptrdiff_t count = std::min(stripOutputs, columns.count - i);
-    const std::ptrdiff_t first = at[0], end = std::ptrdiff_t{at[count - 1]} + taps;
-    if (end - first <= stripSamples / C && end - first <= 2 * taps * count) {
-      convertPixels<C>(columns, convert, row, first, end, strip);
+    if (pixels(count) > stripSamples / C) count = std::min(stripOutputs / 2, count);
+    if (pixels(count) <= stripSamples / C && pixels(count) <= 2 * taps * count) {
+      convertPixels<C>(columns, convert, row, first, first + pixels(count), strip);
       acrossStrip<Kind, C>(columns, i, count, at, strip - first * C, out + i * C);
     } else {
       std::int32_t gathered[gatheredOutputs];

@@ -349,6 +349,23 @@ TYPED_TEST(Resize, Magnified)
       }
 }
 
+// Steps that are short binary fractions, from shifts before, in and beyond the image, in rows up to where sums of them
+// take more bits.
+TEST(ResizeShort, StepsOfFewBits)
+{
+  unsigned seed = 1;
+  for (int interpolation : {ZORI_INTER_NN, ZORI_INTER_LINEAR})
+    for (int width : {40, 2047, 2048, 2049, 2100})
+      for (double step : {0.25, 0.5, 1.0, 1.75, 2.0})
+        for (double shift : {-9.5, -1.5, 0.25, 37.5, 2040.0}) {
+          const ZorImgSize size = {width, 4};
+          check<Zor8u>(
+            {size, {5, 1, width - 5, 3}, {width * 2 + 3, 9}, Form::Steps, step, step, shift, shift / 16, interpolation},
+            0, ++seed, static_cast<int>(seed % 3));
+          if (HasFatalFailure()) return;
+        }
+}
+
 // Blocks of 8u whose sums lie next to where results change.
 TEST(ResizeSuper, RoundsAsTheDoubleProduct)
 {
