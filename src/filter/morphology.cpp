@@ -161,9 +161,9 @@ public:
     : src_(src), size_(members.size()), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
       sourceRows_(std::ptrdiff_t{roi.height} + size_.height - 1), levels_(shape.levels),
       count_(static_cast<std::ptrdiff_t>(shape.runs)),
-      pitch_((static_cast<long long>(roi.width) + size_.width) * channels),
+      pitch_(((static_cast<long long>(roi.width) + size_.width) * channels + wholeLine - 1) / wholeLine * wholeLine),
       ringRows_((size_.height + 2LL * group - 2) / group * group), run_(plan_.add<Run>(shape.runs)),
-      row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>(ringSamples())), memory_(plan_.bytes())
+      row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>(ringSamples(), 64)), memory_(plan_.bytes())
   {
     if (status() != ZorOk) return;
     Run* run = run_.in(block());
@@ -192,6 +192,7 @@ public:
 
 private:
   static constexpr int group = 4; // rows of the source that are lengthened at once
+  static constexpr int wholeLine = 64 / static_cast<int>(sizeof(T));
 
   Zor8u* block() { return memory_.get(); }
   long long ringSamples() const

@@ -187,8 +187,10 @@ template <class Op, int R, class Load, class Put>
 }
 
 // R rows of results, length samples each, at least as many as a vector holds. Where Channels tells their number,
-// neighbours that lie within 16 bytes are shifted out of two loads, of which fewer lie across two cache lines.
-template <class Op, int R, bool KeepFourth, int Bytes, int Channels, class T = typename Op::Sample>
+// neighbours that lie within 16 bytes are shifted out of two loads, of which fewer lie across two cache lines. Such
+// rows may fetch the lines of the results below: stores across two lines wait long for lines that are not near.
+template <class Op, int R, bool KeepFourth, int Bytes, int Channels, bool FetchesBelow = false,
+          class T = typename Op::Sample>
 [[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, Rows<T> to, std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
@@ -208,7 +210,11 @@ template <class Op, int R, bool KeepFourth, int Bytes, int Channels, class T = t
       const V left = loadRow<Bytes>(p, row, step), on = loadRow<Bytes>(p + half, row, step);
       return Neighbours<V>{left, bytesFromLocal<distance>(left, on), bytesFromLocal<2 * distance>(left, on)};
     };
-    for (; x + V::size + half <= length + 2 * Channels; x += V::size) pickSquare<Op, R>(shifted, put);
+    for (; x + V::size + half <= length + 2 * Channels; x += V::size) {
+      pickSquare<Op, R>(shifted, put);
+      if constexpr (FetchesBelow)
+        for (int i = 0; i < R; ++i) prefetch(to[R + i] + x);
+    }
   }
 #endif
   const auto loaded = [&](int row) __attribute__((always_inline))
@@ -279,7 +285,11 @@ private:
         if constexpr (2 * channels * static_cast<int>(sizeof(T)) > 16 || (Keep && channels != 4)) return false;
         else {
           if (channels_ != channels) return false;
-          pickSquares<Op, 8, Keep, Bytes, channels>(from, channels, to, samples_);
+          // as far as they stay near until their turn
+          const std::intptr_t alignment = reinterpret_cast<std::intptr_t>(to.first) | to.step;
+          if (alignment % Bytes != 0 && samples_ <= 4096 / static_cast<int>(sizeof(T)))
+            pickSquares<Op, 8, Keep, Bytes, channels, true>(from, channels, to, samples_);
+          else pickSquares<Op, 8, Keep, Bytes, channels>(from, channels, to, samples_);
           return true;
         }
       };
