@@ -76,6 +76,27 @@ struct ClampBothSides {
   }
 };
 
+// With constants that are the same for all samples the operation holds them: its rows then run from an aligned address.
+template <class Op, class Constants> struct WithConstants {
+  Op op;
+  Constants constants;
+  template <class T> Vec<T> operator()(Vec<T> x) const { return op(x, constants); }
+};
+template <class T> Vec<T> ofOneChannel(const Pattern<T>& constant) { return splat(constant.values[0]); }
+template <class T, int N> auto ofOneChannel(const Patterns<T, N>& constants)
+{
+  typename Patterns<T, N>::Vectors vectors;
+  for (int k = 0; k < N; ++k) vectors.v[k] = ofOneChannel(constants.patterns[k]);
+  return vectors;
+}
+template <Layout L, class Constant, class Op, class T>
+void mapWith(const Constant& constant, ZorImgSize roiSize, const Op& op, Rows<T> dst, Rows<const T> src)
+{
+  if constexpr (L == C1)
+    mapRegion<C1>(roiSize, WithConstants<Op, decltype(constant.at(0))>{op, ofOneChannel(constant)}, dst, src);
+  else mapRegionWith<L>(constant, roiSize, op, dst, src);
+}
+
 template <class... P>
 ZorStatus imageChecks(const void* pSrc, int srcStep, const void* pDst, int dstStep, ZorImgSize roiSize,
                       const P*... constants)
@@ -114,8 +135,8 @@ ZorStatus clampToThreshold(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
   const Pattern<T> t = channelConstant<L>(threshold);
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
-  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(t, roiSize, Clamp<Side::Greater>{}, dst, src);
-  else mapRegionWith<L>(t, roiSize, Clamp<Side::Less>{}, dst, src);
+  if (cmpOp == ZorCmpGreater) mapWith<L>(t, roiSize, Clamp<Side::Greater>{}, dst, src);
+  else mapWith<L>(t, roiSize, Clamp<Side::Less>{}, dst, src);
   return ZorOk;
 }
 
@@ -129,8 +150,8 @@ ZorStatus replaceBeyond(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImg
   const Patterns<T, 2> constants{{channelConstant<L>(threshold), channelReplacement<L>(threshold, value)}};
   const Rows dst{pDst, dstStep};
   const Rows src{pSrc, srcStep};
-  if (cmpOp == ZorCmpGreater) mapRegionWith<L>(constants, roiSize, Replace<Side::Greater>{}, dst, src);
-  else mapRegionWith<L>(constants, roiSize, Replace<Side::Less>{}, dst, src);
+  if (cmpOp == ZorCmpGreater) mapWith<L>(constants, roiSize, Replace<Side::Greater>{}, dst, src);
+  else mapWith<L>(constants, roiSize, Replace<Side::Less>{}, dst, src);
   return ZorOk;
 }
 
@@ -152,12 +173,12 @@ ZorStatus replaceBothSides(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
   if constexpr (isInt<T>)
     if (toThresholds) {
       const Patterns<T, 2> constants{{channelConstant<L>(thresholdLT), channelConstant<L>(thresholdGT)}};
-      mapRegionWith<L>(constants, roiSize, ClampBothSides{}, dst, src);
+      mapWith<L>(constants, roiSize, ClampBothSides{}, dst, src);
       return ZorOk;
     }
   const Patterns<T, 4> constants{{channelConstant<L>(thresholdLT), channelReplacement<L>(thresholdLT, valueLT),
                                   channelConstant<L>(thresholdGT), channelReplacement<L>(thresholdGT, valueGT)}};
-  mapRegionWith<L>(constants, roiSize, ReplaceBothSides{}, dst, src);
+  mapWith<L>(constants, roiSize, ReplaceBothSides{}, dst, src);
   return ZorOk;
 }
 
