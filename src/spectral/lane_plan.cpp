@@ -147,10 +147,12 @@ void fillTurns(const RadixList& list, float* p)
   }
 }
 
-// Lanes along the elements: eights of them, and levels that are formed for it.
+// Lanes along the elements: levels of 4, 8 and 16, the first and the last of eights of them.
 bool canGoAlong(const RadixList& list)
 {
-  return isPowerOfTwo(list.length) && list.levels > 1 && list.radix[0] >= 8 && list.radix[list.levels - 1] >= 8;
+  for (int i = 0; i < list.levels; ++i)
+    if (list.radix[i] != 4 && list.radix[i] != 8 && list.radix[i] != 16) return false;
+  return list.levels > 1 && list.radix[0] >= 8 && list.radix[list.levels - 1] >= 8;
 }
 
 long long countOfTurnsAlong(const RadixList& list)

@@ -269,6 +269,14 @@ TEST(ImageDft, ImagesOfEveryMethod)
   checkReal<Dft>({251, 10}, 1, ZorFftDivFwdByN, primeLimit);
 }
 
+// Rows of powers of two go in pairs: a last one by itself, levels of 4 to 16, blocks of columns that are full and not.
+TEST(ImageDft, RowsInPairs)
+{
+  for (const ZorImgSize size :
+       {ZorImgSize{64, 3}, {128, 2}, {256, 5}, {512, 7}, {1024, 3}, {4096, 3}, {8192, 2}, {32768, 3}, {128, 72}})
+    checkReal<Dft>(size, 0, ZorFftDivFwdByN, 0);
+}
+
 // All lengths that a table or a chirp could spoil: what is measured is 2.3e-7, a fifth of the limit that large primes
 // have.
 TEST(ImageDft, EveryLengthTo512)
