@@ -164,7 +164,8 @@ public:
 private:
   static constexpr std::int64_t mostByIntegers = 33025; // squares of 255 then fit 31 bits
   static constexpr int rowsAhead = 4, doubleRows = 2 + 2 * rowsAhead;
-  static long long pitch(int tileWidth) { return (static_cast<long long>(tileWidth) + 1 + 15) / 16 * 16; }
+  // whole vectors may be read behind the last sample
+  static long long pitch(int tileWidth) { return (static_cast<long long>(tileWidth) + 17 + 15) / 16 * 16; }
 
   // ---- Integers ----
 

@@ -104,7 +104,8 @@ TYPED_TEST(Convolution, FullShapes)
                 {{3, 2}, {31, 20}},   {{64, 27}, {1, 14}},   {{47, 27}, {11, 11}}, // 57 * 37 = 2109 results: directly
                 {{60, 37}, {11, 12}}, // 70 * 48 = 3360 of 132: one transform or tiles
                 {{700, 9}, {9, 4}},   // rows of more results than are summed at once
-                {{110, 7}, {110, 1}}, {{77, 110}, {11, 11}}, {{78, 11}, {11, 11}}, {{30, 60}, {40, 50}}};
+                {{110, 7}, {110, 1}}, {{77, 110}, {11, 11}}, {{78, 11}, {11, 11}}, {{30, 60}, {40, 50}},
+                {{90, 80}, {60, 70}}, {{180, 150}, {15, 13}}};
   for (const auto& [a, b] : shapes) {
     check<TypeParam>(a, b, false, 0);
     check<TypeParam>(b, a, false, 0);
