@@ -1,7 +1,7 @@
 // zoriSwapChannels_{8u,16u,16s,32s,32f}_{C3,AC4,C3C4,C4C3}R, zoriSwapChannels_8u_{C3,C4}IR: new orders of channels.
 //
 // Mostly the source is read off its place (see channel_order.h); from three channels to four, pixels are taken apart
-// and put together again.
+// and put together again, or have their bytes shuffled.
 #include "frame/checks.h"
 #include "region.h"
 #include "rowkernels/channel_order.h"
@@ -44,17 +44,39 @@ ZorStatus swapColour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   return ZorOk;
 }
 
-// Channel k of the destination is number index[k] of the source's three channels, a constant, and zero.
-template <class T> struct Selected {
-  int index[4];
-  Vec<T> constant;
-
-  template <int Bytes> void operator()(const Vec<T, Bytes> (&in)[3], Vec<T, Bytes> (&out)[4]) const
+#if ZORI_VECTOR_BYTES == 16
+// Channel k of the destination is number order[k] of the source's three channels; a value where that is 3, and above 3
+// what is there already.
+template <class R> class FourOfThree {
+public:
+  FourOfThree(const int* order, R value) : selected_{{}, splat(value)}
   {
-    const Vec<T, Bytes> from[5] = {in[0], in[1], in[2], firstBytes<Bytes>(constant), zero<T, Bytes>()};
-    for (int k = 0; k < 4; ++k) out[k] = from[index[k]];
+    R lanes[Vec<R>::size];
+    for (int k = 0; k < 4; ++k) selected_.index[k] = std::min(order[k], 4);
+    for (int i = 0; i < Vec<R>::size; ++i) lanes[i] = static_cast<R>(order[i % 4] > 3 ? -1 : 0);
+    kept_ = load<R>(lanes);
   }
+  template <bool All> void row(const R* src, R* dst, std::ptrdiff_t width) const
+  {
+    moveChannels<All>(Interleaved<const R, 3>{{src}}, Interleaved<R, 4>{{dst}}, width, selected_, kept_);
+  }
+
+private:
+  struct Selected {
+    int index[4];
+    Vec<R> constant;
+
+    void operator()(const Vec<R> (&in)[3], Vec<R> (&out)[4]) const
+    {
+      const Vec<R> from[5] = {in[0], in[1], in[2], constant, zero<R>()};
+      for (int k = 0; k < 4; ++k) out[k] = from[index[k]];
+    }
+  };
+
+  Selected selected_;
+  Vec<R> kept_;
 };
+#endif
 
 // Steps are not tested.
 template <class T>
@@ -63,22 +85,14 @@ ZorStatus swapToFour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize)); s != ZorOk) return s;
   if (auto s = ordered(dstOrder, 4, INT_MAX); s != ZorOk) return s;
   using R = Raw<T>;
-  Selected<R> selected{{}, splat(get<R>(&value))};
-  R lanes[Vec<R>::size] = {};
-  bool all = true;
-  for (int k = 0; k < 4; ++k) {
-    selected.index[k] = std::min(dstOrder[k], 4);
-    const bool stays = dstOrder[k] > 3;
-    for (int i = k; i < Vec<R>::size; i += 4) lanes[i] = static_cast<R>(stays ? -1 : 0);
-    all &= !stays;
-  }
-  const Vec<R> kept = load<R>(lanes);
+  const FourOfThree<R> pixels(dstOrder, get<R>(&value));
+  const bool all = *std::max_element(dstOrder, dstOrder + 4) <= 3;
   const ZorImgSize rows = joinedRows(roiSize, Pitch{3 * bytesOf<T>, srcStep}, Pitch{4 * bytesOf<T>, dstStep});
   for (int y = 0; y < rows.height; ++y) {
-    const Interleaved<const R, 3> src{raw(rowAt(pSrc, srcStep, y))};
-    const Interleaved<R, 4> dst{raw(rowAt(pDst, dstStep, y))};
-    if (all) moveChannels<true>(src, dst, rows.width, selected, kept);
-    else moveChannels<false>(src, dst, rows.width, selected, kept);
+    const R* const src = raw(rowAt(pSrc, srcStep, y));
+    R* const dst = raw(rowAt(pDst, dstStep, y));
+    if (all) pixels.template row<true>(src, dst, rows.width);
+    else pixels.template row<false>(src, dst, rows.width);
   }
   return ZorOk;
 }

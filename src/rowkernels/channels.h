@@ -19,26 +19,30 @@ inline namespace ZORI_WIDTH {
 
 template <class T> inline constexpr int lanesOf = Vec<T>::size;
 
-// Vector j of a block of N vectors.
-template <int N, int Bytes, class T> inline Vec<T, Bytes> loadOfBlock(const T* block, int j)
+// Vector j of a block of N vectors, whose halves are `apart` bytes from each other.
+template <int N, int Bytes, class T>
+inline Vec<T, Bytes> loadOfBlock(const T* block, int j, [[maybe_unused]] std::ptrdiff_t apart = 16 * N)
 {
   const char* const p = reinterpret_cast<const char*>(block) + 16 * j;
 #if ZORI_VECTOR_BYTES == 32
-  if constexpr (Bytes == 32) return joined(load<T, 16>(p), load<T, 16>(p + 16 * N));
+  if constexpr (Bytes == 32) return joined(load<T, 16>(p), load<T, 16>(p + apart));
 #endif
   return load<T, Bytes>(p);
 }
-template <int N, class T, int Bytes> inline void storeOfBlock(T* block, int j, Vec<T, Bytes> x)
+template <int N, class T, int Bytes>
+inline void storeOfBlock(T* block, int j, Vec<T, Bytes> x, [[maybe_unused]] std::ptrdiff_t apart = 16 * N)
 {
   char* const p = reinterpret_cast<char*>(block) + 16 * j;
 #if ZORI_VECTOR_BYTES == 32
   if constexpr (Bytes == 32) {
     store(p, lowHalf(x));
-    store(p + 16 * N, highHalf(x));
+    store(p + apart, highHalf(x));
     return;
   }
-#endif
+  store(forgotten(p), x); // one by one: the compiler would join two in memory, and wait for them there
+#else
   store(p, x);
+#endif
 }
 
 #ifdef __AVX2__
@@ -122,12 +126,13 @@ inline Vec<std::uint32_t, Bytes> pick(Vec<std::uint32_t, Bytes> a, Vec<std::uint
 }
 
 // A block to channels.
-template <class T, int Bytes> inline void split(const T* from, Vec<T, Bytes> (&channel)[3])
+template <class T, int Bytes>
+inline void split(const T* from, Vec<T, Bytes> (&channel)[3], std::ptrdiff_t apart = 16 * 3)
 {
   if constexpr (hasByteShuffle && sizeof(T) <= 2) {
 #ifdef __AVX2__
     Vec<std::uint8_t, Bytes> v[3];
-    for (int j = 0; j < 3; ++j) v[j] = as<std::uint8_t>(loadOfBlock<3, Bytes>(from, j));
+    for (int j = 0; j < 3; ++j) v[j] = as<std::uint8_t>(loadOfBlock<3, Bytes>(from, j, apart));
     for (int k = 0; k < 3; ++k) {
       const auto part = [&](int j) {
         return shuffleBytesLocal(v[j], threeIndexes<T, true>.at[k][j].template vector<Bytes>());
@@ -137,8 +142,9 @@ template <class T, int Bytes> inline void split(const T* from, Vec<T, Bytes> (&c
 #endif
   } else {
     const std::uint32_t* const words = reinterpret_cast<const std::uint32_t*>(from);
-    const auto everyThirdWord = [words](int first) {
-      return pick<3, 0, 3, 0>(loadOfBlock<3, Bytes>(words + first, 0), loadOfBlock<3, Bytes>(words + first + 6, 0));
+    const auto everyThirdWord = [words, apart](int first) {
+      return pick<3, 0, 3, 0>(loadOfBlock<3, Bytes>(words + first, 0, apart),
+                              loadOfBlock<3, Bytes>(words + first + 6, 0, apart));
     };
     auto a = everyThirdWord(0), b = everyThirdWord(1), c = everyThirdWord(2);
     if constexpr (sizeof(T) <= 2) sortHalves(a, b, c);
@@ -203,10 +209,11 @@ template <class T, int Bytes> inline Vec<T, Bytes> odds(Vec<T, Bytes> a, Vec<T, 
 }
 
 // A block to channels.
-template <class T, int Bytes> inline void split(const T* from, Vec<T, Bytes> (&channel)[4])
+template <class T, int Bytes>
+inline void split(const T* from, Vec<T, Bytes> (&channel)[4], std::ptrdiff_t apart = 16 * 4)
 {
-  const auto v0 = loadOfBlock<4, Bytes>(from, 0), v1 = loadOfBlock<4, Bytes>(from, 1),
-             v2 = loadOfBlock<4, Bytes>(from, 2), v3 = loadOfBlock<4, Bytes>(from, 3);
+  const auto at = [=](int j) { return loadOfBlock<4, Bytes>(from, j, apart); };
+  const auto v0 = at(0), v1 = at(1), v2 = at(2), v3 = at(3);
   const auto even0 = evens(v0, v1), even1 = evens(v2, v3), odd0 = odds(v0, v1), odd1 = odds(v2, v3);
   channel[0] = evens(even0, even1);
   channel[1] = evens(odd0, odd1);
@@ -263,67 +270,116 @@ template <class T, int N, Form F> struct Pixels {
   template <bool All, int Bytes>
   void store(std::ptrdiff_t x, const Vec<Element, Bytes> (&channel)[N], Vec<Element, Bytes> kept) const
   {
-    if constexpr (F == Form::Interleaved) {
-      Vec<Element, Bytes> pixels[N];
-      merge(channel, pixels);
-      T* const block = run[0] + x * N;
-      for (int i = 0; i < N; ++i)
-        storeOfBlock<N>(block, i, All ? pixels[i] : pixels[i] | (loadOfBlock<N, Bytes>(block, i) & kept));
-    } else {
+    if constexpr (F == Form::Interleaved) storeMerged<All>(run[0] + x * N, channel, kept, 16 * N);
+    else
       for (int k = 0; k < N; ++k) zori::store(run[k] + x, channel[k]);
+  }
+
+#if ZORI_VECTOR_BYTES == 32
+  // A row shorter than a block of 32 bytes a channel: its first 16 bytes of each in the low half, its last in the high.
+  void loadEnds(std::ptrdiff_t width, Vec<Element> (&channel)[N]) const
+  {
+    const std::ptrdiff_t apart = betweenEnds(width);
+    if constexpr (F == Form::Interleaved) split<Element>(run[0], channel, apart);
+    else
+      for (int k = 0; k < N; ++k) channel[k] = loadOfBlock<1, vectorBytes, Element>(run[k], 0, apart);
+  }
+  template <bool All> void storeEnds(std::ptrdiff_t width, const Vec<Element> (&channel)[N], Vec<Element> kept) const
+  {
+    const std::ptrdiff_t apart = betweenEnds(width);
+    if constexpr (F == Form::Interleaved) storeMerged<All>(run[0], channel, kept, apart);
+    else
+      for (int k = 0; k < N; ++k) storeOfBlock<1>(run[k], 0, channel[k], apart);
+  }
+#endif
+
+  // A row shorter than a block of 16 bytes a channel.
+  void loadShort(std::ptrdiff_t width, Vec<Element, 16> (&channel)[N]) const
+  {
+    if constexpr (F == Form::Interleaved) {
+      alignas(16) Element block[N * shortRoom] = {};
+      copyBelow<sizeof block>(block, run[0], bytes(width));
+      split<Element>(block, channel);
+    } else {
+      for (int k = 0; k < N; ++k) channel[k] = loadPart16<Element>(run[k], bytes(width));
     }
+  }
+  template <bool All>
+  void storeShort(std::ptrdiff_t width, const Vec<Element, 16> (&channel)[N], Vec<Element, 16> kept) const
+  {
+    if constexpr (F == Form::Interleaved) {
+      alignas(16) Element block[N * shortRoom];
+      if constexpr (!All) {
+        std::memset(block, 0, sizeof block);
+        copyBelow<sizeof block>(block, run[0], bytes(width));
+      }
+      storeMerged<All>(block, channel, kept, 16 * N);
+      copyBelow<sizeof block>(run[0], block, bytes(width));
+    } else {
+      for (int k = 0; k < N; ++k) storePart(run[k], channel[k], bytes(width));
+    }
+  }
+
+private:
+  static constexpr std::ptrdiff_t shortRoom = Vec<Element, 16>::size; // pixels
+
+  static std::size_t bytes(std::ptrdiff_t width) { return static_cast<std::size_t>(width) * perPixel * sizeof(T); }
+#if ZORI_VECTOR_BYTES == 32
+  static std::ptrdiff_t betweenEnds(std::ptrdiff_t width)
+  {
+    return (width - shortRoom) * perPixel * static_cast<std::ptrdiff_t>(sizeof(T));
+  }
+#endif
+
+  template <bool All, int Bytes>
+  static void storeMerged(T* block, const Vec<Element, Bytes> (&channel)[N], Vec<Element, Bytes> kept,
+                          std::ptrdiff_t apart)
+  {
+    Vec<Element, Bytes> pixels[N];
+    merge(channel, pixels);
+    for (int i = 0; i < N; ++i)
+      storeOfBlock<N>(block, i, All ? pixels[i] : pixels[i] | (loadOfBlock<N, Bytes>(block, i, apart) & kept), apart);
   }
 };
 
 template <class T, int N> using Interleaved = Pixels<T, N, Form::Interleaved>;
 template <class T, int N> using Planar = Pixels<T, N, Form::Planar>;
 
-// A row shorter than a block of 16 bytes a channel, padded to one.
-template <class P> struct LocalBlock {
-  using T = typename P::Element;
-  static constexpr int length = Vec<T, 16>::size * P::perPixel;
-  alignas(16) T data[P::runs * length];
-
-  LocalBlock(const P& row, std::ptrdiff_t width) : data{}
-  {
-    for (int i = 0; i < P::runs; ++i) std::memcpy(data + i * length, row.run[i], bytes(width));
+// A row shorter than a block: one of at least 16 bytes a channel has two halves that overlap.
+template <bool All, class Src, class Dst, class Op, class T>
+[[gnu::noinline]] void moveShort(const Src& from, const Dst& to, std::ptrdiff_t width, const Op& op, const Vec<T>& kept)
+{
+  const UpperHalvesCleared atTheEnd;
+  const Src src = from.held();
+  const Dst dst = to.held();
+#if ZORI_VECTOR_BYTES == 32
+  if (width >= Vec<T, 16>::size) {
+    Vec<T> in[Src::channels], out[Dst::channels];
+    src.loadEnds(width, in);
+    op(in, out);
+    return dst.template storeEnds<All>(width, out, kept);
   }
-  P pixels()
-  {
-    P p;
-    for (int i = 0; i < P::runs; ++i) p.run[i] = data + i * length;
-    return p;
-  }
-  void copyTo(const P& row, std::ptrdiff_t width) const
-  {
-    for (int i = 0; i < P::runs; ++i) std::memcpy(row.run[i], data + i * length, bytes(width));
-  }
-  static std::size_t bytes(std::ptrdiff_t width) { return static_cast<std::size_t>(width) * P::perPixel * sizeof(T); }
-};
+#endif
+  Vec<T, 16> in[Src::channels], out[Dst::channels];
+  src.loadShort(width, in);
+  op(in, out);
+  dst.template storeShort<All>(width, out, firstBytes<16>(kept));
+}
 
 // dst = op(src) in blocks; op has a vector for each channel of the source as input and fills one for each of the
-// destination. The last block overlaps the one before it and is formed first, so that a row may shrink in place. A row
-// shorter than a block of 32 bytes a channel is one of blocks of 16.
-template <bool All, int Bytes = vectorBytes, class Src, class Dst, class Op, class T = typename Dst::Element>
+// destination. The last block overlaps the one before it and is formed first, so that a row may shrink in place.
+template <bool All, class Src, class Dst, class Op, class T = typename Dst::Element>
 [[gnu::noinline]] void moveChannels(const Src& from, const Dst& to, std::ptrdiff_t width, const Op& given,
                                     const Vec<T>& kept)
 {
   const UpperHalvesCleared atTheEnd;
-  constexpr std::ptrdiff_t block = Vec<T, Bytes>::size;
-  if constexpr (Bytes > 16)
-    if (width < block) return moveChannels<All, 16>(from, to, width, given, kept);
+  constexpr std::ptrdiff_t block = Vec<T>::size;
+  if (width < block) return moveShort<All>(from, to, width, given, kept);
   const Src src = from.held(); // copies that nobody else can see, so that what they hold stays in registers
   const Dst dst = to.held();
   const Op op = given;
-  if (width < block) {
-    LocalBlock<Src> padded(src, width);
-    LocalBlock<Dst> result(dst, width);
-    moveChannels<All, 16>(padded.pixels(), result.pixels(), block, op, kept);
-    result.copyTo(dst, width);
-    return;
-  }
-  const auto keptLanes = firstBytes<Bytes>(kept);
-  Vec<T, Bytes> in[Src::channels], out[Dst::channels], last[Dst::channels];
+  const Vec<T> keptLanes = kept;
+  Vec<T> in[Src::channels], out[Dst::channels], last[Dst::channels];
   src.load(width - block, in);
   op(in, last);
   const std::ptrdiff_t distance = fetchDistance<T>(width * Src::channels);
@@ -453,6 +509,74 @@ template <class T> [[gnu::noinline]] void threeOfFour(const T* src, T* dst, std:
   for (; x + step < width; x += step) storeStep(x, takeStep(x));
   storeStep(width - step, last);
 }
+
+// Pixels of three channels to pixels of four: channel k is number order[k]; a value where that is 3, and above 3 what
+// is there already.
+template <class T> class FourOfThree {
+public:
+  FourOfThree(const int* order, T value)
+  {
+    constexpr int size = sizeof(T), lanes = Vec<T>::size;
+    std::uint8_t bytes[vectorBytes];
+    T added[lanes], kept[lanes];
+    for (int i = 0; i < vectorBytes; ++i) {
+      const int k = order[i / size % 4];
+      bytes[i] = static_cast<std::uint8_t>(k < 3 ? (i % 16 / (4 * size) * 3 + k) * size + i % size : 0x80);
+    }
+    for (int i = 0; i < lanes; ++i) {
+      added[i] = order[i % 4] == 3 ? value : T{0};
+      kept[i] = static_cast<T>(order[i % 4] > 3 ? -1 : 0);
+    }
+    index_ = load<std::uint8_t>(bytes);
+    added_ = load<T>(added);
+    kept_ = load<T>(kept);
+  }
+
+  // All: nothing stays.
+  template <bool All> [[gnu::noinline]] void row(const T* src, T* dst, std::ptrdiff_t width) const
+  {
+    const UpperHalvesCleared atTheEnd;
+    constexpr std::ptrdiff_t step = fourChannelPixels<T>;
+    const FourOfThree op = *this; // stays in registers
+    if (width < step) {
+      const std::size_t pixels = static_cast<std::size_t>(width) * sizeof(T);
+      const auto there = All ? zero<T, 16>() : loadPart16<T>(dst, 4 * pixels);
+      return storePart(dst, op.moved<All>(loadPart16<std::uint8_t>(src, 3 * pixels), there), 4 * pixels);
+    }
+    const auto one = [=](std::ptrdiff_t x) { // reads nothing behind it
+      const T* const p = src + 3 * x;
+      const auto from =
+        interleaveLow(loadLow8<std::uint64_t>(p), as<std::uint64_t>(loadLow4<std::uint8_t>(p + 8 / sizeof(T))));
+      return op.moved<All>(as<std::uint8_t>(from), load<T, 16>(dst + 4 * x));
+    };
+    const auto two = [=](std::ptrdiff_t x) { // reads 4 bytes behind them
+      const T* const p = src + 3 * x;
+      const auto from = joined(load<std::uint8_t, 16>(p), load<std::uint8_t, 16>(p + 3 * step));
+      store(dst + 4 * x, op.moved<All>(from, load<T>(dst + 4 * x)));
+    };
+    const std::ptrdiff_t distance = fetchDistance<T>(4 * width);
+    std::ptrdiff_t x = 0;
+    for (; x + 4 * step + 1 < width; x += 4 * step) {
+      fetchAhead(src + 3 * x, distance);
+      fetchAhead(dst + 4 * x, distance);
+      two(x);
+      two(x + 2 * step);
+    }
+    for (; x + step < width; x += step) store(dst + 4 * x, one(x));
+    store(dst + 4 * (width - step), one(width - step));
+  }
+
+private:
+  template <bool All, int Bytes> Vec<T, Bytes> moved(Vec<std::uint8_t, Bytes> x, Vec<T, Bytes> there) const
+  {
+    const auto pixels = as<T>(shuffleBytesLocal(x, firstBytes<Bytes>(index_))) | firstBytes<Bytes>(added_);
+    return All ? pixels : pixels | (there & firstBytes<Bytes>(kept_));
+  }
+
+  Vec<std::uint8_t> index_;
+  Vec<T> added_, kept_;
+};
+
 template <class T> inline void dropFourth(const T* src, T* dst, std::ptrdiff_t width)
 {
   constexpr int order[] = {0, 1, 2};
