@@ -1,7 +1,8 @@
 #!/bin/bash
 # scripts/nightly.sh [STEP]...: what takes too long for every change. Steps, all of them by default:
 #
-#   builds     two builds in two folders, of the sources as they stand, give the same bytes
+#   builds     two builds in two folders, of the sources as they stand, give the same bytes (ZORI_SUBSYSTEMS in the
+#              environment narrows them)
 #   sanitize   unit tests, sweeps over all functions and random calls under the address, leak and undefined-behaviour
 #              sanitizers
 #   threads    teams under the thread sanitizer, with the OpenMP runtime of clang and its tool Archer, which tells the
@@ -23,7 +24,8 @@ step_builds() {
     mkdir -p "$scratch/place-$number/sources"
     git ls-files -z --cached --others --exclude-standard | xargs -0 cp --parents -t "$scratch/place-$number/sources"
     cmake -S "$scratch/place-$number/sources" -B "$scratch/place-$number/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-      -DZORI_BUILD_TESTS=OFF -DZORI_BUILD_EXAMPLES=OFF -DZORI_BUILD_CHECK=OFF >/dev/null &&
+      -DZORI_BUILD_TESTS=OFF -DZORI_BUILD_EXAMPLES=OFF -DZORI_BUILD_CHECK=OFF \
+      ${ZORI_SUBSYSTEMS:+"-DZORI_SUBSYSTEMS=$ZORI_SUBSYSTEMS"} >/dev/null &&
       cmake --build "$scratch/place-$number/build" --target zori zori_static >/dev/null || return 1
   done
   local result=0 file
@@ -61,7 +63,7 @@ step_threads() {
   export TSAN_OPTIONS="ignore_noninstrumented_modules=1 history_size=7"
   OMP_TOOL_LIBRARIES=$(ls /usr/lib/llvm-*/lib/libarcher.so 2>/dev/null | tail -n 1)
   export OMP_TOOL_LIBRARIES
-  cmake --preset clang -B $folder -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" \
+  cmake --preset clang -B $folder -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
     -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DZORI_WIDE=OFF \
     -DZORI_BUILD_EXAMPLES=OFF -DZORI_BUILD_CHECK=OFF -DZORI_BUILD_PYTHON=OFF &&
     cmake --build $folder --target sweep_tests &&
@@ -79,7 +81,7 @@ step_valgrind() {
       --errors-for-leak-kinds=definite --show-leak-kinds=definite build/default/fuzz/fuzz_calls -runs=5000
 }
 
-step_tidy() { bash scripts/check-tidy.sh all; }
+step_tidy() { bash scripts/check-tidy.sh all && bash scripts/check-tidy.sh; }
 
 step_fuzz() {
   local preset result=0
