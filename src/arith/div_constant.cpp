@@ -26,9 +26,10 @@ template <class T>
 using Factor = std::conditional_t<isComplexInt<T>, Zor64fc, std::conditional_t<byReciprocal<T>, Zor32f, T>>;
 
 template <class T> struct ReciprocalProduct {
-  Group<T> operator()(const Group<T>& n, const Group<Zor32f>& reciprocals) const
+  template <int Bytes>
+  ZORI_INLINE Group<T, Bytes> operator()(const Group<T, Bytes>& n, const Group<Zor32f, Bytes>& reciprocals) const
   {
-    Group<Zor32f> x;
+    Group<Zor32f, Bytes> x;
     if constexpr (std::is_same_v<T, Zor32f>) x = n;
     else x = Converted<Zor32f>{}(n);
     for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] * reciprocals.part[k];

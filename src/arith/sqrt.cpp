@@ -20,20 +20,20 @@ namespace {
 // Groups of samples that are not negative, times a power of two.
 template <class T> struct RootInSingle {
   Zor32f factor;
-  Group<T> operator()(const Group<T>& x) const
+  template <int Bytes> ZORI_INLINE Group<T, Bytes> operator()(const Group<T, Bytes>& x) const
   {
-    Group<Zor32f> y = Converted<Zor32f>{}(x);
-    for (int k = 0; k < y.parts; ++k) y.part[k] = sqrt(y.part[k]) * splat(factor);
+    Group<Zor32f, Bytes> y = Converted<Zor32f>{}(x);
+    for (int k = 0; k < y.parts; ++k) y.part[k] = sqrt(y.part[k]) * splat<Zor32f, Bytes>(factor);
     return Rounded<T>{}(y);
   }
 };
 
 template <class T> struct RootInDouble {
   Zor64f factor;
-  Group<T> operator()(const Group<T>& x) const
+  template <int Bytes> ZORI_INLINE Group<T, Bytes> operator()(const Group<T, Bytes>& x) const
   {
-    Group<Zor32s> n = Converted<Zor32s>{}(x);
-    const auto root = [&](Vec<Zor64f> v) { return sqrt(v) * splat(factor); };
+    Group<Zor32s, Bytes> n = Converted<Zor32s>{}(x);
+    const auto root = [&](Vec<Zor64f, Bytes> v) { return sqrt(v) * splat<Zor64f, Bytes>(factor); };
     for (auto& part : n.part) part = toInt(root(toDoubleLow(part)), root(toDoubleHigh(part)));
     return Converted<T>{}(n);
   }
@@ -43,11 +43,11 @@ template <class T> struct RootInDouble {
 template <class Root> struct RootOfPositive {
   Root root;
   Vec<Zor16s>* negative;
-  Group<Zor16s> operator()(Group<Zor16s> x) const
+  template <int Bytes> ZORI_INLINE Group<Zor16s, Bytes> operator()(Group<Zor16s, Bytes> x) const
   {
     for (auto& part : x.part) {
-      *negative = *negative | signs(part);
-      part = max(part, zero<Zor16s>());
+      *negative = *negative | wholeOf(signs(part));
+      part = max(part, zero<Zor16s, Bytes>());
     }
     return root(x);
   }
@@ -55,11 +55,11 @@ template <class Root> struct RootOfPositive {
 
 struct FloatRoot {
   Vec<Zor32f>* negative;
-  Group<Zor32f> operator()(Group<Zor32f> x) const
+  template <int Bytes> ZORI_INLINE Group<Zor32f, Bytes> operator()(Group<Zor32f, Bytes> x) const
   {
     Vec<Zor32f> marks = *negative;
     for (auto& part : x.part) {
-      marks = marks | less(part, zero<Zor32f>());
+      marks = marks | wholeOf(less(part, zero<Zor32f, Bytes>()));
       part = sqrt(part);
     }
     *negative = marks;

@@ -16,27 +16,28 @@ inline namespace ZORI_WIDTH {
 // ---- Operations on groups ----
 
 template <class D> struct Converted {
-  template <class S> Group<D> operator()(const Group<S>& x) const
+  template <class S, int Bytes> ZORI_INLINE Group<D, Bytes> operator()(const Group<S, Bytes>& x) const
   {
-    Group<D> y;
+    Group<D, Bytes> y;
     if constexpr (std::is_same_v<D, Zor32f>) {
-      const Group<Zor32s> n = Converted<Zor32s>{}(x);
+      const Group<Zor32s, Bytes> n = Converted<Zor32s>{}(x);
       for (int k = 0; k < y.parts; ++k) y.part[k] = toFloat(n.part[k]);
     } else if constexpr (sizeof(S) == sizeof(D)) {
       for (int k = 0; k < y.parts; ++k) y.part[k] = as<D>(x.part[k]);
     } else if constexpr (sizeof(S) < sizeof(D)) {
-      Group<WiderT<S>> wider;
+      Group<WiderT<S>, Bytes> wider;
       for (int k = 0; k < x.parts; ++k) {
         wider.part[2 * k] = widenLow(x.part[k]);
         wider.part[2 * k + 1] = widenHigh(x.part[k]);
       }
       y = (*this)(wider);
     } else if constexpr (sizeof(S) == 4 && sizeof(D) == 1) { // saturation to 16 bits changes nothing about the result
-      const Group<Zor32s> n = Converted<Zor32s>{}(x);
+      const Group<Zor32s, Bytes> n = Converted<Zor32s>{}(x);
       for (int k = 0; k < y.parts; ++k)
         y.part[k] = narrowSatFour<D>(n.part[4 * k], n.part[4 * k + 1], n.part[4 * k + 2], n.part[4 * k + 3]);
     } else if constexpr (std::is_same_v<S, Zor16u>) { // the pack takes its lanes as signed, so first at most 0x7fff
-      const auto atMost = [](Vec<Zor16u> v) { return as<Zor16s>(addSat(v, topBits<Zor16u>()) ^ topBits<Zor16u>()); };
+      const auto top = topBits<Zor16u, Bytes>();
+      const auto atMost = [top](Vec<Zor16u, Bytes> v) { return as<Zor16s>(addSat(v, top) ^ top); };
       for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(atMost(x.part[2 * k]), atMost(x.part[2 * k + 1]));
     } else {
       for (int k = 0; k < y.parts; ++k) y.part[k] = narrowSat<D>(x.part[2 * k], x.part[2 * k + 1]);
@@ -49,16 +50,22 @@ template <class D> struct Converted {
 template <class D> inline constexpr Zor32f upperBound = static_cast<Zor32f>(std::numeric_limits<D>::max());
 
 // A NaN takes the bound, because that is the second operand.
-template <class D> inline Vec<Zor32f> clampedAbove(Vec<Zor32f> x) { return min(x, splat(upperBound<D>)); }
-inline Vec<Zor32f> clampedAtZero(Vec<Zor32f> x) { return max(x, zero<Zor32f>()); }
+template <class D, int Bytes> inline Vec<Zor32f, Bytes> clampedAbove(Vec<Zor32f, Bytes> x)
+{
+  return min(x, splat<Zor32f, Bytes>(upperBound<D>));
+}
+template <int Bytes> inline Vec<Zor32f, Bytes> clampedAtZero(Vec<Zor32f, Bytes> x)
+{
+  return max(x, zero<Zor32f, Bytes>());
+}
 
 // Saturated below, and above as well. Of 16u, which has no pack of its own, n lies in 0..65535.
-template <class D> inline Group<D> packed(Group<Zor32s> n)
+template <class D, int Bytes> inline Group<D, Bytes> packed(Group<Zor32s, Bytes> n)
 {
   if constexpr (std::is_same_v<D, Zor16u>) { // by the signed pack
-    for (int k = 0; k < n.parts; ++k) n.part[k] -= splat<Zor32s>(32768);
-    Group<Zor16u> y = Converted<Zor16u>{}(Converted<Zor16s>{}(n));
-    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] ^ topBits<Zor16u>();
+    for (int k = 0; k < n.parts; ++k) n.part[k] -= splat<Zor32s, Bytes>(32768);
+    Group<Zor16u, Bytes> y = Converted<Zor16u>{}(Converted<Zor16s>{}(n));
+    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] ^ topBits<Zor16u, Bytes>();
     return y;
   } else {
     return Converted<D>{}(n);
@@ -66,19 +73,19 @@ template <class D> inline Group<D> packed(Group<Zor32s> n)
 }
 
 // n is the conversion of x to an integer; 2^31 has become the least one and must become the greatest.
-template <class D> inline Vec<Zor32s> belowTop(Vec<Zor32s> n, Vec<Zor32f> x)
+template <class D, int Bytes> inline Vec<Zor32s, Bytes> belowTop(Vec<Zor32s, Bytes> n, Vec<Zor32f, Bytes> x)
 {
-  if constexpr (std::is_same_v<D, Zor32s>) return n ^ as<Zor32s>(greaterEqual(x, splat(upperBound<D>)));
+  if constexpr (std::is_same_v<D, Zor32s>) return n ^ as<Zor32s>(greaterEqual(x, splat<Zor32f, Bytes>(upperBound<D>)));
   else return n;
 }
 
 // Rounded by the control register. What lies too far below to fit becomes the least integer and is saturated.
 template <class D> struct Rounded {
-  Group<D> operator()(const Group<Zor32f>& x) const
+  template <int Bytes> ZORI_INLINE Group<D, Bytes> operator()(const Group<Zor32f, Bytes>& x) const
   {
-    Group<Zor32s> n;
+    Group<Zor32s, Bytes> n;
     for (int k = 0; k < x.parts; ++k) {
-      Vec<Zor32f> v = clampedAbove<D>(x.part[k]);
+      Vec<Zor32f, Bytes> v = clampedAbove<D>(x.part[k]);
       if constexpr (std::is_same_v<D, Zor16u>) v = clampedAtZero(v);
       n.part[k] = belowTop<D>(toInt(v), v);
     }
@@ -88,14 +95,14 @@ template <class D> struct Rounded {
 
 // Ties away from zero: |x| + 0.5 in 32f, the sign restored, the fraction cut off.
 template <class D> struct RoundedAway {
-  Group<D> operator()(const Group<Zor32f>& x) const
+  template <int Bytes> ZORI_INLINE Group<D, Bytes> operator()(const Group<Zor32f, Bytes>& x) const
   {
-    Group<Zor32s> n;
+    Group<Zor32s, Bytes> n;
     for (int k = 0; k < x.parts; ++k) {
-      const Vec<Zor32f> v = clampedAbove<D>(x.part[k]);
-      Vec<Zor32f> sum;
-      if constexpr (isSigned<D>) sum = (abs(v) + splat(0.5f)) | (v & splat(-0.0f));
-      else sum = clampedAtZero(v) + splat(0.5f);
+      const Vec<Zor32f, Bytes> v = clampedAbove<D>(x.part[k]);
+      Vec<Zor32f, Bytes> sum;
+      if constexpr (isSigned<D>) sum = (abs(v) + splat<Zor32f, Bytes>(0.5f)) | (v & splat<Zor32f, Bytes>(-0.0f));
+      else sum = clampedAtZero(v) + splat<Zor32f, Bytes>(0.5f);
       n.part[k] = belowTop<D>(toIntTruncated(sum), sum);
     }
     return packed<D>(n);

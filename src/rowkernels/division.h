@@ -43,9 +43,9 @@ inline double powerOfTwo(int exponent)
 inline int boundedScale(int scaleFactor) { return scaleFactor < -32 ? -32 : scaleFactor > 17 ? 17 : scaleFactor; }
 
 template <class T> struct RoundedTowardZero {
-  Group<T> operator()(const Group<Zor32f>& x) const
+  template <int Bytes> ZORI_INLINE Group<T, Bytes> operator()(const Group<Zor32f, Bytes>& x) const
   {
-    Group<Zor32s> n;
+    Group<Zor32s, Bytes> n;
     for (int k = 0; k < x.parts; ++k) n.part[k] = toIntTruncated(clampedAbove<T>(x.part[k]));
     return packed<T>(n);
   }
@@ -59,14 +59,14 @@ template <class T, ZorRoundMode Mode> struct Quotient {
   float scale; // 2^scaleFactor
 
   explicit Quotient(int scaleFactor) : scale(static_cast<float>(powerOfTwo(boundedScale(scaleFactor)))) {}
-  Group<T> operator()(const Group<T>& n, const Group<T>& d) const
+  template <int Bytes> ZORI_INLINE Group<T, Bytes> operator()(const Group<T, Bytes>& n, const Group<T, Bytes>& d) const
   {
     // Vanishes in the sum with any scaled denominator but zero, over which the quotient is now 0 or beyond all bounds
     // with the numerator's sign.
-    const Vec<Zor32f> tiny = splat(0x1p-80f);
-    Group<Zor32f> x = Converted<Zor32f>{}(n);
-    const Group<Zor32f> y = Converted<Zor32f>{}(d);
-    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] / (y.part[k] * splat(scale) + tiny);
+    const auto tiny = splat<Zor32f, Bytes>(0x1p-80f), scales = splat<Zor32f, Bytes>(scale);
+    Group<Zor32f, Bytes> x = Converted<Zor32f>{}(n);
+    const Group<Zor32f, Bytes> y = Converted<Zor32f>{}(d);
+    for (int k = 0; k < x.parts; ++k) x.part[k] = x.part[k] / (y.part[k] * scales + tiny);
     return RoundedBy<T, Mode>{}(x);
   }
 };
@@ -76,19 +76,20 @@ template <class T, ZorRoundMode Mode> struct Quotient {
 // Over a zero of either sign: an infinity with the sign of the numerator, NaN for zero and NaN.
 template <> struct Quotient<Zor32f> {
   explicit Quotient(int /* floats have no scale */) {}
-  Group<Zor32f> operator()(const Group<Zor32f>& n, const Group<Zor32f>& d) const
+  template <int Bytes> using Floats = Group<Zor32f, Bytes>;
+  template <int Bytes> ZORI_INLINE Floats<Bytes> operator()(const Floats<Bytes>& n, const Floats<Bytes>& d) const
   {
-    Group<Zor32f> q, zeros;
-    Vec<Zor32f> anyZero = zero<Zor32f>();
+    Floats<Bytes> q, zeros;
+    auto anyZero = zero<Zor32f, Bytes>();
     for (int k = 0; k < q.parts; ++k) {
-      zeros.part[k] = equal(d.part[k], zero<Zor32f>());
+      zeros.part[k] = equal(d.part[k], zero<Zor32f, Bytes>());
       anyZero = anyZero | zeros.part[k];
       q.part[k] = n.part[k] / without(d.part[k], zeros.part[k]);
     }
     if (moveMask(anyZero))
       for (int k = 0; k < q.parts; ++k)
         q.part[k] = select(zeros.part[k] & unordered(q.part[k], q.part[k]),
-                           splat(std::numeric_limits<Zor32f>::quiet_NaN()), q.part[k]);
+                           splat<Zor32f, Bytes>(std::numeric_limits<Zor32f>::quiet_NaN()), q.part[k]);
     return q;
   }
 };
@@ -98,9 +99,9 @@ template <> struct Quotient<Zor32f> {
 template <class Op, class T> struct FlagZeros {
   Op op;
   Vec<T>* zeros;
-  Group<T> operator()(const Group<T>& n, const Group<T>& d) const
+  template <int Bytes> ZORI_INLINE Group<T, Bytes> operator()(const Group<T, Bytes>& n, const Group<T, Bytes>& d) const
   {
-    for (int k = 0; k < d.parts; ++k) *zeros = *zeros | equal(d.part[k], zero<T>());
+    for (int k = 0; k < d.parts; ++k) *zeros = *zeros | wholeOf(equal(d.part[k], zero<T, Bytes>()));
     return op(n, d);
   }
 };

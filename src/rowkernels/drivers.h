@@ -25,6 +25,9 @@
 #include <cstring>
 #include <utility>
 
+// Into a driver, whatever the compiler thinks of its size.
+#define ZORI_INLINE __attribute__((always_inline))
+
 namespace zori {
 inline namespace ZORI_WIDTH {
 
@@ -120,27 +123,26 @@ template <class T> inline void storeHigh8(void* p, Vec<T, 16> x)
   put(p, static_cast<std::uint64_t>(as<std::uint64_t>(x).v[1]));
 }
 
-template <class T> inline Vec<T, 16> loadShort16(const char* p, std::size_t bytes)
+// Such a row holds at least 16, 8, 4 or 1 bytes, Part, and less than twice that, or four times 1.
+template <std::size_t Part, class T> ZORI_INLINE inline Vec<T, 16> loadShort16(const char* p, std::size_t bytes)
 {
-  if (bytes >= 8) {
+  if constexpr (Part == 8) {
     const auto last = loadLow8<std::uint64_t>(p + bytes - 8);
     return as<T>(interleaveLow(loadLow8<std::uint64_t>(p), last));
-  }
-  if (bytes >= 4) {
+  } else if constexpr (Part == 4) {
     const auto both = interleaveLow(loadLow4<std::uint32_t>(p), loadLow4<std::uint32_t>(p + bytes - 4));
     return as<T>(interleaveLow(as<std::uint64_t>(both), as<std::uint64_t>(both)));
-  }
-  if (bytes >= 2)
+  } else if (bytes >= 2) {
     return as<T>(splat<std::uint32_t, 16>(get<std::uint16_t>(p) |
                                           static_cast<std::uint32_t>(get<std::uint16_t>(p + bytes - 2)) << 16));
-  return as<T>(splat<std::uint8_t, 16>(get<std::uint8_t>(p)));
+  } else return as<T>(splat<std::uint8_t, 16>(get<std::uint8_t>(p)));
 }
-template <class T> inline void storeShort16(char* p, Vec<T, 16> x, std::size_t bytes)
+template <std::size_t Part, class T> ZORI_INLINE inline void storeShort16(char* p, Vec<T, 16> x, std::size_t bytes)
 {
-  if (bytes >= 8) {
+  if constexpr (Part == 8) {
     storeLow8(p, x);
     storeHigh8(p + bytes - 8, x);
-  } else if (bytes >= 4) {
+  } else if constexpr (Part == 4) {
     storeLow4(p, x);
     storeLow4(p + bytes - 4, bytesDown<4>(x));
   } else {
@@ -153,39 +155,71 @@ template <class T> inline void storeShort16(char* p, Vec<T, 16> x, std::size_t b
     }
   }
 }
-
-// `bytes` is at least 1 and less than a vector.
-template <class T> inline Vec<T> loadShort(const void* from, std::size_t bytes)
+template <std::size_t Part, class T> ZORI_INLINE inline Vec<T> loadShort(const void* from, std::size_t bytes)
 {
   const char* p = static_cast<const char*>(from);
 #if ZORI_VECTOR_BYTES == 32
-  if (bytes >= 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
   // loads that fill the vector and a blend: no shuffles
-  if (bytes >= 8) return as<T>(alternating(splat(get<std::uint64_t>(p)), splat(get<std::uint64_t>(p + bytes - 8))));
-  if (bytes >= 4) return as<T>(alternating(splat(get<std::uint32_t>(p)), splat(get<std::uint32_t>(p + bytes - 4))));
-  const auto x = loadShort16<T>(p, bytes);
-  return joined(x, x);
+  if constexpr (Part == 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
+  else if constexpr (Part == 8)
+    return as<T>(alternating(splat(get<std::uint64_t>(p)), splat(get<std::uint64_t>(p + bytes - 8))));
+  else if constexpr (Part == 4)
+    return as<T>(alternating(splat(get<std::uint32_t>(p)), splat(get<std::uint32_t>(p + bytes - 4))));
+  else {
+    const auto x = loadShort16<Part, T>(p, bytes);
+    return joined(x, x);
+  }
 #else
-  return loadShort16<T>(p, bytes);
+  return loadShort16<Part, T>(p, bytes);
 #endif
 }
-template <class T> inline void storeShort(void* to, Vec<T> x, std::size_t bytes)
+template <std::size_t Part, class T> ZORI_INLINE inline void storeShort(void* to, Vec<T> x, std::size_t bytes)
 {
   char* p = static_cast<char*>(to);
 #if ZORI_VECTOR_BYTES == 32
-  if (bytes >= 16) {
+  if constexpr (Part == 16) {
     store(p, lowHalf(x));
     store(p + bytes - 16, highHalf(x));
-  } else {
-    storeShort16(p, lowHalf(x), bytes);
-  }
+  } else storeShort16<Part>(p, lowHalf(x), bytes);
 #else
-  storeShort16(p, x, bytes);
+  storeShort16<Part>(p, x, bytes);
 #endif
 }
 
-// Into a driver, whatever the compiler thinks of its size.
-#define ZORI_INLINE __attribute__((always_inline))
+// f(Part) for a row of elements of `Element` bytes, which is at least one and less than `vector` bytes long. What goes
+// down many rows asks once.
+template <std::size_t Element, int vector = vectorBytes, class F>
+ZORI_INLINE inline auto withShortPart(std::size_t bytes, F f)
+{
+  if constexpr (vector > 16)
+    if (bytes >= 16) return f(std::integral_constant<std::size_t, 16>{});
+  if constexpr (Element >= 8) return f(std::integral_constant<std::size_t, 8>{});
+  else {
+    if (bytes >= 8) return f(std::integral_constant<std::size_t, 8>{});
+    if constexpr (Element >= 4) return f(std::integral_constant<std::size_t, 4>{});
+    else return bytes >= 4 ? f(std::integral_constant<std::size_t, 4>{}) : f(std::integral_constant<std::size_t, 1>{});
+  }
+}
+template <class T> ZORI_INLINE inline Vec<T, 16> loadShort16(const char* p, std::size_t bytes)
+{
+  return withShortPart<sizeof(T), 16>(bytes, [=](auto part) ZORI_INLINE { return loadShort16<part, T>(p, bytes); });
+}
+template <class T> ZORI_INLINE inline Vec<T> loadShort(const void* from, std::size_t bytes)
+{
+  return withShortPart<sizeof(T)>(bytes, [=](auto part) ZORI_INLINE { return loadShort<part, T>(from, bytes); });
+}
+template <int Bytes, class T> ZORI_INLINE inline Vec<T, Bytes> loadShortOf(const void* from, std::size_t bytes)
+{
+  if constexpr (Bytes < vectorBytes) return loadShort16<T>(static_cast<const char*>(from), bytes);
+  else return loadShort<T>(from, bytes);
+}
+template <class T, int Bytes> ZORI_INLINE inline void storeShort(void* to, Vec<T, Bytes> x, std::size_t bytes)
+{
+  withShortPart<sizeof(T), Bytes>(bytes, [=](auto part) ZORI_INLINE {
+    if constexpr (Bytes < vectorBytes) storeShort16<part, T>(static_cast<char*>(to), x, bytes);
+    else storeShort<part, T>(to, x, bytes);
+  });
+}
 
 // ---- Element by element: dst[i] = op(src[i]...), every type of one width. ----
 
@@ -283,7 +317,14 @@ template <class Constant, class D, class Op, class... S>
   if (length < lanes) {
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
     const auto all = constant.ofShort(bytes);
-    for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], applied(op, all, loadShort<S>(src[y], bytes)...), bytes);
+    if constexpr (isLongOp<Op>) {
+      for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], applied(op, all, loadShort<S>(src[y], bytes)...), bytes);
+    } else {
+      withShortPart<sizeof(D)>(bytes, [&](auto part) ZORI_INLINE {
+        for (int y = 0; y < rows; ++y)
+          storeShort<part, D>(dst[y], applied(op, all, loadShort<part, S>(src[y], bytes)...), bytes);
+      });
+    }
     return;
   }
   const auto along = [&op](const S*... from) ZORI_INLINE {
@@ -292,6 +333,10 @@ template <class Constant, class D, class Op, class... S>
   const std::ptrdiff_t behind = length - lanes;
   const auto c0 = constant.at(0), cLast = constant.at(behind);
   if (length <= 2 * lanes && (hasConstant || !isLongOp<Op>)) { // one or two vectors, which overlap
+    if (behind == 0) {
+      for (int y = 0; y < rows; ++y) store(dst[y], along(src[y]...)(0, c0));
+      return;
+    }
     for (int y = 0; y < rows; ++y) {
       const auto at = along(src[y]...);
       const Vec<D> first = at(0, c0), last = at(behind, cLast);
@@ -324,16 +369,47 @@ inline void mapRow(D* dst, std::ptrdiff_t length, const Op& op, const S*... src)
 
 // ---- The same with a constant that differs from channel to channel. ----
 
+// The bytes of a period of 16 or less, again and again.
+struct RepeatedBytes {
+  static constexpr int size = 2 * vectorBytes;
+  std::uint8_t places[17][size];
+  constexpr RepeatedBytes() : places{}
+  {
+    for (int period = 1; period <= 16; ++period)
+      for (int i = 0; i < size; ++i) places[period][i] = static_cast<std::uint8_t>(i % period);
+  }
+};
+inline constexpr RepeatedBytes repeatedBytes;
+
 // A constant of 1 to 4 channels repeated, complex ones being two, so that a vector of it can be had for any phase.
 template <class T> struct Pattern {
+  static constexpr int count = Vec<T>::size + (sizeof(T) > 4 ? 4 : Vec<T, 16>::size); // four phases at least
   int period;
-  T values[Vec<T>::size + 4];
+  alignas(16) T values[count];
 
-  Pattern(const T* constant, int channels) : period(channels)
+  ZORI_INLINE Pattern(const T* constant, int channels) : period(channels)
   {
+#if ZORI_VECTOR_BYTES == 32
+    // Formed in registers, since it is soon read as vectors, and of 16 bytes, since the caller clears no upper halves.
+    constexpr int size = sizeof(T);
+    if (channels == 1) {
+      fill(get<T>(constant));
+      return;
+    }
+    if (channels * size <= 16) {
+      std::uint64_t once[2] = {};
+      for (int i = 0; i < channels; ++i)
+        once[i * size / 8] |= std::uint64_t{get<BitsOf<T>>(constant + i)} << (8 * (i * size % 8));
+      const auto bytes = as<std::uint8_t>(ofHalves(once[0], once[1]));
+      const std::uint8_t* const places = repeatedBytes.places[channels * size];
+      for (int k = 0; k < count; k += Vec<T, 16>::size)
+        store(values + k, as<T>(shuffleBytesLocal(bytes, load<std::uint8_t, 16>(places + k * size))));
+      return;
+    }
+#endif
     for (int i = 0; i < Vec<T>::size + 4; ++i) values[i] = get<T>(constant + i % channels);
   }
-  explicit Pattern(T constant) : Pattern(&constant, 1) {}
+  explicit Pattern(T constant) : period(1) { fill(constant); }
   // As the element that stands i elements behind the start of a row. Periods are 1, 2, 3, 4, 6 or 8.
   Vec<T> at(std::ptrdiff_t i) const
   {
@@ -341,6 +417,17 @@ template <class T> struct Pattern {
   }
   // As a row shorter than a vector.
   Vec<T> ofShort(std::size_t bytes) const { return loadShort<T>(values, bytes); }
+
+private:
+  template <class U>
+  using BitsOf =
+    std::conditional_t<sizeof(U) == 1, std::uint8_t,
+                       std::conditional_t<sizeof(U) == 2, std::uint16_t,
+                                          std::conditional_t<sizeof(U) == 4, std::uint32_t, std::uint64_t>>>;
+  void fill(T constant)
+  {
+    for (int k = 0; k < count; k += Vec<T, 16>::size) store(values + k, splat<T, 16>(constant));
+  }
 };
 
 // Several constants that an operation takes together: op(src..., const Patterns<T, N>::Vectors&).
@@ -380,68 +467,69 @@ inline void mapRowWith(const Constant& constant, D* dst, std::ptrdiff_t length, 
 // ---- Groups: as many elements as a vector has bytes, in as many vectors as they take, so that operands of different
 // widths meet. ----
 
-template <class T> struct Group {
-  static constexpr int size = vectorBytes, parts = size / Vec<T>::size;
-  Vec<T> part[parts];
+template <class T, int Bytes = vectorBytes> struct Group {
+  static constexpr int size = Bytes, lanes = Vec<T, Bytes>::size, parts = size / lanes;
+  Vec<T, Bytes> part[parts];
 };
 
-template <class T> ZORI_INLINE inline Group<T> loadGroup(const T* p)
+template <class T, int Bytes = vectorBytes> ZORI_INLINE inline Group<T, Bytes> loadGroup(const T* p)
 {
-  Group<T> x;
-  for (int k = 0; k < x.parts; ++k) x.part[k] = load<T>(p + k * Vec<T>::size);
+  Group<T, Bytes> x;
+  for (int k = 0; k < x.parts; ++k) x.part[k] = load<T, Bytes>(p + k * x.lanes);
   return x;
 }
 
-template <class T> ZORI_INLINE inline void storeGroup(T* p, const Group<T>& x)
+template <class T, int Bytes> ZORI_INLINE inline void storeGroup(T* p, const Group<T, Bytes>& x)
 {
-  for (int k = 0; k < x.parts; ++k) store(p + k * Vec<T>::size, x.part[k]);
+  for (int k = 0; k < x.parts; ++k) store(p + k * x.lanes, x.part[k]);
 }
 
 // A row of fewer elements than a group, in the manner of loadShort. `half` is the greatest power of two up to length.
-template <class T> ZORI_INLINE inline Group<T> loadShortGroup(const T* p, std::ptrdiff_t length, std::ptrdiff_t half)
+template <class T, int Bytes>
+ZORI_INLINE inline Group<T, Bytes> loadShortGroup(const T* p, std::ptrdiff_t length, std::ptrdiff_t half)
 {
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
-  Group<T> x;
+  constexpr std::ptrdiff_t lanes = Vec<T, Bytes>::size;
+  Group<T, Bytes> x;
   static_assert(x.parts <= 4);
   if (length < lanes) {
-    x.part[0] = loadShort<T>(p, static_cast<std::size_t>(length) * sizeof(T));
+    x.part[0] = loadShortOf<Bytes, T>(p, static_cast<std::size_t>(length) * sizeof(T));
     for (int k = 1; k < x.parts; ++k) x.part[k] = x.part[0];
     return x;
   }
   const T* const last = p + length - half;
-  if constexpr (Group<T>::parts >= 4) {
+  if constexpr (Group<T, Bytes>::parts >= 4) {
     if (half >= 2 * lanes) {
       for (int k = 0; k < x.parts / 2; ++k) {
-        x.part[k] = load<T>(p + k * lanes);
-        x.part[x.parts / 2 + k] = load<T>(last + k * lanes);
+        x.part[k] = load<T, Bytes>(p + k * lanes);
+        x.part[x.parts / 2 + k] = load<T, Bytes>(last + k * lanes);
       }
       return x;
     }
   }
-  if constexpr (Group<T>::parts >= 2) {
-    x.part[0] = load<T>(p);
-    x.part[1] = load<T>(last);
+  if constexpr (Group<T, Bytes>::parts >= 2) {
+    x.part[0] = load<T, Bytes>(p);
+    x.part[1] = load<T, Bytes>(last);
     for (int k = 2; k < x.parts; ++k) x.part[k] = x.part[k - 2];
   }
   return x;
 }
-template <class T>
-ZORI_INLINE inline void storeShortGroup(T* p, const Group<T>& x, std::ptrdiff_t length, std::ptrdiff_t half)
+template <class T, int Bytes>
+ZORI_INLINE inline void storeShortGroup(T* p, const Group<T, Bytes>& x, std::ptrdiff_t length, std::ptrdiff_t half)
 {
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  constexpr std::ptrdiff_t lanes = Vec<T, Bytes>::size;
   if (length < lanes) {
-    storeShort<T>(p, x.part[0], static_cast<std::size_t>(length) * sizeof(T));
+    storeShort(p, x.part[0], static_cast<std::size_t>(length) * sizeof(T));
     return;
   }
   T* const last = p + length - half;
-  if constexpr (Group<T>::parts >= 4) {
+  if constexpr (Group<T, Bytes>::parts >= 4) {
     if (half >= 2 * lanes) {
       for (int k = 0; k < x.parts / 2; ++k) store(p + k * lanes, x.part[k]);
       for (int k = 0; k < x.parts / 2; ++k) store(last + k * lanes, x.part[x.parts / 2 + k]);
       return;
     }
   }
-  if constexpr (Group<T>::parts >= 2) {
+  if constexpr (Group<T, Bytes>::parts >= 2) {
     store(p, x.part[0]);
     store(last, x.part[1]);
   }
@@ -477,6 +565,21 @@ template <class T, std::ptrdiff_t N> struct PaddedBlock {
   PaddedBlock(const T* from, std::ptrdiff_t length) { padBlock<N>(values, from, length); }
 };
 
+// Rows of a group at most. An operation that takes groups of any width (its operator() is a template of Bytes) meets
+// rows of up to 16 elements in groups of 16: half of a wider one would be work for nothing, and dividers take twice as
+// long for it.
+template <int Bytes, class D, class Op, class... S>
+ZORI_INLINE inline void shortGroups(Rows<D> dst, std::ptrdiff_t length, int rows, const Op& op, Rows<const S>... src)
+{
+  if (Bytes < vectorBytes && length == Bytes) {
+    for (int y = 0; y < rows; ++y) storeGroup(dst[y], op(loadGroup<S, Bytes>(src[y])...));
+    return;
+  }
+  const std::ptrdiff_t half = greatestPowerOfTwo(length);
+  for (int y = 0; y < rows; ++y)
+    storeShortGroup(dst[y], op(loadShortGroup<S, Bytes>(src[y], length, half)...), length, half);
+}
+
 // dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
 // is no narrower than the destination.
 template <class D, class Op, class... S>
@@ -485,12 +588,10 @@ template <class D, class Op, class... S>
   const UpperHalvesCleared atTheEnd;
   Op op = given;
   constexpr std::ptrdiff_t size = Group<D>::size;
-  if (length < size) {
-    const std::ptrdiff_t half = greatestPowerOfTwo(length);
-    for (int y = 0; y < rows; ++y)
-      storeShortGroup<D>(dst[y], op(loadShortGroup<S>(src[y], length, half)...), length, half);
-    return;
-  }
+  constexpr bool hasHalves = vectorBytes == 32 && std::is_invocable_v<const Op&, const Group<S, 16>&...>;
+  if constexpr (hasHalves)
+    if (length <= 16) return shortGroups<16>(dst, length, rows, op, src...);
+  if (length < size) return shortGroups<vectorBytes>(dst, length, rows, op, src...);
   const std::ptrdiff_t lastAt = length - size;
   const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
   const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
@@ -501,17 +602,27 @@ template <class D, class Op, class... S>
       if (head != 0 && head % periodOf<Op> == 0) i = head;
     }
     Group<D> waiting = at(0);
-    while (waitingAt < lastAt) { // each group is written when the next one is formed
+    constexpr std::ptrdiff_t half = hasHalves ? size / 2 : 0; // so much at the end goes in half a group
+    while (waitingAt < lastAt - half) {                       // each group is written when the next one is formed
       i = std::min(i, lastAt);
       fetchAhead(to + i, ahead, sizeof(Group<D>));
       (fetchAhead(from + i, ahead, sizeof(Group<S>)), ...);
       const Group<D> next = at(i);
-      storeGroup<D>(to + waitingAt, waiting);
+      storeGroup(to + waitingAt, waiting);
       waiting = next;
       waitingAt = i;
       i += size;
     }
-    storeGroup<D>(to + waitingAt, waiting);
+    if constexpr (hasHalves) {
+      if (waitingAt < lastAt) {
+        const std::ptrdiff_t at16 = length - half;
+        const Group<D, 16> last = op(loadGroup<S, 16>(from + at16)...);
+        storeGroup(to + waitingAt, waiting);
+        storeGroup(to + at16, last);
+        return;
+      }
+    }
+    storeGroup(to + waitingAt, waiting);
   };
   for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
 }
@@ -548,10 +659,12 @@ template <class Op> struct KeepFourth {
   {
     return select(colourMask<D>(), op(src...), old);
   }
-  template <class D, class... S> Group<D> operator()(Group<D> old, S... src) const
+  template <class D, int Bytes, class... S, class = std::enable_if_t<std::is_invocable_v<const Op&, S...>>>
+  ZORI_INLINE Group<D, Bytes> operator()(Group<D, Bytes> old, S... src) const
   {
-    Group<D> x = op(src...);
-    for (int k = 0; k < x.parts; ++k) x.part[k] = ((x.part[k] ^ old.part[k]) & colourMask<D>()) ^ old.part[k];
+    Group<D, Bytes> x = op(src...);
+    const auto colours = colourMask<D, Bytes>();
+    for (int k = 0; k < x.parts; ++k) x.part[k] = ((x.part[k] ^ old.part[k]) & colours) ^ old.part[k];
     return x;
   }
 };

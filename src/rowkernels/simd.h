@@ -164,6 +164,13 @@ template <int N, class T, int Bytes> inline Vec<T, N> firstBytes(Vec<T, Bytes> x
 #endif
 }
 
+// A vector of a file's width: 16 bytes that are less than one stand in it twice.
+template <class T, int Bytes> inline Vec<T> wholeOf(Vec<T, Bytes> x)
+{
+  if constexpr (Bytes < vectorBytes) return joined(x, x);
+  else return x;
+}
+
 // ---- Gathering: lanes from Scale * at[0], Scale * at[1]... bytes behind p ----
 
 template <int Scale> inline Vec<uint32_t> gather32(const void* p, const int32_t* at)

@@ -183,7 +183,7 @@ TEST(ShortRows, HoldNothingButTheRow)
     std::fill(row + 16, row + 16 + bytes, uint8_t(7));
     const auto vector = loadShort<uint8_t>(row + 16, static_cast<size_t>(bytes));
     EXPECT_TRUE(isAll(equal(vector, splat<uint8_t>(7)))) << bytes;
-    const auto group = loadShortGroup(row + 16, bytes, greatestPowerOfTwo(bytes));
+    const auto group = loadShortGroup<uint8_t, vectorBytes>(row + 16, bytes, greatestPowerOfTwo(bytes));
     for (const auto& part : group.part) EXPECT_TRUE(isAll(equal(part, splat<uint8_t>(7)))) << bytes;
   }
 }
