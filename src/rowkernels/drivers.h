@@ -245,8 +245,8 @@ template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 template <class Op> using Passed = std::conditional_t<(alignof(Op) > 16), const Op&, Op>;
 
 // A row of a vector or more.
-template <int Period, bool IsLongOp, class D, class At>
-ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
+template <int Period, bool IsLongOp, class D, class At, class Fetch>
+ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at, Fetch fetch)
 {
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
   std::ptrdiff_t i = 0;
@@ -258,6 +258,7 @@ ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at)
     i = head + lanes;
   }
   for (; !IsLongOp && i + 5 * lanes <= length; i += 4 * lanes) {
+    fetch(i, 4 * vectorBytes);
     const Vec<D> a = at(i), b = at(i + lanes), c = at(i + 2 * lanes), d = at(i + 3 * lanes);
     store(dst + i, a);
     storesInOrder();
@@ -285,14 +286,15 @@ template <class Op, class C, class... V> ZORI_INLINE inline auto applied(const O
 }
 
 // A row of more than two vectors with a constant: in threes, which hold whole pixels of any channel count.
-template <class D, class C, class At>
+template <class D, class C, class At, class Fetch>
 ZORI_INLINE inline void mapVectorsInThrees(D* dst, std::ptrdiff_t length, const C& c0, const C& c1, const C& c2,
-                                           const C& cLast, At at)
+                                           const C& cLast, At at, Fetch fetch)
 {
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
   const Vec<D> last = at(length - lanes, cLast);
   std::ptrdiff_t i = 0;
   for (; i + 3 * lanes <= length; i += 3 * lanes) {
+    fetch(i, 3 * vectorBytes);
     const Vec<D> a = at(i, c0), b = at(i + lanes, c1), c = at(i + 2 * lanes, c2);
     store(dst + i, a);
     storesInOrder();
@@ -346,12 +348,20 @@ template <class Constant, class D, class Op, class... S>
     return;
   }
   const auto c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
+  constexpr bool fetches = sizeof...(S) == 1; // the processor itself keeps up with two sources
+  const std::ptrdiff_t dstAhead = fetches ? fetchDistance(dst, length, rows) : 0;
+  const std::ptrdiff_t srcAhead = fetches ? (fetchDistance(src, length, rows), ...) : 0;
   for (int y = 0; y < rows; ++y) {
     const auto at = along(src[y]...);
-    if constexpr (hasConstant) mapVectorsInThrees(dst[y], length, c0, c1, c2, cLast, at);
+    const auto fetch = [&](std::ptrdiff_t i, std::ptrdiff_t bytes) ZORI_INLINE {
+      if (!fetches || dstAhead == 0) return;
+      fetchAhead(dst[y] + i, dstAhead, bytes);
+      (fetchAhead(src[y] + i, srcAhead, bytes), ...);
+    };
+    if constexpr (hasConstant) mapVectorsInThrees(dst[y], length, c0, c1, c2, cLast, at, fetch);
     else
-      mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length,
-                                             [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); });
+      mapVectors<periodOf<Op>, isLongOp<Op>>(
+        dst[y], length, [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); }, fetch);
   }
 }
 

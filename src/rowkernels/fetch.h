@@ -4,6 +4,7 @@
 // that a narrow region does not drag in what lies beside it.
 #pragma once
 
+#include "frame/layout.h"
 #include "simd.h"
 
 namespace zori {
@@ -13,6 +14,16 @@ inline namespace ZORI_WIDTH {
 template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
 {
   return length * static_cast<std::ptrdiff_t>(sizeof(T)) >= 4096 ? 2048 : 0;
+}
+
+// The same of rows of a region, of which short ones are fetched some rows before they come; 0 where they lie in the
+// cache.
+template <class T> inline std::ptrdiff_t fetchDistance(Rows<T> image, std::ptrdiff_t length, int rows)
+{
+  constexpr long long beyondTheCache = 1 << 20, along = 2048;
+  const long long bytes = length * static_cast<long long>(sizeof(T));
+  if (bytes * rows < beyondTheCache) return 0;
+  return bytes >= 2 * along ? along : static_cast<std::ptrdiff_t>(image.step * (1 + (along - 1) / bytes));
 }
 
 // Asks for the lines of `bytes` bytes that stand `distance` bytes behind p; for none where that is 0.
