@@ -335,6 +335,8 @@ private:
     const UpperHalvesCleared atTheEnd;
     const Kind kind = kind_;
     const T *const entering = row(y - 1 + windows_.mask.height), *const leaving = row(y - 1);
+    // the columns of the last group are its own, since it replaces what the one before it has put there
+    const std::ptrdiff_t last = std::max<std::ptrdiff_t>(columns_ - group, 0);
     overColumns(
       [&](std::ptrdiff_t i, const auto& load) ZORI_INLINE {
         Sums sums{loadGroup<SampleSum>(samples_ + i), loadGroup<SquareSum>(squares_ + i)};
@@ -347,7 +349,7 @@ private:
           bool areAbove = true;
           for (int k = 0; k < sums.squares.parts; ++k)
             areAbove &= isAll(greater(sums.squares.part[k], zori::load<double>(floors_ + i + k * Vec<double>::size)));
-          if (!areAbove) renewColumns(i, std::min<std::ptrdiff_t>(i + group, columns_), y);
+          if (!areAbove) renewColumns(i, i < last ? std::min<std::ptrdiff_t>(i + group, last) : columns_, y);
         }
       });
   }
