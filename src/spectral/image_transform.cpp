@@ -4,6 +4,7 @@
 #include "frame/parallel.h"
 #include "frame/record.h"
 #include "image_column_levels.h"
+#include "image_joined.h"
 #include "image_row_pairs.h"
 
 #include <cmath>
@@ -164,7 +165,7 @@ ZorStatus transformVector(const ImageTransform& plan, Rows<const T> src, Rows<T>
 
 template <class Kind>
 void realRows(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory,
-              Rows<const float> src, Rows<float> dst)
+              Rows<const float> src, Rows<float> dst, bool inHalves = false)
 {
   using From = typename Kind::template Set<const float>;
   using To = typename Kind::template Set<float>;
@@ -172,9 +173,10 @@ void realRows(const ImageTransform& plan, Direction direction, TeamRule rule, co
   const RowPass pass{plan.rows, &plan, plan.rowFactor[static_cast<int>(direction)], plan.width};
   const std::ptrdiff_t pairs = (plan.height + 1LL) / 2, groups = (pairs + group - 1) / group;
   share(plan, rule, groups, memory, [&](std::ptrdiff_t g, float* buffer) {
-    const std::ptrdiff_t y = 2 * group * g;
-    const From even(src, y, 2, plan.height, plan.width), odd(src, y + 1, 2, plan.height, plan.width);
-    const To evenTo(dst, y, 2, plan.height, plan.width), oddTo(dst, y + 1, 2, plan.height, plan.width);
+    const std::ptrdiff_t y = inHalves ? group * g : 2 * group * g, other = inHalves ? y + plan.height / 2 : y + 1;
+    const int apart = inHalves ? 1 : 2;
+    const From even(src, y, apart, plan.height, plan.width), odd(src, other, apart, plan.height, plan.width);
+    const To evenTo(dst, y, apart, plan.height, plan.width), oddTo(dst, other, apart, plan.height, plan.width);
     if (direction == Direction::Forward) forwardRealRows(pass, even, odd, evenTo, oddTo, buffer);
     else inverseRealRows(pass, even, odd, evenTo, oddTo, buffer);
   });
@@ -185,15 +187,18 @@ constexpr int leastFetched = 512;
 
 template <class V>
 void pairedRows(const ImageTransform& plan, Direction direction, TeamRule rule, const WorkMemory& memory,
-                Rows<const float> src, Rows<float> dst)
+                Rows<const float> src, Rows<float> dst, bool inHalves)
 {
   const RowPass pass{plan.rows, &plan, plan.rowFactor[static_cast<int>(direction)], plan.width};
   share(plan, rule, (plan.height + 1LL) / 2, memory, [&](std::ptrdiff_t pair, float* buffer) {
-    const std::ptrdiff_t y = 2 * pair;
-    const std::ptrdiff_t last = plan.height - 1LL, ahead = plan.width >= leastFetched ? 2 : 0;
-    const RowPair rows{
-      src[y], src[std::min(y + 1, last)],     src[std::min(y + ahead, last)], src[std::min(y + ahead + 1, last)],
-      dst[y], y < last ? dst[y + 1] : nullptr};
+    const std::ptrdiff_t apart = inHalves ? plan.height / 2 : 1, y = inHalves ? pair : 2 * pair;
+    const std::ptrdiff_t last = plan.height - 1LL, ahead = plan.width < leastFetched ? 0 : inHalves ? 1 : 2;
+    const RowPair rows{src[y],
+                       src[std::min(y + apart, last)],
+                       src[std::min(y + ahead, last)],
+                       src[std::min(y + ahead + apart, last)],
+                       dst[y],
+                       y < last ? dst[y + apart] : nullptr};
     if (direction == Direction::Forward) forwardRowPair<V>(pass, rows, buffer);
     else inverseRowPair<V>(pass, rows, buffer);
   });
@@ -222,12 +227,14 @@ void allRows(const ImageTransform& plan, Direction direction, const WorkMemory& 
              Rows<float> dst)
 {
   const TeamRule rule = teamRule(plan, processed<L>);
+  // which rows share a transform shows in the last bits
+  const bool inHalves = L == C1 && canBeJoined(plan.rows, plan.columns);
   if (memory.isScarce())
     for (int c = 0; c < processed<L>; ++c)
       realRows<OneByOne<channels<L>>>(plan, direction, rule, memory, Rows{src.first + c, src.step},
-                                      Rows{dst.first + c, dst.step});
+                                      Rows{dst.first + c, dst.step}, inHalves);
   else if constexpr (L == C1) {
-    if (plan.rows.isAlong()) pairedRows<Vec<float>>(plan, direction, rule, memory, src, dst);
+    if (plan.rows.isAlong()) pairedRows<Vec<float>>(plan, direction, rule, memory, src, dst, inHalves);
     else if (plan.height <= 2 * fewRows) realRows<ByRows<F32x4>>(plan, direction, rule, memory, src, dst);
     else realRows<ByRows<Vec<float>>>(plan, direction, rule, memory, src, dst);
   } else realRows<ByChannels<L>>(plan, direction, rule, memory, src, dst);
@@ -303,6 +310,58 @@ WorkMemory::Wanted wantedMemory(const ImageTransform& plan, TeamRule rule, long 
             lanes = manyLanes(plan.columns, columnLanes, threads);
   return {std::max(bytes(rowLanes, plan.rows), bytes(std::min<long long>(columnLanes, lanes), plan.columns)), threads,
           lanes};
+}
+
+// ---- Rows and columns joined ----
+
+// Whether rows of two images lie apart from each other.
+bool areApart(Rows<const float> src, Rows<float> dst, const ImageTransform& plan)
+{
+  const auto start = [](auto rows) { return reinterpret_cast<std::uintptr_t>(rows.first); };
+  const auto end = [&](auto rows) { return reinterpret_cast<std::uintptr_t>(rows[plan.height - 1LL] + plan.width); };
+  return end(src) <= start(dst) || end(dst) <= start(src);
+}
+
+JoinedPass joinedPass(const ImageTransform& plan, Direction direction)
+{
+  const int d = static_cast<int>(direction);
+  return {plan.rows, plan.columns, &plan, plan.rowFactor[d], plan.columnFactor[d], direction == Direction::Inverse};
+}
+
+WorkMemory::Wanted wantedJoined(const ImageTransform& plan, Direction direction)
+{
+  const JoinedPass pass = joinedPass(plan, direction);
+  const int threads = std::min(plan.threads, teamRule(plan, 1).threads(std::numeric_limits<int>::max()));
+  return {(pass.threadFloats() + pass.realFloats()) * static_cast<long long>(sizeof(float)), threads, fewLanes};
+}
+
+void transformJoined(const ImageTransform& plan, Direction direction, const WorkMemory& memory, Rows<const float> src,
+                     Rows<float> dst)
+{
+  using V = Vec<float>;
+  const JoinedPass pass = joinedPass(plan, direction);
+  const TeamRule rule = teamRule(plan, 1);
+  const auto real = reinterpret_cast<Complex<float>*>(memory.of(0) + pass.threadFloats());
+  const auto rows = [&] {
+    share(plan, rule, pass.closed(), memory, [&](std::ptrdiff_t j, float* buffer) {
+      if (!pass.inverse) forwardJoinedRows<8, V>(pass, src, dst, j, buffer);
+      else if (pass.together() == 8) inverseJoinedRows<8, V>(pass, dst, j, buffer);
+      else inverseJoinedRows<16, V>(pass, dst, j, buffer);
+    });
+  };
+  const auto columns = [&] {
+    share(plan, rule, pass.together(), memory,
+          [&](std::ptrdiff_t unit, float* buffer) { JoinedColumns<V>{pass, src, dst, unit, buffer, real}.run(); });
+  };
+  if (direction == Direction::Forward) {
+    rows();
+    columns();
+    bringJoinedReals(pass, dst, real);
+  } else {
+    takeJoinedReals(pass, src, real);
+    columns();
+    rows();
+  }
 }
 
 ZorStatus checked(const void* pSrc, int srcStep, const void* pDst, int dstStep)
@@ -422,15 +481,21 @@ ZorStatus transformReal(const ImageTransform& plan, Direction direction, const Z
                              return direction == Direction::Forward ? forwardToPack(from, to, record, buffer)
                                                                     : inverseFromPack(from, to, record, buffer);
                            });
-  constexpr int rowLanes = L == C1 ? laneCount<Vec<float>> : 4;
-  const long long columns = (plan.width + 1LL) / 2;
-  const WorkMemory memory(plan, pBuffer,
-                          wantedMemory(plan, teamRule(plan, processed<L>), rowLanes,
-                                       L == C1 ? wholeVectors<Vec<float>>(columns) : 4 * columns));
-  if (!memory) return ZorErrAlloc;
   const Rows src{pSrc, srcStep};
   const Rows dst{pDst, dstStep};
   const Rows<const float> made{pDst, dstStep};
+  const bool joins = L == C1 && canBeJoined(plan.rows, plan.columns) && areApart(src, dst, plan);
+  constexpr int rowLanes = L == C1 ? laneCount<Vec<float>> : 4;
+  const long long columns = (plan.width + 1LL) / 2;
+  const WorkMemory memory(plan, pBuffer,
+                          joins ? wantedJoined(plan, direction)
+                                : wantedMemory(plan, teamRule(plan, processed<L>), rowLanes,
+                                               L == C1 ? wholeVectors<Vec<float>>(columns) : 4 * columns));
+  if (!memory) return ZorErrAlloc;
+  if (joins && !memory.isScarce()) {
+    transformJoined(plan, direction, memory, src, dst);
+    return ZorOk;
+  }
   if (direction == Direction::Forward) {
     allRows<L>(plan, direction, memory, src, dst);
     allColumns<L>(plan, direction, memory, made, dst);
