@@ -21,6 +21,7 @@ set(ZORI_FILES_OF_32_BYTES
   point/compare.cpp point/threshold.cpp
   rowkernels/exp_log.cpp
   spectral/block_dct.cpp spectral/dct.cpp spectral/image_transform.cpp spectral/lane_transform.cpp spectral/spectrum_polar.cpp
+  spectral/spectrum_product_float.cpp
   spectral/wavelet.cpp
   stats/count_in_range.cpp stats/every.cpp stats/extrema.cpp stats/norms.cpp stats/sum.cpp
   synthetic/windows.cpp

@@ -341,7 +341,10 @@ template <int R, class V> struct ToPackedSpectrum {
   {
     const std::ptrdiff_t column = first + v * laneCount<V>;
 #pragma GCC unroll 16
-    for (int k = 0; k < R; ++k) storePairs(row[k] + 2 * column - 1, x[k].re * factor, x[k].im * factor);
+    for (int k = 0; k < R; ++k) {
+      storePairs(row[k] + 2 * column - 1, x[k].re * factor, x[k].im * factor);
+      storesInOrder();
+    }
   }
   ZORI_INLINE void store(int, const Complex<V> (&x)[R], std::true_type) const
   {
@@ -403,7 +406,7 @@ private:
       return InJoinedBuffer<R, V>{p + 2 * lanes * (b * R * apart + j), 2 * lanes * apart, lanes};
     };
   }
-  // body(R, level, blocks) for each level from `i` on that neither takes its values from rows nor puts them there.
+  // Levels that neither take their values from rows nor put them there.
   void between(std::ptrdiff_t blocks, int lanes) const
   {
     for (int i = pass.first() + 1; i < pass.last(); ++i) {

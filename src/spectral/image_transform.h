@@ -6,6 +6,9 @@
 //
 // - Rows: as many pairs of rows as a vector has lanes; in images of several channels one pair, its channels in lanes.
 // - Columns: blocks of 16 or 32 complex columns are gathered row by row into the buffer, transformed and scattered.
+// - Real images of one channel whose sides are powers of two from 64 on, not in place: rows and one level of the
+// columns
+//   go together (image_joined.h). Results are the same to the bit.
 //
 // A record is one block: its head, a plan for each direction with its tables, and for one row or one column of 2^k
 // values the record of the vector FFT.

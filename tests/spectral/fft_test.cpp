@@ -228,6 +228,7 @@ TEST(ImageFft, LargeShapes)
                                 {512, 128},
                                 {128, 512},
                                 {1024, 64},
+                                {64, 2048},
                                 {2048, 16},
                                 {16, 4096},
                                 {4, 8192},
@@ -236,6 +237,22 @@ TEST(ImageFft, LargeShapes)
     checkComplex<Fft>(size, ZorFftDivBySqrtN, 0);
     checkReal<Fft>(size, 0, ZorFftDivBySqrtN, 0);
     if (size.width * size.height <= 65536) checkReal<Fft>(size, 1, ZorFftNoDiv, 0);
+  }
+}
+
+// Rows of one image between those of another: neither is spoiled.
+TEST(ImageFft, ImagesSideBySide)
+{
+  constexpr int n = 64, step = 2 * n * static_cast<int>(sizeof(float));
+  const Held<Fft> record({n, n}, ZorFftNoDiv, true);
+  for (const bool inverse : {false, true}) {
+    std::vector<float> both(2 * n * n), apart(both.size());
+    Noise noise(1);
+    for (float& x : both) x = static_cast<float>(noise.next());
+    const std::vector<float> before = both;
+    ASSERT_EQ(Fft::real(0, inverse)(both.data(), step, both.data() + n, step, record.record, nullptr), ZorOk);
+    ASSERT_EQ(Fft::real(0, inverse)(before.data(), step, apart.data() + n, step, record.record, nullptr), ZorOk);
+    for (size_t i = 0; i < both.size(); ++i) EXPECT_EQ(both[i], (i / n % 2 ? apart : before)[i]) << i;
   }
 }
 
