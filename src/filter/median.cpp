@@ -3,7 +3,7 @@
 //   mask                        way
 //   1x1                         copy
 //   3x1, 5x1, 1x3, 1x5          one operation on three or five places of a row or column (median_shapes.h)
-//   squares of 3, 5, 7 ... 15   networks over sorted columns (sorted_columns.h)
+//   squares of 3, 5, 7 ... 15   networks over sorted columns (sorted_columns.h) and tiles (median_tiles.h)
 //   any other                   counting (median_histogram.cpp)
 #include "median_histogram.h"
 #include "median_shapes.h"

@@ -1,5 +1,5 @@
-// Medians of square windows of 3 to 15 pixels a side, of all layouts: the ways into sorted_columns.h. One kernel a side
-// and width of sample serves all layouts and signs; median.cpp holds them.
+// Medians of square windows of 3 to 15 pixels a side, of all layouts: the ways into sorted_columns.h and
+// median_tiles.h. One kernel a side and width of sample serves all layouts and signs; median_square.cpp holds them.
 #pragma once
 
 #include "frame/layout.h"

@@ -22,7 +22,7 @@ struct Step {
 
 // Values in ascending order, or in none if just taken in.
 struct List {
-  static constexpr int most = 176;
+  static constexpr int most = 240;
   int size = 0;
   short at[most] = {};
 
@@ -156,7 +156,7 @@ public:
   }
 
 private:
-  static constexpr int most = 2600;
+  static constexpr int most = 4800;
 
   constexpr int add(Step s)
   {

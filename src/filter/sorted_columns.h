@@ -1,4 +1,4 @@
-// Medians of square windows by sorted columns: what neighbouring windows share is sorted once.
+// Medians of 3x3 and 5x5 by sorted columns: what neighbouring windows share is sorted once.
 //
 // Two output rows at a time. The windows of both hold the same rows but one each, and windows beside each other the
 // same columns. So for a strip of the region that fits the cache
@@ -8,7 +8,8 @@
 //   windows   blocks are merged; of their ranks only the middle ones can be the median, whatever the row that is still
 //             to come. That row, one above and one below, then gives the two medians
 //
-// 3x3 does that in registers where vectors have 32 bytes. Everything works on whole vectors of samples
+// 3x3 does that in registers where vectors have 32 bytes; 5x5 of more than a few pixels has tiles instead, but not of
+// three channels (median_tiles.h). Everything works on whole vectors of samples
 // (rank_network.h); a strip holds one row for each rank. Pixels of any channel count are runs of samples whose
 // neighbours lie `channels` apart.
 #pragma once
@@ -18,6 +19,7 @@
 #include "frame/layout.h"
 #include "frame/parallel.h"
 #include "rowkernels/drivers.h"
+#include "rowkernels/fetch.h"
 
 #include <algorithm>
 
@@ -79,28 +81,13 @@ struct Square3 {
   static constexpr Place input(int k) { return {k / 3, k % 3}; }
 };
 
-// ---- Larger squares ----
+// ---- 5x5 ----
 
 // How blocks are made: block k is a neighbour of the widths (first, second), 0 standing for a column, k for block k
 // - 1. The window takes the blocks of `window` from left to right, in this order. Found by counting exchanges.
 template <int Side> struct Blocks;
 template <> struct Blocks<5> {
   static constexpr int first[] = {0}, second[] = {0}, window[] = {0, 1, 1};
-};
-template <> struct Blocks<7> {
-  static constexpr int first[] = {0, 1}, second[] = {0, 0}, window[] = {2, 2, 0};
-};
-template <> struct Blocks<9> {
-  static constexpr int first[] = {0, 1}, second[] = {0, 1}, window[] = {2, 2, 0};
-};
-template <> struct Blocks<11> {
-  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 1}, window[] = {3, 3, 0};
-};
-template <> struct Blocks<13> {
-  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 2}, window[] = {3, 3, 0};
-};
-template <> struct Blocks<15> {
-  static constexpr int first[] = {0, 1, 2}, second[] = {0, 0, 2}, window[] = {3, 3, 2};
 };
 
 template <int Side> struct Square {
@@ -329,6 +316,12 @@ void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples
 // ---- 3x3 in registers: vectors of 32 bytes are shifted against each other there, which costs less than to store
 // sorted columns and load them again from addresses of which half lie across two cache lines ----
 
+// Bytes from what a pair of rows reads and writes first to what the next pair does, where the region is so large that
+// it is fetched a pair ahead; else 0.
+struct Ahead {
+  std::ptrdiff_t src, dst;
+};
+
 #if ZORI_VECTOR_BYTES == 32
 template <class T> struct ColumnsOf3 {
   Vec<T> sorted[6]; // of the upper row, of the lower one
@@ -352,8 +345,9 @@ template <class T, bool KeepFourth, class Column>
                                                     });
 }
 
-template <class T, int Channels, bool KeepFourth>
-[[gnu::noinline]] void medianRowsInRegisters(const T* const* from, T* upper, T* lower, std::ptrdiff_t samples)
+template <class T, int Channels, bool KeepFourth, bool Fetches>
+[[gnu::noinline]] void medianRowsInRegisters(const T* const* from, T* upper, T* lower, std::ptrdiff_t samples,
+                                             Ahead ahead)
 {
   const UpperHalvesCleared atTheEnd;
   using Columns = ColumnsOf3<T>;
@@ -365,6 +359,10 @@ template <class T, int Channels, bool KeepFourth>
     Columns here(rows, 0);
     for (; i + 2 * lanes <= length; i += lanes) {
       const Columns next(rows, i + lanes);
+      if constexpr (Fetches) {
+        for (const T* p : {rows[2], rows[3]}) fetchAhead(p + i, ahead.src);
+        for (const T* p : {upper, lower}) fetchAhead(p + i, ahead.dst);
+      }
       const auto shifted = [&](int row, int column) __attribute__((always_inline))
       {
         const Vec<T> a = here.sorted[row], b = next.sorted[row];
@@ -383,19 +381,25 @@ template <class T, int Channels, bool KeepFourth>
   }
 }
 
+template <class T, int Channels, bool KeepFourth>
+inline void medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, Ahead ahead)
+{
+  if (ahead.src != 0) medianRowsInRegisters<T, Channels, KeepFourth, true>(rows, upper, lower, samples, ahead);
+  else medianRowsInRegisters<T, Channels, KeepFourth, false>(rows, upper, lower, samples, ahead);
+}
 template <class T>
 inline void medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels,
-                                  bool keepFourth)
+                                  bool keepFourth, Ahead ahead)
 {
-  if (channels == 1) medianRowsInRegisters<T, 1, false>(rows, upper, lower, samples);
-  else if (channels == 3) medianRowsInRegisters<T, 3, false>(rows, upper, lower, samples);
-  else if (keepFourth) medianRowsInRegisters<T, 4, true>(rows, upper, lower, samples);
-  else medianRowsInRegisters<T, 4, false>(rows, upper, lower, samples);
+  if (channels == 1) medianRowsInRegisters<T, 1, false>(rows, upper, lower, samples, ahead);
+  else if (channels == 3) medianRowsInRegisters<T, 3, false>(rows, upper, lower, samples, ahead);
+  else if (keepFourth) medianRowsInRegisters<T, 4, true>(rows, upper, lower, samples, ahead);
+  else medianRowsInRegisters<T, 4, false>(rows, upper, lower, samples, ahead);
 }
 // False where there is less than a vector. Unsigned samples of 16 bits are compared as such.
 template <class T>
 inline bool medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels,
-                                  bool keepFourth, T flippedBits)
+                                  bool keepFourth, T flippedBits, Ahead ahead)
 {
   if (samples < Vec<T>::size) return false;
   if (flippedBits) {
@@ -403,12 +407,12 @@ inline bool medianRowsInRegisters(const T* const* rows, T* upper, T* lower, std:
     const U* unsignedRows[4];
     for (int k = 0; k < 4; ++k) unsignedRows[k] = reinterpret_cast<const U*>(rows[k]);
     medianRowsInRegisters<U>(unsignedRows, reinterpret_cast<U*>(upper), reinterpret_cast<U*>(lower), samples, channels,
-                             keepFourth);
-  } else medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth);
+                             keepFourth, ahead);
+  } else medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth, ahead);
   return true;
 }
 #else
-template <class T> inline bool medianRowsInRegisters(const T* const*, T*, T*, std::ptrdiff_t, int, bool, T)
+template <class T> inline bool medianRowsInRegisters(const T* const*, T*, T*, std::ptrdiff_t, int, bool, T, Ahead)
 {
   return false;
 }
@@ -421,6 +425,8 @@ template <class T, int Side>
                                     T flippedBits, TeamRule team)
 {
   const std::ptrdiff_t samples = std::ptrdiff_t{roi.width} * channels;
+  const bool isLarge = static_cast<long long>(samples) * static_cast<int>(sizeof(T)) * roi.height >= 1 << 20;
+  const Ahead ahead = isLarge ? Ahead{rowOffset(2, src.step), rowOffset(2, dst.step)} : Ahead{0, 0};
   staticRows(team, Rounding::Callers, roi.height / 2 + roi.height % 2, [=](int pair) {
     const std::ptrdiff_t y = std::ptrdiff_t{2} * pair;
     const bool alone = y + 1 == roi.height; // an odd last row is its own partner: it gets the same outer row
@@ -428,7 +434,8 @@ template <class T, int Side>
     for (int k = 0; k < Side; ++k) rows[k] = src[y + k];
     rows[Side] = alone ? rows[0] : src[y + Side];
     T *const upper = dst[y], *const lower = alone ? upper : dst[y + 1];
-    if (Side == 3 && medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth, flippedBits)) return;
+    if (Side == 3 && medianRowsInRegisters<T>(rows, upper, lower, samples, channels, keepFourth, flippedBits, ahead))
+      return;
     medianRows<T, Side>(rows, upper, lower, samples, channels, keepFourth, flippedBits);
   });
 }

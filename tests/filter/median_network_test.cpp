@@ -1,4 +1,5 @@
 // The networks behind medians of squares, on zeros and ones: 64 cases at once, a bit each.
+#include "filter/median_tiles.h"
 #include "filter/sorted_columns.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@ Bits max(Bits a, Bits b) { return {a.v | b.v}; }
 
 using zori::columns::Square;
 using zori::network::Network;
+using zori::tiles::Tile;
 
 template <class N> std::vector<std::uint64_t> run(const std::vector<std::uint64_t>& in, std::size_t outputs)
 {
@@ -75,21 +77,26 @@ template <int Side> void sortsColumns()
   }
 }
 
-template <int Side, int K> void joinsBlocks()
+template <class N> void joinsBlocks(int height, int firstHeight, int secondHeight)
 {
-  constexpr auto join = Square<Side>::join(K);
-  using N = Network<Square<Side>::template joined<K>>;
-  for (int a = 0; a <= join.firstHeight; ++a) {
-    std::vector<std::uint64_t> in(static_cast<std::size_t>(join.height), 0);
-    for (int b = 0; b <= join.secondHeight; ++b) {
-      putSorted(in, 0, join.firstHeight, a, b);
-      putSorted(in, join.firstHeight, join.secondHeight, b, b);
+  for (int a = 0; a <= firstHeight; ++a)
+    for (int from = 0; from <= secondHeight; from += 64) {
+      std::vector<std::uint64_t> in(static_cast<std::size_t>(height), 0);
+      const auto second = [=](int lane) { return std::min(from + lane, secondHeight); };
+      for (int lane = 0; lane < 64; ++lane) {
+        putSorted(in, 0, firstHeight, a, lane);
+        putSorted(in, firstHeight, secondHeight, second(lane), lane);
+      }
+      const auto out = run<N>(in, static_cast<std::size_t>(height));
+      for (int lane = 0; lane < 64; ++lane) ASSERT_TRUE(isSortedWith(out, 0, height, a + second(lane), lane));
     }
-    const auto out = run<N>(in, static_cast<std::size_t>(join.height));
-    for (int b = 0; b <= join.secondHeight; ++b) ASSERT_TRUE(isSortedWith(out, 0, join.height, a + b, b));
-  }
 }
-template <int Side, int... K> void joinsAll(std::integer_sequence<int, K...>) { (joinsBlocks<Side, K>(), ...); }
+template <class Plan, int... K> void joinsAll(std::integer_sequence<int, K...>)
+{
+  (joinsBlocks<Network<Plan::template joined<K>>>(Plan::join(K).height, Plan::join(K).firstHeight,
+                                                  Plan::join(K).secondHeight),
+   ...);
+}
 
 // The medians of both rows, with sorted blocks of all contents and every (above 7: some) contents of the other row.
 template <int Side> void selectsMedians()
@@ -129,22 +136,85 @@ template <int Side> void selectsMedians()
         }
 }
 
-template <int Side> void isRight()
-{
-  sortsColumns<Side>();
-  joinsAll<Side>(std::make_integer_sequence<int, Square<Side>::joins>{});
-  if constexpr (Side > 3) selectsMedians<Side>();
-}
-
 TEST(MedianNetworks, OrderZerosAndOnes)
 {
-  isRight<3>();
-  isRight<5>();
-  isRight<7>();
-  isRight<9>();
-  isRight<11>();
-  isRight<13>();
-  isRight<15>();
+  sortsColumns<3>();
+  sortsColumns<5>();
+  joinsAll<Square<5>>(std::make_integer_sequence<int, Square<5>::joins>{});
+  selectsMedians<5>();
+}
+
+// Sorted couples to a sorted column.
+template <int Side> void mergesCouples()
+{
+  constexpr int shared = Tile<Side>::shared;
+  int contents = 1;
+  for (int k = 0; k < Tile<Side>::pairs; ++k) contents *= 3;
+  for (int first = 0; first < contents; first += 64) {
+    std::vector<std::uint64_t> in(shared, 0);
+    for (int lane = 0; lane < 64; ++lane)
+      for (int k = 0, rest = (first + lane) % contents; k < shared; k += 2, rest /= 3)
+        putSorted(in, k, 2, rest % 3, lane);
+    const auto out = run<Network<Tile<Side>::columns>>(in, shared);
+    for (int lane = 0; lane < 64; ++lane) ASSERT_TRUE(isSortedWith(out, 0, shared, ones(in, 0, shared, lane), lane));
+  }
+}
+
+// The four medians of a tile, each block, column and outer row with any number of ones: all numbers of both blocks of a
+// core of 5x5, of larger squares at random, as near to a draw as to all of a kind.
+template <int Side> void selectsMediansOfTile()
+{
+  using P = Tile<Side>;
+  constexpr int shared = P::shared, core = shared * shared, rounds = 6000;
+  std::mt19937 random(Side);
+  const auto upTo = [&](int most) { return static_cast<int>(random() % static_cast<unsigned>(most + 1)); };
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<std::uint64_t> in(static_cast<std::size_t>(P::inputs), 0);
+    for (int lane = 0; lane < 64; ++lane) {
+      int at = 0;
+      // so many of 1024 are ones: the same share in all inputs leads to the ranks around the middle
+      const int share = 512 + upTo(200) - upTo(200);
+      for (const int block : P::B::core) {
+        const int height = P::height(block), likely = height * share / 1024;
+        const int count = lane % 4 ? likely + upTo(4) - 2 : upTo(height);
+        putSorted(in, at, height, std::min(std::max(count, 0), height), lane);
+        at += height;
+      }
+      for (int column = 0; column < 2; ++column, at += shared) putSorted(in, at, shared, upTo(shared), lane);
+      for (int row = 0; row < 2; ++row, at += shared + 2) {
+        for (int k = 0; k < shared; k += 2) putSorted(in, at + k, 2, upTo(2), lane);
+        for (int k = 0; k < 2; ++k) putSorted(in, at + shared + k, 1, upTo(1), lane);
+      }
+    }
+    const auto out = run<Network<P::medians>>(in, 4);
+    for (int lane = 0; lane < 64; ++lane)
+      for (int row = 0; row < 2; ++row)
+        for (int right = 0; right < 2; ++right) {
+          const int outer = core + 2 * shared + row * (shared + 2);
+          const int all = ones(in, 0, core, lane) + ones(in, core + right * shared, shared, lane) +
+                          ones(in, outer, shared, lane) + ones(in, outer + shared + right, 1, lane);
+          ASSERT_EQ(out[static_cast<std::size_t>(2 * row + right)] >> lane & 1,
+                    static_cast<unsigned>(all > Side * Side / 2))
+            << all << " ones, row " << row << ", column " << right;
+        }
+  }
+}
+
+template <int Side> void tileIsRight()
+{
+  mergesCouples<Side>();
+  joinsAll<Tile<Side>>(std::make_integer_sequence<int, Tile<Side>::joins>{});
+  selectsMediansOfTile<Side>();
+}
+
+TEST(MedianNetworks, OrderZerosAndOnesOfTiles)
+{
+  tileIsRight<5>();
+  tileIsRight<7>();
+  tileIsRight<9>();
+  tileIsRight<11>();
+  tileIsRight<13>();
+  tileIsRight<15>();
 }
 
 // Three sorted columns a row.
@@ -174,6 +244,10 @@ TEST(MedianNetworks, NeedNoMoreThanTheyShould)
   const auto halves5 = Network<Square<5>::columns>::exchangeHalves + Network<Square<5>::joined<0>>::exchangeHalves +
                        Network<Square<5>::windows>::exchangeHalves;
   EXPECT_LE(halves5, 154);
+  // four medians instead of two; couples and pairs of columns are two for each
+  const auto tile5 = 2 * (2 + Network<Tile<5>::columns>::exchangeHalves) + 4 +
+                     Network<Tile<5>::joined<0>>::exchangeHalves + Network<Tile<5>::medians>::exchangeHalves;
+  EXPECT_LE(tile5, 214);
 }
 
 } // namespace

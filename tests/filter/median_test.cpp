@@ -158,6 +158,14 @@ TEST_P(Median, TakesWideRegionsInStrips)
     EXPECT_EQ(GetParam().differs({1301, 3}, side, {side, side}, {side / 2, side / 2}), "") << side;
 }
 
+// Narrow regions, of which several bands of rows lie beside each other in a vector; the last one may be shorter.
+TEST_P(Median, TakesNarrowRegionsInBands)
+{
+  for (const int side : {5, 7, 9, 11, 13, 15})
+    for (const ZorImgSize roi : {ZorImgSize{9, 37}, {3, 10}})
+      EXPECT_EQ(GetParam().differs(roi, side, {side, side}, {side / 2, side / 2}), "") << side << " on " << roi.width;
+}
+
 std::vector<Case> shapes()
 {
   return {
