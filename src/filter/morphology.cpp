@@ -4,7 +4,8 @@
 // The mask becomes a list of runs: members that follow each other in a row of it. Each source row gives a row of the
 // picks of every length of run that occurs, the longer ones from the shorter; these wait until the mask has passed.
 // Then a result is the pick of as many samples as there are runs, four vectors at once. Where that saves nothing, every
-// member is a run of one, the source row itself. A mask whose members fill a rectangle is worked on as that.
+// member is a run of one, the source row itself. Of integers, whose picks may come in any order, two rows of results
+// share the runs that stand in both windows. A mask whose members fill a rectangle is worked on as that.
 #include "morphology_rectangle.h"
 
 #include "frame/arena.h"
@@ -36,12 +37,12 @@ struct Members {
   bool areRectangle() const { return count == static_cast<long long>(size().width) * size().height; }
 };
 
-// A run of members, seen from the first sample of the rectangle that holds them all: of one in the source, offset in
-// bytes; of more in the ring, offset in samples.
+// A run of members, seen from the first sample of the rectangle that holds them all: of more than one in that row of
+// the ring, of one in the source, where nothing ends after some rows (row 0).
 struct Run {
-  std::ptrdiff_t offset;
-  int row;
-  bool isLong;
+  std::ptrdiff_t offset; // in bytes
+  std::ptrdiff_t row;
+  std::ptrdiff_t isLong; // 0 or 1
 };
 
 // The lengths of runs that are computed, in ascending order, each from the one before it; the first is 1.
@@ -129,26 +130,88 @@ template <class Op, bool KeepFourth, class T = typename Op::Sample>
   }
 }
 
+// first[i] and second[i] = the picks of rows[k][i] for all k: the first `shared` of these count for both, `own` behind
+// them for the first, the last `own` for the second. length: a vector at least.
+template <class Op, bool KeepFourth, class T = typename Op::Sample>
+[[gnu::noinline]] void pickAcrossTwo(const T* const* rows, std::ptrdiff_t shared, std::ptrdiff_t own, T* first,
+                                     T* second, std::ptrdiff_t length)
+{
+  const UpperHalvesCleared atTheEnd;
+  constexpr std::ptrdiff_t lanes = Vec<T>::size;
+  const auto vectors = [=](std::ptrdiff_t x, auto count) __attribute__((always_inline))
+  {
+    constexpr int n = decltype(count)::value;
+    Vec<T> a[n], b[n];
+    const auto pick = [=](Vec<T>(&best)[n], std::ptrdiff_t k) __attribute__((always_inline))
+    {
+      const T* const p = rows[k] + x;
+      for (int i = 0; i < n; ++i) best[i] = Op::pick(best[i], load<T>(p + i * lanes));
+    };
+    const auto put = [=](T * to, const Vec<T>(&best)[n]) __attribute__((always_inline))
+    {
+      for (int i = 0; i < n; ++i) storeResult<KeepFourth>(to + x + i * lanes, Op::finished(best[i]));
+    };
+    for (int i = 0; i < n; ++i) a[i] = load<T>(rows[0] + x + i * lanes);
+    std::ptrdiff_t k = 1;
+    for (; k < shared; ++k) pick(a, k);
+    for (int i = 0; i < n; ++i) b[i] = a[i];
+    for (; k < shared + own; ++k) pick(a, k);
+    put(first, a);
+    for (; k < shared + 2 * own; ++k) pick(b, k);
+    put(second, b);
+  };
+  std::ptrdiff_t x = 0;
+  for (; x + 4 * lanes <= length; x += 4 * lanes) vectors(x, std::integral_constant<int, 4>{});
+  for (; x < length; x += lanes) {
+    x = std::min(x, length - lanes);
+    vectors(x, std::integral_constant<int, 1>{});
+  }
+}
+
 // The runs of a mask: joined where that takes fewer picks than its members do.
 struct Shape {
   Levels levels;
-  long long runs = 0;
+  long long runs = 0, shared = 0; // shared: those that the windows of a row and of the one below it have both
   bool joined = true;
 
-  Shape(const Zor8u* pMask, ZorImgSize mask, const Members& members, bool mayJoin)
+  Shape(const Zor8u* pMask, ZorImgSize mask, const Members& members, bool mayJoin, bool mayShare)
+    : pMask_(pMask), mask_(mask), members_(members)
   {
-    forRuns(pMask, mask, members, true, [&](int, int, int length) {
-      joined = joined && levels.add(length);
+    join(mayJoin);
+    if (mayShare) forAll([&](int x, int y, int length) { shared += isRun(x, y + 1, length); });
+  }
+
+  // Calls body(x, y, length) for every run.
+  template <class Body> void forAll(Body body) const { forRuns(pMask_, mask_, members_, joined, body); }
+  bool isRun(int x, int y, int length) const
+  {
+    if (y < 0 || y >= members_.size().height) return false;
+    const int left = members_.left + x, right = left + length;
+    const Zor8u* const row = pMask_ + (std::ptrdiff_t{members_.top} + y) * mask_.width;
+    if (std::find(row + left, row + right, Zor8u{0}) != row + right) return false;
+    return !joined || ((x == 0 || !row[left - 1]) && (right > members_.right || !row[right]));
+  }
+
+private:
+  void join(bool mayJoin)
+  {
+    bool canJoin = true;
+    forAll([&](int, int, int length) {
+      canJoin = canJoin && levels.add(length);
       ++runs;
     });
-    joined = mayJoin && joined && levels.fill();
+    joined = mayJoin && canJoin && levels.fill();
     long long picks = runs;
     for (int k = 1; joined && k < levels.count(); ++k) picks += levels.taps(k) + 2;
-    if (joined && picks < members.count) return;
+    if (joined && picks < members_.count) return;
     levels = {};
-    runs = members.count;
+    runs = members_.count;
     joined = false;
   }
+
+  const Zor8u* pMask_;
+  ZorImgSize mask_;
+  const Members& members_;
 };
 
 template <class Op> class AnyShape {
@@ -156,23 +219,23 @@ template <class Op> class AnyShape {
 
 public:
   // src: from the first sample of the members' rectangle.
-  AnyShape(Rows<const T> src, const Zor8u* pMask, ZorImgSize mask, const Members& members, const Shape& shape,
-           ZorImgSize roi, int channels)
-    : src_(src), size_(members.size()), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
+  AnyShape(Rows<const T> src, ZorImgSize size, const Shape& shape, ZorImgSize roi, int channels)
+    : src_(src), size_(size), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
       sourceRows_(std::ptrdiff_t{roi.height} + size_.height - 1), levels_(shape.levels),
-      count_(static_cast<std::ptrdiff_t>(shape.runs)),
+      count_(static_cast<std::ptrdiff_t>(shape.runs)), shared_(static_cast<std::ptrdiff_t>(shape.shared)),
       pitch_(((static_cast<long long>(roi.width) + size_.width) * channels + wholeLine - 1) / wholeLine * wholeLine),
       ringRows_((size_.height + 2LL * group - 2) / group * group), run_(plan_.add<Run>(shape.runs)),
-      row_(plan_.add<const T*>(shape.runs)), ring_(plan_.add<T>(ringSamples(), 64)), memory_(plan_.bytes())
+      pair_(plan_.add<Run>(shape.shared > 0 ? 2 * shape.runs - shape.shared : 0)),
+      row_(plan_.add<const T*>(2 * shape.runs)), ring_(plan_.add<T>(ringSamples(), 64)), memory_(plan_.bytes())
   {
     if (status() != ZorOk) return;
     Run* run = run_.in(block());
-    forRuns(pMask, mask, members, shape.joined, [&](int x, int y, int length) {
-      const std::ptrdiff_t samples = std::ptrdiff_t{x} * channels;
-      const bool isLong = length > 1 && shape.joined;
-      *run++ = {isLong ? ringOffset(levels_.of(length), y) + samples
-                       : rowOffset(y, src.step) + samples * static_cast<std::ptrdiff_t>(sizeof(T)),
-                y, isLong};
+    shape.forAll([&](int x, int y, int length) { *run++ = runAt(x, y, length); });
+    if (shared_ == 0) return;
+    Run *both = pair_.in(block()), *first = both + shared_, *second = first + (count_ - shared_);
+    shape.forAll([&](int x, int y, int length) {
+      (shape.isRun(x, y + 1, length) ? *both++ : *second++) = runAt(x, y + 1, length);
+      if (!shape.isRun(x, y - 1, length)) *first++ = runAt(x, y, length);
     });
   }
   ZorStatus status() const { return require(static_cast<bool>(memory_), ZorErrAlloc); }
@@ -183,11 +246,8 @@ public:
   {
     for (const std::ptrdiff_t end = y + count + size_.height - 1; ready_ < end; ready_ += group)
       lengthen(ready_, static_cast<int>(std::min<std::ptrdiff_t>(group, sourceRows_ - ready_)));
-    for (int i = 0; i < count; ++i) {
-      placeRuns(src_[y + i]);
-      if (keepFourth) pickAcross<Op, true>(row_.in(block()), count_, to[i], samples_);
-      else pickAcross<Op, false>(row_.in(block()), count_, to[i], samples_);
-    }
+    if (keepFourth) pickWindows<true>(src_[y], count, to);
+    else pickWindows<false>(src_[y], count, to);
   }
 
 private:
@@ -201,22 +261,47 @@ private:
     if (pitch_ > LLONG_MAX / Levels::most / ringRows_) return BlockPlan::impossible;
     return (levels_.count() - 1) * pitch_ * ringRows_;
   }
+  Run runAt(int x, int y, int length) const
+  {
+    const std::ptrdiff_t samples = std::ptrdiff_t{x} * channels_, bytes = sizeof(T);
+    if (length == 1 || levels_.count() == 1) return {rowOffset(y, src_.step) + samples * bytes, 0, 0};
+    return {(ringOffset(levels_.of(length), y) + samples) * bytes, y, 1};
+  }
   std::ptrdiff_t ringOffset(int level, std::ptrdiff_t row) const
   {
     return ((level - 1) * static_cast<std::ptrdiff_t>(ringRows_) + row) * static_cast<std::ptrdiff_t>(pitch_);
   }
 
-  // Where the runs of the next window begin, whose first row is `top`.
-  void placeRuns(const T* top)
+  // `count` rows of results, the windows of the first begin at `top`.
+  template <bool Keep> void pickWindows(const T* top, int count, Rows<T> to)
   {
-    const auto ringRows = static_cast<std::ptrdiff_t>(ringRows_), ringSize = ringOffset(2, 0);
-    const T* const ring = ring_.in(block()) + ringOffset(1, slot_);
-    const Run* const run = run_.in(block());
     const T** const row = row_.in(block());
-    for (std::ptrdiff_t k = 0; k < count_; ++k)
-      row[k] = run[k].isLong ? ring + run[k].offset - (slot_ + run[k].row >= ringRows ? ringSize : 0)
-                             : reinterpret_cast<const T*>(reinterpret_cast<const char*>(top) + run[k].offset);
-    slot_ = slot_ + 1 == ringRows ? 0 : slot_ + 1;
+    const std::ptrdiff_t own = count_ - shared_;
+    int i = 0;
+    for (; shared_ > 0 && i + 2 <= count; i += 2) {
+      placeRuns(pair_.in(block()), shared_ + 2 * own, rowAt(top, src_.step, i), 2);
+      pickAcrossTwo<Op, Keep>(row, shared_, own, to[i], to[i + 1], samples_);
+    }
+    for (; i < count; ++i) {
+      placeRuns(run_.in(block()), count_, rowAt(top, src_.step, i), 1);
+      pickAcross<Op, Keep>(row, count_, to[i], samples_);
+    }
+  }
+
+  // Where the runs of the next window begin, whose first row is `top`; so many rows of windows are then done.
+  void placeRuns(const Run* run, std::ptrdiff_t count, const T* top, int rows)
+  {
+    const auto ringRows = static_cast<std::ptrdiff_t>(ringRows_);
+    const std::ptrdiff_t ringBytes = ringOffset(2, 0) * static_cast<std::ptrdiff_t>(sizeof(T)),
+                         below = ringRows - slot_;
+    const char* const from[2] = {reinterpret_cast<const char*>(top),
+                                 reinterpret_cast<const char*>(ring_.in(block()) + ringOffset(1, slot_))};
+    const T** const row = row_.in(block());
+#pragma GCC unroll 2
+    for (std::ptrdiff_t k = 0; k < count; ++k)
+      row[k] =
+        reinterpret_cast<const T*>(from[run[k].isLong] + (run[k].offset - (run[k].row >= below ? ringBytes : 0)));
+    slot_ += rows < below ? rows : rows - ringRows;
   }
 
   // The picks of longer runs of `count` source rows, from a whole number of groups on.
@@ -241,10 +326,10 @@ private:
   int channels_;
   std::ptrdiff_t samples_, sourceRows_;
   Levels levels_;
-  std::ptrdiff_t count_;
+  std::ptrdiff_t count_, shared_;
   long long pitch_, ringRows_; // the ring: for each level but the first so many rows, whole groups
   BlockPlan plan_;
-  BlockPart<Run> run_;
+  BlockPart<Run> run_, pair_; // of one window, and of two as pickAcrossTwo takes them
   BlockPart<const T*> row_;
   BlockPart<T> ring_;
   SmallScratch<Zor8u, 8192> memory_;
@@ -269,8 +354,13 @@ ZorStatus filterShape(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
   const int above = anchor.y - members.top, before = anchor.x - members.left; // negative where they start behind it
   const Rows<const T> first{src[-std::ptrdiff_t{above}] - std::ptrdiff_t{before} * channels<L>, srcStep};
   if (members.areRectangle()) return filterRectangle<Op>(first, members.size(), target, inPlace, above);
-  const Shape shape(pMask, mask, members, std::ptrdiff_t{roi.width} * channels<L> >= Vec<T, 16>::size);
-  AnyShape<Op> filter(first, pMask, mask, members, shape, roi, channels<L>);
+  const std::ptrdiff_t samples = std::ptrdiff_t{roi.width} * channels<L>;
+  // what windows share is found out where that is little of the work
+  constexpr long long largeRegion = 8192 / sizeof(T);
+  const bool mayShare =
+    !std::is_same_v<T, float> && samples >= Vec<T>::size && roi.height > 1 && 1LL * samples * roi.height >= largeRegion;
+  const Shape shape(pMask, mask, members, samples >= Vec<T, 16>::size, mayShare);
+  AnyShape<Op> filter(first, members.size(), shape, roi, channels<L>);
   if (auto s = filter.status(); s != ZorOk) return s;
   if (inPlace) return target.fillInPlace(filter, above);
   target.fill(filter);

@@ -165,67 +165,127 @@ template <class V> struct Neighbours {
   V left, middle, right;
 };
 
+// Up to ten rows at a place that goes along them. Each is a multiple that addresses have room for from one of three
+// pointers: one for each row would not stay in registers.
+template <class T> class NearRows {
+public:
+  explicit NearRows(Rows<T> rows) : first_(rows.first), fourth_(rows[3]), sixth_(rows[5]), step_(rows.step) {}
+  template <int Row> T* at() const
+  {
+    static_assert(Row >= 0 && Row < 10);
+    if constexpr (Row == 3) return fourth_;
+    else if constexpr (Row < 5 || Row == 8) return below(first_, Row);
+    else return below(sixth_, Row - 5);
+  }
+  void advance(std::ptrdiff_t samples)
+  {
+    first_ = forgotten(first_ + samples);
+    fourth_ = forgotten(fourth_ + samples);
+    sixth_ = forgotten(sixth_ + samples);
+  }
+
+private:
+  T* below(T* p, int rows) const
+  {
+    using Byte = std::conditional_t<std::is_const_v<T>, const char, char>;
+    return reinterpret_cast<T*>(reinterpret_cast<Byte*>(p) + rows * step_);
+  }
+
+  T *first_, *fourth_, *sixth_;
+  std::ptrdiff_t step_;
+};
+
+constexpr int longRow = 16; // vectors of a row from which on it pays to begin with one more
+
+template <int N> using Row = std::integral_constant<int, N>;
+
 // R rows (1 or an even number) of results, a vector each: put(row, best); row r of the windows is neighbours(r).
+template <class Op, class Load, class N>
+[[gnu::always_inline]] inline auto pickNeighbours(const Load& neighbours, N row)
+{
+  const auto x = neighbours(row);
+  return Op::pick(Op::pick(x.left, x.middle), x.right);
+}
+template <class Op, int R, int First = 0, class V, class Load, class Put>
+[[gnu::always_inline]] inline void pickRowPairs(V a, V b, const Load& neighbours, const Put& put)
+{
+  const V c = pickNeighbours<Op>(neighbours, Row<First + 2>{}), d = pickNeighbours<Op>(neighbours, Row<First + 3>{}),
+          shared = Op::pick(b, c);
+  put(Row<First>{}, Op::pick(a, shared));
+  put(Row<First + 1>{}, Op::pick(shared, d));
+  if constexpr (First + 2 < R) pickRowPairs<Op, R, First + 2>(c, d, neighbours, put);
+}
 template <class Op, int R, class Load, class Put>
 [[gnu::always_inline]] inline void pickSquare(const Load& neighbours, const Put& put)
 {
-  const auto rowAt = [&](int row) __attribute__((always_inline))
-  {
-    const auto x = neighbours(row);
-    return Op::pick(Op::pick(x.left, x.middle), x.right);
-  };
-  auto a = rowAt(0), b = rowAt(1);
-  if constexpr (R == 1) put(0, Op::pick(Op::pick(a, b), rowAt(2)));
-  else {
-    for (int i = 0; i < R; i += 2) {
-      const auto c = rowAt(i + 2), d = rowAt(i + 3), shared = Op::pick(b, c);
-      put(i, Op::pick(a, shared));
-      put(i + 1, Op::pick(shared, d));
-      a = c, b = d;
-    }
-  }
+  const auto a = pickNeighbours<Op>(neighbours, Row<0>{}), b = pickNeighbours<Op>(neighbours, Row<1>{});
+  if constexpr (R == 1) put(Row<0>{}, Op::pick(Op::pick(a, b), pickNeighbours<Op>(neighbours, Row<2>{})));
+  else pickRowPairs<Op, R>(a, b, neighbours, put);
 }
 
 // R rows of results, length samples each, at least as many as a vector holds. Where Channels tells their number,
-// neighbours that lie within 16 bytes are shifted out of two loads, of which fewer lie across two cache lines. Such
-// rows may fetch the lines of the results below: stores across two lines wait long for lines that are not near.
+// neighbours within 16 bytes are shifted out of two loads, of which fewer lie across two cache lines; at a distance of
+// whole words three loads are as fast. Such rows may fetch the lines of the results below: stores across two lines wait
+// long for lines that are not near.
 template <class Op, int R, bool KeepFourth, int Bytes, int Channels, bool FetchesBelow = false,
           class T = typename Op::Sample>
 [[gnu::noinline]] void pickSquares(Rows<const T> src, std::ptrdiff_t channels, Rows<T> to, std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
   using V = Vec<T, Bytes>;
-  const std::ptrdiff_t step = src.step;
-  std::ptrdiff_t x = 0;
-  const auto put = [&](int i, V best) __attribute__((always_inline))
+  NearRows<const T> from(src);
+  NearRows<T> results(to);
+  const auto advance = [&](std::ptrdiff_t samples) __attribute__((always_inline))
   {
-    storeResult<KeepFourth>(to[i] + x, Op::finished(best));
+    from.advance(samples);
+    results.advance(samples);
+    length -= samples;
   };
+  const auto put = [&](auto row, V best) __attribute__((always_inline))
+  {
+    storeResult<KeepFourth>(results.template at<decltype(row)::value>(), Op::finished(best));
+  };
+  const auto fetchBelow = [&]() __attribute__((always_inline))
+  {
+    if constexpr (FetchesBelow) {
+      const Rows<T> below{results.template at<0>(), to.step};
+      for (int i = 0; i < R; ++i) prefetch(below[R + i]);
+    }
+  };
+  const std::ptrdiff_t apart = Channels > 0 ? Channels : channels;
+  const auto loaded = [&](auto row) __attribute__((always_inline))
+  {
+    const T* const p = from.template at<decltype(row)::value>();
+    return Neighbours<V>{load<T, Bytes>(p), load<T, Bytes>(p + apart), load<T, Bytes>(p + 2 * apart)};
+  };
+  // what is stored across two lines waits long: in long rows only the first vector is
+  const auto beyond = reinterpret_cast<std::uintptr_t>(to.first) % Bytes;
+  if (Channels > 0 && beyond != 0 && beyond % sizeof(T) == 0 && to.step % Bytes == 0 && length >= longRow * V::size) {
+    pickSquare<Op, R>(loaded, put);
+    advance(static_cast<std::ptrdiff_t>((Bytes - beyond) / sizeof(T)));
+  }
 #if ZORI_VECTOR_BYTES == 32
-  if constexpr (Channels > 0) {
-    constexpr int distance = Channels * static_cast<int>(sizeof(T)), half = V::size / 2;
-    const auto shifted = [&](int row) __attribute__((always_inline))
+  constexpr int distance = Channels * static_cast<int>(sizeof(T));
+  if constexpr (Bytes == 32 && Channels > 0 && 2 * distance <= 16 && distance % 4 != 0) {
+    constexpr int half = V::size / 2;
+    const auto shifted = [&](auto row) __attribute__((always_inline))
     {
-      const T* const p = src.first + x;
-      const V left = loadRow<Bytes>(p, row, step), on = loadRow<Bytes>(p + half, row, step);
+      const T* const p = from.template at<decltype(row)::value>();
+      const V left = load<T, Bytes>(p), on = load<T, Bytes>(p + half);
       return Neighbours<V>{left, bytesFromLocal<distance>(left, on), bytesFromLocal<2 * distance>(left, on)};
     };
-    for (; x + V::size + half <= length + 2 * Channels; x += V::size) {
+    while (V::size + half <= length + 2 * Channels) {
       pickSquare<Op, R>(shifted, put);
-      if constexpr (FetchesBelow)
-        for (int i = 0; i < R; ++i) prefetch(to[R + i] + x);
+      fetchBelow();
+      advance(V::size);
     }
   }
 #endif
-  const auto loaded = [&](int row) __attribute__((always_inline))
-  {
-    const T* const p = src.first + x;
-    return Neighbours<V>{loadRow<Bytes>(p, row, step), loadRow<Bytes>(p + channels, row, step),
-                         loadRow<Bytes>(p + 2 * channels, row, step)};
-  };
-  for (; x < length; x += V::size) {
-    x = std::min(x, length - V::size);
+  while (length > 0) {
+    if (length < V::size) advance(length - V::size);
     pickSquare<Op, R>(loaded, put);
+    fetchBelow();
+    advance(V::size);
   }
 }
 
@@ -279,22 +339,23 @@ private:
   }
   template <bool Keep, int Bytes> void eightSquares(Rows<const T> from, Rows<T> to) const
   {
-    if constexpr (Bytes == 32) {
-      const auto isShifted = [&](auto n) {
+    if constexpr (Bytes == vectorBytes) {
+      const auto hasChannels = [&](auto n) {
         constexpr int channels = decltype(n)::value;
-        if constexpr (2 * channels * static_cast<int>(sizeof(T)) > 16 || (Keep && channels != 4)) return false;
+        if constexpr (Keep && channels != 4) return false;
         else {
           if (channels_ != channels) return false;
+          const bool mayBeAligned = to.step % Bytes == 0 && (reinterpret_cast<std::uintptr_t>(to.first) % Bytes == 0 ||
+                                                             samples_ >= longRow * Vec<T>::size);
           // as far as they stay near until their turn
-          const std::intptr_t alignment = reinterpret_cast<std::intptr_t>(to.first) | to.step;
-          if (alignment % Bytes != 0 && samples_ <= 4096 / static_cast<int>(sizeof(T)))
+          if (Bytes == 32 && !mayBeAligned && samples_ <= 4096 / static_cast<int>(sizeof(T)))
             pickSquares<Op, 8, Keep, Bytes, channels, true>(from, channels, to, samples_);
           else pickSquares<Op, 8, Keep, Bytes, channels>(from, channels, to, samples_);
           return true;
         }
       };
-      if (isShifted(std::integral_constant<int, 1>{}) || isShifted(std::integral_constant<int, 3>{}) ||
-          isShifted(std::integral_constant<int, 4>{}))
+      if (hasChannels(std::integral_constant<int, 1>{}) || hasChannels(std::integral_constant<int, 3>{}) ||
+          hasChannels(std::integral_constant<int, 4>{}))
         return;
     }
     pickSquares<Op, 8, Keep, Bytes, 0>(from, channels_, to, samples_);

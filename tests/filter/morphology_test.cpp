@@ -225,7 +225,9 @@ TYPED_TEST(Morphology, TakesTheMembersOfAnyMask)
     for (const Mask& mask : masks)
       for (const ZorImgSize roi : regions) forms.check(roi, mask, variant++);
     forms.check({1500, 3}, disc(5), 1);
-    for (const int side : {7, 8}) forms.check({19, 41}, disc(side), side); // several times round the ring of runs
+    forms.check({1100, 9}, scattered(4, 5, {1, 2}, 5), 2);
+    for (const int side : {7, 8}) // several times round the ring of runs
+      for (const int width : {19, 230}) forms.check({width, 41}, disc(side), side);
     for (const int lengths : {23, 24, 25, 26}) forms.check({35, 9}, stairs(lengths), lengths);
   });
 }
