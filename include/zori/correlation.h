@@ -40,11 +40,13 @@ ZORI_BEGIN_DECLS
  * match of 1.0 becomes 128.
  *
  * Each channel is matched with its own channel of the template; AC4 leaves the destination's fourth channel
- * as it was. The results are formed through the FFT in tiles of about twice the template, spread over a team
+ * as it was. The results are formed through the FFT in tiles of some times the template, spread over a team
  * of threads, so their rounding error is relative to the samples of a whole tile, and shows where a window
  * has hardly any contrast; a tile of a 32f source that holds a NaN or an infinity has no numbers for results.
- * The C1 forms of zoriCrossCorrValid_NormLevel from 32f, 8u32f, 8s32f and 8u sum directly when W - w + 1 is
- * at most 27, or at most 64 with w at most 10 or W at most 44; both ways agree but for rounding.
+ * Q and S of 32f sources are running sums: behind pixels far greater than all others of a row or column they
+ * keep the rounding error of those, and samples around 1e15 leave the range of what is multiplied. The C1
+ * forms of zoriCrossCorrValid_NormLevel from 32f, 8u32f, 8s32f and 8u sum directly when W - w + 1 is at most
+ * 27, or at most 64 with w at most 10 or W at most 44; both ways agree but for rounding.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
  * ZorErrOrder: a tile would have more than 2^30 columns or rows.
@@ -55,7 +57,8 @@ ZORI_BEGIN_DECLS
  * Threads: team for large regions.
  * Rounding: to nearest.
  * Accuracy: that of the 8u32f form, rounded (8u, RSfs); sums of products within 4e-7 of the product of the
- *   2-norms of image and template, before what divides them; 2e-6 of the value besides (others).
+ *   2-norms of image and template, before what divides them; 2e-6 of the value besides, and of 32f sources
+ *   more where a window holds little of the energy before it (others).
  */
 ZorStatus zoriCrossCorrFull_Norm_32f_C1R(const Zor32f* pSrc, int srcStep, ZorImgSize srcRoiSize,
                                          const Zor32f* pTpl, int tplStep, ZorImgSize tplRoiSize,
@@ -640,7 +643,7 @@ ZorStatus zoriCrossCorrValid_NormLevel_8u_AC4RSfs(const Zor8u* pSrc, int srcStep
  *
  * dst(u, v) = sum over (i, j) of src(u + i, v + j) * tpl(i, j), without any normalisation, for every place of
  * the w x h template inside the W x H source: W - w + 1 by H - h + 1 results. They are formed through the FFT
- * in tiles of about twice the template, spread over a team of threads, in single precision.
+ * in tiles of some times the template, spread over a team of threads, in single precision.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
  * ZorErrOrder: a tile would have more than 2^30 columns or rows.
@@ -684,7 +687,7 @@ ZorStatus zoriCrossCorrValid_16u32f_C1R(const Zor16u* pSrc, int srcStep, ZorImgS
  * to nearest and saturate to 0..255.
  *
  * Each channel is compared with its own channel of the template; AC4 leaves the destination's fourth channel
- * as it was. Work is done in tiles of about twice the template, spread over a team of threads.
+ * as it was. Work is done in tiles of some times the template, spread over a team of threads.
  *
  * ZorErrSize: a size below 1, or a template wider or higher than the source. ZorErrAlloc: no memory.
  * ZorErrOrder: a tile would have more than 2^30 columns or rows.
@@ -1018,8 +1021,9 @@ ZorStatus zoriSqrDistanceValid_Norm_8u_AC4RSfs(const Zor8u* pSrc, int srcStep, Z
  * Other statuses: ZorErrAlloc, ZorErrOrder.
  * Threads: team for large regions.
  * Rounding: to nearest.
- * Accuracy: within 4e-7 of the product of the 2-norms of both images, and 1e-6 of the value (32f); the sum as
- *   in 32f; within 0.51 where it is small (others).
+ * Accuracy: within 4e-7 of the product of the 2-norms of both images, and 1e-6 of the value; where products
+ *   are summed directly and have one sign within 1e-5 of the value (32f); the sum as in 32f; within 0.51
+ *   where it is small (others).
  */
 ZorStatus zoriConvFull_8u_C1R(const Zor8u* pSrc1, int src1Step, ZorImgSize src1Size, const Zor8u* pSrc2, int src2Step,
                               ZorImgSize src2Size, Zor8u* pDst, int dstStep, int divisor);

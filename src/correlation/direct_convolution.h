@@ -10,6 +10,8 @@
 #include "result_row.h"
 #include "walk/pipeline.h"
 
+#include <utility>
+
 namespace zori {
 namespace {
 
@@ -17,24 +19,75 @@ constexpr int lanes = Vec<float>::size;
 constexpr int rowsAtOnce = 2, vectorsAtOnce = 5;
 constexpr int lastVectors = 3; // of a block where so many are left
 constexpr int wideRow = 32;    // taps from which on the rows of taps are summed apart
+constexpr int mostSpread = 1024;
 
 struct TapRows {
   const float* taps; // h rows of w, channel by channel
   int w, h;
   bool areSpread; // few taps stand once for each lane, which saves the spreading at every use
 
-  static bool canBeSpread(int w, std::int64_t taps) { return w < wideRow && taps <= 1024; }
+  static bool canBeSpread(int w, std::int64_t taps) { return w < wideRow && taps <= mostSpread; }
   int step() const { return areSpread ? lanes : 1; } // floats from one to the next
 };
 
-// Sums of a block of V vectors for R output rows, the first of which begins at source row `first` of the window, a row
-// of the image for 0 <= k < rows. to: R rows, `step` bytes apart.
-template <int R, int V, bool areSpread, bool isWide>
+// f(0), ... f(N - 1) of numbers that are constants, so that arrays they choose from stay in registers.
+template <class F, std::size_t... N> [[gnu::always_inline]] inline void callEach(F f, std::index_sequence<N...>)
+{
+  (f(std::integral_constant<int, N>{}), ...);
+}
+template <int N, class F> [[gnu::always_inline]] inline void forEachOf(F f)
+{
+  callEach(f, std::make_index_sequence<N>{});
+}
+
+// Of taps that are spread: where the samples lie that a block of results meets, as many for each source row as there
+// are taps in a row, and the taps that the first of them meet.
+struct MetSamples {
+  static constexpr int most = mostSpread + wideRow;
+
+  const float* first; // what places count from
+  const std::ptrdiff_t* place;
+  std::ptrdiff_t upper, both, lower; // so many of them belong to the first output row alone, to both, to the second
+  const float* taps;                 // of the first output row; those of the second stand a row of `w` before
+  std::ptrdiff_t w;
+};
+
+// Sums of a block of V vectors for R output rows, which go to R rows `step` bytes apart. All taps in one loop: rows of
+// few would each end by a jump that is not foreseen.
+template <int R, int V> [[gnu::noinline]] void sumSpread(const MetSamples& met, std::ptrdiff_t x, float* to, int step)
+{
+  static_assert(R <= 2);
+  Vec<float> sum[R][V];
+  forEachOf<R * V>([&](auto i) { sum[i / V][i % V] = zero<float>(); });
+  const float *const samples = met.first + x, *tap = met.taps;
+  const std::ptrdiff_t *place = met.place, above = met.w * lanes;
+  const auto addTaps = [&](std::ptrdiff_t count, auto from, auto end) { // for output rows From .. To
+    constexpr int From = decltype(from)::value, To = decltype(end)::value;
+    for (const std::ptrdiff_t* const last = place + count; place < last; ++place, tap += lanes) {
+      const float* const p = samples + *place;
+      Vec<float> taps[R];
+      forEachOf<To - From + 1>([&](auto q) { taps[From + q] = load<float>(tap - (From + q) * above); });
+      forEachOf<V>([&](auto v) {
+        const Vec<float> some = loadedOnce(load<float>(p + v * lanes));
+        forEachOf<To - From + 1>([&](auto q) { sum[From + q][v] += taps[From + q] * some; });
+      });
+    }
+  };
+  constexpr std::integral_constant<int, 0> upper;
+  constexpr std::integral_constant<int, R - 1> lower;
+  if constexpr (R == 2) addTaps(met.upper, upper, upper);
+  addTaps(met.both, upper, lower);
+  if constexpr (R == 2) addTaps(met.lower, lower, lower);
+  forEachOf<R * V>([&](auto i) { store(rowAt(to, step, i / V) + i % V * lanes, sum[i / V][i % V]); });
+}
+
+// The same of taps that stand once, row by row. The first output row begins at source row `first` of the window, a row
+// of the image for 0 <= k < rows.
+template <int R, int V, bool isWide>
 [[gnu::noinline]] void sumBlock(const RowWindow<float>& window, std::ptrdiff_t x, int first, int rows,
                                 const TapRows& kernel, float* to, int step)
 {
   static_assert(R <= 2);
-  constexpr int apart = areSpread ? lanes : 1; // taps
   const std::ptrdiff_t w = kernel.w;
   Vec<float> sum[R][V];
   for (int q = 0; q < R; ++q)
@@ -47,14 +100,11 @@ template <int R, int V, bool areSpread, bool isWide>
   const auto addRow = [&](int k, auto from, auto end) {
     constexpr int From = decltype(from)::value, To = decltype(end)::value;
     const float* p = window[k] + x;
-    const float* const t = kernel.taps + (k - first - To) * w * apart; // of To; those of From are a row further
-    for (std::ptrdiff_t i = 0; i < w * apart; i += apart, ++p) {
+    const float* const t = kernel.taps + (k - first - To) * w; // of To; those of From are a row further
+    for (std::ptrdiff_t i = 0; i < w; ++i, ++p) {
       Vec<float> tap[R];
 #pragma GCC unroll 2
-      for (int q = From; q <= To; ++q) {
-        const float* const at = t + (To - q) * w * apart + i;
-        tap[q] = areSpread ? load<float>(at) : splat(*at);
-      }
+      for (int q = From; q <= To; ++q) tap[q] = splat(t[(To - q) * w + i]);
 #pragma GCC unroll 8
       for (int v = 0; v < V; ++v) {
         const Vec<float> samples = loadedOnce(load<float>(p + v * lanes));
@@ -134,6 +184,23 @@ private:
     }
   }
 
+  // For `count` output rows, the first of which begins at row `first` of the window, of `rows` rows.
+  static MetSamples metOf(const RowWindow<float>& window, int first, int count, int rows, const TapRows& kernel,
+                          std::ptrdiff_t* places)
+  {
+    const int begin = std::max(first, 0), end = std::min(first + kernel.h + count - 1, rows);
+    const float* const origin = window[0];
+    std::ptrdiff_t* to = places;
+    for (int k = begin; k < end; ++k)
+      for (int i = 0; i < kernel.w; ++i) *to++ = window[k] - origin + i;
+    const std::ptrdiff_t w = kernel.w;
+    const int upper = count > 1 && first >= 0 && begin < end ? 1 : 0;
+    const int both = std::max(std::min(first + kernel.h, end) - begin - upper, 0);
+    return {
+      origin, places, upper * w, both * w, (end - begin - upper - both) * w, kernel.taps + (begin - first) * w * lanes,
+      w};
+  }
+
   void finishUnit(int unit, const RowWindow<float>& window, RowRange range, TapRows kernel, std::ptrdiff_t pitch) const
   {
     constexpr int chunk = 8 * vectorsAtOnce * lanes;
@@ -142,6 +209,9 @@ private:
     const std::ptrdiff_t y = static_cast<std::ptrdiff_t>(unit) * rowsAtOnce;
     const int count = static_cast<int>(std::min<std::ptrdiff_t>(rowsAtOnce, resultHeight - y));
     const int first = static_cast<int>(y + originY - range.first), rows = range.end - range.first;
+    std::ptrdiff_t places[MetSamples::most];
+    MetSamples met = {};
+    if (kernel.areSpread) met = metOf(window, first, count, rows, kernel, places);
     for (int c = 0; c < processed<L>; ++c) {
       for (std::ptrdiff_t x = 0; x < resultWidth; x += chunk) {
         const int n = static_cast<int>(std::min<std::ptrdiff_t>(chunk, resultWidth - x));
@@ -158,10 +228,10 @@ private:
             }
           const auto sum = [&](auto atOnce, auto vectors) {
             constexpr int R = decltype(atOnce)::value, V = decltype(vectors)::value;
-            const auto f = kernel.areSpread     ? sumBlock<R, V, true, false>
-                           : kernel.w < wideRow ? sumBlock<R, V, false, false>
-                                                : sumBlock<R, V, false, true>;
-            f(window, c * pitch + x + b, first, rows, kernel, to, step);
+            const std::ptrdiff_t at = c * pitch + x + b;
+            if (kernel.areSpread) return sumSpread<R, V>(met, at, to, step);
+            if (kernel.w < wideRow) return sumBlock<R, V, false>(window, at, first, rows, kernel, to, step);
+            sumBlock<R, V, true>(window, at, first, rows, kernel, to, step);
           };
           const auto sumRows = [&](auto vectors) {
             if (count == rowsAtOnce) sum(std::integral_constant<int, rowsAtOnce>{}, vectors);
@@ -176,7 +246,9 @@ private:
           storeRow(sums[q] + put, result[y + q] + (x + put) * channels<L> + c, channels<L>, n - put, 0, spare);
         }
       }
-      kernel.taps += static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.step();
+      const std::ptrdiff_t floats = static_cast<std::ptrdiff_t>(kernel.w) * kernel.h * kernel.step();
+      kernel.taps += floats;
+      met.taps += floats;
     }
   }
 };

@@ -28,7 +28,11 @@ template <class T> struct Taps { // integers: pairs of 16-bit neighbours
   // n samples, then zeros up to `padded`
   static void takeRow(const T* from, int n, std::ptrdiff_t padded, Item* to)
   {
-    for (int x = 0; x + 1 < n; ++x) to[x] = pair(get<T>(from + x), get<T>(from + x + 1));
+    int x = 0;
+    for (; x + 8 < n; x += 8)
+      forEachWidened(interleaveLow(loadLow8<T>(from + x), loadLow8<T>(from + x + 1)),
+                     [&](int lane, auto pairs) { store(to + x + lane / 2, as<Item>(pairs)); });
+    for (; x + 1 < n; ++x) to[x] = pair(get<T>(from + x), get<T>(from + x + 1));
     to[n - 1] = pair(get<T>(from + n - 1), 0);
     std::fill(to + n, to + padded, 0);
   }
@@ -56,7 +60,7 @@ template <> struct Taps<float> {
 };
 
 // Rows of samples and of taps that meet each other: `rows` rows of `items` taps. The next output row meets the same
-// samples with the taps one row above.
+// samples with the taps one row above. Rows of taps are filled up with zeros to whole vectors.
 template <class Item> struct MeetingRows {
   const Item *samples, *taps;
   std::ptrdiff_t samplePitch, tapPitch;
@@ -99,9 +103,9 @@ template <class T, int R, int V, class Item>
     for (int v = 0; v < V; ++v) store(sums + q * pitch + v * lanes, a[q][v]);
 }
 
-// The same of any number of vectors.
+// The same of any number of vectors. Leaves the samples behind them.
 template <class T, int R, class Item>
-void addRowsOfProducts(MeetingRows<Item> r, Item* sums, std::ptrdiff_t pitch, int vectors)
+void addRowsOfProducts(MeetingRows<Item>& r, Item* sums, std::ptrdiff_t pitch, int vectors)
 {
   constexpr int lanes = Vec<Item>::size;
   while (vectors > 0) {
@@ -119,6 +123,32 @@ void addRowsOfProducts(MeetingRows<Item> r, Item* sums, std::ptrdiff_t pitch, in
   }
 }
 
+// Few integer results of a row, which would fill no more than half of a vector: their products are summed along the
+// row. Their samples stand once more, one by one.
+template <int R, class Item>
+[[gnu::noinline]] void addColumns(const MeetingRows<Item>& r, const std::int16_t* column, std::ptrdiff_t columnPitch,
+                                  Item* sums, std::ptrdiff_t pitch, int columns)
+{
+  constexpr int lanes = Vec<Item>::size;
+  for (int c = 0; c < columns; ++c) {
+    Vec<Item> sum[R];
+    for (int q = 0; q < R; ++q) sum[q] = zero<Item>();
+    for (int y = 0; y < r.rows; ++y) {
+      const std::int16_t* const samples = column + y * columnPitch + c;
+      const Item* const taps = r.taps + y * r.tapPitch;
+      for (std::ptrdiff_t i = 0; i < r.items; i += lanes) {
+        const auto s = load<std::int16_t>(samples + 2 * i);
+        for (int q = 0; q < R; ++q) sum[q] += mulAddPairs(s, load<std::int16_t>(taps - q * r.tapPitch + i));
+      }
+    }
+    for (int q = 0; q < R; ++q) {
+      alignas(32) Item each[lanes];
+      storeAligned(each, sum[q]);
+      for (const Item part : each) sums[q * pitch + c] += part;
+    }
+  }
+}
+
 // ---- The match ----
 
 constexpr int rowsOfUnit = 32, mostResults = 64, sourceRowsAtOnce = 16;
@@ -132,11 +162,18 @@ public:
       rows_(a_.srcSize.height - a_.tplSize.height + 1), pitch_((results_ + 15) / 16 * 16),
       items_((a_.tplSize.width + Taps<T>::tapsOfItem - 1) / Taps<T>::tapsOfItem)
   {
-    taps_ = plan.add<Item>(static_cast<long long>(items_) * a_.tplSize.height);
+    constexpr int lanes = Vec<Item>::size;
+    const int left = results_ % lanes;
+    if (std::is_integral_v<T> && left <= lanes / 2) columns_ = left;
+    tapPitch_ = (static_cast<std::ptrdiff_t>(items_) + lanes - 1) / lanes * lanes;
+    taps_ = plan.add<Item>(static_cast<long long>(tapPitch_) * a_.tplSize.height);
     const std::int64_t taps = a_.tplSize.width + Taps<T>::tapsOfItem;
     rowsAtOnce_ = static_cast<int>(std::clamp<std::int64_t>(Taps<T>::mostTaps / taps, 1, INT32_MAX));
     samplePitch_ = static_cast<std::ptrdiff_t>(a_.srcSize.width) + 32;
     samples_ = threadPlan_.add<Item>(static_cast<long long>(samplePitch_) * sourceRowsAtOnce);
+    const long long column = columns_ > 0 ? static_cast<long long>(Taps<T>::tapsOfItem) * tapPitch_ + columns_ - 1 : 0;
+    column_ = threadPlan_.add<std::int16_t>(column * sourceRowsAtOnce);
+    columnPitch_ = static_cast<std::ptrdiff_t>(column);
     sums_ = threadPlan_.add<Item>(static_cast<long long>(pitch_) * rowsOfUnit);
     totals_ = threadPlan_.add<double>(static_cast<long long>(pitch_) * rowsOfUnit);
     windows_ = threadPlan_.add<double>(WindowSums<T>::memoryFor(a_.srcSize.width));
@@ -152,12 +189,10 @@ public:
     std::conditional_t<std::is_integral_v<T>, std::int64_t, double> total = 0, totalOfSquares = 0;
     const Rows tpl{a_.pTpl, a_.tplStep};
     for (int y = 0; y < a_.tplSize.height; ++y) {
-      Taps<T>::takeTaps(tpl[y], a_.tplSize.width, taps_.in(block) + static_cast<std::ptrdiff_t>(y) * items_);
-      for (int x = 0; x < a_.tplSize.width; ++x) {
-        const std::conditional_t<std::is_integral_v<T>, int, double> t = get<T>(tpl[y] + x);
-        total += t;
-        totalOfSquares += t * t;
-      }
+      Item* const taps = taps_.in(block) + y * tapPitch_;
+      std::fill(taps + items_, taps + tapPitch_, Item(0));
+      Taps<T>::takeTaps(tpl[y], a_.tplSize.width, taps);
+      addTaps(tpl[y], a_.tplSize.width, total, totalOfSquares);
     }
     const double squares = static_cast<double>(totalOfSquares);
     sum_ = static_cast<double>(total);
@@ -177,16 +212,16 @@ public:
     int since[rowsOfUnit] = {}; // rows of products that a row's sums hold
     for (int r = 0; r < sourceRows; r += atOnce) {
       const int n = std::min(atOnce, sourceRows - r);
-      for (int k = 0; k < n; ++k)
-        Taps<T>::takeRow(src[static_cast<std::ptrdiff_t>(first) + r + k], a_.srcSize.width, samplePitch_,
-                         samples_.in(own) + k * samplePitch_);
+      for (int k = 0; k < n; ++k) {
+        const T* const from = src[static_cast<std::ptrdiff_t>(first) + r + k];
+        Taps<T>::takeRow(from, a_.srcSize.width, samplePitch_, samples_.in(own) + k * samplePitch_);
+        if (columns_ > 0) takeColumns(from, column_.in(own) + k * columnPitch_);
+      }
       // of these rows, output row y meets those from begin(y) to end(y)
       const auto begin = [=](int y) { return std::max(0, y - r); };
       const auto end = [=](int y) { return std::min(n, y + h - r); };
       const auto add = [&](auto outputRows, int y, int from, int to) {
-        if (from < to)
-          addTemplateRows<decltype(outputRows)::value>(r + from - y, to - from, samples_.in(own) + from * samplePitch_,
-                                                       y, own);
+        if (from < to) addTemplateRows<decltype(outputRows)::value>(r + from - y, to - from, from, y, own);
       };
       constexpr std::integral_constant<int, 1> one;
       constexpr std::integral_constant<int, 2> two;
@@ -218,18 +253,54 @@ public:
 private:
   double area() const { return static_cast<double>(a_.tplSize.width) * a_.tplSize.height; }
 
-  // Rows j .. j + rows - 1 of the template at output row y of the unit, and those one above at the next R - 1.
-  template <int R> void addTemplateRows(int j, int rows, const Item* samples, int y, void* own) const
+  template <class Total> static void addTaps(const T* from, int n, Total& total, Total& totalOfSquares)
+  {
+    if constexpr (std::is_integral_v<T>) {
+      constexpr int most = 1 << 15; // squares of 255 then fit 31 bits
+      for (int x = 0; x < n;) {
+        int sum = 0, squares = 0;
+        for (const int end = x + std::min(most, n - x); x < end; ++x) {
+          const int t = get<T>(from + x);
+          sum += t;
+          squares += t * t;
+        }
+        total += sum;
+        totalOfSquares += squares;
+      }
+    } else {
+      for (int x = 0; x < n; ++x) {
+        const double t = get<T>(from + x);
+        total += t;
+        totalOfSquares += t * t;
+      }
+    }
+  }
+  // The samples that the last results of a row meet.
+  void takeColumns(const T* from, std::int16_t* to) const
+  {
+    const int first = results_ - columns_, n = a_.srcSize.width - first;
+    for (int x = 0; x < n; ++x) to[x] = static_cast<std::int16_t>(get<T>(from + first + x));
+    std::fill(to + n, to + columnPitch_, std::int16_t(0));
+  }
+  // Rows j .. j + rows - 1 of the template at output row y of the unit, and those one above at the next R - 1. They
+  // meet the rows of samples from row `from` of those at hand.
+  template <int R> void addTemplateRows(int j, int rows, int from, int y, void* own) const
   {
     constexpr int perItem = Taps<T>::tapsOfItem;
     constexpr int most = Taps<T>::mostTaps > perItem ? Taps<T>::mostTaps / perItem : INT32_MAX;
-    const int vectors = (results_ + Vec<Item>::size - 1) / Vec<Item>::size;
-    const Item* const taps = taps_.in(block_) + static_cast<std::ptrdiff_t>(j) * items_;
+    const int inVectors = results_ - columns_, vectors = (inVectors + Vec<Item>::size - 1) / Vec<Item>::size;
+    const Item* const taps = taps_.in(block_) + j * tapPitch_;
+    const Item* const samples = samples_.in(own) + from * samplePitch_;
+    Item* const sums = sums_.in(own) + pitch_ * y;
     for (int i = 0; i < items_;) { // rows of more taps than a sum holds go alone and in parts
       const int n = std::min(most, items_ - i);
-      addRowsOfProducts<T, R, Item>(
-        {samples + static_cast<std::ptrdiff_t>(i) * perItem, taps + i, samplePitch_, items_, rows, n},
-        sums_.in(own) + pitch_ * y, pitch_, vectors);
+      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(i) * perItem;
+      MeetingRows<Item> meeting = {samples + at, taps + i, samplePitch_, tapPitch_, rows, n};
+      addRowsOfProducts<T, R, Item>(meeting, sums, pitch_, vectors);
+      if constexpr (std::is_integral_v<T>)
+        if (columns_ > 0)
+          addColumns<R>(meeting, column_.in(own) + from * columnPitch_ + at, columnPitch_, sums + inVectors, pitch_,
+                        columns_);
       i += n;
       if (i < items_) putAway(y, own);
     }
@@ -279,12 +350,14 @@ private:
 
   const MatchArguments<T, D>& a_;
   int results_, rows_;
-  std::ptrdiff_t pitch_, samplePitch_;
+  std::ptrdiff_t pitch_, samplePitch_, tapPitch_, columnPitch_;
   int items_, rowsAtOnce_;
+  int columns_ = 0;             // so many results of a row are summed along the row
   double sum_ = 0, factor_ = 1; // the sum of the template's samples
   float deviation_ = 1;
   void* block_ = nullptr;
   BlockPart<Item> taps_, samples_, sums_;
+  BlockPart<std::int16_t> column_;
   BlockPart<double> totals_, windows_;
   BlockPart<float> deviations_;
   BlockPlan threadPlan_;

@@ -339,9 +339,11 @@ private:
         for (std::ptrdiff_t y = 0; y < transform_.height(); ++y) std::fill_n(to + y * element + strip, strip, 0.0f);
       transform_.forwardColumns(block_, to);
     }
-    transform_.correlateRows(block_, tile, spectrum_[channel].in(block_), set_.in(own));
-    const int needed = (std::max(placeOf(number).width, placeOf(number + tiles - 1).width) + strip - 1) / strip;
-    for (int s = 0; s < needed; ++s) transform_.inverseColumns(block_, transform_.stripOf(tile, s));
+    const int columns = std::max(placeOf(number).width, placeOf(number + tiles - 1).width);
+    const int needed = (columns + strip - 1) / strip;
+    transform_.correlateRows(block_, tile, spectrum_[channel].in(block_), set_.in(own), needed);
+    for (int s = 0; s < needed; ++s)
+      transform_.inverseColumns(block_, transform_.stripOf(tile, s), columns - s * strip);
     const std::uint64_t squares = numbers[0].squares + (tiles > 1 ? numbers[1].squares : 0);
     for (int k = 0; k < tiles; ++k)
       finish(placeOf(number + k), channel, view[k], numbers[k].scale, squares, k * strip, own);

@@ -3,6 +3,8 @@
 
 #include "spectral/lane_transform.h"
 
+#include <algorithm>
+
 namespace zori {
 namespace {
 
@@ -77,9 +79,10 @@ void TileTransform::forwardColumns(const void* block, float* first) const
   transformVectorLanes(columns_, block, first, vectors);
 }
 
-void TileTransform::inverseColumns(const void* block, float* first) const
+void TileTransform::inverseColumns(const void* block, float* first, int columns) const
 {
-  transformVectorLanesBack(columns_, block, first, vectors);
+  constexpr int size = Vec<float>::size;
+  transformSomeVectorLanesBack(columns_, block, first, std::min((columns + size - 1) / size, vectors), vectors);
 }
 
 void TileTransform::formSpectrum(const void* block, float* tile, float* spectrum) const
@@ -98,14 +101,15 @@ void TileTransform::formSpectrum(const void* block, float* tile, float* spectrum
   }
 }
 
-void TileTransform::correlateRows(const void* block, float* tile, const float* spectrum, float* buffer) const
+void TileTransform::correlateRows(const void* block, float* tile, const float* spectrum, float* buffer,
+                                  int strips) const
 {
   for (int set = 0; set < sets_; ++set, spectrum += setFloats()) {
     const std::ptrdiff_t rows = static_cast<std::ptrdiff_t>(set) * strip * element;
     for (int s = 0; s < strips_; ++s)
       turnSquare(stripOf(tile, s) + rows, buffer + static_cast<std::ptrdiff_t>(s) * strip * element);
     multiplySpectraOfVectorLanes(rows_, block, buffer, spectrum, vectors);
-    for (int s = 0; s < strips_; ++s)
+    for (int s = 0; s < strips; ++s)
       turnSquare(buffer + static_cast<std::ptrdiff_t>(s) * strip * element, stripOf(tile, s) + rows);
   }
 }

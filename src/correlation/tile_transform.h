@@ -34,13 +34,14 @@ public:
 
   float* stripOf(float* tile, int s) const { return tile + static_cast<std::ptrdiff_t>(s) * stripFloats_; }
 
-  // The columns of one strip, forward; and back, without a divisor.
+  // The columns of one strip, forward; and back, without a divisor, the first `columns` of them or more.
   void forwardColumns(const void* block, float* strip) const;
-  void inverseColumns(const void* block, float* strip) const;
+  void inverseColumns(const void* block, float* strip, int columns) const;
   // The spectrum that belongs to a template whose columns have been transformed: conjugated, divided by F * G.
   void formSpectrum(const void* block, float* tile, float* spectrum) const;
-  // Rows forward, times the spectrum, and back. The buffer has setFloats().
-  void correlateRows(const void* block, float* tile, const float* spectrum, float* buffer) const;
+  // Rows forward, times the spectrum, and back, of which the first strips come back to the tile. The buffer has
+  // setFloats().
+  void correlateRows(const void* block, float* tile, const float* spectrum, float* buffer, int strips) const;
 
 private:
   int width_, height_, strips_, sets_;

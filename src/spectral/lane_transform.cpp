@@ -317,6 +317,12 @@ void transformVectorLanesBack(const LanePlan& plan, const void* block, float* bu
   toNatural<Vec<float>>(Levels(plan, block), {buffer + lanes, 2 * lanes, -lanes, vectors});
 }
 
+void transformSomeVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors, int all)
+{
+  const std::ptrdiff_t lanes = static_cast<std::ptrdiff_t>(all) * laneCount<Vec<float>>;
+  toNatural<Vec<float>>(Levels(plan, block), {buffer + lanes, 2 * lanes, -lanes, vectors});
+}
+
 void multiplySpectraOfVectorLanes(const LanePlan& plan, const void* block, float* buffer, const float* factors,
                                   int vectors)
 {

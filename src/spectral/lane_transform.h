@@ -34,6 +34,9 @@ void transformBehindFirst(const LanePlan& plan, const void* block, float* buffer
 inline namespace ZORI_WIDTH {
 void transformVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors);
 
+// The first vectors of elements of `all` vectors.
+void transformSomeVectorLanesBack(const LanePlan& plan, const void* block, float* buffer, int vectors, int all);
+
 // Forward, each value times the factor that stands in its place, and back. Factors lie as the buffer does. For plans
 // without a prime radix.
 void multiplySpectraOfVectorLanes(const LanePlan& plan, const void* block, float* buffer, const float* factors,
