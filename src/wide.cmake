@@ -18,7 +18,7 @@ set(ZORI_FILES_OF_32_BYTES
   filter/wiener.cpp
   geometry/remap.cpp geometry/resize_linear.cpp geometry/resize_nearest.cpp geometry/resize_plan.cpp geometry/resize_super.cpp
   geometry/resize_weighted.cpp geometry/sampling.cpp geometry/warp_frame.cpp
-  point/compare.cpp point/threshold.cpp
+  point/compare.cpp point/lut.cpp point/threshold.cpp
   rowkernels/exp_log.cpp
   spectral/block_dct.cpp spectral/dct.cpp spectral/image_transform.cpp spectral/lane_transform.cpp spectral/spectrum_polar.cpp
   spectral/spectrum_product_float.cpp

@@ -31,9 +31,8 @@ ZorStatus copyColourRegion(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
     joinedRows(roiSize, Pitch{SrcChannels * bytesOf<T>, srcStep}, Pitch{DstChannels * bytesOf<T>, dstStep});
   const Rows src{raw(pSrc), srcStep};
   const Rows dst{raw(pDst), dstStep};
-  for (int y = 0; y < rows.height; ++y)
-    if constexpr (DstChannels == 3) dropFourth(src[y], dst[y], rows.width);
-    else copyColour<Raw<T>, SrcChannels>(src[y], dst[y], rows.width);
+  if constexpr (DstChannels == 3) return dropFourth<Raw<T>>(src, dst, rows.width, rows.height), ZorOk;
+  for (int y = 0; y < rows.height; ++y) copyColour<Raw<T>, SrcChannels>(src[y], dst[y], rows.width);
   return ZorOk;
 }
 

@@ -22,8 +22,7 @@ ZorStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   const Rows src{reinterpret_cast<const Zor8u*>(pSrc), srcStep};
   const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
   const Rows mask{pMask, maskStep};
-  for (int y = 0; y < rows.height; ++y)
-    mergeRow<bytes, usedBytes<T, L>>(mask[y], dst[y], rows.width, RowSource{src[y]});
+  mergeUnderMask<bytes, usedBytes<T, L>>(mask, dst, rows.width, rows.height, SourceRows{src});
   return ZorOk;
 }
 
@@ -39,8 +38,7 @@ ZorStatus setMasked(const T* pValue, T* pDst, int dstStep, ZorImgSize roiSize, c
   const ZorImgSize rows = joinedRows(roiSize, Pitch{bytes, dstStep}, Pitch{1, maskStep});
   const Rows dst{reinterpret_cast<Zor8u*>(pDst), dstStep};
   const Rows mask{pMask, maskStep};
-  for (int y = 0; y < rows.height; ++y)
-    mergeRow<bytes, usedBytes<T, L>>(mask[y], dst[y], rows.width, PatternSource(pattern));
+  mergeUnderMask<bytes, usedBytes<T, L>>(mask, dst, rows.width, rows.height, PatternSource(pattern));
   return ZorOk;
 }
 

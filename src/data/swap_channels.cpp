@@ -30,8 +30,7 @@ static void swapRows(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   const ChannelOrder<R, N> order(dstOrder, Moved);
   const ZorImgSize rows = joinedRows(roiSize, Pitch{N * bytesOf<T>, srcStep}, Pitch{N * bytesOf<T>, dstStep});
   const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(rows.width) * N;
-  for (int y = 0; y < rows.height; ++y)
-    order.template row<Moved>(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), length);
+  order.template rows<Moved>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, length, rows.height);
 }
 
 template <class T, int N>
@@ -103,10 +102,8 @@ ZorStatus swapToThree(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSi
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst, dstOrder), nonEmpty(roiSize)); s != ZorOk) return s;
   if (auto s = ordered(dstOrder, 3, 3); s != ZorOk) return s;
-  const ChannelOrder<Raw<T>, 4> order(dstOrder, 3);
   const ZorImgSize rows = joinedRows(roiSize, Pitch{4 * bytesOf<T>, srcStep}, Pitch{3 * bytesOf<T>, dstStep});
-  for (int y = 0; y < rows.height; ++y)
-    order.rowToThree(raw(rowAt(pSrc, srcStep, y)), raw(rowAt(pDst, dstStep, y)), rows.width);
+  rowsToThree<Raw<T>>({raw(pSrc), srcStep}, {raw(pDst), dstStep}, rows.width, rows.height, dstOrder);
   return ZorOk;
 }
 

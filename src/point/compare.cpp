@@ -54,16 +54,16 @@ template <class T, class Compare> struct MasksOfGroups {
   Compare compare;
   Vec<T> constant; // in place of the second image, if there is one
 
-  Group<Zor8u> operator()(const Group<T>& a, const Group<T>& b) const
+  template <int B> ZORI_INLINE Group<Zor8u, B> operator()(const Group<T, B>& a, const Group<T, B>& b) const
   {
-    Vec<T> part[Group<T>::parts];
-    for (int k = 0; k < Group<T>::parts; ++k) part[k] = compare(a.part[k], b.part[k]);
+    Vec<T, B> part[a.parts];
+    for (int k = 0; k < a.parts; ++k) part[k] = compare(a.part[k], b.part[k]);
     return {{byteMasks(part)}};
   }
-  Group<Zor8u> operator()(const Group<T>& a) const
+  template <int B> ZORI_INLINE Group<Zor8u, B> operator()(const Group<T, B>& a) const
   {
-    Group<T> b;
-    for (auto& part : b.part) part = constant;
+    Group<T, B> b;
+    for (auto& part : b.part) part = firstBytes<B>(constant);
     return (*this)(a, b);
   }
   Vec<Zor8u> operator()(Vec<Zor8u> a, Vec<Zor8u> b) const { return compare(a, b); }
@@ -105,9 +105,9 @@ template <class T> struct Image {
 };
 
 // A constant of the processed channels; the fourth of AC4 is never looked at.
-template <class T, Layout L> struct Constant {
+template <class T, Layout L, int Bytes> struct Constant {
   static constexpr int groups = L == C3 ? 3 : 1; // different ones
-  static constexpr int lanes = Vec<T>::size;
+  static constexpr int lanes = Vec<T, Bytes>::size;
   T values[groups * lanes];
 
   explicit Constant(const T* constant)
@@ -119,6 +119,7 @@ template <class T, Layout L> struct Constant {
       }
   }
   template <Layout, int B> Vec<T, B> part(int g, int) const { return load<T, B>(values + g % groups * lanes); }
+  const Constant& row(int) const { return *this; }
   const Constant& at(std::ptrdiff_t) const { return *this; }
   void fetch(std::ptrdiff_t, std::ptrdiff_t, std::ptrdiff_t) const {}
 };
@@ -154,8 +155,12 @@ template <Layout L, class T, int B, class First, class Second, class Compare>
 
 // ---- Rows and regions ----
 
-// Blocks of three channels have 16 pixels at any width; a row shorter than a block of 32 is one of blocks of 16. The
-// last block overlaps the one before it, and is formed first, since the row may be its own source.
+template <class T> struct ImageRows {
+  Rows<const T> rows;
+  Image<T> row(int y) const { return {rows[y]}; }
+};
+
+// The last block overlaps the one before it, and is formed first, since the row may be its own source.
 template <Layout L, int B, class T, class Second, class Compare>
 ZORI_ONE_COPY void maskRow(const T* src, const Second& b, Zor8u* dst, std::ptrdiff_t width, Compare compare)
 {
@@ -165,9 +170,8 @@ ZORI_ONE_COPY void maskRow(const T* src, const Second& b, Zor8u* dst, std::ptrdi
   {
     return pixelMasks<L, T, B>(compare, first, second);
   };
-  if (width < B) {
-    if constexpr (B > 16) maskRow<L, 16>(src, b, dst, width, compare);
-    else {
+  if constexpr (B == 16) {
+    if (width < B) {
       const PaddedBlock<T, samples> first(src, width * channels<L>);
       Vec<Zor8u, B> masks;
       if constexpr (std::is_same_v<Second, Image<T>>) {
@@ -175,8 +179,8 @@ ZORI_ONE_COPY void maskRow(const T* src, const Second& b, Zor8u* dst, std::ptrdi
         masks = masksOf(Image<T>{first.values}, Image<T>{second.values});
       } else masks = masksOf(Image<T>{first.values}, b);
       storePart(dst, masks, static_cast<std::size_t>(width));
+      return;
     }
-    return;
   }
   const Image<T> a{src};
   const auto masksAt = [&](std::ptrdiff_t x) __attribute__((always_inline))
@@ -195,14 +199,24 @@ ZORI_ONE_COPY void maskRow(const T* src, const Second& b, Zor8u* dst, std::ptrdi
   }
   store(dst + width - B, last);
 }
-template <Layout L> inline constexpr int blockOf = L == C3 ? 16 : vectorBytes;
+template <Layout L, int B, class T, class Second, class Compare>
+void maskRows(Rows<const T> src, const Second& second, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
+{
+  for (int y = 0; y < roi.height; ++y) maskRow<L, B>(src[y], second.row(y), dst[y], roi.width, compare);
+}
+
+// f of the pixels of a block as a constant: 16 of three channels and in short rows, as many as a vector has bytes else.
+template <Layout L, class F> ZORI_INLINE inline void withBlock(int width, F f)
+{
+  if (L == C3 || width < vectorBytes) f(std::integral_constant<int, 16>{});
+  else f(std::integral_constant < int, L == C3 ? 16 : vectorBytes > {});
+}
 
 template <Layout L, class T, class Compare>
 void compareRows(Rows<const T> a, Rows<const T> b, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
 {
   if constexpr (L == C1) compareSamples(Vec<T>{}, dst, roi, compare, a, b);
-  else
-    for (int y = 0; y < roi.height; ++y) maskRow<L, blockOf<L>>(a[y], Image<T>{b[y]}, dst[y], roi.width, compare);
+  else withBlock<L>(roi.width, [=](auto block) { maskRows<L, block>(a, ImageRows<T>{b}, dst, roi, compare); });
 }
 
 // `constant` points to a value a channel.
@@ -210,10 +224,9 @@ template <Layout L, class T, class Compare>
 void compareRows(Rows<const T> a, const T* constant, Rows<Zor8u> dst, ZorImgSize roi, Compare compare)
 {
   if constexpr (L == C1) compareSamples(splat(get<T>(constant)), dst, roi, compare, a);
-  else {
-    const Constant<T, L> b(constant);
-    for (int y = 0; y < roi.height; ++y) maskRow<L, blockOf<L>>(a[y], b, dst[y], roi.width, compare);
-  }
+  else
+    withBlock<L>(roi.width,
+                 [=](auto block) { maskRows<L, block>(a, Constant<T, L, block>(constant), dst, roi, compare); });
 }
 
 template <class T, Layout L>

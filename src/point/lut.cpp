@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 namespace zori {
 namespace {
@@ -104,7 +105,8 @@ template <class T, class Make> void fill(T* map, int from, int to, Make make)
 // x, x + 1, ...
 template <class T> Vec<T> countFrom(int x)
 {
-  alignas(16) static constexpr T count[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  alignas(vectorBytes) static constexpr T count[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                                                     16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
   return load<T>(count) + splat(static_cast<T>(x));
 }
 
@@ -118,14 +120,15 @@ template <class T> void fillConstant(T* map, int from, int to, int value)
 // y(x) of doubles, cut toward zero and clamped; what is not finite gives the lowest value or the highest one.
 template <class T, class Y> void fillCurve(T* map, int from, int to, Y y)
 {
-  const auto four = [=](int x) {
+  constexpr int n = Vec<std::int32_t>::size;
+  const auto part = [=](int x) {
     const Vec<std::int32_t> lanes = countFrom<std::int32_t>(x);
-    const F64x2 top = splat<double>(high<T>); // far below, the cut gives the least integer
+    const Vec<double> top = splat<double>(high<T>); // far below, the cut gives the least integer
     return toIntTruncated(min(top, y(toDoubleLow(lanes))), min(top, y(toDoubleHigh(lanes))));
   };
   fill(map, from, to, [=](int x) {
-    if constexpr (sizeof(T) == 2) return narrowSat<T>(four(x), four(x + 4));
-    else return narrowSat<T>(narrowSat<Zor16s>(four(x), four(x + 4)), narrowSat<Zor16s>(four(x + 8), four(x + 12)));
+    if constexpr (sizeof(T) == 2) return narrowSat<T>(part(x), part(x + n));
+    else return narrowSatFour<T>(part(x), part(x + n), part(x + 2 * n), part(x + 3 * n));
   });
 }
 
@@ -142,13 +145,13 @@ template <Curve C, class T> void fillInterval(T* map, const Nodes<T>& nodes, int
     else if constexpr (C == Curve::Linear) {
       const double slope = difference(nodes.values[k + 1], value) / difference(next, level);
       const double base = value + 0.5 - level * slope;
-      fillCurve(map, first, end, [m = splat(slope), b = splat(base)](F64x2 x) { return x * m + b; });
+      fillCurve(map, first, end, [m = splat(slope), b = splat(base)](Vec<double> x) { return x * m + b; });
     } else {
       const int origin = firstNodeOfCubic(k, nodes.count) + 1;
       const Cubic f = cubicOfInterval(nodes, k);
       const double from = nodes.levels[origin], base = nodes.values[origin];
-      fillCurve(map, first, end, [=](F64x2 x) {
-        const F64x2 d = x - splat(from), d2 = d * d;
+      fillCurve(map, first, end, [=](Vec<double> x) {
+        const Vec<double> d = x - splat(from), d2 = d * d;
         return (splat(f.a) * d2 + splat(f.c)) * d + (splat(f.b) * d2 + splat(base) + splat(0.5));
       });
     }
@@ -158,6 +161,7 @@ template <Curve C, class T> void fillInterval(T* map, const Nodes<T>& nodes, int
 // map points to the image of 0.
 template <Curve C, class T> ZORI_ONE_COPY void fillMap(T* map, const Nodes<T>& nodes)
 {
+  const UpperHalvesCleared atTheEnd;
   fillIdentity(map, low<T>, std::clamp(nodes.levels[0], low<T>, high<T> + 1));
   for (int k = 0; k < nodes.intervals(); ++k) fillInterval<C>(map, nodes, k);
   fillIdentity(map, std::clamp(nodes.lastLevel(), low<T>, high<T> + 1), high<T> + 1);
@@ -323,7 +327,7 @@ ZorStatus mapRegionByCurve(Rows<const T> src, Rows<T> dst, ZorImgSize roi, const
       Piece<C>* end = pieces.get();
       mapBySearch<T, L>(src, dst, roi, nodes, [&](int c) {
         Piece<C>* const own = end;
-        for (int k = 0; k < nodes[c].intervals(); ++k) *end++ = Piece<C>(nodes[c], k);
+        for (int k = 0; k < nodes[c].intervals(); ++k) new (end++) Piece<C>(nodes[c], k);
         return Pieces<C>{own};
       });
     }

@@ -44,31 +44,26 @@ public:
     }
   }
 
-  // `length` elements. Source and destination may be the same.
-  template <int Moved> void row(const T* src, T* dst, std::ptrdiff_t length) const
+  // Rows of `length` elements. Source and destination may be the same.
+  template <int Moved> void rows(Rows<const T> src, Rows<T> dst, std::ptrdiff_t length, int count) const
   {
 #if ZORI_VECTOR_BYTES == 32
     if constexpr (N == 4) {
       int order[4];
       for (int k = 0; k < 4; ++k) order[k] = k + static_cast<int>(offset_[k]);
       const PixelsInOrder<T> op(order);
-      if constexpr (Moved == 4) return mapRow(dst, length, op, src);
-      else return mapRow(dst, length, KeepFourth<PixelsInOrder<T>>{op}, static_cast<const T*>(dst), src);
+      if constexpr (Moved == 4) return mapRows(dst, length, count, op, src);
+      else return mapRows(dst, length, count, KeepFourth<PixelsInOrder<T>>{op}, readOnly(dst), src);
     }
 #endif
-    if (length < block<vectorBytes>) rowOf<Moved, 16>(src, dst, length);
-    else rowOf<Moved, vectorBytes>(src, dst, length);
+    for (int y = 0; y < count; ++y) {
+      if (length < block<vectorBytes>) rowOf<Moved, 16>(src[y], dst[y], length);
+      else rowOf<Moved, vectorBytes>(src[y], dst[y], length);
+    }
   }
 
+#if ZORI_VECTOR_BYTES == 16
   // `width` pixels of four channels to pixels of three. May be in place.
-#if ZORI_VECTOR_BYTES == 32
-  void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const
-  {
-    const int order[] = {static_cast<int>(offset_[0]), 1 + static_cast<int>(offset_[1]),
-                         2 + static_cast<int>(offset_[2])};
-    threeOfFour(src, dst, width, order);
-  }
-#else
   void rowToThree(const T* src, T* dst, std::ptrdiff_t width) const;
 #endif
 
@@ -178,6 +173,17 @@ template <class T, int N>
   for (; x < width; ++x) pixel(x);
 }
 #endif
+
+// Rows of pixels of four channels to pixels of three: channel k is number order[k]. May be in place.
+template <class T> void rowsToThree(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int rows, const int* order)
+{
+#if ZORI_VECTOR_BYTES == 32
+  threeOfFourRows(src, dst, width, rows, order, threeOfFourIndexes<T>(order));
+#else
+  const ChannelOrder<T, 4> moved(order, 3);
+  for (int y = 0; y < rows; ++y) moved.rowToThree(src[y], dst[y], width);
+#endif
+}
 
 } // namespace ZORI_WIDTH
 } // namespace zori

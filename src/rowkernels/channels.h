@@ -10,6 +10,7 @@
 #pragma once
 
 #include "drivers.h"
+#include "simd_32_only.h"
 
 #include <cstddef>
 #include <cstring>
@@ -51,11 +52,10 @@ struct ByteIndexes {
   alignas(16) std::uint8_t index[16];
   template <int Bytes> Vec<std::uint8_t, Bytes> vector() const
   {
-    const auto x = loadAligned<std::uint8_t, 16>(index);
 #if ZORI_VECTOR_BYTES == 32
-    if constexpr (Bytes == 32) return joined(x, x);
+    if constexpr (Bytes == 32) return loadInBothHalves<std::uint8_t>(index);
 #endif
-    if constexpr (Bytes == 16) return x;
+    if constexpr (Bytes == 16) return loadAligned<std::uint8_t, 16>(index);
   }
 };
 // Where the bytes of channel `channel` of N stand in vector `from`, and where those of interleaved vector `from` stand
@@ -127,7 +127,7 @@ inline Vec<std::uint32_t, Bytes> pick(Vec<std::uint32_t, Bytes> a, Vec<std::uint
 
 // A block to channels.
 template <class T, int Bytes>
-inline void split(const T* from, Vec<T, Bytes> (&channel)[3], std::ptrdiff_t apart = 16 * 3)
+ZORI_INLINE inline void split(const T* from, Vec<T, Bytes> (&channel)[3], std::ptrdiff_t apart = 16 * 3)
 {
   if constexpr (hasByteShuffle && sizeof(T) <= 2) {
 #ifdef __AVX2__
@@ -157,7 +157,7 @@ inline void split(const T* from, Vec<T, Bytes> (&channel)[3], std::ptrdiff_t apa
 }
 
 // Channels to a block.
-template <class T, int Bytes> inline void merge(const Vec<T, Bytes> (&channel)[3], Vec<T, Bytes> (&out)[3])
+template <class T, int Bytes> ZORI_INLINE inline void merge(const Vec<T, Bytes> (&channel)[3], Vec<T, Bytes> (&out)[3])
 {
   if constexpr (hasByteShuffle && sizeof(T) <= 2) {
 #ifdef __AVX2__
@@ -210,7 +210,7 @@ template <class T, int Bytes> inline Vec<T, Bytes> odds(Vec<T, Bytes> a, Vec<T, 
 
 // A block to channels.
 template <class T, int Bytes>
-inline void split(const T* from, Vec<T, Bytes> (&channel)[4], std::ptrdiff_t apart = 16 * 4)
+ZORI_INLINE inline void split(const T* from, Vec<T, Bytes> (&channel)[4], std::ptrdiff_t apart = 16 * 4)
 {
   const auto at = [=](int j) { return loadOfBlock<4, Bytes>(from, j, apart); };
   const auto v0 = at(0), v1 = at(1), v2 = at(2), v3 = at(3);
@@ -222,7 +222,7 @@ inline void split(const T* from, Vec<T, Bytes> (&channel)[4], std::ptrdiff_t apa
 }
 
 // Channels to a block.
-template <class T, int Bytes> inline void merge(const Vec<T, Bytes> (&channel)[4], Vec<T, Bytes> (&out)[4])
+template <class T, int Bytes> ZORI_INLINE inline void merge(const Vec<T, Bytes> (&channel)[4], Vec<T, Bytes> (&out)[4])
 {
   using Pair = WiderT<T>;
   const auto low01 = as<Pair>(interleaveLowLocal(channel[0], channel[1]));
@@ -308,13 +308,15 @@ template <class T, int N, Form F> struct Pixels {
   void storeShort(std::ptrdiff_t width, const Vec<Element, 16> (&channel)[N], Vec<Element, 16> kept) const
   {
     if constexpr (F == Form::Interleaved) {
-      alignas(16) Element block[N * shortRoom];
-      if constexpr (!All) {
-        std::memset(block, 0, sizeof block);
-        copyBelow<sizeof block>(block, run[0], bytes(width));
+      Vec<Element, 16> pixels[N];
+      merge(channel, pixels);
+      Element* to = run[0];
+      std::ptrdiff_t rest = static_cast<std::ptrdiff_t>(bytes(width));
+      for (int i = 0; i < N && rest > 0; ++i, to += shortRoom, rest -= 16) {
+        const auto size = static_cast<std::size_t>(rest);
+        if (rest >= 16) zori::store(to, All ? pixels[i] : pixels[i] | (zori::load<Element, 16>(to) & kept));
+        else storePart(to, All ? pixels[i] : pixels[i] | (loadPart16<Element>(to, size) & kept), size);
       }
-      storeMerged<All>(block, channel, kept, 16 * N);
-      copyBelow<sizeof block>(run[0], block, bytes(width));
     } else {
       for (int k = 0; k < N; ++k) storePart(run[k], channel[k], bytes(width));
     }
@@ -466,25 +468,35 @@ template <class T, int SrcChannels> [[gnu::noinline]] void copyColour(const T* s
 }
 
 #if ZORI_VECTOR_BYTES == 32
-// Pixels of four channels to pixels of three: channel k is number order[k]. May be in place.
-template <class T> [[gnu::noinline]] void threeOfFour(const T* src, T* dst, std::ptrdiff_t width, const int* order)
+// Which 12 of each 16 bytes come in front where pixels of four channels become pixels of three: channel k is number
+// order[k].
+template <class T> constexpr ByteIndexes threeOfFourIndexes(const int* order)
 {
-  const UpperHalvesCleared atTheEnd;
+  constexpr int size = sizeof(T);
+  ByteIndexes x{};
+  for (int i = 0; i < 16; ++i)
+    x.index[i] =
+      static_cast<std::uint8_t>(i < 12 ? (i / (3 * size) * 4 + order[i / size % 3]) * size + i % size : 0x80);
+  return x;
+}
+
+// Rows of pixels of four channels to pixels of three. May be in place.
+template <class T>
+ZORI_INLINE inline void threeOfFour(const T* src, T* dst, std::ptrdiff_t width, const int* order,
+                                    Vec<std::uint8_t> index)
+{
   constexpr int size = sizeof(T), step = fourChannelPixels<T>;
-  const auto pixel = [=](std::ptrdiff_t x) {
-    T moved[3];
-    for (int k = 0; k < 3; ++k) moved[k] = get<T>(src + 4 * x + order[k]);
-    std::memcpy(dst + 3 * x, moved, sizeof moved);
-  };
   if (width < step) {
-    for (std::ptrdiff_t x = 0; x < width; ++x) pixel(x);
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+      const T* const from = src + 4 * x;
+      const T a = get<T>(from + order[0]), b = get<T>(from + order[1]), c = get<T>(from + order[2]);
+      put(dst + 3 * x, a);
+      put(dst + 3 * x + 1, b);
+      put(dst + 3 * x + 2, c);
+    }
     return;
   }
-  std::uint8_t bytes[16]; // 12 of each 16 bytes, in front
-  for (int i = 0; i < 16; ++i)
-    bytes[i] = static_cast<std::uint8_t>(i < 12 ? (i / (3 * size) * 4 + order[i / size % 3]) * size + i % size : 0x80);
-  const auto index16 = load<std::uint8_t, 16>(bytes);
-  const auto index = joined(index16, index16);
+  const auto index16 = lowHalf(index);
   const auto takeStep = [=](std::ptrdiff_t x) {
     return shuffleBytesLocal(load<std::uint8_t, 16>(src + 4 * x), index16);
   };
@@ -508,6 +520,15 @@ template <class T> [[gnu::noinline]] void threeOfFour(const T* src, T* dst, std:
   }
   for (; x + step < width; x += step) storeStep(x, takeStep(x));
   storeStep(width - step, last);
+}
+template <class T>
+[[gnu::noinline]] void threeOfFourRows(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int rows, const int* order,
+                                       const ByteIndexes& indexes)
+{
+  const UpperHalvesCleared atTheEnd;
+  const int channels[3] = {order[0], order[1], order[2]};
+  const auto index = indexes.vector<vectorBytes>();
+  for (int y = 0; y < rows; ++y) threeOfFour(src[y], dst[y], width, channels, index);
 }
 
 // Pixels of three channels to pixels of four: channel k is number order[k]; a value where that is 3, and above 3 what
@@ -577,10 +598,11 @@ private:
   Vec<T> added_, kept_;
 };
 
-template <class T> inline void dropFourth(const T* src, T* dst, std::ptrdiff_t width)
+template <class T> inline void dropFourth(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int rows)
 {
-  constexpr int order[] = {0, 1, 2};
-  threeOfFour(src, dst, width, order);
+  static constexpr int order[] = {0, 1, 2};
+  static constexpr ByteIndexes indexes = threeOfFourIndexes<T>(order);
+  threeOfFourRows(src, dst, width, rows, order, indexes);
 }
 #else
 // Pixels of four channels to pixels of three. May be in place.
@@ -597,20 +619,32 @@ template <class T> [[gnu::noinline]] void dropFourth(const T* src, T* dst, std::
   for (; x + step < width; x += step) storeNarrowed(dst + 3 * x, load<T, 16>(src + 4 * x));
   for (; x < width; ++x) std::memmove(dst + 3 * x, src + 4 * x, 3 * sizeof(T));
 }
+template <class T> inline void dropFourth(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int rows)
+{
+  for (int y = 0; y < rows; ++y) dropFourth(src[y], dst[y], width);
+}
 #endif
 
 // ---- One channel ----
 
+// Keeps the compiler from making vectors of a loop over elements that lie apart, which is slower than one by one.
+template <class P> inline void oneByOne(P& p) { asm("" : "+r"(p)); }
+
 // The channel at p of pixels of N channels. Reads from p up to the last element of that channel and no further: the
 // last block ends with it, so that in this one the channel is the last of its pixel. May shrink in place.
-template <class T, int N> [[gnu::noinline]] void takeChannel(const T* p, T* dst, std::ptrdiff_t width)
+template <class T, int N, int Bytes = vectorBytes>
+[[gnu::noinline]] void takeChannel(const T* p, T* dst, std::ptrdiff_t width)
 {
-  constexpr std::ptrdiff_t block = lanesOf<T>;
+  constexpr std::ptrdiff_t block = Vec<T, Bytes>::size;
   if (width <= block) {
-    for (std::ptrdiff_t x = 0; x < width; ++x) put(dst + x, get<T>(p + x * N));
+    if constexpr (Bytes > 16) return takeChannel<T, N, 16>(p, dst, width);
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+      oneByOne(p);
+      put(dst + x, get<T>(p + x * N));
+    }
     return;
   }
-  Vec<T> channel[N], last[N];
+  Vec<T, Bytes> channel[N], last[N];
   split(p + (width - block) * N - (N - 1), last);
   const std::ptrdiff_t distance = fetchDistance<T>(width);
   for (std::ptrdiff_t x = 0; x + block < width; x += block) {
@@ -623,9 +657,6 @@ template <class T, int N> [[gnu::noinline]] void takeChannel(const T* p, T* dst,
   }
   store(dst + width - block, last[N - 1]);
 }
-
-// Keeps the compiler from making vectors of a loop over elements that lie apart, which is slower than one by one.
-template <class P> inline void oneByOne(P& p) { asm("" : "+r"(p)); }
 
 // One channel to one channel, or (with a source stride of 0) a constant to it. What lies between may be another's and
 // is not touched.

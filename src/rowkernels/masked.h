@@ -41,7 +41,7 @@ template <int Bytes, class E, int V, class Visit> inline void widenMask(Vec<E, V
   }
 }
 
-// What is written: the pixels of a row, or one pixel over and over.
+// What is written: the pixels of rows, or one pixel over and over.
 struct RowSource {
   const Zor8u* p;
   template <int V> Vec<Zor8u, V> vector(std::ptrdiff_t offset, int j) const
@@ -53,6 +53,10 @@ struct RowSource {
   {
     fetchAhead(p + offset, distance, bytes);
   }
+};
+struct SourceRows {
+  Rows<const Zor8u> rows;
+  RowSource row(int y) const { return {rows[y]}; }
 };
 struct PatternSource {
   Vec<Zor8u, 16> vectors[3];
@@ -69,55 +73,69 @@ struct PatternSource {
     return vectors[j % 3];
 #endif
   }
+  const PatternSource& row(int) const { return *this; }
   const Zor8u* pixel(std::ptrdiff_t) const { return onePixel; }
   void fetch(std::ptrdiff_t, std::ptrdiff_t, int) const {}
 };
 
-// The first Used bytes of each selected pixel of Bytes bytes. The row may be its own source.
-template <int Bytes, int Used, int V = vectorBytes, class Source>
-[[gnu::noinline]] void mergeRow(const Zor8u* mask, Zor8u* dst, std::ptrdiff_t width, const Source& src)
+// Rows of a block of V pixels at least.
+template <int Bytes, int Used, int V, class Source>
+[[gnu::noinline]] void mergeRows(Rows<const Zor8u> masks, Rows<Zor8u> dsts, std::ptrdiff_t width, int rows,
+                                 const Source& source)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t block = V;
-  if (V > 16 && width < block) return mergeRow<Bytes, Used, 16>(mask, dst, width, src);
-  if (width < block) {
-    for (std::ptrdiff_t x = 0; x < width; ++x) {
-      oneByOne(mask);
-      if (mask[x]) std::memcpy(dst + x * Bytes, src.pixel(x * Bytes), Used);
-    }
-    return;
-  }
   alignas(V) Zor8u rest[V] = {};
   if constexpr (Used < Bytes)
     for (int i = 0; i < V; ++i) rest[i] = i % Bytes < Used ? 0 : 0xff;
   const Vec<Zor8u, V> keepRest = load<Zor8u, V>(rest);
 
   const std::ptrdiff_t distance = fetchDistance<Zor8u>(width * Bytes);
-  const Source from = src; // a copy that nobody else can see, so that what it holds stays in registers
-  const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
-    Vec<Zor8u, V> keep[blocks], keepAll = equal(load<Zor8u, V>(mask + x), zero<Zor8u, V>());
-    keep[0] = keepAll;
-    for (int b = 1; b < blocks; ++b) {
-      keep[b] = equal(load<Zor8u, V>(mask + x + b * block), zero<Zor8u, V>());
-      keepAll = keepAll & keep[b];
-    }
-    if (isAll(keepAll)) return;
-    const std::ptrdiff_t offset = x * Bytes;
-    Zor8u* const to = dst + offset;
-    fetchAhead(to, distance, blocks * V * Bytes);
-    from.fetch(offset, distance, blocks * V * Bytes);
-    for (int b = 0; b < blocks; ++b)
-      widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u, V> k) {
-        if constexpr (Used < Bytes) k = k | keepRest;
-        store(to + V * j, select(k, load<Zor8u, V>(to + V * j), from.template vector<V>(offset, j)));
-      });
+  const Source held = source; // a copy that nobody else can see, so that what it holds stays in registers
+  const auto along = [=](const Zor8u* mask, Zor8u* dst, const auto& from) ZORI_INLINE {
+    const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
+      Vec<Zor8u, V> keep[blocks], keepAll = equal(load<Zor8u, V>(mask + x), zero<Zor8u, V>());
+      keep[0] = keepAll;
+      for (int b = 1; b < blocks; ++b) {
+        keep[b] = equal(load<Zor8u, V>(mask + x + b * block), zero<Zor8u, V>());
+        keepAll = keepAll & keep[b];
+      }
+      if (isAll(keepAll)) return;
+      const std::ptrdiff_t offset = x * Bytes;
+      Zor8u* const to = dst + offset;
+      fetchAhead(to, distance, blocks * V * Bytes);
+      from.fetch(offset, distance, blocks * V * Bytes);
+      for (int b = 0; b < blocks; ++b)
+        widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u, V> k) {
+          if constexpr (Used < Bytes) k = k | keepRest;
+          store(to + V * j, select(k, load<Zor8u, V>(to + V * j), from.template vector<V>(offset, j)));
+        });
+    };
+    constexpr int batch = Bytes <= 2 ? 4 / Bytes : 1; // blocks of few vectors go together
+    std::ptrdiff_t x = 0;
+    if constexpr (batch > 1)
+      for (; x + batch * block <= width; x += batch * block) mergeBlocks(x, std::integral_constant<int, batch>{});
+    // the last block may overlap the one before, to no effect
+    for (; x < width; x += block) mergeBlocks(x + block < width ? x : width - block, std::integral_constant<int, 1>{});
   };
-  constexpr int batch = Bytes <= 2 ? 4 / Bytes : 1; // blocks of few vectors go together
-  std::ptrdiff_t x = 0;
-  if constexpr (batch > 1)
-    for (; x + batch * block <= width; x += batch * block) mergeBlocks(x, std::integral_constant<int, batch>{});
-  // the last block may overlap the one before, to no effect
-  for (; x < width; x += block) mergeBlocks(x + block < width ? x : width - block, std::integral_constant<int, 1>{});
+  for (int y = 0; y < rows; ++y) along(masks[y], dsts[y], held.row(y));
+}
+
+// The first Used bytes of each selected pixel of Bytes bytes. Rows may be their own source.
+template <int Bytes, int Used, class Source>
+void mergeUnderMask(Rows<const Zor8u> mask, Rows<Zor8u> dst, std::ptrdiff_t width, int rows, const Source& source)
+{
+  if (width >= vectorBytes) return mergeRows<Bytes, Used, vectorBytes>(mask, dst, width, rows, source);
+  if (width >= 16) return mergeRows<Bytes, Used, 16>(mask, dst, width, rows, source);
+  for (int y = 0; y < rows; ++y) {
+    const Zor8u* selected = mask[y];
+    Zor8u* const to = dst[y];
+    const auto from = source.row(y);
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+      oneByOne(selected);
+      if (selected[x]) std::memcpy(to + x * Bytes, from.pixel(x * Bytes), Used);
+    }
+  }
 }
 
 } // namespace ZORI_WIDTH

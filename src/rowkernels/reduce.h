@@ -9,6 +9,8 @@
 //
 // What is missing to a whole vector at the end of a row is zero, or a pixel of the row again where `repeats` says so.
 // `orderFree`: rows may be joined; `placeFree`: a pixel may stand in any lane.
+//
+// Reducers exist at both widths, with the same results: rows shorter than a vector of 32 bytes go through those of 16.
 #pragma once
 
 #include "channels.h"
@@ -26,7 +28,8 @@ template <Layout L, class T, int Bytes = vectorBytes> struct PixelVectors {
   Vec<T, Bytes> channel[processed<L>];
 };
 
-template <Layout L, int Bytes = vectorBytes, class T> inline PixelVectors<L, T, Bytes> loadPixelVectors(const T* p)
+template <Layout L, int Bytes = vectorBytes, class T>
+ZORI_INLINE inline PixelVectors<L, T, Bytes> loadPixelVectors(const T* p)
 {
   PixelVectors<L, T, Bytes> pixels;
   if constexpr (L == C1) pixels.channel[0] = load<T, Bytes>(p);
@@ -41,7 +44,7 @@ template <Layout L, int Bytes = vectorBytes, class T> inline PixelVectors<L, T, 
 }
 
 // f(0), f(1) ... f(N - 1), each a constant.
-template <class F, int... j> inline void forConstants(std::integer_sequence<int, j...>, F f)
+template <class F, int... j> ZORI_INLINE inline void forConstants(std::integer_sequence<int, j...>, F f)
 {
   (f(std::integral_constant<int, j>{}), ...);
 }
@@ -63,7 +66,7 @@ template <Layout L, class T, bool Repeats> struct LastPixels {
   }
 };
 template <Layout L, class R, class T>
-inline PixelVectors<L, T, 16> loadLastPixels16(const T* from, std::ptrdiff_t count)
+ZORI_INLINE inline PixelVectors<L, T, 16> loadLastPixels16(const T* from, std::ptrdiff_t count)
 {
   if constexpr (L == C1 && !R::repeats) return {{loadPart16<T>(from, static_cast<std::size_t>(count) * sizeof(T))}};
   else if constexpr (L == C1 && R::placeFree)
@@ -83,19 +86,23 @@ template <class R, class T> inline Vec<T, 16> nothingBeside(Vec<T, 16> x)
 }
 
 // In their places, of vectors of 32 bytes each half by itself.
-template <Layout L, class R, class T> inline PixelVectors<L, T> loadLastPixels(const T* from, std::ptrdiff_t count)
+template <Layout L, class R, class T>
+ZORI_INLINE inline PixelVectors<L, T, R::bytes> loadLastPixels(const T* from, std::ptrdiff_t count)
 {
 #if ZORI_VECTOR_BYTES == 32
-  constexpr std::ptrdiff_t half = Vec<T, 16>::size;
-  const auto low = count >= half ? loadPixelVectors<L, 16>(from) : loadLastPixels16<L, R>(from, count);
-  PixelVectors<L, T> pixels;
-  if (count > half) {
-    const auto high = loadLastPixels16<L, R>(from + half * channels<L>, count - half);
-    for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], high.channel[k]);
-  } else {
-    for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], nothingBeside<R>(low.channel[k]));
-  }
-  return pixels;
+  if constexpr (R::bytes == 32) {
+    constexpr std::ptrdiff_t half = Vec<T, 16>::size;
+    const auto low = count >= half ? loadPixelVectors<L, 16>(from) : loadLastPixels16<L, R>(from, count);
+    PixelVectors<L, T> pixels;
+    if (count > half) {
+      const auto high = loadLastPixels16<L, R>(from + half * channels<L>, count - half);
+      for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], high.channel[k]);
+    } else {
+      for (int k = 0; k < processed<L>; ++k)
+        pixels.channel[k] = joined(low.channel[k], nothingBeside<R>(low.channel[k]));
+    }
+    return pixels;
+  } else return loadLastPixels16<L, R>(from, count);
 #else
   return loadLastPixels16<L, R>(from, count);
 #endif
@@ -115,52 +122,44 @@ template <class T, int Bytes = vectorBytes> inline Vec<T, Bytes> lastBytes(std::
   return load<T, Bytes>(steps.bytes + bytes);
 }
 
-// Rows of fewer pixels than a vector, for reducers that take a pixel in any place: the first and the last ones meet in
-// a vector, and those that are there twice count once.
+// Rows of fewer pixels than a vector of 16 bytes, for reducers that take a pixel in any place: the first and the last
+// ones meet in a vector, and those that are there twice count once.
 template <Layout L, class R, class T> struct ShortRow {
-  static constexpr std::ptrdiff_t half = Vec<T, 16>::size;
   std::ptrdiff_t width;
-  Vec<T> once;
+  Vec<T, 16> once;
 
-  explicit ShortRow(std::ptrdiff_t pixels) : width(pixels), once(lastBytes<T>(vectorBytes))
+  explicit ShortRow(std::ptrdiff_t pixels) : width(pixels), once(lastBytes<T, 16>(16))
   {
-    if (R::repeats || (L != C1 && pixels < half)) return;
+    if (R::repeats || L != C1) return;
     const std::ptrdiff_t bytes = pixels * std::ptrdiff_t{sizeof(T)}, part = greatestPowerOfTwo(bytes);
-    const auto from = [](std::ptrdiff_t n) { return lastBytes<T>(n < vectorBytes ? vectorBytes - n : 0); };
+    const auto from = [](std::ptrdiff_t n) { return lastBytes<T, 16>(n < 16 ? 16 - n : 0); };
     once = without(from(3 * part - bytes), from(2 * part)) | without(from(0), from(part));
   }
-  PixelVectors<L, T> operator()(const T* row) const
+  ZORI_INLINE PixelVectors<L, T, 16> operator()(const T* row) const
   {
-    PixelVectors<L, T> pixels;
-    if constexpr (L == C1) pixels.channel[0] = loadShort<T>(row, static_cast<std::size_t>(width) * sizeof(T));
+    if constexpr (L != C1) return loadLastPixels16<L, R>(row, width);
     else {
-#if ZORI_VECTOR_BYTES == 32
-      if (width < half) return loadLastPixels<L, R>(row, width);
-      const auto low = loadPixelVectors<L, 16>(row);
-      const auto high = loadPixelVectors<L, 16>(row + (width - half) * channels<L>);
-      for (int k = 0; k < processed<L>; ++k) pixels.channel[k] = joined(low.channel[k], high.channel[k]);
-#else
-      return loadLastPixels<L, R>(row, width);
-#endif
+      const auto x = loadShort16<T>(reinterpret_cast<const char*>(row), static_cast<std::size_t>(width) * sizeof(T));
+      return {{R::repeats ? x : x & once}};
     }
-    if constexpr (!R::repeats)
-      for (auto& x : pixels.channel) x = x & once;
-    return pixels;
   }
 };
 
 inline constexpr std::ptrdiff_t fetchedAhead = 1024; // in short rows too: the next one mostly follows
 
-template <Layout L, class R, class... T>
-[[gnu::noinline]] void reduceRows(R* reducers, std::ptrdiff_t width, int rows, Rows<const T>... image)
+// use(reducers) behind all rows, where make(bytes, k) gives the reducer of channel k. Both are done here and not by the
+// caller: reducers that pass through memory are copied in 32 bytes, which waits for what was written in 16.
+template <Layout L, int Bytes, class Make, class Use, class... T>
+[[gnu::noinline]] auto reduceRows(Make make, Use use, std::ptrdiff_t width, int rows, Rows<const T>... image)
 {
   const UpperHalvesCleared atTheEnd;
-  constexpr int n = processed<L>, groups = R::groups;
-  constexpr std::ptrdiff_t lanes = std::common_type_t<std::integral_constant<int, Vec<T>::size>...>::value;
-  R r[n]; // a copy of their own, so that they live in registers
-  for (int k = 0; k < n; ++k) r[k] = reducers[k];
+  using R = decltype(make(std::integral_constant<int, Bytes>{}, 0));
+  constexpr int n = processed<L>, groups = R::groups, bytes = Bytes;
+  constexpr std::ptrdiff_t lanes = std::common_type_t<std::integral_constant<int, Vec<T, bytes>::size>...>::value;
+  R r[n]; // live in registers
+  for (int k = 0; k < n; ++k) r[k] = make(std::integral_constant<int, bytes>{}, k);
 
-  const auto add = [&](int j, const PixelVectors<L, T>&... pixels) ZORI_INLINE {
+  const auto add = [&](int j, const PixelVectors<L, T, bytes>&... pixels) ZORI_INLINE {
     for (int k = 0; k < n; ++k) r[k].add(j, pixels.channel[k]...);
   };
 
@@ -168,27 +167,28 @@ template <Layout L, class R, class... T>
   const auto onlyLast = [](std::ptrdiff_t rest, auto pixels) ZORI_INLINE {
     using E = typename std::remove_reference_t<decltype(pixels.channel[0])>::Element;
     if constexpr (!R::repeats)
-      for (auto& x : pixels.channel) x = x & lastBytes<E>(rest * static_cast<std::ptrdiff_t>(sizeof(E)));
+      for (auto& x : pixels.channel) x = x & lastBytes<E, bytes>(rest * static_cast<std::ptrdiff_t>(sizeof(E)));
     return pixels;
   };
-  if constexpr (R::placeFree) {
+  if constexpr (R::placeFree && bytes == 16) {
     if (width < lanes) {
       const ShortRow<L, R, std::common_type_t<T...>> shortRow(width);
       for (int y = 0; y < rows; ++y) {
         add(0, shortRow(image[y])...);
         for (int k = 0; k < n; ++k) r[k].endRow();
       }
-    } else if (L == C1 && width <= 2 * lanes) {
+      return use(r);
+    }
+  }
+  if constexpr (R::placeFree && L == C1) {
+    if (width <= 2 * lanes) {
       const std::ptrdiff_t behind = width - lanes;
       for (int y = 0; y < rows; ++y) {
-        add(0, loadPixelVectors<L>(image[y])...);
-        if (behind != 0) add(1 % groups, onlyLast(behind, loadPixelVectors<L>(image[y] + behind))...);
+        add(0, loadPixelVectors<L, bytes>(image[y])...);
+        if (behind != 0) add(1 % groups, onlyLast(behind, loadPixelVectors<L, bytes>(image[y] + behind))...);
         r[0].endRow();
       }
-    }
-    if (width < lanes || (L == C1 && width <= 2 * lanes)) {
-      for (int k = 0; k < n; ++k) reducers[k] = r[k];
-      return;
+      return use(r);
     }
   }
 
@@ -201,8 +201,9 @@ template <Layout L, class R, class... T>
       const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
       for (; done < until; ++done) {
         if constexpr (groups > 1) (fetchAhead(row + x * channels<L>, fetchedAhead), ...);
-        forConstants(std::make_integer_sequence<int, groups>{},
-                     [&](auto j) ZORI_INLINE { add(j, loadPixelVectors<L>(row + (x + j * lanes) * channels<L>)...); });
+        forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) ZORI_INLINE {
+          add(j, loadPixelVectors<L, bytes>(row + (x + j * lanes) * channels<L>)...);
+        });
         x += groups * lanes;
       }
       if (done < rounds)
@@ -210,10 +211,10 @@ template <Layout L, class R, class... T>
     }
     // what is left: vectors, each with its own number, then a part of one
     forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) ZORI_INLINE {
-      if (x + lanes <= width) add(j, loadPixelVectors<L>(row + x * channels<L>)...);
+      if (x + lanes <= width) add(j, loadPixelVectors<L, bytes>(row + x * channels<L>)...);
       else if (x < width) {
         if constexpr (R::placeFree)
-          add(j, onlyLast(width - x, loadPixelVectors<L>(row + (width - lanes) * channels<L>))...);
+          add(j, onlyLast(width - x, loadPixelVectors<L, bytes>(row + (width - lanes) * channels<L>))...);
         else add(j, loadLastPixels<L, R>(row + x * channels<L>, width - x)...);
       }
       x += lanes;
@@ -221,27 +222,39 @@ template <Layout L, class R, class... T>
     for (int k = 0; k < n; ++k) r[k].endRow();
   };
   for (int y = 0; y < rows; ++y) alongRow(image[y]...);
-  for (int k = 0; k < n; ++k) reducers[k] = r[k];
+  return use(r);
 }
 
-// All rows; a region without gaps is one row where the order does not matter.
-template <Layout L, class R, class... T> void reduceRegion(R* reducers, ZorImgSize roi, Rows<const T>... image)
+// f of the width of the reducers for such rows, as a constant.
+template <class T, class F> ZORI_INLINE inline auto withReducerBytes(std::ptrdiff_t width, F f)
+{
+  if constexpr (vectorBytes > 16)
+    if (width < Vec<T>::size) return f(std::integral_constant<int, 16>{});
+  return f(std::integral_constant<int, vectorBytes>{});
+}
+
+// The same of a region. One without gaps is one row where the order does not matter.
+template <Layout L, class Make, class Use, class T, class... More>
+auto reduceRegion(ZorImgSize roi, Make make, Use use, Rows<const T> image, Rows<const More>... more)
 {
   std::ptrdiff_t width = roi.width;
   int height = roi.height;
   const auto contiguous = [&](auto rows) {
     return static_cast<long long>(width) * channels<L> * static_cast<int>(sizeof(*rows.first)) == rows.step;
   };
-  if (R::orderFree && height > 1 && (contiguous(image) && ...)) {
+  using Whole = decltype(make(std::integral_constant<int, vectorBytes>{}, 0));
+  if (Whole::orderFree && height > 1 && contiguous(image) && (contiguous(more) && ...)) {
     width *= height;
     height = 1;
   }
-  reduceRows<L>(reducers, width, height, image...);
+  return withReducerBytes<T>(
+    width, [&](auto bytes) { return reduceRows<L, bytes>(make, use, width, height, image, more...); });
 }
 
 // ---- Reducers of integers: exact, in any order ----
 
-struct IntegerReducer {
+template <int Bytes> struct IntegerReducer {
+  static constexpr int bytes = Bytes;
   static constexpr bool orderFree = true, placeFree = true, repeats = false;
   static constexpr int groups = 1;
   static constexpr std::ptrdiff_t capacity = PTRDIFF_MAX;
@@ -249,90 +262,90 @@ struct IntegerReducer {
   void endRow() {}
 };
 
-inline std::uint64_t lanesSum(Vec<std::uint64_t> x)
+template <int Bytes> inline std::uint64_t lanesSum(Vec<std::uint64_t, Bytes> x)
 {
-  std::uint64_t lanes[Vec<std::uint64_t>::size], sum = 0;
+  std::uint64_t lanes[Bytes / 8], sum = 0;
   store(lanes, x);
   for (const std::uint64_t lane : lanes) sum += lane;
   return sum;
 }
 
-template <class T> struct IntegerSum;
+template <class T, int Bytes = vectorBytes> struct IntegerSum;
 
-template <> struct IntegerSum<std::uint8_t> : IntegerReducer {
+template <int Bytes> struct IntegerSum<std::uint8_t, Bytes> : IntegerReducer<Bytes> {
   static constexpr int groups = 4;
-  Vec<std::uint64_t> total = zero<std::uint64_t>();
-  void add(int, Vec<std::uint8_t> x) { total += sumAbsDiff(x, zero<std::uint8_t>()); }
+  Vec<std::uint64_t, Bytes> total = zero<std::uint64_t, Bytes>();
+  void add(int, Vec<std::uint8_t, Bytes> x) { total += sumAbsDiff(x, zero<std::uint8_t, Bytes>()); }
   double value() const { return static_cast<double>(lanesSum(total)); }
 };
 
-template <> struct IntegerSum<std::uint16_t> : IntegerReducer {
+template <int Bytes> struct IntegerSum<std::uint16_t, Bytes> : IntegerReducer<Bytes> {
   static constexpr std::ptrdiff_t capacity = 32768; // two words a lane each time
-  Vec<std::uint32_t> lanes = zero<std::uint32_t>();
-  Vec<std::uint64_t> total = zero<std::uint64_t>();
-  void add(int, Vec<std::uint16_t> x)
+  Vec<std::uint32_t, Bytes> lanes = zero<std::uint32_t, Bytes>();
+  Vec<std::uint64_t, Bytes> total = zero<std::uint64_t, Bytes>();
+  void add(int, Vec<std::uint16_t, Bytes> x)
   {
-    const Vec<std::uint32_t> pairs = as<std::uint32_t>(x);
-    lanes += (pairs & splat<std::uint32_t>(0xffff)) + shiftRight<16>(pairs);
+    const Vec<std::uint32_t, Bytes> pairs = as<std::uint32_t>(x);
+    lanes += (pairs & splat<std::uint32_t, Bytes>(0xffff)) + shiftRight<16>(pairs);
   }
   void flush()
   {
     total += widenLowLocal(lanes) + widenHighLocal(lanes);
-    lanes = zero<std::uint32_t>();
+    lanes = zero<std::uint32_t, Bytes>();
   }
   void endRow() { flush(); }
   double value() const { return static_cast<double>(lanesSum(total)); }
 };
 
-template <> struct IntegerSum<std::int16_t> : IntegerReducer {
+template <int Bytes> struct IntegerSum<std::int16_t, Bytes> : IntegerReducer<Bytes> {
   static constexpr std::ptrdiff_t capacity = 32767;
-  Vec<std::int32_t> lanes = zero<std::int32_t>();
-  Vec<std::uint64_t> total = zero<std::uint64_t>(); // two's complement
-  void add(int, Vec<std::int16_t> x) { lanes += mulAddPairs(x, splat<std::int16_t>(1)); }
+  Vec<std::int32_t, Bytes> lanes = zero<std::int32_t, Bytes>();
+  Vec<std::uint64_t, Bytes> total = zero<std::uint64_t, Bytes>(); // two's complement
+  void add(int, Vec<std::int16_t, Bytes> x) { lanes += mulAddPairs(x, splat<std::int16_t, Bytes>(1)); }
   void flush()
   {
     total += as<std::uint64_t>(widenLowLocal(lanes)) + as<std::uint64_t>(widenHighLocal(lanes));
-    lanes = zero<std::int32_t>();
+    lanes = zero<std::int32_t, Bytes>();
   }
   void endRow() { flush(); }
   double value() const { return static_cast<double>(static_cast<std::int64_t>(lanesSum(total))); }
 };
 
 // Sums of squares of magnitudes.
-template <class T> struct SquareSum;
+template <class T, int Bytes = vectorBytes> struct SquareSum;
 
-template <> struct SquareSum<std::uint8_t> : IntegerReducer {
+template <int Bytes> struct SquareSum<std::uint8_t, Bytes> : IntegerReducer<Bytes> {
   static constexpr std::ptrdiff_t capacity = 16384; // four squares a lane each time
-  Vec<std::uint32_t> lanes = zero<std::uint32_t>();
-  Vec<std::uint64_t> total = zero<std::uint64_t>();
-  void add(int, Vec<std::uint8_t> x)
+  Vec<std::uint32_t, Bytes> lanes = zero<std::uint32_t, Bytes>();
+  Vec<std::uint64_t, Bytes> total = zero<std::uint64_t, Bytes>();
+  void add(int, Vec<std::uint8_t, Bytes> x)
   {
-    const Vec<std::int16_t> low = as<std::int16_t>(widenLowLocal(x)), high = as<std::int16_t>(widenHighLocal(x));
+    const Vec<std::int16_t, Bytes> low = as<std::int16_t>(widenLowLocal(x)), high = as<std::int16_t>(widenHighLocal(x));
     lanes += as<std::uint32_t>(mulAddPairs(low, low)) + as<std::uint32_t>(mulAddPairs(high, high));
   }
   void flush()
   {
     total += widenLowLocal(lanes) + widenHighLocal(lanes);
-    lanes = zero<std::uint32_t>();
+    lanes = zero<std::uint32_t, Bytes>();
   }
   void endRow() { flush(); }
   double value() const { return static_cast<double>(lanesSum(total)); }
 };
 
-template <> struct SquareSum<std::int16_t> : IntegerReducer { // of signed words
-  Vec<std::uint64_t> total = zero<std::uint64_t>();
-  void add(int, Vec<std::int16_t> x)
+template <int Bytes> struct SquareSum<std::int16_t, Bytes> : IntegerReducer<Bytes> { // of signed words
+  Vec<std::uint64_t, Bytes> total = zero<std::uint64_t, Bytes>();
+  void add(int, Vec<std::int16_t, Bytes> x)
   {
-    const Vec<std::uint32_t> pairs = as<std::uint32_t>(mulAddPairs(x, x)); // at most 2^31, without a sign
+    const Vec<std::uint32_t, Bytes> pairs = as<std::uint32_t>(mulAddPairs(x, x)); // at most 2^31, without a sign
     total += widenLowLocal(pairs) + widenHighLocal(pairs);
   }
   double value() const { return static_cast<double>(lanesSum(total)); }
 };
 
-template <> struct SquareSum<std::uint16_t> : IntegerReducer {
-  static constexpr std::ptrdiff_t capacity = IntegerSum<std::uint16_t>::capacity;
-  IntegerSum<std::uint16_t> low, high; // halves of the squares
-  void add(int j, Vec<std::uint16_t> x)
+template <int Bytes> struct SquareSum<std::uint16_t, Bytes> : IntegerReducer<Bytes> {
+  static constexpr std::ptrdiff_t capacity = IntegerSum<std::uint16_t, Bytes>::capacity;
+  IntegerSum<std::uint16_t, Bytes> low, high; // halves of the squares
+  void add(int j, Vec<std::uint16_t, Bytes> x)
   {
     low.add(j, mulLow(x, x));
     high.add(j, mulHigh(x, x));
@@ -353,27 +366,38 @@ template <> struct SquareSum<std::uint16_t> : IntegerReducer {
 //
 // Which of two zeros of floats comes out is a matter of the order, so that theirs is one at every width: pixel i of a
 // row belongs to place i mod 16.
-template <class T> inline constexpr int extremeGroups = std::is_same_v<T, float> ? 16 / Vec<float>::size : 2;
+template <class T, int Bytes>
+inline constexpr int extremeGroups = std::is_same_v<T, float> ? 16 / Vec<float, Bytes>::size : 2;
 
-template <class T, bool Greatest> struct Extreme : IntegerReducer {
+template <class T, bool Greatest, int Bytes = vectorBytes> struct Extreme : IntegerReducer<Bytes> {
   static constexpr bool placeFree = isInt<T>, repeats = true;
-  static constexpr int groups = extremeGroups<T>;
-  Vec<T> best[groups];
+  static constexpr int groups = extremeGroups<T, Bytes>;
+  Vec<T, Bytes> best[groups];
 
   Extreme() = default;
   explicit Extreme(T start)
   {
-    for (auto& b : best) b = splat(start);
+    for (auto& b : best) b = splat<T, Bytes>(start);
   }
-  void add(int j, Vec<T> x) { best[j] = Greatest ? max(x, best[j]) : min(x, best[j]); }
+  void add(int j, Vec<T, Bytes> x) { best[j] = Greatest ? max(x, best[j]) : min(x, best[j]); }
   T value() const
   {
     constexpr int lanesOf16 = Vec<T, 16>::size;
-    T places[groups * Vec<T>::size], lanes[lanesOf16];
-    for (int j = 0; j < groups; ++j) store(places + j * Vec<T>::size, best[j]);
+    T places[groups * Vec<T, Bytes>::size], lanes[lanesOf16];
+    for (int j = 0; j < groups; ++j) store(places + j * Vec<T, Bytes>::size, best[j]);
     Vec<T, 16> v = load<T, 16>(places);
-    for (const T* p = places + lanesOf16; p < places + groups * Vec<T>::size; p += lanesOf16)
+    for (const T* p = places + lanesOf16; p < places + groups * Vec<T, Bytes>::size; p += lanesOf16)
       v = Greatest ? max(load<T, 16>(p), v) : min(load<T, 16>(p), v);
+    if constexpr (isInt<T>) {
+      const auto folded = [](auto x, auto down) ZORI_INLINE {
+        const auto behind = bytesDown<down>(x);
+        return Greatest ? max(behind, x) : min(behind, x);
+      };
+      v = folded(folded(v, std::integral_constant<int, 8>{}), std::integral_constant<int, 4>{});
+      if constexpr (sizeof(T) <= 2) v = folded(v, std::integral_constant<int, 2>{});
+      if constexpr (sizeof(T) == 1) v = folded(v, std::integral_constant<int, 1>{});
+      return static_cast<T>(firstLane(as<std::uint32_t>(v)));
+    }
     store(lanes, v);
     T result = lanes[0];
     for (T lane : lanes) result = (Greatest ? lane > result : lane < result) ? lane : result;
@@ -381,15 +405,15 @@ template <class T, bool Greatest> struct Extreme : IntegerReducer {
   }
 };
 
-template <class T> struct BothExtremes : IntegerReducer {
+template <class T, int Bytes = vectorBytes> struct BothExtremes : IntegerReducer<Bytes> {
   static constexpr bool placeFree = isInt<T>, repeats = true;
-  static constexpr int groups = extremeGroups<T>;
-  Extreme<T, false> least;
-  Extreme<T, true> greatest;
+  static constexpr int groups = extremeGroups<T, Bytes>;
+  Extreme<T, false, Bytes> least;
+  Extreme<T, true, Bytes> greatest;
 
   BothExtremes() = default;
   BothExtremes(T leastStart, T greatestStart) : least(leastStart), greatest(greatestStart) {}
-  void add(int j, Vec<T> x)
+  void add(int j, Vec<T, Bytes> x)
   {
     least.add(j, x);
     greatest.add(j, x);
@@ -398,51 +422,47 @@ template <class T> struct BothExtremes : IntegerReducer {
 
 // ---- Sums of floats, whose order is part of the result ----
 
-struct OrderedReducer : IntegerReducer {
+template <int Bytes> struct OrderedReducer : IntegerReducer<Bytes> {
   static constexpr bool orderFree = false, placeFree = false;
 };
 
 // visit(four...) for the fours of vectors in their order.
-template <class Visit, class... V> inline void eachFour(Visit visit, V... x)
+template <class Visit, class... V> ZORI_INLINE inline void eachFour(Visit visit, V... x)
 {
-#if ZORI_VECTOR_BYTES == 32
-  visit(lowHalf(x)...);
-  visit(highHalf(x)...);
-#else
-  visit(x...);
-#endif
+  visit(sixteenBytes<0>(x)...);
+  if constexpr (((V::bytes == 32) && ...)) visit(sixteenBytes<(vectorBytes == 32)>(x)...);
 }
 
 // Pixel i of a row goes to lane i mod 16; the lanes of a row are added in pairs down to two, those in double to the
 // total.
-struct FastSum : OrderedReducer {
-  static constexpr int groups = 16 / Vec<float>::size;
-  Vec<float> lanes[groups];
+template <int Bytes> struct FastSum : OrderedReducer<Bytes> {
+  static constexpr int groups = 16 / Vec<float, Bytes>::size;
+  Vec<float, Bytes> lanes[groups];
   double total = 0;
   FastSum()
   {
-    for (auto& l : lanes) l = zero<float>();
+    for (auto& l : lanes) l = zero<float, Bytes>();
   }
-  void add(int j, Vec<float> x) { lanes[j] += x; }
+  void add(int j, Vec<float, Bytes> x) { lanes[j] += x; }
   void endRow()
   {
     float places[16];
-    for (int j = 0; j < groups; ++j) store(places + j * Vec<float>::size, lanes[j]);
+    for (int j = 0; j < groups; ++j) store(places + j * Vec<float, Bytes>::size, lanes[j]);
     const F32x4 four = (load<float, 16>(places) + load<float, 16>(places + 4)) +
                        (load<float, 16>(places + 8) + load<float, 16>(places + 12));
     const F32x4 two = four + shuffle<3, 2, 3, 2>(four, four);
     total += static_cast<double>(firstLane(two));
     total += static_cast<double>(firstLane(shuffle<1, 1, 1, 1>(two, two)));
-    for (auto& l : lanes) l = zero<float>();
+    for (auto& l : lanes) l = zero<float, Bytes>();
   }
   double value() const { return total; }
 };
 
 // Pixel i of a row goes to lane i mod 4; the row's total is (l0 + l1) + (l2 + l3).
-struct FastRowSum : OrderedReducer {
+template <int Bytes> struct FastRowSum : OrderedReducer<Bytes> {
   F32x4 lanes = zero<float, 16>();
   double total = 0;
-  void add(int, Vec<float> x)
+  void add(int, Vec<float, Bytes> x)
   {
     eachFour([this](F32x4 four) { lanes += four; }, x);
   }
@@ -457,9 +477,9 @@ struct FastRowSum : OrderedReducer {
 };
 
 // Double accumulators for the even and for the odd positions of a row; they go on from row to row.
-struct AccurateSum : OrderedReducer {
+template <int Bytes> struct AccurateSum : OrderedReducer<Bytes> {
   F64x2 total = zero<double, 16>();
-  void add(int, Vec<float> x)
+  void add(int, Vec<float, Bytes> x)
   {
     eachFour([this](F32x4 four) { add2(toDoubleLow(four), toDoubleHigh(four)); }, x);
   }
@@ -477,9 +497,9 @@ struct AccurateSum : OrderedReducer {
 };
 
 // One double accumulator, pixel after pixel.
-struct AccurateChannelSum : OrderedReducer {
+template <int Bytes> struct AccurateChannelSum : OrderedReducer<Bytes> {
   double total = 0;
-  void add(int, Vec<float> x)
+  void add(int, Vec<float, Bytes> x)
   {
     eachFour([this](F32x4 four) { add2(toDoubleLow(four), toDoubleHigh(four)); }, x);
   }
@@ -492,7 +512,8 @@ struct AccurateChannelSum : OrderedReducer {
   }
   double value() const { return total; }
 };
-template <Layout L> using AccurateSumOf = std::conditional_t<L == C1, AccurateSum, AccurateChannelSum>;
+template <Layout L, int Bytes>
+using AccurateSumOf = std::conditional_t<L == C1, AccurateSum<Bytes>, AccurateChannelSum<Bytes>>;
 
 } // namespace ZORI_WIDTH
 } // namespace zori

@@ -7,26 +7,27 @@ namespace zori {
 namespace {
 
 // Masks of all ones count as -1. Bytes are widened before 255 of them have met in a lane.
-template <class T> struct RangeCount : IntegerReducer {
+template <class T, int Bytes> struct RangeCount : IntegerReducer<Bytes> {
   using Lane = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::uint32_t>;
   static constexpr std::ptrdiff_t capacity = sizeof(T) == 1 ? 255 : PTRDIFF_MAX;
   T lower{}, upper{};
-  Vec<Lane> lanes = zero<Lane>();
+  Vec<Lane, Bytes> lanes = zero<Lane, Bytes>();
   std::uint64_t total = 0, places = 0;
 
-  void add(int, Vec<T> x)
+  void add(int, Vec<T, Bytes> x)
   {
-    places += Vec<T>::size;
-    Vec<Lane> inside;
-    if constexpr (sizeof(T) == 1) inside = equal(min(max(x, splat(lower)), splat(upper)), x);
-    else inside = as<Lane>(lessEqual(splat(lower), x) & lessEqual(x, splat(upper)));
+    places += Vec<T, Bytes>::size;
+    Vec<Lane, Bytes> inside;
+    const auto least = splat<T, Bytes>(lower), greatest = splat<T, Bytes>(upper);
+    if constexpr (sizeof(T) == 1) inside = equal(min(max(x, least), greatest), x);
+    else inside = as<Lane>(lessEqual(least, x) & lessEqual(x, greatest));
     lanes -= inside;
   }
   void flush()
   {
-    if constexpr (sizeof(T) == 1) total += lanesSum(sumAbsDiff(lanes, zero<std::uint8_t>()));
+    if constexpr (sizeof(T) == 1) total += lanesSum(sumAbsDiff(lanes, zero<std::uint8_t, Bytes>()));
     else total += lanesSum(widenLow(lanes) + widenHigh(lanes));
-    lanes = zero<Lane>();
+    lanes = zero<Lane, Bytes>();
   }
   void endRow() { flush(); }
 };
@@ -36,21 +37,24 @@ ZorStatus countRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, int* count
 {
   if (auto s = firstFailure(nonNull(pSrc, count, lower, upper), positive(srcStep), nonEmpty(roiSize)); s != ZorOk)
     return s;
-  RangeCount<T> reducers[processed<L>];
-  for (int k = 0; k < processed<L>; ++k) {
-    reducers[k].lower = get<T>(lower + k);
-    reducers[k].upper = get<T>(upper + k);
-    if (reducers[k].lower > reducers[k].upper) return ZorErrRange;
-  }
-  const Rows src{pSrc, srcStep};
-  reduceRows<L>(reducers, roiSize.width, roiSize.height, src);
-  // the zeros that stand in places without a pixel may lie in the range
-  const std::uint64_t pixels = static_cast<std::uint64_t>(roiSize.width) * static_cast<unsigned>(roiSize.height);
-  for (int k = 0; k < processed<L>; ++k) {
-    const bool zeroCounts = reducers[k].lower <= T(0) && T(0) <= reducers[k].upper;
-    count[k] =
-      static_cast<int>(static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? reducers[k].places - pixels : 0)));
-  }
+  for (int k = 0; k < processed<L>; ++k)
+    if (get<T>(lower + k) > get<T>(upper + k)) return ZorErrRange;
+  const auto make = [=](auto bytes, int k) {
+    RangeCount<T, bytes> r;
+    r.lower = get<T>(lower + k);
+    r.upper = get<T>(upper + k);
+    return r;
+  };
+  const auto use = [=](const auto& reducers) {
+    // the zeros that stand in places without a pixel may lie in the range
+    const std::uint64_t pixels = static_cast<std::uint64_t>(roiSize.width) * static_cast<unsigned>(roiSize.height);
+    for (int k = 0; k < processed<L>; ++k) {
+      const bool zeroCounts = reducers[k].lower <= T(0) && T(0) <= reducers[k].upper;
+      count[k] = static_cast<int>(
+        static_cast<std::uint32_t>(reducers[k].total - (zeroCounts ? reducers[k].places - pixels : 0)));
+    }
+  };
+  reduceRegion<L>(roiSize, make, use, Rows{pSrc, srcStep});
   return ZorOk;
 }
 

@@ -25,10 +25,11 @@ template <class T, Layout L, bool Greatest>
 ZorStatus extremeRegion(const T* pSrc, int srcStep, ZorImgSize roiSize, T* result)
 {
   if (auto s = firstFailure(nonNull(pSrc, result), nonEmpty(roiSize)); s != ZorOk) return s;
-  Extreme<T, Greatest> reducers[processed<L>];
-  for (auto& r : reducers) r = Extreme<T, Greatest>(worst<T, Greatest>());
-  reduceRegion<L>(reducers, roiSize, Rows{pSrc, srcStep});
-  for (int k = 0; k < processed<L>; ++k) result[k] = reducers[k].value();
+  const auto make = [](auto bytes, int) { return Extreme<T, Greatest, bytes>(worst<T, Greatest>()); };
+  const auto use = [=](const auto& reducers) {
+    for (int k = 0; k < processed<L>; ++k) result[k] = reducers[k].value();
+  };
+  reduceRegion<L>(roiSize, make, use, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
@@ -36,36 +37,41 @@ template <class T, Layout L>
 ZorStatus bothExtremes(const T* pSrc, int srcStep, ZorImgSize roiSize, T* least, T* greatest)
 {
   if (auto s = firstFailure(nonNull(pSrc, least, greatest), nonEmpty(roiSize)); s != ZorOk) return s;
-  BothExtremes<T> reducers[processed<L>];
-  for (auto& r : reducers) r = BothExtremes<T>(worst<T, false>(), worst<T, true>());
-  reduceRegion<L>(reducers, roiSize, Rows{pSrc, srcStep});
-  for (int k = 0; k < processed<L>; ++k) {
-    least[k] = reducers[k].least.value();
-    greatest[k] = reducers[k].greatest.value();
-  }
+  const auto make = [](auto bytes, int) { return BothExtremes<T, bytes>(worst<T, false>(), worst<T, true>()); };
+  const auto use = [=](const auto& reducers) {
+    for (int k = 0; k < processed<L>; ++k) {
+      least[k] = reducers[k].least.value();
+      greatest[k] = reducers[k].greatest.value();
+    }
+  };
+  reduceRegion<L>(roiSize, make, use, Rows{pSrc, srcStep});
   return ZorOk;
 }
 
-template <class T, Layout L, bool Greatest>
-ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* result, int* indexX, int* indexY)
+template <class T, Layout L, bool Greatest, int Bytes>
+void findExtreme(const T* pSrc, int srcStep, ZorImgSize roiSize, T* result, int* indexX, int* indexY)
 {
-  if (auto s = firstFailure(nonNull(pSrc, result, indexX, indexY), nonEmpty(roiSize)); s != ZorOk) return s;
   constexpr int n = processed<L>;
   constexpr bool fromFirstPixel = std::is_same_v<T, Zor16s> || (std::is_same_v<T, Zor32f> && L != C1);
   const Rows src{pSrc, srcStep};
   T best[n];
   int bestRow[n] = {};
   for (int k = 0; k < n; ++k) best[k] = fromFirstPixel ? get<T>(pSrc + k) : worst<T, Greatest>();
+  const auto from = [](const T* start) {
+    return [start](auto bytes, int k) { return Extreme<T, Greatest, bytes>(start[k]); };
+  };
+  T found[n];
+  const auto toFound = [&found](const auto& reducers) {
+    for (int k = 0; k < n; ++k) found[k] = reducers[k].value();
+  };
   const int band = isInt<T> ? static_cast<int>(std::clamp<long long>(
                                 2048 / (static_cast<long long>(roiSize.width) * channels<L> * sizeof(T)), 1, 16))
                             : 1;
   for (int y = 0; y < roiSize.height; y += band) {
-    Extreme<T, Greatest> reducers[n];
-    for (int k = 0; k < n; ++k) reducers[k] = Extreme<T, Greatest>(best[k]);
-    reduceRows<L>(reducers, roiSize.width, std::min(band, roiSize.height - y), fromRow(src, y));
+    reduceRows<L, Bytes>(from(best), toFound, roiSize.width, std::min(band, roiSize.height - y), fromRow(src, y));
     bool final = !std::is_same_v<T, Zor32f>; // no better value exists in any channel
     for (int k = 0; k < n; ++k) {
-      const T value = reducers[k].value();
+      const T value = found[k];
       if (Greatest ? value > best[k] : value < best[k]) {
         best[k] = value;
         bestRow[k] = y;
@@ -74,13 +80,13 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
     }
     if (final) break;
   }
+  T worsts[n];
+  for (T& x : worsts) x = worst<T, Greatest>();
   if (band > 1)
     for (int k = 0; k < n; ++k)
       for (const int end = std::min(bestRow[k] + band, roiSize.height); bestRow[k] < end - 1; ++bestRow[k]) {
-        Extreme<T, Greatest> reducers[n];
-        for (auto& r : reducers) r = Extreme<T, Greatest>(worst<T, Greatest>());
-        reduceRows<L>(reducers, roiSize.width, 1, fromRow(src, bestRow[k]));
-        if (reducers[k].value() == best[k]) break;
+        reduceRows<L, Bytes>(from(worsts), toFound, roiSize.width, 1, fromRow(src, bestRow[k]));
+        if (found[k] == best[k]) break;
       }
   for (int k = 0; k < n; ++k) {
     const T* row = src[bestRow[k]] + k;
@@ -90,6 +96,15 @@ ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* re
     indexX[k] = x < roiSize.width ? x : 0; // none: only infinities beyond the start
     indexY[k] = bestRow[k];
   }
+}
+
+template <class T, Layout L, bool Greatest>
+ZorStatus extremeWithIndex(const T* pSrc, int srcStep, ZorImgSize roiSize, T* result, int* indexX, int* indexY)
+{
+  if (auto s = firstFailure(nonNull(pSrc, result, indexX, indexY), nonEmpty(roiSize)); s != ZorOk) return s;
+  withReducerBytes<T>(roiSize.width, [=](auto bytes) {
+    findExtreme<T, L, Greatest, bytes>(pSrc, srcStep, roiSize, result, indexX, indexY);
+  });
   return ZorOk;
 }
 

@@ -62,7 +62,7 @@ template <Layout L, class A, class T> void sumRow(const T* row, int width, RowSu
       for (int i = 0; !direct && i < blocks * blockPixels; i += lanes) {
         PixelVectors<L, T> v;
         if (i + lanes <= pixels) v = loadPixelVectors<L>(row + i * channels<L>);
-        else if (i < pixels) v = loadLastPixels<L, IntegerReducer>(row + i * channels<L>, pixels - i);
+        else if (i < pixels) v = loadLastPixels<L, IntegerReducer<vectorBytes>>(row + i * channels<L>, pixels - i);
         else
           for (auto& c : v.channel) c = zero<T>();
         for (int k = 0; k < n; ++k) storeAligned(planes[k] + i, v.channel[k]);

@@ -24,13 +24,13 @@ enum class Norm { Inf, L1, L2 };
 
 template <class T> using Magnitude = std::conditional_t<std::is_same_v<T, Zor16s>, Zor16u, T>;
 
-template <class T> inline Vec<Magnitude<T>> magnitude(Vec<T> a)
+template <class T, int B> inline Vec<Magnitude<T>, B> magnitude(Vec<T, B> a)
 {
   if constexpr (std::is_same_v<T, Zor32f>) return abs(a);
   else if constexpr (isSigned<T>) return as<Zor16u>((a ^ signs(a)) - signs(a)); // |-32768| is 32768
   else return a;
 }
-template <class T> inline Vec<Magnitude<T>> magnitude(Vec<T> a, Vec<T> b)
+template <class T, int B> inline Vec<Magnitude<T>, B> magnitude(Vec<T, B> a, Vec<T, B> b)
 {
   if constexpr (std::is_same_v<T, Zor32f>) return abs(a - b);
   else if constexpr (isSigned<T>) return as<Zor16u>(max(a, b) - min(a, b));
@@ -43,29 +43,28 @@ template <class R> struct OfMagnitudes : R {
   template <class... V> void add(int j, V... x) { R::add(j, magnitude(x...)); }
 };
 
-template <class T> struct GreatestMagnitude : Extreme<Magnitude<T>, true> {
-  GreatestMagnitude() : Extreme<Magnitude<T>, true>(Magnitude<T>(0)) {}
-  double value() const { return static_cast<double>(Extreme<Magnitude<T>, true>::value()); }
+template <class T, int Bytes> struct GreatestMagnitude : Extreme<Magnitude<T>, true, Bytes> {
+  using Greatest = Extreme<Magnitude<T>, true, Bytes>;
+  GreatestMagnitude() : Greatest(Magnitude<T>(0)) {}
+  double value() const { return static_cast<double>(Greatest::value()); }
 };
 
-struct FastSquareSum : FastRowSum {
+template <int Bytes> struct FastSquareSum : FastRowSum<Bytes> {
   template <class... V> void add(int j, V... x)
   {
-    const Vec<float> m = magnitude(x...);
-    FastRowSum::add(j, m * m);
+    const auto m = magnitude(x...);
+    FastRowSum<Bytes>::add(j, m * m);
   }
 };
 
 // Words keep their sign where only squares are wanted.
-struct WordSquareSum : SquareSum<Zor16s> {
-  void add(int j, Vec<Zor16s> a) { SquareSum<Zor16s>::add(j, a); }
-};
+template <int Bytes> struct WordSquareSum : SquareSum<Zor16s, Bytes> {};
 
 inline F64x2 abs(F64x2 a) { return without(a, splat<double, 16>(-0.0)); }
 inline F64x2 difference(F64x2 a) { return a; }
 inline F64x2 difference(F64x2 a, F64x2 b) { return a - b; }
 
-template <Norm N, Layout L> struct Accurate : AccurateSumOf<L> {
+template <Norm N, Layout L, int Bytes> struct Accurate : AccurateSumOf<L, Bytes> {
   template <class... V> void add(int, V... x)
   {
     eachFour([this](auto... four) { this->addFour(four...); }, x...);
@@ -79,22 +78,22 @@ template <Norm N, Layout L> struct Accurate : AccurateSumOf<L> {
 };
 
 // The reducer of Images images; its value is the norm but for the root of L2.
-template <Norm N, class T, Layout L, int Images, bool IsAccurate> auto reducerOf()
+template <Norm N, class T, Layout L, int Images, bool IsAccurate, int Bytes> auto reducerOf()
 {
-  if constexpr (N == Norm::Inf) return OfMagnitudes<GreatestMagnitude<T>>{};
-  else if constexpr (IsAccurate) return Accurate<N, L>{};
+  if constexpr (N == Norm::Inf) return OfMagnitudes<GreatestMagnitude<T, Bytes>>{};
+  else if constexpr (IsAccurate) return Accurate<N, L, Bytes>{};
   else if constexpr (std::is_same_v<T, Zor32f>) {
-    if constexpr (N == Norm::L1) return OfMagnitudes<FastRowSum>{};
-    else return FastSquareSum{};
-  } else if constexpr (N == Norm::L1) return OfMagnitudes<IntegerSum<Magnitude<T>>>{};
-  else if constexpr (std::is_same_v<T, Zor16s> && Images == 1) return WordSquareSum{};
-  else return OfMagnitudes<SquareSum<Magnitude<T>>>{};
+    if constexpr (N == Norm::L1) return OfMagnitudes<FastRowSum<Bytes>>{};
+    else return FastSquareSum<Bytes>{};
+  } else if constexpr (N == Norm::L1) return OfMagnitudes<IntegerSum<Magnitude<T>, Bytes>>{};
+  else if constexpr (std::is_same_v<T, Zor16s> && Images == 1) return WordSquareSum<Bytes>{};
+  else return OfMagnitudes<SquareSum<Magnitude<T>, Bytes>>{};
 }
-template <Norm N, class T, Layout L, int Images, bool IsAccurate>
-using Reducer = decltype(reducerOf<N, T, L, Images, IsAccurate>());
+template <Norm N, class T, Layout L, int Images, bool IsAccurate, int Bytes>
+using Reducer = decltype(reducerOf<N, T, L, Images, IsAccurate, Bytes>());
 
 // The difference of two images and the second image alone, in one pass.
-template <class Numerator, class Denominator> struct NumeratorAndDenominator : IntegerReducer {
+template <class Numerator, class Denominator> struct NumeratorAndDenominator : IntegerReducer<Numerator::bytes> {
   static constexpr bool orderFree = Numerator::orderFree, placeFree = Numerator::placeFree, repeats = false;
   static constexpr int groups = Numerator::groups;
   static constexpr std::ptrdiff_t capacity =
@@ -120,23 +119,28 @@ template <class Numerator, class Denominator> struct NumeratorAndDenominator : I
 
 // ---- Norms of one image or of a difference ----
 
-template <class R, Layout L, class... T> void measure(ZorImgSize roi, Zor64f* out, bool root, Rows<const T>... image)
+template <Norm N, Layout L, bool IsAccurate, class... T>
+void measure(ZorImgSize roi, Zor64f* out, Rows<const T>... image)
 {
-  R reducers[processed<L>];
-  reduceRegion<L>(reducers, roi, image...);
-  for (int k = 0; k < processed<L>; ++k) out[k] = root ? std::sqrt(reducers[k].value()) : reducers[k].value();
+  using S = std::common_type_t<T...>;
+  const auto make = [](auto bytes, int) { return Reducer<N, S, L, sizeof...(T), IsAccurate, bytes>{}; };
+  const auto use = [=](const auto& reducers) {
+    for (int k = 0; k < processed<L>; ++k)
+      out[k] = N == Norm::L2 ? std::sqrt(reducers[k].value()) : reducers[k].value();
+  };
+  reduceRegion<L>(roi, make, use, image...);
 }
 
 // Wide 8u regions are cut into strips, whose norms are squared and added: the root of the sum is the result.
-template <class R, Layout L, class... T> void measureStrips(ZorImgSize roi, Zor64f* out, Rows<const T>... image)
+template <Layout L, class... T> void measureStrips(ZorImgSize roi, Zor64f* out, Rows<const T>... image)
 {
   constexpr int stripWidth = normStripWidth;
   double sums[processed<L>] = {};
   for (int x = 0; x < roi.width; x += stripWidth) {
     const ZorImgSize strip{roi.width - x < stripWidth ? roi.width - x : stripWidth, roi.height};
     double norms[processed<L>];
-    measure<R, L>(strip, norms, true,
-                  Rows<const T>{image.first + static_cast<std::ptrdiff_t>(x) * channels<L>, image.step}...);
+    measure<Norm::L2, L, false>(
+      strip, norms, Rows<const T>{image.first + static_cast<std::ptrdiff_t>(x) * channels<L>, image.step}...);
     for (int k = 0; k < processed<L>; ++k) sums[k] += norms[k] * norms[k];
     if (strip.width < stripWidth) break;
   }
@@ -146,13 +150,11 @@ template <class R, Layout L, class... T> void measureStrips(ZorImgSize roi, Zor6
 template <Norm N, Layout L, class... T> void norms(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<const T>... image)
 {
   using S = std::common_type_t<T...>;
-  constexpr int images = sizeof...(T);
-  constexpr bool root = N == Norm::L2;
   if constexpr (std::is_same_v<S, Zor32f> && N != Norm::Inf)
-    if (hint == ZorHintAccurate) return measure<Reducer<N, S, L, images, true>, L>(roi, out, root, image...);
-  if constexpr (std::is_same_v<S, Zor8u> && root)
-    if (roi.width > normStripWidth) return measureStrips<Reducer<N, S, L, images, false>, L>(roi, out, image...);
-  measure<Reducer<N, S, L, images, false>, L>(roi, out, root, image...);
+    if (hint == ZorHintAccurate) return measure<N, L, true>(roi, out, image...);
+  if constexpr (std::is_same_v<S, Zor8u> && N == Norm::L2)
+    if (roi.width > normStripWidth) return measureStrips<L>(roi, out, image...);
+  measure<N, L, false>(roi, out, image...);
 }
 
 // ---- Relative norms ----
@@ -224,25 +226,29 @@ ZorStatus quotientsComposed(ZorImgSize roi, Zor64f* out, ZorHint hint, Rows<cons
 template <Norm N, Layout L, bool IsAccurate, class T>
 ZorStatus quotientsTogether(ZorImgSize roi, Zor64f* out, Rows<const T> a, Rows<const T> b)
 {
-  constexpr int n = processed<L>;
-  NumeratorAndDenominator<Reducer<N, T, L, 2, IsAccurate>, Reducer<N, T, L, 1, IsAccurate>> reducers[n];
-  reduceRegion<L>(reducers, roi, a, b);
-  bool anyVanishes = false;
-  for (auto& r : reducers) anyVanishes = anyVanishes || vanishes(r.denominator.value());
-  if (anyVanishes) {
-    constexpr RelativeRule rule = relativeRule<T, L>;
-    constexpr Left left = N == Norm::Inf ? rule.leftOfInf : N == Norm::L2 ? rule.leftOfL2 : Left::Numerators;
-    for (int k = 0; k < n && left != Left::Nothing; ++k) {
-      const double numerator = reducers[k].numerator.value();
-      out[k] = N == Norm::L2 && left != Left::NotRooted ? std::sqrt(numerator) : numerator;
+  const auto make = [](auto bytes, int) {
+    return NumeratorAndDenominator<Reducer<N, T, L, 2, IsAccurate, bytes>, Reducer<N, T, L, 1, IsAccurate, bytes>>{};
+  };
+  const auto use = [=](const auto& reducers) {
+    constexpr int n = processed<L>;
+    bool anyVanishes = false;
+    for (auto& r : reducers) anyVanishes = anyVanishes || vanishes(r.denominator.value());
+    if (anyVanishes) {
+      constexpr RelativeRule rule = relativeRule<T, L>;
+      constexpr Left left = N == Norm::Inf ? rule.leftOfInf : N == Norm::L2 ? rule.leftOfL2 : Left::Numerators;
+      for (int k = 0; k < n && left != Left::Nothing; ++k) {
+        const double numerator = reducers[k].numerator.value();
+        out[k] = N == Norm::L2 && left != Left::NotRooted ? std::sqrt(numerator) : numerator;
+      }
+      return ZorWarnDivByZero;
     }
-    return ZorWarnDivByZero;
-  }
-  for (int k = 0; k < n; ++k) {
-    const double quotient = reducers[k].numerator.value() / reducers[k].denominator.value();
-    out[k] = N == Norm::L2 ? std::sqrt(quotient) : quotient;
-  }
-  return ZorOk;
+    for (int k = 0; k < n; ++k) {
+      const double quotient = reducers[k].numerator.value() / reducers[k].denominator.value();
+      out[k] = N == Norm::L2 ? std::sqrt(quotient) : quotient;
+    }
+    return ZorOk;
+  };
+  return reduceRegion<L>(roi, make, use, a, b);
 }
 
 template <Norm N, Layout L, bool IsAccurate, class T>
@@ -303,10 +309,12 @@ using namespace zori;
 ZorStatus zoriNorm_Inf_32s_C1R(const Zor32s* pSrc, int srcStep, ZorImgSize roiSize, Zor64f* pNorm)
 {
   if (auto s = normChecks<Zor32s>(roiSize, positive(srcStep), pSrc, pNorm); s != ZorOk) return s;
-  BothExtremes<Zor32s> extremes(0, 0);
-  reduceRegion<C1>(&extremes, roiSize, Rows{pSrc, srcStep});
-  const double least = extremes.least.value(), greatest = extremes.greatest.value();
-  *pNorm = -least > greatest ? -least : greatest;
+  const auto make = [](auto bytes, int) { return BothExtremes<Zor32s, bytes>(0, 0); };
+  const auto use = [=](const auto& extremes) {
+    const double least = extremes[0].least.value(), greatest = extremes[0].greatest.value();
+    *pNorm = -least > greatest ? -least : greatest;
+  };
+  reduceRegion<C1>(roiSize, make, use, Rows{pSrc, srcStep});
   return ZorOk;
 }
 

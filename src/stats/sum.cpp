@@ -10,18 +10,17 @@
 namespace zori {
 namespace {
 
-template <class R, Layout L, class T> void sumWith(Rows<const T> src, ZorImgSize roi, Zor64f* sum)
-{
-  R reducers[processed<L>];
-  reduceRegion<L>(reducers, roi, src);
-  for (int k = 0; k < processed<L>; ++k) sum[k] = reducers[k].value();
-}
-
 template <class T, Layout L> void sumImage(Rows<const T> src, ZorImgSize roi, Zor64f* sum, ZorHint hint)
 {
-  if constexpr (!std::is_same_v<T, Zor32f>) sumWith<IntegerSum<T>, L>(src, roi, sum);
-  else if (hint == ZorHintAccurate) sumWith<AccurateSumOf<L>, L>(src, roi, sum);
-  else sumWith<FastSum, L>(src, roi, sum);
+  const auto sumWith = [=](auto make) {
+    const auto use = [=](const auto& reducers) {
+      for (int k = 0; k < processed<L>; ++k) sum[k] = reducers[k].value();
+    };
+    reduceRegion<L>(roi, make, use, src);
+  };
+  if constexpr (!std::is_same_v<T, Zor32f>) sumWith([](auto bytes, int) { return IntegerSum<T, bytes>{}; });
+  else if (hint == ZorHintAccurate) sumWith([](auto bytes, int) { return AccurateSumOf<L, bytes>{}; });
+  else sumWith([](auto bytes, int) { return FastSum<bytes>{}; });
 }
 
 template <class T, Layout L>
