@@ -6,8 +6,9 @@
 // row to row (the operation's constants, which of the ways below a length takes) is settled once, and a small region
 // costs one call.
 //
-//   - whole vectors run from the start of the row, or, in long rows, from the first aligned address of the destination.
-//     The last one ends with the row and overlaps the one before it, as the first one does the second; of two that
+//   - whole vectors run from the start of the row, or, in long rows, from the first aligned address of the destination,
+//     whose lines are fetched ahead where the region is large (fetch.h).
+//     The last vector ends with the row and overlaps the one before it, as the first one does the second; of two that
 //     overlap both are formed before one is stored. So no element loop is left, and a row may be its own source;
 //   - a row shorter than a vector goes through one that holds its first and its last elements, so many of each as a
 //     power of two: the two parts overlap, and no other element is ever looked at.
@@ -244,29 +245,46 @@ template <class T> inline std::ptrdiff_t elementsToAlignment(const T* p)
 // those for the call would be read sooner than it is written.
 template <class Op> using Passed = std::conditional_t<(alignof(Op) > 16), const Op&, Op>;
 
-// A row of a vector or more.
-template <int Period, bool IsLongOp, class D, class At, class Fetch>
-ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, At at, Fetch fetch)
+// Vectors that stand side by side, in the order of their addresses, so that a cache line is written in one go.
+template <class T, class... V> ZORI_INLINE inline void storeSideBySide(T* p, bool streams, Vec<T> first, V... others)
+{
+  if (streams) {
+    stream(p, first);
+    ((stream(p += Vec<T>::size, others)), ...);
+  } else {
+    store(p, first);
+    ((storesInOrder(), store(p += Vec<T>::size, others)), ...);
+  }
+}
+
+template <class T> inline bool isAligned(const T* p) { return reinterpret_cast<std::uintptr_t>(p) % vectorBytes == 0; }
+
+// The element behind the first aligned vector of a long row, where its loop begins: what is in front of that vector
+// goes as the row's first one, which overlaps it. 0 where no such place is at the start of a period.
+template <int Period, class D> inline std::ptrdiff_t loopBegin(const D* dst, std::ptrdiff_t length)
 {
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
-  std::ptrdiff_t i = 0;
-  if (length >= alignedFrom * lanes && Period == 1) { // to the first aligned address
-    const std::ptrdiff_t head = elementsToAlignment(dst);
-    const Vec<D> first = at(0), second = at(head);
+  if (length < alignedFrom * lanes) return 0;
+  const std::ptrdiff_t head = elementsToAlignment(dst);
+  return head % Period ? 0 : head + lanes;
+}
+
+// A row of a vector or more.
+template <int Period, bool IsLongOp, class D, class W, class At>
+ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, const W& writing, At at)
+{
+  constexpr std::ptrdiff_t lanes = Vec<D>::size;
+  std::ptrdiff_t i = loopBegin<Period>(dst, length);
+  if (i != 0) {
+    const Vec<D> first = at(0), second = at(i - lanes);
     store(dst, first);
-    store(dst + head, second);
-    i = head + lanes;
+    store(dst + i - lanes, second);
   }
+  const bool streams = writing.streams && isAligned(dst + i);
   for (; !IsLongOp && i + 5 * lanes <= length; i += 4 * lanes) {
-    fetch(i, 4 * vectorBytes);
+    fetchAhead(dst + i, writing.ahead, 4 * vectorBytes);
     const Vec<D> a = at(i), b = at(i + lanes), c = at(i + 2 * lanes), d = at(i + 3 * lanes);
-    store(dst + i, a);
-    storesInOrder();
-    store(dst + i + lanes, b);
-    storesInOrder();
-    store(dst + i + 2 * lanes, c);
-    storesInOrder();
-    store(dst + i + 3 * lanes, d);
+    storeSideBySide(dst + i, streams, a, b, c, d);
   }
   for (; i + 2 * lanes <= length; i += lanes) store(dst + i, at(i));
   const Vec<D> next = at(i), last = at(length - lanes); // the last two, which overlap
@@ -285,22 +303,25 @@ template <class Op, class C, class... V> ZORI_INLINE inline auto applied(const O
   else return op(x..., constant);
 }
 
-// A row of more than two vectors with a constant: in threes, which hold whole pixels of any channel count.
-template <class D, class C, class At, class Fetch>
-ZORI_INLINE inline void mapVectorsInThrees(D* dst, std::ptrdiff_t length, const C& c0, const C& c1, const C& c2,
-                                           const C& cLast, At at, Fetch fetch)
+// A row of more than two vectors with a constant: in threes, which hold whole pixels of any channel count, from element
+// i on, where the constants are c0, c1, c2, and so on in turns.
+template <class D, class C, class W, class At>
+ZORI_INLINE inline void mapVectorsInThrees(D* dst, std::ptrdiff_t i, std::ptrdiff_t length, const C& cFirst,
+                                           const C& c0, const C& c1, const C& c2, const C& cLast, const W& writing,
+                                           At at)
 {
   constexpr std::ptrdiff_t lanes = Vec<D>::size;
   const Vec<D> last = at(length - lanes, cLast);
-  std::ptrdiff_t i = 0;
+  if (i != 0) {
+    const Vec<D> first = at(0, cFirst), second = at(i - lanes, c2);
+    store(dst, first);
+    store(dst + i - lanes, second);
+  }
+  const bool streams = writing.streams && isAligned(dst + i);
   for (; i + 3 * lanes <= length; i += 3 * lanes) {
-    fetch(i, 3 * vectorBytes);
+    fetchAhead(dst + i, writing.ahead, 3 * vectorBytes);
     const Vec<D> a = at(i, c0), b = at(i + lanes, c1), c = at(i + 2 * lanes, c2);
-    store(dst + i, a);
-    storesInOrder();
-    store(dst + i + lanes, b);
-    storesInOrder();
-    store(dst + i + 2 * lanes, c);
+    storeSideBySide(dst + i, streams, a, b, c);
   }
   if (i + lanes <= length) store(dst + i, at(i, c0));
   if (i + 2 * lanes <= length) store(dst + i + lanes, at(i + lanes, c1));
@@ -347,22 +368,36 @@ template <class Constant, class D, class Op, class... S>
     }
     return;
   }
-  const auto c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
-  constexpr bool fetches = sizeof...(S) == 1; // the processor itself keeps up with two sources
-  const std::ptrdiff_t dstAhead = fetches ? fetchDistance(dst, length, rows) : 0;
-  const std::ptrdiff_t srcAhead = fetches ? (fetchDistance(src, length, rows), ...) : 0;
-  for (int y = 0; y < rows; ++y) {
-    const auto at = along(src[y]...);
-    const auto fetch = [&](std::ptrdiff_t i, std::ptrdiff_t bytes) ZORI_INLINE {
-      if (!fetches || dstAhead == 0) return;
-      fetchAhead(dst[y] + i, dstAhead, bytes);
-      (fetchAhead(src[y] + i, srcAhead, bytes), ...);
-    };
-    if constexpr (hasConstant) mapVectorsInThrees(dst[y], length, c0, c1, c2, cLast, at, fetch);
-    else
-      mapVectors<periodOf<Op>, isLongOp<Op>>(
-        dst[y], length, [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); }, fetch);
+  const auto allRows = [&](const auto& writing) ZORI_INLINE {
+    [[maybe_unused]] constexpr bool isNear = std::is_same_v<std::decay_t<decltype(writing)>, NearWriting>;
+    if constexpr (hasConstant) {
+      std::ptrdiff_t begin = 0; // where the loop of the row before began, to which the constants belong
+      auto cLoop = c0, c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
+      for (int y = 0; y < rows; ++y) {
+        const std::ptrdiff_t here = isNear ? 0 : loopBegin<periodOf<Op>>(dst[y], length);
+        if (begin != here) {
+          begin = here;
+          cLoop = constant.at(begin), c1 = constant.at(begin + lanes), c2 = constant.at(begin + 2 * lanes);
+        }
+        mapVectorsInThrees(dst[y], begin, length, c0, cLoop, c1, c2, cLast, writing, along(src[y]...));
+      }
+    } else {
+      for (int y = 0; y < rows; ++y) {
+        const auto at = along(src[y]...);
+        mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length, writing,
+                                               [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); });
+      }
+    }
+  };
+  if constexpr (!isLongOp<Op>) {
+    const Writing writing = writingOf(dst, length, rows, src...);
+    if (writing.ahead != 0 || writing.streams) {
+      allRows(writing);
+      if (writing.streams) streamFence();
+      return;
+    }
   }
+  allRows(NearWriting{});
 }
 
 // dst = op(src...) on rows, and on one row.
@@ -393,7 +428,7 @@ inline constexpr RepeatedBytes repeatedBytes;
 
 // A constant of 1 to 4 channels repeated, complex ones being two, so that a vector of it can be had for any phase.
 template <class T> struct Pattern {
-  static constexpr int count = Vec<T>::size + (sizeof(T) > 4 ? 4 : Vec<T, 16>::size); // four phases at least
+  static constexpr int count = Vec<T>::size + (sizeof(T) > 4 ? 4 : std::max(Vec<T, 16>::size, 8)); // every phase
   int period;
   alignas(16) T values[count];
 
@@ -417,7 +452,7 @@ template <class T> struct Pattern {
       return;
     }
 #endif
-    for (int i = 0; i < Vec<T>::size + 4; ++i) values[i] = get<T>(constant + i % channels);
+    for (int i = 0; i < Vec<T>::size + channels - 1; ++i) values[i] = get<T>(constant + i % channels);
   }
   explicit Pattern(T constant) : period(1) { fill(constant); }
   // As the element that stands i elements behind the start of a row. Periods are 1, 2, 3, 4, 6 or 8.
@@ -492,6 +527,12 @@ template <class T, int Bytes = vectorBytes> ZORI_INLINE inline Group<T, Bytes> l
 template <class T, int Bytes> ZORI_INLINE inline void storeGroup(T* p, const Group<T, Bytes>& x)
 {
   for (int k = 0; k < x.parts; ++k) store(p + k * x.lanes, x.part[k]);
+}
+
+// To an aligned address, past the cache.
+template <class T, int Bytes> ZORI_INLINE inline void streamGroup(T* p, const Group<T, Bytes>& x)
+{
+  for (int k = 0; k < x.parts; ++k) stream(p + k * x.lanes, x.part[k]);
 }
 
 // A row of fewer elements than a group, in the manner of loadShort. `half` is the greatest power of two up to length.
@@ -604,21 +645,24 @@ template <class D, class Op, class... S>
   if (length < size) return shortGroups<vectorBytes>(dst, length, rows, op, src...);
   const std::ptrdiff_t lastAt = length - size;
   const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
-  const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
+  const auto alongRow = [&](auto mayStream, D* to, const S*... from) ZORI_INLINE {
+    constexpr bool Streams = decltype(mayStream)::value;
     const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroup<S>(from + i)...); };
     std::ptrdiff_t waitingAt = 0, i = size;
     if (length >= alignedFrom * size) {
       const std::ptrdiff_t head = elementsToAlignment(to);
       if (head != 0 && head % periodOf<Op> == 0) i = head;
     }
+    const bool streams = Streams && isAligned(to + i); // from the second group on
     Group<D> waiting = at(0);
     constexpr std::ptrdiff_t half = hasHalves ? size / 2 : 0; // so much at the end goes in half a group
     while (waitingAt < lastAt - half) {                       // each group is written when the next one is formed
       i = std::min(i, lastAt);
-      fetchAhead(to + i, ahead, sizeof(Group<D>));
+      if (!Streams) fetchAhead(to + i, ahead, sizeof(Group<D>));
       (fetchAhead(from + i, ahead, sizeof(Group<S>)), ...);
       const Group<D> next = at(i);
-      storeGroup(to + waitingAt, waiting);
+      if (streams && waitingAt != 0) streamGroup(to + waitingAt, waiting);
+      else storeGroup(to + waitingAt, waiting);
       waiting = next;
       waitingAt = i;
       i += size;
@@ -634,7 +678,12 @@ template <class D, class Op, class... S>
     }
     storeGroup(to + waitingAt, waiting);
   };
-  for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
+  if (!isLongOp<Op> && writingOf(dst, length, rows, src...).streams) {
+    for (int y = 0; y < rows; ++y) alongRow(std::bool_constant<!isLongOp<Op>>{}, dst[y], src[y]...);
+    streamFence();
+  } else {
+    for (int y = 0; y < rows; ++y) alongRow(std::false_type{}, dst[y], src[y]...);
+  }
 }
 
 template <class D, class Op, class... S>

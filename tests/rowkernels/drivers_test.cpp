@@ -263,6 +263,60 @@ TEST(DriversOfBlocks, OverlapAtTheEnd)
     }
 }
 
+// Regions beyond the caches are fetched ahead or streamed: the same bytes, and nothing between the rows.
+struct Exclusive {
+  template <class V> V operator()(V x, V y) const { return x ^ y; }
+};
+
+TEST(Drivers, LargeRegions)
+{
+  const uint8_t three[3] = {1, 20, 255};
+  const Pattern<uint8_t> constant(three, 3);
+  for (const auto& [length, rows] : {std::pair{1100, 20}, {1600, 16000}, {9000, 3}, {9000, 2900}})
+    for (const int offset : {0, 1, 7}) {
+      const int step = length + offset + 3;
+      const size_t bytes = static_cast<size_t>(step) * static_cast<size_t>(rows) + 64;
+      std::vector<uint8_t> a(bytes), b(bytes), images(bytes, 9), patterns(bytes, 9);
+      for (size_t i = 0; i < bytes; ++i)
+        a[i] = static_cast<uint8_t>(i * 41 + i / 251), b[i] = static_cast<uint8_t>(i * 7 + i / 1021);
+      const Rows<const uint8_t> from{a.data() + 2, step}, other{b.data() + offset, step};
+      mapRows(Rows<uint8_t>{images.data() + offset, step}, length, rows, Exclusive{}, from, other);
+      mapRowsWith(constant, Rows<uint8_t>{patterns.data() + offset, step}, length, rows, Exclusive{}, from);
+      size_t wrong = 0;
+      for (size_t i = 0; i < bytes; ++i) {
+        const auto at = static_cast<ptrdiff_t>(i) - offset, y = at / step, x = at % step;
+        const bool inside = at >= 0 && y < rows && x < length;
+        const uint8_t source = inside ? from[y][x] : uint8_t{0};
+        wrong += images[i] != (inside ? source ^ other[y][x] : 9);
+        wrong += patterns[i] != (inside ? source ^ three[x % 3] : 9);
+      }
+      EXPECT_EQ(wrong, 0u) << length << ' ' << rows << ' ' << offset;
+    }
+}
+
+template <class T> static void constantsOfEveryPhase(std::initializer_list<int> periods)
+{
+  const T constants[8] = {3, 1, 4, 15, 9, 2, 6, 5};
+  for (const int period : periods) {
+    const Pattern<T> pattern(constants, period);
+    for (ptrdiff_t i = 0; i < 100; ++i) {
+      T lanes[Vec<T>::size];
+      store(lanes, pattern.at(i));
+      for (int k = 0; k < Vec<T>::size; ++k) ASSERT_EQ(lanes[k], constants[(i + k) % period]) << period << ' ' << i;
+    }
+  }
+}
+
+// Rows whose loops begin anywhere within a pixel, of complex numbers too.
+TEST(Pattern, EveryPhase)
+{
+  constantsOfEveryPhase<uint8_t>({1, 3, 4});
+  constantsOfEveryPhase<int16_t>({1, 2, 3, 4, 6, 8});
+  constantsOfEveryPhase<int32_t>({1, 2, 3, 4, 6, 8});
+  constantsOfEveryPhase<float>({1, 2, 3, 4, 6, 8});
+  constantsOfEveryPhase<double>({1, 3, 4});
+}
+
 TEST(VectorParts, EveryNumberOfBytes)
 {
   constexpr int room = 3 * vectorBytes;
