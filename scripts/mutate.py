@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Puts faults into the sources, one at a time, and tells which of them the tests see.
 
-    scripts/mutate.py [--only GLOB] [--all] [--also NAME=COMMAND] [--report FILE] [scripts/faults/*.txt]
+    scripts/mutate.py [scripts/faults/*.txt] [--only GLOB...] [--all] [--also NAME=COMMAND] [--report FILE]
     scripts/mutate.py --check
 
 A fault is a place in one file and what stands there instead (scripts/faults/README.md tells the format). The sources
 are copied to build/mutate and built there incrementally, so that a fault costs the compilation of what it touches; the
 sweeps over the functions that it can reach run first, then the tests of its room, and the first failure ends it.
+Faults of the copy for vectors of 32 bytes have a build of their own, whose tests meet that copy.
 --also names a further program to be tried on every fault, whatever the others say: {build} and {room} stand for
 the build folder and the room of the fault.
 
@@ -28,7 +29,8 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build" / "mutate"
-SOURCE, BUILD = WORK, WORK / "build" / "default"  # as the preset has them, for the compiler's cache
+SOURCE, BUILDS = WORK, WORK / "build"  # as the presets have them, for the compiler's cache
+COPIES = {"base": ("default", []), "wide": ("wide", ["-DZORI_TEST_WIDE=ON"])}
 FOLDERS = ["api", "check", "cmake", "docs", "examples", "fuzz", "include", "programs", "python", "scripts", "src", "tests",
            "tools"]
 SECONDS = 300  # of processor time that a program may take, however busy the machine is; a fault that makes it go on
@@ -51,7 +53,7 @@ class Fault:
     def __init__(self, name, where):
         self.name, self.where = name, where
         self.file, self.old, self.new, self.functions, self.tests, self.unseen = None, [], [], "*", "*", None
-        self.rooms = None
+        self.rooms, self.sources, self.copy = None, None, "base"
 
     def add(self, key, value):
         if key in ("old", "new"):
@@ -62,6 +64,10 @@ class Fault:
     @property
     def room(self):
         return self.file.split("/")[1]
+
+    @property
+    def build(self):
+        return BUILDS / COPIES[self.copy][0]
 
     def tested(self):
         """The rooms whose tests are tried: its own, or those named, since a floor is seen through what stands on it."""
@@ -81,8 +87,13 @@ class Fault:
         """The text of the copied file with the fault in it."""
         return (SOURCE / self.file).read_text().replace("\n".join(self.old), "\n".join(self.new))
 
+    def objects(self):
+        """What is built of the sources that alone shall have the fault; [] where all that include its file do."""
+        return sorted(str(o.relative_to(self.build)) for source in (self.sources or "").split()
+                      for o in self.build.glob(f"src/CMakeFiles/zori*.dir/{source}.o"))
 
-KEYS = ("fault", "file", "old", "new", "functions", "tests", "rooms", "unseen")
+
+KEYS = ("fault", "file", "old", "new", "functions", "tests", "rooms", "sources", "copy", "unseen")
 
 
 def read(path):
@@ -119,9 +130,35 @@ def copy_sources():
             path.unlink()
 
 
-def build(targets):
-    return subprocess.run(["cmake", "--build", BUILD, "-j", str(os.cpu_count()), "--target", *targets],
+def build(folder, targets):
+    return subprocess.run(["cmake", "--build", folder, "-j", str(len(os.sched_getaffinity(0))), "--target", *targets],
                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+
+class InPlace:
+    """A fault in the copied sources, for as long as a `with` lasts, and built into the objects that it names."""
+
+    def __init__(self, fault):
+        self.path, self.fault = SOURCE / fault.file, fault
+
+    def __enter__(self):
+        self.original, times = self.path.read_text(), self.path.stat()
+        self.objects = self.fault.objects()
+        self.path.write_text(self.fault.apply())
+        self.compiles = True
+        if self.objects:  # the others never see that the file has changed
+            self.compiles = build(self.fault.build, self.objects)
+            os.utime(self.path, ns=(times.st_atime_ns, times.st_mtime_ns))
+        self.compiles = self.compiles and build(self.fault.build, ["sweep_tests"])
+        return self
+
+    def __exit__(self, *_):
+        times = self.path.stat()
+        self.path.write_text(self.original)
+        if self.objects:
+            os.utime(self.path, ns=(times.st_atime_ns, times.st_mtime_ns))
+            for o in self.objects:
+                (self.fault.build / o).unlink(missing_ok=True)
 
 
 def processor_time(group):
@@ -176,22 +213,22 @@ def fails(command, environment=None):
 
 def programs(fault):
     """Name, command and environment of the programs that may see the fault, the quickest first."""
-    rooms = [BUILD / "tests" / f"{room}_tests" for room in fault.tested()]
+    rooms = [fault.build / "tests" / f"{room}_tests" for room in fault.tested()]
     quick = ["--gtest_brief=1", "--gtest_fail_fast"]
     for suites in ("-*LargeSweep*", fault.tests, "*LargeSweep*"):
         if suites != fault.tests:
-            yield ("sweep_tests", [str(BUILD / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
+            yield ("sweep_tests", [str(fault.build / "tests/sweep/sweep_tests"), *quick, f"--gtest_filter={suites}"],
                    {"ZORI_SWEEP": fault.globs()})
             continue
         for room in rooms:
-            if room.exists() and build([room.name]):
+            if room.exists() and build(fault.build, [room.name]):
                 yield room.name, [str(room), *quick, f"--gtest_filter={suites}"], {}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("files", nargs="*", type=pathlib.Path)
-    parser.add_argument("--only", default="*")
+    parser.add_argument("--only", default=["*"], nargs="+", metavar="GLOB")
     parser.add_argument("--all", action="store_true", help="those that cannot be seen, too")
     parser.add_argument("--also", action="append", default=[], metavar="NAME=COMMAND")
     parser.add_argument("--report", type=pathlib.Path)
@@ -199,7 +236,7 @@ def main():
     arguments = parser.parse_args()
     files = arguments.files or sorted((ROOT / "scripts/faults").glob("*.txt"))
     faults = [f for path in files for f in read(path)
-              if fnmatch.fnmatch(f.name, arguments.only) and (arguments.all or arguments.check or not f.unseen)]
+              if any(fnmatch.fnmatch(f.name, glob) for glob in arguments.only) and (arguments.all or arguments.check or not f.unseen)]
     also = dict(item.split("=", 1) for item in arguments.also)
 
     misplaced = [said for said in (fault.misplaced() for fault in faults) if said]
@@ -210,31 +247,30 @@ def main():
         return 0
     copy_sources()
     launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
-    subprocess.run(["cmake", "-S", SOURCE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                    "-DZORI_BUILD_EXAMPLES=OFF", *launcher], check=True, stdout=subprocess.DEVNULL)
-    targets = sorted({f"{room}_tests" for f in faults for room in f.tested()
-                      if list((SOURCE / "tests" / room).glob("*_test.cpp"))})
-    if not build([*targets, "sweep_tests"]):
-        sys.exit("the sources do not build without a fault")
+    for copy, (folder, options) in COPIES.items():
+        of_copy = [f for f in faults if f.copy == copy]
+        if not of_copy:
+            continue
+        subprocess.run(["cmake", "-S", SOURCE, "-B", BUILDS / folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                        "-DZORI_BUILD_EXAMPLES=OFF", *options, *launcher], check=True, stdout=subprocess.DEVNULL)
+        targets = sorted({f"{room}_tests" for f in of_copy for room in f.tested()
+                          if list((SOURCE / "tests" / room).glob("*_test.cpp"))})
+        if not build(BUILDS / folder, [*targets, "sweep_tests"]):
+            sys.exit("the sources do not build without a fault")
 
     killed = visible = 0
     for fault in faults:
-        start, path = time.time(), SOURCE / fault.file
-        original = path.read_text()
-        path.write_text(fault.apply())
-        try:
-            seen, others = "", []
-            compiles = build(["sweep_tests"])
+        start, seen, others = time.time(), "", []
+        with InPlace(fault) as placed:
+            compiles = placed.compiles
             if compiles:
                 for name, command, environment in programs(fault):
                     said = fails(command, environment)
                     if said:
                         seen = f"{name}: {said}"
                         break
-                others = [f"{name}: {fails(command.format(build=BUILD, room=fault.room), {'ZORI_SWEEP': fault.globs()}) or 'no'}"
+                others = [f"{name}: {fails(command.format(build=fault.build, room=fault.room), {'ZORI_SWEEP': fault.globs()}) or 'no'}"
                           for name, command in also.items()]
-        finally:
-            path.write_text(original)
         counts = compiles and not fault.unseen
         visible += counts
         killed += counts and bool(seen)

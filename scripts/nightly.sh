@@ -10,7 +10,7 @@
 #   valgrind   random calls under valgrind: reads of what was never written
 #   tidy       clang-tidy over all sources
 #   fuzz       random calls, plain, with both copies and under the sanitizers, ten minutes each, and as long the
-#              coverage-guided tests
+#              coverage-guided tests (ZORI_FUZZ_SECONDS: another time than 600 s each)
 #
 # The last line counts the steps, `N passed, N failed`. Takes some hours on two cores.
 set -uo pipefail
@@ -85,7 +85,7 @@ step_tidy() { bash scripts/check-tidy.sh all && bash scripts/check-tidy.sh; }
 
 step_fuzz() {
   local preset result=0
-  for preset in default copies sanitize fuzz fuzz-sanitize; do bash scripts/fuzz.sh 600 $preset || result=1; done
+  for preset in default copies sanitize fuzz fuzz-sanitize; do bash scripts/fuzz.sh "${ZORI_FUZZ_SECONDS:-600}" $preset || result=1; done
   return $result
 }
 

@@ -244,6 +244,56 @@ TEST(SpectralAccuracy, Wavelets)
   hold("zoriWTFwd_32f_C1R", error, "of the sum of magnitudes, for each tap");
 }
 
+// Images of so many columns and a few rows, and the other way round, under templates of half their size; at places all
+// over the results, the corners among them.
+TEST(CorrelationAccuracy, AllSizes)
+{
+  Error sums, convolved;
+  for (const int n : lengths())
+    for (const bool isUpright : {false, true}) {
+      const int few = 9, half = n / 2 + 1;
+      Picture<Zor32f> src(isUpright ? few : n, isUpright ? n : few), tpl(isUpright ? 6 : half, isUpright ? half : 6);
+      src.fillWithNoise(static_cast<unsigned>(n)), tpl.fillWithNoise(1);
+      Picture<Zor32f> raw(src.width - tpl.width + 1, src.height - tpl.height + 1);
+      Picture<Zor32f> full(src.width + tpl.width - 1, src.height + tpl.height - 1);
+      ASSERT_EQ(zoriCrossCorrValid_32f_C1R(src.data(), src.step(), src.size(), tpl.data(), tpl.step(), tpl.size(),
+                                           raw.data(), raw.step()),
+                ZorOk);
+      ASSERT_EQ(zoriConvFull_32f_C1R(src.data(), src.step(), src.size(), tpl.data(), tpl.step(), tpl.size(),
+                                     full.data(), full.step()),
+                ZorOk);
+      Real image = 0, ofTemplate = 0;
+      for (const float s : src.samples) image += Real{s} * s;
+      for (const float t : tpl.samples) ofTemplate += Real{t} * t;
+      const Real norms = std::sqrt(image * ofTemplate);
+      const auto overPlaces = [](Picture<Zor32f>& results, auto exact, Error& error, Real unit) {
+        constexpr int places = 11;
+        const int last = static_cast<int>(results.samples.size()) - 1;
+        for (int k = 0; k < places; ++k) {
+          const int at = static_cast<int>(std::int64_t{last} * k / (places - 1));
+          error.add(results.samples[static_cast<std::size_t>(at)], exact(at % results.width, at / results.width), unit);
+        }
+      };
+      const auto correlation = [&](int x, int y) {
+        Real sum = 0;
+        for (int j = 0; j < tpl.height; ++j)
+          for (int i = 0; i < tpl.width; ++i) sum += Real{src.at(x + i, y + j)} * tpl.at(i, j);
+        return sum;
+      };
+      const auto convolution = [&](int x, int y) {
+        Real sum = 0;
+        for (int j = std::max(0, y - src.height + 1); j < std::min(tpl.height, y + 1); ++j)
+          for (int i = std::max(0, x - src.width + 1); i < std::min(tpl.width, x + 1); ++i)
+            sum += Real{src.at(x - i, y - j)} * tpl.at(i, j);
+        return sum;
+      };
+      overPlaces(raw, correlation, sums, norms);
+      overPlaces(full, convolution, convolved, norms);
+    }
+  hold("zoriCrossCorrValid_32f_C1R", sums, "of the product of the 2-norms, all sizes");
+  hold("zoriConvFull_32f_C1R", convolved, "of the product of the 2-norms, all sizes");
+}
+
 TEST(CorrelationAccuracy, SumsOfProducts)
 {
   for (const int side : {3, 9, 24}) {

@@ -122,6 +122,16 @@ TYPED_TEST(Convolution, FullBorders)
   check<TypeParam>({300, 40}, {12, 10}, false, 0);
 }
 
+// One transform that is just long enough for all results, and one that would be a result short: either way.
+TYPED_TEST(Convolution, FullResultsOfATransformsLength)
+{
+  for (int length : {48, 64, 96})
+    for (int more : {0, 1}) {
+      check<TypeParam>({length + more - 24, 41}, {25, 24}, false, 0); // 64 rows of results
+      check<TypeParam>({50, length + more - 20}, {47, 21}, false, 0); // 96 columns
+    }
+}
+
 TYPED_TEST(Convolution, ValidBorders)
 {
   for (ZorImgSize b : {ZorImgSize{14, 16}, ZorImgSize{15, 15}, ZorImgSize{3, 1}, ZorImgSize{1, 30}}) {
