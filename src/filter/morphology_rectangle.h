@@ -258,9 +258,11 @@ template <class Op, int R, bool KeepFourth, int Bytes, int Channels, bool Fetche
     const T* const p = from.template at<decltype(row)::value>();
     return Neighbours<V>{load<T, Bytes>(p), load<T, Bytes>(p + apart), load<T, Bytes>(p + 2 * apart)};
   };
-  // what is stored across two lines waits long: in long rows only the first vector is
+  // what is stored across two lines waits long: in long rows only the first vector is, where others may begin there
+  constexpr auto apartOfBegins = static_cast<std::uintptr_t>(KeepFourth ? 4 * sizeof(T) : sizeof(T));
   const auto beyond = reinterpret_cast<std::uintptr_t>(to.first) % Bytes;
-  if (Channels > 0 && beyond != 0 && beyond % sizeof(T) == 0 && to.step % Bytes == 0 && length >= longRow * V::size) {
+  if (Channels > 0 && beyond != 0 && beyond % apartOfBegins == 0 && to.step % Bytes == 0 &&
+      length >= longRow * V::size) {
     pickSquare<Op, R>(loaded, put);
     advance(static_cast<std::ptrdiff_t>((Bytes - beyond) / sizeof(T)));
   }
