@@ -313,7 +313,7 @@ ZorStatus zoriResize_32f_P4R(const Zor32f* const pSrc[4], ZorImgSize srcSize, in
  * Checks (others): null pDst, size srcSize, srcRoi.x < 0, srcRoi.y < 0, srcRoi.width < 1, srcRoi.height < 1
  *   (ZorErrSize), srcRoi (ZorWarnNoRoiIntersect), size dstRoiSize, xFactor, yFactor (ZorErrResizeFactor),
  *   null pSrc, interpolation (ZorErrInterpolation).
- * Other statuses: ZorErrAlloc.
+ * Other statuses: ZorErrAlloc, ZorErrSubsample.
  * Steps: not tested, may be zero or negative.
  * Threads: team for large regions.
  * Rounding: to nearest.
