@@ -16,13 +16,14 @@
 // in the rows of the strip, in segments: the three planes that three channels become, and bands of a narrow region.
 #pragma once
 
-#include "rank_network.h"
+#include "rank_rows.h"
 
 #include "frame/layout.h"
 #include "frame/parallel.h"
 #include "rowkernels/channels.h"
 #include "rowkernels/copy.h"
 #include "rowkernels/drivers.h"
+#include "walk/map.h"
 
 #include <algorithm>
 
@@ -32,6 +33,7 @@ namespace tiles {
 using network::Drawing;
 using network::List;
 using network::Network;
+using network::overVectors;
 
 // Where an input lies: a row of the strip (below zero: a corner, whose row moves), so many tiles on.
 struct Place {
@@ -118,45 +120,19 @@ template <int Side> struct Tile {
     const int a = B::first[block], b = B::second[block];
     return {row(block), height(block), width(block), {row(a), 0}, {row(b), width(a)}, height(a), height(b)};
   }
-  template <int Block> static constexpr Drawing joined()
-  {
-    Drawing d;
-    constexpr Join j = join(Block);
-    const List a = d.inputs(j.firstHeight), b = d.inputs(j.secondHeight);
-    d.output(d.merged(a, b));
-    return d;
-  }
-
-  // A sorted list that holds the ranks from `from` on of `count` samples. Those that are too many samples away from
-  // either end to be the median of the whole window go.
-  struct Ranks {
-    List list;
-    int from, count;
-  };
-  static constexpr Ranks possible(const Ranks& x)
-  {
-    const int low = x.count - 1 - median, high = median + 1; // ranks low to high - 1
-    const int from = low > x.from ? low - x.from : 0;
-    const int to = high - x.from < x.list.size ? high - x.from : x.list.size;
-    return {x.list.part(from, to), x.from + from, x.count};
-  }
-  static constexpr Ranks with(Drawing& d, const Ranks& a, const List& b)
-  {
-    const Ranks other = possible({b, 0, b.size});
-    return possible({d.merged(a.list, other.list), a.from + other.from, a.count + b.size});
-  }
   // Of the row above and of the one below: left, right.
   static constexpr Drawing medians()
   {
     Drawing d;
-    Ranks core{{}, 0, 0};
-    for (const int block : B::core) core = with(d, core, d.inputs(height(block)));
+    using Ranks = network::MiddleRanks<median>;
+    Ranks core;
+    for (const int block : B::core) core = core.with(d, d.inputs(height(block)));
     const List left = d.inputs(shared), right = d.inputs(shared);
-    const Ranks columns[] = {with(d, core, left), with(d, core, right)};
+    const Ranks columns[] = {core.with(d, left), core.with(d, right)};
     for (int row = 0; row < 2; ++row) {
       const List between = sortedPairs(d, d.inputs(shared));
       for (const Ranks& x : columns) { // all but the corner leave two ranks, which hold it between them
-        const Ranks rest = with(d, x, between);
+        const Ranks rest = x.with(d, between);
         d.output(d.greater(rest.list.at[0], d.lesser(rest.list.at[1], d.inputs(1).at[0])));
       }
     }
@@ -210,16 +186,6 @@ template <class T, int Side> struct Strip {
   T* row(int k) { return samples + k * pitch; }
   T* couple(int number, int parity) { return row(Plan::couple((number + 1) % Plan::couples, parity)); }
 };
-
-// Vectors that cover `length` elements, the last one overlapping; one alone where there are fewer than it holds.
-template <class T, class Body> [[gnu::always_inline]] inline void overVectors(std::ptrdiff_t length, Body body)
-{
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
-  for (std::ptrdiff_t i = 0;; i = std::min(i + lanes, length - lanes)) {
-    body(i);
-    if (i + lanes >= length) return;
-  }
-}
 
 // ---- Even and odd pixels ----
 
@@ -344,17 +310,9 @@ template <class T, int Side, int Block>
   const UpperHalvesCleared atTheEnd;
   constexpr Join join = Tile<Side>::join(Block);
   constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
-  using Merge = Network<Tile<Side>::template joined<Block>>;
-  const T* const a = strip.row(join.first.row);
-  const T* const b = strip.row(join.second.row) + join.second.tile * channels;
-  T* const to = strip.row(join.row);
-  overVectors<T>(length - (join.width - 1) * channels, [=](std::ptrdiff_t i) {
-    Merge::template run<Vec<T>>(
-      [=](auto k) {
-        return load<T>(k < join.firstHeight ? a + k * pitch + i : b + (k - join.firstHeight) * pitch + i);
-      },
-      [=](auto k, Vec<T> x) { store(to + k * pitch + i, x); });
-  });
+  network::mergeRows<join.firstHeight, join.secondHeight, pitch>(
+    strip.row(join.first.row), strip.row(join.second.row) + join.second.tile * channels, strip.row(join.row),
+    length - (join.width - 1) * channels);
 }
 
 // corner: as Place numbers them. count: samples of each of both rows. length: samples of the tiles.
@@ -403,10 +361,6 @@ inline void joinAll(Strip<T, Side>& strip, std::ptrdiff_t length, int channels, 
 {
   (joinBlocks<T, Side, Block>(strip, length, channels), ...);
 }
-
-struct Same {
-  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
-};
 
 // ---- The region ----
 
@@ -520,7 +474,8 @@ void medianRows(const Region<T>& region, Strip<T, Side>& strip, const Part& part
       T* const to = destination(std::ptrdiff_t{2} * pair + k);
       const T* const medians = strip.medians[k] + 2 * band * part.planes * segment;
       if (part.planes == 3) mergePlanes(medians, 2 * segment, to, part.pixels);
-      else if (region.keepFourth) mapRow(to, 4 * part.pixels, KeepFourth<Same>{}, static_cast<const T*>(to), medians);
+      else if (region.keepFourth)
+        mapRow(to, 4 * part.pixels, KeepFourth<Unchanged>{}, static_cast<const T*>(to), medians);
       else copyShort(to, medians, static_cast<std::size_t>(part.pixels * channels) * sizeof(T));
     }
   }

@@ -181,6 +181,35 @@ private:
   List outputs_;
 };
 
+// Two sorted lists of so many values as one.
+template <int First, int Second> constexpr Drawing twoMerged()
+{
+  Drawing d;
+  const List a = d.inputs(First), b = d.inputs(Second);
+  d.output(d.merged(a, b));
+  return d;
+}
+
+// A sorted list that holds the ranks from `from` on of `count` samples of a window, of which half come in front of the
+// median. Those that are too many samples away from either end to be the median, whatever is still to come, go.
+template <int Half> struct MiddleRanks {
+  List list = {};
+  int from = 0, count = 0;
+
+  constexpr MiddleRanks possible() const
+  {
+    const int low = count - 1 - Half, high = Half + 1; // ranks low to high - 1
+    const int first = low > from ? low - from : 0;
+    const int end = high - from < list.size ? high - from : list.size;
+    return {list.part(first, end), from + first, count};
+  }
+  constexpr MiddleRanks with(Drawing& d, const List& sorted) const
+  {
+    const MiddleRanks other = MiddleRanks{sorted, 0, sorted.size}.possible();
+    return MiddleRanks{d.merged(list, other.list), from + other.from, count + sorted.size}.possible();
+  }
+};
+
 template <int K> using Index = std::integral_constant<int, K>;
 
 // Builds that watch every step of a program go through the network in a loop: they take minutes to compile a thousand

@@ -14,12 +14,13 @@
 // neighbours lie `channels` apart.
 #pragma once
 
-#include "rank_network.h"
+#include "rank_rows.h"
 
 #include "frame/layout.h"
 #include "frame/parallel.h"
 #include "rowkernels/drivers.h"
 #include "rowkernels/fetch.h"
+#include "walk/map.h"
 
 #include <algorithm>
 
@@ -29,6 +30,7 @@ namespace columns {
 using network::Drawing;
 using network::List;
 using network::Network;
+using network::overVectors;
 
 // Where an input of the last network lies: a row of the strip, so many columns on.
 struct Place {
@@ -121,36 +123,11 @@ template <int Side> struct Square {
     const int a = B::first[k], b = B::second[k];
     return {row(k + 1), width(a), height(k + 1), width(k + 1), row(a), height(a), row(b), height(b)};
   }
-  template <int K> static constexpr Drawing joined()
-  {
-    Drawing d;
-    constexpr Join j = join(K);
-    const List a = d.inputs(j.firstHeight), b = d.inputs(j.secondHeight);
-    d.output(d.merged(a, b));
-    return d;
-  }
-
-  // A sorted list that holds the ranks from `from` on of `count` samples. Those that are too many samples away from
-  // either end to be the median of the whole window go.
-  struct Ranks {
-    List list;
-    int from, count;
-  };
-  static constexpr Ranks possible(const Ranks& x)
-  {
-    const int low = x.count - 1 - median, high = median + 1; // ranks low to high - 1
-    const int from = low > x.from ? low - x.from : 0;
-    const int to = high - x.from < x.list.size ? high - x.from : x.list.size;
-    return {x.list.part(from, to), x.from + from, x.count};
-  }
   static constexpr Drawing windows()
   {
     Drawing d;
-    Ranks all{{}, 0, 0};
-    for (const int block : B::window) {
-      const Ranks one = possible({d.inputs(height(block)), 0, height(block)});
-      all = possible({d.merged(all.list, one.list), all.from + one.from, all.count + one.count});
-    }
+    network::MiddleRanks<median> all;
+    for (const int block : B::window) all = all.with(d, d.inputs(height(block)));
     for (int row = 0; row < 2; ++row) {
       const List ownRow = d.sorted(d.inputs(Side));
       d.output(d.ranked(all.list, ownRow, median - all.from));
@@ -198,16 +175,6 @@ template <class T, int Side> struct Strip {
   T* row(int k) { return samples + k * pitch; }
 };
 
-// Vectors that cover `length` elements, the last one overlapping; one alone where there are fewer than it holds.
-template <class T, class Body> [[gnu::always_inline]] inline void overVectors(std::ptrdiff_t length, Body body)
-{
-  constexpr std::ptrdiff_t lanes = Vec<T>::size;
-  for (std::ptrdiff_t i = 0;; i = std::min(i + lanes, length - lanes)) {
-    body(i);
-    if (i + lanes >= length) return;
-  }
-}
-
 // rows: side + 1 source rows, length samples each, which may be fewer than a vector.
 template <class T, int Side>
 [[gnu::noinline]] void sortColumns(Strip<T, Side>& strip, const T* const* rows, std::ptrdiff_t length, T flippedBits)
@@ -242,17 +209,9 @@ template <class T, int Side, int K>
   const UpperHalvesCleared atTheEnd;
   constexpr Join join = Square<Side>::join(K);
   constexpr std::ptrdiff_t pitch = Strip<T, Side>::pitch;
-  using Merge = Network<Square<Side>::template joined<K>>;
-  const T* const a = strip.row(join.firstRow);
-  const T* const b = strip.row(join.secondRow) + join.column * channels;
-  T* const to = strip.row(join.row);
-  overVectors<T>(length - (join.width - 1) * channels, [=](std::ptrdiff_t i) {
-    Merge::template run<Vec<T>>(
-      [=](auto k) {
-        return load<T>(k < join.firstHeight ? a + k * pitch + i : b + (k - join.firstHeight) * pitch + i);
-      },
-      [=](auto k, Vec<T> x) { store(to + k * pitch + i, x); });
-  });
+  network::mergeRows<join.firstHeight, join.secondHeight, pitch>(
+    strip.row(join.firstRow), strip.row(join.secondRow) + join.column * channels, strip.row(join.row),
+    length - (join.width - 1) * channels);
 }
 
 template <class T, int Side>
@@ -281,10 +240,6 @@ inline void joinAll(Strip<T, Side>& strip, std::ptrdiff_t length, int channels, 
   (void)strip, (void)length, (void)channels;
 }
 
-struct Same {
-  template <class T> Vec<T> operator()(Vec<T> x) const { return x; }
-};
-
 // The medians of two rows. rows: from the first sample that a window covers.
 template <class T, int Side>
 void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples, int channels, bool keepFourth,
@@ -307,7 +262,8 @@ void medianRows(const T* const* rows, T* upper, T* lower, std::ptrdiff_t samples
     T* const to[2] = {upper + at, lower + at};
     for (int k = 0; k < 2; ++k) {
       if (keepFourth)
-        mapRow(to[k], count, KeepFourth<Same>{}, static_cast<const T*>(to[k]), static_cast<const T*>(strip.medians[k]));
+        mapRow(to[k], count, KeepFourth<Unchanged>{}, static_cast<const T*>(to[k]),
+               static_cast<const T*>(strip.medians[k]));
       else std::memcpy(to[k], strip.medians[k], static_cast<std::size_t>(count) * sizeof(T));
     }
   }

@@ -383,7 +383,7 @@ template <class T, bool Greatest, int Bytes = vectorBytes> struct Extreme : Inte
   T value() const
   {
     constexpr int lanesOf16 = Vec<T, 16>::size;
-    T places[groups * Vec<T, Bytes>::size], lanes[lanesOf16];
+    T places[groups * Vec<T, Bytes>::size];
     for (int j = 0; j < groups; ++j) store(places + j * Vec<T, Bytes>::size, best[j]);
     Vec<T, 16> v = load<T, 16>(places);
     for (const T* p = places + lanesOf16; p < places + groups * Vec<T, Bytes>::size; p += lanesOf16)
@@ -397,11 +397,13 @@ template <class T, bool Greatest, int Bytes = vectorBytes> struct Extreme : Inte
       if constexpr (sizeof(T) <= 2) v = folded(v, std::integral_constant<int, 2>{});
       if constexpr (sizeof(T) == 1) v = folded(v, std::integral_constant<int, 1>{});
       return static_cast<T>(firstLane(as<std::uint32_t>(v)));
+    } else {
+      T lanes[lanesOf16];
+      store(lanes, v);
+      T result = lanes[0];
+      for (T lane : lanes) result = (Greatest ? lane > result : lane < result) ? lane : result;
+      return result;
     }
-    store(lanes, v);
-    T result = lanes[0];
-    for (T lane : lanes) result = (Greatest ? lane > result : lane < result) ? lane : result;
-    return result;
   }
 };
 

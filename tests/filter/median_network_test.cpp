@@ -18,6 +18,7 @@ Bits max(Bits a, Bits b) { return {a.v | b.v}; }
 
 using zori::columns::Square;
 using zori::network::Network;
+using zori::network::twoMerged;
 using zori::tiles::Tile;
 
 template <class N> std::vector<std::uint64_t> run(const std::vector<std::uint64_t>& in, std::size_t outputs)
@@ -93,8 +94,8 @@ template <class N> void joinsBlocks(int height, int firstHeight, int secondHeigh
 }
 template <class Plan, int... K> void joinsAll(std::integer_sequence<int, K...>)
 {
-  (joinsBlocks<Network<Plan::template joined<K>>>(Plan::join(K).height, Plan::join(K).firstHeight,
-                                                  Plan::join(K).secondHeight),
+  (joinsBlocks<Network<twoMerged<Plan::join(K).firstHeight, Plan::join(K).secondHeight>>>(
+     Plan::join(K).height, Plan::join(K).firstHeight, Plan::join(K).secondHeight),
    ...);
 }
 
@@ -241,12 +242,12 @@ TEST(MedianNetworks, TakeTheMiddleOfNine)
 TEST(MedianNetworks, NeedNoMoreThanTheyShould)
 {
   EXPECT_EQ(Network<Square<3>::columns>::exchangeHalves + Network<Square<3>::windows>::exchangeHalves, 34);
-  const auto halves5 = Network<Square<5>::columns>::exchangeHalves + Network<Square<5>::joined<0>>::exchangeHalves +
+  const auto halves5 = Network<Square<5>::columns>::exchangeHalves + Network<twoMerged<4, 4>>::exchangeHalves +
                        Network<Square<5>::windows>::exchangeHalves;
   EXPECT_LE(halves5, 154);
   // four medians instead of two; couples and pairs of columns are two for each
   const auto tile5 = 2 * (2 + Network<Tile<5>::columns>::exchangeHalves) + 4 +
-                     Network<Tile<5>::joined<0>>::exchangeHalves + Network<Tile<5>::medians>::exchangeHalves;
+                     Network<twoMerged<4, 4>>::exchangeHalves + Network<Tile<5>::medians>::exchangeHalves;
   EXPECT_LE(tile5, 214);
 }
 
