@@ -5,12 +5,14 @@
 // them alike. The result is the median of the rounds' ratios, in processor time of the thread: what others do to the
 // machine costs rounds, not truth.
 //
-// Large images come from memory: the calls go round many sets of images, more than a cache holds, and so do the unit
-// and the limit. Beside that, call and limit are measured on one set again and again, as small images always are.
+// Large images come from memory: what a batch is going to use is put out of all caches before it, the images of calls,
+// unit and limit alike. (To go round more images than a cache holds is not enough: a shared cache may be as large as
+// you like, and who comes round sooner finds more of his images there.) Beside that, call and limit are measured on one
+// set again and again, as small images always are.
 #include "harness.h"
 
 #include <benchmark/benchmark.h>
-#include <emmintrin.h>
+#include <immintrin.h>
 #include <omp.h>
 
 #include <algorithm>
@@ -54,11 +56,40 @@ double seconds(clockid_t clock)
 
 // ---- What calls are held against ----
 
-// The functions of a contender, called in turn: one a set of images.
-using Ring = std::vector<std::function<void()>>;
+// Memory that a call uses.
+struct Span {
+  std::shared_ptr<char> first;
+  std::size_t bytes;
+};
+std::vector<Span>* made = nullptr; // where noise() writes down what it makes
 
-// Sets of images that do not fit a cache together.
+// What a contender does with a set of images. `memory` comes from beyond the caches.
+struct Turn {
+  std::function<void()> go;
+  std::vector<Span> memory;
+};
+using Ring = std::vector<Turn>; // gone round, one turn after the other
+
+// The first set of images again and again.
+Ring cached(const Ring& ring) { return {{ring[0].go, {}}}; }
+
+// As many sets as a batch of short calls takes.
 std::size_t ringLength(double bytesOfASet) { return static_cast<std::size_t>(std::ceil(64e6 / bytesOfASet)); }
+
+constexpr std::size_t cacheLine = 64;
+__attribute__((target("clflushopt"))) void flushUnordered(char* p, std::size_t bytes)
+{
+  for (std::size_t i = 0; i < bytes; i += cacheLine) _mm_clflushopt(p + i);
+}
+void flushFromCaches(const std::vector<Span>& memory)
+{
+  static const bool canUnordered = __builtin_cpu_supports("clflushopt");
+  for (const auto& [first, bytes] : memory)
+    if (canUnordered) flushUnordered(first.get(), bytes);
+    else
+      for (std::size_t i = 0; i < bytes; i += cacheLine) _mm_clflush(first.get() + i);
+  _mm_mfence();
+}
 
 // Source and destination of the unit and the limit, at least this long, the same ones for as long as they do.
 std::shared_ptr<char> pool(int which, std::size_t bytes)
@@ -69,14 +100,21 @@ std::shared_ptr<char> pool(int which, std::size_t bytes)
   return memory[which];
 }
 
+Span part(const std::shared_ptr<char>& whole, std::size_t at, std::size_t bytes)
+{
+  return {{whole, whole.get() + at}, bytes};
+}
+
 Ring memcpyUnit()
 {
   constexpr std::size_t bytes = 1920 * 1080;
   Ring ring;
   const std::size_t sets = ringLength(2 * bytes);
   const auto src = pool(0, bytes * sets), dst = pool(1, bytes * sets);
-  for (std::size_t i = 0; i < sets; ++i)
-    ring.push_back([=] { std::memcpy(dst.get() + i * bytes, src.get() + i * bytes, bytes); });
+  for (std::size_t i = 0; i < sets; ++i) {
+    const Span from = part(src, i * bytes, bytes), to = part(dst, i * bytes, bytes);
+    ring.push_back({[=] { std::memcpy(to.first.get(), from.first.get(), bytes); }, {from, to}});
+  }
   return ring;
 }
 
@@ -112,11 +150,12 @@ Yardstick yardstickOf(const std::string& name)
 constexpr int additions = 100000;
 Ring dependentAdditions()
 {
-  return {[] {
+  const auto chain = [] {
     long x = 0, one = 1;
     for (int i = 0; i < additions; i += 10)
       for (int k = 0; k < 10; ++k) asm volatile("add %1, %0" : "+r"(x) : "r"(one));
-  }};
+  };
+  return {{chain, {}}};
 }
 
 // Copies the bytes that both sides have, reads what is left of the source and fills what is left of the destination,
@@ -150,11 +189,15 @@ Ring memoryLimit(double bytesRead, double bytesWritten, std::size_t sets)
   const std::size_t read = share(bytesRead), written = share(bytesWritten);
   const auto src = pool(0, read * parts * sets), dst = pool(1, written * parts * sets);
   Ring ring;
-  for (std::size_t part = 0; part < sets * parts; part += parts)
-    ring.push_back([=] {
-      for (std::size_t i = part; i < part + parts; ++i)
-        plainPass(src.get() + i * read, read, dst.get() + i * written, written);
-    });
+  for (std::size_t set = 0; set < sets; ++set) {
+    const Span from = part(src, set * parts * read, parts * read),
+               to = part(dst, set * parts * written, parts * written);
+    const auto pass = [=] {
+      for (std::size_t i = 0; i < parts; ++i)
+        plainPass(from.first.get() + i * read, read, to.first.get() + i * written, written);
+    };
+    ring.push_back({pass, {from, to}});
+  }
   return ring;
 }
 
@@ -176,8 +219,8 @@ public:
   {
     constexpr double batchSeconds = 300e-6, longCall = 3e-3;
     const double once = timeOf(1);
-    const int calls = static_cast<int>(batchSeconds / (times_.empty() ? once : times_.back()));
-    times_.push_back(once < longCall ? timeOf(std::max(1, calls)) : once);
+    const auto calls = static_cast<std::size_t>(batchSeconds / (times_.empty() ? once : times_.back()));
+    times_.push_back(once < longCall ? timeOf(std::max<std::size_t>(1, calls)) : once);
   }
 
   double time() const { return median(times_); }
@@ -191,11 +234,16 @@ public:
   }
 
 private:
-  double timeOf(int calls)
+  double timeOf(std::size_t calls)
   {
+    const auto turn = [this](std::size_t i) -> Turn& { return ring_[(next_ + i) % ring_.size()]; };
+    if (!turn(0).memory.empty()) calls = std::min(calls, ring_.size());
+    for (std::size_t i = 0; i < std::min(calls, ring_.size()); ++i) flushFromCaches(turn(i).memory);
     const double begin = seconds(clock_);
-    for (int i = 0; i < calls; ++i) ring_[next_++ % ring_.size()]();
-    return (seconds(clock_) - begin) / calls;
+    for (std::size_t i = 0; i < calls; ++i) turn(i).go();
+    const double end = seconds(clock_);
+    next_ += calls;
+    return (end - begin) / static_cast<double>(calls);
   }
 
   Ring ring_;
@@ -214,18 +262,25 @@ void takeTurns(std::map<std::string, Contender>& contenders)
   for (std::size_t round = 0; round < options.leastRounds || seconds(CLOCK_MONOTONIC) < end; ++round)
     for (auto& [name, contender] : contenders)
       if (round == 0 || name != "naive" || contender.time() < options.seconds / 10) {
-        clear[turn++ % clear.size()]();
+        clear[turn++ % clear.size()].go();
         contender.batch();
       }
 }
 
 void measure(benchmark::State& state, const Case& c)
 {
-  std::vector<Run> runs{c.make(c.size)};
+  std::vector<Run> runs;
+  std::vector<std::vector<Span>> memory;
+  const auto makeSet = [&] {
+    made = &memory.emplace_back();
+    runs.push_back(c.make(c.size));
+    made = nullptr;
+  };
+  makeSet();
   const double read = runs[0].bytesRead, written = runs[0].bytesWritten;
   const bool isLarge = c.size.width * c.size.height >= 1000000;
   const std::size_t sets = isLarge ? ringLength(read + written) : 1;
-  while (runs.size() < sets) runs.push_back(c.make(c.size));
+  while (runs.size() < sets) makeSet();
 
   for (auto _ : state) {
     if (runs[0].call() < 0) return state.SkipWithError("the call fails");
@@ -233,17 +288,17 @@ void measure(benchmark::State& state, const Case& c)
     const auto add = [&](const char* name, auto... arguments) { contenders.emplace(name, Contender(arguments...)); };
     const auto ringOf = [&](auto go) {
       Ring ring;
-      for (const Run& run : runs) ring.push_back([&run, go] { go(run); });
-      return ring;
+      for (std::size_t i = 0; i < sets; ++i) ring.push_back({[&run = runs[i], go] { go(run); }, memory[i]});
+      return isLarge ? ring : cached(ring);
     };
     const auto call = [](const Run& run) { run.call(); };
     add("unit", memcpyUnit());
     add("addition", dependentAdditions());
     add("call", ringOf(call));
-    add("limit", memoryLimit(read, written, sets));
+    add("limit", isLarge ? memoryLimit(read, written, sets) : cached(memoryLimit(read, written, 1)));
     if (isLarge) {
-      add("again", Ring{ringOf(call)[0]});
-      add("limit again", memoryLimit(read, written, 1));
+      add("again", cached(ringOf(call)));
+      add("limit again", cached(memoryLimit(read, written, 1)));
     }
     if (runs[0].naive) add("naive", ringOf([](const Run& run) { run.naive(); }));
     if (runs[0].peer) add("peer", ringOf([](const Run& run) { run.peer(); }));
@@ -384,6 +439,7 @@ std::shared_ptr<void> noise(std::size_t bytes)
   if (!memory) std::abort();
   for (std::size_t i = 0; i < size; i += piece, start = (start + 8) % (block.size() / 2))
     std::memcpy(static_cast<char*>(memory.get()) + i, &block[start], piece);
+  if (made) made->push_back({std::static_pointer_cast<char>(memory), bytes});
   return memory;
 }
 

@@ -208,8 +208,9 @@ void maskRows(Rows<const T> src, const Second& second, Rows<Zor8u> dst, ZorImgSi
 // f of the pixels of a block as a constant: 16 of three channels and in short rows, as many as a vector has bytes else.
 template <Layout L, class F> ZORI_INLINE inline void withBlock(int width, F f)
 {
-  if (L == C3 || width < vectorBytes) f(std::integral_constant<int, 16>{});
-  else f(std::integral_constant < int, L == C3 ? 16 : vectorBytes > {});
+  constexpr int whole = L == C3 ? 16 : vectorBytes;
+  if (L == C3 || width < whole) f(std::integral_constant<int, 16>{});
+  else f(std::integral_constant<int, whole>{});
 }
 
 template <Layout L, class T, class Compare>
