@@ -152,7 +152,7 @@ ZORI_ONE_COPY void walkImages(Walk walk, ImageKernel<T> kernel, int shift, Rows<
                               Rows<const T> b)
 {
   walk([=](std::ptrdiff_t length, int rows, Rows<T> d, Rows<const T> x,
-           Rows<const T> y) { kernel(d, length, rows, shift, x, y); },
+           Rows<const T> y) { kernel(d, x, y, length, rows, shift); },
        dst, a, b);
 }
 template <class T>
@@ -160,7 +160,7 @@ ZORI_ONE_COPY void walkConstant(Walk walk, ConstantKernel<T> kernel, int shift, 
                                 const Pattern<T>& constant)
 {
   walk([=, &constant](std::ptrdiff_t length, int rows, Rows<T> d,
-                      Rows<const T> x) { kernel(d, length, rows, shift, x, constant); },
+                      Rows<const T> x) { kernel(d, x, length, rows, shift, constant); },
        dst, src);
 }
 

@@ -53,9 +53,11 @@ template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
   static constexpr bool splitsTiles = PixelBytes <= 8 && (PixelBytes != 3 || vectorBytes == 32);
 
   // One block, exact at the edges of the region. The region holds a tile at least.
-  template <bool Fetches> ZORI_ONE_COPY static void block(const TransposedPair& pair, const Block b, const Ahead ahead)
+  template <bool Fetches>
+  ZORI_ONE_COPY static void block(const TransposedPair& pair, const Block& where, const Ahead& ahead)
   {
-    const TransposedPair p = pair; // stays in registers
+    const TransposedPair p = pair; // copies stay in registers
+    const Block b = where;
     for (Count x = 0; x < b.width; x += Tile::columns) {
       const Count column = std::min(b.x + x, p.width - Count{Tile::columns});
       const bool isLast = column + Tile::columns + Tile::behind > p.width;
@@ -77,8 +79,9 @@ template <int PixelBytes, int Bytes = vectorBytes> struct Transposer {
   static bool holdsTile(Count width, Count height) { return width >= Tile::columns && height >= Tile::rows; }
 
   // A region that is too narrow or too low for tiles.
-  static void pixels(const TransposedPair& p)
+  static void pixels(const TransposedPair& pair)
   {
+    const TransposedPair p = pair; // stays in registers
     for (Count y = 0; y < p.height; ++y)
       for (Count x = 0; x < p.width; ++x)
         std::memcpy(p.dst + x * p.dstStep + y * PixelBytes, p.src + y * p.srcStep + x * PixelBytes, PixelBytes);

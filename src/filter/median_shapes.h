@@ -88,11 +88,12 @@ inline void mapShape(Rows<const T> src, Rows<T> dst, ZorImgSize roi, Op op, cons
                      std::index_sequence<K...>)
 {
   const std::ptrdiff_t length = std::ptrdiff_t{roi.width} * channels<L>;
-  for (std::ptrdiff_t y = 0; y < roi.height; ++y) {
-    const T* const from[N] = {(src[y + shape[K].y] + std::ptrdiff_t{shape[K].x} * channels<L>)...};
-    if constexpr (L == AC4) mapRow(dst[y], length, KeepFourth<Op>{op}, static_cast<const T*>(dst[y]), from[K]...);
-    else mapRow(dst[y], length, op, from[K]...);
-  }
+  const auto at = [=](Offset pixel) {
+    return Rows<const T>{src[pixel.y] + std::ptrdiff_t{pixel.x} * channels<L>, src.step};
+  };
+  if constexpr (L == AC4)
+    mapRows(dst, length, roi.height, KeepFourth<Op>{op}, Rows<const T>{dst.first, dst.step}, at(shape[K])...);
+  else mapRows(dst, length, roi.height, op, at(shape[K])...);
 }
 
 template <class T, Layout L, class Op, std::size_t N>

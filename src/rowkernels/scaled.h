@@ -286,10 +286,12 @@ template <class Operation, Path path> struct AtScale {
 
 // ---- Row kernels: an operation on a path, with two images or an image and a constant. ----
 
+// Rows first, which then go in registers: from the stack they would be read at once, sooner than both parts are
+// written.
 template <class T>
-using ImageKernel = void (*)(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> a, Rows<const T> b);
+using ImageKernel = void (*)(Rows<T> dst, Rows<const T> a, Rows<const T> b, std::ptrdiff_t length, int rows, int shift);
 template <class T>
-using ConstantKernel = void (*)(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> src,
+using ConstantKernel = void (*)(Rows<T> dst, Rows<const T> src, std::ptrdiff_t length, int rows, int shift,
                                 const Pattern<T>& constant);
 
 // What a kernel writes of a row: everything, or all but the fourth of four samples.
@@ -322,7 +324,7 @@ template <class T> inline Vec<T> loadOfFour(const T* p)
 }
 
 template <Shape shape, class Op, class T>
-void imageRows(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> a, Rows<const T> b)
+void imageRows(Rows<T> dst, Rows<const T> a, Rows<const T> b, std::ptrdiff_t length, int rows, int shift)
 {
   const Op op{shift};
   if constexpr (shape == Shape::Whole) mapRows(dst, length, rows, op, a, b);
@@ -334,20 +336,21 @@ void imageRows(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<con
       });
 }
 
-// With one constant for all samples a row needs no pattern.
+// With one constant for all samples a row needs no pattern, and without a scale nothing but the constant: one vector,
+// which is read as it is written.
 template <class Op> struct WithConstant {
-  Op op;
   Vec<typename Op::T> constant;
-  Vec<typename Op::T> operator()(Vec<typename Op::T> x) const { return op(x, constant); }
+  Vec<typename Op::T> operator()(Vec<typename Op::T> x) const { return Op{}(x, constant); }
 };
 
 template <Shape shape, class Op, class T>
-void constantRows(Rows<T> dst, std::ptrdiff_t length, int rows, int shift, Rows<const T> src,
+void constantRows(Rows<T> dst, Rows<const T> src, std::ptrdiff_t length, int rows, int shift,
                   const Pattern<T>& constant)
 {
   const Op op{shift};
   if constexpr (shape == Shape::Whole) {
-    if (Op::isPlain && constant.period == 1) mapRows(dst, length, rows, WithConstant<Op>{op, constant.at(0)}, src);
+    if (Op::isPlain && constant.period == 1)
+      mapRows(dst, length, rows, WithConstant<Op>{splat(constant.values[0])}, src);
     else mapRowsWith(constant, dst, length, rows, op, src);
   } else if constexpr (shape == Shape::KeepFourth)
     mapRowsWith(constant, dst, length, rows, KeepFourth<Op>{op}, readOnly(dst), src);

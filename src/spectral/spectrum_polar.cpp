@@ -15,18 +15,24 @@ namespace {
 // The float and the integer kernel of one quantity.
 struct Magnitude {
   using OfFloats = MagnitudeOf;
-  using OfIntegers = IntegerMagnitude;
+  template <class C, class T> static void ofIntegers(const C* src, T* dst, std::ptrdiff_t length, double scale)
+  {
+    magnitudeRowOfIntegers(src, dst, length, scale);
+  }
 };
 struct Phase {
   using OfFloats = PhaseOf;
-  using OfIntegers = IntegerPhase;
+  template <class C, class T> static void ofIntegers(const C* src, T* dst, std::ptrdiff_t length, double scale)
+  {
+    phaseRowOfIntegers(src, dst, length, scale);
+  }
 };
 
 template <class What, class C, class T>
 void quantityRow(const C* src, T* dst, std::ptrdiff_t length, [[maybe_unused]] double scale)
 {
   if constexpr (std::is_same_v<T, Zor32f>) polarRow<typename What::OfFloats>(src, dst, length);
-  else polarRowOfIntegers(src, dst, length, typename What::OfIntegers{}, scale);
+  else What::ofIntegers(src, dst, length, scale);
 }
 
 template <class What, Layout L, class C, class T>
@@ -46,14 +52,16 @@ ZorStatus quantityOfPacked(const T* pSrc, int srcStep, T* pDst, int dstStep, Zor
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize), positive(srcStep, dstStep)); s != ZorOk) return s;
   const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(roiSize.width) * channels<L>;
-  Scratch<ComplexT<T>> row(length);
-  if (!row) return ZorErrNullPtr; // the status of these functions
+  Scratch<ComplexT<T>> rows(2 * length); // the next row is unfolded first, since what was just written is slow to read
+  if (!rows) return ZorErrNullPtr;       // the status of these functions
   const RoundingScope rounding(Rounding::Nearest);
   const double scale = scaleOf(scaleFactor);
   const Packed<T, channels<L>> spectrum{{pSrc, srcStep}, roiSize};
-  for (int y = 0; y < roiSize.height; ++y) {
-    spectrum.unfoldRow(y, row.get());
-    quantityRow<What>(static_cast<const ComplexT<T>*>(row.get()), rowAt(pDst, dstStep, y), length, scale);
+  ComplexT<T>*row = rows.get(), *next = row + length;
+  spectrum.unfoldRow(0, row);
+  for (int y = 0; y < roiSize.height; ++y, std::swap(row, next)) {
+    if (y + 1 < roiSize.height) spectrum.unfoldRow(y + 1, next);
+    quantityRow<What>(static_cast<const ComplexT<T>*>(row), rowAt(pDst, dstStep, y), length, scale);
   }
   return ZorOk;
 }
