@@ -106,6 +106,33 @@ protected:
 using Samples = testing::Types<Zor8u, Zor16u>;
 TYPED_TEST_SUITE(Alpha, Samples);
 
+// Planes give what pixels of four channels give, in the plane of alpha too, in rows of any length.
+template <class T, class Planes, class Pixels> void premultipliedPlanes(Planes planes, Pixels pixels)
+{
+  for (const ZorImgSize size : {ZorImgSize{1, 1}, ZorImgSize{33, 5}, ZorImgSize{5000, 3}, ZorImgSize{70000, 2}}) {
+    const std::size_t n = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    std::vector<T> src[4], dst[4], whole(4 * n), expected(4 * n);
+    for (std::size_t c = 0; c < 4; ++c) {
+      dst[c].assign(n, 7);
+      for (std::size_t i = 0; i < n; ++i) {
+        src[c].push_back(static_cast<T>(i * 40503 + c * 977 + i / 256));
+        whole[4 * i + c] = src[c][i];
+      }
+    }
+    const T* const from[] = {src[0].data(), src[1].data(), src[2].data(), src[3].data()};
+    T* const to[] = {dst[0].data(), dst[1].data(), dst[2].data(), dst[3].data()};
+    const int step = size.width * static_cast<int>(sizeof(T));
+    ASSERT_EQ(planes(from, step, to, step, size), ZorOk);
+    ASSERT_EQ(pixels(whole.data(), 4 * step, expected.data(), 4 * step, size), ZorOk);
+    for (std::size_t i = 0; i < 4 * n; ++i) ASSERT_EQ(dst[i % 4][i / 4], expected[i]) << i << " of " << size.width;
+  }
+}
+TEST(Alpha, PremultipliedPlanesAreAsPixels)
+{
+  premultipliedPlanes<Zor8u>(zoriAlphaPremul_8u_AP4R, zoriAlphaPremul_8u_AC4R);
+  premultipliedPlanes<Zor16u>(zoriAlphaPremul_16u_AP4R, zoriAlphaPremul_16u_AC4R);
+}
+
 TYPED_TEST(Alpha, Composition)
 {
   using T = TypeParam;

@@ -1,6 +1,7 @@
 // Quotients of two images: exact rounding at every scale, zero denominators, limits of the scale, rounding modes,
 // complex numbers, and every layout held against single samples.
 #include "division.h"
+#include "elementary.h"
 #include "zori/arith.h"
 
 #include <cfenv>
@@ -87,6 +88,23 @@ template <class T, class Div, class DivRound> void expectQuotients(Div div, DivR
 }
 
 } // namespace
+
+TEST(Div, WarnsOfAZeroAnywhere)
+{
+  const auto over = [](auto function) { // a row of ones
+    return [=](const auto* den, auto* dst, int n) {
+      using T = std::remove_pointer_t<decltype(dst)>;
+      const std::vector<T> num(static_cast<std::size_t>(n), 1);
+      const int step = n * static_cast<int>(sizeof *den);
+      if constexpr (std::is_floating_point_v<T>) return function(den, step, num.data(), step, dst, step, {n, 1});
+      else return function(den, step, num.data(), step, dst, step, {n, 1}, 0);
+    };
+  };
+  expectWarningAtEveryPlace<Zor8u>(3, 0, ZorWarnDivByZero, over(zoriDiv_8u_C1RSfs));
+  expectWarningAtEveryPlace<Zor16u>(3, 0, ZorWarnDivByZero, over(zoriDiv_16u_C1RSfs));
+  expectWarningAtEveryPlace<Zor16s>(3, 0, ZorWarnDivByZero, over(zoriDiv_16s_C1RSfs));
+  expectWarningAtEveryPlace<Zor32f>(3, 0, ZorWarnDivByZero, over(zoriDiv_32f_C1R));
+}
 
 TEST(Div, EveryPairOfBytesAtEveryScale)
 {

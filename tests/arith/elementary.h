@@ -129,3 +129,18 @@ void expectLastPlace(ZorStatus (*function)(const Zor32f*, int, Zor32f*, int, Zor
     }
   }
 }
+
+// One sample that the function warns of, in each place of rows of each length among samples that it does not:
+// call(src, dst, length) calls it.
+template <class T, class Call> void expectWarningAtEveryPlace(T harmless, T harmful, ZorStatus warning, Call call)
+{
+  for (int length = 1; length <= 70; ++length) {
+    std::vector<T> src(static_cast<std::size_t>(length), harmless), dst(src);
+    ASSERT_EQ(call(src.data(), dst.data(), length), ZorOk) << length;
+    for (T& sample : src) {
+      sample = harmful;
+      ASSERT_EQ(call(src.data(), dst.data(), length), warning) << &sample - src.data() << " of " << length;
+      sample = harmless;
+    }
+  }
+}

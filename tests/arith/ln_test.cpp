@@ -92,6 +92,25 @@ TEST(Ln, FloatsOutsideTheOrdinaryRange)
       }
 }
 
+TEST(Ln, WarnsOfASampleAnywhere)
+{
+  const auto scaled = [](auto function) {
+    return [=](const auto* src, auto* dst, int n) {
+      const int step = n * static_cast<int>(sizeof *src);
+      return function(src, step, dst, step, {n, 1}, 0);
+    };
+  };
+  const auto floats = [](const Zor32f* src, Zor32f* dst, int n) {
+    return zoriLn_32f_C1R(src, 4 * n, dst, 4 * n, {n, 1});
+  };
+  expectWarningAtEveryPlace<Zor8u>(3, 0, ZorWarnLnZeroArg, scaled(zoriLn_8u_C1RSfs));
+  expectWarningAtEveryPlace<Zor16u>(3, 0, ZorWarnLnZeroArg, scaled(zoriLn_16u_C1RSfs));
+  expectWarningAtEveryPlace<Zor16s>(3, 0, ZorWarnLnZeroArg, scaled(zoriLn_16s_C1RSfs));
+  expectWarningAtEveryPlace<Zor16s>(3, -1, ZorWarnLnNegArg, scaled(zoriLn_16s_C1RSfs));
+  expectWarningAtEveryPlace<Zor32f>(3, 0, ZorWarnLnZeroArg, floats);
+  expectWarningAtEveryPlace<Zor32f>(3, -1, ZorWarnLnNegArg, floats);
+}
+
 TEST(Ln, TheFirstWarningCounts)
 {
   constexpr int width = 3000, height = 3;

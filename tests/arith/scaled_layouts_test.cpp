@@ -136,6 +136,17 @@ TYPED_TEST(ScaledLayouts, Constants)
           got = a;
           ASSERT_EQ(f.inPlace(constant, got.data(), got.step, roi, scale), ZorOk);
           ASSERT_TRUE(got.bytes == wanted(a).bytes) << where << " in place";
+
+          // rows drawn apart: the first stays where it is, the second goes behind all that is read
+          Image<T> apart({width, 3}, f.channels, 1, turn % 3);
+          Image<T> expected = apart, whole = wanted(apart);
+          const auto put = [&](int row, int from) {
+            for (int i = 0; i < width * f.channels; ++i)
+              if (i % f.channels < f.processed) std::memcpy(expected.at(row, i), whole.at(from, i), sizeof(T));
+          };
+          put(0, 0), put(2, 1);
+          ASSERT_EQ(f.to(apart.data(), apart.step, constant, apart.data(), 2 * apart.step, {width, 2}, scale), ZorOk);
+          ASSERT_TRUE(apart.bytes == expected.bytes) << where << " to another step";
         }
 }
 

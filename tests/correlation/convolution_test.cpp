@@ -165,6 +165,11 @@ TEST(ConvolutionChecks, ValidWantsTheWiderImageToBeHighEnough)
   EXPECT_EQ(call<Zor32f>(true, 0, a, b, dst, 1), ZorErrSize); // equal widths: the first counts as the larger
   EXPECT_EQ(call<Zor32f>(true, 0, b, a, dst, 1), ZorOk);
   EXPECT_EQ(call<Zor32f>(true, 0, b, wide, dst, 1), ZorErrSize);
+  for (int rows = 7; rows <= 10; ++rows) { // to the row
+    TestImage<Zor32f> tall(20, rows), sums(9, 5);
+    EXPECT_EQ(call<Zor32f>(true, 0, tall, b, sums, 1), rows < 9 ? ZorErrSize : ZorOk) << rows;
+    EXPECT_EQ(call<Zor32f>(true, 0, b, tall, sums, 1), rows < 9 ? ZorErrSize : ZorOk) << rows;
+  }
   // whatever the step is
   EXPECT_EQ(zoriConvValid_32f_C1R(b.data(), 1, {12, 2}, a.data(), 1, {3, 2}, dst.data(), dst.step), ZorOk);
 }

@@ -105,6 +105,21 @@ TEST(ResampleRow, RegionsRepeatTheirFirstAndLastSample)
       }
 }
 
+// So far behind a row that positions times rates take 62 bits there is its last sample.
+TEST(ResampleRow, OutputsFarBehindTheRowAreItsLastSample)
+{
+  for (const auto& [in, out] : {std::pair{3, 2}, {160, 147}, {1, 4}})
+    for (const int start : {100000, 1431655770, 2000000000, INT_MAX - 8}) {
+      Resampler r(in, out);
+      const float row[4] = {1, -5, 9, 3};
+      float dst[6] = {};
+      ASSERT_EQ(zoriResampleRowReplicateBorder_32f_C1R(row, sizeof row, {4, 1}, dst, sizeof dst, start, 6, r.spec(),
+                                                       r.buffer()),
+                ZorOk);
+      for (const float x : dst) EXPECT_NEAR(x, 3, 1e-5) << in << ":" << out << " from " << start;
+    }
+}
+
 TEST(ResampleRow, Statuses)
 {
   Resampler r(3, 2);

@@ -386,6 +386,37 @@ TEST(ResizeSuper, RoundsAsTheDoubleProduct)
     }
 }
 
+// Whole blocks with the greatest sums: beyond 15, 16, 31 and 32 bits.
+template <class T, class Function> void expectWhite(ZorImgSize block, int blocks, int channels, Function resize)
+{
+  const ZorImgSize size = {block.width * blocks, block.height};
+  constexpr T white = std::numeric_limits<T>::max();
+  Image<T> src(size, channels, 0, 1), dst({blocks, 1}, channels, 0, 2), expected = dst;
+  const auto fill = [=](Image<T>& image, ZorImgSize of) {
+    for (int y = 0; y < of.height; ++y)
+      for (int x = 0; x < of.width; ++x)
+        for (int c = 0; c < channels; ++c) image.put(x, y, c, white);
+  };
+  fill(src, size), fill(expected, {blocks, 1});
+  ASSERT_EQ(resize(src.data(), size, src.step(), ZorImgRect{0, 0, size.width, size.height}, dst.data(), dst.step(),
+                   ZorImgSize{blocks, 1}, 1.0 / block.width, 1.0 / block.height, ZORI_INTER_SUPER),
+            ZorOk);
+  EXPECT_EQ(dst.difference(expected), "") << block.width << 'x' << block.height << " of " << channels;
+}
+TEST(ResizeSuper, GreatBlocksOfWhite)
+{
+  for (const int side : {2901, 2902, 4104, 4105}) expectWhite<Zor8u>({side, side}, 1, 1, zoriResize_8u_C1R);
+  for (const int side : {181, 182, 256, 257, 258, 500}) expectWhite<Zor16u>({side, side}, 1, 1, zoriResize_16u_C1R);
+  for (const int width : {1, 2, 3, 4, 40})
+    for (const int height : {4, 32, 33, 43, 44, 64, 65, 128, 129, 255, 256, 257, 258, 259, 600})
+      for (const int blocks : {1, 20}) {
+        expectWhite<Zor8u>({width, height}, blocks, 1, zoriResize_8u_C1R);
+        expectWhite<Zor8u>({width, height}, blocks, 3, zoriResize_8u_C3R);
+        expectWhite<Zor8u>({width, height}, blocks, 4, zoriResize_8u_C4R);
+        expectWhite<Zor16u>({width, height}, blocks, 1, zoriResize_16u_C1R);
+      }
+}
+
 TEST(ResizeFloat, InfinitiesReachOnlyTheTapsThatUseThem)
 {
   Image<Zor32f> src({40, 40}, 1, 0, 1), dst({80, 80}, 1, 0, 2);

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <cfenv>
 #include <limits>
+#include <vector>
 
 using namespace warptest;
 
@@ -58,6 +60,24 @@ constexpr double dstCorners[4][2] = {{7.3, 4.1}, {80.2, 11.7}, {70.9, 60.3}, {15
 } // namespace
 
 // Quadrangle to quadrangle: with the source's corners it is the warp by the transform of the destination's.
+// The middle of a high destination lies beyond the fold, the image in front of it.
+TEST(Warp, BilinearBackFindsTheImageBeyondTheFold)
+{
+  const double coeffs[2][4] = {{-0.01, 1, 0, 0}, {0, 0, 1, 0}}; // x = x' - x' y' / 100: folds in row 100
+  const ZorImgSize size = {40, 21};
+  const ZorImgRect all = {0, 0, 40, 21};
+  std::vector<Zor8u> src(40 * 21), low(60 * 60, 9), high(60 * 300, 9);
+  for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<Zor8u>(i * 37 + 11);
+  ASSERT_EQ(
+    zoriWarpBilinearBack_8u_C1R(src.data(), size, 40, all, low.data(), 60, {0, 0, 60, 60}, coeffs, ZORI_INTER_NN),
+    ZorOk);
+  ASSERT_EQ(
+    zoriWarpBilinearBack_8u_C1R(src.data(), size, 40, all, high.data(), 60, {0, 0, 60, 300}, coeffs, ZORI_INTER_NN),
+    ZorOk);
+  EXPECT_NE(low[20 * 60 + 45], 9); // row 20 is 49 pixels long
+  EXPECT_TRUE(std::equal(low.begin(), low.end(), high.begin()));
+}
+
 TEST(WarpQuad, EqualsTheWarpByItsTransform)
 {
   Image<Zor32f> src(61, 47);

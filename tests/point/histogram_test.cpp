@@ -125,6 +125,28 @@ TEST(HistogramEven, LevelsAndCounts)
     EXPECT_EQ(hist[c], expectedCounts(colour, 3, c, std::vector<Zor32s>{lower[c], upper[c]})[0]);
 }
 
+// Samples on both sides of every level, for bins of every width.
+TEST(HistogramEven, LevelsOfEveryWidthPartTheirNeighbours)
+{
+  for (int width = 1; width <= 2100; width += width < 300 ? 1 : 97)
+    for (int lower : {-5, 0, 7}) {
+      const int bins = std::min(300, 66000 / width);
+      std::vector<Zor16u> row;
+      std::vector<Zor32s> hist(static_cast<size_t>(bins), -1), levels(hist.size() + 1), expected(hist.size());
+      const auto put = [&](int x, int bin) {
+        if (x < 0 || x > 65535) return;
+        row.push_back(static_cast<Zor16u>(x));
+        if (bin >= 0 && bin < bins) ++expected[static_cast<size_t>(bin)];
+      };
+      for (int k = 0; k <= bins; ++k) put(lower + k * width, k), put(lower + k * width - 1, k - 1);
+      ASSERT_EQ(zoriHistogramEven_16u_C1R(row.data(), static_cast<int>(row.size()) * 2,
+                                          {static_cast<int>(row.size()), 1}, hist.data(), levels.data(), bins + 1,
+                                          lower, lower + bins * width),
+                ZorOk);
+      ASSERT_EQ(hist, expected) << "of " << width << " from " << lower;
+    }
+}
+
 TEST(Histogram, ChecksAndTheFailedTable)
 {
   Zor8u x[12] = {};

@@ -154,6 +154,40 @@ TEST(SpectrumProduct, GreatestFactors)
   }
 }
 
+// The bounds of the types and their neighbours, at every scale: sums of products up to 2^63.
+template <class T, class Function> void extremeProducts(Function product)
+{
+  constexpr T least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+  const T extremes[] = {least, static_cast<T>(least + 1), -1, 0, 1, most};
+  const ZorImgSize size = {3, 1};
+  const auto rule = [](long double x, int scale) {
+    const auto saturated = [](long double v) { return std::clamp<long double>(v, least, most); };
+    if (sizeof(T) == 4) return saturated(std::nearbyint(std::ldexp(x, -std::max(scale, -31))));
+    return scale >= 0 ? saturated(std::floor(std::ldexp(x, -std::min(scale, 31))))
+                      : saturated(std::ldexp(saturated(x), -scale));
+  };
+  for (const T a : extremes)
+    for (const T b : extremes)
+      for (const T c : extremes)
+        for (const T d : extremes)
+          for (int scale = -66; scale <= 66; scale += scale < -33 || (scale > 0 && scale < 12) ? 4 : 1) {
+            const T x[3] = {a, a, b}, y[3] = {c, c, d};
+            T got[3];
+            ASSERT_EQ(product(x, sizeof x, y, sizeof y, got, sizeof got, size, scale), ZorOk);
+            const long double p = a, q = b, r = c, s = d;
+            const long double expected[3] = {rule(p * r, scale), rule(p * r - q * s, scale),
+                                             rule(p * s + q * r, scale)};
+            for (int i = 0; i < 3; ++i)
+              ASSERT_EQ(got[i], static_cast<T>(expected[i]))
+                << i << ": " << a << ' ' << b << ' ' << c << ' ' << d << " at " << scale;
+          }
+}
+TEST(SpectrumProduct, ExtremesAtEveryScale)
+{
+  extremeProducts<Zor16s>(zoriMulPack_16s_C1RSfs);
+  extremeProducts<Zor32s>(zoriMulPack_32s_C1RSfs);
+}
+
 TEST(PackedSpectrum, UnfoldsAndPacksBack)
 {
   for (const ZorImgSize size : sizes) {
@@ -293,6 +327,36 @@ TEST(ComplexPixels, MagnitudeAndPhase)
 }
 
 // Ratios of the parts all over 0 to 1, and down to small ones, in all eight octants.
+// The bounds of 16-bit types, their neighbours and what lies between, at every scale that matters.
+template <class C, class T, class Function> void integerPixels(Function magnitude, Function phase)
+{
+  constexpr int least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+  std::vector<C> z;
+  for (const int re : {least, least + 1, 0, 1, 3, 12345, most - 1, most})
+    for (const int im : {least, least + 1, 0, 2, 4, 777, most - 1, most})
+      z.push_back({static_cast<T>(re), static_cast<T>(im)});
+  const ZorImgSize size = {static_cast<int>(z.size()), 1};
+  std::vector<T> length(z.size()), angle(z.size());
+  const int step = size.width * static_cast<int>(sizeof(C));
+  for (int scale = -18; scale <= 19; ++scale) {
+    ASSERT_EQ(magnitude(z.data(), step, length.data(), step, size, scale), ZorOk);
+    ASSERT_EQ(phase(z.data(), step, angle.data(), step, size, scale), ZorOk);
+    const auto rounded = [=](double x) {
+      return static_cast<T>(std::clamp<double>(std::nearbyint(std::ldexp(x, -scale)), least, most));
+    };
+    for (size_t i = 0; i < z.size(); ++i) {
+      const double re = z[i].re, im = z[i].im;
+      ASSERT_EQ(length[i], rounded(std::sqrt(re * re + im * im))) << re << ' ' << im << " at " << scale;
+      ASSERT_EQ(angle[i], rounded(std::atan2(im, re))) << re << ' ' << im << " at " << scale;
+    }
+  }
+}
+TEST(ComplexPixels, IntegersAtTheirBounds)
+{
+  integerPixels<Zor16sc, Zor16s>(zoriMagnitude_16sc16s_C1RSfs, zoriPhase_16sc16s_C1RSfs);
+  integerPixels<Zor16uc, Zor16u>(zoriMagnitude_16uc16u_C1RSfs, zoriPhase_16uc16u_C1RSfs);
+}
+
 TEST(ComplexPixels, PhaseIsAsNearAsTold)
 {
   Noise noise(9);

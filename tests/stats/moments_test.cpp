@@ -122,6 +122,48 @@ TEST(Moments, IntegersScaleToTheNearest)
   EXPECT_EQ(value, 2);
 }
 
+// Terms of the expansion leave 64 bits, what they add up to does not.
+TEST(Moments, SpatialInIntegersIsExactWhereTermsAreNot)
+{
+  for (const ZorImgSize size : {ZorImgSize{20001, 1}, ZorImgSize{1, 20001}}) {
+    const Image<Zor8u> image(size.width, size.height, 1, 5);
+    State64s state;
+    ASSERT_EQ(zoriMoments64s_8u_C1R(image.begin(), image.step(), size, state.p), ZorOk);
+    const bool isRow = size.height == 1;
+    std::int64_t exact = 0;
+    for (int i = 0; i < 20001; ++i) {
+      const std::int64_t from = i - 10000;
+      exact += from * from * from * (isRow ? image.at(i, 0, 0) : image.at(0, i, 0));
+    }
+    Zor64s value = 0;
+    ASSERT_EQ(zoriGetSpatialMoment_64s(state.p, isRow ? 3 : 0, isRow ? 0 : 3, 0,
+                                       isRow ? ZorImgPoint{-10000, 0} : ZorImgPoint{0, -10000}, &value, 0),
+              ZorOk);
+    EXPECT_EQ(value, exact);
+  }
+}
+
+// Values up to nearly 2^63 of either sign at every scale.
+TEST(Moments, IntegersAtEveryScale)
+{
+  const Zor8u pixel = 255;
+  State64s state;
+  zoriMoments64s_8u_C1R(&pixel, 1, {1, 1}, state.p);
+  for (const int offset : {0, 1, 3, 1000, 262144, 330000})
+    for (const int sign : {1, -1}) {
+      const std::int64_t x = std::int64_t{sign} * offset, value = 255 * x * x * x;
+      for (int scale = -70; scale <= 70; ++scale) {
+        const long double scaled = std::nearbyint(std::ldexp(static_cast<long double>(value), -scale));
+        const Zor64s expected = scaled >= 0x1p63L    ? INT64_MAX
+                                : scaled <= -0x1p63L ? INT64_MIN
+                                                     : static_cast<Zor64s>(scaled);
+        Zor64s got = 7;
+        ASSERT_EQ(zoriGetSpatialMoment_64s(state.p, 3, 0, 0, {static_cast<int>(x), 0}, &got, scale), ZorOk);
+        ASSERT_EQ(got, expected) << value << " at " << scale;
+      }
+    }
+}
+
 TEST(Moments, IntegersBeyond64BitsScaleBack)
 {
   const Zor8u white = 255;

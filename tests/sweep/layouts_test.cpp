@@ -10,7 +10,7 @@ ZORI_SWEEP_SUITE(LayoutsSweep);
 
 namespace {
 
-constexpr ZorImgSize regions[] = {{1, 1}, {5, 3}, {17, 5}, {33, 2}, {64, 9}};
+constexpr ZorImgSize regions[] = {{1, 1}, {5, 3}, {17, 5}, {33, 2}, {64, 9}, {1100, 2}};
 
 // Channels or planes that a function works on.
 int channelsOf(const Function& function)
@@ -110,6 +110,66 @@ void takeChannel(Call& whole, Call& one, int channel)
   one.remember();
 }
 
+// An array with a number for each channel, which the C1 form takes as a number.
+bool isPerChannel(const Argument& a, const Argument& b) { return hasImage(a) && a.role != Role::Image && !hasImage(b); }
+
+// Functions whose numbers may be drawn: a record would have been made for the drawn ones of one call alone.
+bool isDrawn(const Function& function)
+{
+  bool draws = false;
+  for (const Argument& a : function.arguments)
+    draws =
+      draws || a.ranges.size > 0 || a.role == Role::Scale || a.role == Role::Value || !std::strcmp(a.item, "value");
+  return draws && function.makers.size == 0;
+}
+
+// The plan of the call for one channel, with the numbers of the whole.
+Plan planOfOne(const Plan& plan, Call& whole, const Function& form, int channel)
+{
+  Plan one = plan;
+  one.vary = false;
+  for (int i = 0; i < form.arguments.size; ++i) {
+    const Argument &a = whole.function().arguments[i], &b = form.arguments[i];
+    if (isPerChannel(a, b)) {
+      one.settings.push_back({i, 0, numberAt(whole.image(i).sample(0, 0, channel, 0), a.memory.element)});
+      continue;
+    }
+    for (int part = 0; !hasImage(a) && b.role != Role::Step && part < std::min(b.count, 4); ++part)
+      one.settings.push_back({i, part, whole.values()[i].numbers[part]});
+  }
+  return one;
+}
+
+// Sums are formed in orders of their own where a hint lets them: it stays as it is.
+void keepHints(const Function& function, Plan& plan)
+{
+  for (int i = 0; i < function.arguments.size; ++i)
+    if (const Argument& a = function.arguments[i]; !std::strcmp(a.item, "hint"))
+      plan.settings.push_back({i, 0, a.example.size ? a.example[0] : 1});
+}
+
+// In the channels of a set, each array of constants gets what the first of its type holds, or 1 if it is the first
+// itself: functions that take a shorter way where constants coincide may do so if they do in all channels.
+void letConstantsCoincide(Call& whole, const Function& form, unsigned channelsOfSet)
+{
+  for (int i = 0; i < form.arguments.size; ++i) {
+    const Argument& a = whole.function().arguments[i];
+    if (!isPerChannel(a, form.arguments[i])) continue;
+    int first = 0;
+    const auto isAlike = [&](const Argument& x) {
+      return isPerChannel(x, form.arguments[first]) && x.memory.element == a.memory.element;
+    };
+    while (!isAlike(whole.function().arguments[first])) ++first;
+    GuardedImage &to = whole.image(i), &from = whole.image(first);
+    for (int c = 0; c < std::min(to.columns(), from.columns()); ++c) {
+      if (!(channelsOfSet >> c & 1) || (first == i && a.memory.element != Element::T8u)) continue;
+      if (first == i) *to.sample(0, 0, c, 0) = 1;
+      else std::memcpy(to.sample(0, 0, c, 0), from.sample(0, 0, c, 0), static_cast<std::size_t>(to.sampleBytes()));
+    }
+  }
+  whole.remember();
+}
+
 std::string differs(Call& whole, Call& one, int channel)
 {
   for (int i = 0; i < one.function().arguments.size; ++i) {
@@ -134,31 +194,47 @@ TEST_P(LayoutsSweep, EachChannelIsThatOfTheFormForOne)
     const Function* form = findFunction(function.oneChannel);
     if (!form || function.exemptions & kLayoutExempt) return "";
     const int channels = channelsOf(function);
+    // the example's numbers on every region, then drawn ones, then some that coincide in a few channels alone
+    struct Variant {
+      ZorImgSize region;
+      Fill fill;
+      bool isDrawn;
+      unsigned coincide; // channels of a set
+    };
+    std::vector<Variant> variants;
     for (const ZorImgSize region : regions)
-      for (const Fill fill : {Fill::Ordinary, Fill::Special}) {
-        if (fill == Fill::Special && !hasFloats(function)) continue;
-        Plan plan;
-        plan.region = region, plan.fill = fill;
-        plan.seed = static_cast<std::uint64_t>(region.width);
-        Call whole(function, plan);
-        std::vector<std::unique_ptr<Call>> ones;
-        for (int c = 0; c < channels; ++c) {
-          ones.push_back(std::make_unique<Call>(*form, plan));
-          takeChannel(whole, *ones.back(), c);
-        }
-        const Result result = whole.run();
-        if (!whole.mayGive(result.status)) return whole.describe() + " gives " + std::to_string(result.status);
-        const std::string change = whole.changesOutside();
-        if (!change.empty()) return whole.describe() + ": " + change;
-        bool warned = false;
-        for (int c = 0; c < channels; ++c) {
-          warned = ones[c]->run().status != ZorOk || warned;
-          const std::string difference = differs(whole, *ones[c], c);
-          if (!difference.empty()) return difference;
-        }
-        if (warned != (result.status != ZorOk))
-          return whole.describe() + " gives " + std::to_string(result.status) + ", unlike " + form->name;
+      for (const Fill fill : {Fill::Ordinary, Fill::Special})
+        if (fill == Fill::Ordinary || hasFloats(function)) variants.push_back({region, fill, false, 0});
+    if (isDrawn(function))
+      for (const unsigned coincide : {0u, 0u, 1u, 2u, 4u, 6u, 8u})
+        if (!coincide || !(coincide >> channels)) variants.push_back({{35, 3}, Fill::Ordinary, true, coincide});
+    for (std::size_t v = 0; v < variants.size(); ++v) {
+      const auto& [region, fill, draws, coincide] = variants[v];
+      Plan plan;
+      plan.region = region, plan.fill = fill;
+      plan.vary = draws;
+      if (draws) keepHints(function, plan);
+      plan.seed = static_cast<std::uint64_t>(region.width) + (draws ? v : 0);
+      Call whole(function, plan);
+      if (coincide) letConstantsCoincide(whole, *form, coincide);
+      std::vector<std::unique_ptr<Call>> ones;
+      for (int c = 0; c < channels; ++c) {
+        ones.push_back(std::make_unique<Call>(*form, draws ? planOfOne(plan, whole, *form, c) : plan));
+        takeChannel(whole, *ones.back(), c);
       }
+      const Result result = whole.run();
+      if (!whole.mayGive(result.status)) return whole.describe() + " gives " + std::to_string(result.status);
+      const std::string change = whole.changesOutside();
+      if (!change.empty()) return whole.describe() + ": " + change;
+      bool warned = false;
+      for (int c = 0; c < channels; ++c) {
+        warned = ones[c]->run().status != ZorOk || warned;
+        const std::string difference = differs(whole, *ones[c], c);
+        if (!difference.empty()) return difference;
+      }
+      if (warned != (result.status != ZorOk))
+        return whole.describe() + " gives " + std::to_string(result.status) + ", unlike " + form->name;
+    }
     return "";
   });
 }

@@ -75,6 +75,44 @@ TEST(TestImages, RadialPattern){TYPES(JAEHNE)} TEST(TestImages, Ramps){TYPES(RAM
   EXPECT_TRUE(row[254] == 254 && row[255] == 255 && row[299] == 255);
 }
 
+// A ramp that is no number gives the least value, one that is infinite the bound on its side.
+template <class T, class Call> void strangeRamps(Call call)
+{
+  constexpr float infinite = std::numeric_limits<float>::infinity(), none = std::numeric_limits<float>::quiet_NaN();
+  constexpr T least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+  const struct {
+    float offset, slope;
+    T expected;
+  } ramps[] = {
+    {none, 0, least}, {0, none, least}, {infinite, 1, most}, {-infinite, 1, least}, {infinite, -infinite, least}};
+  for (const auto& ramp : ramps) {
+    T row[3] = {1, 1, 1};
+    ASSERT_EQ(call(row, static_cast<int>(sizeof row), ZorImgSize{3, 1}, ramp.offset, ramp.slope, ZorRampAlongX), ZorOk);
+    EXPECT_EQ(row[2], ramp.expected) << ramp.offset << " + x * " << ramp.slope;
+  }
+}
+TEST(TestImages, RampsOfNoNumbers)
+{
+  strangeRamps<Zor8u>(zoriImageRamp_8u_C1R);
+  strangeRamps<Zor8s>(zoriImageRamp_8s_C1R);
+  strangeRamps<Zor16u>(zoriImageRamp_16u_C1R);
+  strangeRamps<Zor16s>(zoriImageRamp_16s_C1R);
+  strangeRamps<Zor32s>(zoriImageRamp_32s_C1R);
+}
+
+// Numbers from 2^23 on, to which single precision adds no half, up to the bounds of 32 bits.
+TEST(TestImages, RampsOfLargeNumbers)
+{
+  for (const float from : {8388604.0f, -8388612.0f, 16777200.0f, 2147483392.0f, -2147483648.0f}) {
+    Zor32s row[17];
+    ASSERT_EQ(zoriImageRamp_32s_C1R(row, sizeof row, {17, 1}, from, 1, ZorRampAlongX), ZorOk);
+    for (int x = 0; x < 17; ++x) {
+      const double exact = static_cast<float>(from + static_cast<float>(x));
+      EXPECT_EQ(row[x], static_cast<Zor32s>(std::min(std::round(exact), 2147483647.0))) << from << " and " << x;
+    }
+  }
+}
+
 // The generator, word by word in 64-bit arithmetic.
 struct Words {
   std::int64_t s0, s1, s2, carry = -1, lcg = 1131199209;
