@@ -259,7 +259,11 @@ private:
 
   TilePlace placeOf(std::int64_t number) const
   {
-    const std::int64_t x = number % across_ * tile_.resultsAcross, y = number / across_ * tile_.resultsDown;
+    // two rows of tiles at a time, so that the tiles of a pair end at the same column and have empty strips in common
+    const std::int64_t inTwos = down_ / 2 * 2 * across_, pair = number / 2;
+    const std::int64_t column = number < inTwos ? pair % across_ : number - inTwos;
+    const std::int64_t row = number < inTwos ? pair / across_ * 2 + number % 2 : down_ - 1;
+    const std::int64_t x = column * tile_.resultsAcross, y = row * tile_.resultsDown;
     return {x, y, static_cast<int>(std::min<std::int64_t>(tile_.resultsAcross, job_.result.width - x)),
             static_cast<int>(std::min<std::int64_t>(tile_.resultsDown, job_.result.height - y))};
   }
@@ -325,6 +329,13 @@ private:
       return true;
     }
   }
+  // Whether a strip holds zeros alone.
+  static bool isEmpty(const TileView<T>* view, const TileNumbers* numbers, int tiles, int s)
+  {
+    for (int k = 0; k < tiles; ++k)
+      if (numbers[k].offset != 0 || !view[k].isBeside(static_cast<std::int64_t>(s) * strip, strip)) return false;
+    return true;
+  }
   void workTogether(std::int64_t number, int tiles, int channel, const TileView<T>* view, TileNumbers* numbers,
                     void* own) const
   {
@@ -332,6 +343,10 @@ private:
     T* const spare = spare_[0].in(own);
     for (int s = 0; s < transform_.strips(); ++s) {
       float* const to = transform_.stripOf(tile, s);
+      if (isEmpty(view, numbers, tiles, s)) { // as is its transform
+        std::fill_n(to, static_cast<std::ptrdiff_t>(transform_.height()) * element, 0.0f);
+        continue;
+      }
       for (int k = 0; k < tiles; ++k)
         takeStrip(view[k], static_cast<std::int64_t>(s) * strip, transform_.height(), numbers[k], to + k * strip,
                   spare);

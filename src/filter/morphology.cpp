@@ -92,9 +92,10 @@ inline void forRuns(const Zor8u* pMask, ZorImgSize mask, const Members& members,
   }
 }
 
-// to[i] = the pick of rows[k][i] for all k.
+// to[i] = the pick of rows[k][i] for all k. A row is coming.
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
-[[gnu::noinline]] void pickAcross(const T* const* rows, std::ptrdiff_t count, T* to, std::ptrdiff_t length)
+[[gnu::noinline]] void pickAcross(const T* const* rows, std::ptrdiff_t count, T* to, std::ptrdiff_t length,
+                                  Coming<T> coming)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
@@ -107,6 +108,7 @@ template <class Op, bool KeepFourth, class T = typename Op::Sample>
   }
   std::ptrdiff_t x = 0;
   for (; x + 4 * lanes <= length; x += 4 * lanes) {
+    for (std::ptrdiff_t i = 0; i < 4 * vectorBytes; i += 64) fetch<1>(coming, x + i / std::ptrdiff_t{sizeof(T)});
     const T* p = rows[0] + x;
     Vec<T> a = load<T>(p), b = load<T>(p + lanes), c = load<T>(p + 2 * lanes), d = load<T>(p + 3 * lanes);
     for (std::ptrdiff_t k = 1; k < count; ++k) {
@@ -131,10 +133,10 @@ template <class Op, bool KeepFourth, class T = typename Op::Sample>
 }
 
 // first[i] and second[i] = the picks of rows[k][i] for all k: the first `shared` of these count for both, `own` behind
-// them for the first, the last `own` for the second. length: a vector at least.
+// them for the first, the last `own` for the second. length: a vector at least. Two rows are coming.
 template <class Op, bool KeepFourth, class T = typename Op::Sample>
 [[gnu::noinline]] void pickAcrossTwo(const T* const* rows, std::ptrdiff_t shared, std::ptrdiff_t own, T* first,
-                                     T* second, std::ptrdiff_t length)
+                                     T* second, std::ptrdiff_t length, Coming<T> coming)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t lanes = Vec<T>::size;
@@ -161,7 +163,10 @@ template <class Op, bool KeepFourth, class T = typename Op::Sample>
     put(second, b);
   };
   std::ptrdiff_t x = 0;
-  for (; x + 4 * lanes <= length; x += 4 * lanes) vectors(x, std::integral_constant<int, 4>{});
+  for (; x + 4 * lanes <= length; x += 4 * lanes) {
+    for (std::ptrdiff_t i = 0; i < 4 * vectorBytes; i += 64) fetch<2>(coming, x + i / std::ptrdiff_t{sizeof(T)});
+    vectors(x, std::integral_constant<int, 4>{});
+  }
   for (; x < length; x += lanes) {
     x = std::min(x, length - lanes);
     vectors(x, std::integral_constant<int, 1>{});
@@ -220,7 +225,7 @@ template <class Op> class AnyShape {
 public:
   // src: from the first sample of the members' rectangle.
   AnyShape(Rows<const T> src, ZorImgSize size, const Shape& shape, ZorImgSize roi, int channels)
-    : src_(src), size_(size), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
+    : src_(src), size_(size), roi_(roi), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
       sourceRows_(std::ptrdiff_t{roi.height} + size_.height - 1), levels_(shape.levels),
       count_(static_cast<std::ptrdiff_t>(shape.runs)), shared_(static_cast<std::ptrdiff_t>(shape.shared)),
       pitch_(((static_cast<long long>(roi.width) + size_.width) * channels + wholeLine - 1) / wholeLine * wholeLine),
@@ -245,7 +250,8 @@ public:
   void rows(std::ptrdiff_t y, int count, Rows<T> to, bool keepFourth)
   {
     for (const std::ptrdiff_t end = y + count + size_.height - 1; ready_ < end; ready_ += group)
-      lengthen(ready_, static_cast<int>(std::min<std::ptrdiff_t>(group, sourceRows_ - ready_)));
+      lengthen(ready_, static_cast<int>(std::min<std::ptrdiff_t>(group, sourceRows_ - ready_)),
+               count == group ? comingIn<T>(roi_, channels_, {to.first, to.step}) : Coming<T>{});
     if (keepFourth) pickWindows<true>(src_[y], count, to);
     else pickWindows<false>(src_[y], count, to);
   }
@@ -277,14 +283,17 @@ private:
   {
     const T** const row = row_.in(block());
     const std::ptrdiff_t own = count_ - shared_;
+    const auto coming = [&](int i) {
+      return ready_ + group <= sourceRows_ ? comingIn<T>(roi_, channels_, {src_[ready_ + i], src_.step}) : Coming<T>{};
+    };
     int i = 0;
     for (; shared_ > 0 && i + 2 <= count; i += 2) {
       placeRuns(pair_.in(block()), shared_ + 2 * own, rowAt(top, src_.step, i), 2);
-      pickAcrossTwo<Op, Keep>(row, shared_, own, to[i], to[i + 1], samples_);
+      pickAcrossTwo<Op, Keep>(row, shared_, own, to[i], to[i + 1], samples_, coming(i));
     }
     for (; i < count; ++i) {
       placeRuns(run_.in(block()), count_, rowAt(top, src_.step, i), 1);
-      pickAcross<Op, Keep>(row, count_, to[i], samples_);
+      pickAcross<Op, Keep>(row, count_, to[i], samples_, coming(i));
     }
   }
 
@@ -305,24 +314,24 @@ private:
   }
 
   // The picks of longer runs of `count` source rows, from a whole number of groups on.
-  void lengthen(std::ptrdiff_t first, int count)
+  void lengthen(std::ptrdiff_t first, int count, Coming<T> coming)
   {
     T* const ring = ring_.in(block());
     const std::ptrdiff_t slot = first % static_cast<std::ptrdiff_t>(ringRows_),
                          step = static_cast<std::ptrdiff_t>(pitch_) * static_cast<std::ptrdiff_t>(sizeof(T));
-    RowPairs<T> pairs{src_[first], src_.step, nullptr, step, count, 0};
+    RowPairs<T> pairs{src_[first], src_.step, nullptr, step, count, 0, coming};
     for (int k = 1; k < levels_.count(); ++k) {
       const int length = levels_.length(k), before = levels_.length(k - 1);
       pairs.to = ring + ringOffset(k, slot);
       pairs.length = samples_ + (std::ptrdiff_t{size_.width} - length) * channels_;
       pickTapsOf<Op, false>(levels_.taps(k), pairs, std::ptrdiff_t{before} * channels_,
                             (std::ptrdiff_t{length} - before) * channels_);
-      pairs.from = pairs.to, pairs.fromStep = step;
+      pairs.from = pairs.to, pairs.fromStep = step, pairs.coming = {};
     }
   }
 
   Rows<const T> src_;
-  ZorImgSize size_;
+  ZorImgSize size_, roi_;
   int channels_;
   std::ptrdiff_t samples_, sourceRows_;
   Levels levels_;

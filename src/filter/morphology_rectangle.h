@@ -35,6 +35,28 @@ template <class T, bool IsShort, int Bytes = vectorBytes, class Body>
   body(length - lanes);
 }
 
+// ---- Fetching ----
+
+// Rows that the next stage or the next rows of results need. A stage asks for them at the place where it works on
+// others, so that memory is busy while it computes with what is near. No first row: nothing is asked for.
+template <class T> using Coming = Rows<const T>;
+
+// The rows where they are worth asking for: not those of small regions, which stay near by themselves.
+template <class T> inline Coming<T> comingIn(ZorImgSize roi, int channels, Coming<T> rows)
+{
+  constexpr long long farFrom = 512 << 10;
+  const long long bytes = 1LL * roi.width * channels * static_cast<int>(sizeof(T)) * roi.height;
+  return bytes >= farFrom ? rows : Coming<T>{nullptr, 0};
+}
+
+// Asks for the lines of `Count` rows from sample x on, once a line where x goes along by whole vectors.
+template <int Count, class T> [[gnu::always_inline]] inline void fetch(Coming<T> rows, std::ptrdiff_t x)
+{
+  constexpr std::ptrdiff_t line = 64 / sizeof(T);
+  if (rows.first == nullptr || x % line != 0) return;
+  for (int i = 0; i < Count; ++i) prefetch(rows[i] + x);
+}
+
 // ---- Columns ----
 
 // Row `row` from p on, steps in bytes.
@@ -44,15 +66,16 @@ template <int Bytes, class T> inline Vec<T, Bytes> loadRow(const T* p, std::ptrd
 }
 
 // R rows of results, of windows of `height` >= R rows: to[i * pitch + x] for `length` samples. Windows one row taller
-// than R have kernels of their own.
+// than R have kernels of their own. R rows are coming.
 template <class Op, int R, bool IsOneTaller, int Bytes, class T = typename Op::Sample>
 [[gnu::noinline]] void pickColumns(Rows<const T> src, std::ptrdiff_t anyHeight, std::ptrdiff_t length, T* to,
-                                   std::ptrdiff_t pitch)
+                                   std::ptrdiff_t pitch, Coming<T> coming)
 {
   const UpperHalvesCleared atTheEnd;
   using V = Vec<T, Bytes>;
   const std::ptrdiff_t height = IsOneTaller ? R + 1 : anyHeight, step = src.step;
   const auto pickAt = [=](std::ptrdiff_t x) {
+    fetch<R>(coming, x);
     const T* const p = src.first + x;
     V shared = loadRow<Bytes>(p, R - 1, step);
     for (std::ptrdiff_t row = R; row < height; ++row) shared = Op::pick(shared, loadRow<Bytes>(p, row, step));
@@ -85,7 +108,7 @@ template <class Op, class T = typename Op::Sample>
 
 // ---- Rows ----
 
-// `count` rows of `length` samples that are picked from as many others, steps in bytes.
+// `count` rows of `length` samples that are picked from as many others, steps in bytes; as many are coming.
 template <class T> struct RowPairs {
   const T* from;
   std::ptrdiff_t fromStep;
@@ -93,13 +116,17 @@ template <class T> struct RowPairs {
   std::ptrdiff_t toStep;
   int count;
   std::ptrdiff_t length;
+  Coming<T> coming;
 
   template <class Body> [[gnu::always_inline]] void forEach(Body body) const
   {
     const char* source = reinterpret_cast<const char*>(from);
     char* result = reinterpret_cast<char*>(to);
-    for (int i = 0; i < count; ++i, source += fromStep, result += toStep)
-      body(reinterpret_cast<const T*>(source), reinterpret_cast<T*>(result));
+    Coming<T> next = coming;
+    for (int i = 0; i < count; ++i, source += fromStep, result += toStep) {
+      body(reinterpret_cast<const T*>(source), reinterpret_cast<T*>(result), next);
+      if (next.first) next.first = next[1];
+    }
   }
 };
 
@@ -118,7 +145,7 @@ template <class Op, class T = typename Op::Sample>
                                     std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
-  RowPairs<T>{rows, step, rows, step, count, length}.forEach([=](const T* from, T* to) {
+  RowPairs<T>{rows, step, rows, step, count, length, {}}.forEach([=](const T* from, T* to, Coming<T>) {
     for (std::ptrdiff_t x = 0; x < length; x += Vec<T>::size)
       store(to + x, pickTaps<Op, 4>(from + x, distance, 3 * distance));
   });
@@ -131,14 +158,17 @@ template <class Op, int Taps, bool KeepFourth, class T = typename Op::Sample>
   const std::ptrdiff_t length = rows.length;
   const auto inVectors = [&](auto bytes) {
     constexpr int Bytes = decltype(bytes)::value;
-    rows.forEach([=](const T* from, T* to) {
+    rows.forEach([=](const T* from, T* to, Coming<T> coming) {
       const auto result = [=](std::ptrdiff_t x) {
         return Op::finished(pickTaps<Op, Taps, Bytes>(from + x, distance, last));
       };
       if constexpr (Bytes == 16)
         if (length < Vec<T, 16>::size)
           return storeResultPart<KeepFourth>(to, result(0), static_cast<std::size_t>(length) * sizeof(T));
-      overRow<T, Taps >= 3, Bytes>(length, [=](std::ptrdiff_t x) { storeResult<KeepFourth>(to + x, result(x)); });
+      overRow<T, Taps >= 3, Bytes>(length, [=](std::ptrdiff_t x) {
+        fetch<1>(coming, x);
+        storeResult<KeepFourth>(to + x, result(x));
+      });
     });
   };
   if (vectorBytes > 16 && length < Vec<T>::size) inVectors(std::integral_constant<int, 16>{});
@@ -373,8 +403,8 @@ template <class Op> class Rectangle {
   using T = typename Op::Sample;
 
 public:
-  Rectangle(Rows<const T> src, ZorImgSize mask, int width, int channels)
-    : src_(src), mask_(mask), channels_(channels), samples_(std::ptrdiff_t{width} * channels),
+  Rectangle(Rows<const T> src, ZorImgSize mask, ZorImgSize roi, int channels)
+    : src_(src), mask_(mask), roi_(roi), channels_(channels), samples_(std::ptrdiff_t{roi.width} * channels),
       plan_(samples_, (mask.width - 1LL) * channels),
       isOnStack_(plan_.pitch * rowsAtOnce() <= localSamples && mayUseStack()),
       memory_(isOnStack_ ? 0 : plan_.pitch * rowsAtOnce())
@@ -391,9 +421,13 @@ public:
       const int together = count >= 8 ? 8 : count >= 4 ? 4 : count >= 2 ? 2 : 1;
       for (std::ptrdiff_t x = 0; x < samples_; x += windows) {
         const std::ptrdiff_t length = std::min(windows, samples_ - x);
-        columns({src_[y] + x, src_.step}, together, length, strip);
-        const std::ptrdiff_t step = pitch() * static_cast<std::ptrdiff_t>(sizeof(T));
-        const RowPairs<T> pairs{strip, step, to.first + x, to.step, together, length};
+        columns({src_[y] + x, src_.step}, together, length, strip,
+                comingIn<T>(roi_, channels_, {to.first + x, to.step}));
+        const std::ptrdiff_t step = pitch() * static_cast<std::ptrdiff_t>(sizeof(T)), next = y + together;
+        Coming<T> coming{};
+        if (next + together <= roi_.height)
+          coming = comingIn<T>(roi_, channels_, {src_[next + mask_.height - 1] + x, src_.step});
+        const RowPairs<T> pairs{strip, step, to.first + x, to.step, together, length, coming};
         if (keepFourth) alongRows<true>(pairs, strip);
         else alongRows<false>(pairs, strip);
       }
@@ -418,26 +452,27 @@ private:
   };
   std::ptrdiff_t pitch() const { return static_cast<std::ptrdiff_t>(plan_.pitch); }
 
-  void columns(Rows<const T> src, int rows, std::ptrdiff_t windows, T* strip) const
+  void columns(Rows<const T> src, int rows, std::ptrdiff_t windows, T* strip, Coming<T> coming) const
   {
     const std::ptrdiff_t height = mask_.height, length = windows + (std::ptrdiff_t{mask_.width} - 1) * channels_;
     if (length < Vec<T, 16>::size)
       for (int i = 0; i < rows; ++i) pickShortColumns<Op>({src[i], src.step}, height, length, strip + i * pitch());
-    else if (length < Vec<T>::size) columnsIn<16>(src, rows, length, strip);
-    else columnsIn<vectorBytes>(src, rows, length, strip);
+    else if (length < Vec<T>::size) columnsIn<16>(src, rows, length, strip, coming);
+    else columnsIn<vectorBytes>(src, rows, length, strip, coming);
   }
-  template <int Bytes> void columnsIn(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
+  template <int Bytes>
+  void columnsIn(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip, Coming<T> coming) const
   {
-    if (mask_.height == rows + 1) columnsOf<true, Bytes>(src, rows, length, strip);
-    else columnsOf<false, Bytes>(src, rows, length, strip);
+    if (mask_.height == rows + 1) columnsOf<true, Bytes>(src, rows, length, strip, coming);
+    else columnsOf<false, Bytes>(src, rows, length, strip, coming);
   }
   template <bool IsOneTaller, int Bytes>
-  void columnsOf(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip) const
+  void columnsOf(Rows<const T> src, int rows, std::ptrdiff_t length, T* strip, Coming<T> coming) const
   {
-    if (rows == 8) pickColumns<Op, 8, false, Bytes>(src, mask_.height, length, strip, pitch());
-    else if (rows == 4) pickColumns<Op, 4, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch());
-    else if (rows == 2) pickColumns<Op, 2, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch());
-    else pickColumns<Op, 1, false, Bytes>(src, mask_.height, length, strip, pitch());
+    if (rows == 8) pickColumns<Op, 8, false, Bytes>(src, mask_.height, length, strip, pitch(), coming);
+    else if (rows == 4) pickColumns<Op, 4, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch(), coming);
+    else if (rows == 2) pickColumns<Op, 2, IsOneTaller, Bytes>(src, mask_.height, length, strip, pitch(), coming);
+    else pickColumns<Op, 1, false, Bytes>(src, mask_.height, length, strip, pitch(), coming);
   }
 
   // pairs: from the rows of the strip to those of results.
@@ -452,7 +487,7 @@ private:
   }
 
   Rows<const T> src_;
-  ZorImgSize mask_;
+  ZorImgSize mask_, roi_;
   int channels_;
   std::ptrdiff_t samples_;
   Plan plan_;
@@ -470,7 +505,7 @@ inline ZorStatus filterRectangle(Rows<const T> src, ZorImgSize mask, const Targe
     target.fill(filter);
     return ZorOk;
   }
-  Rectangle<Op> filter(src, mask, target.roi.width, target.channels);
+  Rectangle<Op> filter(src, mask, target.roi, target.channels);
   if (auto s = filter.status(); s != ZorOk) return s;
   if (inPlace) return target.fillInPlace(filter, above);
   target.fill(filter);

@@ -239,8 +239,9 @@ template <class V>
 void multiplySpectra(const Levels& levels, int i, const Elements& data, std::ptrdiff_t blocks, const float* factors)
 {
   const Level& level = levels.level[i];
-  // what stays in registers does so for both ways
+  // what is at hand is worked both ways
   if (i + 1 == levels.count && level.radix == 4) return runMiddle<4, V>(data, blocks, factors);
+  if (i + 1 == levels.count && level.radix == 8) return runMiddle<8, V>(data, blocks, factors);
   const std::ptrdiff_t elements = level.radix * level.apart, floats = elements * data.pitch;
   if (blocks > 1 && blocks * floats * static_cast<std::ptrdiff_t>(sizeof(float)) > nearBytes) {
     for (std::ptrdiff_t b = 0; b < blocks; ++b)
