@@ -91,8 +91,7 @@ inline void mapShape(Rows<const T> src, Rows<T> dst, ZorImgSize roi, Op op, cons
   const auto at = [=](Offset pixel) {
     return Rows<const T>{src[pixel.y] + std::ptrdiff_t{pixel.x} * channels<L>, src.step};
   };
-  if constexpr (L == AC4)
-    mapRows(dst, length, roi.height, KeepFourth<Op>{op}, Rows<const T>{dst.first, dst.step}, at(shape[K])...);
+  if constexpr (L == AC4) mapRows(dst, length, roi.height, KeepFourth<Op>{op}, readOnly(dst), at(shape[K])...);
   else mapRows(dst, length, roi.height, op, at(shape[K])...);
 }
 

@@ -251,7 +251,7 @@ public:
   {
     for (const std::ptrdiff_t end = y + count + size_.height - 1; ready_ < end; ready_ += group)
       lengthen(ready_, static_cast<int>(std::min<std::ptrdiff_t>(group, sourceRows_ - ready_)),
-               count == group ? comingIn<T>(roi_, channels_, {to.first, to.step}) : Coming<T>{});
+               count == group ? comingIn<T>(roi_, channels_, readOnly(to)) : Coming<T>{});
     if (keepFourth) pickWindows<true>(src_[y], count, to);
     else pickWindows<false>(src_[y], count, to);
   }

@@ -326,7 +326,6 @@ TEST(ComplexPixels, MagnitudeAndPhase)
   EXPECT_EQ(t[1], 0);
 }
 
-// Ratios of the parts all over 0 to 1, and down to small ones, in all eight octants.
 // The bounds of 16-bit types, their neighbours and what lies between, at every scale that matters.
 template <class C, class T, class Function> void integerPixels(Function magnitude, Function phase)
 {
@@ -357,6 +356,7 @@ TEST(ComplexPixels, IntegersAtTheirBounds)
   integerPixels<Zor16uc, Zor16u>(zoriMagnitude_16uc16u_C1RSfs, zoriPhase_16uc16u_C1RSfs);
 }
 
+// Ratios of the parts all over 0 to 1, and down to small ones, in all eight octants.
 TEST(ComplexPixels, PhaseIsAsNearAsTold)
 {
   Noise noise(9);
