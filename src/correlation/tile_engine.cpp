@@ -50,6 +50,7 @@ struct TileNumbers {
   const Vec<float> scale = splat(numbers.scale);
   for (int y = 0; y < rows; ++y, to += element) {
     const float* const p = rowAt(from, step, y);
+    prefetch(p + strip); // for the strip beside this one
     for (int i = 0; i < strip; i += Vec<float>::size) storeAligned(to + i, load<float>(p + i) * scale);
   }
 }

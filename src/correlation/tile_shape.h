@@ -1,5 +1,6 @@
 // The choice of a tile for a correlation: of all shapes that need no more memory than the common one of a power of two
-// either way, the one that takes the least work.
+// either way, the one that takes the least work. The common tile takes the memory of its values, of its results and of
+// a transform by columns; a pair of tiles may take twice that.
 #pragma once
 
 #include <cstdint>
