@@ -78,6 +78,12 @@ template <int Period, class D> inline std::ptrdiff_t loopBegin(const D* dst, std
   return head % Period ? 0 : head + lanes;
 }
 
+template <bool IsFar, class T> ZORI_INLINE inline Vec<T> loadFrom(const T* p)
+{
+  if constexpr (IsFar) return loadFromFar<T>(p);
+  else return load<T>(p);
+}
+
 // A row of a vector or more.
 template <int Period, bool IsLongOp, class D, class W, class At>
 ZORI_INLINE inline void mapVectors(D* dst, std::ptrdiff_t length, const W& writing, At at)
@@ -159,18 +165,19 @@ template <class Constant, class D, class Op, class... S>
     }
     return;
   }
-  const auto along = [&op](const S*... from) ZORI_INLINE {
-    return [&op, from...](std::ptrdiff_t i, const auto& c) ZORI_INLINE { return applied(op, c, load<S>(from + i)...); };
+  const auto along = [&op](auto isFar, const S*... from) ZORI_INLINE {
+    return [&op, from...](std::ptrdiff_t i, const auto& c)
+             ZORI_INLINE { return applied(op, c, loadFrom<decltype(isFar)::value>(from + i)...); };
   };
   const std::ptrdiff_t behind = length - lanes;
   const auto c0 = constant.at(0), cLast = constant.at(behind);
   if (length <= 2 * lanes && (hasConstant || !isLongOp<Op>)) { // one or two vectors, which overlap
     if (behind == 0) {
-      for (int y = 0; y < rows; ++y) store(dst[y], along(src[y]...)(0, c0));
+      for (int y = 0; y < rows; ++y) store(dst[y], along(std::false_type{}, src[y]...)(0, c0));
       return;
     }
     for (int y = 0; y < rows; ++y) {
-      const auto at = along(src[y]...);
+      const auto at = along(std::false_type{}, src[y]...);
       const Vec<D> first = at(0, c0), last = at(behind, cLast);
       store(dst[y], first);
       store(dst[y] + behind, last);
@@ -178,7 +185,8 @@ template <class Constant, class D, class Op, class... S>
     return;
   }
   const auto allRows = [&](const auto& writing) ZORI_INLINE {
-    [[maybe_unused]] constexpr bool isNear = std::is_same_v<std::decay_t<decltype(writing)>, NearWriting>;
+    constexpr bool isNear = std::is_same_v<std::decay_t<decltype(writing)>, NearWriting>;
+    using IsFar = std::bool_constant<!isNear>;
     if constexpr (hasConstant) {
       std::ptrdiff_t begin = 0; // where the loop of the row before began, to which the constants belong
       auto cLoop = c0, c1 = constant.at(lanes), c2 = constant.at(2 * lanes);
@@ -188,11 +196,11 @@ template <class Constant, class D, class Op, class... S>
           begin = here;
           cLoop = constant.at(begin), c1 = constant.at(begin + lanes), c2 = constant.at(begin + 2 * lanes);
         }
-        mapVectorsInThrees(dst[y], begin, length, c0, cLoop, c1, c2, cLast, writing, along(src[y]...));
+        mapVectorsInThrees(dst[y], begin, length, c0, cLoop, c1, c2, cLast, writing, along(IsFar{}, src[y]...));
       }
     } else {
       for (int y = 0; y < rows; ++y) {
-        const auto at = along(src[y]...);
+        const auto at = along(IsFar{}, src[y]...);
         mapVectors<periodOf<Op>, isLongOp<Op>>(dst[y], length, writing,
                                                [&](std::ptrdiff_t i) ZORI_INLINE { return at(i, NoConstant{}); });
       }

@@ -24,8 +24,9 @@ template <class T> inline std::ptrdiff_t fetchDistance(std::ptrdiff_t length)
 }
 
 // How a region is written. A line that a loop is going to write is fetched well before, since the processor asks for
-// what is read early enough by itself and waits for what is written. Regions that no cache holds beside their sources
-// go past it, whole aligned vectors at a time, unless they are written over a source, which brings the lines along.
+// what is read early enough by itself and waits for what is written. What lies in the second-level cache is left alone.
+// Regions that no cache holds beside their sources go past it, whole aligned vectors at a time, unless they are written
+// over a source, which brings the lines along.
 struct Writing {
   std::ptrdiff_t ahead = 0; // bytes from what is written to what is fetched; 0 for nothing
   bool streams = false;
@@ -38,7 +39,7 @@ struct NearWriting {
 template <class D, class... S>
 inline Writing writingOf(Rows<D> dst, std::ptrdiff_t length, int rows, Rows<const S>... src)
 {
-  constexpr long long farFrom = 16 << 10, streamedFrom = 24 << 20;
+  constexpr long long farFrom = 128 << 10, streamedFrom = 24 << 20;
   const auto row = length * static_cast<std::ptrdiff_t>(sizeof(D));
   const long long region = 1LL * row * rows;
   const bool overSource = ((static_cast<const void*>(src.first) == dst.first) || ...);
