@@ -11,8 +11,8 @@ namespace {
 struct Length {
   int values, cost;
 };
-constexpr Length lengths[] = {{16, 225},  {32, 220},  {48, 250},  {64, 275},  {80, 330},  {96, 300},  {128, 320},
-                              {144, 335}, {160, 390}, {192, 375}, {240, 400}, {256, 385}, {288, 395}, {320, 430},
+constexpr Length lengths[] = {{16, 225},  {32, 220},  {48, 250},  {64, 260},  {80, 330},  {96, 300},  {128, 320},
+                              {144, 335}, {160, 390}, {192, 375}, {240, 400}, {256, 365}, {288, 395}, {320, 430},
                               {384, 445}, {480, 470}, {512, 480}, {576, 490}, {640, 505}, {768, 570}, {1024, 705}};
 constexpr int costOfOctave = 50; // beyond these, of powers of two
 constexpr int costBesides = 350; // what belongs to a value but for the transforms: turns, products, sums, last step
