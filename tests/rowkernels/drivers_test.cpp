@@ -272,7 +272,7 @@ TEST(Drivers, LargeRegions)
 {
   const uint8_t three[3] = {1, 20, 255};
   const Pattern<uint8_t> constant(three, 3);
-  for (const auto& [length, rows] : {std::pair{1100, 20}, {1600, 16000}, {9000, 3}, {9000, 2900}})
+  for (const auto& [length, rows] : {std::pair{1100, 200}, {1600, 16000}, {9000, 30}, {9000, 2900}})
     for (const int offset : {0, 1, 7}) {
       const int step = length + offset + 3;
       const size_t bytes = static_cast<size_t>(step) * static_cast<size_t>(rows) + 64;
