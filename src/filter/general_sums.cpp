@@ -507,9 +507,53 @@ template void convolve(const Convolution<Zor16u, Zor32f>&);
 template void convolve(const Convolution<Zor16s, Zor32f>&);
 template void convolve(const Convolution<Zor32f, Zor32f>&);
 
+// ---- Doubles: they need no working memory, since the image is read where it is and sums stay in registers ----
+
+// N vectors of sums, over samples that `read` takes from their place in a source row.
+template <int N, class Read>
+ZORI_INLINE static inline void sumDoubles(const Convolution<Zor64f, Zor64f>& call, int y, std::ptrdiff_t x,
+                                          Vec<Zor64f> (&sums)[N], Read read)
+{
+  for (auto& v : sums) v = zero<Zor64f>();
+  const Zor64f* element = call.pKernel + std::ptrdiff_t{call.kernelSize.width} * call.kernelSize.height;
+  for (int r = 0; r < call.kernelSize.height; ++r) {
+    const Zor64f* p = call.src[std::ptrdiff_t{y} + r] + x;
+    for (int c = 0; c < call.kernelSize.width; ++c, ++p) {
+      const auto factor = splat(get<Zor64f>(--element)); // the kernel is reversed
+      for (int v = 0; v < N; ++v) sums[v] += read(p + v * Vec<Zor64f>::size) * factor;
+    }
+  }
+}
+
+static void sumDoubles(const Convolution<Zor64f, Zor64f>& call)
+{
+  const UpperHalvesCleared atTheEnd;
+  constexpr int most = 8;
+  constexpr std::ptrdiff_t size = Vec<Zor64f>::size;
+  const std::ptrdiff_t length = call.rowSamples();
+  for (int y = 0; y < call.roi.height; ++y) {
+    Zor64f* const dst = reinterpret_cast<Zor64f*>(call.dst[y]);
+    const auto block = [&](std::ptrdiff_t x, auto vectors) ZORI_INLINE {
+      Vec<Zor64f> sums[vectors];
+      sumDoubles(call, y, x, sums, [](const Zor64f* p) { return load<Zor64f>(p); });
+      for (int v = 0; v < vectors; ++v) store(dst + x + v * size, sums[v]);
+    };
+    std::ptrdiff_t x = 0;
+    for (; x + most * size <= length; x += most * size) block(x, std::integral_constant<int, most>());
+    for (; x < length && length >= size; x += size) // the last one ends with the row
+      block(std::min(x, length - size), std::integral_constant<int, 1>());
+    if (length < size) {
+      const auto bytes = static_cast<std::size_t>(length) * sizeof(Zor64f);
+      Vec<Zor64f> sums[1];
+      sumDoubles(call, y, 0, sums, [=](const Zor64f* p) { return as<Zor64f>(loadShort<std::uint64_t>(p, bytes)); });
+      storeShort<std::uint64_t>(dst, as<std::uint64_t>(sums[0]), bytes);
+    }
+  }
+}
+
 void convolveInDouble(const Convolution<Zor64f, Zor64f>& call)
 {
-  underRounding(Rounding::Nearest, [&] { plainFilter(call, 0, call.roi.height); });
+  underRounding(Rounding::Nearest, [&] { sumDoubles(call); });
 }
 
 // ---- Integer kernels of 16-bit images ----

@@ -10,6 +10,7 @@
 #include "warp_walk.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace zori {
 namespace geometry {
@@ -66,6 +67,24 @@ ZorStatus findRegion(const WarpCall& c, Box& box)
 // Source points beyond these bounds are left out; null when there are none.
 using Bounds = const Box*;
 
+// Asks for what the columns behind these will read of the source, whose lines the processor does not see coming where
+// rows cross them on a slant. It lies as far on as these points reach. Of that, the group of rows above has had all but
+// the lines that the lowest row of pixels meets first; rows that meet the same lines are left out,
+// and so are steep ones, where there is less to gain than it costs.
+template <Method M>
+[[gnu::always_inline]] inline void fetchNext(const Source& source, const Zor8u* plane, const Points& points, int row,
+                                             int count)
+{
+  constexpr int below = M == Method::Cubic8 ? 2 : 1;
+  const std::int32_t* const offset = points.offset[row];
+  const std::ptrdiff_t reach = offset[count - 1] - offset[0];
+  const int line = std::max(64 / source.pixelBytes, 1), crossed = static_cast<int>(std::abs(reach / source.step));
+  const int toNext = std::clamp(count / std::max(crossed, 1), 1, line); // points
+  if (crossed > count / 2 || (blockRows - 1 - row) % (line / toNext) != 0) return;
+  const Zor8u* const next = plane + reach + below * source.step;
+  for (int i = 0; i < count; i += toNext) prefetch(next + offset[i]);
+}
+
 template <class Rule> using PlaceBlock = void (*)(const Rule&, Lanes<Rule>&, const Source&, int, Points&);
 
 // The form of a method for points before the last column and row. In single precision only linear rules know ahead.
@@ -92,6 +111,8 @@ void walkGroups(const WarpCall& call, const Rule& rule, const Outline& outline, 
     return bounds && !(x >= bounds->left - hair && x <= bounds->right + hair && y >= bounds->top - hair &&
                        y <= bounds->bottom + hair);
   };
+  constexpr long long cachedBytes = 1 << 20;
+  const bool fetches = source.bytes() > cachedBytes;
   const int planes = call.planeCount(), pixelBytes = call.pixelBytes();
 
   Points points, innerPoints;
@@ -125,9 +146,11 @@ void walkGroups(const WarpCall& call, const Rule& rule, const Outline& outline, 
         if (count <= 0) continue;
         const std::ptrdiff_t at = (std::ptrdiff_t{first[r]} + done) * pixelBytes;
         const auto sample = [&](SampleRow kernel, const Points& placed) {
-          for (int p = 0; p < planes; ++p)
+          for (int p = 0; p < planes; ++p) {
+            if (fetches && kernel != sampler.fine) fetchNext<M>(source, call.srcPlane(p), placed, r, count);
             kernel(source, call.srcPlane(p), {&placed, r, 0}, count,
                    rowAt(call.dstPlane(p), call.dstStep, static_cast<std::ptrdiff_t>(top + r)) + at);
+          }
         };
         if (isAlwaysFine || !isPlain(before, r, count, placer)) {
           Points own;
