@@ -95,9 +95,10 @@ ZorStatus scaleDownRegion(const S* pSrc, int srcStep, Zor8u* pDst, int dstStep, 
 // ---- 32f ----
 
 struct ByteToRange {
+  static constexpr int widensTo = sizeof(Zor32f);
   Zor32f factor, least;
 
-  Group<Zor32f> operator()(const Group<Zor8u>& x) const
+  template <class S> Group<Zor32f> operator()(const Group<S>& x) const
   {
     Group<Zor32f> y = Converted<Zor32f>{}(x);
     for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] * splat(factor) + splat(least);

@@ -16,6 +16,7 @@ inline namespace ZORI_WIDTH {
 // ---- Operations on groups ----
 
 template <class D> struct Converted {
+  static constexpr int widensTo = sizeof(D);
   template <class S, int Bytes> ZORI_INLINE Group<D, Bytes> operator()(const Group<S, Bytes>& x) const
   {
     Group<D, Bytes> y;

@@ -22,6 +22,7 @@
 #include "frame/layout.h"
 #include "short_rows.h"
 #include "simd.h"
+#include "simd_32_only.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -448,8 +449,30 @@ ZORI_INLINE inline void shortGroups(Rows<D> dst, std::ptrdiff_t length, int rows
     storeShortGroup(dst[y], op(loadShortGroup<S, Bytes>(src[y], length, half)...), length, half);
 }
 
+// An operation that widens its source says `static constexpr int widensTo = sizeof(D)`: where vectors of 32 bytes are
+// loaded, their samples come widened, which costs less there than taking a vector to pieces.
+template <class Op, class = void> inline constexpr int widensTo = 1;
+template <class Op> inline constexpr int widensTo<Op, std::void_t<decltype(Op::widensTo)>> = Op::widensTo;
+
+template <int To, class T> ZORI_INLINE inline auto loadGroupWidened(const T* p)
+{
+#if ZORI_VECTOR_BYTES == 32
+  if constexpr (To == 2 * sizeof(T)) {
+    Group<WiderT<T>> x;
+    for (int k = 0; k < x.parts; ++k) x.part[k] = loadHalfWidened<T>(p + k * x.lanes);
+    return x;
+  } else if constexpr (To == 4 * sizeof(T)) {
+    Group<Zor32s> x;
+    for (int k = 0; k < x.parts; ++k) x.part[k] = loadWidenedTo32<T>(p + k * x.lanes);
+    return x;
+  } else
+#endif
+    return loadGroup<T>(p);
+}
+
 // dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
-// is no narrower than the destination.
+// is no narrower than the destination. The two groups in front of the loop overlap, and so do the two behind it: both
+// are formed before one is stored.
 template <class D, class Op, class... S>
 [[gnu::noinline]] void groupKernel(Rows<D> dst, std::ptrdiff_t length, int rows, Passed<Op> given, Rows<const S>... src)
 {
@@ -460,47 +483,60 @@ template <class D, class Op, class... S>
   if constexpr (hasHalves)
     if (length <= 16) return shortGroups<16>(dst, length, rows, op, src...);
   if (length < size) return shortGroups<vectorBytes>(dst, length, rows, op, src...);
-  const std::ptrdiff_t lastAt = length - size;
-  const std::ptrdiff_t ahead = std::max({fetchDistance<D>(length), fetchDistance<S>(length)...}); // of the widest
-  const auto alongRow = [&](auto mayStream, D* to, const S*... from) ZORI_INLINE {
-    constexpr bool Streams = decltype(mayStream)::value;
-    const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroup<S>(from + i)...); };
-    std::ptrdiff_t waitingAt = 0, i = size;
+  // Sources of more bytes than the destination are asked for too, but only a little ahead.
+  constexpr bool sourceIsMore = ((sizeof(S) > sizeof(D)) && ...);
+  constexpr std::ptrdiff_t nextLines = 512;
+  const Writing writing = isLongOp<Op> ? Writing{} : writingOf(dst, length, rows, src...);
+  const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
+    const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroupWidened<widensTo<Op>>(from + i)...); };
+    std::ptrdiff_t i = 0, behind = length - size;
+    bool isAtEnd = true;
     if (length >= alignedFrom * size) {
       const std::ptrdiff_t head = elementsToAlignment(to);
-      if (head != 0 && head % periodOf<Op> == 0) i = head;
-    }
-    const bool streams = Streams && isAligned(to + i); // from the second group on
-    Group<D> waiting = at(0);
-    constexpr std::ptrdiff_t half = hasHalves ? size / 2 : 0; // so much at the end goes in half a group
-    while (waitingAt < lastAt - half) {                       // each group is written when the next one is formed
-      i = std::min(i, lastAt);
-      if (!Streams) fetchAhead(to + i, ahead, sizeof(Group<D>));
-      (fetchAhead(from + i, ahead, sizeof(Group<S>)), ...);
-      const Group<D> next = at(i);
-      if (streams && waitingAt != 0) streamGroup(to + waitingAt, waiting);
-      else storeGroup(to + waitingAt, waiting);
-      waiting = next;
-      waitingAt = i;
-      i += size;
-    }
-    if constexpr (hasHalves) {
-      if (waitingAt < lastAt) {
-        const std::ptrdiff_t at16 = length - half;
-        const Group<D, 16> last = op(loadGroup<S, 16>(from + at16)...);
-        storeGroup(to + waitingAt, waiting);
-        storeGroup(to + at16, last);
-        return;
+      if (head != 0 && head % periodOf<Op> == 0) {
+        behind = head;
+        isAtEnd = false;
       }
     }
-    storeGroup(to + waitingAt, waiting);
+    for (;;) {
+      if (isAtEnd) {
+        if (writing.streams && isAligned(to + i)) {
+          for (; i + 2 * size <= length; i += size) streamGroup(to + i, at(i));
+        } else if (writing.ahead != 0) {
+          for (; i + 2 * size <= length; i += size) {
+            fetchAhead(to + i, writing.ahead, sizeof(Group<D>));
+            if constexpr (sourceIsMore) (fetchAhead(from + i, nextLines, sizeof(Group<S>)), ...);
+            storeGroup(to + i, at(i));
+          }
+        } else {
+          for (; i + 2 * size <= length; i += size) storeGroup(to + i, at(i));
+        }
+      }
+      const Group<D> here = at(i);
+      if (i == behind) {
+        storeGroup(to + i, here);
+        return;
+      }
+      if constexpr (hasHalves) {
+        constexpr std::ptrdiff_t half = size / 2; // so much at the end goes in half a group
+        if (isAtEnd && behind - i <= half) {
+          const Group<D, 16> last = op(loadGroup<S, 16>(from + length - half)...);
+          storeGroup(to + i, here);
+          storeGroup(to + length - half, last);
+          return;
+        }
+      }
+      const Group<D> next = at(behind);
+      storeGroup(to + i, here);
+      storeGroup(to + behind, next);
+      if (isAtEnd) return;
+      i = behind + size;
+      behind = length - size;
+      isAtEnd = true;
+    }
   };
-  if (!isLongOp<Op> && writingOf(dst, length, rows, src...).streams) {
-    for (int y = 0; y < rows; ++y) alongRow(std::bool_constant<!isLongOp<Op>>{}, dst[y], src[y]...);
-    streamFence();
-  } else {
-    for (int y = 0; y < rows; ++y) alongRow(std::false_type{}, dst[y], src[y]...);
-  }
+  for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);
+  if (writing.streams) streamFence();
 }
 
 template <class D, class Op, class... S>
@@ -530,6 +566,7 @@ template <class T, int Bytes = vectorBytes> inline Vec<T, Bytes> colourMask()
 template <class Op> struct KeepFourth {
   static constexpr int period = 4;
   static constexpr bool isLong = isLongOp<Op>;
+  static constexpr int widensTo = zori::widensTo<Op>;
   Op op;
   template <class D, class... S> Vec<D> operator()(Vec<D> old, S... src) const
   {

@@ -29,6 +29,7 @@ template <class T> inline Vec<T, 32> gatherEightsOfFour(const void* p, const int
 template <class T> inline Vec<int32_t, 32> loadWidenedTo32(const void* p)
 {
   if constexpr (std::is_same_v<T, uint8_t>) return {_mm256_cvtepu8_epi32(loadLow8<T>(p).v)};
+  else if constexpr (std::is_same_v<T, int8_t>) return {_mm256_cvtepi8_epi32(loadLow8<T>(p).v)};
   else if constexpr (std::is_same_v<T, uint16_t>) return {_mm256_cvtepu16_epi32(load16<T>(p).v)};
   else {
     static_assert(std::is_same_v<T, int16_t>);
