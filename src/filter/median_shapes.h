@@ -56,7 +56,7 @@ template <int Weight> constexpr Drawing weightedMedian()
 // ---- Operations ----
 
 template <auto Draw> struct Selected {
-  static constexpr bool isLong = true;
+  static constexpr bool isLong = Draw().length().exchangeHalves > 4; // more than the median of three
   template <class T, class... Rest> Vec<T> operator()(Vec<T> first, Rest... rest) const
   {
     if constexpr (std::is_same_v<T, uint16_t>) { // signed words have a minimum and a maximum of their own

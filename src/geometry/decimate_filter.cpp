@@ -74,19 +74,33 @@ int shrunk(int extent, const Filter& f) { return static_cast<int>(1LL * extent *
 
 Zor8u finished(int sum) { return static_cast<Zor8u>(std::clamp((sum + 8192) >> 14, 0, 255)); }
 
-// Eight samples, widened, in one product with all weights of a phase.
+// The products of eight samples with all weights of a phase, in four parts of their sum.
+inline Vec<Zor32s> productsOfTaps(const Zor8u* p, const Zor16s* weights)
+{
+  return mulAddPairs(as<Zor16s>(widenLow(loadLow8<Zor8u>(p))), load<Zor16s>(weights));
+}
+
 inline int sumOfTaps(const Zor8u* p, const Zor16s* weights)
 {
-  const Vec<Zor16s> x = as<Zor16s>(widenLow(loadLow8<Zor8u>(p)));
-  Vec<Zor32s> sum = mulAddPairs(x, load<Zor16s>(weights));
+  Vec<Zor32s> sum = productsOfTaps(p, weights);
   sum = sum + shuffle<1, 0, 3, 2>(sum);
   return firstLane(sum + shuffle<2, 3, 0, 1>(sum));
 }
 
+// The sums of four vectors, side by side.
+inline Vec<Zor32s> sumsOfFour(const Vec<Zor32s> (&x)[4])
+{
+  const auto half = [](Vec<Zor32s> a, Vec<Zor32s> b) {
+    return as<std::uint64_t>(interleaveLow(a, b) + interleaveHigh(a, b));
+  };
+  const auto first = half(x[0], x[1]), second = half(x[2], x[3]);
+  return as<Zor32s>(interleaveLow(first, second)) + as<Zor32s>(interleaveHigh(first, second));
+}
+
 [[gnu::noinline]] void decimateRow(const Filter& f, const Zor8u* src, int width, Zor8u* dst, int count)
 {
-  int base = 0;
-  for (int i = 0; i < count; base += f.q)
+  int i = 0, base = 0;
+  const auto group = [&] {
     for (int k = 0; k < f.p && i < count; ++k, ++i) {
       const int first = base + f.first[k];
       if (first >= 0 && first + maxTaps <= width) {
@@ -97,6 +111,26 @@ inline int sumOfTaps(const Zor8u* p, const Zor16s* weights)
       for (int t = 0; t < maxTaps; ++t) edge[t] = src[std::clamp(first + t, 0, width - 1)];
       dst[i] = finished(sumOfTaps(edge, f.weights[k]));
     }
+    base += f.q;
+  };
+  while (i < count && base + f.first[0] < 0) group();
+
+  constexpr int together = 12; // whole groups of all fractions
+  int first[together];
+  const Zor16s* weights[together];
+  for (int k = 0; k < together; ++k) {
+    first[k] = k / f.p * f.q + f.first[k % f.p];
+    weights[k] = f.weights[k % f.p];
+  }
+  const int advance = together / f.p * f.q;
+  for (; i + together <= count && base + first[together - 1] + maxTaps <= width; i += together, base += advance)
+    for (int k = 0; k < together; k += 4) {
+      Vec<Zor32s> products[4];
+      for (int j = 0; j < 4; ++j) products[j] = productsOfTaps(src + base + first[k + j], weights[k + j]);
+      const auto words = narrowSat<Zor16s>(shiftRight<14>(sumsOfFour(products) + splat(8192)), splat(0));
+      storeLow4(dst + i + k, narrowSat<Zor8u>(words, words));
+    }
+  while (i < count) group();
 }
 
 // Rows above each other, two to a multiply-add.
