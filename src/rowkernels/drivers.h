@@ -470,6 +470,9 @@ template <int To, class T> ZORI_INLINE inline auto loadGroupWidened(const T* p)
     return loadGroup<T>(p);
 }
 
+// Sources of more bytes than the destination are asked for as well, but only so many bytes ahead.
+inline constexpr std::ptrdiff_t sourceAhead = 1024;
+
 // dst[i] = op(src[i]...) between widths: mapRow with an operation on groups. A row may be its own source where that
 // is no narrower than the destination. The two groups in front of the loop overlap, and so do the two behind it: both
 // are formed before one is stored.
@@ -483,9 +486,7 @@ template <class D, class Op, class... S>
   if constexpr (hasHalves)
     if (length <= 16) return shortGroups<16>(dst, length, rows, op, src...);
   if (length < size) return shortGroups<vectorBytes>(dst, length, rows, op, src...);
-  // Sources of more bytes than the destination are asked for too, but only a little ahead.
   constexpr bool sourceIsMore = ((sizeof(S) > sizeof(D)) && ...);
-  constexpr std::ptrdiff_t nextLines = 512;
   const Writing writing = isLongOp<Op> ? Writing{} : writingOf(dst, length, rows, src...);
   const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
     const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroupWidened<widensTo<Op>>(from + i)...); };
@@ -505,7 +506,7 @@ template <class D, class Op, class... S>
         } else if (writing.ahead != 0) {
           for (; i + 2 * size <= length; i += size) {
             fetchAhead(to + i, writing.ahead, sizeof(Group<D>));
-            if constexpr (sourceIsMore) (fetchAhead(from + i, nextLines, sizeof(Group<S>)), ...);
+            if constexpr (sourceIsMore) (fetchAhead(from + i, sourceAhead, sizeof(Group<S>)), ...);
             storeGroup(to + i, at(i));
           }
         } else {
