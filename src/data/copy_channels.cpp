@@ -10,13 +10,6 @@
 namespace zori {
 namespace {
 
-template <int N, class R> static Planar<R, N> planesAt(const Planar<R, N>& first, int step, int y)
-{
-  Planar<R, N> row;
-  for (int k = 0; k < N; ++k) row.run[k] = rowAt(first.run[k], step, y);
-  return row;
-}
-
 template <class T, int N>
 ZorStatus splitRegion(const T* pSrc, int srcStep, T* const* pDst, int dstStep, ZorImgSize roiSize)
 {
@@ -25,9 +18,8 @@ ZorStatus splitRegion(const T* pSrc, int srcStep, T* const* pDst, int dstStep, Z
   Planar<R, N> dst;
   for (int k = 0; k < N; ++k) dst.run[k] = raw(pDst[k]);
   const ZorImgSize rows = joinedRows(roiSize, Pitch{N * bytesOf<T>, srcStep}, Pitch{bytesOf<T>, dstStep});
-  for (int y = 0; y < rows.height; ++y)
-    moveChannels<true>(Interleaved<const R, N>{raw(rowAt(pSrc, srcStep, y))}, planesAt(dst, dstStep, y), rows.width,
-                       SameChannels{}, zero<R>());
+  moveChannels<true>(PixelRows<Interleaved<const R, N>>{{raw(pSrc)}, srcStep}, PixelRows<Planar<R, N>>{dst, dstStep},
+                     rows.width, rows.height, SameChannels{}, zero<R>());
   return ZorOk;
 }
 
@@ -39,9 +31,8 @@ ZorStatus mergeRegion(const T* const* pSrc, int srcStep, T* pDst, int dstStep, Z
   Planar<const R, N> src;
   for (int k = 0; k < N; ++k) src.run[k] = raw(pSrc[k]);
   const ZorImgSize rows = joinedRows(roiSize, Pitch{bytesOf<T>, srcStep}, Pitch{N * bytesOf<T>, dstStep});
-  for (int y = 0; y < rows.height; ++y)
-    moveChannels<true>(planesAt(src, srcStep, y), Interleaved<R, N>{raw(rowAt(pDst, dstStep, y))}, rows.width,
-                       SameChannels{}, zero<R>());
+  moveChannels<true>(PixelRows<Planar<const R, N>>{src, srcStep}, PixelRows<Interleaved<R, N>>{{raw(pDst)}, dstStep},
+                     rows.width, rows.height, SameChannels{}, zero<R>());
   return ZorOk;
 }
 
@@ -49,12 +40,10 @@ template <class T, int SrcStride, int DstStride>
 ZorStatus copyChannel(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSize roiSize)
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
-  for (int y = 0; y < roiSize.height; ++y) {
-    const auto src = raw(rowAt(pSrc, srcStep, y));
-    const auto dst = raw(rowAt(pDst, dstStep, y));
-    if constexpr (DstStride == 1) takeChannel<Raw<T>, SrcStride>(src, dst, roiSize.width);
-    else moveChannel<Raw<T>, SrcStride, DstStride>(src, dst, roiSize.width);
-  }
+  const Rows<const Raw<T>> src{raw(pSrc), srcStep};
+  const Rows<Raw<T>> dst{raw(pDst), dstStep};
+  if constexpr (DstStride == 1) takeChannel<Raw<T>, SrcStride>(src, dst, roiSize.width, roiSize.height);
+  else moveChannel<Raw<T>, SrcStride, DstStride>(src, dst, roiSize.width, roiSize.height);
   return ZorOk;
 }
 
@@ -67,9 +56,9 @@ ZorStatus zoriDup_8u_C1C3R(const Zor8u* pSrc, int srcStep, Zor8u* pDst, int dstS
 {
   if (auto s = firstFailure(nonNull(pSrc, pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   const ZorImgSize rows = joinedRows(roiSize, Pitch{1, srcStep}, Pitch{3, dstStep});
-  for (int y = 0; y < rows.height; ++y)
-    moveChannels<true>(Planar<const Zor8u, 1>{{rowAt(pSrc, srcStep, y)}},
-                       Interleaved<Zor8u, 3>{{rowAt(pDst, dstStep, y)}}, rows.width, OneChannel{}, zero<Zor8u>());
+  moveChannels<true>(PixelRows<Planar<const Zor8u, 1>>{{{pSrc}}, srcStep},
+                     PixelRows<Interleaved<Zor8u, 3>>{{{pDst}}, dstStep}, rows.width, rows.height, OneChannel{},
+                     zero<Zor8u>());
   return ZorOk;
 }
 

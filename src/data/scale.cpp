@@ -19,12 +19,12 @@ namespace {
 // ---- Integers ----
 
 template <class D> struct ByteRepeated {
-  Group<D> operator()(const Group<Zor8u>& x) const
+  template <int Bytes> ZORI_INLINE Group<D, Bytes> operator()(const Group<Zor8u, Bytes>& x) const
   {
-    const Vec<Zor16u> twice[2] = {as<Zor16u>(interleaveLow(x.part[0], x.part[0])),
-                                  as<Zor16u>(interleaveHigh(x.part[0], x.part[0]))};
-    const Vec<D> offset = isSigned<D> ? topBits<D>() : zero<D>();
-    Group<D> y;
+    const Vec<Zor16u, Bytes> twice[2] = {as<Zor16u>(interleaveLow(x.part[0], x.part[0])),
+                                         as<Zor16u>(interleaveHigh(x.part[0], x.part[0]))};
+    const Vec<D, Bytes> offset = isSigned<D> ? topBits<D, Bytes>() : zero<D, Bytes>();
+    Group<D, Bytes> y;
     for (int k = 0; k < 2; ++k) {
       if constexpr (sizeof(D) == 2) {
         y.part[k] = as<D>(twice[k]) ^ offset;
@@ -38,12 +38,12 @@ template <class D> struct ByteRepeated {
 };
 
 template <class S> struct TopByteFast {
-  Group<Zor8u> operator()(Group<S> x) const
+  template <int Bytes> ZORI_INLINE Group<Zor8u, Bytes> operator()(Group<S, Bytes> x) const
   {
     for (int k = 0; k < x.parts; ++k) x.part[k] = shiftRight<8 * (sizeof(S) - 1)>(x.part[k] - shiftRight<8>(x.part[k]));
     if constexpr (isSigned<S>) { // -128..127, and 128 added
-      const Group<Zor8s> top = Converted<Zor8s>{}(x);
-      return {{as<Zor8u>(top.part[0]) ^ topBits<Zor8u>()}};
+      const Group<Zor8s, Bytes> top = Converted<Zor8s>{}(x);
+      return {{as<Zor8u>(top.part[0]) ^ topBits<Zor8u, Bytes>()}};
     } else {
       return Converted<Zor8u>{}(Converted<Zor16s>{}(x)); // 0..255
     }
@@ -53,18 +53,19 @@ template <class S> struct TopByteFast {
 // Of 16 bits the rounded product is that of x / 257, which is never a tie, so that integers give it. Of 32 bits it is
 // formed in 32f, under round to nearest.
 template <class S> struct TopByteAccurate {
-  Group<Zor8u> operator()(const Group<S>& x) const
+  template <int Bytes> ZORI_INLINE Group<Zor8u, Bytes> operator()(const Group<S, Bytes>& x) const
   {
     if constexpr (sizeof(S) == 2) {
-      const Vec<Zor16u> offset = isSigned<S> ? topBits<Zor16u>() : zero<Zor16u>();
-      Group<Zor16u> y = Converted<Zor16u>{}(x);
-      for (int k = 0; k < y.parts; ++k) y.part[k] = addSat(y.part[k] ^ offset, splat<Zor16u>(128));
+      const Vec<Zor16u, Bytes> offset = isSigned<S> ? topBits<Zor16u, Bytes>() : zero<Zor16u, Bytes>();
+      Group<Zor16u, Bytes> y = Converted<Zor16u>{}(x);
+      for (int k = 0; k < y.parts; ++k) y.part[k] = addSat(y.part[k] ^ offset, splat<Zor16u, Bytes>(128));
       return TopByteFast<Zor16u>{}(y);
     } else {
       constexpr Zor32f factor = static_cast<Zor32f>(255.0 / 4294967295.0);
-      const Group<Zor32f> y = Converted<Zor32f>{}(x);
-      Group<Zor32s> n;
-      for (int k = 0; k < y.parts; ++k) n.part[k] = toInt((y.part[k] + splat(2147483648.0f)) * splat(factor));
+      const Group<Zor32f, Bytes> y = Converted<Zor32f>{}(x);
+      Group<Zor32s, Bytes> n;
+      for (int k = 0; k < y.parts; ++k)
+        n.part[k] = toInt((y.part[k] + splat<Zor32f, Bytes>(2147483648.0f)) * splat<Zor32f, Bytes>(factor));
       return Converted<Zor8u>{}(n);
     }
   }
@@ -98,10 +99,11 @@ struct ByteToRange {
   static constexpr int widensTo = sizeof(Zor32f);
   Zor32f factor, least;
 
-  template <class S> Group<Zor32f> operator()(const Group<S>& x) const
+  template <class S, int Bytes> ZORI_INLINE Group<Zor32f, Bytes> operator()(const Group<S, Bytes>& x) const
   {
-    Group<Zor32f> y = Converted<Zor32f>{}(x);
-    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] * splat(factor) + splat(least);
+    const auto all = [](Zor32f c) { return splat<Zor32f, Bytes>(c); };
+    Group<Zor32f, Bytes> y = Converted<Zor32f>{}(x);
+    for (int k = 0; k < y.parts; ++k) y.part[k] = y.part[k] * all(factor) + all(least);
     return y;
   }
 };
@@ -110,12 +112,13 @@ struct ByteToRange {
 struct RangeToByte {
   Zor32f least, greatest, factor, offset;
 
-  Group<Zor8u> operator()(const Group<Zor32f>& x) const
+  template <int Bytes> ZORI_INLINE Group<Zor8u, Bytes> operator()(const Group<Zor32f, Bytes>& x) const
   {
-    Group<Zor32s> n;
+    const auto all = [](Zor32f c) { return splat<Zor32f, Bytes>(c); };
+    Group<Zor32s, Bytes> n;
     for (int k = 0; k < x.parts; ++k) {
-      const Vec<Zor32f> clamped = max(min(x.part[k], splat(greatest)), splat(least));
-      n.part[k] = toInt(clamped * splat(factor) + splat(offset)) & splat<Zor32s>(0xff);
+      const Vec<Zor32f, Bytes> clamped = max(min(x.part[k], all(greatest)), all(least));
+      n.part[k] = toInt(clamped * all(factor) + all(offset)) & splat<Zor32s, Bytes>(0xff);
     }
     return Converted<Zor8u>{}(n);
   }

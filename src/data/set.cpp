@@ -35,8 +35,7 @@ template <class T, int Stride> ZorStatus setChannel(T value, T* pDst, int dstSte
 {
   if (auto s = firstFailure(nonNull(pDst), nonEmpty(roiSize)); s != ZorOk) return s;
   const Raw<T> bits = get<Raw<T>>(&value);
-  for (int y = 0; y < roiSize.height; ++y)
-    moveChannel<Raw<T>, 0, Stride>(&bits, raw(rowAt(pDst, dstStep, y)), roiSize.width);
+  moveChannel<Raw<T>, 0, Stride>({&bits, 0}, {raw(pDst), dstStep}, roiSize.width, roiSize.height);
   return ZorOk;
 }
 

@@ -55,9 +55,10 @@ public:
     for (int i = 0; i < Vec<R>::size; ++i) lanes[i] = static_cast<R>(order[i % 4] > 3 ? -1 : 0);
     kept_ = load<R>(lanes);
   }
-  template <bool All> void row(const R* src, R* dst, std::ptrdiff_t width) const
+  template <bool All> void rows(Rows<const R> src, Rows<R> dst, std::ptrdiff_t width, int count) const
   {
-    moveChannels<All>(Interleaved<const R, 3>{{src}}, Interleaved<R, 4>{{dst}}, width, selected_, kept_);
+    moveChannels<All>(PixelRows<Interleaved<const R, 3>>{{{src.first}}, src.step},
+                      PixelRows<Interleaved<R, 4>>{{{dst.first}}, dst.step}, width, count, selected_, kept_);
   }
 
 private:
@@ -87,12 +88,10 @@ ZorStatus swapToFour(const T* pSrc, int srcStep, T* pDst, int dstStep, ZorImgSiz
   const FourOfThree<R> pixels(dstOrder, get<R>(&value));
   const bool all = *std::max_element(dstOrder, dstOrder + 4) <= 3;
   const ZorImgSize rows = joinedRows(roiSize, Pitch{3 * bytesOf<T>, srcStep}, Pitch{4 * bytesOf<T>, dstStep});
-  for (int y = 0; y < rows.height; ++y) {
-    const R* const src = raw(rowAt(pSrc, srcStep, y));
-    R* const dst = raw(rowAt(pDst, dstStep, y));
-    if (all) pixels.template row<true>(src, dst, rows.width);
-    else pixels.template row<false>(src, dst, rows.width);
-  }
+  const Rows<const R> src{raw(pSrc), srcStep};
+  const Rows<R> dst{raw(pDst), dstStep};
+  if (all) pixels.template rows<true>(src, dst, rows.width, rows.height);
+  else pixels.template rows<false>(src, dst, rows.width, rows.height);
   return ZorOk;
 }
 

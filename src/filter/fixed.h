@@ -5,6 +5,7 @@
 //
 // A filter is a Kernel that says what both do to one block of samples. Sums are exact in integers twice as wide as the
 // samples, or single precision. Pixels of any channel count are runs of samples whose neighbours lie `channels` apart.
+// Rows shorter than a block of 16-byte vectors V take those at any width: half a wider one would be work for nothing.
 #pragma once
 
 #include "frame/arena.h"
@@ -31,64 +32,68 @@ template <> struct SumOf<float> {
 };
 template <class T> using Sum = typename SumOf<T>::Type;
 
-template <class A> struct Pair {
-  static constexpr int size = 2 * Vec<A>::size;
-  Vec<A> low, high;
+template <class A, int V = vectorBytes> struct Pair {
+  static constexpr int size = 2 * Vec<A, V>::size;
+  Vec<A, V> low, high;
 };
 
-template <class A> inline Pair<A> operator+(Pair<A> a, Pair<A> b) { return {a.low + b.low, a.high + b.high}; }
-template <class A> inline Pair<A> operator-(Pair<A> a, Pair<A> b) { return {a.low - b.low, a.high - b.high}; }
+template <class A, int V> inline Pair<A, V> operator+(Pair<A, V> a, Pair<A, V> b)
+{
+  return {a.low + b.low, a.high + b.high};
+}
+template <class A, int V> inline Pair<A, V> operator-(Pair<A, V> a, Pair<A, V> b)
+{
+  return {a.low - b.low, a.high - b.high};
+}
+template <int V> inline Pair<float, V> operator*(Pair<float, V> x, float factor)
+{
+  return {x.low * splat<float, V>(factor), x.high * splat<float, V>(factor)};
+}
 
 // Where a block lies: its halves `apart` elements apart, which is half a block but in a row shorter than one, whose
 // first and last half overlap.
-template <class T> struct Halves {
+template <class T, int V = vectorBytes> struct Halves {
   T* p;
   std::ptrdiff_t apart;
   Halves operator+(std::ptrdiff_t n) const { return {p + n, apart}; }
 };
 
-// The samples of a block as sums.
-template <class A, class T> inline Pair<A> loadPair(const T* p)
+// The samples of half a block and of a block as sums.
+template <class A, int V, class T> inline Vec<A, V> loadHalf(const T* p)
 {
-  if constexpr (sizeof(T) == sizeof(A)) return {load<A>(p), load<A>(p + Vec<A>::size)};
-  else {
-    Vec<WiderT<T>> low, high;
-    loadWidened<T>(p, low, high);
-    return {as<A>(low), as<A>(high)};
-  }
+  if constexpr (sizeof(T) == sizeof(A)) return load<A, V>(p);
+  else if constexpr (V == vectorBytes) return as<A>(loadHalfWidened<T>(p));
+  else return as<A>(widenLow(loadLow8<T>(p)));
 }
-template <class A, class T> inline Vec<A> loadHalf(const T* p)
+template <class A, class T, int V> inline Pair<A, V> loadPair(Halves<const T, V> h)
 {
-  if constexpr (sizeof(T) == sizeof(A)) return load<A>(p);
-  else return as<A>(loadHalfWidened<T>(p));
+  if constexpr (V == 16 && sizeof(T) < sizeof(A)) { // blocks are whole there
+    const auto x = load<T, V>(h.p);
+    return {as<A>(widenLow(x)), as<A>(widenHigh(x))};
+  } else return {loadHalf<A, V>(h.p), loadHalf<A, V>(h.p + h.apart)};
 }
-template <class A, class T> inline Pair<A> loadPair(Halves<const T> h)
-{
-  if constexpr (vectorBytes == 16) return loadPair<A>(h.p); // blocks are whole there
-  else return {loadHalf<A>(h.p), loadHalf<A>(h.p + h.apart)};
-}
-template <class A> inline void storePair(Halves<A> h, Pair<A> x)
+template <class A, int V> inline void storePair(Halves<A, V> h, Pair<A, V> x)
 {
   store(h.p, x.low);
   store(h.p + h.apart, x.high);
 }
 
 // C * x for a small constant, in shifts and sums where the processor has no product.
-template <int C, class A> inline Vec<A> times(Vec<A> x)
+template <int C, class A, int V> inline Vec<A, V> times(Vec<A, V> x)
 {
   if constexpr (C == 1) return x;
   else if constexpr (C == 2) return x + x;
-  else if constexpr (!isInt<A>) return x * splat<A>(static_cast<A>(C));
+  else if constexpr (!isInt<A>) return x * splat<A, V>(static_cast<A>(C));
   else if constexpr ((C & (C - 1)) == 0) return shiftLeft<__builtin_ctz(C)>(x);
-  else if constexpr (sizeof(A) == 2) return mulLow(x, loadedOnce(splat<A>(C))); // one product, not shifts and sums
+  else if constexpr (sizeof(A) == 2) return mulLow(x, loadedOnce(splat<A, V>(C))); // one product, not shifts and sums
   else if constexpr ((C & (C + 1)) == 0) return times<C + 1>(x) - x;
   else if constexpr (C % 2 == 1) return times<C - 1>(x) + x;
   else return times<(C & -C)>(times<C / (C & -C)>(x));
 }
-template <int C, class A> inline Pair<A> times(Pair<A> x) { return {times<C>(x.low), times<C>(x.high)}; }
+template <int C, class A, int V> inline Pair<A, V> times(Pair<A, V> x) { return {times<C>(x.low), times<C>(x.high)}; }
 
-template <class A> inline Vec<A> negated(Vec<A> x) { return zero<A>() - x; }
-template <class A> inline Pair<A> negated(Pair<A> x) { return {negated(x.low), negated(x.high)}; }
+template <class A, int V> inline Vec<A, V> negated(Vec<A, V> x) { return zero<A, V>() - x; }
+template <class A, int V> inline Pair<A, V> negated(Pair<A, V> x) { return {negated(x.low), negated(x.high)}; }
 
 // V * a + W * b for |V| == |W|, of vectors or pairs.
 template <int V, int W, class X> inline X weighted(X a, X b)
@@ -129,39 +134,49 @@ template <int A0, int A1, int A2, int A3, int A4> struct Weights<A0, A1, A2, A3,
 
 // ---- Results ----
 
-template <class D, class A> struct Block {
-  static constexpr int vectors = 2 * Vec<A>::size / Vec<D>::size;
-  Vec<D> v[vectors];
+template <class D, class A, int V = vectorBytes> struct Block {
+  static constexpr int vectors = 2 * Vec<A, V>::size / Vec<D, V>::size;
+  Vec<D, V> v[vectors];
 };
 
 // Kept where it fits, else saturated to the type.
-template <class D, class A> inline Block<D, A> narrowed(Pair<A> x)
+template <class D, class A, int V> inline Block<D, A, V> narrowed(Pair<A, V> x)
 {
   if constexpr (sizeof(D) == sizeof(A)) return {{as<D>(x.low), as<D>(x.high)}};
   else return {{narrowSat<D>(x.low, x.high)}};
 }
 
 // (x * m) >> 32 for unsigned x.
-inline Vec<std::int32_t> mulShift32(Vec<std::int32_t> x, std::uint32_t m)
+template <int V> inline Vec<std::int32_t, V> mulShift32(Vec<std::int32_t, V> x, std::uint32_t m)
 {
-  const Vec<std::uint32_t> factor = splat(m), u = as<std::uint32_t>(x);
-  const Vec<std::uint64_t> even = mulEven(u, factor),
-                           odd = mulEven(as<std::uint32_t>(shiftRight<32>(as<std::uint64_t>(u))), factor);
-  return as<std::int32_t>(shiftRight<32>(even) | without(odd, splat<std::uint64_t>(0xffffffffu)));
+  const Vec<std::uint32_t, V> factor = splat<std::uint32_t, V>(m), u = as<std::uint32_t>(x);
+  const Vec<std::uint64_t, V> even = mulEven(u, factor),
+                              odd = mulEven(as<std::uint32_t>(shiftRight<32>(as<std::uint64_t>(u))), factor);
+  return as<std::int32_t>(shiftRight<32>(even) | without(odd, splat<std::uint64_t, V>(0xffffffffu)));
 }
-inline Pair<std::int32_t> mulShift32(Pair<std::int32_t> x, std::uint32_t m)
+template <int V> inline Pair<std::int32_t, V> mulShift32(Pair<std::int32_t, V> x, std::uint32_t m)
 {
   return {mulShift32(x.low, m), mulShift32(x.high, m)};
 }
-template <class A> inline Pair<A> all(int x) { return {splat<A>(static_cast<A>(x)), splat<A>(static_cast<A>(x))}; }
+template <class A, int V> inline Pair<A, V> operator+(Pair<A, V> x, int c)
+{
+  return {x.low + splat<A, V>(static_cast<A>(c)), x.high + splat<A, V>(static_cast<A>(c))};
+}
+template <class A, int V> inline Pair<A, V> operator-(Pair<A, V> x, int c)
+{
+  return {x.low - splat<A, V>(static_cast<A>(c)), x.high - splat<A, V>(static_cast<A>(c))};
+}
 
 // x / 2^N to nearest, ties to even.
-template <int N, class A> inline Vec<A> halfEven(Vec<A> x)
+template <int N, class A, int V> inline Vec<A, V> halfEven(Vec<A, V> x)
 {
-  const Vec<A> odd = shiftRight<N>(x) & splat<A>(1);
-  return shiftRight<N>(x + splat<A>((1 << (N - 1)) - 1) + odd);
+  const Vec<A, V> odd = shiftRight<N>(x) & splat<A, V>(1);
+  return shiftRight<N>(x + splat<A, V>((1 << (N - 1)) - 1) + odd);
 }
-template <int N, class A> inline Pair<A> halfEven(Pair<A> x) { return {halfEven<N>(x.low), halfEven<N>(x.high)}; }
+template <int N, class A, int V> inline Pair<A, V> halfEven(Pair<A, V> x)
+{
+  return {halfEven<N>(x.low), halfEven<N>(x.high)};
+}
 
 // ---- Kernels ----
 
@@ -174,13 +189,14 @@ template <class S_, class D_, class Vertical, class Horizontal, class Finish> st
   static constexpr int size = Vertical::size, planes = 1;
   static_assert(Horizontal::size == size);
 
-  static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A> sums, std::ptrdiff_t)
+  template <int V> static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A, V> sums, std::ptrdiff_t)
   {
-    storePair(sums, Vertical::apply([=](int k) { return loadPair<A>(Halves<const S>{rows[k] + i, sums.apart}); }));
+    storePair(sums, Vertical::apply([=](int k) { return loadPair<A>(Halves<const S, V>{rows[k] + i, sums.apart}); }));
   }
-  template <int Channels> static Block<D, A> row(Halves<const A> sums, std::ptrdiff_t, Halves<const S> centre)
+  template <int Channels, int V>
+  static Block<D, A, V> row(Halves<const A, V> sums, std::ptrdiff_t, Halves<const S, V> centre)
   {
-    const Pair<A> sum = Horizontal::apply([=](int k) { return loadPair<A>(sums + k * Channels); });
+    const Pair<A, V> sum = Horizontal::apply([=](int k) { return loadPair<A>(sums + k * Channels); });
     return Finish::template apply<D>(sum, centre);
   }
 };
@@ -193,23 +209,24 @@ template <class S_, class D_, class Outer, class Inner, class Own, class Finish>
   using A = Sum<S>;
   static constexpr int size = 5, planes = 3;
 
-  static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A> sums, std::ptrdiff_t plane)
+  template <int V> static void columns(const S* const* rows, std::ptrdiff_t i, Halves<A, V> sums, std::ptrdiff_t plane)
   {
     for (int h = 0; h < 2; ++h) { // pairs of five rows are more than the registers hold
       const std::ptrdiff_t k = h * sums.apart;
-      const auto at = [=](int row) { return loadHalf<A>(rows[row] + i + k); };
-      const Vec<A> samples[5] = {at(0), at(1), at(2), at(3), at(4)};
+      const auto at = [=](int row) { return loadHalf<A, V>(rows[row] + i + k); };
+      const Vec<A, V> samples[5] = {at(0), at(1), at(2), at(3), at(4)};
       const auto sample = [&](int row) { return samples[row]; };
-      const Vec<A> outer = Outer::apply(sample), inner = Inner::apply(sample), own = Own::apply(sample);
+      const Vec<A, V> outer = Outer::apply(sample), inner = Inner::apply(sample), own = Own::apply(sample);
       store(sums.p + k, outer);
       store(sums.p + plane + k, inner);
       store(sums.p + 2 * plane + k, own);
     }
   }
-  template <int Channels> static Block<D, A> row(Halves<const A> sums, std::ptrdiff_t plane, Halves<const S>)
+  template <int Channels, int V>
+  static Block<D, A, V> row(Halves<const A, V> sums, std::ptrdiff_t plane, Halves<const S, V>)
   {
-    const Pair<A> outer = loadPair<A>(sums) + loadPair<A>(sums + 4 * Channels);
-    const Pair<A> inner = loadPair<A>(sums + plane + Channels) + loadPair<A>(sums + plane + 3 * Channels);
+    const Pair<A, V> outer = loadPair<A>(sums) + loadPair<A>(sums + 4 * Channels);
+    const Pair<A, V> inner = loadPair<A>(sums + plane + Channels) + loadPair<A>(sums + plane + 3 * Channels);
     return Finish::template apply<D>(outer, inner, loadPair<A>(sums + 2 * plane + 2 * Channels));
   }
 };
@@ -217,13 +234,13 @@ template <class S_, class D_, class Outer, class Inner, class Own, class Finish>
 // ---- Finishing that filters share ----
 
 struct Plain { // the sum, saturated where the type demands it
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V>)
   {
     return narrowed<D>(sum);
   }
 };
 struct PlainOfThree {
-  template <class D, class A> static Block<D, A> apply(Pair<A> outer, Pair<A> inner, Pair<A> own)
+  template <class D, class A, int V> static Block<D, A, V> apply(Pair<A, V> outer, Pair<A, V> inner, Pair<A, V> own)
   {
     return narrowed<D>(outer + inner + own);
   }
@@ -239,14 +256,8 @@ template <class A> struct SumRows {
 };
 inline constexpr int mostRowsAtOnce = 16;
 
-// Rows shorter than a block of 16-byte vectors are padded to one. Where vectors have 32 bytes, that is half a block,
-// and the other half takes the next row, or the same one again where there is none.
-template <class A> inline constexpr std::ptrdiff_t paddedTo = 2 * Vec<A, 16>::size;
-inline constexpr int shortRowsTogether = vectorBytes / 16;
-inline std::ptrdiff_t apartOfShort(int y, int rows, std::ptrdiff_t half, std::ptrdiff_t pitch)
-{
-  return shortRowsTogether == 1 ? half : y + 1 < rows ? pitch : 0;
-}
+// Rows shorter than a block of 16-byte vectors are padded to one.
+template <class A> inline constexpr std::ptrdiff_t paddedTo = Pair<A, 16>::size;
 
 // sums[0 .. length - 1] of so many rows, `source` being the uppermost row of the first. The row behind the lowest will
 // soon be read.
@@ -260,12 +271,12 @@ ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> source, std::ptrdi
   constexpr std::ptrdiff_t block = Pair<A>::size, half = block / 2;
   const S* from[Kernel::size];
   if (length < paddedTo<A>) {
-    const std::ptrdiff_t pitch = sums.pitch; // of the padded rows too: the halves of a block lie alike in both
-    alignas(vectorBytes) S padded[(mostRowsAtOnce + Kernel::size - 1) * 2 * block * Kernel::planes];
-    for (int y = 0; y < rows + Kernel::size - 1; ++y) padBlock<paddedTo<A>>(padded + y * pitch, source[y], length);
-    for (int y = 0; y < rows; y += shortRowsTogether) {
-      for (int k = 0; k < Kernel::size; ++k) from[k] = padded + (y + k) * pitch;
-      Kernel::columns(from, 0, {sums[y], apartOfShort(y, rows, half, pitch)}, sums.plane);
+    constexpr std::ptrdiff_t padded = paddedTo<A>;
+    alignas(vectorBytes) S samples[(mostRowsAtOnce + Kernel::size - 1) * padded];
+    for (int y = 0; y < rows + Kernel::size - 1; ++y) padBlock<padded>(samples + y * padded, source[y], length);
+    for (int y = 0; y < rows; ++y) {
+      for (int k = 0; k < Kernel::size; ++k) from[k] = samples + (y + k) * padded;
+      Kernel::columns(from, 0, Halves<A, 16>{sums[y], padded / 2}, sums.plane);
     }
     return;
   }
@@ -273,24 +284,25 @@ ZORI_ONE_COPY void columnStage(Rows<const typename Kernel::S> source, std::ptrdi
     A* const to = sums[y];
     for (int k = 0; k < Kernel::size; ++k) from[k] = source[y + k];
     if (length < block) {
-      Kernel::columns(from, 0, {to, length - half}, sums.plane);
+      Kernel::columns(from, 0, Halves<A>{to, length - half}, sums.plane);
       continue;
     }
     const S* const next = source[y + Kernel::size];
     std::ptrdiff_t i = 0;
     for (; i + block <= length; i += block) {
       prefetch(next + i);
-      Kernel::columns(from, i, {to + i, half}, sums.plane);
+      Kernel::columns(from, i, Halves<A>{to + i, half}, sums.plane);
     }
-    if (i < length) Kernel::columns(from, length - block, {to + length - block, half}, sums.plane);
+    if (i < length) Kernel::columns(from, length - block, Halves<A>{to + length - block, half}, sums.plane);
   }
 }
 
-template <class D, class A> inline void storeBlock(Halves<D> to, const Block<D, A>& x)
+template <class D, class A, int V> inline void storeBlock(Halves<D, V> to, const Block<D, A, V>& x)
 {
-  if constexpr (Block<D, A>::vectors == 2) storePair(to, Pair<D>{x.v[0], x.v[1]});
+  if constexpr (Block<D, A, V>::vectors == 2) storePair(to, Pair<D, V>{x.v[0], x.v[1]});
 #if ZORI_VECTOR_BYTES == 32
-  else if (to.apart != Vec<A>::size) {
+  else if constexpr (V == 32) {
+    if (to.apart == Vec<A, V>::size) return store(to.p, x.v[0]);
     store(to.p, lowHalf(x.v[0]));
     store(to.p + to.apart, highHalf(x.v[0]));
   }
@@ -298,26 +310,25 @@ template <class D, class A> inline void storeBlock(Halves<D> to, const Block<D, 
   else
     store(to.p, x.v[0]);
 }
-template <class D, class A> inline Block<D, A> loadBlock(Halves<D> from)
+template <class D, class A, int V> inline Block<D, A, V> loadBlock(Halves<D, V> from)
 {
-  if constexpr (Block<D, A>::vectors == 2) return {{load<D>(from.p), load<D>(from.p + from.apart)}};
+  if constexpr (Block<D, A, V>::vectors == 2) return {{load<D, V>(from.p), load<D, V>(from.p + from.apart)}};
 #if ZORI_VECTOR_BYTES == 32
-  else return {{joined(load<D, 16>(from.p), load<D, 16>(from.p + from.apart))}};
-#else
-  else return {{load<D>(from.p)}};
+  else if constexpr (V == 32) return {{joined(load<D, 16>(from.p), load<D, 16>(from.p + from.apart))}};
 #endif
+  else return {{load<D, V>(from.p)}};
 }
 
-template <class Kernel, Layout L>
-inline void rowBlock(Halves<const typename Kernel::A> sums, std::ptrdiff_t plane,
-                     Halves<const typename Kernel::S> centre, Halves<typename Kernel::D> dst)
+template <class Kernel, Layout L, int V>
+inline void rowBlock(Halves<const typename Kernel::A, V> sums, std::ptrdiff_t plane,
+                     Halves<const typename Kernel::S, V> centre, Halves<typename Kernel::D, V> dst)
 {
   using D = typename Kernel::D;
   using A = typename Kernel::A;
   auto result = Kernel::template row<channels<L>>(sums, plane, centre);
   if constexpr (L == AC4) {
     const auto before = loadBlock<D, A>(dst);
-    for (int k = 0; k < result.vectors; ++k) result.v[k] = select(colourMask<D>(), result.v[k], before.v[k]);
+    for (int k = 0; k < result.vectors; ++k) result.v[k] = select(colourMask<D, V>(), result.v[k], before.v[k]);
   }
   storeBlock(dst, result);
 }
@@ -334,27 +345,20 @@ ZORI_ONE_COPY void rowStage(SumRows<const typename Kernel::A> sums, Rows<const t
   using A = typename Kernel::A;
   if (length < paddedTo<A>) {
     constexpr std::ptrdiff_t padded = paddedTo<A>;
-    alignas(vectorBytes) D out[block] = {};
-    alignas(vectorBytes) S samples[block];
+    alignas(vectorBytes) D out[padded] = {};
+    alignas(vectorBytes) S samples[padded];
     const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(D);
-    for (int y = 0; y < rows; y += shortRowsTogether) {
-      const auto each = [&](auto visit) ZORI_INLINE {
-        visit(y, std::integral_constant<int, 0>{});
-        if constexpr (shortRowsTogether > 1)
-          if (y + 1 < rows) visit(y + 1, std::integral_constant<int, padded>{});
-      };
-      each([&](int z, auto at) ZORI_INLINE {
-        if (L == AC4) copyBelow<padded * sizeof(D)>(out + at, dst[z], bytes);
-        padBlock<padded>(samples + at, centre[z], length);
-      });
-      rowBlock<Kernel, L>({sums[y], apartOfShort(y, rows, half, sums.pitch)}, sums.plane, {samples, half}, {out, half});
-      each([&](int z, auto at) ZORI_INLINE { copyBelow<padded * sizeof(D)>(dst[z], out + at, bytes); });
+    for (int y = 0; y < rows; ++y) {
+      if (L == AC4) copyBelow<sizeof out>(out, dst[y], bytes);
+      padBlock<padded>(samples, centre[y], length);
+      rowBlock<Kernel, L, 16>({sums[y], padded / 2}, sums.plane, {samples, padded / 2}, {out, padded / 2});
+      copyBelow<sizeof out>(dst[y], out, bytes);
     }
     return;
   }
   for (int y = 0; y < rows; ++y) {
     const auto blockAt = [=, from = centre[y], to = dst[y]](std::ptrdiff_t i, std::ptrdiff_t apart) ZORI_INLINE {
-      rowBlock<Kernel, L>({sums[y] + i, apart}, sums.plane, {from + i, apart}, {to + i, apart});
+      rowBlock<Kernel, L, vectorBytes>({sums[y] + i, apart}, sums.plane, {from + i, apart}, {to + i, apart});
     };
     if (length < block) {
       blockAt(0, length - half);

@@ -92,8 +92,8 @@ template <class T, int Channels> void takePlanes(const T* src, T* const (&planes
   };
   const Planar<Bits, 3> to{
     {reinterpret_cast<Bits*>(planes[0]), reinterpret_cast<Bits*>(planes[1]), reinterpret_cast<Bits*>(planes[2])}};
-  moveChannels<true>(Interleaved<const Bits, Channels>{{reinterpret_cast<const Bits*>(src)}}, to, pixels, colours,
-                     zero<Bits>());
+  moveChannels<true>(PixelRows<Interleaved<const Bits, Channels>>{{{reinterpret_cast<const Bits*>(src)}}},
+                     PixelRows<Planar<Bits, 3>>{to}, pixels, 1, colours, zero<Bits>());
 }
 
 // The maps from `row` to the row dy below it.

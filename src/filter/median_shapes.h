@@ -56,8 +56,8 @@ template <int Weight> constexpr Drawing weightedMedian()
 // ---- Operations ----
 
 template <auto Draw> struct Selected {
-  static constexpr bool isLong = Draw().length().exchangeHalves > 4; // more than the median of three
-  template <class T, class... Rest> Vec<T> operator()(Vec<T> first, Rest... rest) const
+  static constexpr bool isLong = Draw().length().exchangeHalves > 6; // more than the median of three
+  template <class T, class... Rest> ZORI_INLINE Vec<T> operator()(Vec<T> first, Rest... rest) const
   {
     if constexpr (std::is_same_v<T, uint16_t>) { // signed words have a minimum and a maximum of their own
       const Vec<T> top = topBits<T>();

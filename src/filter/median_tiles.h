@@ -392,7 +392,9 @@ template <class T>
   const Interleaved<const Bits, 3> src{{reinterpret_cast<const Bits*>(from)}};
   Bits* const to = reinterpret_cast<Bits*>(planes);
   const Planar<Bits, 3> dst{{to, to + apart, to + 2 * apart}};
-  if (pixels >= Vec<T>::size) return moveChannels<true>(src, dst, pixels, SameChannels{}, splat(Bits{0}));
+  if (pixels >= Vec<T>::size)
+    return moveChannels<true>(PixelRows<Interleaved<const Bits, 3>>{src}, PixelRows<Planar<Bits, 3>>{dst}, pixels, 1,
+                              SameChannels{}, splat(Bits{0}));
   alignas(32) Bits padded[3 * Vec<T>::size];
   copyShort(padded, from, static_cast<std::size_t>(3 * pixels) * sizeof(T));
   Vec<Bits> channel[3];
@@ -407,7 +409,9 @@ template <class T>
   const Bits* const from = reinterpret_cast<const Bits*>(planes);
   const Planar<const Bits, 3> src{{from, from + apart, from + 2 * apart}};
   const Interleaved<Bits, 3> dst{{reinterpret_cast<Bits*>(to)}};
-  if (pixels >= Vec<T>::size) return moveChannels<true>(src, dst, pixels, SameChannels{}, splat(Bits{0}));
+  if (pixels >= Vec<T>::size)
+    return moveChannels<true>(PixelRows<Planar<const Bits, 3>>{src}, PixelRows<Interleaved<Bits, 3>>{dst}, pixels, 1,
+                              SameChannels{}, splat(Bits{0}));
   alignas(32) Bits padded[3 * Vec<T>::size];
   Vec<Bits> channel[3];
   src.load(0, channel);

@@ -17,22 +17,22 @@ using namespace fixed;
 
 // Factor * c - S
 template <int Factor> struct CentreLessSum {
-  template <class A, class S> static Pair<A> of(Pair<A> sum, Halves<const S> centre)
+  template <class A, int V, class S> static Pair<A, V> of(Pair<A, V> sum, Halves<const S, V> centre)
   {
     return times<Factor>(loadPair<A>(centre)) - sum;
   }
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S> centre)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V> centre)
   {
     return narrowed<D>(of(sum, centre));
   }
 };
 
 struct Sharpened {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S> centre)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V> centre)
   {
-    const Pair<A> t = CentreLessSum<17>::of(sum, centre);
+    const Pair<A, V> t = CentreLessSum<17>::of(sum, centre);
     if constexpr (isInt<A>) return narrowed<D>(halfEven<3>(t));
-    else return {{t.low * splat(0.125f), t.high * splat(0.125f)}};
+    else return narrowed<D>(t * 0.125f);
   }
 };
 

@@ -20,10 +20,10 @@ using namespace fixed;
 // ---- Gauss ----
 
 struct Sixteenth {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V>)
   {
     if constexpr (isInt<A>) return narrowed<D>(halfEven<4>(sum));
-    else return {{sum.low * splat(0.0625f), sum.high * splat(0.0625f)}};
+    else return narrowed<D>(sum * 0.0625f);
   }
 };
 template <class T> using Gauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1, 2, 1>, Sixteenth>;
@@ -33,29 +33,26 @@ template <class T> using Gauss3x3 = Separable<T, T, Weights<1, 2, 1>, Weights<1,
 struct By571 {
   // 8u: the three sums fit 16 unsigned bits, their total n = T + 285 does not. floor(n / 571) is estimated from n / 4,
   // at most 1 too low, and put right by the remainder, of which 16 bits are enough.
-  static Vec<std::int16_t> nearest(Vec<std::int16_t> outer, Vec<std::int16_t> inner, Vec<std::int16_t> own)
+  template <int V>
+  static Vec<std::int16_t, V> nearest(Vec<std::int16_t, V> outer, Vec<std::int16_t, V> inner, Vec<std::int16_t, V> own)
   {
-    using V = Vec<std::uint16_t>;
-    const V a = as<std::uint16_t>(outer) + splat<std::uint16_t>(285), b = as<std::uint16_t>(inner),
-            c = as<std::uint16_t>(own);
-    const V quarter = shiftRight<1>(average(b, c)) + shiftRight<2>(a);
-    const V estimate = mulHigh(quarter, splat<std::uint16_t>(459));
-    const auto rest = as<std::int16_t>(a + b + c - mulLow(estimate, splat<std::uint16_t>(571)));
-    return as<std::int16_t>(estimate) - greater(rest, splat<std::int16_t>(570));
+    using U = Vec<std::uint16_t, V>;
+    const auto all = [](std::uint16_t x) { return splat<std::uint16_t, V>(x); };
+    const U a = as<std::uint16_t>(outer) + all(285), b = as<std::uint16_t>(inner), c = as<std::uint16_t>(own);
+    const U quarter = shiftRight<1>(average(b, c)) + shiftRight<2>(a);
+    const U estimate = mulHigh(quarter, all(459));
+    const auto rest = as<std::int16_t>(a + b + c - mulLow(estimate, all(571)));
+    return as<std::int16_t>(estimate) - greater(rest, splat<std::int16_t, V>(570));
   }
 
-  template <class D, class A> static Block<D, A> apply(Pair<A> outer, Pair<A> inner, Pair<A> own)
+  template <class D, class A, int V> static Block<D, A, V> apply(Pair<A, V> outer, Pair<A, V> inner, Pair<A, V> own)
   {
     if constexpr (sizeof(D) == 1) {
       return {{narrowSat<D>(nearest(outer.low, inner.low, own.low), nearest(outer.high, inner.high, own.high))}};
     } else if constexpr (isInt<A>) {
       constexpr int bias = isSigned<D> ? 32768 : 0; // makes the sums of signed samples positive
-      const Pair<A> sum = outer + inner + own + all<A>(571 * bias + 286);
-      return narrowed<D>(mulShift32(sum, 0x72C62A) - all<A>(bias));
-    } else {
-      const Pair<A> sum = outer + inner + own;
-      return {{sum.low * splat(1.0f / 571), sum.high * splat(1.0f / 571)}};
-    }
+      return narrowed<D>(mulShift32(outer + inner + own + (571 * bias + 286), 0x72C62A) - bias);
+    } else return narrowed<D>((outer + inner + own) * (1.0f / 571));
   }
 };
 template <class T>
@@ -67,37 +64,37 @@ using Gauss5x5 =
 template <int Area> struct Mean;
 
 template <> struct Mean<9> {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V>)
   {
     if constexpr (sizeof(D) == 1) {
-      const auto scaled = [](Vec<A> s) {
-        return as<A>(mulHigh(as<std::uint16_t>(s + splat<A>(5)), splat<std::uint16_t>(7281)));
+      const auto scaled = [](Vec<A, V> s) {
+        return as<A>(mulHigh(as<std::uint16_t>(s + splat<A, V>(5)), splat<std::uint16_t, V>(7281)));
       };
-      return narrowed<D>(Pair<A>{scaled(sum.low), scaled(sum.high)});
+      return narrowed<D>(Pair<A, V>{scaled(sum.low), scaled(sum.high)});
     } else if constexpr (isInt<A>) {
       constexpr int bias = isSigned<D> ? 32768 : 0;
-      return narrowed<D>(mulShift32(sum + all<A>(9 * bias + 5), 0x1C71C71C) - all<A>(bias));
+      return narrowed<D>(mulShift32(sum + (9 * bias + 5), 0x1C71C71C) - bias);
     } else {
-      return {{sum.low * splat(0.11111111f), sum.high * splat(0.11111111f)}};
+      return narrowed<D>(sum * 0.11111111f);
     }
   }
 };
 
 template <> struct Mean<25> {
-  template <class D, class A, class S> static Block<D, A> apply(Pair<A> sum, Halves<const S>)
+  template <class D, class A, int V, class S> static Block<D, A, V> apply(Pair<A, V> sum, Halves<const S, V>)
   {
     if constexpr (sizeof(D) == 1) {
-      const auto scaled = [](Vec<A> s) {
-        return as<A>(shiftRight<2>(mulHigh(as<std::uint16_t>(s + splat<A>(13)), splat<std::uint16_t>(10485))));
+      const auto scaled = [](Vec<A, V> s) {
+        return as<A>(shiftRight<2>(mulHigh(as<std::uint16_t>(s + splat<A, V>(13)), splat<std::uint16_t, V>(10485))));
       };
-      return narrowed<D>(Pair<A>{scaled(sum.low), scaled(sum.high)});
+      return narrowed<D>(Pair<A, V>{scaled(sum.low), scaled(sum.high)});
     } else if constexpr (std::is_same_v<D, Zor16u>) {
-      const auto scaled = [](Vec<A> s) { return toInt(toFloat(s) * splat(0.04f)); };
-      return narrowed<D>(Pair<A>{scaled(sum.low), scaled(sum.high)});
+      const auto scaled = [](Vec<A, V> s) { return toInt(toFloat(s) * splat<float, V>(0.04f)); };
+      return narrowed<D>(Pair<A, V>{scaled(sum.low), scaled(sum.high)});
     } else if constexpr (isInt<A>) {
-      return narrowed<D>(mulShift32(sum + all<A>(25 * 32768 + 13), 0x0A3D70A3) - all<A>(32768));
+      return narrowed<D>(mulShift32(sum + (25 * 32768 + 13), 0x0A3D70A3) - 32768);
     } else {
-      return {{sum.low * splat(0.04f), sum.high * splat(0.04f)}};
+      return narrowed<D>(sum * 0.04f);
     }
   }
 };

@@ -7,6 +7,7 @@
 
 #include "channels.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -56,10 +57,8 @@ public:
       else return mapRows(dst, length, count, KeepFourth<PixelsInOrder<T>>{op}, readOnly(dst), src);
     }
 #endif
-    for (int y = 0; y < count; ++y) {
-      if (length < block<vectorBytes>) rowOf<Moved, 16>(src[y], dst[y], length);
-      else rowOf<Moved, vectorBytes>(src[y], dst[y], length);
-    }
+    if (length < block<vectorBytes>) rowsOf<Moved, 16>(src, dst, length, count);
+    else rowsOf<Moved, vectorBytes>(src, dst, length, count);
   }
 
 #if ZORI_VECTOR_BYTES == 16
@@ -81,23 +80,60 @@ private:
     }
   };
 
-  template <int Moved, int Bytes> Vec<T, Bytes> vector(const T* src, const T* dst, std::ptrdiff_t at) const
+  // A vector `by` elements off its place at p. Where that is the first (last) of a row, nothing in front of (behind)
+  // the row is read, and what would stand there is zero.
+  enum class Place { Inside, First, Last };
+  template <Place At, int Bytes> static Vec<T, Bytes> readOff(const T* p, std::ptrdiff_t by)
+  {
+#ifdef __AVX2__
+    constexpr int lanes16 = Vec<T, 16>::size, last16 = Vec<T, Bytes>::size - lanes16;
+    struct Indexes {
+      std::uint8_t at[48];
+      constexpr Indexes() : at{}
+      {
+        for (int i = 0; i < 48; ++i) at[i] = static_cast<std::uint8_t>(i / 16 == 1 ? i - 16 : 0x80);
+      }
+    };
+    static constexpr Indexes indexes;
+    const auto moved = [by](const T* from) {
+      const auto index = load<std::uint8_t, 16>(indexes.at + 16 + by * static_cast<std::ptrdiff_t>(sizeof(T)));
+      return as<T>(shuffleBytesLocal(load<std::uint8_t, 16>(from), index));
+    };
+    if ((At == Place::First && by < 0) || (At == Place::Last && by > 0)) {
+      if constexpr (Bytes == 16) return moved(p);
+#if ZORI_VECTOR_BYTES == 32
+      else if constexpr (At == Place::First) return joined(moved(p), load<T, 16>(p + lanes16 + by));
+      else if constexpr (At == Place::Last) return joined(load<T, 16>(p + by), moved(p + last16));
+#endif
+    }
+#endif
+    return load<T, Bytes>(p + by);
+  }
+  template <int Moved, int Bytes, Place At = Place::Inside>
+  Vec<T, Bytes> vector(const T* src, const T* dst, std::ptrdiff_t at) const
   {
     // in pixels of three, lane 0 belongs to another channel from vector to vector
     const auto lanes = [this, at](int k) { return firstBytes<Bytes>(lanes_[(k + N * block<Bytes> - at) % N]); };
-    Vec<T, Bytes> x = load<T, Bytes>(src + at + offset_[0]) & lanes(0);
-    for (int k = 1; k < Moved; ++k) x = x | (load<T, Bytes>(src + at + offset_[k]) & lanes(k));
+    Vec<T, Bytes> x = readOff<At, Bytes>(src + at, offset_[0]) & lanes(0);
+    for (int k = 1; k < Moved; ++k) x = x | (readOff<At, Bytes>(src + at, offset_[k]) & lanes(k));
     for (int k = Moved; k < N; ++k) x = x | (load<T, Bytes>(dst + at) & lanes(k));
     return x;
   }
-  template <int Moved, int Bytes> Block<Bytes> moved(const T* src, const T* dst) const
+  // A block: whether it is the first of its row, or the last.
+  template <int Moved, int Bytes, bool IsFirst = false, bool IsLast = false>
+  Block<Bytes> moved(const T* src, const T* dst) const
   {
     constexpr int lanes = Vec<T, Bytes>::size;
-    return {vector<Moved, Bytes>(src, dst, 0), vector<Moved, Bytes>(src, dst, lanes),
-            vector<Moved, Bytes>(src, dst, 2 * lanes)};
+    return {vector < Moved,
+            Bytes,
+            IsFirst ? Place::First : Place::Inside > (src, dst, 0),
+            vector<Moved, Bytes>(src, dst, lanes),
+            vector < Moved,
+            Bytes,
+            IsLast ? Place::Last : Place::Inside > (src, dst, 2 * lanes)};
   }
 
-  // The same for the ends of a row, by way of a copy with room around it.
+  // The same by way of a copy with room around it: at the ends of rows, and of rows shorter than a block.
   template <int Moved, int Bytes>
   Block<Bytes> movedAtEnd(const T* src, const T* dst, std::ptrdiff_t length = block<Bytes>) const
   {
@@ -107,7 +143,51 @@ private:
     return moved<Moved, Bytes>(from + room, to);
   }
 
-  template <int Moved, int Bytes> void rowOf(const T* src, T* dst, std::ptrdiff_t length) const;
+  template <int Moved, int Bytes, bool IsFirst, bool IsLast> Block<Bytes> movedEnd(const T* src, const T* dst) const
+  {
+    if constexpr (hasByteShuffle) return moved<Moved, Bytes, IsFirst, IsLast>(src, dst);
+    else return movedAtEnd<Moved, Bytes>(src, dst);
+  }
+
+  template <int Moved, int Bytes> ZORI_INLINE void rowOf(const T* src, T* dst, std::ptrdiff_t length) const;
+  template <int Moved, int Bytes>
+  [[gnu::noinline]] void rowsOf(Rows<const T> src, Rows<T> dst, std::ptrdiff_t length, int count) const
+  {
+    const UpperHalvesCleared atTheEnd;
+    const ChannelOrder local = *this; // stays in registers
+#ifdef __AVX2__
+    if (N == 3 && length < block<16>) {
+      const auto index = local.indexesOfBytes();
+      for (int y = 0; y < count; ++y) shortRow(src[y], dst[y], length, index);
+      return;
+    }
+#endif
+    for (int y = 0; y < count; ++y) local.rowOf<Moved, Bytes>(src[y], dst[y], length);
+  }
+
+#ifdef __AVX2__
+  // Whole pixels of three, as many as 16 bytes hold, by one shuffle.
+  Vec<std::uint8_t, 16> indexesOfBytes() const
+  {
+    alignas(16) static constexpr std::uint8_t places[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    auto index = loadAligned<std::uint8_t, 16>(places);
+    for (int k = 0; k < N; ++k) {
+      const auto off = static_cast<std::uint8_t>(offset_[k] * static_cast<std::ptrdiff_t>(sizeof(T)));
+      index = index + (as<std::uint8_t>(firstBytes<16>(lanes_[k])) & splat<std::uint8_t, 16>(off));
+    }
+    return index;
+  }
+  static ZORI_INLINE void shortRow(const T* src, T* dst, std::ptrdiff_t length, Vec<std::uint8_t, 16> index)
+  {
+    constexpr std::ptrdiff_t step = Vec<T, 16>::size / 3 * 3;
+    for (; length > 0; length -= step, src += step, dst += step) {
+      const auto bytes = [](std::ptrdiff_t n) { return static_cast<std::size_t>(n) * sizeof(T); };
+      const auto x =
+        length >= Vec<T, 16>::size ? load<std::uint8_t, 16>(src) : loadPart16<std::uint8_t>(src, bytes(length));
+      storePart(dst, shuffleBytesLocal(x, index), bytes(std::min(length, step)));
+    }
+  }
+#endif
 
   std::ptrdiff_t offset_[N];
   Vec<T> lanes_[N];
@@ -115,27 +195,26 @@ private:
 
 template <class T, int N>
 template <int Moved, int Bytes>
-[[gnu::noinline]] void ChannelOrder<T, N>::rowOf(const T* src, T* dst, std::ptrdiff_t length) const
+ZORI_INLINE inline void ChannelOrder<T, N>::rowOf(const T* src, T* dst, std::ptrdiff_t length) const
 {
-  const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t block = ChannelOrder::block<Bytes>;
-  const ChannelOrder local = *this; // stays in registers
   if (length < block) {
     T out[block];
-    local.movedAtEnd<Moved, Bytes>(src, dst, length).writeTo(out);
+    movedAtEnd<Moved, Bytes>(src, dst, length).writeTo(out);
     std::memcpy(dst, out, static_cast<std::size_t>(length) * sizeof(T));
     return;
   }
   // Ends first, and each block before the one in front of it is written: a row may be its own source, and no reading
   // waits for a writing.
-  const auto last = local.movedAtEnd<Moved, Bytes>(src + length - block, dst + length - block);
-  auto waiting = local.movedAtEnd<Moved, Bytes>(src, dst);
+  if (length == block) return movedEnd<Moved, Bytes, true, true>(src, dst).writeTo(dst);
+  const auto last = movedEnd<Moved, Bytes, false, true>(src + length - block, dst + length - block);
+  auto waiting = movedEnd<Moved, Bytes, true, false>(src, dst);
   const std::ptrdiff_t distance = fetchDistance<T>(length);
   std::ptrdiff_t i = block;
   for (; i + block < length; i += block) { // behind the block there is at least a pixel
     fetchAhead(src + i, distance, Bytes == 16 ? 64 : 128);
     fetchAhead(dst + i, distance, Bytes == 16 ? 64 : 128);
-    const auto next = local.moved<Moved, Bytes>(src + i, dst + i);
+    const auto next = moved<Moved, Bytes>(src + i, dst + i);
     waiting.writeTo(dst + i - block);
     waiting = next;
   }

@@ -23,13 +23,6 @@ template <class T, int N, Form F> struct Pixels {
 
   T* run[runs];
 
-  // A copy pointer by pointer: all at once would read them sooner than they are written.
-  Pixels held() const
-  {
-    Pixels p;
-    for (int i = 0; i < runs; ++i) p.run[i] = forgotten(run[i]);
-    return p;
-  }
   // For four blocks from x on.
   void fetch(std::ptrdiff_t x, std::ptrdiff_t distance) const
   {
@@ -122,55 +115,74 @@ private:
 template <class T, int N> using Interleaved = Pixels<T, N, Form::Interleaved>;
 template <class T, int N> using Planar = Pixels<T, N, Form::Planar>;
 
-// A row shorter than a block: one of at least 16 bytes a channel has two halves that overlap.
+// Such rows below each other, a step in bytes apart.
+template <class P> struct PixelRows {
+  P first;
+  int step = 0;
+
+  // Pointer by pointer: all at once would read them sooner than they are written.
+  P operator[](std::ptrdiff_t y) const
+  {
+    P p;
+    for (int i = 0; i < P::runs; ++i) p.run[i] = forgotten(rowAt(first.run[i], step, y));
+    return p;
+  }
+};
+
+// Rows shorter than a block: one of at least 16 bytes a channel has two halves that overlap.
 template <bool All, class Src, class Dst, class Op, class T>
-[[gnu::noinline]] void moveShort(const Src& from, const Dst& to, std::ptrdiff_t width, const Op& op, const Vec<T>& kept)
+ZORI_INLINE inline void moveShort(const PixelRows<Src>& src, const PixelRows<Dst>& dst, std::ptrdiff_t width, int rows,
+                                  const Op& op, Vec<T> kept)
 {
-  const UpperHalvesCleared atTheEnd;
-  const Src src = from.held();
-  const Dst dst = to.held();
 #if ZORI_VECTOR_BYTES == 32
   if (width >= Vec<T, 16>::size) {
-    Vec<T> in[Src::channels], out[Dst::channels];
-    src.loadEnds(width, in);
-    op(in, out);
-    return dst.template storeEnds<All>(width, out, kept);
+    for (int y = 0; y < rows; ++y) {
+      Vec<T> in[Src::channels], out[Dst::channels];
+      src[y].loadEnds(width, in);
+      op(in, out);
+      dst[y].template storeEnds<All>(width, out, kept);
+    }
+    return;
   }
 #endif
-  Vec<T, 16> in[Src::channels], out[Dst::channels];
-  src.loadShort(width, in);
-  op(in, out);
-  dst.template storeShort<All>(width, out, firstBytes<16>(kept));
+  for (int y = 0; y < rows; ++y) {
+    Vec<T, 16> in[Src::channels], out[Dst::channels];
+    src[y].loadShort(width, in);
+    op(in, out);
+    dst[y].template storeShort<All>(width, out, firstBytes<16>(kept));
+  }
 }
 
 // dst = op(src) in blocks; op has a vector for each channel of the source as input and fills one for each of the
 // destination. The last block overlaps the one before it and is formed first, so that a row may shrink in place.
 template <bool All, class Src, class Dst, class Op, class T = typename Dst::Element>
-[[gnu::noinline]] void moveChannels(const Src& from, const Dst& to, std::ptrdiff_t width, const Op& given,
-                                    const Vec<T>& kept)
+[[gnu::noinline]] void moveChannels(const PixelRows<Src>& srcRows, const PixelRows<Dst>& dstRows, std::ptrdiff_t width,
+                                    int rows, const Op& given, const Vec<T>& kept)
 {
   const UpperHalvesCleared atTheEnd;
   constexpr std::ptrdiff_t block = Vec<T>::size;
-  if (width < block) return moveShort<All>(from, to, width, given, kept);
-  const Src src = from.held(); // copies that nobody else can see, so that what they hold stays in registers
-  const Dst dst = to.held();
-  const Op op = given;
+  const Op op = given; // copies that nobody else can see, so that what they hold stays in registers
   const Vec<T> keptLanes = kept;
-  Vec<T> in[Src::channels], out[Dst::channels], last[Dst::channels];
-  src.load(width - block, in);
-  op(in, last);
+  if (width < block) return moveShort<All>(srcRows, dstRows, width, rows, op, keptLanes);
   const std::ptrdiff_t distance = fetchDistance<T>(width * Src::channels);
   constexpr std::ptrdiff_t fetched = 64 / sizeof(T); // pixels
-  for (std::ptrdiff_t x = 0; x + block <= width; x += block) {
-    if (x % fetched == 0) {
-      src.fetch(x, distance);
-      dst.fetch(x, distance);
+  for (int y = 0; y < rows; ++y) {
+    const Src src = srcRows[y];
+    const Dst dst = dstRows[y];
+    Vec<T> in[Src::channels], out[Dst::channels], last[Dst::channels];
+    src.load(width - block, in);
+    op(in, last);
+    for (std::ptrdiff_t x = 0; x + block <= width; x += block) {
+      if (x % fetched == 0) {
+        src.fetch(x, distance);
+        dst.fetch(x, distance);
+      }
+      src.load(x, in);
+      op(in, out);
+      dst.template store<All>(x, out, keptLanes);
     }
-    src.load(x, in);
-    op(in, out);
-    dst.template store<All>(x, out, keptLanes);
+    dst.template store<All>(width - block, last, keptLanes);
   }
-  dst.template store<All>(width - block, last, keptLanes);
 }
 
 struct SameChannels {
@@ -329,11 +341,18 @@ public:
   }
 
   // All: nothing stays.
-  template <bool All> [[gnu::noinline]] void row(const T* src, T* dst, std::ptrdiff_t width) const
+  template <bool All> [[gnu::noinline]] void rows(Rows<const T> src, Rows<T> dst, std::ptrdiff_t width, int count) const
   {
     const UpperHalvesCleared atTheEnd;
-    constexpr std::ptrdiff_t step = fourChannelPixels<T>;
     const FourOfThree op = *this; // stays in registers
+    for (int y = 0; y < count; ++y) op.row<All>(src[y], dst[y], width);
+  }
+
+private:
+  template <bool All> ZORI_INLINE void row(const T* src, T* dst, std::ptrdiff_t width) const
+  {
+    const FourOfThree op = *this;
+    constexpr std::ptrdiff_t step = fourChannelPixels<T>;
     if (width < step) {
       const std::size_t pixels = static_cast<std::size_t>(width) * sizeof(T);
       const auto there = All ? zero<T, 16>() : loadPart16<T>(dst, 4 * pixels);
@@ -362,7 +381,6 @@ public:
     store(dst + 4 * (width - step), one(width - step));
   }
 
-private:
   template <bool All, int Bytes> Vec<T, Bytes> moved(Vec<std::uint8_t, Bytes> x, Vec<T, Bytes> there) const
   {
     const auto pixels = as<T>(shuffleBytesLocal(x, firstBytes<Bytes>(index_))) | firstBytes<Bytes>(added_);
@@ -405,56 +423,71 @@ template <class T> inline void dropFourth(Rows<const T> src, Rows<T> dst, std::p
 // Keeps the compiler from making vectors of a loop over elements that lie apart, which is slower than one by one.
 template <class P> inline void oneByOne(P& p) { asm("" : "+r"(p)); }
 
-// The channel at p of pixels of N channels. Reads from p up to the last element of that channel and no further: the
-// last block ends with it, so that in this one the channel is the last of its pixel. May shrink in place.
+// The channel at the rows' start of pixels of N channels. Reads from there up to the last element of that channel and
+// no further: the last block ends with it, so that in this one the channel is the last of its pixel. May shrink in
+// place.
 template <class T, int N, int Bytes = vectorBytes>
-[[gnu::noinline]] void takeChannel(const T* p, T* dst, std::ptrdiff_t width)
+[[gnu::noinline]] void takeChannel(Rows<const T> srcRows, Rows<T> dstRows, std::ptrdiff_t width, int rows)
 {
   constexpr std::ptrdiff_t block = Vec<T, Bytes>::size;
   if (width <= block) {
-    if constexpr (Bytes > 16) return takeChannel<T, N, 16>(p, dst, width);
-    for (std::ptrdiff_t x = 0; x < width; ++x) {
-      oneByOne(p);
-      put(dst + x, get<T>(p + x * N));
+    if constexpr (Bytes > 16) return takeChannel<T, N, 16>(srcRows, dstRows, width, rows);
+    for (int y = 0; y < rows; ++y) {
+      const T* p = srcRows[y];
+      T* const dst = dstRows[y];
+      for (std::ptrdiff_t x = 0; x < width; ++x) {
+        oneByOne(p);
+        put(dst + x, get<T>(p + x * N));
+      }
     }
     return;
   }
-  Vec<T, Bytes> channel[N], last[N];
-  split(p + (width - block) * N - (N - 1), last);
+  const UpperHalvesCleared atTheEnd;
   const std::ptrdiff_t distance = fetchDistance<T>(width);
-  for (std::ptrdiff_t x = 0; x + block < width; x += block) {
-    if (x % (4 * block) == 0) {
-      fetchAhead(p + x * N, distance, 64 * N);
-      fetchAhead(dst + x, distance);
+  for (int y = 0; y < rows; ++y) {
+    const T* const p = srcRows[y];
+    T* const dst = dstRows[y];
+    Vec<T, Bytes> channel[N], last[N];
+    split(p + (width - block) * N - (N - 1), last);
+    for (std::ptrdiff_t x = 0; x + block < width; x += block) {
+      if (x % (4 * block) == 0) {
+        fetchAhead(p + x * N, distance, 64 * N);
+        fetchAhead(dst + x, distance);
+      }
+      split(p + x * N, channel);
+      store(dst + x, channel[0]);
     }
-    split(p + x * N, channel);
-    store(dst + x, channel[0]);
+    store(dst + width - block, last[N - 1]);
   }
-  store(dst + width - block, last[N - 1]);
 }
 
 // One channel to one channel, or (with a source stride of 0) a constant to it. What lies between may be another's and
 // is not touched.
 template <class T, int SrcStride, int DstStride>
-[[gnu::noinline]] void moveChannel(const T* src, T* dst, std::ptrdiff_t width)
+[[gnu::noinline]] void moveChannel(Rows<const T> srcRows, Rows<T> dstRows, std::ptrdiff_t width, int rows)
 {
   const std::ptrdiff_t distance = fetchDistance<T>(width * DstStride);
-  for (; width >= 16; width -= 16) {
-    fetchAhead(src, distance, 16 * SrcStride * sizeof(T));
-    fetchAhead(dst, distance, 16 * DstStride * sizeof(T));
-    for (int i = 0; i < 4; ++i, src += 4 * SrcStride, dst += 4 * DstStride) {
-      oneByOne(src);
-      const T a = get<T>(src), b = get<T>(src + SrcStride), c = get<T>(src + 2 * SrcStride),
-              d = get<T>(src + 3 * SrcStride);
-      put(dst, a);
-      put(dst + DstStride, b);
-      put(dst + 2 * DstStride, c);
-      put(dst + 3 * DstStride, d);
+  for (int y = 0; y < rows; ++y) {
+    const T* src = srcRows[y];
+    T* dst = dstRows[y];
+    std::ptrdiff_t left = width;
+    for (; left >= 16; left -= 16) {
+      fetchAhead(src, distance, 16 * SrcStride * sizeof(T));
+      fetchAhead(dst, distance, 16 * DstStride * sizeof(T));
+      for (int i = 0; i < 4; ++i, src += 4 * SrcStride, dst += 4 * DstStride) {
+        oneByOne(src);
+        const T a = get<T>(src), b = get<T>(src + SrcStride), c = get<T>(src + 2 * SrcStride),
+                d = get<T>(src + 3 * SrcStride);
+        put(dst, a);
+        put(dst + DstStride, b);
+        put(dst + 2 * DstStride, c);
+        put(dst + 3 * DstStride, d);
+      }
     }
-  }
-  for (; width > 0; --width, src += SrcStride, dst += DstStride) {
-    oneByOne(src);
-    put(dst, get<T>(src));
+    for (; left > 0; --left, src += SrcStride, dst += DstStride) {
+      oneByOne(src);
+      put(dst, get<T>(src));
+    }
   }
 }
 

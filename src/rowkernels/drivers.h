@@ -159,10 +159,12 @@ template <class Constant, class D, class Op, class... S>
     if constexpr (isLongOp<Op>) {
       for (int y = 0; y < rows; ++y) storeShort<D>(dst[y], applied(op, all, loadShort<S>(src[y], bytes)...), bytes);
     } else {
-      withShortPart<sizeof(D)>(bytes, [&](auto part) ZORI_INLINE {
+      const auto inParts = [&](auto part) ZORI_INLINE {
         for (int y = 0; y < rows; ++y)
           storeShort<part, D>(dst[y], applied(op, all, loadShort<part, S>(src[y], bytes)...), bytes);
-      });
+      };
+      if (vectorBytes > 16 && bytes == 16) inParts(bothHalves); // of one load and one store, not two
+      else withShortPart<sizeof(D)>(bytes, inParts);
     }
     return;
   }
@@ -270,18 +272,36 @@ template <class T> struct Pattern {
       return;
     }
 #endif
-    for (int i = 0; i < Vec<T>::size + channels - 1; ++i) values[i] = get<T>(constant + i % channels);
+    for (int i = 0, k = 0; i < Vec<T>::size + channels - 1; ++i, k = k + 1 < channels ? k + 1 : 0)
+      values[i] = get<T>(constant + k);
   }
   explicit Pattern(T constant) : period(1) { fill(constant); }
   // As the element that stands i elements behind the start of a row. Periods are 1, 2, 3, 4, 6 or 8.
   Vec<T> at(std::ptrdiff_t i) const
   {
-    return load<T>(values + (period == 3 ? i % 3 : period == 6 ? i % 6 : i & (period - 1)));
+    const T* const from = values + (period == 3 ? i % 3 : period == 6 ? i % 6 : i & (period - 1));
+    return isRepeatedIn16() ? loadRepeated(from) : load<T>(from);
   }
-  // As a row shorter than a vector.
-  Vec<T> ofShort(std::size_t bytes) const { return loadShort<T>(values, bytes); }
+  // As a row shorter than a vector, of whole pixels.
+  Vec<T> ofShort(std::size_t bytes) const
+  {
+    return isRepeatedIn16() ? loadRepeated(values) : loadShort<T>(values, bytes);
+  }
 
 private:
+  // Whether all 16 bytes are alike, and so any parts of a short row: read as they were stored, which is soon there.
+  bool isRepeatedIn16() const
+  {
+    return vectorBytes > 16 && period * static_cast<int>(sizeof(T)) <= 16 && (period & (period - 1)) == 0;
+  }
+  static Vec<T> loadRepeated(const T* from)
+  {
+#if ZORI_VECTOR_BYTES == 32
+    return as<T>(loadInBothHalves<std::uint8_t>(from));
+#else
+    return load<T>(from);
+#endif
+  }
   template <class U>
   using BitsOf =
     std::conditional_t<sizeof(U) == 1, std::uint8_t,

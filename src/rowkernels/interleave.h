@@ -10,7 +10,6 @@
 #pragma once
 
 #include "short_rows.h"
-#include "simd_32_only.h"
 
 #include <cstddef>
 #include <cstdint>

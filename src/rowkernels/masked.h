@@ -12,7 +12,8 @@ namespace zori {
 inline namespace ZORI_WIDTH {
 
 // visit(j, keep) for the vectors j = first, first + 1, ... of pixels of Bytes bytes, given a lane a pixel.
-template <int Bytes, class E, int V, class Visit> inline void widenMask(Vec<E, V> keep, int first, Visit visit)
+template <int Bytes, class E, int V, class Visit>
+ZORI_INLINE inline void widenMask(Vec<E, V> keep, int first, Visit visit)
 {
   if constexpr (Bytes == sizeof(E)) visit(first, as<Zor8u>(keep));
   else if constexpr (Bytes == 3 * sizeof(E)) {
@@ -93,44 +94,53 @@ template <int Bytes, int Used, int V, class Source>
   const std::ptrdiff_t distance = fetchDistance<Zor8u>(width * Bytes);
   const Source held = source; // a copy that nobody else can see, so that what it holds stays in registers
   const auto along = [=](const Zor8u* mask, Zor8u* dst, const auto& from) ZORI_INLINE {
-    const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks) {
-      Vec<Zor8u, V> keep[blocks], keepAll = equal(load<Zor8u, V>(mask + x), zero<Zor8u, V>());
+    const auto mergeBlocks = [=](std::ptrdiff_t x, auto blocks, auto pixels) ZORI_INLINE {
+      constexpr int P = pixels;
+      Vec<Zor8u, P> keep[blocks], keepAll = equal(load<Zor8u, P>(mask + x), zero<Zor8u, P>());
       keep[0] = keepAll;
       for (int b = 1; b < blocks; ++b) {
-        keep[b] = equal(load<Zor8u, V>(mask + x + b * block), zero<Zor8u, V>());
+        keep[b] = equal(load<Zor8u, P>(mask + x + b * P), zero<Zor8u, P>());
         keepAll = keepAll & keep[b];
       }
       if (isAll(keepAll)) return;
       const std::ptrdiff_t offset = x * Bytes;
       Zor8u* const to = dst + offset;
-      fetchAhead(to, distance, blocks * V * Bytes);
-      from.fetch(offset, distance, blocks * V * Bytes);
+      fetchAhead(to, distance, blocks * P * Bytes);
+      from.fetch(offset, distance, blocks * P * Bytes);
       for (int b = 0; b < blocks; ++b)
-        widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u, V> k) {
-          if constexpr (Used < Bytes) k = k | keepRest;
-          store(to + V * j, select(k, load<Zor8u, V>(to + V * j), from.template vector<V>(offset, j)));
+        widenMask<Bytes>(keep[b], b * Bytes, [=](int j, Vec<Zor8u, P> k) ZORI_INLINE {
+          if constexpr (Used < Bytes) k = k | firstBytes<P>(keepRest);
+          store(to + P * j, select(k, load<Zor8u, P>(to + P * j), from.template vector<P>(offset, j)));
         });
     };
+    constexpr std::integral_constant<int, V> whole;
+    constexpr std::integral_constant<int, 16> half;
+    constexpr std::integral_constant<int, 1> one;
     constexpr int batch = Bytes <= 2 ? 4 / Bytes : 1; // blocks of few vectors go together
     std::ptrdiff_t x = 0;
     if constexpr (batch > 1)
-      for (; x + batch * block <= width; x += batch * block) mergeBlocks(x, std::integral_constant<int, batch>{});
+      for (; x + batch * block <= width; x += batch * block)
+        mergeBlocks(x, std::integral_constant<int, batch>{}, whole);
+    for (; x + block <= width; x += block) mergeBlocks(x, one, whole);
     // the last block may overlap the one before, to no effect
-    for (; x < width; x += block) mergeBlocks(x + block < width ? x : width - block, std::integral_constant<int, 1>{});
+    if (V > 16 && x < width && width - x <= 16) mergeBlocks(width - 16, one, half);
+    else if (x < width) mergeBlocks(width - block, one, whole);
   };
   for (int y = 0; y < rows; ++y) along(masks[y], dsts[y], held.row(y));
 }
 
 // The first Used bytes of each selected pixel of Bytes bytes. Rows may be their own source.
 template <int Bytes, int Used, class Source>
-void mergeUnderMask(Rows<const Zor8u> mask, Rows<Zor8u> dst, std::ptrdiff_t width, int rows, const Source& source)
+ZORI_INLINE inline void mergeUnderMask(Rows<const Zor8u> mask, Rows<Zor8u> dst, std::ptrdiff_t width, int rows,
+                                       const Source& source)
 {
-  if (width >= vectorBytes) return mergeRows<Bytes, Used, vectorBytes>(mask, dst, width, rows, source);
-  if (width >= 16) return mergeRows<Bytes, Used, 16>(mask, dst, width, rows, source);
+  if (width >= 16)
+    return width < vectorBytes ? mergeRows<Bytes, Used, 16>(mask, dst, width, rows, source)
+                               : mergeRows<Bytes, Used, vectorBytes>(mask, dst, width, rows, source);
   for (int y = 0; y < rows; ++y) {
     const Zor8u* selected = mask[y];
     Zor8u* const to = dst[y];
-    const auto from = source.row(y);
+    const auto& from = source.row(y);
     for (std::ptrdiff_t x = 0; x < width; ++x) {
       oneByOne(selected);
       if (selected[x]) std::memcpy(to + x * Bytes, from.pixel(x * Bytes), Used);

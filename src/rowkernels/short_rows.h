@@ -1,7 +1,7 @@
 // Vectors that hold less than they could: the first bytes of one, and rows shorter than one.
 #pragma once
 
-#include "simd.h"
+#include "simd_32_only.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -138,12 +138,16 @@ template <std::size_t Part, class T> ZORI_INLINE inline void storeShort16(char* 
     }
   }
 }
+// Stands for a part of 16 bytes of a row that has no more.
+inline constexpr std::integral_constant<std::size_t, 32> bothHalves;
+
 template <std::size_t Part, class T> ZORI_INLINE inline Vec<T> loadShort(const void* from, std::size_t bytes)
 {
   const char* p = static_cast<const char*>(from);
 #if ZORI_VECTOR_BYTES == 32
   // loads that fill the vector and a blend: no shuffles
-  if constexpr (Part == 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
+  if constexpr (Part == bothHalves) return as<T>(loadInBothHalves<std::uint8_t>(p));
+  else if constexpr (Part == 16) return joined(load<T, 16>(p), load<T, 16>(p + bytes - 16));
   else if constexpr (Part == 8)
     return as<T>(alternating(splat(get<std::uint64_t>(p)), splat(get<std::uint64_t>(p + bytes - 8))));
   else if constexpr (Part == 4)
@@ -160,7 +164,8 @@ template <std::size_t Part, class T> ZORI_INLINE inline void storeShort(void* to
 {
   char* p = static_cast<char*>(to);
 #if ZORI_VECTOR_BYTES == 32
-  if constexpr (Part == 16) {
+  if constexpr (Part == bothHalves) store(p, lowHalf(x));
+  else if constexpr (Part == 16) {
     store(p, lowHalf(x));
     store(p + bytes - 16, highHalf(x));
   } else storeShort16<Part>(p, lowHalf(x), bytes);

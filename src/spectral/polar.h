@@ -21,8 +21,8 @@ namespace {
 // Kernels form the results of so many vectors of complex values together.
 constexpr int polarVectors = 2;
 
-struct MagnitudeOf {
-  using V = Vec<float>;
+template <int Bytes> struct MagnitudeOf {
+  using V = Vec<float, Bytes>;
   void operator()(const V (&re)[polarVectors], const V (&im)[polarVectors], V (&result)[polarVectors]) const
   {
     for (int i = 0; i < polarVectors; ++i) result[i] = sqrt(re[i] * re[i] + im[i] * im[i]);
@@ -32,10 +32,10 @@ struct MagnitudeOf {
 // atan(t) = t + t^3 N(t^2) / D(t^2) for t = min / max of the absolute parts, fitted over 0..1 within 2.1e-8 * (0.2 +
 // atan(t)) and then for what is lost by rounding; from there to the whole circle by signs, and a right angle where the
 // imaginary part is the greater one. A second division costs less than the four terms more that a polynomial has.
-class PhaseOf {
-  using V = Vec<float>;
+template <int Bytes> class PhaseOf {
+  using V = Vec<float, Bytes>;
   // in registers, for gcc would spread a literal anew in every round
-  static V number(float x) { return loadedOnce(splat(x)); }
+  static V number(float x) { return loadedOnce(splat<float, Bytes>(x)); }
   V sign = number(-0.0f), rightAngle = number(1.57079632679489662f);
   V n1 = number(64.3703156f), n0 = number(115.68679f);
   V d2 = number(-95.3213272f), d1 = number(-401.30423f), d0 = number(-347.062866f);
@@ -51,8 +51,8 @@ class PhaseOf {
   // Infinite parts are equal, zero has the phase 0, a NaN stays one.
   void mend(Slope& s) const
   {
-    const V x = without(s.re, sign), y = without(s.im, sign), nothing = equal(max(y, x), zero<float>());
-    s.t = without(select(equal(x, y), splat(1.0f), s.t), nothing);
+    const V x = without(s.re, sign), y = without(s.im, sign), nothing = equal(max(y, x), zero<float, Bytes>());
+    s.t = without(select(equal(x, y), splat<float, Bytes>(1.0f), s.t), nothing);
     s.re = without(s.re, nothing);
   }
   V angle(const Slope& s) const
@@ -73,37 +73,54 @@ public:
   }
 };
 
-// dst[i] = What of complex value i.
-template <class What> [[gnu::noinline]] void polarRow(const Zor32fc* src, Zor32f* dst, std::ptrdiff_t length)
+// The results of one vector of complex values a, b.
+template <template <int> class What, int Bytes>
+ZORI_INLINE inline Vec<float, Bytes> polarOf(Vec<float, Bytes> a, Vec<float, Bytes> b)
+{
+  const Vec<float, Bytes> x = evenLanes(a, b), y = oddLanes(a, b), re[] = {x, x}, im[] = {y, y};
+  Vec<float, Bytes> result[polarVectors]; // alike, and formed once
+  What<Bytes>{}(re, im, result);
+  return inOrder(result[0]);
+}
+
+// dst[i] = What of complex value i. The last vectors end with the row. Of rows below a vector of 32 bytes, and where
+// so little is left, vectors have 16: divisions and roots take as long for half a wider one as for all of it.
+template <template <int> class What, int Bytes>
+[[gnu::noinline]] void polarKernel(const Zor32fc* src, Zor32f* dst, std::ptrdiff_t length)
 {
   const UpperHalvesCleared atTheEnd;
-  constexpr int lanes = Vec<float>::size, together = polarVectors * lanes;
-  const What what;
-  Vec<float> re[polarVectors], im[polarVectors], result[polarVectors];
-  const auto work = [&](const void* p, int vectors) {
-    const float* const q = static_cast<const float*>(p);
+  constexpr std::ptrdiff_t lanes = Vec<float, Bytes>::size, together = polarVectors * lanes, lanes16 = F32x4::size;
+  if (Bytes == 16 && length < lanes) {
+    const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(Zor32fc);
+    const auto a = bytes < 16 ? loadPart16<float>(src, bytes) : load<float, 16>(src);
+    const auto b = bytes > 16 ? loadPart16<float>(src + 2, bytes - 16) : zero<float, 16>();
+    return storePart(dst, polarOf<What, 16>(a, b), static_cast<std::size_t>(length) * sizeof(Zor32f));
+  }
+  const What<Bytes> what;
+  const auto two = [&](std::ptrdiff_t first, std::ptrdiff_t second) ZORI_INLINE {
+    const std::ptrdiff_t at[] = {first, second};
+    Vec<float, Bytes> re[polarVectors], im[polarVectors], result[polarVectors];
     for (int v = 0; v < polarVectors; ++v) {
-      const float* const at = q + (v < vectors ? 2 * lanes * v : 0);
-      const Vec<float> a = load<float>(at), b = load<float>(at + lanes);
+      const auto a = load<float, Bytes>(src + at[v]), b = load<float, Bytes>(src + at[v] + lanes / 2);
       re[v] = evenLanes(a, b), im[v] = oddLanes(a, b);
     }
     what(re, im, result);
+    for (int v = 0; v < polarVectors; ++v) store(dst + at[v], inOrder(result[v]));
+  };
+  const auto one = [=](auto bytes, std::ptrdiff_t i) ZORI_INLINE {
+    constexpr int half = Vec<float, bytes>::size / 2;
+    store(dst + i, polarOf<What, bytes>(load<float, bytes>(src + i), load<float, bytes>(src + i + half)));
   };
   std::ptrdiff_t i = 0;
-  for (; i + together <= length; i += together) {
-    work(src + i, polarVectors);
-    for (int v = 0; v < polarVectors; ++v) store(dst + i + v * lanes, inOrder(result[v]));
-  }
-  for (; i + lanes <= length; i += lanes) {
-    work(src + i, 1);
-    store(dst + i, inOrder(result[0]));
-  }
-  if (i == length) return;
-  const std::size_t left = static_cast<std::size_t>(length - i);
-  alignas(vectorBytes) float last[2 * lanes] = {};
-  std::memcpy(last, src + i, left * sizeof(Zor32fc));
-  work(last, 1);
-  storePart(dst + i, inOrder(result[0]), left * sizeof(Zor32f));
+  for (; i + together <= length; i += together) two(i, i + lanes);
+  if (length - i > lanes) two(i, length - lanes);
+  else if (Bytes > 16 && length - i > lanes16) one(std::integral_constant<int, Bytes>{}, length - lanes);
+  else if (length > i) one(std::integral_constant<int, 16>{}, length - lanes16);
+}
+template <template <int> class What> void polarRow(const Zor32fc* src, Zor32f* dst, std::ptrdiff_t length)
+{
+  if (length < Vec<float>::size) polarKernel<What, 16>(src, dst, length);
+  else polarKernel<What, vectorBytes>(src, dst, length);
 }
 
 // ---- Integers ----

@@ -14,14 +14,14 @@ namespace {
 
 // The float and the integer kernel of one quantity.
 struct Magnitude {
-  using OfFloats = MagnitudeOf;
+  template <int Bytes> using OfFloats = MagnitudeOf<Bytes>;
   template <class C, class T> static void ofIntegers(const C* src, T* dst, std::ptrdiff_t length, double scale)
   {
     magnitudeRowOfIntegers(src, dst, length, scale);
   }
 };
 struct Phase {
-  using OfFloats = PhaseOf;
+  template <int Bytes> using OfFloats = PhaseOf<Bytes>;
   template <class C, class T> static void ofIntegers(const C* src, T* dst, std::ptrdiff_t length, double scale)
   {
     phaseRowOfIntegers(src, dst, length, scale);
@@ -31,7 +31,7 @@ struct Phase {
 template <class What, class C, class T>
 void quantityRow(const C* src, T* dst, std::ptrdiff_t length, [[maybe_unused]] double scale)
 {
-  if constexpr (std::is_same_v<T, Zor32f>) polarRow<typename What::OfFloats>(src, dst, length);
+  if constexpr (std::is_same_v<T, Zor32f>) polarRow<What::template OfFloats>(src, dst, length);
   else What::ofIntegers(src, dst, length, scale);
 }
 
