@@ -300,7 +300,6 @@ ZORI_INLINE inline void threeOfFour(const T* src, T* dst, std::ptrdiff_t width, 
     store(dst + 3 * (at + step), highHalf(pixels));
   };
   for (; x + 4 * step + 1 < width; x += 4 * step) {
-    fetchAhead(src + 4 * x, distance);
     fetchAhead(dst + 3 * x, distance);
     two(x);
     two(x + 2 * step);
@@ -372,7 +371,6 @@ private:
     const std::ptrdiff_t distance = fetchDistance<T>(4 * width);
     std::ptrdiff_t x = 0;
     for (; x + 4 * step + 1 < width; x += 4 * step) {
-      fetchAhead(src + 3 * x, distance);
       fetchAhead(dst + 4 * x, distance);
       two(x);
       two(x + 2 * step);
