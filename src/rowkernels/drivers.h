@@ -508,52 +508,47 @@ template <class D, class Op, class... S>
   if (length < size) return shortGroups<vectorBytes>(dst, length, rows, op, src...);
   constexpr bool sourceIsMore = ((sizeof(S) > sizeof(D)) && ...);
   const Writing writing = isLongOp<Op> ? Writing{} : writingOf(dst, length, rows, src...);
+  const bool isNear = writing.ahead == 0 && !writing.streams;
   const auto alongRow = [&](D* to, const S*... from) ZORI_INLINE {
     const auto at = [&](std::ptrdiff_t i) ZORI_INLINE { return op(loadGroupWidened<widensTo<Op>>(from + i)...); };
-    std::ptrdiff_t i = 0, behind = length - size;
-    bool isAtEnd = true;
+    std::ptrdiff_t i = 0;
     if (length >= alignedFrom * size) {
       const std::ptrdiff_t head = elementsToAlignment(to);
       if (head != 0 && head % periodOf<Op> == 0) {
-        behind = head;
-        isAtEnd = false;
+        const Group<D> first = at(0), second = at(head);
+        storeGroup(to, first);
+        storeGroup(to + head, second);
+        i = head + size;
       }
     }
-    for (;;) {
-      if (isAtEnd) {
-        if (writing.streams && isAligned(to + i)) {
-          for (; i + 2 * size <= length; i += size) streamGroup(to + i, at(i));
-        } else if (writing.ahead != 0) {
-          for (; i + 2 * size <= length; i += size) {
-            fetchAhead(to + i, writing.ahead, sizeof(Group<D>));
-            if constexpr (sourceIsMore) (fetchAhead(from + i, sourceAhead, sizeof(Group<S>)), ...);
-            storeGroup(to + i, at(i));
-          }
-        } else {
-          for (; i + 2 * size <= length; i += size) storeGroup(to + i, at(i));
-        }
+    if (isNear) {
+      for (; i + 2 * size <= length; i += size) storeGroup(to + i, at(i));
+    } else if (writing.streams && isAligned(to + i)) {
+      for (; i + 2 * size <= length; i += size) streamGroup(to + i, at(i));
+    } else {
+      for (; i + 2 * size <= length; i += size) {
+        fetchAhead(to + i, writing.ahead, sizeof(Group<D>));
+        if constexpr (sourceIsMore) (fetchAhead(from + i, sourceAhead, sizeof(Group<S>)), ...);
+        storeGroup(to + i, at(i));
       }
-      const Group<D> here = at(i);
-      if (i == behind) {
-        storeGroup(to + i, here);
+    }
+    const std::ptrdiff_t lastAt = length - size;
+    const Group<D> next = at(i);
+    if constexpr (hasHalves) {
+      constexpr std::ptrdiff_t half = size / 2; // so much at the end goes in half a group
+      if (i < lastAt && lastAt - i <= half) {
+        const Group<D, 16> last = op(loadGroup<S, 16>(from + length - half)...);
+        storeGroup(to + i, next);
+        storeGroup(to + length - half, last);
         return;
       }
-      if constexpr (hasHalves) {
-        constexpr std::ptrdiff_t half = size / 2; // so much at the end goes in half a group
-        if (isAtEnd && behind - i <= half) {
-          const Group<D, 16> last = op(loadGroup<S, 16>(from + length - half)...);
-          storeGroup(to + i, here);
-          storeGroup(to + length - half, last);
-          return;
-        }
-      }
-      const Group<D> next = at(behind);
-      storeGroup(to + i, here);
-      storeGroup(to + behind, next);
-      if (isAtEnd) return;
-      i = behind + size;
-      behind = length - size;
-      isAtEnd = true;
+    }
+    if (i < lastAt) {
+      const Group<D> last = at(lastAt);
+      storeGroup(to + i, next);
+      storeGroup(to + lastAt, last);
+    } else {
+      storeGroup(to + i, next);
     }
   };
   for (int y = 0; y < rows; ++y) alongRow(dst[y], src[y]...);

@@ -71,8 +71,12 @@ template <Layout L, class A, class T> void sumRow(const T* row, int width, RowSu
       for (int k = 0; k < n; ++k) {
         const ChunkSums sum = sumPlane(direct ? row : planes[k], blocks);
         std::int64_t t[4] = {};
-        addMoved<std::int64_t>(t, sum.t[0], sum.t[1], sum.t[2], sum.t[3], blocks * blockPixels - end);
-        sums[k].add(t, static_cast<A>(x + static_cast<long long>(end)));
+        const std::int64_t* moved = sum.t;
+        if (const int behind = blocks * blockPixels - end; behind != 0) {
+          addMoved<std::int64_t>(t, sum.t[0], sum.t[1], sum.t[2], sum.t[3], behind);
+          moved = t;
+        }
+        sums[k].add(moved, static_cast<A>(x + static_cast<long long>(end)));
       }
       if (width - x <= chunkPixels) break;
     }
