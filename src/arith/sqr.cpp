@@ -18,7 +18,7 @@ namespace {
 
 template <class T, Path path> struct Squared {
   int shift = 0;
-  Vec<T> operator()(Vec<T> x) const { return AtScale<Product<T>, path>{shift}(x, x); }
+  ZORI_INLINE Vec<T> operator()(Vec<T> x) const { return AtScale<Product<T>, path>{shift}(x, x); }
 };
 
 // The greatest scale at which a square can round to 1.

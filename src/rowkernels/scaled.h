@@ -274,7 +274,7 @@ template <class Operation, Path path> struct AtScale {
   static constexpr bool isPlain = path == Path::Plain;
   int shift; // the scale of Positive, its opposite of Negative
 
-  Vec<T> operator()(Vec<T> a, Vec<T> b) const
+  ZORI_INLINE Vec<T> operator()(Vec<T> a, Vec<T> b) const
   {
     if constexpr (path == Path::Zero) return zero<T>();
     else if constexpr (path == Path::Positive) return scaledDown<T>(Operation::exact(a, b), shift);
@@ -340,7 +340,7 @@ void imageRows(Rows<T> dst, Rows<const T> a, Rows<const T> b, std::ptrdiff_t len
 // which is read as it is written.
 template <class Op> struct WithConstant {
   Vec<typename Op::T> constant;
-  Vec<typename Op::T> operator()(Vec<typename Op::T> x) const { return Op{}(x, constant); }
+  ZORI_INLINE Vec<typename Op::T> operator()(Vec<typename Op::T> x) const { return Op{}(x, constant); }
 };
 
 template <Shape shape, class Op, class T>
