@@ -211,7 +211,7 @@ ZORI_INLINE inline void ChannelOrder<T, N>::rowOf(const T* src, T* dst, std::ptr
   auto waiting = movedEnd<Moved, Bytes, true, false>(src, dst);
   const std::ptrdiff_t distance = fetchDistance<T>(length);
   std::ptrdiff_t i = block;
-  for (; i + block < length; i += block) { // behind the block there is at least a pixel
+  for (; i + block < length; i += block) {          // behind the block there is at least a pixel
     if (Bytes == 16) fetchAhead(src + i, distance); // wider vectors have enough lines of it under way
     fetchAhead(dst + i, distance, Bytes == 16 ? 64 : 128);
     const auto next = moved<Moved, Bytes>(src + i, dst + i);

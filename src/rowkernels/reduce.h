@@ -145,7 +145,8 @@ template <Layout L, class R, class T> struct ShortRow {
   }
 };
 
-inline constexpr std::ptrdiff_t fetchedAhead = 1024; // in short rows too: the next one mostly follows
+// In short rows too: the next one mostly follows. Wider vectors have enough lines under way by themselves.
+inline constexpr std::ptrdiff_t fetchedAhead = 1024;
 
 // use(reducers) behind all rows, where make(bytes, k) gives the reducer of channel k. Both are done here and not by the
 // caller: reducers that pass through memory are copied in 32 bytes, which waits for what was written in 16.
@@ -200,7 +201,7 @@ template <Layout L, int Bytes, class Make, class Use, class... T>
     for (std::ptrdiff_t done = 0; done < rounds;) {
       const std::ptrdiff_t until = rounds - done < atOnce ? rounds : done + atOnce;
       for (; done < until; ++done) {
-        if constexpr (groups > 1) (fetchAhead(row + x * channels<L>, fetchedAhead), ...);
+        if constexpr (groups > 1 && bytes == 16) (fetchAhead(row + x * channels<L>, fetchedAhead), ...);
         forConstants(std::make_integer_sequence<int, groups>{}, [&](auto j) ZORI_INLINE {
           add(j, loadPixelVectors<L, bytes>(row + (x + j * lanes) * channels<L>)...);
         });
