@@ -46,6 +46,7 @@ need_build() {
 }
 need_test() {
   need_build
+  need ccache have ccache
   need g++-multilib compiles -m32 -fopenmp
   need python3 have python3
   need pkg-config have pkg-config
