@@ -69,8 +69,8 @@ using Bounds = const Box*;
 
 // Asks for what the columns behind these will read of the source, whose lines the processor does not see coming where
 // rows cross them on a slant. It lies as far on as these points reach. Of that, the group of rows above has had all but
-// the lines that the lowest row of pixels meets first; rows that meet the same lines are left out,
-// and so are steep ones, where there is less to gain than it costs.
+// the lines that the lowest row of pixels meets first; rows that meet the same lines are left out, and so are steep
+// ones, where there is less to gain than it costs.
 template <Method M>
 [[gnu::always_inline]] inline void fetchNext(const Source& source, const Zor8u* plane, const Points& points, int row,
                                              int count)

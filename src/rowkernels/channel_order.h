@@ -124,13 +124,9 @@ private:
   Block<Bytes> moved(const T* src, const T* dst) const
   {
     constexpr int lanes = Vec<T, Bytes>::size;
-    return {vector < Moved,
-            Bytes,
-            IsFirst ? Place::First : Place::Inside > (src, dst, 0),
-            vector<Moved, Bytes>(src, dst, lanes),
-            vector < Moved,
-            Bytes,
-            IsLast ? Place::Last : Place::Inside > (src, dst, 2 * lanes)};
+    constexpr Place first = IsFirst ? Place::First : Place::Inside, last = IsLast ? Place::Last : Place::Inside;
+    return {vector<Moved, Bytes, first>(src, dst, 0), vector<Moved, Bytes>(src, dst, lanes),
+            vector<Moved, Bytes, last>(src, dst, 2 * lanes)};
   }
 
   // The same by way of a copy with room around it: at the ends of rows, and of rows shorter than a block.
